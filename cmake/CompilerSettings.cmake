@@ -1,0 +1,43 @@
+# How everything of ours is compiled and linked.
+set(CMAKE_CXX_STANDARD 17)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
+
+add_compile_options(
+    -Wall -Wextra -Werror -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual
+    -Wformat=2 -Wcast-align -Wnull-dereference -Wundef -fstack-protector-strong -fno-plt
+)
+# A file's path in a message of the build or an assertion is the one in the tree.
+add_compile_options(-ffile-prefix-map=${CMAKE_SOURCE_DIR}/=)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    # Unique symbols would keep the module in memory after dlclose.
+    add_compile_options(-fno-gnu-unique -fcf-protection=full -Wlogical-op)
+endif()
+if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+    add_compile_options(-Wthread-safety -fcf-protection=full)
+endif()
+if(CMAKE_BUILD_TYPE STREQUAL "Release" AND NOT TEVMON_SANITIZE)
+    add_compile_options(-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
+    set(CMAKE_CXX_FLAGS_RELEASE "-O2 -g -DNDEBUG")
+    set(CMAKE_C_FLAGS_RELEASE "-O2 -g -DNDEBUG")
+endif()
+add_link_options(-Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack)
+if(TEVMON_SANITIZE)
+    add_compile_options(-fsanitize=${TEVMON_SANITIZE} -fno-omit-frame-pointer)
+    if(TEVMON_SANITIZE MATCHES "undefined")
+        add_compile_options(-fno-sanitize-recover=undefined)
+    endif()
+    add_link_options(-fsanitize=${TEVMON_SANITIZE})
+endif()
+
+# Shared libraries of ours resolve every symbol at link time. Sanitizers leave theirs open.
+function(tev_no_undefined target)
+    if(NOT (TEVMON_SANITIZE AND CMAKE_CXX_COMPILER_ID MATCHES "Clang"))
+        target_link_options(${target} PRIVATE -Wl,-z,defs)
+    endif()
+endfunction()

@@ -1,0 +1,13 @@
+# What is installed and called. scripts/lib/bootstrap installs the packages.
+find_package(Threads REQUIRED)
+find_package(PkgConfig REQUIRED)
+find_package(OpenSSL REQUIRED COMPONENTS Crypto)
+find_package(SQLite3 REQUIRED)
+pkg_check_modules(JSONCPP REQUIRED IMPORTED_TARGET jsoncpp)
+find_package(CLI11 CONFIG REQUIRED)
+if(TEVMON_TESTS)
+    find_package(GTest REQUIRED)
+endif()
+if(TEVMON_BENCH)
+    find_package(benchmark REQUIRED)
+endif()

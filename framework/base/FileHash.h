@@ -1,0 +1,31 @@
+// The two digests that make a program's key.
+#ifndef FRAMEWORK_BASE_FILEHASH_H
+#define FRAMEWORK_BASE_FILEHASH_H
+
+#include <cstdint>
+#include <string>
+
+#include "framework/abi/Export.h"
+
+namespace utils {
+
+// A larger file counts as not hashable: one sparse executable of 8 TiB must not hold up the
+// analysis, and with it a stop, for hours.
+constexpr int64_t HASH_SIZE_LIMIT = 4LL * 1024 * 1024 * 1024;
+
+// A file whose size reads 0, as those under /proc do, is read to its end, up to this many bytes.
+constexpr int64_t HASH_SIZELESS_LIMIT = 64LL * 1024 * 1024;
+
+// Both digests of the file at strPath, lower-case hexadecimal (32 and 40 characters), from one
+// pass over at most the size seen at open. Returns true with both, or false with both empty: for
+// an empty path or one with a NUL byte, whatever is not a regular file after following links, and
+// whatever is too large or cannot be read to its end.
+//
+// Threads: any. Never opens a FIFO or a device, never waits for one, never maps the file, leaves
+// the access time alone where the system allows that. Nothing throws.
+HOSTFRAMEWORK_API bool getMD5AndSHA1(const std::string& strPath, std::string& strMd5,
+                                     std::string& strSha1);
+
+}  // namespace utils
+
+#endif

@@ -1,0 +1,73 @@
+// The framework's log. Every record reaches one place with its parts still apart: level, source,
+// function, line, format and arguments.
+//
+// Unless a host sets a sink of its own, a record becomes one line on standard error, written
+// whole: local time, "L" and the level, source, function:line, message. One line feed at the end
+// of the message is dropped; control characters within it are written as \xNN, so that a message
+// can never forge a line. A line that standard error would make wait for is dropped and counted.
+//
+// Threads: any. Errors: nothing throws.
+// Ownership: the one instance lives until the process ends; a sink stays the host's and must live
+//   until SetSink has replaced it and the calls into it have returned.
+#ifndef FRAMEWORK_LOG_CLOGDEBUG_H
+#define FRAMEWORK_LOG_CLOGDEBUG_H
+
+#include <atomic>
+#include <cstdarg>
+#include <cstdint>
+
+#include "framework/abi/Export.h"
+
+// One record, valid during the call. Texts are never null.
+struct LogRecord {
+    int nLevel;               // 1 skip notice, 2 life cycle and traffic, 4 failure
+    int nLogType;             // 0 for a levelled record, the log type for one of CLog::_emit
+    const char* pszSource;    // as in "tevmon/core/CTevChennalMgr"; "" for CLog::_emit
+    const char* pszFunction;  // "" for CLog::_emit
+    int nLine;
+    const char* pszFormat;
+};
+
+class ILogSink {
+public:
+    virtual ~ILogSink() = default;
+    // [any, several at once] Returns what LogPrintV is to return. args belong to the caller and
+    // may be read once. Must not throw and must not log.
+    virtual int OnLog(const LogRecord& record, va_list args) = 0;
+};
+
+class HOSTFRAMEWORK_API CLogDebug {
+public:
+    // The process's log; on first use it takes the level from HOSTFRAMEWORK_LOG_LEVEL (default 4).
+    static CLogDebug* Instance();
+
+    CLogDebug(const CLogDebug&) = delete;
+    CLogDebug& operator=(const CLogDebug&) = delete;
+
+    // True when records of nLevel are written. nModule is not looked at.
+    bool CheckLogLevel(int nLevel, int nModule) const;
+
+    // Hands one record to the sink. Returns the sink's result; the standard sink's is the number
+    // of bytes written, 0 when the line was dropped.
+    int LogPrintV(int nLevel, const char* pszSource, const char* pszFunction, int nLine,
+                  const char* pszFormat, va_list args) __attribute__((format(printf, 6, 0)));
+
+    // The lowest level written.
+    void SetLevel(int nLevel);
+    // Where records go; null for standard error.
+    void SetSink(ILogSink* pSink);
+    // Lines that standard error did not take.
+    uint64_t DroppedLines() const;
+
+private:
+    friend class CLog;
+    CLogDebug();
+    ~CLogDebug() = default;
+    int Hand(const LogRecord& record, va_list args);
+
+    std::atomic<int> m_nLevel;
+    std::atomic<ILogSink*> m_pSink{nullptr};
+    std::atomic<uint64_t> m_nDropped{0};
+};
+
+#endif
