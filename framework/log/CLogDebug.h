@@ -22,8 +22,8 @@
 struct LogRecord {
     int nLevel;               // 1 skip notice, 2 life cycle and traffic, 4 failure
     int nLogType;             // 0 for a levelled record, the log type for one of CLog::_emit
-    const char* pszSource;    // as in "tevmon/core/CTevChennalMgr"; "" for CLog::_emit
-    const char* pszFunction;  // "" for CLog::_emit
+    const char* pszSource;    // as in "tevmon/core/CTevChennalMgr"
+    const char* pszFunction;
     int nLine;
     const char* pszFormat;
 };
