@@ -1,0 +1,20 @@
+// How tevmon-host ends. docs/host.md lists the same numbers for its users.
+//
+// A command's callback that wants to end with one of them throws CLI::RuntimeError(code) after it
+// has written its text on standard error; returning normally is Success.
+#ifndef HOST_EXITCODES_H
+#define HOST_EXITCODES_H
+
+enum ExitCode : int {
+    EXIT_CODE_SUCCESS = 0,     // done, also when a signal ended it cleanly
+    EXIT_CODE_FAILURE = 1,     // something the host did not expect: memory, threads
+    EXIT_CODE_USAGE = 2,       // the command line was not understood
+    EXIT_CODE_INPUT = 3,       // a file, directory or list named by the user cannot be read
+    EXIT_CODE_MODULE = 4,      // the module cannot be loaded
+    EXIT_CODE_STATE = 5,       // the state directory cannot be used, or another host uses it
+    EXIT_CODE_DATABASE = 6,    // a database cannot be read
+    EXIT_CODE_NOT_FOUND = 7,   // the row asked for does not exist
+    EXIT_CODE_UNFINISHED = 8,  // --for ran out while --drain still waited
+};
+
+#endif
