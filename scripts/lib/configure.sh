@@ -1,0 +1,13 @@
+#!/usr/bin/env bash
+# Sets up build/PRESET: "scripts/lib/configure.sh PRESET [CMAKE-OPTION...]". Says nothing unless it fails.
+set -euo pipefail
+
+cd "$(dirname "${BASH_SOURCE[0]}")/../.."
+preset=$1
+shift
+mkdir -p "build/$preset"
+log=build/$preset/configure.log
+if ! cmake --preset "$preset" "$@" >"$log" 2>&1; then
+    cat "$log" >&2
+    exit 1
+fi
