@@ -6,8 +6,10 @@
 //
 // Threads: start, stop, pause and recovery may come from any thread, also from several at once
 //   and from the thread itself. One mutex and one condition variable on the monotonic clock
-//   guard everything.
-// Errors: results only; nothing throws. An exception that leaves run ends the thread, nothing else.
+//   guard everything. A call in progress may outlive the CThread; none may begin after its
+//   destruction has.
+// Errors: results only; nothing but the constructor throws, and that std::bad_alloc only. An
+//   exception that leaves run ends the thread, nothing else.
 // Ownership: a class that overrides run must call stop first thing in its own destructor: when
 //   the base destructor stops the thread, the part of the object that run works on is gone.
 //   A thread on which its own CThread is destroyed goes on until run returns and then touches
@@ -39,8 +41,9 @@ public:
     CThread& operator=(const CThread&) = delete;
 
     // Creates the thread and returns true; true without doing anything when it runs already,
-    // false when the system refuses another thread. After a stop it starts afresh. The thread
-    // blocks all signals and has a stack of 8 MiB (address space, not memory).
+    // false when the system refuses another thread. A thread that has ended or was told to end is
+    // waited for and followed by a fresh one; false on that thread itself. The thread blocks all
+    // signals and has a stack of 8 MiB (address space, not memory).
     virtual bool start(Priority ePriority);
 
     // Requests the stop, wakes the thread and waits for run to return. True when no thread is
@@ -48,7 +51,8 @@ public:
     // requested to end and must be stopped once more from outside (or destroyed) to be joined.
     virtual bool stop();
 
-    // From pause to recovery the thread holds still at its next doPauseOrQuit.
+    // From pause to recovery the thread holds still at its next doPauseOrQuit. A pause outlasts
+    // stop and start.
     virtual void pause();
     virtual void recovery();
 
@@ -73,7 +77,8 @@ public:
     using WaitHook = uint32_t (*)(uint32_t nMilliseconds);
     static void SetWaitHook(WaitHook pfnHook);
 
-    // True from the stop request until the next start, and before the first start false.
+    // True from the stop request until the next start. A stop that finds no thread requests
+    // nothing: before the first start this is false.
     bool isStoped() const;
 
     // True while there is a thread that has not been joined, ended or not.

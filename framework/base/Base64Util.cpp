@@ -1,0 +1,81 @@
+#include "framework/base/Base64Util.h"
+
+#include <openssl/evp.h>
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstdint>
+
+namespace {
+
+// What one call of the encoder takes: a multiple of 3, and lengths that fit its int.
+constexpr size_t ENCODE_STEP = 3 * 256 * 1024 * 1024;
+
+constexpr uint8_t FOREIGN = 0xff;
+
+constexpr std::array<uint8_t, 256> MakeDecodeTable() {
+    constexpr char alphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    std::array<uint8_t, 256> table{};
+    for (size_t i = 0; i < table.size(); ++i) {
+        table[i] = FOREIGN;
+    }
+    for (uint8_t i = 0; i < 64; ++i) {
+        table[static_cast<uint8_t>(alphabet[i])] = i;
+    }
+    return table;
+}
+
+constexpr std::array<uint8_t, 256> DECODE_TABLE = MakeDecodeTable();
+
+uint32_t ValueOf(char c) {
+    return DECODE_TABLE[static_cast<uint8_t>(c)];
+}
+
+}  // namespace
+
+std::string Base64Util::Base64Encode(const std::string& strData) {
+    const auto* pData = reinterpret_cast<const unsigned char*>(strData.data());
+    std::string strText((strData.size() + 2) / 3 * 4, '\0');
+    size_t nWritten = 0;
+    for (size_t nDone = 0; nDone < strData.size(); nDone += ENCODE_STEP) {
+        const size_t nLength = std::min(strData.size() - nDone, ENCODE_STEP);
+        // The encoder ends its output with a NUL: the next step's place, or the string's own NUL.
+        nWritten += static_cast<size_t>(
+            EVP_EncodeBlock(reinterpret_cast<unsigned char*>(strText.data() + nWritten),
+                            pData + nDone, static_cast<int>(nLength)));
+    }
+    return strText;
+}
+
+// Written out because the library's decoder refuses foreign characters and counts padding as data.
+std::string Base64Util::Base64Decode(const std::string& strText) {
+    std::string strData(strText.size() / 4 * 3 + 3, '\0');
+    size_t nWritten = 0;
+    uint32_t nBits = 0;  // the sextets not written yet, at most three
+    int nSextets = 0;
+    for (const char c : strText) {
+        if (c == '=') {
+            break;
+        }
+        const uint32_t nValue = ValueOf(c);
+        if (nValue == FOREIGN) {
+            continue;
+        }
+        nBits = nBits << 6 | nValue;
+        if (++nSextets == 4) {
+            strData[nWritten++] = static_cast<char>(nBits >> 16);
+            strData[nWritten++] = static_cast<char>(nBits >> 8);
+            strData[nWritten++] = static_cast<char>(nBits);
+            nSextets = 0;
+        }
+    }
+    if (nSextets == 3) {
+        strData[nWritten++] = static_cast<char>(nBits >> 10);
+        strData[nWritten++] = static_cast<char>(nBits >> 2);
+    } else if (nSextets == 2) {
+        strData[nWritten++] = static_cast<char>(nBits >> 4);
+    }
+    strData.resize(nWritten);
+    return strData;
+}
