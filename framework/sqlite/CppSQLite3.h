@@ -1,15 +1,14 @@
 // A thin C++ face on SQLite: a connection, the rows of a query, and the exception that carries
 // SQLite's code and text.
 //
-// The connection is fenced, without touching a statement's text or result: no busy time-out (a
-// busy database answers at once), primary result codes, exactly one statement per call, no
-// attached databases, SQLite's defensive settings, and an authorizer that lets only select, read,
-// insert, update, delete, transactions, the creation of a table, functions and "PRAGMA
-// synchronous" pass.
+// The connection is fenced (see ConnectionFence.h), without touching a statement's text or result:
+// a busy database answers at once, codes are primary ones, and a call runs exactly one statement.
 //
 // Threads: none of its own; one connection and its queries belong to one caller at a time.
-// Errors: calls that fail throw CppSQLite3Exception, unless they say otherwise.
-// Ownership: a query must be finalized or destroyed before its connection is closed.
+// Errors: calls that fail throw CppSQLite3Exception, unless they say otherwise. A call on what is
+//   closed, finalized or null throws CPPSQLITE_ERROR before SQLite sees it.
+// Ownership: a query should be finalized or destroyed before its connection is closed; until then
+//   SQLite keeps the file, and its lock, for it.
 #ifndef FRAMEWORK_SQLITE_CPPSQLITE3_H
 #define FRAMEWORK_SQLITE_CPPSQLITE3_H
 
@@ -22,7 +21,7 @@
 struct sqlite3;
 struct sqlite3_stmt;
 
-// A call on a null or closed handle, or one outside SQLite's own errors.
+// The code of an error that is not SQLite's own.
 constexpr int CPPSQLITE_ERROR = 1000;
 
 class CPPSQLITE3_API CppSQLite3Exception : public std::exception {
@@ -39,11 +38,10 @@ private:
     std::string m_strMessage;
 };
 
-// The rows of one select, stood on one after the other. Moved, not copied.
+// The rows of one statement, stood on one after the other. Moved, not copied.
 class CPPSQLITE3_API CppSQLite3Query {
 public:
     CppSQLite3Query() = default;
-    CppSQLite3Query(sqlite3* pDB, sqlite3_stmt* pStmt, bool bEof);
     CppSQLite3Query(CppSQLite3Query&& other) noexcept;
     CppSQLite3Query& operator=(CppSQLite3Query&& other) noexcept;
     ~CppSQLite3Query();
@@ -51,21 +49,22 @@ public:
     CppSQLite3Query(const CppSQLite3Query&) = delete;
     CppSQLite3Query& operator=(const CppSQLite3Query&) = delete;
 
-    bool eof() const;   // true when no row is left
-    void nextRow();     // steps on
-    void finalize() noexcept;  // releases the statement; a second call does nothing
+    bool eof() const noexcept { return m_bEof; }  // true when no row is left, and once finalized
+    void nextRow();                               // steps on; with no row left it does nothing
+    void finalize() noexcept;                     // releases the statement; twice is once
 
-    // The column of that name in the row at hand; the given value when it is NULL. A name that
-    // the query does not have throws CPPSQLITE_ERROR. Text is converted as SQLite does.
+    // The column of that name in the row at hand; the given value when it is NULL. Text is
+    // converted to a number, and a number to text, as SQLite does; a text keeps its NUL bytes.
+    // A name that the query does not have, or no row at hand, throws CPPSQLITE_ERROR.
     int getIntField(const char* pszName, int nNullValue = 0) const;
     int64_t getInt64Field(const char* pszName, int64_t nNullValue = 0) const;
     std::string getStringField(const char* pszName, const char* pszNullValue = "") const;
 
 private:
-    int FieldIndex(const char* pszName) const;
-    void CheckStmt() const;
+    friend class CppSQLite3DB;
+    CppSQLite3Query(sqlite3_stmt* pStmt, bool bEof);
+    int FieldIndex(const char* pszName) const;  // case is not looked at, as in SQL
 
-    sqlite3* m_pDB = nullptr;
     sqlite3_stmt* m_pStmt = nullptr;
     bool m_bEof = true;
 };
@@ -84,17 +83,18 @@ public:
     void close() noexcept;
     bool isOpen() const { return m_pDB != nullptr; }
 
-    // Runs one statement to its end and returns the rows it changed. Text after the statement is
-    // error 1; an empty statement succeeds with 0.
+    // Runs one statement to its end and returns the rows it changed, 0 for what changes none. Text
+    // after the statement, a comment too, is error 1; an empty statement succeeds with 0.
     int execDML(const char* pszSQL);
 
-    // Runs one statement to its first row.
+    // Runs one statement, likewise, to its first row.
     CppSQLite3Query execQuery(const char* pszSQL);
 
+    // True when the database has a table of that name; case is not looked at, as in SQL.
     bool tableExists(const char* pszTable);
 
 private:
-    sqlite3_stmt* Prepare(const char* pszSQL);
+    sqlite3_stmt* Prepare(const char* pszSQL);  // null for an empty statement
 
     sqlite3* m_pDB = nullptr;
 };

@@ -1,0 +1,62 @@
+#include "framework/sqlite/ConnectionFence.h"
+
+#include <sqlite3.h>
+
+#include <cstring>
+
+namespace {
+
+// The index that carries a UNIQUE or PRIMARY KEY of a new table. Nobody else can make one of such
+// a name: SQLite keeps the prefix for itself.
+bool IsAutomaticIndex(const char* pszName) {
+    constexpr char PREFIX[] = "sqlite_autoindex_";
+    return pszName != nullptr && strncmp(pszName, PREFIX, sizeof(PREFIX) - 1) == 0;
+}
+
+int Authorize(void*, int nAction, const char* pszFirst, const char*, const char*, const char*) {
+    switch (nAction) {
+        case SQLITE_SELECT:
+        case SQLITE_READ:
+        case SQLITE_INSERT:
+        case SQLITE_UPDATE:
+        case SQLITE_DELETE:
+        case SQLITE_TRANSACTION:
+        case SQLITE_CREATE_TABLE:
+        case SQLITE_FUNCTION:
+            return SQLITE_OK;
+        case SQLITE_CREATE_INDEX:
+            return IsAutomaticIndex(pszFirst) ? SQLITE_OK : SQLITE_DENY;
+        case SQLITE_PRAGMA:
+            return sqlite3_stricmp(pszFirst, "synchronous") == 0 ? SQLITE_OK : SQLITE_DENY;
+        default:
+            return SQLITE_DENY;
+    }
+}
+
+struct Setting {
+    int nOption;
+    int nValue;
+};
+
+constexpr Setting SETTINGS[] = {
+    {SQLITE_DBCONFIG_DEFENSIVE, 1},
+    {SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0},
+    {SQLITE_DBCONFIG_ENABLE_LOAD_EXTENSION, 0},
+    // Debian's SQLite switches this function on; it takes a code address from the statement.
+    {SQLITE_DBCONFIG_ENABLE_FTS3_TOKENIZER, 0},
+};
+
+}  // namespace
+
+int FenceConnection(sqlite3* pDB) {
+    for (const Setting& setting : SETTINGS) {
+        const int nResult = sqlite3_db_config(pDB, setting.nOption, setting.nValue, nullptr);
+        if (nResult != SQLITE_OK) {
+            return nResult;
+        }
+    }
+    sqlite3_limit(pDB, SQLITE_LIMIT_ATTACHED, 0);
+    sqlite3_extended_result_codes(pDB, 0);
+    sqlite3_busy_timeout(pDB, 0);
+    return sqlite3_set_authorizer(pDB, Authorize, nullptr);
+}

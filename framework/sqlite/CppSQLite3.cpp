@@ -1,0 +1,204 @@
+#include "framework/sqlite/CppSQLite3.h"
+
+#include <sqlite3.h>
+
+#include <cstring>
+#include <utility>
+
+#include "framework/sqlite/ConnectionFence.h"
+
+namespace {
+
+constexpr int PRIMARY_CODE_MASK = 0xff;
+
+[[noreturn]] void ThrowLast(sqlite3* pDB, int nCode) {
+    throw CppSQLite3Exception(nCode & PRIMARY_CODE_MASK, sqlite3_errmsg(pDB));
+}
+
+template <typename Handle>
+void RequireHandle(const Handle* pHandle, const char* pszMessage) {
+    if (pHandle == nullptr) {
+        throw CppSQLite3Exception(CPPSQLITE_ERROR, pszMessage);
+    }
+}
+
+// Releases a statement at the end of the block.
+class CStmtGuard {
+public:
+    explicit CStmtGuard(sqlite3_stmt* pStmt) : m_pStmt(pStmt) {}
+    ~CStmtGuard() { sqlite3_finalize(m_pStmt); }
+
+    CStmtGuard(const CStmtGuard&) = delete;
+    CStmtGuard& operator=(const CStmtGuard&) = delete;
+
+    sqlite3_stmt* Get() const { return m_pStmt; }
+    sqlite3_stmt* Release() { return std::exchange(m_pStmt, nullptr); }
+
+private:
+    sqlite3_stmt* m_pStmt;
+};
+
+// True when a row came, false at the end.
+bool Step(sqlite3_stmt* pStmt) {
+    const int nResult = sqlite3_step(pStmt);
+    if (nResult != SQLITE_ROW && nResult != SQLITE_DONE) {
+        ThrowLast(sqlite3_db_handle(pStmt), nResult);
+    }
+    return nResult == SQLITE_ROW;
+}
+
+bool IsBlank(const char* pszText) {
+    return pszText == nullptr || pszText[strspn(pszText, " \t\n\f\r")] == '\0';
+}
+
+}  // namespace
+
+CppSQLite3Exception::CppSQLite3Exception(int nErrCode, std::string strMessage)
+    : m_nErrCode(nErrCode), m_strMessage(std::move(strMessage)) {}
+
+CppSQLite3Exception::~CppSQLite3Exception() = default;
+
+CppSQLite3Query::CppSQLite3Query(sqlite3_stmt* pStmt, bool bEof) : m_pStmt(pStmt), m_bEof(bEof) {}
+
+CppSQLite3Query::CppSQLite3Query(CppSQLite3Query&& other) noexcept
+    : m_pStmt(std::exchange(other.m_pStmt, nullptr)), m_bEof(std::exchange(other.m_bEof, true)) {}
+
+CppSQLite3Query& CppSQLite3Query::operator=(CppSQLite3Query&& other) noexcept {
+    if (this != &other) {
+        finalize();
+        m_pStmt = std::exchange(other.m_pStmt, nullptr);
+        m_bEof = std::exchange(other.m_bEof, true);
+    }
+    return *this;
+}
+
+CppSQLite3Query::~CppSQLite3Query() {
+    finalize();
+}
+
+void CppSQLite3Query::nextRow() {
+    RequireHandle(m_pStmt, "the query is closed");
+    if (m_bEof) {
+        return;  // a further step would run the statement once more from its start
+    }
+    m_bEof = true;  // also when the step fails
+    m_bEof = !Step(m_pStmt);
+}
+
+void CppSQLite3Query::finalize() noexcept {
+    sqlite3_finalize(std::exchange(m_pStmt, nullptr));
+    m_bEof = true;
+}
+
+int CppSQLite3Query::getIntField(const char* pszName, int nNullValue) const {
+    const int nField = FieldIndex(pszName);
+    return sqlite3_column_type(m_pStmt, nField) == SQLITE_NULL
+               ? nNullValue
+               : sqlite3_column_int(m_pStmt, nField);
+}
+
+int64_t CppSQLite3Query::getInt64Field(const char* pszName, int64_t nNullValue) const {
+    const int nField = FieldIndex(pszName);
+    return sqlite3_column_type(m_pStmt, nField) == SQLITE_NULL
+               ? nNullValue
+               : sqlite3_column_int64(m_pStmt, nField);
+}
+
+std::string CppSQLite3Query::getStringField(const char* pszName, const char* pszNullValue) const {
+    const int nField = FieldIndex(pszName);
+    if (sqlite3_column_type(m_pStmt, nField) == SQLITE_NULL) {
+        return pszNullValue == nullptr ? "" : pszNullValue;
+    }
+    const unsigned char* pText = sqlite3_column_text(m_pStmt, nField);
+    if (pText == nullptr) {
+        throw CppSQLite3Exception(SQLITE_NOMEM, sqlite3_errstr(SQLITE_NOMEM));
+    }
+    const int nBytes = sqlite3_column_bytes(m_pStmt, nField);
+    return std::string(reinterpret_cast<const char*>(pText), static_cast<size_t>(nBytes));
+}
+
+int CppSQLite3Query::FieldIndex(const char* pszName) const {
+    RequireHandle(m_pStmt, "the query is closed");
+    RequireHandle(pszName, "no column name given");
+    if (m_bEof) {
+        throw CppSQLite3Exception(CPPSQLITE_ERROR, "the query stands on no row");
+    }
+    const int nCount = sqlite3_column_count(m_pStmt);
+    for (int nField = 0; nField < nCount; ++nField) {
+        // A null name, when memory ran out, compares as different.
+        if (sqlite3_stricmp(sqlite3_column_name(m_pStmt, nField), pszName) == 0) {
+            return nField;
+        }
+    }
+    throw CppSQLite3Exception(CPPSQLITE_ERROR, std::string("the query has no column ") + pszName);
+}
+
+CppSQLite3DB::~CppSQLite3DB() {
+    close();
+}
+
+void CppSQLite3DB::open(const char* pszFile) {
+    close();
+    RequireHandle(pszFile, "no database file given");
+    int nResult =
+        sqlite3_open_v2(pszFile, &m_pDB, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
+    if (nResult == SQLITE_OK) {
+        nResult = FenceConnection(m_pDB);
+    }
+    if (nResult != SQLITE_OK) {
+        const std::string strMessage =
+            m_pDB == nullptr ? sqlite3_errstr(nResult) : sqlite3_errmsg(m_pDB);
+        close();
+        throw CppSQLite3Exception(nResult & PRIMARY_CODE_MASK, strMessage);
+    }
+}
+
+void CppSQLite3DB::close() noexcept {
+    // The form that waits for the last query, which then frees the connection.
+    sqlite3_close_v2(std::exchange(m_pDB, nullptr));
+}
+
+int CppSQLite3DB::execDML(const char* pszSQL) {
+    const CStmtGuard stmt(Prepare(pszSQL));
+    if (stmt.Get() == nullptr) {
+        return 0;
+    }
+    // sqlite3_changes alone would repeat the last change's number for what changes nothing.
+    const sqlite3_int64 nBefore = sqlite3_total_changes64(m_pDB);
+    while (Step(stmt.Get())) {
+    }
+    return sqlite3_total_changes64(m_pDB) == nBefore ? 0 : sqlite3_changes(m_pDB);
+}
+
+CppSQLite3Query CppSQLite3DB::execQuery(const char* pszSQL) {
+    CStmtGuard stmt(Prepare(pszSQL));
+    const bool bRow = stmt.Get() != nullptr && Step(stmt.Get());
+    return CppSQLite3Query(stmt.Release(), !bRow);
+}
+
+bool CppSQLite3DB::tableExists(const char* pszTable) {
+    RequireHandle(pszTable, "no table name given");
+    const CStmtGuard stmt(Prepare(
+        "select count(*) from sqlite_master where type = 'table' and name = ? collate nocase"));
+    const int nResult = sqlite3_bind_text(stmt.Get(), 1, pszTable, -1, SQLITE_STATIC);
+    if (nResult != SQLITE_OK) {
+        ThrowLast(m_pDB, nResult);
+    }
+    return Step(stmt.Get()) && sqlite3_column_int(stmt.Get(), 0) > 0;
+}
+
+sqlite3_stmt* CppSQLite3DB::Prepare(const char* pszSQL) {
+    RequireHandle(m_pDB, "the database is not open");
+    RequireHandle(pszSQL, "no statement given");
+    sqlite3_stmt* pStmt = nullptr;
+    const char* pszTail = nullptr;
+    const int nResult = sqlite3_prepare_v2(m_pDB, pszSQL, -1, &pStmt, &pszTail);
+    CStmtGuard stmt(pStmt);
+    if (nResult != SQLITE_OK) {
+        ThrowLast(m_pDB, nResult);
+    }
+    if (!IsBlank(pszTail)) {
+        throw CppSQLite3Exception(SQLITE_ERROR, "text follows the statement");
+    }
+    return stmt.Release();
+}
