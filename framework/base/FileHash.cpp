@@ -1,0 +1,227 @@
+#include "framework/base/FileHash.h"
+
+#include <fcntl.h>
+#include <openssl/evp.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <exception>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <utility>
+
+namespace {
+
+constexpr size_t BLOCK_SIZE = 64 * 1024;
+constexpr size_t MD5_SIZE = 16;
+constexpr size_t SHA1_SIZE = 20;
+
+// The two algorithms, fetched once and kept until the process ends: fetching costs more than
+// hashing a small file. In a library context of their own neither the host's OpenSSL
+// configuration (one that allows no MD5, say) nor OpenSSL's clean-up at exit touches them.
+struct Algorithms {
+    const EVP_MD* pMd5 = nullptr;
+    const EVP_MD* pSha1 = nullptr;
+};
+
+const Algorithms& FetchedAlgorithms() {
+    static const Algorithms s_algorithms = [] {
+        OSSL_LIB_CTX* pLibrary = OSSL_LIB_CTX_new();
+        return pLibrary == nullptr ? Algorithms()
+                                   : Algorithms{EVP_MD_fetch(pLibrary, "MD5", nullptr),
+                                                EVP_MD_fetch(pLibrary, "SHA1", nullptr)};
+    }();
+    return s_algorithms;
+}
+
+// What one call works with: both digests and the block read last.
+class CHashKit {
+public:
+    CHashKit() : m_pMd5(EVP_MD_CTX_new()), m_pSha1(EVP_MD_CTX_new()) {}
+    ~CHashKit() {
+        EVP_MD_CTX_free(m_pMd5);
+        EVP_MD_CTX_free(m_pSha1);
+    }
+
+    CHashKit(const CHashKit&) = delete;
+    CHashKit& operator=(const CHashKit&) = delete;
+
+    bool Begin() {
+        const Algorithms& algorithms = FetchedAlgorithms();
+        return algorithms.pMd5 != nullptr && algorithms.pSha1 != nullptr && m_pMd5 != nullptr &&
+               m_pSha1 != nullptr && EVP_DigestInit_ex2(m_pMd5, algorithms.pMd5, nullptr) == 1 &&
+               EVP_DigestInit_ex2(m_pSha1, algorithms.pSha1, nullptr) == 1;
+    }
+    bool Add(size_t nBytes) {
+        return EVP_DigestUpdate(m_pMd5, m_block, nBytes) == 1 &&
+               EVP_DigestUpdate(m_pSha1, m_block, nBytes) == 1;
+    }
+    bool End(unsigned char* pMd5, unsigned char* pSha1) {
+        return EVP_DigestFinal_ex(m_pMd5, pMd5, nullptr) == 1 &&
+               EVP_DigestFinal_ex(m_pSha1, pSha1, nullptr) == 1;
+    }
+    unsigned char* Block() { return m_block; }
+
+private:
+    EVP_MD_CTX* m_pMd5;
+    EVP_MD_CTX* m_pSha1;
+    unsigned char m_block[BLOCK_SIZE];
+};
+
+// Kits between calls, so that a small file does not pay for making one. Constant-initialised and
+// trivially destroyed: a call during the process's exit still finds it.
+class CHashKitPool {
+public:
+    std::unique_ptr<CHashKit> Take() {
+        {
+            const std::lock_guard<std::mutex> lock(m_mutex);
+            for (CHashKit*& pKit : m_kits) {
+                if (pKit != nullptr) {
+                    return std::unique_ptr<CHashKit>(std::exchange(pKit, nullptr));
+                }
+            }
+        }
+        return std::unique_ptr<CHashKit>(new (std::nothrow) CHashKit);
+    }
+
+    void Give(std::unique_ptr<CHashKit> pKit) {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        for (CHashKit*& pPlace : m_kits) {
+            if (pPlace == nullptr) {
+                pPlace = pKit.release();
+                return;
+            }
+        }
+    }
+
+private:
+    std::mutex m_mutex;
+    CHashKit* m_kits[4] = {};
+};
+
+CHashKitPool s_pool;
+
+class CFileHandle {
+public:
+    explicit CFileHandle(int nFd) : m_nFd(nFd) {}
+    ~CFileHandle() {
+        if (m_nFd >= 0) {
+            close(m_nFd);
+        }
+    }
+
+    CFileHandle(const CFileHandle&) = delete;
+    CFileHandle& operator=(const CFileHandle&) = delete;
+
+    int Get() const { return m_nFd; }
+
+private:
+    int m_nFd;
+};
+
+// Opens for reading the very file that nPathFd stands on, whatever its path names by now.
+int Reopen(int nPathFd) {
+    const std::string strLink = "/proc/self/fd/" + std::to_string(nPathFd);
+    constexpr int FLAGS = O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY;
+    const int nFd = open(strLink.c_str(), FLAGS | O_NOATIME);
+    // Only the owner may leave the access time alone.
+    return nFd < 0 && errno == EPERM ? open(strLink.c_str(), FLAGS) : nFd;
+}
+
+// Reads at most nWanted bytes into pBlock; 0 at the end, -1 on an error.
+ssize_t ReadBlock(int nFd, unsigned char* pBlock, int64_t nWanted) {
+    const size_t nBytes =
+        nWanted < static_cast<int64_t>(BLOCK_SIZE) ? static_cast<size_t>(nWanted) : BLOCK_SIZE;
+    ssize_t nRead = 0;
+    do {
+        nRead = read(nFd, pBlock, nBytes);
+    } while (nRead < 0 && errno == EINTR);
+    return nRead;
+}
+
+// Exactly nSize bytes; a file that has become shorter was not read to its end.
+bool AddSized(int nFd, CHashKit& kit, int64_t nSize) {
+    while (nSize > 0) {
+        const ssize_t nRead = ReadBlock(nFd, kit.Block(), nSize);
+        if (nRead <= 0 || !kit.Add(static_cast<size_t>(nRead))) {
+            return false;
+        }
+        nSize -= nRead;
+    }
+    return true;
+}
+
+bool AddSizeless(int nFd, CHashKit& kit) {
+    int64_t nLeft = utils::HASH_SIZELESS_LIMIT;
+    for (;;) {
+        // One byte is asked for beyond the limit: what gives it is too large.
+        const ssize_t nRead = ReadBlock(nFd, kit.Block(), nLeft + 1);
+        if (nRead == 0) {
+            return true;
+        }
+        if (nRead < 0 || nRead > nLeft || !kit.Add(static_cast<size_t>(nRead))) {
+            return false;
+        }
+        nLeft -= nRead;
+    }
+}
+
+std::string HexText(const unsigned char* pBytes, size_t nBytes) {
+    constexpr char DIGITS[] = "0123456789abcdef";
+    std::string strText;
+    strText.reserve(2 * nBytes);
+    for (size_t i = 0; i < nBytes; ++i) {
+        strText += DIGITS[pBytes[i] >> 4];
+        strText += DIGITS[pBytes[i] & 0x0f];
+    }
+    return strText;
+}
+
+bool HashFile(const std::string& strPath, unsigned char* pMd5, unsigned char* pSha1) {
+    if (strPath.empty() || strPath.find('\0') != std::string::npos) {
+        return false;
+    }
+    // Looked at without opening: opening a device may act, opening a FIFO may wait.
+    const CFileHandle path(open(strPath.c_str(), O_PATH | O_CLOEXEC));
+    struct stat status = {};
+    if (path.Get() < 0 || fstat(path.Get(), &status) != 0 || !S_ISREG(status.st_mode) ||
+        status.st_size > utils::HASH_SIZE_LIMIT) {
+        return false;
+    }
+    const CFileHandle file(Reopen(path.Get()));
+    if (file.Get() < 0) {
+        return false;
+    }
+    std::unique_ptr<CHashKit> pKit = s_pool.Take();
+    if (pKit == nullptr || !pKit->Begin()) {
+        return false;
+    }
+    const bool bHashed = (status.st_size > 0 ? AddSized(file.Get(), *pKit, status.st_size)
+                                             : AddSizeless(file.Get(), *pKit)) &&
+                         pKit->End(pMd5, pSha1);
+    s_pool.Give(std::move(pKit));
+    return bHashed;
+}
+
+}  // namespace
+
+bool utils::getMD5AndSHA1(const std::string& strPath, std::string& strMd5, std::string& strSha1) {
+    try {
+        unsigned char md5[MD5_SIZE];
+        unsigned char sha1[SHA1_SIZE];
+        if (HashFile(strPath, md5, sha1)) {
+            std::string strMd5Text = HexText(md5, sizeof(md5));
+            std::string strSha1Text = HexText(sha1, sizeof(sha1));
+            strMd5 = std::move(strMd5Text);
+            strSha1 = std::move(strSha1Text);
+            return true;
+        }
+    } catch (const std::exception&) {  // no memory: a file that could not be read
+    }
+    strMd5.clear();
+    strSha1.clear();
+    return false;
+}
