@@ -1,4 +1,4 @@
-# What is installed and called. scripts/lib/bootstrap installs the packages.
+# What is installed and called. scripts/lib/bootstrap.sh installs the packages.
 find_package(Threads REQUIRED)
 find_package(PkgConfig REQUIRED)
 find_package(OpenSSL REQUIRED COMPONENTS Crypto)

@@ -1,0 +1,112 @@
+#!/usr/bin/env python3
+"""Every include of ours is written from the root and points to a folder the includer may use."""
+
+import re
+
+import layout
+
+ABI, BASE, SQLITE, LOG = "framework/abi", "framework/base", "framework/sqlite", "framework/log"
+HELPER, CORE = "public/pluginhelper", "tevmon/core"
+MODULE = {"utils": {ABI, BASE}, HELPER: {"framework", "utils"},
+          CORE: {"framework", "utils", HELPER}}
+SUPPORT = "tests/support"
+
+# folder -> what it may include besides itself; a folder named here stands for all below it.
+TABLE = {
+    ABI: set(),
+    BASE: {ABI},
+    SQLITE: set(),
+    LOG: {ABI, BASE},
+    **MODULE,
+    "host": {"framework"},
+    SUPPORT: {"framework"},
+    # A host of another maker has none of our headers.
+    "tests/abi": {SUPPORT},
+    "tests/system": {"framework", SUPPORT},
+    "tests/live": {"framework", SUPPORT},
+}
+
+INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^>"]+)[>"]')
+OURS = ("framework/", "utils/", "public/", "tevmon/", "host/", "tests/", "bench/", "fuzz/")
+
+
+def within(path, folder):
+    return path == folder or path.startswith(folder + "/")
+
+
+def folder_of(path):
+    """The longest folder of the table that the file stands in, or None."""
+    fitting = [folder for folder in TABLE if within(path, folder)]
+    return max(fitting, key=len) if fitting else None
+
+
+def allowed_for(path):
+    """What the file may include, its own folder among it; None for a file outside the layout."""
+    for mirror in ("tests/unit", "bench"):
+        if within(path, mirror):
+            tested = folder_of(path[len(mirror) + 1 :])
+            # A test or benchmark may use what the tested thing may, and the tested thing.
+            return {mirror, SUPPORT, tested} | TABLE[tested] if tested else {mirror, SUPPORT}
+    if within(path, "fuzz"):
+        return {"fuzz", SUPPORT, "framework", *MODULE}
+    folder = folder_of(path)
+    return None if folder is None else {folder} | TABLE[folder]
+
+
+def check(root, _arguments):
+    complaints = []
+    for path in layout.files(root, layout.CPP):
+        allowed = allowed_for(path)
+        if allowed is None:
+            complaints.append(f"{path}: stands outside the folders of the layout")
+            continue
+        for number, line in enumerate(layout.read(root, path).splitlines(), 1):
+            match = INCLUDE.match(line)
+            if not match:
+                continue
+            where, name = f"{path}:{number}", match.group(2)
+            if match.group(1) == "<":
+                if name.startswith(OURS):
+                    complaints.append(f'{where}: our own header is written in "": {name}')
+                continue
+            if not name.startswith(OURS) or ".." in name.split("/"):
+                complaints.append(f"{where}: not written from the root of the tree: {name}")
+            elif not any(within(name, folder) for folder in allowed):
+                complaints.append(f"{where}: this folder may not use {name}")
+    return complaints
+
+
+def using(path, name):
+    return {path: f'#include "{name}"\n'}
+
+
+GOOD = [
+    using("framework/base/A.cpp", "framework/abi/Guid.h"),
+    using("tevmon/core/A.h", "public/pluginhelper/A.h"),
+    using("host/view/A.cpp", "host/source/B.h"),
+    using("tests/unit/tevmon/core/A_test.cpp", "tevmon/core/A.h"),
+    using("bench/framework/base/A_bench.cpp", "framework/base/A.h"),
+    {"host/main.cpp": "#include <string>\n#include <sqlite3.h>\n"},
+]
+BAD = [
+    (using("framework/abi/A.h", "framework/base/B.h"), "may not use"),
+    (using("framework/base/A.h", "framework/log/CLog.h"), "may not use"),
+    (using("framework/sqlite/A.h", "framework/abi/Guid.h"), "may not use"),
+    (using("framework/log/A.h", "utils/time_utils.h"), "may not use"),
+    (using("utils/A.h", "framework/log/CLog.h"), "may not use"),
+    (using("public/pluginhelper/A.h", "tevmon/core/B.h"), "may not use"),
+    (using("tevmon/core/A.cpp", "host/B.h"), "may not use"),
+    (using("host/A.cpp", "tevmon/core/B.h"), "may not use"),
+    (using("host/A.cpp", "public/pluginhelper/B.h"), "may not use"),
+    (using("host/A.cpp", "utils/time_utils.h"), "may not use"),
+    (using("tests/abi/a_test.cpp", "framework/abi/Guid.h"), "may not use"),
+    (using("tests/unit/host/A_test.cpp", "tevmon/core/B.h"), "may not use"),
+    (using("tests/unit/framework/base/A_test.cpp", "utils/B.h"), "may not use"),
+    (using("tevmon/core/A.cpp", "A.h"), "not written from the root"),
+    (using("tevmon/core/A.cpp", "tevmon/core/../../host/B.h"), "not written from the root"),
+    ({"host/A.cpp": "#include <framework/abi/Guid.h>\n"}, "our own header"),
+    ({"extra/A.cpp": ""}, "outside the folders"),
+]
+
+if __name__ == "__main__":
+    layout.run(__doc__, check, GOOD, BAD)
