@@ -1,0 +1,87 @@
+#include "host/StopSignal.h"
+
+#include <pthread.h>
+#include <unistd.h>
+
+#include <csignal>
+
+namespace {
+
+constexpr int SIGNAL_END = SIGUSR1;  // sent by End to the thread, never by a user
+
+sigset_t StopSet() {
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, SIGINT);
+    sigaddset(&set, SIGTERM);
+    sigaddset(&set, SIGHUP);
+    return set;
+}
+
+}  // namespace
+
+void StopSignal::Begin() {
+    sigset_t blockSet = StopSet();
+    sigaddset(&blockSet, SIGPIPE);  // a reader that left is an error code, not a death
+    sigaddset(&blockSet, SIGNAL_END);
+    pthread_sigmask(SIG_BLOCK, &blockSet, nullptr);
+    m_thread = std::thread(&StopSignal::TakeSignals, this);
+}
+
+void StopSignal::End() {
+    if (!m_thread.joinable()) {
+        return;
+    }
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_bEnd = true;
+    }
+    pthread_kill(m_thread.native_handle(), SIGNAL_END);
+    m_thread.join();
+}
+
+void StopSignal::Request() {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_bRequested = true;
+    m_changed.notify_all();
+}
+
+bool StopSignal::IsRequested() const {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_bRequested;
+}
+
+int StopSignal::Signal() const {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_nSignal;
+}
+
+bool StopSignal::WaitFor(std::chrono::milliseconds wait) const {
+    std::unique_lock<std::mutex> lock(m_mutex);
+    return m_changed.wait_for(lock, wait, [this] { return m_bRequested; });
+}
+
+void StopSignal::TakeSignals() {
+    pthread_setname_np(pthread_self(), "host_signals");
+    sigset_t waitSet = StopSet();
+    sigaddset(&waitSet, SIGNAL_END);
+    for (;;) {
+        int nSignal = 0;
+        if (sigwait(&waitSet, &nSignal) != 0) {
+            continue;
+        }
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        if (m_bEnd) {
+            return;
+        }
+        if (nSignal == SIGNAL_END) {
+            continue;
+        }
+        if (m_nSignal != 0) {
+            _exit(128 + nSignal);
+        }
+        m_nSignal = nSignal;
+        m_bRequested = true;
+        m_changed.notify_all();
+    }
+}

@@ -1,0 +1,46 @@
+// Ctrl-C and SIGTERM as something to wait for. A thread of its own takes the signals; every other
+// thread has them blocked.
+//
+// The first signal, or a call of Request, asks for a clean stop. The second signal ends the
+// process at once with 128 + its number.
+//
+// Threads: Begin and End on the control thread, Begin before any other thread exists; the rest
+//   from any thread.
+#ifndef HOST_STOPSIGNAL_H
+#define HOST_STOPSIGNAL_H
+
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+
+class StopSignal {
+public:
+    StopSignal() = default;
+    ~StopSignal() { End(); }
+
+    StopSignal(const StopSignal&) = delete;
+    StopSignal& operator=(const StopSignal&) = delete;
+
+    void Begin();  // blocks SIGINT, SIGTERM, SIGHUP and SIGPIPE, starts the thread
+    void End();    // ends the thread; the signals stay blocked
+
+    void Request();
+    bool IsRequested() const;
+    int Signal() const;  // the signal that asked; 0 for Request, or when nothing asked
+
+    // Waits; true at once when the stop is or becomes requested.
+    bool WaitFor(std::chrono::milliseconds wait) const;
+
+private:
+    void TakeSignals();
+
+    mutable std::mutex m_mutex;
+    mutable std::condition_variable m_changed;
+    bool m_bRequested = false;
+    bool m_bEnd = false;
+    int m_nSignal = 0;
+    std::thread m_thread;
+};
+
+#endif
