@@ -5,11 +5,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
 #include <exception>
 #include <memory>
-#include <mutex>
 #include <new>
 #include <utility>
 
@@ -37,7 +35,8 @@ const Algorithms& FetchedAlgorithms() {
     return s_algorithms;
 }
 
-// What one call works with: both digests and the block read last.
+// What one call works with: both digests and the block read last. Made for each call: that is cheap
+// beside opening the file, and keeps nothing for threads that end.
 class CHashKit {
 public:
     CHashKit() : m_pMd5(EVP_MD_CTX_new()), m_pSha1(EVP_MD_CTX_new()) {}
@@ -70,39 +69,6 @@ private:
     EVP_MD_CTX* m_pSha1;
     unsigned char m_block[BLOCK_SIZE];
 };
-
-// Kits between calls, so that a small file does not pay for making one. Constant-initialised and
-// trivially destroyed: a call during the process's exit still finds it.
-class CHashKitPool {
-public:
-    std::unique_ptr<CHashKit> Take() {
-        {
-            const std::lock_guard<std::mutex> lock(m_mutex);
-            for (CHashKit*& pKit : m_kits) {
-                if (pKit != nullptr) {
-                    return std::unique_ptr<CHashKit>(std::exchange(pKit, nullptr));
-                }
-            }
-        }
-        return std::unique_ptr<CHashKit>(new (std::nothrow) CHashKit);
-    }
-
-    void Give(std::unique_ptr<CHashKit> pKit) {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        for (CHashKit*& pPlace : m_kits) {
-            if (pPlace == nullptr) {
-                pPlace = pKit.release();
-                return;
-            }
-        }
-    }
-
-private:
-    std::mutex m_mutex;
-    CHashKit* m_kits[4] = {};
-};
-
-CHashKitPool s_pool;
 
 class CFileHandle {
 public:
@@ -195,15 +161,13 @@ bool HashFile(const std::string& strPath, unsigned char* pMd5, unsigned char* pS
     if (file.Get() < 0) {
         return false;
     }
-    std::unique_ptr<CHashKit> pKit = s_pool.Take();
+    const std::unique_ptr<CHashKit> pKit(new (std::nothrow) CHashKit);
     if (pKit == nullptr || !pKit->Begin()) {
         return false;
     }
-    const bool bHashed = (status.st_size > 0 ? AddSized(file.Get(), *pKit, status.st_size)
-                                             : AddSizeless(file.Get(), *pKit)) &&
-                         pKit->End(pMd5, pSha1);
-    s_pool.Give(std::move(pKit));
-    return bHashed;
+    return (status.st_size > 0 ? AddSized(file.Get(), *pKit, status.st_size)
+                               : AddSizeless(file.Get(), *pKit)) &&
+           pKit->End(pMd5, pSha1);
 }
 
 }  // namespace

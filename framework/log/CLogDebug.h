@@ -2,27 +2,31 @@
 // function, line, format and arguments.
 //
 // Unless a host sets a sink of its own, a record becomes one line on standard error, written
-// whole: local time, "L" and the level, source, function:line, message. One line feed at the end
-// of the message is dropped; control characters within it are written as \xNN, so that a message
-// can never forge a line. A line that standard error would make wait for is dropped and counted.
+// whole: local time, "L" and the level, source, function:line, message, a blank between them, as in
+//   2031-05-17 08:30:00.125 L4 tevmon/core/CTevChennalMgr Start:57 [CTevChennalMgr]: ...
+// An empty source or function stands as "-". One line feed at the end of the message is dropped;
+// control characters are written as \xNN, so that a message can never forge a line. A line that
+// standard error does not take at once is dropped and counted.
 //
 // Threads: any. Errors: nothing throws.
-// Ownership: the one instance lives until the process ends; a sink stays the host's and must live
-//   until SetSink has replaced it and the calls into it have returned.
+// Ownership: the one instance lives until the process ends, so that threads may log until then; a
+//   sink stays the host's and must live until the SetSink that replaces it has returned.
 #ifndef FRAMEWORK_LOG_CLOGDEBUG_H
 #define FRAMEWORK_LOG_CLOGDEBUG_H
 
 #include <atomic>
+#include <condition_variable>
 #include <cstdarg>
 #include <cstdint>
+#include <mutex>
 
 #include "framework/abi/Export.h"
 
 // One record, valid during the call. Texts are never null.
 struct LogRecord {
-    int nLevel;               // 1 skip notice, 2 life cycle and traffic, 4 failure
-    int nLogType;             // 0 for a levelled record, the log type for one of CLog::_emit
-    const char* pszSource;    // as in "tevmon/core/CTevChennalMgr"
+    int nLevel;             // 1 skip notice, 2 life cycle and traffic, 4 failure
+    int nLogType;           // 0 for a levelled record, the log type for one of CLog::_emit
+    const char* pszSource;  // as in "tevmon/core/CTevChennalMgr"
     const char* pszFunction;
     int nLine;
     const char* pszFormat;
@@ -32,7 +36,7 @@ class ILogSink {
 public:
     virtual ~ILogSink() = default;
     // [any, several at once] Returns what LogPrintV is to return. args belong to the caller and
-    // may be read once. Must not throw and must not log.
+    // may be read once. Must not throw, log or call SetSink.
     virtual int OnLog(const LogRecord& record, va_list args) = 0;
 };
 
@@ -54,7 +58,8 @@ public:
 
     // The lowest level written.
     void SetLevel(int nLevel);
-    // Where records go; null for standard error.
+    // Where records go; null for standard error. Returns when no call into the sink that it
+    // replaces is in progress, however long such a call takes, and none can begin any more.
     void SetSink(ILogSink* pSink);
     // Lines that standard error did not take.
     uint64_t DroppedLines() const;
@@ -64,10 +69,19 @@ private:
     CLogDebug();
     ~CLogDebug() = default;
     int Hand(const LogRecord& record, va_list args);
+    int WriteLine(const LogRecord& record, va_list args);
 
     std::atomic<int> m_nLevel;
-    std::atomic<ILogSink*> m_pSink{nullptr};
     std::atomic<uint64_t> m_nDropped{0};
+
+    // Each sink's calls are counted on the side in use while it stood; SetSink changes the side and
+    // waits for the other to empty. Calls that keep coming so never hold it up.
+    std::mutex m_setMutex;   // one SetSink at a time; taken before m_callMutex
+    std::mutex m_callMutex;  // guards what follows; not held during a call
+    std::condition_variable m_callReturned;
+    ILogSink* m_pSink = nullptr;
+    int m_nSide = 0;
+    int m_nCalls[2] = {0, 0};
 };
 
 #endif

@@ -1,0 +1,164 @@
+#include "framework/log/CLogDebug.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <charconv>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <exception>
+#include <new>
+#include <string>
+
+#include "framework/base/CStr.h"
+#include "framework/base/FdWriter.h"
+
+namespace {
+
+constexpr int DEFAULT_LEVEL = 4;
+
+int LevelFromEnvironment() {
+    const char* pszLevel = getenv("HOSTFRAMEWORK_LOG_LEVEL");
+    if (pszLevel == nullptr) {
+        return DEFAULT_LEVEL;
+    }
+    const char* pszEnd = pszLevel + strlen(pszLevel);
+    int nLevel = 0;
+    const auto result = std::from_chars(pszLevel, pszEnd, nLevel);
+    return result.ec == std::errc() && result.ptr == pszEnd ? nLevel : DEFAULT_LEVEL;
+}
+
+const char* TextOf(const char* pszText) {
+    return pszText == nullptr ? "" : pszText;
+}
+
+void AppendTime(std::string& strLine) {
+    timespec now = {};
+    clock_gettime(CLOCK_REALTIME, &now);
+    tm local = {};
+    localtime_r(&now.tv_sec, &local);
+    char szTime[64] = "";
+    strftime(szTime, sizeof(szTime), "%Y-%m-%d %H:%M:%S", &local);
+    char szMilliseconds[16] = "";
+    snprintf(szMilliseconds, sizeof(szMilliseconds), ".%03d",
+             static_cast<int>(now.tv_nsec / 1000000));
+    strLine.append(szTime).append(szMilliseconds);
+}
+
+void AppendEscaped(std::string& strLine, const std::string& strText) {
+    constexpr char DIGITS[] = "0123456789abcdef";
+    for (const char c : strText) {
+        const unsigned nByte = static_cast<unsigned char>(c);
+        if (nByte >= 0x20 && nByte != 0x7f) {
+            strLine += c;
+        } else {
+            strLine.append("\\x").append(1, DIGITS[nByte >> 4]).append(1, DIGITS[nByte & 0x0f]);
+        }
+    }
+}
+
+// A part before the message; never empty, so that a line's parts can be told by their place.
+void AppendName(std::string& strLine, const char* pszName) {
+    AppendEscaped(strLine, *pszName == '\0' ? "-" : pszName);
+}
+
+std::string LineOf(const LogRecord& record, va_list args) {
+    std::string strMessage = CStr::stdformatV(record.pszFormat, args);
+    if (!strMessage.empty() && strMessage.back() == '\n') {
+        strMessage.pop_back();
+    }
+    std::string strLine;
+    strLine.reserve(strMessage.size() + 128);
+    AppendTime(strLine);
+    strLine.append(" L").append(std::to_string(record.nLevel)).append(" ");
+    AppendName(strLine, record.pszSource);
+    strLine += ' ';
+    AppendName(strLine, record.pszFunction);
+    strLine.append(":").append(std::to_string(record.nLine)).append(" ");
+    AppendEscaped(strLine, strMessage);
+    strLine += '\n';
+    return strLine;
+}
+
+int CallSink(ILogSink& sink, const LogRecord& record, va_list args) {
+    try {
+        return sink.OnLog(record, args);
+    } catch (const std::exception&) {
+        return 0;
+    }
+}
+
+}  // namespace
+
+CLogDebug::CLogDebug() : m_nLevel(LevelFromEnvironment()) {}
+
+CLogDebug* CLogDebug::Instance() {
+    alignas(CLogDebug) static unsigned char s_place[sizeof(CLogDebug)];
+    static CLogDebug* const s_pInstance = new (s_place) CLogDebug;
+    return s_pInstance;
+}
+
+bool CLogDebug::CheckLogLevel(int nLevel, int) const {
+    return nLevel >= m_nLevel;
+}
+
+int CLogDebug::LogPrintV(int nLevel, const char* pszSource, const char* pszFunction, int nLine,
+                         const char* pszFormat, va_list args) {
+    return Hand({nLevel, 0, pszSource, pszFunction, nLine, pszFormat}, args);
+}
+
+void CLogDebug::SetLevel(int nLevel) {
+    m_nLevel = nLevel;
+}
+
+void CLogDebug::SetSink(ILogSink* pSink) {
+    const std::lock_guard<std::mutex> setLock(m_setMutex);
+    std::unique_lock<std::mutex> lock(m_callMutex);
+    m_pSink = pSink;
+    const int nOldSide = m_nSide;
+    m_nSide = 1 - nOldSide;
+    m_callReturned.wait(lock, [&] { return m_nCalls[nOldSide] == 0; });
+}
+
+uint64_t CLogDebug::DroppedLines() const {
+    return m_nDropped;
+}
+
+int CLogDebug::Hand(const LogRecord& record, va_list args) {
+    const LogRecord safe = {record.nLevel,
+                            record.nLogType,
+                            TextOf(record.pszSource),
+                            TextOf(record.pszFunction),
+                            record.nLine,
+                            TextOf(record.pszFormat)};
+    const int nOldErrno = errno;  // a caller may log between a failure and its report
+    std::unique_lock<std::mutex> lock(m_callMutex);
+    ILogSink* pSink = m_pSink;
+    const int nSide = m_nSide;
+    ++m_nCalls[nSide];
+    lock.unlock();
+
+    const int nResult = pSink == nullptr ? WriteLine(safe, args) : CallSink(*pSink, safe, args);
+
+    lock.lock();
+    if (--m_nCalls[nSide] == 0) {
+        m_callReturned.notify_all();
+    }
+    lock.unlock();
+    errno = nOldErrno;
+    return nResult;
+}
+
+int CLogDebug::WriteLine(const LogRecord& record, va_list args) {
+    try {
+        const std::string strLine = LineOf(record, args);
+        if (CFdWriter::Write(STDERR_FILENO, strLine)) {
+            return static_cast<int>(strLine.size());
+        }
+    } catch (const std::exception&) {  // no memory: this line is lost
+    }
+    ++m_nDropped;
+    return 0;
+}
