@@ -1,0 +1,28 @@
+#include "public/pluginhelper/GuidText.h"
+
+#include <cstdio>
+
+void ParseGuid(const char* pszText, Guid* pGuid) {
+    if (pszText == nullptr) {
+        *pGuid = Guid{};
+        return;
+    }
+    uint8_t* p = pGuid->nData4;
+    const char* pszFormat =
+        pszText[0] == '{' ? "{%08x-%04hx-%04hx-%02hhx%02hhx-%02hhx%02hhx%02hhx%02hhx%02hhx%02hhx}"
+                          : "%08x-%04hx-%04hx-%02hhx%02hhx-%02hhx%02hhx%02hhx%02hhx%02hhx%02hhx";
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"  // one of the two literals above
+    (void)sscanf(pszText, pszFormat, &pGuid->nData1, &pGuid->nData2, &pGuid->nData3, &p[0], &p[1],
+                 &p[2], &p[3], &p[4], &p[5], &p[6], &p[7]);
+#pragma GCC diagnostic pop
+}
+
+char* FormatGuid(const Guid& guid, char* pszBuffer, bool bBraces) {
+    const uint8_t* p = guid.nData4;
+    (void)snprintf(pszBuffer, GUID_TEXT_SIZE,
+                   "%s%08X-%04X-%04X-%02X%02X-%02X%02X%02X%02X%02X%02X%s", bBraces ? "{" : "",
+                   guid.nData1, guid.nData2, guid.nData3, p[0], p[1], p[2], p[3], p[4], p[5], p[6],
+                   p[7], bBraces ? "}" : "");
+    return pszBuffer;
+}
