@@ -1,0 +1,108 @@
+#include "tevmon/core/CTevChennalDB.h"
+
+#include <utility>
+
+#include "framework/base/Base64Util.h"
+#include "framework/base/CStr.h"
+
+namespace {
+
+constexpr char DATABASE_FILE[] = "../data/db/tevchennaldb.db";
+constexpr char TABLE[] = "msgchennal";
+constexpr char CREATE_TABLE[] =
+    "create table msgchennal( id INTEGER PRIMARY KEY autoincrement , createtime TEXT, detail TEXT, "
+    "mid INTEGER)";
+
+std::string FetchStatement(int nCount) {
+    return CStr::stdformat("select * from msgchennal limit 0,%d", nCount);
+}
+
+void ReadRows(CppSQLite3DB& db, const std::string& strStatement,
+              std::list<ChennalRecord>& recordList) {
+    // Finalized by its destructor: before the commit, and when a row cannot be read.
+    CppSQLite3Query query = db.execQuery(strStatement.c_str());
+    for (; !query.eof(); query.nextRow()) {
+        ChennalRecord record;
+        record.id = query.getInt64Field("id");
+        record.detail = Base64Util::Base64Decode(query.getStringField("detail"));
+        record.createtime = query.getIntField("createtime");
+        record.mid = query.getIntField("mid");
+        recordList.push_back(std::move(record));
+    }
+}
+
+}  // namespace
+
+CTevChennalDB::CTevChennalDB()
+    : CTevStore(DATABASE_FILE, TABLE, CREATE_TABLE),
+      m_strInsertPrefix("insert into msgchennal(createtime,detail,mid) values") {
+    (void)Open();  // it has printed; later operations fail and say so
+}
+
+int CTevChennalDB::Insert(const ChennalRecord& record) {
+    CAutoLock lock(m_mutex);
+    return Change([&] {
+        // Base64 keeps a quote inside the message from ending the SQL literal early.
+        std::string strStatement = m_strInsertPrefix;
+        strStatement += "('" + std::to_string(record.createtime) + "','";
+        strStatement += Base64Util::Base64Encode(record.detail);
+        strStatement += "'," + std::to_string(record.mid) + ")";
+        return strStatement;
+    });
+}
+
+int CTevChennalDB::Fetch(std::list<ChennalRecord>& recordList, int nCount) {
+    CAutoLock lock(m_mutex);
+    recordList.clear();
+    const int nResult = WithoutTransaction([&] { return FetchStatement(nCount); },
+                                           [&](CppSQLite3DB& db, const std::string& strStatement) {
+                                               ReadRows(db, strStatement, recordList);
+                                           });
+    if (nResult != 0) {
+        recordList.clear();
+    }
+    return nResult;
+}
+
+int CTevChennalDB::FetchAndRemove(std::list<ChennalRecord>& recordList, int nCount) {
+    CAutoLock lock(m_mutex);
+    recordList.clear();
+    const int nResult = InTransaction(
+        [&] { return FetchStatement(nCount); },
+        [&](CppSQLite3DB& db, const std::string& strStatement) {
+            ReadRows(db, strStatement, recordList);
+            const std::string strDelete = CStr::stdformat(
+                "delete from msgchennal where id  in(select id from msgchennal limit %d)",
+                static_cast<int>(recordList.size()));
+            (void)db.execDML(strDelete.c_str());
+        });
+    if (nResult != 0) {
+        recordList.clear();
+    }
+    return nResult;
+}
+
+int CTevChennalDB::Remove(int64_t nId) {
+    CAutoLock lock(m_mutex);
+    return Change([&] {
+        // Cut to 32 bits: this width is relied on.
+        return CStr::stdformat("delete from msgchennal where id = %d", static_cast<int32_t>(nId));
+    });
+}
+
+int CTevChennalDB::Count() {
+    CAutoLock lock(m_mutex);
+    int nCount = 0;
+    const int nResult =
+        WithoutTransaction([] { return std::string("select count(*) as rownum from msgchennal "); },
+                           [&](CppSQLite3DB& db, const std::string& strStatement) {
+                               const CppSQLite3Query query = db.execQuery(strStatement.c_str());
+                               nCount = query.eof() ? 0 : query.getIntField("rownum");
+                           });
+    return nResult == 0 ? nCount : 0;
+}
+
+bool CTevChennalDB::Clear() {
+    CAutoLock lock(m_mutex);
+    return Change([] { return std::string("delete from msgchennal"); }) == 0;
+}

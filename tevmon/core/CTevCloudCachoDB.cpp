@@ -1,0 +1,131 @@
+#include "tevmon/core/CTevCloudCachoDB.h"
+
+#include <utility>
+
+#include "framework/base/Base64Util.h"
+#include "framework/base/CStr.h"
+
+namespace {
+
+constexpr char DATABASE_FILE[] = "../data/db/tevcloudcacho.db";
+constexpr char TABLE[] = "cachotable";
+constexpr char CREATE_TABLE[] =
+    "create table cachotable( id INTEGER ,  vkey TEXT PRIMARY KEY, level INTEGER,  tmcreate "
+    "INTEGER, tminternal INTEGER, detail TEXT, mid INTEGER)";
+
+CachoRecord ReadRow(const CppSQLite3Query& query) {
+    CachoRecord record;
+    record.id = query.getInt64Field("id");
+    record.key = query.getStringField("vkey");
+    record.nLevel = static_cast<int32_t>(query.getInt64Field("level"));
+    record.nTmCreate = query.getInt64Field("tmcreate");
+    record.nTmInterval = query.getInt64Field("tminternal");
+    record.strDetail = Base64Util::Base64Decode(query.getStringField("detail"));
+    record.eMid = query.getIntField("mid");
+    return record;
+}
+
+}  // namespace
+
+CTevCloudCachoDB::CTevCloudCachoDB()
+    : CTevStore(DATABASE_FILE, TABLE, CREATE_TABLE),
+      m_strInsertPrefix("insert into cachotable(vkey,level,tmcreate,tminternal,detail,mid) values"),
+      m_strSelectPrefix("select * from cachotable  where ") {
+    (void)Open();  // it has printed; later operations fail and say so
+}
+
+int CTevCloudCachoDB::Insert(const CachoRecord& record) {
+    CAutoLock lock(m_mutex);
+    return Change([&] {
+        return m_strInsertPrefix + "('" + record.key + "'," + std::to_string(record.nLevel) + "," +
+               std::to_string(record.nTmCreate) + "," + std::to_string(record.nTmInterval) + ",'" +
+               Base64Util::Base64Encode(record.strDetail) + "'," + std::to_string(record.eMid) +
+               ")";
+    });
+}
+
+int CTevCloudCachoDB::Select(const std::string& strKey, CachoRecord& record) {
+    CAutoLock lock(m_mutex);
+    CachoRecord found;
+    bool bFound = false;
+    const int nResult = InTransaction([&] { return m_strSelectPrefix + "vkey = '" + strKey + "'"; },
+                                      [&](CppSQLite3DB& db, const std::string& strStatement) {
+                                          const CppSQLite3Query query =
+                                              db.execQuery(strStatement.c_str());
+                                          if (!query.eof()) {
+                                              found = ReadRow(query);
+                                              bFound = true;
+                                          }
+                                      });
+    if (nResult != 0) {
+        return -1;
+    }
+    if (!bFound) {
+        return 0;
+    }
+    record = std::move(found);
+    return 1;
+}
+
+int CTevCloudCachoDB::Update(const CachoRecord& record) {
+    CAutoLock lock(m_mutex);
+    const int nResult = Change([&] {
+        // The ")" before "where" makes this a syntax error. It is relied on: a known key's row
+        // keeps its time and level until the expiry scan deletes it.
+        return "update cachotable set vkey = '" + record.key +
+               "',level = " + std::to_string(record.nLevel) +
+               ",tmcreate = " + std::to_string(record.nTmCreate) +
+               ",tminternal = " + std::to_string(record.nTmInterval) + ",detail = '" +
+               Base64Util::Base64Encode(record.strDetail) +
+               "',mid = " + std::to_string(record.eMid) + ")where vkey = '" + record.key + "'";
+    });
+    return nResult == 0 ? 1 : 0;
+}
+
+int CTevCloudCachoDB::Delete(const std::string& strKey) {
+    if (strKey.empty()) {
+        return 1;
+    }
+    const int nResult =
+        Change([&] { return "delete from cachotable where vkey = '" + strKey + "'"; });
+    // Not SQLite's code: so a busy database is not tried again, which is relied on.
+    return nResult == 0 ? 0 : 1;
+}
+
+int CTevCloudCachoDB::SelectPage(CachoPage& page, int nCount) {
+    page.recordList.clear();
+    const int nResult = InTransaction(
+        [&] {
+            return CStr::stdformat("select * from cachotable limit %d,%d", page.nOffset, nCount);
+        },
+        [&](CppSQLite3DB& db, const std::string& strStatement) {
+            CppSQLite3Query query = db.execQuery(strStatement.c_str());
+            for (; !query.eof(); query.nextRow()) {
+                page.recordList.push_back(ReadRow(query));
+            }
+        });
+    if (nResult != 0) {
+        page.recordList.clear();
+        return -1;
+    }
+    const int nRows = static_cast<int>(page.recordList.size());
+    page.nOffset += nRows;
+    return nRows;
+}
+
+int CTevCloudCachoDB::Count() {
+    CAutoLock lock(m_mutex);
+    int nCount = 0;
+    const int nResult =
+        WithoutTransaction([] { return std::string("select count(*) as rownum from cachotable "); },
+                           [&](CppSQLite3DB& db, const std::string& strStatement) {
+                               const CppSQLite3Query query = db.execQuery(strStatement.c_str());
+                               nCount = query.eof() ? 0 : query.getIntField("rownum");
+                           });
+    return nResult == 0 ? nCount : -1;
+}
+
+int CTevCloudCachoDB::Clear() {
+    CAutoLock lock(m_mutex);
+    return Change([] { return std::string("delete from cachotable"); }) == 0 ? 1 : 0;
+}

@@ -1,0 +1,90 @@
+// What the two stores have in common: one SQLite file under ../data/db (relative to the host's
+// current directory), one table, statements built as text, every change in a transaction of its
+// own, and one mutex.
+//
+// Threads: any; the derived stores hold m_mutex where their comments say so.
+// Errors: nothing throws. A failed operation is rolled back and SQLite's text goes to standard
+//   output as one line; the operation answers SQLite's primary result code.
+#ifndef TEVMON_CORE_CTEVSTORE_H
+#define TEVMON_CORE_CTEVSTORE_H
+
+#include <string>
+
+#include "framework/base/CMutex.h"
+#include "framework/sqlite/CppSQLite3.h"
+
+// SQLite's result code for "another connection holds the lock", the only one worth trying again.
+constexpr int STORE_BUSY = 5;
+
+class CTevStore {
+public:
+    CTevStore(const CTevStore&) = delete;
+    CTevStore& operator=(const CTevStore&) = delete;
+
+    // Opens the file and creates the table when there is none. False after a failure; then the
+    // connection is closed and every later operation fails.
+    bool Open() TEV_EXCLUDES(m_mutex);
+
+    // Sets how db waits for the disk: 0 off, 1 normal, 2 full; any other mode does nothing.
+    // Returns 0 or SQLite's code.
+    int SetSynchronous(CppSQLite3DB& db, int nMode) TEV_EXCLUDES(m_mutex);
+
+    // Execute one statement each and throw CppSQLite3Exception. The caller holds the mutex.
+    void BeginTransaction() TEV_REQUIRES(m_mutex);
+    void Commit() TEV_REQUIRES(m_mutex);
+    void Rollback() TEV_REQUIRES(m_mutex);
+
+protected:
+    // strFile is appended to the current directory when the store opens.
+    CTevStore(const char* pszFile, const char* pszTable, const char* pszCreate);
+    ~CTevStore() = default;
+
+    // make builds a statement's text, work runs it; both may throw. Change runs the statement in a
+    // transaction of its own. All return 0, or after rolling back and printing the code of whatever
+    // make, begin, work or commit threw.
+    template <class Make>
+    int Change(Make make) TEV_REQUIRES(m_mutex) {
+        return Run(true, make, [](CppSQLite3DB& db, const std::string& strStatement) {
+            (void)db.execDML(strStatement.c_str());
+        });
+    }
+    template <class Make, class Work>
+    int InTransaction(Make make, Work work) TEV_REQUIRES(m_mutex) {
+        return Run(true, make, work);
+    }
+    template <class Make, class Work>
+    int WithoutTransaction(Make make, Work work) TEV_REQUIRES(m_mutex) {
+        return Run(false, make, work);
+    }
+
+private:
+    template <class Make, class Work>
+    int Run(bool bTransaction, Make& make, Work work) TEV_REQUIRES(m_mutex) {
+        try {
+            const std::string strStatement = make();
+            if (bTransaction) {
+                BeginTransaction();
+            }
+            work(m_db, strStatement);
+            if (bTransaction) {
+                Commit();
+            }
+            return 0;
+        } catch (...) {
+            return Failed(bTransaction);
+        }
+    }
+
+    int Failed(bool bTransaction) noexcept TEV_REQUIRES(m_mutex);
+    static int SetSynchronousUnlocked(CppSQLite3DB& db, int nMode);
+
+    const char* const m_pszFile;
+    const char* const m_pszTable;
+    const char* const m_pszCreate;
+    CppSQLite3DB m_db TEV_GUARDED_BY(m_mutex);
+
+protected:
+    CMutex m_mutex;  // last, so it is destroyed before the connection
+};
+
+#endif
