@@ -1,0 +1,28 @@
+// Counts the host threads that are inside the module, so that destruction at exit can shut the door
+// and wait for them.
+//
+// Threads: any. Errors: nothing throws.
+#ifndef TEVMON_CORE_CTEVCALLGATE_H
+#define TEVMON_CORE_CTEVCALLGATE_H
+
+// Held by a host thread for the length of a call into the module.
+class CTevCallGate {
+public:
+    CTevCallGate();
+    ~CTevCallGate();
+
+    CTevCallGate(const CTevCallGate&) = delete;
+    CTevCallGate& operator=(const CTevCallGate&) = delete;
+
+    // False once the gate is shut: the call must do nothing.
+    bool IsOpen() const { return m_bOpen; }
+
+    // Lets no further call in and waits up to nMilliseconds for those inside to leave. True when
+    // nobody is inside.
+    static bool Shut(int nMilliseconds);
+
+private:
+    bool m_bOpen;
+};
+
+#endif

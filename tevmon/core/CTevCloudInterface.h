@@ -1,0 +1,37 @@
+// Builds cloud queries and posts them. The answer comes back as a message of its own.
+//
+// Threads: [channel]; no state.
+// Errors: nothing throws; a failed send is logged once and the query is gone.
+// Ownership: one object per process, made by Instance().
+#ifndef TEVMON_CORE_CTEVCLOUDINTERFACE_H
+#define TEVMON_CORE_CTEVCLOUDINTERFACE_H
+
+#include <json/value.h>
+
+#include <cstdint>
+#include <string>
+
+#include "framework/base/SingletonAbstract.h"
+
+struct CloudQuery {
+    Json::Value jsonExt;     // the event: an array of behaviour items
+    std::string strPath;     // of the file concerned, unmasked
+    int32_t nPathType;       // 0, or 1 for a path that names no file any more
+    const char* pszIdKey;    // "adid" or "fdid"
+    const char* pszIdValue;  // the kind of event
+    const char* pszFunc;     // the analyser, echoed by the answer
+    std::string strContext;  // the key to record the verdict under, echoed by the answer
+};
+
+class CTevCloudInterface : public utils::SingletonAbstract<CTevCloudInterface> {
+public:
+    // Posts one query; its event is moved into the message. True when the router took it.
+    bool Post(CloudQuery query);
+
+protected:
+    friend class utils::SingletonAbstract<CTevCloudInterface>;
+    CTevCloudInterface() = default;
+    ~CTevCloudInterface() = default;
+};
+
+#endif

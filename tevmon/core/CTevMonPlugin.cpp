@@ -1,0 +1,126 @@
+#include "tevmon/core/CTevMonPlugin.h"
+
+#include <new>
+
+#include "framework/abi/MsgTypes.h"
+#include "public/pluginhelper/CMsgRouterHolder.h"
+#include "public/pluginhelper/GuidText.h"
+#include "public/pluginhelper/LogPrint.h"
+#include "tevmon/core/CTevCallGate.h"
+#include "tevmon/core/CTevChennalMgr.h"
+#include "tevmon/core/CTevCloudCachoMgr.h"
+#include "tevmon/core/CTevModuleReference.h"
+
+namespace {
+
+constexpr char SOURCE[] = "tevmon/core/CTevMonPlugin";
+
+// Fixed, read by log filters.
+constexpr int LINE_INIT = 22;
+constexpr int LINE_UNINIT = 28;
+constexpr int LINE_SETOPT = 36;
+constexpr int LINE_GETSTATUS = 50;
+constexpr int LINE_START = 55;
+constexpr int LINE_STOP = 64;
+
+constexpr int TEARDOWN_WAIT_MS = 2000;  // for host threads that are still inside at exit
+
+CTevMonPlugin* s_pPlugin = nullptr;
+
+}  // namespace
+
+int32_t CTevMonPlugin::zkp_init(void* /*pHostArgument*/) {
+    LogPrint(LOG_TRACE, SOURCE, "zkp_init", LINE_INIT, "[CTevMonPlugin] zkp_init...");
+    m_eStatus = PluginInitialised;
+    return 0;
+}
+
+void CTevMonPlugin::zkp_uninit() {
+    LogPrint(LOG_TRACE, SOURCE, "zkp_uninit", LINE_UNINIT, "[CTevMonPlugin] zkp_uninit...");
+    CMsgRouterHolder* pHolder = CMsgRouterHolder::Instance();
+    if (pHolder != nullptr) {
+        pHolder->UnregisterReceiver(MSG_TYPE_HIPS_EVENT);
+        pHolder->UnregisterReceiver(MSG_TYPE_CLOUD_RESULT);
+        pHolder->Close();
+    }
+    m_eStatus = PluginUninitialised;
+}
+
+void CTevMonPlugin::zkp_setopt(IMsgRouter* pRouter) {
+    // The class word is another one on purpose; log filters know it so.
+    LogPrint(LOG_TRACE, SOURCE, "zkp_setopt", LINE_SETOPT, "[CWorkerPlugin] zkp_setopt...");
+    CMsgRouterHolder* pHolder = CMsgRouterHolder::Instance();
+    if (pRouter == nullptr || pHolder == nullptr) {
+        return;
+    }
+    pHolder->SetRouter(pRouter);
+    Guid identity = {};
+    ParseGuid(MODULE_IDENTITY, &identity);
+    (void)pHolder->SetLocalIdentity(identity);  // what fails here shows as silence, to the host
+    (void)pHolder->RegisterReceiver(MSG_TYPE_HIPS_EVENT, &m_recever);
+    (void)pHolder->RegisterReceiver(MSG_TYPE_CLOUD_RESULT, &m_recever);
+}
+
+int32_t CTevMonPlugin::zkp_getstatus() {
+    LogPrint(LOG_TRACE, SOURCE, "zkp_getstatus", LINE_GETSTATUS,
+             "[CTevMonPlugin] zkp_getstatus...");
+    return static_cast<int32_t>(m_eStatus);
+}
+
+int32_t CTevMonPlugin::zkp_start() {
+    // The getstatus text, on purpose; log filters know it so.
+    LogPrint(LOG_TRACE, SOURCE, "zkp_start", LINE_START, "[CTevMonPlugin] zkp_getstatus...");
+    CTevModuleReference::Take();
+    utils::SingletonTeardown::SetHook(&TearDown);
+    (void)m_timer.Start(CThread::PriorityNormal);
+    CTevCloudCachoMgr* pCache = CTevCloudCachoMgr::Instance();
+    if (pCache != nullptr) {
+        (void)pCache->Start(CThread::PriorityNormal);
+    }
+    CTevChennalMgr* pChannel = CTevChennalMgr::Instance();
+    if (pChannel != nullptr) {
+        (void)pChannel->Start(CThread::PriorityNormal);
+    }
+    m_eStatus = PluginStarted;
+    return 0;
+}
+
+int32_t CTevMonPlugin::zkp_stop() {
+    LogPrint(LOG_TRACE, SOURCE, "zkp_stop", LINE_STOP, "[CTevMonPlugin] zkp_stop...");
+    const bool bStopped = StopThreads();
+    m_eStatus = PluginStopped;
+    if (bStopped) {
+        CTevModuleReference::Drop();
+    }
+    return 0;
+}
+
+bool CTevMonPlugin::StopThreads() {
+    // Timer, channel, cache: not start reversed. This order is relied on.
+    m_timer.Stop();
+    CTevChennalMgr* pChannel = CTevChennalMgr::Instance();
+    if (pChannel != nullptr) {
+        pChannel->Exit();
+    }
+    CTevCloudCachoMgr* pCache = CTevCloudCachoMgr::Instance();
+    if (pCache != nullptr) {
+        pCache->Exit();
+    }
+    return !m_timer.isJoinable() && (pChannel == nullptr || !pChannel->isJoinable()) &&
+           (pCache == nullptr || !pCache->isJoinable());
+}
+
+bool CTevMonPlugin::TearDown() {
+    const bool bStopped = s_pPlugin == nullptr || s_pPlugin->StopThreads();
+    return CTevCallGate::Shut(TEARDOWN_WAIT_MS) && bStopped;
+}
+
+IPluginProxy* GetPluginInstance() {
+    if (s_pPlugin == nullptr) {
+        try {
+            s_pPlugin = new (std::nothrow) CTevMonPlugin;
+        } catch (...) {  // out of memory further in; the next call tries again
+        }
+    }
+    return s_pPlugin;
+}

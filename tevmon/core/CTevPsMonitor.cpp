@@ -1,0 +1,141 @@
+#include "tevmon/core/CTevPsMonitor.h"
+
+#include <ctime>
+#include <utility>
+
+#include "framework/base/Base64Util.h"
+#include "framework/base/file_utils.h"
+#include "public/pluginhelper/JsonReaders.h"
+#include "public/pluginhelper/LogPrint.h"
+#include "tevmon/core/CTevCloudCachoMgr.h"
+#include "tevmon/core/CTevCloudInterface.h"
+#include "tevmon/core/CUserPathMasker.h"
+#include "tevmon/core/EventHelpers.h"
+
+namespace {
+
+constexpr char SOURCE[] = "tevmon/core/CTevPsMonitor";
+
+struct Launch {
+    std::string strPath;
+    std::string strCmd;
+    int32_t nPid = 0;
+    int32_t nScriptType = ScriptNone;
+    struct stat status = {};
+};
+
+bool HasLivingVerdict(const std::string& strKey) {
+    CTevCloudCachoMgr* pCache = CTevCloudCachoMgr::Instance();
+    CachoRecord entry;
+    return pCache != nullptr && pCache->GetRecord(strKey, entry) &&
+           IsCachoValid(entry, time(nullptr));
+}
+
+std::string CommandLineText(const std::string& strCmd) {
+    return strCmd.empty() ? "null" : "2." + Base64Util::Base64Encode(strCmd);
+}
+
+std::string MaskedPath(std::string strPath) {
+    CUserPathMasker* pMasker = CUserPathMasker::Instance();
+    if (pMasker != nullptr) {
+        (void)pMasker->MaskUserPath(strPath);
+    }
+    return strPath;
+}
+
+// The texts that a launch's event is made of, in the order in which they are computed.
+struct LaunchTexts {
+    explicit LaunchTexts(const struct stat& status)
+        : strMode(FormatMode(status.st_mode)),
+          // As signed numbers: an id above 2147483647 prints negative, which is relied on.
+          strUid(std::to_string(static_cast<int32_t>(status.st_uid))),
+          strGid(std::to_string(static_cast<int32_t>(status.st_gid))),
+          strInode(std::to_string(static_cast<int64_t>(status.st_ino))),
+          strAtime(FormatEventTime(status.st_atim.tv_sec, status.st_atim.tv_nsec)),
+          strMtime(FormatEventTime(status.st_mtim.tv_sec, status.st_mtim.tv_nsec)),
+          strCtime(FormatEventTime(status.st_ctim.tv_sec, status.st_ctim.tv_nsec)) {}
+
+    std::string strMode;
+    std::string strUid;
+    std::string strGid;
+    std::string strInode;
+    std::string strAtime;
+    std::string strMtime;
+    std::string strCtime;
+};
+
+Json::Value LaunchEvent(const Launch& launch, const LaunchTexts& texts) {
+    const std::string strCommandLine = CommandLineText(launch.strCmd);
+    Json::Value jsonEvent(Json::arrayValue);
+    AppendItem(jsonEvent, "hi.event_name", "CreateProcess");
+    AppendItem(jsonEvent, "hi.filemode", texts.strMode);
+    AppendItem(jsonEvent, "hi.fileuid", texts.strUid);
+    AppendItem(jsonEvent, "hi.filegid", texts.strGid);
+    AppendItem(jsonEvent, "hi.fileinode", texts.strInode);
+    AppendItem(jsonEvent, "hi.fileatime", texts.strAtime);
+    AppendItem(jsonEvent, "hi.filemtime", texts.strMtime);
+    AppendItem(jsonEvent, "hi.filectime", texts.strCtime);
+    AppendItem(jsonEvent, "hi.process_id", std::to_string(launch.nPid));
+    AppendItem(jsonEvent, "hi.process_path", MaskedPath(launch.strPath));
+    // The command line is made into an item and left out of the event: this is relied on.
+    Json::Value jsonLeftOut(Json::arrayValue);
+    AppendItem(jsonLeftOut, "hi.command_line", strCommandLine);
+    AppendItem(jsonEvent, "hi.type", std::to_string(launch.nScriptType));
+    return jsonEvent;
+}
+
+}  // namespace
+
+bool CTevPsMonitor::Run(const std::string& /*strSender*/, const std::string& strMessage) {
+    Json::Value jsonRoot;
+    if (!ParseJsonText(strMessage, jsonRoot) || !JsonHasMember(jsonRoot, "param")) {
+        return false;
+    }
+    const Json::Value& jsonParam = JsonMember(jsonRoot, "param");
+    for (Json::ArrayIndex i = 0; i < JsonArraySize(jsonParam); ++i) {
+        try {
+            RunElement(jsonParam[i]);
+        } catch (...) {  // one element never costs its neighbours
+        }
+    }
+    return true;
+}
+
+void CTevPsMonitor::RunElement(const Json::Value& jsonElement) {
+    if (!JsonHasMember(jsonElement, "path")) {
+        return;
+    }
+    Launch launch;
+    launch.strPath = JsonText(jsonElement, "path");
+    const char* pszPath = launch.strPath.c_str();
+    if (!file_utils::IsFile(launch.strPath, FOLLOW_LINK_YES)) {
+        return;
+    }
+    launch.strCmd = JsonText(jsonElement, "cmd");
+    launch.nPid = JsonInt(jsonElement, "pid");
+    launch.nScriptType = DetectScriptType(launch.strPath, launch.strCmd);
+    if (!StatFile(launch.strPath, launch.status)) {
+        LogPrint(LOG_FAIL, SOURCE, "Run", __LINE__, "[CTevPsMonitor] stat faid [%s]", pszPath);
+        return;
+    }
+    const LaunchTexts texts(launch.status);
+    // Hashed before the cache is asked: the hash is the cache key.
+    const std::string strKey = ProgramKey(launch.strPath);
+    if (strKey.empty()) {
+        LogPrint(LOG_FAIL, SOURCE, "Run", __LINE__, "[CTevPsMonitor] calc md5 faid! [%s][lanuch]",
+                 pszPath);
+        return;
+    }
+    if (HasLivingVerdict(strKey)) {
+        LogPrint(LOG_SKIP, SOURCE, "Run", __LINE__, "[CTevPsMonitor] %s in cacho, skip [lanuch]",
+                 pszPath);
+        return;
+    }
+    CTevCloudInterface* pCloud = CTevCloudInterface::Instance();
+    if (pCloud != nullptr) {
+        Json::Value jsonEvent = LaunchEvent(launch, texts);
+        // A failed post is logged there; the next launch of the program asks again.
+        (void)pCloud->Post({std::move(jsonEvent), std::move(launch.strPath), 0, "adid", "10001",
+                            "cloudad", strKey});
+    }
+}

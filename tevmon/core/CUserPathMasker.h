@@ -1,0 +1,43 @@
+// Takes local account names out of paths: every path component that is the login name of a local
+// user with a home under /home/ becomes "$username".
+//
+// Threads: [channel] only; the map has no lock and getpwent has process-wide state.
+// Errors: none; an unreadable user database masks nothing.
+// Ownership: one object per process, made by Instance().
+#ifndef TEVMON_CORE_CUSERPATHMASKER_H
+#define TEVMON_CORE_CUSERPATHMASKER_H
+
+#include <cstdint>
+#include <map>
+#include <string>
+
+#include "framework/base/SingletonAbstract.h"
+
+struct LocalUser {
+    std::string name;
+    uint32_t uid = 0;
+    uint32_t gid = 0;
+    std::string home;
+    std::string shell;
+};
+
+class CUserPathMasker : public utils::SingletonAbstract<CUserPathMasker> {
+public:
+    // Masks strPath in place, wherever in it a name stands. A path without a name stays as it is to
+    // the letter; one with a name loses its doubled separators. Always true. Reads the user
+    // database at the first path of two or more characters, and again as long as no user qualifies.
+    bool MaskUserPath(std::string& strPath);
+
+    // Fills the map afresh from the system's user database, which is rewound and left open.
+    void LoadUsers();
+
+protected:
+    friend class utils::SingletonAbstract<CUserPathMasker>;
+    CUserPathMasker() = default;
+    ~CUserPathMasker() = default;
+
+private:
+    std::map<std::string, LocalUser> m_users;
+};
+
+#endif
