@@ -10,7 +10,7 @@ CORE = "tevmon/core"
 
 # rank -> its files, by name without suffix. A new file is refused until it is placed here.
 RANKS = {
-    8: ["exports"],
+    8: ["PluginExports"],
     7: ["CTevMonPlugin"],
     6: ["CTevMonIpcRecever", "CTevMonTimer"],
     5: ["CTevMonIpcMsgHandler"],
@@ -19,7 +19,7 @@ RANKS = {
     2: ["CTevCloudCachoMgr", "CTevCloudInterface"],
     1: ["CTevChennalDB", "CTevCloudCachoDB"],
     0: ["IMsgFunc", "CUserPathMasker", "EventHelpers", "AutoRunLocations", "CTevStore",
-        "CachoRecord"],
+        "CachoRecord", "CTevCallGate", "CTevModuleReference"],
 }
 RANK_OF = {name: rank for rank, names in RANKS.items() for name in names}
 INCLUDE = re.compile(rf'^\s*#\s*include\s*"{CORE}/([^"]+)"')
@@ -50,7 +50,7 @@ def using(path, *names):
 
 GOOD = [
     using("CTevChennalMgr.cpp", "CTevChennalMgr.h", "CTevPsMonitor.h", "CTevChennalDB.h"),
-    using("exports.cpp", "CTevMonPlugin.h"),
+    using("PluginExports.cpp", "CTevMonPlugin.h"),
 ]
 BAD = [
     (using("CTevChennalDB.cpp", "CTevChennalMgr.h"), "rank 1 includes CTevChennalMgr of rank 4"),
