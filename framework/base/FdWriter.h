@@ -5,12 +5,19 @@
 #ifndef FRAMEWORK_BASE_FDWRITER_H
 #define FRAMEWORK_BASE_FDWRITER_H
 
+#include <fcntl.h>
 #include <poll.h>
+#include <pthread.h>
 #include <signal.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstddef>
+#include <cstdint>
+#include <cstdio>
 #include <ctime>
 #include <mutex>
 #include <string>
@@ -18,56 +25,175 @@
 class CFdWriter {
 public:
     // Writes all of strText to nFd before any other line of this library goes there. Returns
-    // false when it could not be written whole: the stream is closed, or its reader has stood
-    // still and the text's first byte would have had to wait (a text already begun waits up to
-    // 200 ms a piece, then the rest is dropped). Threads: any. Nothing throws.
+    // false when it could not be written whole: the stream is closed or not for writing, the disk
+    // or the file size limit is full, or the reader of a pipe, terminal or socket stands still.
+    // Then a text whose first byte would have to wait is not written at all, and one already begun
+    // gets 200 ms in all before the rest is dropped; the next text to the same stream starts on a
+    // line of its own. Leaves errno as it was. Threads: any. Nothing throws.
     static bool Write(int nFd, const std::string& strText) {
         const std::lock_guard<std::mutex> lock(s_mutex);
-        sigset_t pipeSet;
-        sigset_t oldSet;
-        sigemptyset(&pipeSet);
-        sigaddset(&pipeSet, SIGPIPE);
-        sigset_t pendingSet;
-        sigpending(&pendingSet);
-        const bool bWasPending = sigismember(&pendingSet, SIGPIPE) == 1;
-        pthread_sigmask(SIG_BLOCK, &pipeSet, &oldSet);
-
-        const bool bWritten = WriteAll(nFd, strText);
-
-        if (!bWasPending) {
-            // A SIGPIPE that this write raised is taken away before the old mask returns.
-            const timespec none = {0, 0};
-            while (sigtimedwait(&pipeSet, nullptr, &none) < 0 && errno == EINTR) {
-            }
+        const int nOldErrno = errno;
+        bool bWritten = false;
+        {
+            const QuietSignals quiet;
+            const Target target(nFd);
+            bWritten = EndCutLine(nFd, target) && WriteWhole(nFd, target, strText);
         }
-        pthread_sigmask(SIG_SETMASK, &oldSet, nullptr);
+        errno = nOldErrno;
         return bWritten;
     }
 
 private:
-    static bool WriteAll(int nFd, const std::string& strText) {
-        size_t nDone = 0;
-        while (nDone < strText.size()) {
-            pollfd fd = {nFd, POLLOUT, 0};
-            const int nReady = poll(&fd, 1, nDone == 0 ? 0 : 200);
-            if (nReady < 0 && errno == EINTR) {
-                continue;
+    using Clock = std::chrono::steady_clock;
+
+    // Holds back the signals of a failing write, and takes away the one that it raised. One that
+    // was pending before stays the process's.
+    class QuietSignals {
+    public:
+        QuietSignals() {
+            sigemptyset(&m_signals);
+            sigaddset(&m_signals, SIGPIPE);
+            sigaddset(&m_signals, SIGXFSZ);
+            (void)pthread_sigmask(SIG_BLOCK, &m_signals, &m_oldMask);
+            // Asked once they are blocked: what was not pending by now is this write's.
+            (void)sigpending(&m_pendingBefore);
+        }
+        ~QuietSignals() {
+            const timespec none = {0, 0};
+            for (const int nSignal : {SIGPIPE, SIGXFSZ}) {
+                if (sigismember(&m_pendingBefore, nSignal) == 0) {
+                    sigset_t one;
+                    sigemptyset(&one);
+                    sigaddset(&one, nSignal);
+                    while (sigtimedwait(&one, nullptr, &none) < 0 && errno == EINTR) {
+                    }
+                }
             }
-            if (nReady <= 0 || (fd.revents & POLLOUT) == 0) {
-                return false;
+            (void)pthread_sigmask(SIG_SETMASK, &m_oldMask, nullptr);
+        }
+        QuietSignals(const QuietSignals&) = delete;
+        QuietSignals& operator=(const QuietSignals&) = delete;
+
+    private:
+        sigset_t m_signals;
+        sigset_t m_oldMask;
+        sigset_t m_pendingBefore;
+    };
+
+    // The stream, opened once more where that is what it takes to write without waiting: setting
+    // O_NONBLOCK on nFd itself would set it for every process that shares the stream, and poll
+    // alone is no promise while one of those may write in between.
+    class Target {
+    public:
+        explicit Target(int nFd) : m_nFd(nFd) {
+            struct stat status = {};
+            const int nFlags = fcntl(nFd, F_GETFL);
+            if (nFlags < 0 || fstat(nFd, &status) != 0) {
+                return;  // every write will say so
+            }
+            m_bSocket = S_ISSOCK(status.st_mode);
+            m_bNeverWaits = m_bSocket || S_ISREG(status.st_mode) || (nFlags & O_NONBLOCK) != 0;
+            const bool bMayStall =
+                S_ISFIFO(status.st_mode) || (S_ISCHR(status.st_mode) && isatty(nFd) == 1);
+            if (!m_bNeverWaits && bMayStall && (nFlags & O_ACCMODE) != O_RDONLY) {
+                char szPath[32];
+                (void)snprintf(szPath, sizeof(szPath), "/proc/self/fd/%d", nFd);
+                m_nOwnFd = open(szPath, O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+            }
+            if (m_nOwnFd >= 0) {
+                m_nFd = m_nOwnFd;
+                m_bNeverWaits = true;
+            }
+        }
+        ~Target() {
+            if (m_nOwnFd >= 0) {
+                (void)close(m_nOwnFd);
+            }
+        }
+        Target(const Target&) = delete;
+        Target& operator=(const Target&) = delete;
+
+        // False where poll must be asked before every piece.
+        bool NeverWaits() const { return m_bNeverWaits; }
+
+        // Begun texts may wait until end, others not at all.
+        bool WaitWritable(bool bBegun, Clock::time_point end) const {
+            for (;;) {
+                const auto left =
+                    std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now());
+                if (bBegun && left.count() <= 0) {
+                    return false;
+                }
+                pollfd fd = {m_nFd, POLLOUT, 0};
+                const int nReady = poll(&fd, 1, bBegun ? static_cast<int>(left.count()) : 0);
+                if (nReady >= 0 || errno != EINTR) {
+                    return nReady > 0 && (fd.revents & POLLOUT) != 0;
+                }
+            }
+        }
+
+        // As write(2), perhaps less than nLength.
+        ssize_t Write(const char* pText, size_t nLength) const {
+            if (m_bSocket) {
+                return send(m_nFd, pText, nLength, MSG_DONTWAIT | MSG_NOSIGNAL);
             }
             // What poll promises for a pipe: 4096 bytes fit without waiting.
-            const size_t nPiece = strText.size() - nDone < 4096 ? strText.size() - nDone : 4096;
-            const ssize_t nWritten = write(nFd, strText.data() + nDone, nPiece);
-            if (nWritten < 0 && errno != EINTR && errno != EAGAIN) {
+            const bool bPiece = !m_bNeverWaits && nLength > 4096;
+            return write(m_nFd, pText, bPiece ? 4096 : nLength);
+        }
+
+    private:
+        int m_nFd;
+        int m_nOwnFd = -1;
+        bool m_bSocket = false;
+        bool m_bNeverWaits = false;
+    };
+
+    static uint64_t Bit(int nFd) { return nFd >= 0 && nFd < 64 ? uint64_t{1} << nFd : 0; }
+
+    static bool EndCutLine(int nFd, const Target& target) {
+        size_t nDone = 0;
+        if ((s_nCutFds & Bit(nFd)) == 0) {
+            return true;
+        }
+        if (!WriteAll(target, "\n", 1, nDone)) {
+            return false;
+        }
+        s_nCutFds &= ~Bit(nFd);
+        return true;
+    }
+
+    static bool WriteWhole(int nFd, const Target& target, const std::string& strText) {
+        size_t nDone = 0;
+        const bool bWritten = WriteAll(target, strText.data(), strText.size(), nDone);
+        if (!bWritten && nDone > 0 && strText[nDone - 1] != '\n') {
+            s_nCutFds |= Bit(nFd);
+        }
+        return bWritten;
+    }
+
+    static bool WriteAll(const Target& target, const char* pText, size_t nLength, size_t& nDone) {
+        const Clock::time_point end = Clock::now() + std::chrono::milliseconds(200);
+        bool bAsk = !target.NeverWaits();
+        while (nDone < nLength) {
+            if (bAsk && !target.WaitWritable(nDone > 0, end)) {
                 return false;
             }
-            nDone += nWritten > 0 ? static_cast<size_t>(nWritten) : 0;
+            const ssize_t nWritten = target.Write(pText + nDone, nLength - nDone);
+            if (nWritten > 0) {
+                nDone += static_cast<size_t>(nWritten);
+                bAsk = !target.NeverWaits();
+            } else if (nWritten == 0 || (errno != EINTR && (errno != EAGAIN || nDone == 0))) {
+                return false;
+            } else {
+                bAsk = bAsk || errno == EAGAIN;
+            }
         }
         return true;
     }
 
-    static inline std::mutex s_mutex;  // constant-initialised, trivially destroyed
+    static inline std::mutex s_mutex;      // constant-initialised, trivially destroyed
+    static inline uint64_t s_nCutFds = 0;  // streams left within a line; guarded by s_mutex
 };
 
 #endif
