@@ -84,9 +84,14 @@ private:
         if (!SingletonTeardown::MayDestroy()) {
             return;
         }
-        const std::lock_guard<std::mutex> lock(s_mutex);
-        s_bDestroyed = true;
-        delete s_pObject.exchange(nullptr, std::memory_order_acq_rel);
+        T* pObject = nullptr;
+        {
+            const std::lock_guard<std::mutex> lock(s_mutex);
+            s_bDestroyed = true;
+            pObject = s_pObject.exchange(nullptr, std::memory_order_acq_rel);
+        }
+        // Without the lock: the destructor, or a thread that it waits for, may ask for Instance.
+        delete pObject;
     }
 
     static inline std::atomic<T*> s_pObject{nullptr};
