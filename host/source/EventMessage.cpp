@@ -1,0 +1,52 @@
+#include "host/source/EventMessage.h"
+
+#include "host/JsonRead.h"
+#include "host/Text.h"
+
+namespace event_message {
+
+bool IsUsable(const std::string& strBody, uint64_t& nEvents, std::string& strReason) {
+    nEvents = 0;
+    Json::Value jsonRoot;
+    if (!json_read::Parse(strBody, jsonRoot)) {
+        strReason = "not a JSON text";
+        return false;
+    }
+    if (!jsonRoot.isObject()) {
+        strReason = "not a JSON object";
+        return false;
+    }
+    const Json::Value* const pParam = json_read::Member(jsonRoot, "param");
+    if (pParam == nullptr || !pParam->isArray()) {
+        strReason = "no array \"param\"";
+        return false;
+    }
+    uint64_t nCopies = 0;
+    for (const Json::Value& jsonElement : *pParam) {
+        const std::string strContext = json_read::Text(jsonElement, "context");
+        const bool bKnown = strContext == "cloudad" || strContext == "cloudfd";
+        nCopies += bKnown && json_read::Text(jsonElement, "grup") == "cloudquery" ? 1 : 0;
+    }
+    if (nCopies == 0) {
+        strReason = "no element with \"grup\" \"cloudquery\" and a known \"context\"";
+        return false;
+    }
+    nEvents = nCopies * pParam->size();
+    return true;
+}
+
+std::string ProcessCreations(const std::vector<std::string>& paths) {
+    std::string strElements;
+    for (const std::string& strPath : paths) {
+        const std::string strQuoted = text::JsonQuote(strPath, text::BAD_BYTES_KEEP);
+        JsonObject element;
+        if (strElements.empty()) {
+            element.Add("grup", "cloudquery").Add("context", "cloudad");
+        }
+        element.AddJson("path", strQuoted).AddJson("cmd", strQuoted).Add("pid", 0);
+        strElements += (strElements.empty() ? "" : ",") + element.Text();
+    }
+    return strElements.empty() ? "" : "{\"param\":[" + strElements + "]}";
+}
+
+}  // namespace event_message

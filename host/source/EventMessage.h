@@ -1,0 +1,27 @@
+// Messages of behaviour events as the module takes them: which texts are usable, and how a batch
+// of process creations is written.
+//
+// Threads: any; no state. Errors: none but std::bad_alloc.
+#ifndef HOST_SOURCE_EVENTMESSAGE_H
+#define HOST_SOURCE_EVENTMESSAGE_H
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace event_message {
+
+// True when the module would queue strBody: a JSON object whose "param" array has an element of
+// group "cloudquery" with context "cloudad" or "cloudfd". nEvents is then the number of elements
+// the module looks at: all of them, once for each such element. Otherwise strReason says what is
+// missing and nEvents is 0.
+bool IsUsable(const std::string& strBody, uint64_t& nEvents, std::string& strReason);
+
+// One message that reports the start of every program in paths. Only its first element names the
+// group and the context: each element that does has the whole message queued once. The paths
+// stand in it byte for byte, also where they are not UTF-8. "" for no paths.
+std::string ProcessCreations(const std::vector<std::string>& paths);
+
+}  // namespace event_message
+
+#endif
