@@ -65,7 +65,7 @@ void AppendName(std::string& strLine, const char* pszName) {
 }
 
 std::string LineOf(const LogRecord& record, va_list args) {
-    std::string strMessage = CStr::stdformatV(record.pszFormat, args);
+    std::string strMessage = CLogDebug::MessageOf(record, args);
     if (!strMessage.empty() && strMessage.back() == '\n') {
         strMessage.pop_back();
     }
@@ -108,6 +108,14 @@ int CLogDebug::LogPrintV(int nLevel, const char* pszSource, const char* pszFunct
                          const char* pszFormat, va_list args) {
     return Hand({nLevel, 0, pszSource, pszFunction, nLine, pszFormat}, args);
 }
+
+// The compiler has seen the format where the record was made.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+std::string CLogDebug::MessageOf(const LogRecord& record, va_list args) {
+    return CStr::stdformatV(record.pszFormat, args);
+}
+#pragma GCC diagnostic pop
 
 void CLogDebug::SetLevel(int nLevel) {
     m_nLevel = nLevel;

@@ -19,6 +19,7 @@
 #include <cstdarg>
 #include <cstdint>
 #include <mutex>
+#include <string>
 
 #include "framework/abi/Export.h"
 
@@ -55,6 +56,9 @@ public:
     // of bytes written, 0 when the line was dropped.
     int LogPrintV(int nLevel, const char* pszSource, const char* pszFunction, int nLine,
                   const char* pszFormat, va_list args) __attribute__((format(printf, 6, 0)));
+
+    // The record's message, for sinks: what printf would print, of any length.
+    static std::string MessageOf(const LogRecord& record, va_list args);
 
     // The lowest level written.
     void SetLevel(int nLevel);

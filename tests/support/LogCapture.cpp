@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <chrono>
 
-#include "framework/base/CStr.h"
-
 LogCapture::LogCapture() {
     CLogDebug::Instance()->SetLevel(0);
     CLogDebug::Instance()->SetSink(this);
@@ -18,7 +16,7 @@ LogCapture::~LogCapture() {
 int LogCapture::OnLog(const LogRecord& record, va_list args) {
     CapturedLog captured = {record.nLevel,      record.nLogType, record.pszSource,
                             record.pszFunction, record.nLine,    record.pszFormat,
-                            CStr::stdformatV(record.pszFormat, args)};
+                            CLogDebug::MessageOf(record, args)};
     const std::lock_guard<std::mutex> lock(m_mutex);
     m_records.push_back(std::move(captured));
     m_changed.notify_all();
