@@ -136,3 +136,9 @@ int CTevCloudCachoMgr::Lookup(const std::string& strKey, CachoRecord& entry) {
     }
     return nResult;
 }
+
+bool GetLivingRecord(const std::string& strKey, CachoRecord& entry) {
+    CTevCloudCachoMgr* pCache = CTevCloudCachoMgr::Instance();
+    return pCache != nullptr && pCache->GetRecord(strKey, entry) &&
+           IsCachoValid(entry, time(nullptr));
+}

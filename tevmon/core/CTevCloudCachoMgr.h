@@ -60,4 +60,8 @@ private:
     CTevCloudCachoDB m_store;
 };
 
+// [channel] What the analysers ask: true, with the row in entry, while the key has a verdict that
+// has not expired by the clock's second.
+bool GetLivingRecord(const std::string& strKey, CachoRecord& entry);
+
 #endif

@@ -1,6 +1,5 @@
 #include "tevmon/core/CTevPsMonitor.h"
 
-#include <ctime>
 #include <utility>
 
 #include "framework/base/Base64Util.h"
@@ -24,23 +23,8 @@ struct Launch {
     struct stat status = {};
 };
 
-bool HasLivingVerdict(const std::string& strKey) {
-    CTevCloudCachoMgr* pCache = CTevCloudCachoMgr::Instance();
-    CachoRecord entry;
-    return pCache != nullptr && pCache->GetRecord(strKey, entry) &&
-           IsCachoValid(entry, time(nullptr));
-}
-
 std::string CommandLineText(const std::string& strCmd) {
     return strCmd.empty() ? "null" : "2." + Base64Util::Base64Encode(strCmd);
-}
-
-std::string MaskedPath(std::string strPath) {
-    CUserPathMasker* pMasker = CUserPathMasker::Instance();
-    if (pMasker != nullptr) {
-        (void)pMasker->MaskUserPath(strPath);
-    }
-    return strPath;
 }
 
 // The texts that a launch's event is made of, in the order in which they are computed.
@@ -76,7 +60,7 @@ Json::Value LaunchEvent(const Launch& launch, const LaunchTexts& texts) {
     AppendItem(jsonEvent, "hi.filemtime", texts.strMtime);
     AppendItem(jsonEvent, "hi.filectime", texts.strCtime);
     AppendItem(jsonEvent, "hi.process_id", std::to_string(launch.nPid));
-    AppendItem(jsonEvent, "hi.process_path", MaskedPath(launch.strPath));
+    AppendItem(jsonEvent, "hi.process_path", CUserPathMasker::Masked(launch.strPath));
     // The command line is made into an item and left out of the event: this is relied on.
     Json::Value jsonLeftOut(Json::arrayValue);
     AppendItem(jsonLeftOut, "hi.command_line", strCommandLine);
@@ -126,7 +110,8 @@ void CTevPsMonitor::RunElement(const Json::Value& jsonElement) {
                  pszPath);
         return;
     }
-    if (HasLivingVerdict(strKey)) {
+    CachoRecord entry;
+    if (GetLivingRecord(strKey, entry)) {
         LogPrint(LOG_SKIP, SOURCE, "Run", __LINE__, "[CTevPsMonitor] %s in cacho, skip [lanuch]",
                  pszPath);
         return;

@@ -44,6 +44,14 @@ bool CUserPathMasker::MaskUserPath(std::string& strPath) {
     return true;
 }
 
+std::string CUserPathMasker::Masked(std::string strPath) {
+    CUserPathMasker* pMasker = Instance();
+    if (pMasker != nullptr) {
+        (void)pMasker->MaskUserPath(strPath);
+    }
+    return strPath;
+}
+
 void CUserPathMasker::LoadUsers() {
     m_users.clear();
     setpwent();

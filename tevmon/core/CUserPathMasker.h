@@ -28,6 +28,9 @@ public:
     // database at the first path of two or more characters, and again as long as no user qualifies.
     bool MaskUserPath(std::string& strPath);
 
+    // A masked copy of strPath by the process's masker.
+    static std::string Masked(std::string strPath);
+
     // Fills the map afresh from the system's user database, which is rewound and left open.
     void LoadUsers();
 
