@@ -3,9 +3,9 @@
 //
 // Passes: select, read, insert, update, delete, transactions, functions, the creation of a table
 // with what SQLite does under it, and "PRAGMA synchronous". Everything else is refused while the
-// statement is prepared, with code 23: other databases (ATTACH, DETACH, VACUUM), other pragmas,
-// temporary tables, indexes, views, triggers, virtual tables, DROP, ALTER, REINDEX, ANALYZE,
-// savepoints and recursive queries.
+// statement is prepared, with code 23 (some as a connection's very first statement with 17): other
+// databases (ATTACH, DETACH, VACUUM), other pragmas, temporary tables, indexes, views, triggers,
+// virtual tables, DROP, ALTER, REINDEX, ANALYZE, savepoints and recursive queries.
 #ifndef FRAMEWORK_SQLITE_CONNECTIONFENCE_H
 #define FRAMEWORK_SQLITE_CONNECTIONFENCE_H
 

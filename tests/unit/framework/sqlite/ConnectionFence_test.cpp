@@ -1,0 +1,180 @@
+// The fence is seen through the connection that it is put around.
+#include "framework/sqlite/ConnectionFence.h"
+
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+
+#include <string>
+
+#include "framework/sqlite/CppSQLite3.h"
+#include "tests/support/TestDir.h"
+
+namespace {
+
+struct FenceCase {
+    const char* pszSQL;
+    int nCode;  // 0 when it passes
+};
+
+class ConnectionFenceTest : public ::testing::TestWithParam<FenceCase> {
+protected:
+    ConnectionFenceTest() : m_strFile(m_dir.Database("test.db")) {
+        // What another program prepared: a table, an index, a view and a trigger.
+        sqlite3* pDB = nullptr;
+        EXPECT_EQ(SQLITE_OK, sqlite3_open(m_strFile.c_str(), &pDB));
+        EXPECT_EQ(SQLITE_OK, sqlite3_exec(pDB,
+                                          "create table t(a, b); insert into t values(1, 2);"
+                                          "create index i on t(a); create view v as select a from "
+                                          "t; create table u(c); create trigger g after delete "
+                                          "on t begin insert into u values(old.a); end",
+                                          nullptr, nullptr, nullptr));
+        sqlite3_close(pDB);
+        m_db.open(m_strFile.c_str());
+        EXPECT_TRUE(m_db.tableExists("t"));
+    }
+
+    int CodeOf(const char* pszSQL) {
+        try {
+            m_db.execDML(pszSQL);
+        } catch (const CppSQLite3Exception& ex) {
+            return ex.errorCode();
+        }
+        return 0;
+    }
+
+    const TestDir m_dir;
+    const std::string m_strFile;
+    CppSQLite3DB m_db;
+};
+
+TEST_P(ConnectionFenceTest, AnswersWithItsCode) {
+    EXPECT_EQ(GetParam().nCode, CodeOf(GetParam().pszSQL)) << GetParam().pszSQL;
+}
+
+constexpr FenceCase ALLOWED[] = {
+    {"select * from t", 0},
+    {"select * from v where a in (select b from t)", 0},
+    {"with x as (select 1) select * from x", 0},
+    {"select count(*), upper('x'), length('y') from t", 0},
+    {"select * from sqlite_master", 0},
+    {"insert into t values(3, 4)", 0},
+    {"replace into t values(3, 4)", 0},
+    {"update t set a = 2", 0},
+    {"delete from t where a = 1", 0},
+    {"begin", 0},
+    {"begin transaction", 0},
+    {"begin immediate", 0},
+    {"create table new(a)", 0},
+    {"create table if not exists t(a)", 0},
+    {"create table new(a integer primary key autoincrement)", 0},
+    {"create table new(a text primary key, b unique)", 0},
+    {"create table new(a text primary key) without rowid", 0},
+    {"PRAGMA synchronous = OFF", 0},
+    {"PRAGMA synchronous = NORMAL", 0},
+    {"PRAGMA synchronous = FULL", 0},
+    {"pragma Synchronous", 0},
+};
+INSTANTIATE_TEST_SUITE_P(Allowed, ConnectionFenceTest, ::testing::ValuesIn(ALLOWED));
+
+constexpr FenceCase REFUSED[] = {
+    {"attach ':memory:' as x", 23},
+    {"attach '' as x", 23},
+    {"detach main", 23},
+    {"vacuum", 23},
+    {"vacuum into 'copy.db'", 23},
+    {"pragma journal_mode = wal", 23},
+    {"pragma journal_mode", 23},
+    {"pragma writable_schema = on", 23},
+    {"pragma user_version = 1", 23},
+    {"pragma temp_store_directory = '/'", 23},
+    {"pragma busy_timeout = 1000", 23},
+    {"pragma wal_checkpoint", 23},
+    {"select * from pragma_table_info('t')", 23},
+    {"drop table t", 23},
+    {"drop index i", 23},
+    {"drop view v", 23},
+    {"drop trigger g", 23},
+    {"alter table t rename to s", 23},
+    {"alter table t add column c", 23},
+    {"alter table t rename column a to c", 23},
+    {"alter table t drop column b", 23},
+    {"create index j on t(b)", 23},
+    {"create unique index j on t(b)", 23},
+    {"create view w as select 1", 23},
+    {"create trigger h after insert on t begin delete from t; end", 23},
+    {"create temp table x(a)", 23},
+    {"create temp view x as select 1", 23},
+    {"create temp trigger x after insert on t begin delete from t; end", 23},
+    {"create temp table x as select 1", 23},
+    {"create virtual table x using fts5(a)", 23},
+    {"reindex", 23},
+    {"reindex i", 23},
+    {"analyze", 23},
+    {"savepoint a", 23},
+    {"release a", 23},
+    {"rollback to a", 23},
+    {"with recursive x(n) as (select 1 union all select n + 1 from x) select n from x", 23},
+    // SQLite's own words, not the authorizer's.
+    {"create index sqlite_autoindex_x on t(b)", 1},
+    {"insert into sqlite_master(sql) values('x')", 1},
+    {"update sqlite_master set sql = 'x'", 1},
+    {"delete from sqlite_master", 1},
+    {"select load_extension('x')", 1},
+    {"select fts3_tokenizer('simple', x'4141414141414141')", 1},
+};
+INSTANTIATE_TEST_SUITE_P(Refused, ConnectionFenceTest, ::testing::ValuesIn(REFUSED));
+
+TEST_F(ConnectionFenceTest, WhatIsRefusedLeavesTheDatabaseAsItWas) {
+    const std::string strQuery =
+        "select group_concat(name || ifnull(sql, '')) as s from sqlite_master";
+    const std::string strBefore = m_db.execQuery(strQuery.c_str()).getStringField("s");
+
+    for (const FenceCase& one : REFUSED) {
+        CodeOf(one.pszSQL);
+    }
+
+    EXPECT_EQ(strBefore, m_db.execQuery(strQuery.c_str()).getStringField("s"));
+    EXPECT_EQ(1, m_db.execQuery("select count(*) as n from t").getIntField("n"));
+}
+
+TEST_F(ConnectionFenceTest, AHostileKeyInALookupReachesNoOtherDatabase) {
+    const std::string strHead = "select * from t  where a = '";
+    const char* const keys[] = {
+        "x'; attach '/tmp/x' as y; --",
+        "x' union select fts3_tokenizer('simple', x'41'), 1 --",
+        "x' union select load_extension('/tmp/x'), 1 --",
+    };
+
+    for (const char* pszKey : keys) {
+        EXPECT_EQ(1, CodeOf((strHead + pszKey + "'").c_str())) << pszKey;
+    }
+}
+
+TEST_F(ConnectionFenceTest, AStatementLearnsNoCodeAddress) {
+    EXPECT_EQ("none", m_db.execQuery("select fts3_tokenizer('simple') as address")
+                          .getStringField("address", "none"));
+}
+
+TEST_F(ConnectionFenceTest, AStatementMayStillFireAPreparedTrigger) {
+    EXPECT_EQ(1, m_db.execDML("delete from t"));
+
+    EXPECT_EQ(1, m_db.execQuery("select c from u").getIntField("c"));
+}
+
+TEST_F(ConnectionFenceTest, AHostilePreparedSchemaCallsNoUnsafeFunctionAndLosesNoShadowTable) {
+    sqlite3* pDB = nullptr;
+    ASSERT_EQ(SQLITE_OK, sqlite3_open(m_strFile.c_str(), &pDB));
+    ASSERT_EQ(SQLITE_OK, sqlite3_exec(pDB,
+                                      "create view unsafe as select rtreedepth(x'0000000000') as n;"
+                                      "create virtual table words using fts5(word)",
+                                      nullptr, nullptr, nullptr));
+    EXPECT_EQ(SQLITE_OK, sqlite3_exec(pDB, "select * from unsafe", nullptr, nullptr, nullptr));
+    EXPECT_EQ(SQLITE_OK,
+              sqlite3_exec(pDB, "delete from words_config where 0", nullptr, nullptr, nullptr));
+    sqlite3_close(pDB);
+
+    EXPECT_EQ(1, CodeOf("select * from unsafe"));
+    EXPECT_EQ(1, CodeOf("delete from words_config where 0"));
+}
+
+}  // namespace
