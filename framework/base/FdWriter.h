@@ -16,11 +16,11 @@
 #include <cerrno>
 #include <chrono>
 #include <cstddef>
-#include <cstdint>
 #include <cstdio>
 #include <ctime>
 #include <mutex>
 #include <string>
+#include <utility>
 
 class CFdWriter {
 public:
@@ -37,7 +37,7 @@ public:
         {
             const QuietSignals quiet;
             const Target target(nFd);
-            bWritten = EndCutLine(nFd, target) && WriteWhole(nFd, target, strText);
+            bWritten = WriteLine(target, strText, s_cutStreams[nFd & 3]);
         }
         errno = nOldErrno;
         return bWritten;
@@ -45,6 +45,7 @@ public:
 
 private:
     using Clock = std::chrono::steady_clock;
+    using StreamId = std::pair<dev_t, ino_t>;  // a descriptor's number may go to another stream
 
     // Holds back the signals of a failing write, and takes away the one that it raised. One that
     // was pending before stays the process's.
@@ -91,6 +92,7 @@ private:
             if (nFlags < 0 || fstat(nFd, &status) != 0) {
                 return;  // every write will say so
             }
+            m_id = {status.st_dev, status.st_ino};
             m_bSocket = S_ISSOCK(status.st_mode);
             m_bNeverWaits = m_bSocket || S_ISREG(status.st_mode) || (nFlags & O_NONBLOCK) != 0;
             const bool bMayStall =
@@ -112,6 +114,8 @@ private:
         }
         Target(const Target&) = delete;
         Target& operator=(const Target&) = delete;
+
+        StreamId Id() const { return m_id; }
 
         // False where poll must be asked before every piece.
         bool NeverWaits() const { return m_bNeverWaits; }
@@ -145,29 +149,24 @@ private:
     private:
         int m_nFd;
         int m_nOwnFd = -1;
+        StreamId m_id;
         bool m_bSocket = false;
         bool m_bNeverWaits = false;
     };
 
-    static uint64_t Bit(int nFd) { return nFd >= 0 && nFd < 64 ? uint64_t{1} << nFd : 0; }
-
-    static bool EndCutLine(int nFd, const Target& target) {
+    // cut is set to the stream when the text ends within a line, and emptied when that is mended.
+    static bool WriteLine(const Target& target, const std::string& strText, StreamId& cut) {
         size_t nDone = 0;
-        if ((s_nCutFds & Bit(nFd)) == 0) {
-            return true;
+        if (cut != StreamId() && cut == target.Id()) {
+            if (!WriteAll(target, "\n", 1, nDone)) {
+                return false;
+            }
+            cut = StreamId();
+            nDone = 0;
         }
-        if (!WriteAll(target, "\n", 1, nDone)) {
-            return false;
-        }
-        s_nCutFds &= ~Bit(nFd);
-        return true;
-    }
-
-    static bool WriteWhole(int nFd, const Target& target, const std::string& strText) {
-        size_t nDone = 0;
         const bool bWritten = WriteAll(target, strText.data(), strText.size(), nDone);
         if (!bWritten && nDone > 0 && strText[nDone - 1] != '\n') {
-            s_nCutFds |= Bit(nFd);
+            cut = target.Id();
         }
         return bWritten;
     }
@@ -192,8 +191,8 @@ private:
         return true;
     }
 
-    static inline std::mutex s_mutex;      // constant-initialised, trivially destroyed
-    static inline uint64_t s_nCutFds = 0;  // streams left within a line; guarded by s_mutex
+    static inline std::mutex s_mutex;        // constant-initialised, trivially destroyed
+    static inline StreamId s_cutStreams[4];  // guarded by s_mutex; a standard stream has its own
 };
 
 #endif
