@@ -1,0 +1,56 @@
+// What tests wait on instead of sleeping.
+#ifndef TESTS_SUPPORT_EVENT_H
+#define TESTS_SUPPORT_EVENT_H
+
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+
+// Happens once; until Reset.
+class Event {
+public:
+    void Set() {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_bSet = true;
+        m_changed.notify_all();
+    }
+
+    void Reset() {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_bSet = false;
+    }
+
+    bool IsSet() const {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        return m_bSet;
+    }
+
+    // False after thirty seconds without it.
+    bool Wait() const {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        return m_changed.wait_until(lock,
+                                    std::chrono::system_clock::now() + std::chrono::seconds(30),
+                                    [this] { return m_bSet; });
+    }
+
+private:
+    mutable std::mutex m_mutex;
+    mutable std::condition_variable m_changed;
+    bool m_bSet = false;
+};
+
+// For a condition that nothing announces. False when it has not come true within thirty seconds.
+template <class Condition>
+bool Eventually(Condition condition) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > end) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}
+
+#endif
