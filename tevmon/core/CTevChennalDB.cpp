@@ -40,7 +40,7 @@ CTevChennalDB::CTevChennalDB()
 }
 
 int CTevChennalDB::Insert(const ChennalRecord& record) {
-    CAutoLock lock(m_mutex);
+    const CCall call(*this);
     return Change([&] {
         // Base64 keeps a quote inside the message from ending the SQL literal early.
         std::string strStatement = m_strInsertPrefix;
@@ -52,7 +52,7 @@ int CTevChennalDB::Insert(const ChennalRecord& record) {
 }
 
 int CTevChennalDB::Fetch(std::list<ChennalRecord>& recordList, int nCount) {
-    CAutoLock lock(m_mutex);
+    const CCall call(*this);
     recordList.clear();
     const int nResult = WithoutTransaction([&] { return FetchStatement(nCount); },
                                            [&](CppSQLite3DB& db, const std::string& strStatement) {
@@ -65,7 +65,7 @@ int CTevChennalDB::Fetch(std::list<ChennalRecord>& recordList, int nCount) {
 }
 
 int CTevChennalDB::FetchAndRemove(std::list<ChennalRecord>& recordList, int nCount) {
-    CAutoLock lock(m_mutex);
+    const CCall call(*this);
     recordList.clear();
     const int nResult = InTransaction(
         [&] { return FetchStatement(nCount); },
@@ -83,7 +83,7 @@ int CTevChennalDB::FetchAndRemove(std::list<ChennalRecord>& recordList, int nCou
 }
 
 int CTevChennalDB::Remove(int64_t nId) {
-    CAutoLock lock(m_mutex);
+    const CCall call(*this);
     return Change([&] {
         // Cut to 32 bits: this width is relied on.
         return CStr::stdformat("delete from msgchennal where id = %d", static_cast<int32_t>(nId));
@@ -91,7 +91,7 @@ int CTevChennalDB::Remove(int64_t nId) {
 }
 
 int CTevChennalDB::Count() {
-    CAutoLock lock(m_mutex);
+    const CCall call(*this);
     int nCount = 0;
     const int nResult =
         WithoutTransaction([] { return std::string("select count(*) as rownum from msgchennal "); },
@@ -103,6 +103,6 @@ int CTevChennalDB::Count() {
 }
 
 bool CTevChennalDB::Clear() {
-    CAutoLock lock(m_mutex);
+    const CCall call(*this);
     return Change([] { return std::string("delete from msgchennal"); }) == 0;
 }

@@ -35,7 +35,7 @@ CTevCloudCachoDB::CTevCloudCachoDB()
 }
 
 int CTevCloudCachoDB::Insert(const CachoRecord& record) {
-    CAutoLock lock(m_mutex);
+    const CCall call(*this);
     return Change([&] {
         return m_strInsertPrefix + "('" + record.key + "'," + std::to_string(record.nLevel) + "," +
                std::to_string(record.nTmCreate) + "," + std::to_string(record.nTmInterval) + ",'" +
@@ -45,7 +45,7 @@ int CTevCloudCachoDB::Insert(const CachoRecord& record) {
 }
 
 int CTevCloudCachoDB::Select(const std::string& strKey, CachoRecord& record) {
-    CAutoLock lock(m_mutex);
+    const CCall call(*this);
     CachoRecord found;
     bool bFound = false;
     const int nResult = InTransaction([&] { return m_strSelectPrefix + "vkey = '" + strKey + "'"; },
@@ -68,7 +68,7 @@ int CTevCloudCachoDB::Select(const std::string& strKey, CachoRecord& record) {
 }
 
 int CTevCloudCachoDB::Update(const CachoRecord& record) {
-    CAutoLock lock(m_mutex);
+    const CCall call(*this);
     const int nResult = Change([&] {
         // The ")" before "where" makes this a syntax error. It is relied on: a known key's row
         // keeps its time and level until the expiry scan deletes it.
@@ -114,7 +114,7 @@ int CTevCloudCachoDB::SelectPage(CachoPage& page, int nCount) {
 }
 
 int CTevCloudCachoDB::Count() {
-    CAutoLock lock(m_mutex);
+    const CCall call(*this);
     int nCount = 0;
     const int nResult =
         WithoutTransaction([] { return std::string("select count(*) as rownum from cachotable "); },
@@ -126,6 +126,6 @@ int CTevCloudCachoDB::Count() {
 }
 
 int CTevCloudCachoDB::Clear() {
-    CAutoLock lock(m_mutex);
+    const CCall call(*this);
     return Change([] { return std::string("delete from cachotable"); }) == 0 ? 1 : 0;
 }

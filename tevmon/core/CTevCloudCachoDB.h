@@ -55,7 +55,7 @@ public:
     int Clear();
 
     void Lock() TEV_ACQUIRE(m_mutex) { m_mutex.Lock(); }
-    void Unlock() TEV_RELEASE(m_mutex) { m_mutex.Unlock(); }
+    void Unlock() TEV_RELEASE(m_mutex) { UnlockAndPrint(); }
 
 private:
     const std::string m_strInsertPrefix;  // ends in ") values"

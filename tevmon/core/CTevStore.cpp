@@ -9,34 +9,13 @@ namespace {
 
 constexpr int OUT_OF_MEMORY = 7;  // SQLite's code for it
 
-// To standard output, not to the log: this is where operators look for database errors.
-void PrintError(const char* pszMessage) noexcept {
-    try {
-        (void)CFdWriter::Write(STDOUT_FILENO, std::string(pszMessage) + "\n");
-    } catch (...) {  // out of memory: the result code still says it
-    }
-}
-
-// Prints the exception in flight and returns its code.
-int ReportCurrentException() noexcept {
-    try {
-        throw;
-    } catch (const CppSQLite3Exception& ex) {
-        PrintError(ex.errorMessage());
-        return ex.errorCode();
-    } catch (...) {
-        PrintError("out of memory");
-        return OUT_OF_MEMORY;
-    }
-}
-
 }  // namespace
 
 CTevStore::CTevStore(const char* pszFile, const char* pszTable, const char* pszCreate)
     : m_pszFile(pszFile), m_pszTable(pszTable), m_pszCreate(pszCreate) {}
 
 bool CTevStore::Open() {
-    CAutoLock lock(m_mutex);
+    const CCall call(*this);
     try {
         m_db.open((CDir::currentDir() + m_pszFile).c_str());
         (void)SetSynchronousUnlocked(m_db, 0);  // it has printed; a slower store is still a store
@@ -52,7 +31,7 @@ bool CTevStore::Open() {
 }
 
 int CTevStore::SetSynchronous(CppSQLite3DB& db, int nMode) {
-    CAutoLock lock(m_mutex);
+    const CCall call(*this);
     return SetSynchronousUnlocked(db, nMode);
 }
 
@@ -93,4 +72,32 @@ int CTevStore::Failed(bool bTransaction) noexcept {
         }
     }
     return ReportCurrentException();
+}
+
+// Keeps the text of the exception in flight for printing and returns its code.
+int CTevStore::ReportCurrentException() noexcept {
+    try {
+        try {
+            throw;
+        } catch (const CppSQLite3Exception& ex) {
+            const int nCode = ex.errorCode();
+            m_strErrors += ex.errorMessage();
+            m_strErrors += '\n';
+            return nCode;
+        } catch (...) {
+            m_strErrors += "out of memory\n";
+        }
+    } catch (...) {  // no memory for the text either: the result code still says it
+    }
+    return OUT_OF_MEMORY;
+}
+
+// To standard output, not to the log: this is where operators look for database errors.
+void CTevStore::UnlockAndPrint() noexcept {
+    std::string strErrors;
+    strErrors.swap(m_strErrors);
+    m_mutex.Unlock();
+    if (!strErrors.empty()) {
+        (void)CFdWriter::Write(STDOUT_FILENO, strErrors);
+    }
 }

@@ -4,7 +4,9 @@
 //
 // Threads: any; the derived stores hold m_mutex where their comments say so.
 // Errors: nothing throws. A failed operation is rolled back and SQLite's text goes to standard
-//   output as one line; the operation answers SQLite's primary result code.
+//   output as one line, before the operation returns but after it has let the mutex go: whoever
+//   reads that output can never hold the store up. The operation answers SQLite's primary result
+//   code.
 #ifndef TEVMON_CORE_CTEVSTORE_H
 #define TEVMON_CORE_CTEVSTORE_H
 
@@ -38,6 +40,23 @@ protected:
     // strFile is appended to the current directory when the store opens.
     CTevStore(const char* pszFile, const char* pszTable, const char* pszCreate);
     ~CTevStore() = default;
+
+    // The length of one public operation: holds the mutex, and prints when it has let it go.
+    class TEV_SCOPED_CAPABILITY CCall {
+    public:
+        explicit CCall(CTevStore& store) TEV_ACQUIRE(store.m_mutex) : m_store(store) {
+            m_store.m_mutex.Lock();
+        }
+        ~CCall() TEV_RELEASE() { m_store.UnlockAndPrint(); }
+
+        CCall(const CCall&) = delete;
+        CCall& operator=(const CCall&) = delete;
+
+    private:
+        CTevStore& m_store;
+    };
+
+    void UnlockAndPrint() noexcept TEV_RELEASE(m_mutex);
 
     // make builds a statement's text, work runs it; both may throw. Change runs the statement in a
     // transaction of its own. All return 0, or after rolling back and printing the code of whatever
@@ -76,12 +95,14 @@ private:
     }
 
     int Failed(bool bTransaction) noexcept TEV_REQUIRES(m_mutex);
-    static int SetSynchronousUnlocked(CppSQLite3DB& db, int nMode);
+    int SetSynchronousUnlocked(CppSQLite3DB& db, int nMode) TEV_REQUIRES(m_mutex);
+    int ReportCurrentException() noexcept TEV_REQUIRES(m_mutex);
 
     const char* const m_pszFile;
     const char* const m_pszTable;
     const char* const m_pszCreate;
     CppSQLite3DB m_db TEV_GUARDED_BY(m_mutex);
+    std::string m_strErrors TEV_GUARDED_BY(m_mutex);  // lines to print
 
 protected:
     CMutex m_mutex;  // last, so it is destroyed before the connection
