@@ -19,7 +19,7 @@ RANKS = {
     2: ["CTevCloudCachoMgr", "CTevCloudInterface"],
     1: ["CTevChennalDB", "CTevCloudCachoDB"],
     0: ["IMsgFunc", "CUserPathMasker", "EventHelpers", "AutoRunLocations", "CTevStore",
-        "CachoRecord", "CTevCallGate", "CTevModuleReference"],
+        "CachoRecord", "CTevCallGate", "CTevModuleReference", "FsOpEvent"],
 }
 RANK_OF = {name: rank for rank, names in RANKS.items() for name in names}
 INCLUDE = re.compile(rf'^\s*#\s*include\s*"{CORE}/([^"]+)"')

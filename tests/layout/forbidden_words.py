@@ -13,7 +13,7 @@ RULES = [
     (r"\bleft to the imple" r"menter\b", "points at a document outside of the tree"),
     (r"\biss" r"ue #?\d+\b", "points at a tracker; say the reason itself"),
     (r"(^|[^\w.])/(wo" r"rk|fa" r"rm)(/|\b)", "a path of one machine"),
-    (r"\b(TO" r"DO|FIX" r"ME|XX" r"X|HA" r"CK)\b", "something left undone"),
+    (r"\b(?-i:TO" r"DO|FIX" r"ME|XX" r"X|HA" r"CK)\b(?![-+]\d)", "something left undone"),
     (r"\b(unimple" r"mented|not imple" r"mented|place" r"holder)\b", "something left undone"),
     (r"\bDISA" r"BLED_\w+", "a test that does not run"),
     (r"GTEST_SK" r"IP\(\)\s*;", "a skipped test without its reason"),
@@ -36,6 +36,7 @@ def check(root, _arguments):
 GOOD = [
     {"a.cpp": "struct timespec ts;\nstd::filesystem::path parts;  // special, partly\n"},
     {"b/worker.md": "networks/work/x and ./work/a, parts of it; an issue was met\n"},
+    {"d.cpp": 'setenv("TZ", "XX' 'X-05:30", 1);\n'},
     {"c.cpp": 'GTEST_SK' 'IP() << "needs root";\n'},
 ]
 BAD = [
