@@ -1,0 +1,14 @@
+// tevmon-host verdicts: shows the verdicts that the module keeps in its cache database.
+#ifndef HOST_VIEW_VERDICTSCOMMAND_H
+#define HOST_VIEW_VERDICTSCOMMAND_H
+
+#include <CLI/CLI.hpp>
+
+#include "host/GlobalOptions.h"
+
+// Adds "verdicts list", "verdicts count" and "verdicts get KEY" to app. options is read and
+// nExitCode (ExitCodes.h) set when one of them runs, so both outlive the parsing of the command
+// line.
+void AddVerdictsCommand(CLI::App& app, const GlobalOptions& options, int& nExitCode);
+
+#endif
