@@ -5,7 +5,6 @@
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
-#include <thread>
 
 // Happens once; until Reset.
 class Event {
@@ -27,10 +26,13 @@ public:
     }
 
     // False after thirty seconds without it.
-    bool Wait() const {
+    bool Wait() const { return WaitFor(std::chrono::seconds(30)); }
+
+    // False after that long without it.
+    bool WaitFor(std::chrono::milliseconds duration) const {
         std::unique_lock<std::mutex> lock(m_mutex);
-        return m_changed.wait_until(lock,
-                                    std::chrono::system_clock::now() + std::chrono::seconds(30),
+        // Against the system clock: the thread sanitizer does not see the other one's waits.
+        return m_changed.wait_until(lock, std::chrono::system_clock::now() + duration,
                                     [this] { return m_bSet; });
     }
 
@@ -43,12 +45,13 @@ private:
 // For a condition that nothing announces. False when it has not come true within thirty seconds.
 template <class Condition>
 bool Eventually(Condition condition) {
+    const Event never;
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
     while (!condition()) {
         if (std::chrono::steady_clock::now() > end) {
             return false;
         }
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        (void)never.WaitFor(std::chrono::milliseconds(1));
     }
     return true;
 }

@@ -50,7 +50,7 @@ TEST_F(CDateTimeTest, HoursCountTo24) {
 }
 
 TEST_F(CDateTimeTest, ReadsTheSecondsAsLocalTime) {
-    Zone("XXX-05:30");
+    Zone("ABC-05:30");
 
     EXPECT_EQ("1970-01-01 05:30:00", CDateTime(0).toString("yyyy-MM-dd hh:mm:ss"));
 }

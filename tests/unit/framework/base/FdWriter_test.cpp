@@ -11,6 +11,7 @@
 #include <thread>
 #include <vector>
 
+#include "tests/support/Event.h"
 #include "tests/support/TestDir.h"
 
 namespace {
@@ -488,9 +489,8 @@ TEST(FdWriterTest, LinesOfSeveralThreadsNeverInterleave) {
             // Longer than what a pipe takes in one piece.
             const std::string strLine(20000, static_cast<char>('a' + i));
             for (int j = 0; j < nLines; ++j) {
-                while (!CFdWriter::Write(pipe.Writer(), strLine + "\n")) {
-                    std::this_thread::yield();
-                }
+                EXPECT_TRUE(
+                    Eventually([&] { return CFdWriter::Write(pipe.Writer(), strLine + "\n"); }));
             }
         });
     }
