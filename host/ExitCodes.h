@@ -1,7 +1,4 @@
 // How tevmon-host ends. docs/host.md lists the same numbers for its users.
-//
-// A command's callback that wants to end with one of them throws CLI::RuntimeError(code) after it
-// has written its text on standard error; returning normally is Success.
 #ifndef HOST_EXITCODES_H
 #define HOST_EXITCODES_H
 
@@ -15,6 +12,7 @@ enum ExitCode : int {
     EXIT_CODE_DATABASE = 6,    // a database cannot be read
     EXIT_CODE_NOT_FOUND = 7,   // the row asked for does not exist
     EXIT_CODE_UNFINISHED = 8,  // --for ran out while --drain still waited
+    EXIT_CODE_OUTPUT = 9,      // standard output cannot be written: its reader left, or no room
 };
 
 #endif

@@ -138,6 +138,11 @@ std::string LocalTime(int64_t tmSeconds) {
     return szText;
 }
 
+std::string ClockNow() {
+    const std::string strTime = LocalTime(time(nullptr));
+    return strTime.size() > 11 ? strTime.substr(11) : strTime;
+}
+
 std::string LevelWord(int nLevel) {
     switch (nLevel) {
         case 10:

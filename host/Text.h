@@ -31,6 +31,9 @@ std::string Bytes(uint64_t nBytes);
 // Local time as "2024-05-17 09:30:00".
 std::string LocalTime(int64_t tmSeconds);
 
+// The time of day now, "09:30:00".
+std::string ClockNow();
+
 // The word for a verdict level: 10 packaged, 20 allowed, 40 unknown, 70 blocked, else "level N".
 std::string LevelWord(int nLevel);
 

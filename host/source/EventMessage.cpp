@@ -5,7 +5,9 @@
 
 namespace event_message {
 
-bool IsUsable(const std::string& strBody, uint64_t& nEvents, std::string& strReason) {
+bool IsUsable(const std::string& strBody, uint64_t& nCopies, uint64_t& nEvents,
+              std::string& strReason) {
+    nCopies = 0;
     nEvents = 0;
     Json::Value jsonRoot;
     if (!json_read::Parse(strBody, jsonRoot)) {
@@ -21,7 +23,6 @@ bool IsUsable(const std::string& strBody, uint64_t& nEvents, std::string& strRea
         strReason = "no array \"param\"";
         return false;
     }
-    uint64_t nCopies = 0;
     for (const Json::Value& jsonElement : *pParam) {
         const std::string strContext = json_read::Text(jsonElement, "context");
         const bool bKnown = strContext == "cloudad" || strContext == "cloudfd";

@@ -12,10 +12,11 @@
 namespace event_message {
 
 // True when the module would queue strBody: a JSON object whose "param" array has an element of
-// group "cloudquery" with context "cloudad" or "cloudfd". nEvents is then the number of elements
-// the module looks at: all of them, once for each such element. Otherwise strReason says what is
-// missing and nEvents is 0.
-bool IsUsable(const std::string& strBody, uint64_t& nEvents, std::string& strReason);
+// group "cloudquery" with context "cloudad" or "cloudfd". Each such element has the module queue
+// the whole message once: nCopies is their number, nEvents that of all elements times nCopies.
+// Otherwise strReason says what is missing and both are 0.
+bool IsUsable(const std::string& strBody, uint64_t& nCopies, uint64_t& nEvents,
+              std::string& strReason);
 
 // One message that reports the start of every program in paths. Only its first element names the
 // group and the context: each element that does has the whole message queued once. The paths

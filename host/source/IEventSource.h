@@ -16,6 +16,7 @@
 struct EventBatch {
     std::string strBody;   // the whole message
     uint64_t nNumber = 0;  // counts from 1: the line of a recording, the batch of a walk
+    uint64_t nCopies = 1;  // how often the module queues it
     uint64_t nEvents = 0;  // events that the module will look at because of it
 };
 

@@ -137,16 +137,15 @@ SourceResult ReplaySource::Fill(std::chrono::steady_clock::time_point due) {
 bool ReplaySource::MakeBatch(LineResult eLine, std::string& strLine, EventBatch& batch) {
     ++m_nLine;
     std::string strReason = "longer than " + std::to_string(LONGEST_LINE) + " bytes";
-    uint64_t nEvents = 0;
-    if (eLine == LINE_TOO_LONG || !event_message::IsUsable(strLine, nEvents, strReason)) {
+    if (eLine == LINE_TOO_LONG ||
+        !event_message::IsUsable(strLine, batch.nCopies, batch.nEvents, strReason)) {
         ++m_counters.nUnusable;
         m_fnRemark(m_nLine, strReason);
         return false;
     }
     batch.strBody = std::move(strLine);
     batch.nNumber = m_nLine;
-    batch.nEvents = nEvents;
     ++m_counters.nBatches;
-    m_counters.nEvents += nEvents;
+    m_counters.nEvents += batch.nEvents;
     return true;
 }

@@ -1,0 +1,68 @@
+#include "host/HostMain.h"
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <exception>
+#include <string>
+
+#include "host/ExitCodes.h"
+#include "host/GlobalOptions.h"
+#include "host/RunCommands.h"
+#include "host/StateDir.h"
+#include "host/view/QueueCommand.h"
+#include "host/view/VerdictsCommand.h"
+
+namespace {
+
+constexpr char VERSION_TEXT[] = "tevmon-host " TEVMON_VERSION;
+
+void AddGlobalOptions(CLI::App& app, GlobalOptions& options) {
+    app.add_option("--state-dir", options.strStateDir,
+                   "Where the databases are kept (default: " + options.strStateDir + ")")
+        ->type_name("DIR");
+    app.add_option("--module", options.strModule,
+                   "The module to load (default: libtevmon.so beside this program)")
+        ->type_name("FILE");
+    app.add_flag("--json", options.bJson, "One JSON object per line on standard output");
+    app.add_flag("-v,--verbose", options.bVerbose, "Show every query, verdict and skipped program");
+    app.add_option("--log-level", options.nLogLevel,
+                   "Lowest level of the module's log to show: 1 skips, 2 traffic, 4 failures")
+        ->type_name("N")
+        ->check(CLI::Range(0, 9))
+        ->capture_default_str();
+    app.set_version_flag("--version", std::string(VERSION_TEXT));
+}
+
+}  // namespace
+
+int HostMain(int argc, const char* const* argv) {
+    try {
+        GlobalOptions options;
+        int nExitCode = EXIT_CODE_SUCCESS;
+        options.strStateDir = StateDir::DefaultPath();
+        CLI::App app("The reference host of the tevmon module", "tevmon-host");
+        app.footer(
+            "Exit codes: 0 done, 1 failure, 2 usage, 3 input, 4 module, 5 state directory,\n"
+            "6 database, 7 not found, 8 not finished in time, 9 standard output lost");
+        app.fallthrough();
+        app.require_subcommand(1);
+        AddGlobalOptions(app, options);
+        app.parse_complete_callback([&options] {
+            options.strStateDir = StateDir::Absolute(options.strStateDir);
+            options.strModule = StateDir::Absolute(options.strModule);
+        });
+        AddReplayCommand(app, options, nExitCode);
+        AddScanCommand(app, options, nExitCode);
+        AddQueueCommand(app, options, nExitCode);
+        AddVerdictsCommand(app, options, nExitCode);
+        try {
+            app.parse(argc, argv);
+        } catch (const CLI::ParseError& result) {
+            return app.exit(result) == 0 ? EXIT_CODE_SUCCESS : EXIT_CODE_USAGE;
+        }
+        return nExitCode;
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "tevmon-host: %s\n", error.what());
+        return EXIT_CODE_FAILURE;
+    }
+}

@@ -1,0 +1,134 @@
+#include "host/Output.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+namespace {
+
+bool IsTerminal(int nFd) {
+    const char* const pszTerm = std::getenv("TERM");
+    return isatty(nFd) == 1 && pszTerm != nullptr && std::strcmp(pszTerm, "dumb") != 0;
+}
+
+bool WantsColour() {
+    const char* const pszNoColour = std::getenv("NO_COLOR");
+    return pszNoColour == nullptr || *pszNoColour == '\0';
+}
+
+// 0, or the error that stopped it.
+int WriteAll(int nFd, const std::string& strText) {
+    size_t nDone = 0;
+    while (nDone < strText.size()) {
+        const ssize_t nWritten = write(nFd, strText.data() + nDone, strText.size() - nDone);
+        if (nWritten >= 0) {
+            nDone += static_cast<size_t>(nWritten);
+        } else if (errno == EAGAIN) {
+            pollfd fd = {nFd, POLLOUT, 0};
+            (void)poll(&fd, 1, -1);
+        } else if (errno != EINTR) {
+            return errno;
+        }
+    }
+    return 0;
+}
+
+size_t TerminalWidth() {
+    winsize size = {};
+    const bool bKnown = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
+    return bKnown ? size.ws_col : 80;
+}
+
+}  // namespace
+
+Output::Output()
+    : m_nOut(STDOUT_FILENO),
+      m_bColour(IsTerminal(STDOUT_FILENO) && WantsColour()),
+      m_bErrorTerminal(IsTerminal(STDERR_FILENO)) {}
+
+Output::~Output() {
+    Progress("");
+    if (m_bOwnsOut) {
+        (void)dup2(m_nOut, STDOUT_FILENO);
+        close(m_nOut);
+    }
+}
+
+void Output::TakeStandardOutput() {
+    // A low descriptor that is closed would be taken by the first file opened, a database perhaps.
+    for (int nFd = open("/dev/null", O_RDWR); nFd >= 0; nFd = open("/dev/null", O_RDWR)) {
+        if (nFd > STDERR_FILENO) {
+            close(nFd);
+            break;
+        }
+    }
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    const int nPrivate = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    if (!m_bOwnsOut && nPrivate >= 0) {
+        m_nOut = nPrivate;
+        m_bOwnsOut = true;
+        (void)dup2(STDERR_FILENO, STDOUT_FILENO);
+    }
+}
+
+void Output::Line(const std::string& strLine) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_bBroken) {
+        return;
+    }
+    HideProgress();
+    const int nError = WriteAll(m_nOut, strLine + "\n");
+    if (nError != 0) {
+        m_nBrokenError = nError;
+        m_bBroken = true;
+    }
+    ShowProgress();
+}
+
+void Output::Error(const std::string& strLine) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    HideProgress();
+    (void)WriteAll(STDERR_FILENO, strLine + "\n");  // nowhere to report it to
+    ShowProgress();
+}
+
+void Output::Progress(const std::string& strLine) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (!m_bErrorTerminal || strLine == m_strProgress) {
+        return;
+    }
+    HideProgress();
+    // A line that wrapped could not be taken away again.
+    m_strProgress = strLine.substr(0, TerminalWidth() - 1);
+    ShowProgress();
+}
+
+std::string Output::Paint(Colour eColour, const std::string& strText) const {
+    static const char* const CODES[] = {"",         "\033[1m",  "\033[2m",
+                                        "\033[32m", "\033[33m", "\033[31m"};
+    return !m_bColour || eColour == COLOUR_NONE ? strText : CODES[eColour] + strText + "\033[0m";
+}
+
+std::string Output::BrokenReason() const {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return !m_bBroken || m_nBrokenError == EPIPE ? "" : std::strerror(m_nBrokenError);
+}
+
+// [with m_mutex held]
+void Output::HideProgress() {
+    if (!m_strProgress.empty()) {
+        (void)WriteAll(STDERR_FILENO, "\r\033[K");
+    }
+}
+
+// [with m_mutex held]
+void Output::ShowProgress() {
+    if (!m_strProgress.empty()) {
+        (void)WriteAll(STDERR_FILENO, m_strProgress);
+    }
+}

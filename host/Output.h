@@ -1,0 +1,57 @@
+// Standard output and standard error of a command.
+//
+// Results go to standard output, everything else to standard error. Loaded modules may print on
+// file descriptor 1 themselves, so a command that loads one takes standard output away first.
+//
+// Threads: any; one mutex, lines never mix.
+// Errors: nothing throws but std::bad_alloc. Standard output that cannot be written (its reader
+//   left, the disk is full) is reported once through IsBroken and gets nothing more.
+#ifndef HOST_OUTPUT_H
+#define HOST_OUTPUT_H
+
+#include <atomic>
+#include <mutex>
+#include <string>
+
+class Output {
+public:
+    enum Colour { COLOUR_NONE, COLOUR_BOLD, COLOUR_DIM, COLOUR_GREEN, COLOUR_YELLOW, COLOUR_RED };
+
+    Output();  // standard output is file descriptor 1
+    ~Output();
+
+    Output(const Output&) = delete;
+    Output& operator=(const Output&) = delete;
+
+    // [control, before a module is loaded] Moves standard output to a descriptor of its own; what
+    // is printed on file descriptor 1 from now on goes to standard error.
+    void TakeStandardOutput();
+
+    void Line(const std::string& strLine);   // on standard output; a line feed is added
+    void Error(const std::string& strLine);  // on standard error, likewise
+
+    // Replaces the progress line of standard error, on a terminal only; "" takes it away.
+    void Progress(const std::string& strLine);
+
+    // strText in that colour when standard output is a terminal and NO_COLOR is not set.
+    std::string Paint(Colour eColour, const std::string& strText) const;
+
+    bool HasProgress() const { return m_bErrorTerminal; }
+    bool IsBroken() const { return m_bBroken.load(); }
+    std::string BrokenReason() const;  // "" when its reader left, which needs no words
+
+private:
+    void HideProgress();
+    void ShowProgress();
+
+    int m_nOut;
+    bool m_bOwnsOut = false;
+    const bool m_bColour;
+    const bool m_bErrorTerminal;
+    std::atomic<bool> m_bBroken{false};
+    mutable std::mutex m_mutex;  // guards what follows and the order of lines
+    int m_nBrokenError = 0;
+    std::string m_strProgress;
+};
+
+#endif

@@ -1,0 +1,71 @@
+// Tells the user what happens in a run: lines as it goes, a block for each pass, a summary; or,
+// with --json, one record for each of them.
+//
+// Threads: the observer calls and OnDelivered from any thread, the rest on the control thread.
+//   One mutex guards the counters; it is not held while a line is written.
+// Errors: nothing throws but std::bad_alloc.
+#ifndef HOST_RUNREPORT_H
+#define HOST_RUNREPORT_H
+
+#include <cstdint>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "host/CloudEndpoint.h"
+#include "host/GlobalOptions.h"
+#include "host/IEndpoint.h"
+#include "host/ModuleLog.h"
+#include "host/Output.h"
+#include "host/RunCounters.h"
+#include "host/source/IEventSource.h"
+
+struct PassInfo {
+    int nPass = 1;
+    int nPasses = 1;
+    std::string strUnit;  // what a batch is made of: "line" of a recording, "batch" of a walk
+    std::string strName;  // the source
+};
+
+struct RunEnd {
+    std::optional<uint64_t> queueDepth;  // nothing when the queue could not be read
+    bool bDrained = false;
+    int nSignal = 0;  // the signal that ended the run, or 0
+};
+
+class RunReport : public ICloudObserver, public IModuleLogObserver, public IEndpoint {
+public:
+    RunReport(Output& output, const GlobalOptions& options);
+
+    void Begin(const std::string& strModule);
+    void BeginPass(const PassInfo& pass);
+    void EndPass(bool bDrained);
+    void Summary(const RunEnd& end);
+    void Progress(const std::string& strDoing);
+
+    void OnRemark(uint64_t nNumber, const std::string& strText);
+    void OnDelivered(const EventBatch& batch, uint32_t nResult);
+    RunCounters PassCounters() const;
+
+    void OnQuery(const CloudQuery& query, QueryFate eFate, const Verdict& verdict) override;
+    void OnModuleNote(ModuleNote eNote, const std::string& strPath, bool bProgram) override;
+    // The centre: counts its records and answers nothing.
+    std::string OnMessage(const Guid& sender, int64_t nMsgType,
+                          const std::string& strBody) override;
+
+private:
+    void CountQuery(const CloudQuery& query, QueryFate eFate, const Verdict& verdict);
+    void WriteQueryJson(const CloudQuery& query, QueryFate eFate, const Verdict& verdict);
+    void WriteQueryLine(const CloudQuery& query, QueryFate eFate, const Verdict& verdict);
+
+    Output& m_output;
+    const GlobalOptions& m_options;
+    PassInfo m_pass;
+    RunCounters::Clock::time_point m_passBegun;
+    RunCounters::Clock::time_point m_runBegun;
+    mutable std::mutex m_mutex;  // guards what follows
+    RunCounters m_counters;      // of the pass
+    RunCounters m_total;         // of the passes before
+};
+
+#endif

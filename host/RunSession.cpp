@@ -1,0 +1,265 @@
+#include "host/RunSession.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "host/AnsweredKeys.h"
+#include "host/CloudEndpoint.h"
+#include "host/DatabaseLook.h"
+#include "host/ExitCodes.h"
+#include "host/ModuleLog.h"
+#include "host/StateDir.h"
+#include "host/Text.h"
+#include "host/verdict/HashListSource.h"
+#include "host/verdict/PackageSource.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+constexpr int LEVEL_BLOCKED = 70;
+constexpr int LEVEL_ALLOWED = 20;
+
+constexpr milliseconds SOURCE_WAIT(200);    // a signal is seen this much later at most
+constexpr milliseconds QUEUE_LOOK(250);     // between two looks into the queue
+constexpr milliseconds ROUTER_LOOK(20);     // between two looks at the router
+constexpr milliseconds LAST_ANSWERS(2000);  // for messages under way when the module stopped
+constexpr milliseconds QUEUE_STILL(30000);  // a queue that stands still this long is remarked
+constexpr int UNREADABLE_LOOKS = 40;        // in a row: the queue cannot be read
+
+}  // namespace
+
+RunSession::RunSession(const GlobalOptions& global, RunOptions options)
+    : m_global(global), m_options(std::move(options)), m_report(m_output, m_global) {}
+
+int RunSession::Fail(int nExitCode, const std::string& strError) {
+    m_output.Error("tevmon-host: " + text::ForTerminal(strError));
+    return nExitCode;
+}
+
+int RunSession::Run() {
+    m_stop.Begin();
+    m_output.TakeStandardOutput();
+    m_pass.nPasses = m_options.nPasses;
+    m_pass.strUnit = m_options.strUnit;
+    if (!LoadVerdicts() || !StartSource()) {
+        return EXIT_CODE_INPUT;
+    }
+    StateDir stateDir;
+    std::string strError;
+    if (!stateDir.Enter(m_global.strStateDir, strError)) {
+        return Fail(EXIT_CODE_STATE, strError);
+    }
+    return RunModule();
+}
+
+bool RunSession::LoadList(const std::string& strFile, int nLevel) {
+    std::string strError;
+    std::unique_ptr<HashListSource> pList = HashListSource::Load(strFile, nLevel, strError);
+    if (pList == nullptr) {
+        (void)Fail(EXIT_CODE_INPUT, strError);
+        return false;
+    }
+    if (!pList->Note().empty()) {
+        m_output.Error("tevmon-host: " + text::ForTerminal(pList->Note()));
+    }
+    m_service.AddSource(std::move(pList));
+    return true;
+}
+
+// Lists before packages, block lists before allow lists.
+bool RunSession::LoadVerdicts() {
+    for (const std::string& strFile : m_options.blockLists) {
+        if (!LoadList(strFile, LEVEL_BLOCKED)) {
+            return false;
+        }
+    }
+    for (const std::string& strFile : m_options.allowLists) {
+        if (!LoadList(strFile, LEVEL_ALLOWED)) {
+            return false;
+        }
+    }
+    if (m_options.bPackages) {
+        std::unique_ptr<PackageSource> pPackages = PackageSource::Load();
+        if (!pPackages->Note().empty()) {
+            m_output.Error("tevmon-host: " + text::ForTerminal(pPackages->Note()));
+        }
+        m_service.AddSource(std::move(pPackages));
+    }
+    return true;
+}
+
+bool RunSession::StartSource() {
+    m_pSource = m_options.fnMakeSource([this](uint64_t nNumber, const std::string& strText) {
+        m_report.OnRemark(nNumber, strText);
+    });
+    m_pass.strName = m_pSource->Name();
+    std::string strError;
+    if (!m_pSource->Start(strError)) {
+        (void)Fail(EXIT_CODE_INPUT, strError);
+        return false;
+    }
+    return true;
+}
+
+int RunSession::RunModule() {
+    const std::string strModule =
+        m_global.strModule.empty() ? PluginLoader::DefaultPath() : m_global.strModule;
+    AnsweredKeys keys(m_global.CacheDatabase());  // reads the cache while nobody works with it
+    ModuleLog log(m_output, m_report, m_global.nLogLevel);
+    std::string strError;
+    if (!m_loader.Load(strModule, strError)) {
+        return Fail(EXIT_CODE_MODULE, strError);
+    }
+    m_pRouter = std::make_unique<Router>();
+    CloudEndpoint cloud(*m_pRouter, m_service, keys, m_report);
+    m_pRouter->AddEndpoint(GuidFromText(CLOUD_ENDPOINT), &cloud);
+    m_pRouter->AddEndpoint(GuidFromText(CENTRE_ENDPOINT), &m_report);
+
+    m_report.Begin(strModule);
+    m_loader.Start(m_pRouter.get());
+    if (m_options.dForSeconds > 0) {
+        m_due = steady_clock::now() + std::chrono::duration_cast<steady_clock::duration>(
+                                          std::chrono::duration<double>(m_options.dForSeconds));
+    }
+    const int nExitCode = RunPasses();
+    EndModule();
+    Summarise();
+    if (m_output.IsBroken()) {
+        const std::string strReason = m_output.BrokenReason();
+        return strReason.empty() ? static_cast<int>(EXIT_CODE_OUTPUT)
+                                 : Fail(EXIT_CODE_OUTPUT, "standard output: " + strReason);
+    }
+    return nExitCode;
+}
+
+int RunSession::RunPasses() {
+    for (m_pass.nPass = 1; m_pass.nPass <= m_options.nPasses; ++m_pass.nPass) {
+        if (m_pass.nPass > 1 && !StartSource()) {
+            return EXIT_CODE_INPUT;
+        }
+        m_report.BeginPass(m_pass);
+        Deliver();
+        if (!m_options.bDrain) {
+            Wait();
+            return EXIT_CODE_SUCCESS;
+        }
+        const DrainResult eResult = Drain();
+        m_bDrained = eResult == DRAINED;
+        m_report.EndPass(m_bDrained);
+        if (eResult == DRAIN_UNREADABLE) {
+            return Fail(EXIT_CODE_DATABASE, "cannot read the queue " + m_global.ChannelDatabase() +
+                                                "; look at it with: tevmon-host queue count");
+        }
+        if (!m_bDrained) {
+            return m_stop.Signal() != 0 ? EXIT_CODE_SUCCESS : EXIT_CODE_UNFINISHED;
+        }
+    }
+    return EXIT_CODE_SUCCESS;
+}
+
+bool RunSession::MustEnd() const {
+    return m_stop.IsRequested() || m_output.IsBroken() || (m_due && steady_clock::now() >= *m_due);
+}
+
+std::string RunSession::Doing(const std::string& strWhat) const {
+    return m_options.nPasses == 1 ? strWhat
+                                  : "pass " + std::to_string(m_pass.nPass) + ", " + strWhat;
+}
+
+void RunSession::Deliver() {
+    const Guid sensor = GuidFromText(SENSOR_ENDPOINT);
+    auto shown = steady_clock::now();
+    while (!MustEnd()) {
+        EventBatch batch;
+        const SourceResult eResult = m_pSource->Next(batch, SOURCE_WAIT);
+        if (eResult == SOURCE_END) {
+            break;
+        }
+        if (eResult == SOURCE_BATCH) {
+            std::string strBody = std::move(batch.strBody);
+            batch.strBody.clear();
+            const uint32_t nResult = m_pRouter->Deliver(
+                sensor, MSG_TYPE_HIPS_EVENT, std::move(strBody),
+                [this, batch](uint32_t nCode) { m_report.OnDelivered(batch, nCode); });
+            if (nResult != 0) {
+                m_report.OnDelivered(batch, nResult);
+            }
+        }
+        if (steady_clock::now() - shown > QUEUE_LOOK) {
+            m_report.Progress(Doing("delivering"));
+            shown = steady_clock::now();
+        }
+    }
+    m_pSource->Stop();
+    // Nobody may look into the queue while messages are being stored in it.
+    while (m_pRouter->Pending() > 0 && !MustEnd()) {
+        m_stop.WaitFor(ROUTER_LOOK);
+    }
+}
+
+void RunSession::Wait() {
+    if (!MustEnd() && !m_due) {
+        m_output.Error(
+            "tevmon-host: everything is delivered; Ctrl-C ends the run (--drain would "
+            "end it when the queue is empty)");
+    }
+    while (!MustEnd()) {
+        m_report.Progress("waiting");
+        m_stop.WaitFor(QUEUE_LOOK);
+    }
+}
+
+RunSession::DrainResult RunSession::Drain() {
+    std::optional<uint64_t> oldDepth;
+    auto moved = steady_clock::now();
+    int nUnreadable = 0;
+    while (!MustEnd()) {
+        // In this order: a message leaves the queue after its queries were posted.
+        const bool bQuiet = m_pRouter->Pending() == 0;
+        const auto depth = bQuiet ? database_look::QueueDepth(m_global.ChannelDatabase())
+                                  : std::optional<uint64_t>();
+        if (depth == 0u && m_pRouter->Pending() == 0) {
+            return DRAINED;
+        }
+        nUnreadable = bQuiet && !depth ? nUnreadable + 1 : 0;
+        if (nUnreadable >= UNREADABLE_LOOKS) {
+            return DRAIN_UNREADABLE;
+        }
+        if (!depth || depth != oldDepth) {
+            oldDepth = depth;
+            moved = steady_clock::now();
+        } else if (steady_clock::now() - moved > QUEUE_STILL) {
+            m_output.Error(
+                "tevmon-host: the queue has not moved for a while; see its first "
+                "message with: tevmon-host queue list");
+            moved = steady_clock::now();
+        }
+        m_report.Progress(Doing("waiting for the module"));
+        m_stop.WaitFor(QUEUE_LOOK);
+    }
+    return DRAIN_ENDED;
+}
+
+void RunSession::EndModule() {
+    m_output.Progress("");
+    m_pRouter->EndWaiting();
+    m_loader.Stop();
+    // Answers under way still find the module's cache; messages under way still find its queue.
+    const auto due = steady_clock::now() + LAST_ANSWERS;
+    StopSignal clock;
+    while (m_pRouter->Pending() > 0 && steady_clock::now() < due) {
+        clock.WaitFor(ROUTER_LOOK);
+    }
+    m_loader.Unload();
+    m_pRouter->Close();
+}
+
+void RunSession::Summarise() {
+    RunEnd end;
+    end.bDrained = m_bDrained;
+    end.nSignal = m_stop.Signal();
+    end.queueDepth = database_look::QueueDepth(m_global.ChannelDatabase());
+    m_report.Summary(end);
+}

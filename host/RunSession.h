@@ -1,0 +1,74 @@
+// One run of a module from loading to unloading, fed by event sources: what the commands replay
+// and scan share.
+//
+// Threads: the control thread.
+// Errors: an exit code, after a text on standard error that names what is wrong and what to do.
+#ifndef HOST_RUNSESSION_H
+#define HOST_RUNSESSION_H
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/GlobalOptions.h"
+#include "host/Output.h"
+#include "host/PluginLoader.h"
+#include "host/Router.h"
+#include "host/RunReport.h"
+#include "host/StopSignal.h"
+#include "host/source/IEventSource.h"
+#include "host/verdict/VerdictService.h"
+
+struct RunOptions {
+    std::vector<std::string> blockLists;
+    std::vector<std::string> allowLists;
+    bool bPackages = true;
+    double dForSeconds = 0;  // the run's time limit, 0 for none
+    bool bDrain = false;     // end when everything delivered was looked at and answered
+    int nPasses = 1;         // a pass begins when the one before is drained
+    std::string strUnit;     // what the source numbers: "line" or "batch"
+    // A new source for each pass.
+    std::function<std::unique_ptr<IEventSource>(SourceRemark)> fnMakeSource;
+};
+
+class RunSession {
+public:
+    RunSession(const GlobalOptions& global, RunOptions options);
+
+    int Run();  // an ExitCode
+
+private:
+    enum DrainResult { DRAINED, DRAIN_ENDED, DRAIN_UNREADABLE };
+
+    bool LoadVerdicts();
+    bool LoadList(const std::string& strFile, int nLevel);
+    bool StartSource();
+    int RunModule();
+    int RunPasses();
+    void Deliver();
+    void Wait();  // for the end of a run without bDrain
+    DrainResult Drain();
+    void EndModule();
+    void Summarise();
+    bool MustEnd() const;
+    int Fail(int nExitCode, const std::string& strError);
+    std::string Doing(const std::string& strWhat) const;
+
+    const GlobalOptions m_global;
+    const RunOptions m_options;
+    StopSignal m_stop;
+    Output m_output;
+    RunReport m_report;
+    VerdictService m_service;
+    std::unique_ptr<IEventSource> m_pSource;
+    std::unique_ptr<Router> m_pRouter;
+    PluginLoader m_loader;  // goes before the router
+    std::optional<std::chrono::steady_clock::time_point> m_due;
+    PassInfo m_pass;
+    bool m_bDrained = false;
+};
+
+#endif

@@ -1,0 +1,5 @@
+#include "host/HostMain.h"
+
+int main(int argc, char** argv) {
+    return HostMain(argc, argv);
+}
