@@ -21,4 +21,12 @@ private:
     int m_nOldStdout;
 };
 
+// The lines that action writes there.
+template <class Action>
+std::vector<std::string> PrintedBy(Action action) {
+    const StdoutCapture capture;
+    action();
+    return capture.Lines();
+}
+
 #endif
