@@ -1,0 +1,102 @@
+#include "host/verdict/VerdictService.h"
+
+#include <gtest/gtest.h>
+
+#include <thread>
+#include <utility>
+
+namespace {
+
+const std::string SHA1 = "0123456789abcdef0123456789abcdef01234567";
+const std::string MD5 = "fedcba9876543210fedcba9876543210";
+
+// Knows one MD5 digest.
+class OneDigestSource : public IVerdictSource {
+public:
+    OneDigestSource(std::string strMd5, Verdict verdict)
+        : m_strMd5(std::move(strMd5)), m_verdict(std::move(verdict)) {}
+
+    std::optional<Verdict> Lookup(const ProgramKey& key) const override {
+        return key.strMd5 == m_strMd5 ? std::optional<Verdict>(m_verdict) : std::nullopt;
+    }
+
+private:
+    const std::string m_strMd5;
+    const Verdict m_verdict;
+};
+
+}  // namespace
+
+TEST(VerdictServiceTest, NobodyKnowsWithoutASource) {
+    const VerdictService service;
+
+    const Verdict verdict = service.Decide(SHA1 + MD5);
+
+    EXPECT_EQ(40, verdict.nLevel);
+    EXPECT_EQ("none", verdict.strSource);
+    EXPECT_EQ("", verdict.strOwner);
+}
+
+TEST(VerdictServiceTest, TheFirstSourceThatKnowsDecides) {
+    VerdictService service;
+    service.AddSource(std::make_unique<OneDigestSource>("other", Verdict{20, "a", "a"}));
+    service.AddSource(std::make_unique<OneDigestSource>(MD5, Verdict{70, "b", "b"}));
+    service.AddSource(std::make_unique<OneDigestSource>(MD5, Verdict{10, "c", "c"}));
+
+    const Verdict verdict = service.Decide(SHA1 + MD5);
+
+    EXPECT_EQ(70, verdict.nLevel);
+    EXPECT_EQ("b", verdict.strSource);
+    EXPECT_EQ("b", verdict.strOwner);
+}
+
+TEST(VerdictServiceTest, UpperCaseKeysAreTheSameProgram) {
+    VerdictService service;
+    service.AddSource(std::make_unique<OneDigestSource>(MD5, Verdict{70, "b", ""}));
+
+    const Verdict verdict =
+        service.Decide("0123456789ABCDEF0123456789ABCDEF01234567FEDCBA9876543210FEDCBA9876543210");
+
+    EXPECT_EQ(70, verdict.nLevel);
+}
+
+TEST(VerdictServiceTest, ATextThatIsNoKeyIsUnknown) {
+    VerdictService service;
+    service.AddSource(std::make_unique<OneDigestSource>(MD5, Verdict{70, "b", ""}));
+
+    for (const std::string& strKey :
+         {std::string(), MD5, SHA1, SHA1 + MD5 + "0", SHA1 + MD5.substr(1), MD5 + SHA1,
+          "x" + SHA1.substr(1) + MD5, std::string(72, '\0'), std::string(1 << 20, 'a')}) {
+        const Verdict verdict = service.Decide(strKey);
+
+        EXPECT_EQ(40, verdict.nLevel);
+        EXPECT_EQ("none", verdict.strSource);
+    }
+}
+
+TEST(VerdictServiceTest, ANullSourceIsNotAdded) {
+    VerdictService service;
+    service.AddSource(nullptr);
+
+    EXPECT_EQ(40, service.Decide(SHA1 + MD5).nLevel);
+}
+
+TEST(VerdictServiceTest, AnswersAreTheSameFromManyThreads) {
+    VerdictService service;
+    service.AddSource(std::make_unique<OneDigestSource>(MD5, Verdict{70, "b", "owner"}));
+    std::vector<int> wrongAnswers(4, 0);
+
+    std::vector<std::thread> threads;
+    for (int& nWrong : wrongAnswers) {
+        threads.emplace_back([&service, &nWrong] {
+            for (int i = 0; i < 1000; ++i) {
+                nWrong += service.Decide(SHA1 + MD5).strOwner == "owner" ? 0 : 1;
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+
+    EXPECT_EQ(std::vector<int>(4, 0), wrongAnswers);
+}
