@@ -137,7 +137,8 @@ struct CThread::State {
         State& m_state;
     };
 
-    static void* Body(void* pArg);
+    // The unwinding of a thread that ends itself is caught as a reference to nothing.
+    __attribute__((no_sanitize("null"))) static void* Body(void* pArg);
     bool IsOwnThread() const TEV_REQUIRES(monitor) {
         return bJoinable && pthread_equal(thread, pthread_self()) != 0;
     }

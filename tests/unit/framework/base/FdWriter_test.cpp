@@ -335,6 +335,28 @@ TEST(FdWriterTest, APipeThatWasMadeNonBlockingIsTreatedTheSame) {
     EXPECT_EQ("kept\n", pipe.Read());
 }
 
+TEST(FdWriterTest, WithoutADescriptorToSpareAFullPipeCostsTheTextAllTheSame) {
+    const Pipe pipe;
+    const int nNext = dup(pipe.Writer());
+    close(nNext);
+    rlimit oldLimit = {};
+    (void)getrlimit(RLIMIT_NOFILE, &oldLimit);
+    const rlimit noneLeft = {static_cast<rlim_t>(nNext), oldLimit.rlim_max};
+    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &noneLeft));
+
+    const bool bTaken = CFdWriter::Write(pipe.Writer(), "kept\n");
+    const std::string strRead = pipe.Read();
+    const bool bWhole = CFdWriter::Write(pipe.Writer(), std::string(1000000, 'x'));
+    const bool bWhileFull = CFdWriter::Write(pipe.Writer(), "lost\n");
+    (void)setrlimit(RLIMIT_NOFILE, &oldLimit);
+
+    EXPECT_TRUE(bTaken);
+    EXPECT_EQ("kept\n", strRead);
+    EXPECT_FALSE(bWhole);
+    EXPECT_FALSE(bWhileFull);
+    EXPECT_EQ(std::string::npos, pipe.Read().find_first_not_of('x'));
+}
+
 TEST(FdWriterTest, TheStreamItselfIsNotMadeNonBlocking) {
     const Pipe pipe;
 
