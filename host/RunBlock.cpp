@@ -121,10 +121,8 @@ std::string SkippedLine(const RunCounters& counters) {
 
 std::string HashedLine(const RunCounters& counters) {
     std::string strLine = Label("hashed") + text::Bytes(counters.nHashedBytes);
-    const double dSeconds = counters.WorkSeconds();
-    if (dSeconds > 0.001 && counters.nHashedBytes > 0) {
-        const double dRate = static_cast<double>(counters.nHashedBytes) / dSeconds / 1024 / 1024;
-        strLine += CStr::stdformat(" at %.1f MiB/s", dRate);
+    if (counters.BytesPerSecond() > 0) {
+        strLine += " at " + text::Bytes(static_cast<uint64_t>(counters.BytesPerSecond())) + "/s";
     }
     return strLine;
 }
@@ -132,11 +130,22 @@ std::string HashedLine(const RunCounters& counters) {
 std::string TimeLine(const RunCounters& counters, double dSeconds) {
     const double dWork = counters.WorkSeconds();
     std::string strLine = Label("time") + CStr::stdformat("%.1f s", dSeconds);
-    if (counters.firstWork) {
+    if (counters.nAnalysed > 0) {
         strLine += CStr::stdformat(
             ", of which the module worked %.1f s (it looks at its queue every 5 s)", dWork);
     }
     return strLine;
+}
+
+// One row of the table of passes: what counts it in each of them.
+template <class Cell>
+std::string TableRow(const std::string& strLabel, const std::vector<PassResult>& passes,
+                     const Cell& cell) {
+    std::string strRow = Label(strLabel);
+    for (const PassResult& pass : passes) {
+        strRow += CStr::stdformat("%12s", cell(pass).c_str());
+    }
+    return strRow + "\n";
 }
 
 std::string LevelsJson(const std::map<int, uint64_t>& byLevel) {
@@ -215,6 +224,29 @@ std::string Text(const Output& output, const RunCounters& counters, double dSeco
         strText += Label("centre") + Count(counters.nCentre, "record") + "\n";
     }
     return strText + TimeLine(counters, dSeconds);
+}
+
+std::string PassTable(const Output& output, const std::vector<PassResult>& passes) {
+    int nPass = 0;
+    const std::string strHeading = TableRow(
+        "", passes, [&nPass](const PassResult&) { return "pass " + std::to_string(++nPass); });
+    const auto queries = [](const PassResult& pass) { return Number(pass.counters.nQueries); };
+    const auto cached = [](const PassResult& pass) { return Number(pass.counters.nCached); };
+    std::string strTable = output.Paint(Output::COLOUR_DIM, strHeading);
+    strTable += TableRow("events", passes,
+                         [](const PassResult& pass) { return Number(pass.counters.nEvents); });
+    strTable += TableRow("queries", passes, queries) + TableRow("from cache", passes, cached);
+    strTable += TableRow("hashed", passes, [](const PassResult& pass) {
+        return text::Bytes(pass.counters.nHashedBytes);
+    });
+    strTable += TableRow("per second", passes, [](const PassResult& pass) {
+        return text::Bytes(static_cast<uint64_t>(pass.counters.BytesPerSecond()));
+    });
+    strTable += TableRow("time", passes, [](const PassResult& pass) {
+        return CStr::stdformat("%.1f s", pass.dSeconds);
+    });
+    strTable.pop_back();
+    return strTable;
 }
 
 JsonObject& AddCounters(JsonObject& record, const RunCounters& counters, double dSeconds) {

@@ -5,6 +5,7 @@
 #define HOST_RUNBLOCK_H
 
 #include <string>
+#include <vector>
 
 #include "host/CloudEndpoint.h"
 #include "host/Output.h"
@@ -12,6 +13,7 @@
 #include "host/Text.h"
 
 struct PassInfo;
+struct PassResult;
 struct RunEnd;
 
 namespace run_block {
@@ -27,7 +29,10 @@ std::string SkipLine(const Output& output, const std::string& strPath);
 // The counters in lines, for people; dSeconds is how long it all took.
 std::string Text(const Output& output, const RunCounters& counters, double dSeconds);
 
-// The same as members of record.
+// What each pass counted, side by side.
+std::string PassTable(const Output& output, const std::vector<PassResult>& passes);
+
+// The counters as members of record.
 JsonObject& AddCounters(JsonObject& record, const RunCounters& counters, double dSeconds);
 
 }  // namespace run_block

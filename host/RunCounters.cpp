@@ -25,12 +25,7 @@ void RunCounters::Add(const RunCounters& other) {
     AddMap(queriesByLevel, other.queriesByLevel);
     AddMap(answersByLevel, other.answersByLevel);
     AddMap(queriesByPackage, other.queriesByPackage);
-    if (!firstWork) {
-        firstWork = other.firstWork;
-    }
-    if (other.lastWork) {
-        lastWork = other.lastWork;
-    }
+    dWorkBefore += other.WorkSeconds();
 }
 
 uint64_t RunCounters::Silent() const {
@@ -39,6 +34,12 @@ uint64_t RunCounters::Silent() const {
 }
 
 double RunCounters::WorkSeconds() const {
-    return firstWork && lastWork ? std::chrono::duration<double>(*lastWork - *firstWork).count()
-                                 : 0;
+    return dWorkBefore + (firstWork && lastWork
+                              ? std::chrono::duration<double>(*lastWork - *firstWork).count()
+                              : 0);
+}
+
+double RunCounters::BytesPerSecond() const {
+    const double dSeconds = WorkSeconds();
+    return dSeconds > 0.001 ? static_cast<double>(nHashedBytes) / dSeconds : 0;
 }

@@ -37,12 +37,15 @@ struct RunCounters {
 
     std::optional<Clock::time_point> firstWork;  // the module began to look at messages
     std::optional<Clock::time_point> lastWork;   // the last thing heard of it
+    double dWorkBefore = 0;                      // seconds of work that Add brought in
 
+    // Adds what happened in another pass. Its time of work counts, not the pause before it.
     void Add(const RunCounters& other);
 
     // Events that led to nothing that could be seen; 0 when that cannot be told.
     uint64_t Silent() const;
     double WorkSeconds() const;
+    double BytesPerSecond() const;  // of work; 0 when that is too short to tell
 };
 
 #endif

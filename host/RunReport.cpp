@@ -12,6 +12,7 @@
 namespace {
 
 constexpr int LEVEL_PACKAGED = 10;
+constexpr size_t PASSES_SHOWN = 6;
 
 const char* FateWord(QueryFate eFate) {
     switch (eFate) {
@@ -74,6 +75,9 @@ void RunReport::EndPass(bool bDrained) {
     }
     m_output.Progress("");
     const std::chrono::duration<double> taken = RunCounters::Clock::now() - m_passBegun;
+    if (m_passes.size() < PASSES_SHOWN) {
+        m_passes.push_back({counters, taken.count()});
+    }
     if (m_options.bJson) {
         JsonObject record = Record("pass");
         record.Add("pass", m_pass.nPass).Add("passes", m_pass.nPasses).Add("drained", bDrained);
@@ -102,7 +106,8 @@ void RunReport::Summary(const RunEnd& end) {
         return;
     }
     m_output.Line(run_block::SummaryHeading(m_output, end));
-    m_output.Line(run_block::Text(m_output, counters, taken.count()));
+    m_output.Line(m_passes.size() > 1 ? run_block::PassTable(m_output, m_passes)
+                                      : run_block::Text(m_output, counters, taken.count()));
     m_output.Line(run_block::QueueLine(end));
 }
 

@@ -11,6 +11,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "host/CloudEndpoint.h"
 #include "host/GlobalOptions.h"
@@ -25,6 +26,11 @@ struct PassInfo {
     int nPasses = 1;
     std::string strUnit;  // what a batch is made of: "line" of a recording, "batch" of a walk
     std::string strName;  // the source
+};
+
+struct PassResult {
+    RunCounters counters;
+    double dSeconds = 0;
 };
 
 struct RunEnd {
@@ -63,9 +69,10 @@ private:
     PassInfo m_pass;
     RunCounters::Clock::time_point m_passBegun;
     RunCounters::Clock::time_point m_runBegun;
-    mutable std::mutex m_mutex;  // guards what follows
-    RunCounters m_counters;      // of the pass
-    RunCounters m_total;         // of the passes before
+    std::vector<PassResult> m_passes;  // the first few that ended
+    mutable std::mutex m_mutex;        // guards what follows
+    RunCounters m_counters;            // of the pass
+    RunCounters m_total;               // of the passes before
 };
 
 #endif
