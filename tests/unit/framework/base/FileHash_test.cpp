@@ -38,15 +38,21 @@ ssize_t RealRead(int nFd, void* pBuffer, size_t nBytes) {
 
 }  // namespace
 
-extern "C" __attribute__((visibility("default"))) ssize_t read(int nFd, void* pBuffer,
-                                                               size_t nBytes) {
+// This program's read(), under another name because a fortified header has one in line; and what
+// fortified code calls instead.
+extern "C" {
+__attribute__((visibility("default"))) ssize_t HookedRead(int nFd, void* pBuffer,
+                                                          size_t nBytes) __asm__("read");
+__attribute__((visibility("default"))) ssize_t HookedReadChk(int nFd, void* pBuffer, size_t nBytes,
+                                                             size_t nRoom) __asm__("__read_chk");
+
+ssize_t HookedRead(int nFd, void* pBuffer, size_t nBytes) {
     return s_readHook ? s_readHook(nFd, pBuffer, nBytes) : RealRead(nFd, pBuffer, nBytes);
 }
 
-// What a fortified build calls instead.
-extern "C" __attribute__((visibility("default"))) ssize_t __read_chk(int nFd, void* pBuffer,
-                                                                     size_t nBytes, size_t) {
-    return read(nFd, pBuffer, nBytes);
+ssize_t HookedReadChk(int nFd, void* pBuffer, size_t nBytes, size_t) {
+    return HookedRead(nFd, pBuffer, nBytes);
+}
 }
 
 namespace {

@@ -22,14 +22,17 @@ protected:
         // What another program prepared: a table, an index, a view and a trigger.
         sqlite3* pDB = nullptr;
         EXPECT_EQ(SQLITE_OK, sqlite3_open(m_strFile.c_str(), &pDB));
-        EXPECT_EQ(SQLITE_OK, sqlite3_exec(pDB,
-                                          "create table t(a, b); insert into t values(1, 2);"
-                                          "create index i on t(a); create view v as select a from "
-                                          "t; create table u(c); create trigger g after delete "
-                                          "on t begin insert into u values(old.a); end",
-                                          nullptr, nullptr, nullptr));
+        EXPECT_EQ(SQLITE_OK,
+                  sqlite3_exec(
+                      pDB,
+                      "pragma synchronous = off; create table t(a, b); insert into t values(1, 2);"
+                      "create index i on t(a); create view v as select a from "
+                      "t; create table u(c); create trigger g after delete "
+                      "on t begin insert into u values(old.a); end",
+                      nullptr, nullptr, nullptr));
         sqlite3_close(pDB);
         m_db.open(m_strFile.c_str());
+        m_db.execDML("PRAGMA synchronous = OFF");  // a test need not wait for the disk
         EXPECT_TRUE(m_db.tableExists("t"));
     }
 

@@ -65,7 +65,10 @@ private:
 
 class CppSQLite3Test : public ::testing::Test {
 protected:
-    CppSQLite3Test() : m_strFile(m_dir.Database("test.db")) { m_db.open(m_strFile.c_str()); }
+    CppSQLite3Test() : m_strFile(m_dir.Database("test.db")) {
+        m_db.open(m_strFile.c_str());
+        m_db.execDML("PRAGMA synchronous = OFF");  // a test need not wait for the disk
+    }
 
     int64_t Number(const std::string& strQuery) {
         CppSQLite3Query query = m_db.execQuery(strQuery.c_str());
