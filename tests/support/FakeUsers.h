@@ -3,6 +3,7 @@
 #ifndef TESTS_SUPPORT_FAKEUSERS_H
 #define TESTS_SUPPORT_FAKEUSERS_H
 
+#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -16,6 +17,8 @@ struct FakeUser {
 class FakeUsers {
 public:
     explicit FakeUsers(std::vector<FakeUser> users);
+    // So that a list of one entry means a user and not another FakeUsers.
+    FakeUsers(std::initializer_list<FakeUser> users) : FakeUsers(std::vector<FakeUser>(users)) {}
     ~FakeUsers();
 
     FakeUsers(const FakeUsers&) = delete;
