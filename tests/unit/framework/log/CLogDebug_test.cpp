@@ -227,15 +227,6 @@ TEST(CLogDebugTest, LinesOfSeveralThreadsStayWhole) {
     EXPECT_EQ("", strText);
 }
 
-TEST(CLogDebugTest, ErrnoIsKept) {
-    const CStderrSwap closed(-1);
-    errno = ENOENT;
-
-    Log(4, "s", "f", 1, "m");
-
-    EXPECT_EQ(ENOENT, errno);
-}
-
 TEST(CLogDebugTest, RecordsAtTheLevelAndAboveAreWritten) {
     CLogDebug* pLog = CLogDebug::Instance();
     pLog->SetLevel(2);
@@ -343,6 +334,24 @@ TEST(CLogDebugTest, ASinkNeverSeesANullText) {
 
     EXPECT_EQ(1, sink.m_nCalls);
     EXPECT_EQ("", sink.m_strSource + sink.m_strFunction);
+}
+
+class CErrnoSink : public ILogSink {
+public:
+    int OnLog(const LogRecord&, va_list) override {
+        errno = EIO;
+        return 1;
+    }
+};
+
+TEST(CLogDebugTest, ErrnoIsKept) {
+    CErrnoSink sink;
+    const CSinkGuard guard(&sink);
+    errno = ENOENT;
+
+    Log(4, "s", "f", 1, "m");
+
+    EXPECT_EQ(ENOENT, errno);
 }
 
 class CThrowingSink : public ILogSink {

@@ -153,6 +153,18 @@ TEST_F(ConnectionFenceTest, AHostileKeyInALookupReachesNoOtherDatabase) {
     }
 }
 
+TEST_F(ConnectionFenceTest, LoadingAnExtensionIsNotEvenTried) {
+    std::string strMessage;
+
+    try {
+        m_db.execDML("select load_extension('x')");
+    } catch (const CppSQLite3Exception& ex) {
+        strMessage = ex.errorMessage();
+    }
+
+    EXPECT_EQ("not authorized", strMessage);
+}
+
 TEST_F(ConnectionFenceTest, AStatementLearnsNoCodeAddress) {
     EXPECT_EQ("none", m_db.execQuery("select fts3_tokenizer('simple') as address")
                           .getStringField("address", "none"));
