@@ -2,6 +2,7 @@
 """clang-tidy finds nothing in the sources named, with the checks of .clang-tidy."""
 
 import argparse
+import json
 import pathlib
 import subprocess
 import sys
@@ -10,6 +11,21 @@ import tempfile
 import layout
 
 BAD = "int* F() {\n    int* p = new int(1);\n    delete p;\n    return p;\n}\n"
+
+
+# Options of g++ that clang does not know.
+ONLY_GNU = {"-fno-gnu-unique", "-Wlogical-op"}
+
+
+def write_commands(build, sources, folder):
+    """Writes the commands of these sources into folder, as clang understands them."""
+    commands = json.loads(pathlib.Path(build, "compile_commands.json").read_text(encoding="utf-8"))
+    wanted = [command for command in commands if command["file"] in sources]
+    for command in wanted:
+        kept = [word for word in command["command"].split(" ") if word not in ONLY_GNU]
+        command["command"] = " ".join(kept)
+    pathlib.Path(folder, "compile_commands.json").write_text(json.dumps(wanted), encoding="utf-8")
+    return sorted(set(sources) - {command["file"] for command in wanted})
 
 
 def tidy(program, build, sources):
@@ -40,7 +56,10 @@ def main():
     if arguments.self_test:
         complaints = self_test(arguments.clang_tidy)
     elif arguments.sources and arguments.build:
-        complaints = tidy(arguments.clang_tidy, arguments.build, arguments.sources)
+        with tempfile.TemporaryDirectory(prefix="tevmon-layout-") as folder:
+            unknown = write_commands(arguments.build, arguments.sources, folder)
+            complaints = [f"{source}: the build folder does not compile it" for source in unknown]
+            complaints = complaints or tidy(arguments.clang_tidy, folder, arguments.sources)
     else:
         parser.error("sources and --build are needed")
     print("\n".join(complaints + [f"{len(complaints)} lines of complaint"]))

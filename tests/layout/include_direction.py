@@ -22,6 +22,8 @@ TABLE = {
     SUPPORT: {"framework"},
     # A host of another maker has none of our headers.
     "tests/abi": {SUPPORT},
+    # The side of the slot tests that has them.
+    "tests/abi/ours": {SUPPORT, "framework", *MODULE},
     "tests/system": {"framework", SUPPORT},
     "tests/live": {"framework", SUPPORT},
 }
@@ -100,6 +102,7 @@ BAD = [
     (using("host/A.cpp", "public/pluginhelper/B.h"), "may not use"),
     (using("host/A.cpp", "utils/time_utils.h"), "may not use"),
     (using("tests/abi/a_test.cpp", "framework/abi/Guid.h"), "may not use"),
+    (using("tests/abi/ours/a.cpp", "host/Router.h"), "may not use"),
     (using("tests/unit/host/A_test.cpp", "tevmon/core/B.h"), "may not use"),
     (using("tests/unit/framework/base/A_test.cpp", "utils/B.h"), "may not use"),
     (using("tevmon/core/A.cpp", "A.h"), "not written from the root"),
