@@ -4,46 +4,25 @@
 // machine's programs, which are checked against the file before they are replaced.
 //
 // To write the golden file anew after a change on purpose: GOLDEN_WRITE=1 golden_run_test.
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <json/reader.h>
+
 #include <cstdlib>
 #include <fstream>
-#include <regex>
+#include <memory>
 #include <set>
 #include <sstream>
 
-#include <json/reader.h>
-
-#include "framework/abi/PluginOperationTable.h"
-#include "framework/base/CThread.h"
 #include "framework/base/FileHash.h"
 #include "tests/support/FakeRouter.h"
 #include "tests/support/FakeUsers.h"
+#include "tests/support/LoadedModule.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/TestDir.h"
 
 namespace {
-
-uint32_t ShortWait(uint32_t nMilliseconds) {
-    return nMilliseconds == 5000 ? 5 : nMilliseconds;
-}
-
-std::string ReadFile(const std::string& strFile) {
-    std::ifstream stream(strFile, std::ios::binary);
-    std::stringstream text;
-    text << stream.rdbuf();
-    return text.str();
-}
-
-std::string ReplaceAll(std::string strText, const std::string& strFrom, const std::string& strTo) {
-    for (size_t n = strText.find(strFrom); n != std::string::npos;
-         n = strText.find(strFrom, n + strTo.size())) {
-        strText.replace(n, strFrom.size(), strTo);
-    }
-    return strText;
-}
 
 Json::Value Parse(const std::string& strText) {
     Json::Value jsonRoot;
@@ -56,32 +35,18 @@ Json::Value Parse(const std::string& strText) {
 class GoldenRunTest : public testing::Test {
 protected:
     void SetUp() override {
-        CThread::SetWaitHook(ShortWait);
         (void)m_dir.WriteFile("a.sh", "true\n", 0755);
         (void)m_dir.WriteFile("a.py", "pass\n");
         (void)m_dir.WriteFile("sentinel", "abc", 0755);
         ASSERT_EQ(0, mkfifo((m_dir.Path() + "/pipe").c_str(), 0640));
-        m_pLibrary = dlopen(MODULE_FILE, RTLD_NOW | RTLD_LOCAL);
-        ASSERT_NE(nullptr, m_pLibrary) << dlerror();
-        const auto pfnCreate = reinterpret_cast<CreateObjectFn>(dlsym(m_pLibrary, "CreateObject"));
-        m_pTable = static_cast<PluginOperationTable*>(pfnCreate(nullptr));
-        (void)m_pTable->pfnInit(nullptr);
-        m_pTable->pfnSetOpt(static_cast<IMsgRouter*>(&m_router));
-        (void)m_pTable->pfnStart();
-    }
-
-    void TearDown() override {
-        (void)m_pTable->pfnStop();
-        m_pTable->pfnUninit();
-        EXPECT_EQ(0, dlclose(m_pLibrary));
-        CThread::SetWaitHook(nullptr);
+        m_pModule = std::make_unique<LoadedModule>(MODULE_FILE, m_router);
     }
 
     // Delivers both recordings and waits until their last event was judged.
     void Replay() {
         for (const char* pszFile : {"/launches.jsonl", "/fileops.jsonl"}) {
             std::istringstream lines(
-                ReplaceAll(ReadFile(DATA_DIR + std::string(pszFile)), "@DIR@", m_dir.Path()));
+                ReplaceAll(ReadWholeFile(DATA_DIR + std::string(pszFile)), "@DIR@", m_dir.Path()));
             for (std::string strLine; std::getline(lines, strLine);) {
                 ASSERT_TRUE(m_router.Deliver(20002, strLine));
             }
@@ -127,12 +92,7 @@ protected:
     }
 
     std::string Normalised(const std::string& strText) const {
-        static const std::regex time(
-            R"re(("hi\.(?:fileatime|filemtime|filectime|gap_time)","value":")[^"]*)re");
-        static const std::regex inode(R"re(("hi\.fileinode","value":")[0-9]+)re");
-        std::string strResult = ReplaceAll(strText, m_dir.Path(), "@DIR@");
-        strResult = std::regex_replace(strResult, time, "$1TIME");
-        return std::regex_replace(strResult, inode, "$1INODE");
+        return NormalisedMessage(strText, m_dir.Path());
     }
 
     // The query with its key, once checked, replaced.
@@ -173,8 +133,7 @@ protected:
     FakeRouter m_router;
     LogCapture m_log;
     FakeUsers m_users{{}};
-    void* m_pLibrary = nullptr;
-    PluginOperationTable* m_pTable = nullptr;
+    std::unique_ptr<LoadedModule> m_pModule;
     int m_nReplays = 0;
 };
 
@@ -193,7 +152,7 @@ TEST_F(GoldenRunTest, TheRecordingsGiveTheGoldenMessagesFirstUnjudgedThenJudged)
     if (getenv("GOLDEN_WRITE") != nullptr) {
         std::ofstream(strGolden, std::ios::binary) << strLines;
     }
-    EXPECT_EQ(ReadFile(strGolden), strLines);
+    EXPECT_EQ(ReadWholeFile(strGolden), strLines);
 }
 
 }  // namespace
