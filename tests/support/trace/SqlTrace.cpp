@@ -1,6 +1,7 @@
 #include "tests/support/trace/SqlTrace.h"
 
 #include <algorithm>
+#include <cstring>
 #include <mutex>
 #include <utility>
 
@@ -12,6 +13,11 @@ std::vector<std::string> g_statements;
 SqlTrace::Hook g_hook;
 
 thread_local int t_nQuiet = 0;
+
+bool IsSqlitesOwn(const char* pszStatement) {
+    constexpr char PREFIX[] = "SELECT*FROM";
+    return strncmp(pszStatement, PREFIX, sizeof(PREFIX) - 1) == 0;
+}
 
 }  // namespace
 
@@ -39,7 +45,7 @@ size_t SqlTrace::Count(const std::string& strStatement) const {
 }
 
 void SqlTrace::Note(const char* pszStatement) {
-    if (t_nQuiet > 0 || pszStatement == nullptr) {
+    if (t_nQuiet > 0 || pszStatement == nullptr || IsSqlitesOwn(pszStatement)) {
         return;
     }
     Hook hook;

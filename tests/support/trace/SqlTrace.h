@@ -1,4 +1,5 @@
-// Sees every statement text that SQLite is asked to prepare while it lives, byte for byte.
+// Sees every statement text that SQLite is asked to prepare while it lives, byte for byte. What
+// SQLite asks itself, to read a schema, is left out.
 //
 // The program that links this folder answers SQLite's prepare call itself and hands it on. One
 // SqlTrace at a time. Threads: any.
