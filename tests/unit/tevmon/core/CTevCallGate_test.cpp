@@ -1,0 +1,61 @@
+// The gate is shut once per process; every test is a process of its own.
+#include "tevmon/core/CTevCallGate.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+
+#include "tests/support/Event.h"
+
+TEST(CTevCallGateTest, CallsMayEnterUntilItIsShut) {
+    const CTevCallGate first;
+    const CTevCallGate second;
+
+    EXPECT_TRUE(first.IsOpen());
+    EXPECT_TRUE(second.IsOpen());
+}
+
+TEST(CTevCallGateTest, WithNobodyInsideItShutsAtOnceAndStaysShut) {
+    EXPECT_TRUE(CTevCallGate::Shut(0));
+
+    EXPECT_FALSE(CTevCallGate().IsOpen());
+    EXPECT_TRUE(CTevCallGate::Shut(0));
+}
+
+TEST(CTevCallGateTest, ShuttingGivesUpOnACallThatDoesNotLeave) {
+    const CTevCallGate inside;
+
+    EXPECT_FALSE(CTevCallGate::Shut(1));
+
+    EXPECT_TRUE(inside.IsOpen());  // what was let in may finish
+    EXPECT_FALSE(CTevCallGate().IsOpen());
+}
+
+TEST(CTevCallGateTest, ShuttingWaitsForACallThatLeaves) {
+    Event entered;
+    std::atomic<bool> bLeft{false};
+    std::thread caller([&] {
+        const CTevCallGate inside;
+        entered.Set();
+        // Leaves only when it sees others turned away.
+        EXPECT_TRUE(Eventually([] { return !CTevCallGate().IsOpen(); }));
+        bLeft = true;
+    });
+    ASSERT_TRUE(entered.Wait());
+
+    EXPECT_TRUE(CTevCallGate::Shut(30000));
+
+    EXPECT_TRUE(bLeft.load());
+    caller.join();
+}
+
+TEST(CTevCallGateTest, ARefusedCallDoesNotHoldTheGate) {
+    ASSERT_TRUE(CTevCallGate::Shut(0));
+    {
+        const CTevCallGate refused;
+        EXPECT_FALSE(refused.IsOpen());
+    }
+
+    EXPECT_TRUE(CTevCallGate::Shut(0));
+}
