@@ -20,10 +20,14 @@ std::atomic<int> s_nSleeps{0};
 
 }  // namespace
 
-// SQLite's busy time-out sleeps by usleep; this program's own counts the calls and does not wait.
-extern "C" __attribute__((visibility("default"))) int usleep(useconds_t) {
+// What SQLite's busy time-out calls; this program's own counts the calls and does not wait.
+extern "C" {
+__attribute__((visibility("default"))) int CountSleep(useconds_t nMicroseconds) __asm__("usleep");
+
+int CountSleep(useconds_t) {
     ++s_nSleeps;
     return 0;
+}
 }
 
 namespace {
