@@ -31,13 +31,15 @@ int64_t DefaultLifetime(int32_t nLevel) {
     }
 }
 
-// pszHow is "new" or "exist".
-void LogRecording(const char* pszHow, const CachoRecord& record) {
+// The two texts are formats of their own, so that a sink which tells records by format sees which.
+void LogRecording(bool bKnown, const CachoRecord& record) {
     LogPrint(LOG_TRACE, SOURCE, "Record", __LINE__,
-             "[CTevCloudCachoMgr]: Record (%s) key = %s, nLevel = %d, tmCacho = %d, eMid = %d, "
-             "strDetail = %s",
-             pszHow, record.key.c_str(), record.nLevel, static_cast<int>(record.nTmInterval),
-             record.eMid, record.strDetail.c_str());
+             bKnown ? "[CTevCloudCachoMgr]: Record (exist) key = %s, nLevel = %d, tmCacho = %d, "
+                      "eMid = %d, strDetail = %s"
+                    : "[CTevCloudCachoMgr]: Record (new) key = %s, nLevel = %d, tmCacho = %d, "
+                      "eMid = %d, strDetail = %s",
+             record.key.c_str(), record.nLevel, static_cast<int>(record.nTmInterval), record.eMid,
+             record.strDetail.c_str());
 }
 
 }  // namespace
@@ -62,7 +64,7 @@ bool CTevCloudCachoMgr::Record(const std::string& strKey, int32_t nLevel, int64_
     record.nTmInterval = tmCacho;
     record.eMid = eMid;
     record.strDetail = strDetail;
-    LogRecording(bKnown ? "exist" : "new", record);
+    LogRecording(bKnown, record);
     record.nTmCreate = time(nullptr);
     if (!bKnown) {
         for (int i = 0; i < STORE_ATTEMPTS && m_store.Insert(record) == STORE_BUSY; ++i) {
