@@ -12,6 +12,7 @@
 #include "tests/support/Event.h"
 #include "tests/support/FakeClock.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/ManagerContract.h"
 #include "tests/support/ShortWaits.h"
 #include "tests/support/StdoutCapture.h"
 #include "tests/support/TestDir.h"
@@ -494,23 +495,19 @@ TEST_F(CTevChennalMgrTest, MessagesStillStoredAtExitAreHandledAfterTheNextStart)
 }
 
 TEST_F(CTevChennalMgrTest, StartAndExitInEveryOrderOfSixEndWithoutAThread) {
-    for (unsigned nOrder = 0; nOrder < 64; ++nOrder) {
-        for (unsigned nStep = 0; nStep < 6; ++nStep) {
-            if ((nOrder >> nStep & 1u) != 0) {
-                ASSERT_TRUE(m_channel.Start(CThread::PriorityNormal));
-            } else {
-                m_channel.Exit();
-                ASSERT_FALSE(m_channel.isJoinable());
-            }
-        }
-    }
-    m_channel.Exit();
-
-    EXPECT_FALSE(m_channel.isJoinable());
+    StartAndExitInEveryOrder(m_channel);
 }
 
-TEST_F(CTevChennalMgrTest, AThreadThatClearedFlagWasSetAgainStillEndsWhenStopped) {
-    // The order in which the control thread clears the flag before the thread body sets it.
+TEST_F(CTevChennalMgrTest, ItsVirtualOperationsStandInTheThreadInterfacesSlotOrder) {
+    SlotNames<CTevChennalMgr> names;
+
+    EXPECT_EQ(
+        (Texts{"start", "stop", "pause", "recovery", "doPauseOrQuit", "pausedWaitCallback", "run"}),
+        names.FromSlot2To8());
+}
+
+TEST_F(CTevChennalMgrTest, AStartDirectlyFollowedByAnExitEndsTheThread) {
+    // Sometimes the flag is cleared before the thread body sets it.
     for (int i = 0; i < 200; ++i) {
         ASSERT_TRUE(m_channel.Start(CThread::PriorityNormal));
         m_channel.Exit();
@@ -572,4 +569,25 @@ TEST_F(CTevChennalMgrTest, PushesFromSeveralThreadsWhileTheChannelDrainsAreEachH
     }
     EXPECT_EQ(expected, handled);
     EXPECT_EQ(0u, Queued());
+}
+
+// A process of its own for this test, as ctest gives it, so that nothing has opened the store yet.
+TEST(CTevChennalMgrFreshTest, TheStoreIsOpenedByTheFirstDrainAndNotByTheStart) {
+    const TestDir dir;
+    const std::string strFile = dir.Database("tevchennaldb.db");
+    bool bThereAtFirstWait = true;
+    Event waited;
+    const ShortWaits waits([&] {
+        if (!waited.IsSet()) {
+            bThereAtFirstWait = fs::exists(strFile);
+            waited.Set();
+        }
+    });
+    Channel channel;
+
+    ASSERT_TRUE(channel.Start(CThread::PriorityNormal));
+    EXPECT_TRUE(Eventually([&] { return fs::exists(strFile); }));
+    channel.Exit();
+
+    EXPECT_FALSE(bThereAtFirstWait);
 }

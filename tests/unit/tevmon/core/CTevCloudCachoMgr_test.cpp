@@ -1,22 +1,22 @@
 #include "tevmon/core/CTevCloudCachoMgr.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
-#include <array>
-#include <cstring>
-#include <filesystem>
+#include <atomic>
 #include <thread>
 
 #include "tests/support/Event.h"
 #include "tests/support/FakeClock.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/ManagerContract.h"
 #include "tests/support/ShortWaits.h"
 #include "tests/support/StdoutCapture.h"
 #include "tests/support/TestDir.h"
+#include "tests/support/WaitsForLock.h"
 #include "tests/support/trace/OtherConnection.h"
 #include "tests/support/trace/SqlTrace.h"
 
-namespace fs = std::filesystem;
 using Texts = std::vector<std::string>;
 
 namespace {
@@ -430,6 +430,37 @@ TEST_F(CTevCloudCachoMgrTest, APageThatCannotBeReadEndsTheScanAndGivesTheStoreBa
     EXPECT_TRUE(m_cache.GetRecord("key0", entry));  // would stand still if the mutex were held
 }
 
+TEST_F(CTevCloudCachoMgrTest, ALookupWaitsUntilAWholeScanHasEnded) {
+    RecordNumbered(12);
+    m_clock.Advance(1201);
+    std::atomic<pid_t> nThread{0};
+    std::atomic<bool> bEnded{false};
+    bool bWaited = false;
+    std::thread channel;
+    const SqlTrace trace([&](const std::string& strStatement) {
+        if (strStatement != "delete from cachotable where vkey = 'key0'") {
+            return;
+        }
+        channel = std::thread([&] {
+            nThread = gettid();
+            CachoRecord entry;
+            (void)m_cache.GetRecord("key11", entry);
+            bEnded = true;
+        });
+        bWaited =
+            Eventually([&] { return bEnded || (nThread != 0 && ThreadState(nThread) == "S"); }) &&
+            !bEnded;
+    });
+
+    m_cache.ScanOnce();
+    channel.join();
+
+    EXPECT_TRUE(bWaited);
+    EXPECT_EQ("commit transaction", trace.Statements().back());
+    EXPECT_EQ("select * from cachotable  where vkey = 'key11'",
+              trace.Statements()[trace.Statements().size() - 2]);
+}
+
 TEST_F(CTevCloudCachoMgrTest, TheScanLeavesItsPagesWhenAStopIsRequested) {
     RecordNumbered(25);
     m_clock.Advance(1201);
@@ -513,19 +544,15 @@ TEST_F(CTevCloudCachoMgrTest, AStartThatFailsIsLoggedAndReportedAsFalse) {
 }
 
 TEST_F(CTevCloudCachoMgrTest, StartAndExitInEveryOrderOfSixEndWithoutAThread) {
-    for (unsigned nOrder = 0; nOrder < 64; ++nOrder) {
-        for (unsigned nStep = 0; nStep < 6; ++nStep) {
-            if ((nOrder >> nStep & 1u) != 0) {
-                ASSERT_TRUE(m_cache.Start(CThread::PriorityNormal));
-            } else {
-                m_cache.Exit();
-                ASSERT_FALSE(m_cache.isJoinable());
-            }
-        }
-    }
-    m_cache.Exit();
+    StartAndExitInEveryOrder(m_cache);
+}
 
-    EXPECT_FALSE(m_cache.isJoinable());
+TEST_F(CTevCloudCachoMgrTest, ItsVirtualOperationsStandInTheThreadInterfacesSlotOrder) {
+    SlotNames<CTevCloudCachoMgr> names;
+
+    EXPECT_EQ(
+        (Texts{"start", "stop", "pause", "recovery", "doPauseOrQuit", "pausedWaitCallback", "run"}),
+        names.FromSlot2To8());
 }
 
 TEST_F(CTevCloudCachoMgrTest, ResultsForOneNewKeyAtOnceLeaveOneRow) {
