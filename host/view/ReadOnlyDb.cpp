@@ -4,8 +4,9 @@
 
 #include <cerrno>
 #include <charconv>
-#include <memory>
+#include <chrono>
 #include <system_error>
+#include <thread>
 
 #include "host/Text.h"
 
@@ -14,6 +15,15 @@ namespace {
 constexpr const char* STATE_DIR_REMEDY = "check --state-dir";
 constexpr const char* MOVE_REMEDY =
     "move the file away and start the module, which makes a new one";
+
+// SQLite's file access with locks that always succeed.
+constexpr const char* VFS_WITHOUT_LOCKS = "unix-none";
+
+constexpr int LOCKED_TRIES = 5;
+
+void PauseForWriter() {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+}
 
 struct StatementCloser {
     void operator()(sqlite3_stmt* pStatement) const { sqlite3_finalize(pStatement); }
@@ -51,11 +61,12 @@ DbValue ReadValue(sqlite3_stmt* pStatement, int nColumn) {
     return value;
 }
 
-DbRow ReadRow(sqlite3_stmt* pStatement) {
+DbRow ReadRow(sqlite3_stmt* pStatement, size_t& nBytes) {
     DbRow row;
     const int nColumns = sqlite3_column_count(pStatement);
     for (int i = 0; i < nColumns; ++i) {
         row.push_back(ReadValue(pStatement, i));
+        nBytes += row.back().strText.size();
     }
     return row;
 }
@@ -97,39 +108,25 @@ std::string Explain(int nExtendedCode, const std::string& strSqlite) {
 
 }  // namespace
 
-ReadOnlyDb::~ReadOnlyDb() {
-    sqlite3_close(m_pDb);
-}
-
 bool ReadOnlyDb::Open(const std::string& strFile, const std::string& strTable) {
     m_strFile = strFile;
     m_strTable = strTable;
+    m_strError.clear();
+    m_pUnlocked.reset();
     if (!LooksLikeFile()) {
         return false;
     }
-    if (sqlite3_open_v2(strFile.c_str(), &m_pDb, SQLITE_OPEN_READONLY, nullptr) != SQLITE_OK) {
-        (void)Fail();
-        return false;
-    }
-    // The schema in the file is foreign too: nothing in it may call functions with effects.
-    (void)sqlite3_db_config(m_pDb, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
-    (void)sqlite3_db_config(m_pDb, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
-    (void)sqlite3_limit(m_pDb, SQLITE_LIMIT_LENGTH, MAX_VALUE);
-    (void)sqlite3_busy_timeout(m_pDb, m_nBusyMs);
-
-    bool bFound = false;
+    m_watch.Open(strFile);
+    std::vector<DbRow> rows;
     const Result eResult =
         Query("select 1 from sqlite_master where type = 'table' and name = ?1 collate nocase",
-              strTable, [&bFound](DbRow&&) {
-                  bFound = true;
-                  return false;
-              });
-    if (eResult == RESULT_DONE && !bFound) {
+              strTable, 1, rows);
+    if (eResult == RESULT_DONE && rows.empty()) {
         m_strError = text::ForTerminal(strFile) + " holds no table " + strTable +
                      "; the module makes it when it starts with this state directory, else " +
                      STATE_DIR_REMEDY;
     }
-    return eResult == RESULT_DONE && bFound;
+    return eResult == RESULT_DONE && !rows.empty();
 }
 
 bool ReadOnlyDb::LooksLikeFile() {
@@ -153,36 +150,115 @@ bool ReadOnlyDb::LooksLikeFile() {
 }
 
 ReadOnlyDb::Result ReadOnlyDb::Query(const std::string& strSql, const Argument& argument,
-                                     const std::function<bool(DbRow&&)>& onRow) {
-    sqlite3_stmt* pRaw = nullptr;
-    int nCode = sqlite3_prepare_v2(m_pDb, strSql.c_str(), -1, &pRaw, nullptr);
-    const Statement pStatement(pRaw);
-    if (nCode == SQLITE_OK) {
-        nCode = Bind(pRaw, argument);
+                                     size_t nMaxBytes, std::vector<DbRow>& rows) {
+    Outcome outcome;
+    if (!QueryUnlocked(strSql, argument, nMaxBytes, rows, outcome)) {
+        outcome = QueryLocked(strSql, argument, nMaxBytes, rows);
     }
-    if (nCode != SQLITE_OK) {
-        return Fail();
+    if (outcome.nCode == SQLITE_OK) {
+        return RESULT_DONE;
     }
-    while ((nCode = sqlite3_step(pRaw)) == SQLITE_ROW) {
-        if (!onRow(ReadRow(pRaw))) {
-            return RESULT_DONE;
-        }
-    }
-    if (nCode == SQLITE_TOOBIG) {
+    if (outcome.nCode == SQLITE_TOOBIG) {
         m_strError = text::ForTerminal(m_strFile) + " holds a value of more than " +
                      text::Bytes(MAX_VALUE) + " in table " + m_strTable +
                      "; look at it with the sqlite3 shell";
         return RESULT_TOO_BIG;
     }
-    return nCode == SQLITE_DONE ? RESULT_DONE : Fail();
+    rows.clear();
+    m_strError = text::ForTerminal(m_strFile) + " " +
+                 Explain(outcome.nCode, text::ForTerminal(outcome.strText));
+    return RESULT_FAILED;
 }
 
 void ReadOnlyDb::SetDamaged(const std::string& strWhat) {
     m_strError = text::ForTerminal(m_strFile) + " " + Explain(SQLITE_CORRUPT, strWhat);
 }
 
-ReadOnlyDb::Result ReadOnlyDb::Fail() {
-    m_strError = text::ForTerminal(m_strFile) + " " +
-                 Explain(sqlite3_extended_errcode(m_pDb), text::ForTerminal(sqlite3_errmsg(m_pDb)));
-    return RESULT_FAILED;
+// False when no moment without a change was found; rows and outcome then mean nothing.
+bool ReadOnlyDb::QueryUnlocked(const std::string& strSql, const Argument& argument,
+                               size_t nMaxBytes, std::vector<DbRow>& rows, Outcome& outcome) {
+    using std::chrono::steady_clock;
+    const auto tmDeadline = steady_clock::now() + std::chrono::milliseconds(m_nBusyMs);
+    for (;;) {
+        const ChangeWatch::State eState = m_watch.Begin();
+        if (eState == ChangeWatch::STATE_WRITE_AHEAD) {
+            return false;
+        }
+        if (eState == ChangeWatch::STATE_QUIET) {
+            if (!m_pUnlocked) {
+                m_pUnlocked = Connect(VFS_WITHOUT_LOCKS, outcome);
+            }
+            if (m_pUnlocked) {
+                outcome = Execute(m_pUnlocked.get(), strSql, argument, nMaxBytes, rows);
+            }
+            if (m_watch.IsUnchanged()) {
+                return true;
+            }
+            // What it remembers of the file may be torn.
+            m_pUnlocked.reset();
+        }
+        if (steady_clock::now() >= tmDeadline) {
+            return false;
+        }
+        PauseForWriter();
+    }
+}
+
+ReadOnlyDb::Outcome ReadOnlyDb::QueryLocked(const std::string& strSql, const Argument& argument,
+                                            size_t nMaxBytes, std::vector<DbRow>& rows) const {
+    Outcome outcome;
+    for (int i = 0; i < LOCKED_TRIES; ++i) {
+        // Everything is prepared and closed while no lock is held but the statement's own.
+        const Connection pDb = Connect(nullptr, outcome);
+        if (!pDb) {
+            return outcome;
+        }
+        outcome = Execute(pDb.get(), strSql, argument, nMaxBytes, rows);
+        PauseForWriter();
+        // A journal that its writer is just taking away looks like one left behind.
+        if ((outcome.nCode & 0xFF) != SQLITE_READONLY) {
+            break;
+        }
+    }
+    return outcome;
+}
+
+// Null with outcome set when there is no connection to be had.
+ReadOnlyDb::Connection ReadOnlyDb::Connect(const char* pszVfs, Outcome& outcome) const {
+    sqlite3* pRaw = nullptr;
+    const int nCode = sqlite3_open_v2(m_strFile.c_str(), &pRaw, SQLITE_OPEN_READONLY, pszVfs);
+    Connection pDb(pRaw);
+    if (nCode != SQLITE_OK) {
+        outcome = {nCode, pRaw == nullptr ? sqlite3_errstr(nCode) : sqlite3_errmsg(pRaw)};
+        return nullptr;
+    }
+    // The schema in the file is foreign too: nothing in it may call functions with effects.
+    (void)sqlite3_db_config(pRaw, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
+    (void)sqlite3_db_config(pRaw, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
+    (void)sqlite3_limit(pRaw, SQLITE_LIMIT_LENGTH, MAX_VALUE);
+    (void)sqlite3_busy_timeout(pRaw, m_nBusyMs);
+    return pDb;
+}
+
+ReadOnlyDb::Outcome ReadOnlyDb::Execute(sqlite3* pDb, const std::string& strSql,
+                                        const Argument& argument, size_t nMaxBytes,
+                                        std::vector<DbRow>& rows) {
+    rows.clear();
+    sqlite3_stmt* pRaw = nullptr;
+    int nCode = sqlite3_prepare_v2(pDb, strSql.c_str(), -1, &pRaw, nullptr);
+    const Statement pStatement(pRaw);
+    if (nCode == SQLITE_OK) {
+        nCode = Bind(pRaw, argument);
+    }
+    if (nCode != SQLITE_OK) {
+        return {sqlite3_extended_errcode(pDb), sqlite3_errmsg(pDb)};
+    }
+    size_t nBytes = 0;
+    while (nBytes < nMaxBytes && (nCode = sqlite3_step(pRaw)) == SQLITE_ROW) {
+        rows.push_back(ReadRow(pRaw, nBytes));
+    }
+    if (nCode == SQLITE_DONE || nCode == SQLITE_ROW || nCode == SQLITE_OK) {
+        return {SQLITE_OK, ""};
+    }
+    return {sqlite3_extended_errcode(pDb), sqlite3_errmsg(pDb)};
 }

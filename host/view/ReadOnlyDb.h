@@ -1,27 +1,34 @@
 // One of the module's two databases, opened to look at while the module may be writing it.
 //
-// The module retries a busy database at once and only a few times, so whoever reads must hold
-// SQLite's shared lock as short as can be, and never while it waits for anything else (a full
-// pipe behind standard output, say). Hence every statement here is small, its rows are taken over
-// into memory, and it is reset before anybody looks at them. What else could be done is worse:
-// `immutable=1` and `nolock=1` read torn pages under a writer, copying the file needs the same
-// lock for as long as the copy takes, and so does one long select. The connection is read-only
-// (mode=ro): it makes, repairs and truncates nothing, so it cannot finish a change for a writer
-// that died in the middle of it either; that is said and left to the module.
+// The module tries a busy database again at once and five times only; a message that is not in
+// its queue by then is lost. A reader that holds SQLite's shared lock, however shortly, loses
+// some: it needs but be put aside by the scheduler while it has the lock. So statements are
+// executed without any lock, and what they gave is thrown away and read again when the file
+// was changed meanwhile (ChangeWatch.h). Pieces are small, so that they fit between two changes.
+// `immutable=1` would leave that check out and show torn rows; a copy of the file needs either
+// the lock for as long as it takes or the same check for the whole of it.
 //
-// Threads: one object, one thread.
+// Only where that does not succeed in time is a statement executed under the shared lock: then
+// some other program keeps a change open, or a writer died in the middle of one. With a
+// write-ahead log reading hinders nobody, and locks are used as usual. The connection is
+// read-only in every case: it makes, repairs and truncates nothing.
+//
+// Threads: one object, one thread, in a process that has the file open in no other way.
 // Errors: returned as false, Error() then holds a sentence naming the file and the remedy.
 #ifndef HOST_VIEW_READONLYDB_H
 #define HOST_VIEW_READONLYDB_H
 
 #include <sqlite3.h>
 
+#include <cstddef>
 #include <cstdint>
-#include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <variant>
 #include <vector>
+
+#include "host/view/ChangeWatch.h"
 
 // A stored value. The files are foreign data: any column may hold any type.
 struct DbValue {
@@ -39,25 +46,22 @@ public:
     enum Result {
         RESULT_DONE,
         RESULT_TOO_BIG,  // a value has more than MAX_VALUE bytes; the rows before it were given
-        RESULT_FAILED,   // Error() says why
+        RESULT_FAILED,   // Error() says why; no row is given
     };
 
     // Bytes of the largest value that is read, so that no row can take the memory of the machine.
     static constexpr int MAX_VALUE = 64 * 1024 * 1024;
 
-    // nBusyMs: how long a statement waits for a writer, without a lock of its own meanwhile.
+    // nBusyMs: how long a statement waits for a moment without a change, and then for a lock.
     explicit ReadOnlyDb(int nBusyMs = 500) : m_nBusyMs(nBusyMs) {}
-    ~ReadOnlyDb();
-    ReadOnlyDb(const ReadOnlyDb&) = delete;
-    ReadOnlyDb& operator=(const ReadOnlyDb&) = delete;
 
-    // Opens strFile, in which table strTable must stand.
+    // Opens strFile, in which table strTable must stand; closes what was open before.
     bool Open(const std::string& strFile, const std::string& strTable);
 
-    // Executes the select strSql with argument ?1 and hands its rows to onRow until that returns
-    // false. The shared lock is held from before the first to after the last call of onRow.
-    Result Query(const std::string& strSql, const Argument& argument,
-                 const std::function<bool(DbRow&&)>& onRow);
+    // Replaces rows by those of the select strSql with argument ?1, up to and with the one that
+    // makes their texts nMaxBytes or more.
+    Result Query(const std::string& strSql, const Argument& argument, size_t nMaxBytes,
+                 std::vector<DbRow>& rows);
 
     // Records that the content cannot be right, strWhat being the evidence.
     void SetDamaged(const std::string& strWhat);
@@ -65,14 +69,30 @@ public:
     const std::string& Error() const { return m_strError; }
 
 private:
+    struct Closer {
+        void operator()(sqlite3* pDb) const { sqlite3_close(pDb); }
+    };
+    using Connection = std::unique_ptr<sqlite3, Closer>;
+    struct Outcome {
+        int nCode = SQLITE_BUSY;  // SQLITE_OK or an extended error code
+        std::string strText;      // SQLite's words for it
+    };
+
     bool LooksLikeFile();
-    Result Fail();
+    Connection Connect(const char* pszVfs, Outcome& outcome) const;
+    bool QueryUnlocked(const std::string& strSql, const Argument& argument, size_t nMaxBytes,
+                       std::vector<DbRow>& rows, Outcome& outcome);
+    Outcome QueryLocked(const std::string& strSql, const Argument& argument, size_t nMaxBytes,
+                        std::vector<DbRow>& rows) const;
+    static Outcome Execute(sqlite3* pDb, const std::string& strSql, const Argument& argument,
+                           size_t nMaxBytes, std::vector<DbRow>& rows);
 
     const int m_nBusyMs;
     std::string m_strFile;
     std::string m_strTable;
     std::string m_strError;
-    sqlite3* m_pDb = nullptr;
+    ChangeWatch m_watch;
+    Connection m_pUnlocked;
 };
 
 #endif

@@ -25,9 +25,7 @@ public:
     TableReader(ReadOnlyDb& db, const std::string& strTable,
                 const std::vector<std::string>& columns);
 
-    // Replaces rows by the next page, at most nLimit rows; empty at the end. From the second
-    // page on a millisecond passes first, so that a writer that tries again without waiting
-    // always finds the table free within its few attempts.
+    // Replaces rows by the next page, at most nLimit rows; empty at the end.
     bool NextPage(std::vector<TableRow>& rows, int64_t nLimit);
 
     // The first row whose strColumn equals argument; nothing when there is none.
@@ -40,13 +38,11 @@ public:
 private:
     std::string SelectText(bool bWithBig) const;
     bool AcceptRowId(const DbValue& rowId);
-    void PauseBetweenPages();
 
     ReadOnlyDb& m_db;
     const std::string m_strTable;
     const std::vector<std::string> m_columns;
     int64_t m_nNextRowId = std::numeric_limits<int64_t>::min();
-    bool m_bStarted = false;
     bool m_bAtEnd = false;
 };
 

@@ -1,48 +1,33 @@
 #include "host/view/ViewOutput.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstdio>
 #include <limits>
-#include <system_error>
+
+#include "host/Output.h"
 
 namespace {
 
-ExitCode FailedWith(const ReadOnlyDb& db) {
-    view::WriteError(db.Error());
-    return EXIT_CODE_DATABASE;
+ExitCode Fail(Output& output, ExitCode eCode, const std::string& strText) {
+    output.Error("tevmon-host: " + strText);
+    return eCode;
+}
+
+// How a command ends that has printed all it had.
+ExitCode Finish(Output& output) {
+    if (!output.IsBroken()) {
+        return EXIT_CODE_SUCCESS;
+    }
+    const std::string strReason = output.BrokenReason();
+    if (!strReason.empty()) {
+        output.Error("tevmon-host: cannot write to standard output: " + strReason +
+                     "; give it a place with room");
+    }
+    return EXIT_CODE_OUTPUT;
 }
 
 }  // namespace
 
 namespace view {
-
-bool Output::WriteLine(const std::string& strLine) {
-    const std::string strText = strLine + "\n";
-    Note(fwrite(strText.data(), 1, strText.size(), stdout) == strText.size());
-    return m_nError == 0;
-}
-
-ExitCode Output::Finish() {
-    Note(fflush(stdout) == 0);
-    clearerr(stdout);
-    if (m_nError == 0 || m_nError == EPIPE) {
-        return EXIT_CODE_SUCCESS;
-    }
-    WriteError("cannot write to standard output: " + std::generic_category().message(m_nError) +
-               "; give it a place with room");
-    return EXIT_CODE_FAILURE;
-}
-
-void Output::Note(bool bDone) {
-    if (!bDone && m_nError == 0) {
-        m_nError = errno == 0 ? EIO : errno;
-    }
-}
-
-void WriteError(const std::string& strText) {
-    fprintf(stderr, "tevmon-host: %s\n", strText.c_str());
-}
 
 std::string Pad(const std::string& strText, size_t nWidth) {
     return strText.size() < nWidth ? strText + std::string(nWidth - strText.size(), ' ') : strText;
@@ -90,72 +75,71 @@ void AddTime(JsonObject& json, const std::string& strKey, const std::optional<in
 
 ExitCode List(const TableView& table, int64_t nLimit, const std::string& strHeader,
               const std::string& strEmpty, std::string (*pToLine)(const TableRow& row)) {
+    Output output;
     ReadOnlyDb db;
     if (!db.Open(table.strFile, table.strTable)) {
-        return FailedWith(db);
+        return Fail(output, EXIT_CODE_DATABASE, db.Error());
     }
     TableReader reader(db, table.strTable, table.columns);
-    Output output;
     std::vector<TableRow> rows;
     int64_t nLeft = nLimit;
     for (bool bFirst = true;; bFirst = false) {
         if (!reader.NextPage(rows, nLeft)) {
-            (void)output.Finish();  // the database's trouble is the one to report
-            return FailedWith(db);
+            return Fail(output, EXIT_CODE_DATABASE, db.Error());
         }
         if (rows.empty()) {
             break;
         }
         nLeft -= static_cast<int64_t>(rows.size());
-        bool bWritten = !bFirst || strHeader.empty() || output.WriteLine(strHeader);
-        for (const TableRow& row : rows) {
-            bWritten = bWritten && output.WriteLine(pToLine(row));
+        if (bFirst && !strHeader.empty()) {
+            output.Line(strHeader);
         }
-        if (!bWritten) {
+        for (const TableRow& row : rows) {
+            output.Line(pToLine(row));
+        }
+        if (output.IsBroken()) {
             break;
         }
     }
     if (nLeft == nLimit && !strEmpty.empty()) {
-        WriteError(strEmpty);
+        output.Error("tevmon-host: " + strEmpty);
     }
-    return output.Finish();
+    return Finish(output);
 }
 
 ExitCode Count(const TableView& table, bool bJson) {
+    Output output;
     ReadOnlyDb db;
     if (!db.Open(table.strFile, table.strTable)) {
-        return FailedWith(db);
+        return Fail(output, EXIT_CODE_DATABASE, db.Error());
     }
     TableReader reader(db, table.strTable, table.columns);
     int64_t nCount = 0;
     if (!reader.Count(nCount)) {
-        return FailedWith(db);
+        return Fail(output, EXIT_CODE_DATABASE, db.Error());
     }
-    Output output;
-    (void)output.WriteLine(bJson ? JsonObject().Add("count", nCount).Text()
-                                 : std::to_string(nCount));
-    return output.Finish();
+    output.Line(bJson ? JsonObject().Add("count", nCount).Text() : std::to_string(nCount));
+    return Finish(output);
 }
 
 ExitCode Show(const TableView& table, const std::string& strColumn,
               const ReadOnlyDb::Argument& argument, const std::string& strMissing,
               std::string (*pToText)(const TableRow& row)) {
+    Output output;
     ReadOnlyDb db;
     if (!db.Open(table.strFile, table.strTable)) {
-        return FailedWith(db);
+        return Fail(output, EXIT_CODE_DATABASE, db.Error());
     }
     TableReader reader(db, table.strTable, table.columns);
     std::optional<TableRow> row;
     if (!reader.Find(strColumn, argument, row)) {
-        return FailedWith(db);
+        return Fail(output, EXIT_CODE_DATABASE, db.Error());
     }
     if (!row) {
-        WriteError(strMissing);
-        return EXIT_CODE_NOT_FOUND;
+        return Fail(output, EXIT_CODE_NOT_FOUND, strMissing);
     }
-    Output output;
-    (void)output.WriteLine(pToText(*row));
-    return output.Finish();
+    output.Line(pToText(*row));
+    return Finish(output);
 }
 
 }  // namespace view

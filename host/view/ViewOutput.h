@@ -1,4 +1,4 @@
-// What the commands that show the databases have in common: writing lines and wording values.
+// What the commands that show the databases have in common: wording values and printing rows.
 //
 // Threads: the command's. Errors: returned; nothing throws but std::bad_alloc.
 #ifndef HOST_VIEW_VIEWOUTPUT_H
@@ -16,25 +16,6 @@
 #include "host/view/TableReader.h"
 
 namespace view {
-
-// Standard output, remembering its first failure.
-class Output {
-public:
-    // Writes strLine and a line feed. False once the reader is gone or the disk is full.
-    bool WriteLine(const std::string& strLine);
-
-    // Hands on what was written. EXIT_CODE_SUCCESS, also when the reader went away on purpose (a
-    // closed pipe); EXIT_CODE_FAILURE with a text on standard error for any other trouble.
-    ExitCode Finish();
-
-private:
-    void Note(bool bDone);
-
-    int m_nError = 0;  // an errno
-};
-
-// Puts "tevmon-host: strText" on standard error.
-void WriteError(const std::string& strText);
 
 // strText, filled with blanks to nWidth bytes at least.
 std::string Pad(const std::string& strText, size_t nWidth);
