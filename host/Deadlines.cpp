@@ -14,7 +14,7 @@ bool Deadlines::Add(Clock::time_point due, std::function<void()> fnDue) {
     if (!m_thread.joinable()) {
         m_thread = std::thread(&Deadlines::Run, this);
     }
-    m_changed.notify_all();
+    m_changed.NotifyAll();
     return true;
 }
 
@@ -28,7 +28,7 @@ void Deadlines::Stop() {
         if (m_thread.joinable() && m_thread.get_id() != std::this_thread::get_id()) {
             thread.swap(m_thread);
         }
-        m_changed.notify_all();
+        m_changed.NotifyAll();
     }
     if (thread.joinable()) {
         thread.join();
@@ -47,12 +47,12 @@ void Deadlines::Run() {
     std::unique_lock<std::mutex> lock(m_mutex);
     while (!m_bStopped) {
         if (m_due.empty()) {
-            m_changed.wait(lock);
+            m_changed.Wait(lock);
             continue;
         }
         const Clock::time_point due = m_due.begin()->first;
         if (Clock::now() < due) {
-            m_changed.wait_until(lock, due);
+            m_changed.WaitUntil(lock, due);
             continue;
         }
         const std::function<void()> fnDue = std::move(m_due.begin()->second);

@@ -5,15 +5,16 @@
 #define HOST_DEADLINES_H
 
 #include <chrono>
-#include <condition_variable>
 #include <functional>
 #include <map>
 #include <mutex>
 #include <thread>
 
+#include "host/MonotonicCondition.h"
+
 class Deadlines {
 public:
-    using Clock = std::chrono::steady_clock;
+    using Clock = MonotonicCondition::Clock;
 
     Deadlines() = default;
     ~Deadlines() { Stop(); }
@@ -32,7 +33,7 @@ private:
     void Run();
 
     std::mutex m_mutex;
-    std::condition_variable m_changed;
+    MonotonicCondition m_changed;
     std::multimap<Clock::time_point, std::function<void()>> m_due;
     bool m_bStopped = false;
     std::thread m_thread;  // started by the first Add

@@ -62,6 +62,8 @@ std::string EventsLine(const RunCounters& counters) {
     Pieces more;
     more.Add(counters.nUnusable, "unusable in the input");
     more.Add(counters.nNotDelivered, "not delivered");
+    const bool bOlder = counters.nAnalysed > counters.nCopies;
+    more.Add(bOlder ? counters.nAnalysed - counters.nCopies : 0, "more that waited in the queue");
     const std::string strMore = more.Text("");
     return strLine + (strMore.empty() ? "" : "; " + strMore);
 }

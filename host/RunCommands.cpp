@@ -38,7 +38,7 @@ void AddRunOptions(CLI::App& command, const std::shared_ptr<RunArguments>& pArgu
                      "Do not ask the package database of this machine");
     command.add_option("--for", run.dForSeconds, "End after this many seconds at the latest")
         ->type_name("SECONDS")
-        ->check(CLI::Range(0.001, 1e9));
+        ->check(CLI::PositiveNumber);
 }
 
 int RunNow(const GlobalOptions& options, RunArguments& arguments) {

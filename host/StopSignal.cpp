@@ -43,7 +43,7 @@ void StopSignal::End() {
 void StopSignal::Request() {
     const std::lock_guard<std::mutex> lock(m_mutex);
     m_bRequested = true;
-    m_changed.notify_all();
+    m_changed.NotifyAll();
 }
 
 bool StopSignal::IsRequested() const {
@@ -58,7 +58,11 @@ int StopSignal::Signal() const {
 
 bool StopSignal::WaitFor(std::chrono::milliseconds wait) const {
     std::unique_lock<std::mutex> lock(m_mutex);
-    return m_changed.wait_for(lock, wait, [this] { return m_bRequested; });
+    const auto end = MonotonicCondition::Clock::now() + wait;
+    while (!m_bRequested && MonotonicCondition::Clock::now() < end) {
+        m_changed.WaitUntil(lock, end);
+    }
+    return m_bRequested;
 }
 
 void StopSignal::TakeSignals() {
@@ -82,6 +86,6 @@ void StopSignal::TakeSignals() {
         }
         m_nSignal = nSignal;
         m_bRequested = true;
-        m_changed.notify_all();
+        m_changed.NotifyAll();
     }
 }

@@ -10,9 +10,10 @@
 #define HOST_STOPSIGNAL_H
 
 #include <chrono>
-#include <condition_variable>
 #include <mutex>
 #include <thread>
+
+#include "host/MonotonicCondition.h"
 
 class StopSignal {
 public:
@@ -36,7 +37,7 @@ private:
     void TakeSignals();
 
     mutable std::mutex m_mutex;
-    mutable std::condition_variable m_changed;
+    mutable MonotonicCondition m_changed;
     bool m_bRequested = false;
     bool m_bEnd = false;
     int m_nSignal = 0;

@@ -136,8 +136,10 @@ SourceResult ReplaySource::Fill(std::chrono::steady_clock::time_point due) {
 
 bool ReplaySource::MakeBatch(LineResult eLine, std::string& strLine, EventBatch& batch) {
     ++m_nLine;
-    std::string strReason = "longer than " + std::to_string(LONGEST_LINE) + " bytes";
-    if (eLine == LINE_TOO_LONG ||
+    std::string strReason = eLine == LINE_TOO_LONG
+                                ? "longer than " + std::to_string(LONGEST_LINE) + " bytes"
+                                : "an empty line";
+    if (eLine == LINE_TOO_LONG || strLine.empty() ||
         !event_message::IsUsable(strLine, batch.nCopies, batch.nEvents, strReason)) {
         ++m_counters.nUnusable;
         m_fnRemark(m_nLine, strReason);
