@@ -430,6 +430,20 @@ TEST_F(CTevCloudCachoDBTest, EveryOperationButDeleteAndSelectPageWaitsForTheMute
         [&] { EXPECT_TRUE(WaitsForLock(m_store, [&] { (void)m_store.Update(Entry("K")); })); });
 }
 
+TEST_F(CTevCloudCachoDBTest, AKeyWithADoubledQuoteIsStoredWithOneAndCannotBeDeletedByIt) {
+    ASSERT_EQ(0, m_store.Insert(Entry("it''s")));
+    CachoRecord record;
+    ASSERT_EQ(1, m_store.Select("it''s", record));
+    EXPECT_EQ("it's", record.key);
+    int nResult = 0;
+
+    const Texts lines = PrintedBy([&] { nResult = DeleteLocked(m_store, record.key); });
+
+    EXPECT_EQ(1, nResult);
+    EXPECT_EQ(1u, lines.size());
+    EXPECT_EQ(1u, Rows().size());
+}
+
 // Keys that try to be more than a text: each stands in a statement as it is.
 class CTevCloudCachoDBHostileKeyTest : public CTevCloudCachoDBTest,
                                        public testing::WithParamInterface<const char*> {};

@@ -151,6 +151,17 @@ TEST_F(CTevStoreTest, AFailedOpenLeavesNoConnectionBehind) {
     EXPECT_EQ(Texts{"the database is not open"}, lines);
 }
 
+TEST_F(CTevStoreTest, ATableThatCannotBeMadeFailsTheOpenInOneLine) {
+    OtherConnection other(m_strFile);
+    ASSERT_TRUE(other.LockWrite());
+    bool bOpen = true;
+
+    const Texts lines = PrintedBy([&] { bOpen = m_store.Open(); });
+
+    EXPECT_FALSE(bOpen);
+    EXPECT_EQ(Texts{"database is locked"}, lines);
+}
+
 TEST_F(CTevStoreTest, AStoreThatFailedToOpenCanBeOpenedAgain) {
     OtherConnection other(m_strFile);
     ASSERT_TRUE(other.LockAll());
