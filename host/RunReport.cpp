@@ -246,7 +246,7 @@ std::string RunReport::OnMessage(const Guid& /*sender*/, int64_t nMsgType,
     if (m_options.bJson) {
         m_output.Line(Record("centre").Add("type", nMsgType).Add("bytes", nBytes).Text());
     } else {
-        m_output.Line(text::ClockNow() + "  centre        record of type " +
+        m_output.Line(text::ClockNow() + "  centre         record of type " +
                       std::to_string(nMsgType) + ", " + std::to_string(nBytes) + " bytes");
     }
     return "";

@@ -1,0 +1,97 @@
+#include "host/ModuleLog.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <tuple>
+#include <vector>
+
+#include "framework/log/CLog.h"
+
+namespace {
+
+class ModuleLogTest : public testing::Test, public IModuleLogObserver {
+protected:
+    void OnModuleNote(ModuleNote eNote, const std::string& strPath, bool bProgram) override {
+        m_notes.emplace_back(eNote, strPath, bProgram);
+    }
+
+    static void Log(int nLevel, const char* pszFormat, ...) __attribute__((format(printf, 2, 3))) {
+        va_list args;
+        va_start(args, pszFormat);
+        if (CLogDebug::Instance()->CheckLogLevel(nLevel, 1)) {
+            CLogDebug::Instance()->LogPrintV(nLevel, "tevmon/core/CTevPsMonitor", "Run", 1,
+                                             pszFormat, args);
+        }
+        va_end(args);
+    }
+
+    using Notes = std::vector<std::tuple<ModuleNote, std::string, bool>>;
+    Output m_output;
+    Notes m_notes;
+};
+
+}  // namespace
+
+TEST_F(ModuleLogTest, RecordsAreKnownByTheirFormat) {
+    const ModuleLog log(m_output, *this, 9);
+
+    Log(2, "handler===> %s\n", "{}");
+    Log(1, "[CTevPsMonitor] %s in cacho, skip [lanuch]", "/a");
+    Log(4, "[CTevPsMonitor] stat faid [%s]", "/b");
+    Log(4, "[CTevPsMonitor] calc md5 faid! [%s][lanuch]", "/c");
+    Log(1, "[CTevFsMonitor] %s in cacho, skip [%s]", "/d", "create");
+    Log(4, "[CTevFsMonitor] stat faid [%s]", "/e");
+    Log(4, "[CTevFsMonitor] calc exepath md5 faid! [%s][%s]", "/f", "write");
+    Log(4, "[CTevFsMonitor] calc md5 faid! [%s]", "/g");
+    Log(1, "[AddAutoRunsHandler] %s in cacho, skip [%s]", "/h", "create");
+    Log(4, "[AddAutoRunsHandler] calc md5 faid! [%s]", "/i");
+    Log(4, "[CTevCloudInterface] : ipc fail.\n");
+    Log(4, "something else about %s", "/j");
+
+    EXPECT_EQ((Notes{{NOTE_ANALYSED, "", false},
+                     {NOTE_CACHED, "/a", true},
+                     {NOTE_NO_STAT, "/b", false},
+                     {NOTE_NO_HASH, "/c", false},
+                     {NOTE_CACHED, "/d", false},
+                     {NOTE_NO_STAT, "/e", false},
+                     {NOTE_NO_HASH, "/f", false},
+                     {NOTE_NO_HASH, "/g", false},
+                     {NOTE_CACHED, "/h", false},
+                     {NOTE_NO_HASH, "/i", false},
+                     {NOTE_NOT_SENT, "", false}}),
+              m_notes);
+}
+
+TEST_F(ModuleLogTest, ARecordThatOnlyReadsLikeOneIsNotTaken) {
+    const ModuleLog log(m_output, *this, 9);
+
+    Log(2, "rvce <<< %s\n", "[CTevPsMonitor] %s in cacho, skip [lanuch]");
+
+    EXPECT_TRUE(m_notes.empty());
+}
+
+TEST_F(ModuleLogTest, RecordsOfTheLevelAreShownOnOneLineWithNothingThatSteersATerminal) {
+    const ModuleLog log(m_output, *this, 4);
+    testing::internal::CaptureStderr();
+
+    Log(4, "[CTevPsMonitor] stat faid [%s]", "/a\nforged\033[2J");
+    Log(2, "traffic %d\n", 1);
+
+    const std::string strError = testing::internal::GetCapturedStderr();
+    EXPECT_EQ("  module L4  [CTevPsMonitor] stat faid [/a\\x0Aforged\\x1B[2J]  (Run)\n",
+              strError.substr(8));
+}
+
+TEST_F(ModuleLogTest, TheLogIsGivenBack) {
+    auto pLog = std::make_unique<ModuleLog>(m_output, *this, 4);
+    EXPECT_TRUE(CLogDebug::Instance()->CheckLogLevel(1, 1));
+
+    pLog.reset();
+
+    EXPECT_FALSE(CLogDebug::Instance()->CheckLogLevel(1, 1));
+    testing::internal::CaptureStderr();
+    Log(4, "[CTevPsMonitor] stat faid [%s]", "/a");
+    EXPECT_NE("", testing::internal::GetCapturedStderr());
+    EXPECT_TRUE(m_notes.empty());
+}

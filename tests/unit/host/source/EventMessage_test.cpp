@@ -1,0 +1,84 @@
+#include "host/source/EventMessage.h"
+
+#include <gtest/gtest.h>
+
+#include "host/JsonRead.h"
+
+namespace {
+
+struct Unusable {
+    const char* pszBody;
+    const char* pszReason;
+};
+
+}  // namespace
+
+TEST(EventMessageTest, AMessageWithATaggedElementIsUsable) {
+    uint64_t nCopies = 0;
+    uint64_t nEvents = 0;
+    std::string strReason;
+
+    EXPECT_TRUE(event_message::IsUsable(
+        R"({"param":[{"grup":"cloudquery","context":"cloudad"},{"path":"/x"},3]})", nCopies,
+        nEvents, strReason));
+
+    EXPECT_EQ(1u, nCopies);
+    EXPECT_EQ(3u, nEvents);
+}
+
+TEST(EventMessageTest, EachTaggedElementHasTheWholeMessageQueued) {
+    uint64_t nCopies = 0;
+    uint64_t nEvents = 0;
+    std::string strReason;
+
+    EXPECT_TRUE(event_message::IsUsable(
+        R"({"param":[{"grup":"cloudquery","context":"cloudad"},)"
+        R"({"grup":"cloudquery","context":"cloudfd"},{"grup":"other","context":"cloudad"}]})",
+        nCopies, nEvents, strReason));
+
+    EXPECT_EQ(2u, nCopies);
+    EXPECT_EQ(6u, nEvents);
+}
+
+TEST(EventMessageTest, WhatIsMissingIsSaid) {
+    constexpr char NO_ELEMENT[] = "no element with \"grup\" \"cloudquery\" and a known \"context\"";
+    const Unusable CASES[] = {
+        {"nonsense", "not a JSON text"},
+        {"[1]", "not a JSON object"},
+        {"\"param\"", "not a JSON object"},
+        {"{}", "no array \"param\""},
+        {R"({"param":{"grup":"cloudquery","context":"cloudad"}})", "no array \"param\""},
+        {R"({"param":[]})", NO_ELEMENT},
+        {R"({"param":[null,1,"x",[]]})", NO_ELEMENT},
+        {R"({"param":[{"grup":"CloudQuery","context":"cloudad"}]})", NO_ELEMENT},
+        {R"({"param":[{"grup":"cloudquery","context":"cloudzz"}]})", NO_ELEMENT},
+        {R"({"param":[{"grup":["cloudquery"],"context":"cloudad"}]})", NO_ELEMENT},
+        {R"({"param":[{"grup":"cloudquery"},{"context":"cloudad"}]})", NO_ELEMENT},
+    };
+    for (const Unusable& unusable : CASES) {
+        uint64_t nCopies = 7;
+        uint64_t nEvents = 7;
+        std::string strReason;
+        EXPECT_FALSE(event_message::IsUsable(unusable.pszBody, nCopies, nEvents, strReason));
+        EXPECT_EQ(unusable.pszReason, strReason) << unusable.pszBody;
+        EXPECT_EQ(0u, nCopies);
+        EXPECT_EQ(0u, nEvents);
+    }
+}
+
+TEST(EventMessageTest, OnlyTheFirstProgramOfABatchIsTagged) {
+    EXPECT_EQ(
+        R"({"param":[{"grup":"cloudquery","context":"cloudad","path":"/a","cmd":"/a","pid":0})"
+        R"(,{"path":"/b","cmd":"/b","pid":0}]})",
+        event_message::ProcessCreations({"/a", "/b"}));
+    EXPECT_EQ("", event_message::ProcessCreations({}));
+}
+
+TEST(EventMessageTest, AnyFileNameComesBackByteForByte) {
+    const std::string strPath = "/a \"b\"\\\n\t\x01\xff\xc3/\xe6\x97\xa5";
+    Json::Value jsonRoot;
+
+    ASSERT_TRUE(json_read::Parse(event_message::ProcessCreations({strPath}), jsonRoot));
+
+    EXPECT_EQ(strPath, jsonRoot["param"][0]["path"].asString());
+}
