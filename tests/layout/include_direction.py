@@ -103,6 +103,7 @@ BAD = [
     (using("host/A.cpp", "utils/time_utils.h"), "may not use"),
     (using("tests/abi/a_test.cpp", "framework/abi/Guid.h"), "may not use"),
     (using("tests/abi/ours/a.cpp", "host/Router.h"), "may not use"),
+    (using("tests/system/a_test.cpp", "tevmon/core/B.h"), "may not use"),
     (using("tests/unit/host/A_test.cpp", "tevmon/core/B.h"), "may not use"),
     (using("tests/unit/framework/base/A_test.cpp", "utils/B.h"), "may not use"),
     (using("tevmon/core/A.cpp", "A.h"), "not written from the root"),
