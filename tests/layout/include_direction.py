@@ -24,7 +24,7 @@ TABLE = {
     "tests/abi": {SUPPORT},
     # The side of the slot tests that has them.
     "tests/abi/ours": {SUPPORT, "framework", *MODULE},
-    "tests/system": {"framework", SUPPORT},
+    "tests/system": {"framework", "utils", HELPER, SUPPORT},
     "tests/live": {"framework", SUPPORT},
 }
 
