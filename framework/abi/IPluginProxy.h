@@ -25,14 +25,14 @@ public:
     IPluginProxy(const IPluginProxy&) = delete;
     IPluginProxy& operator=(const IPluginProxy&) = delete;
 
-    virtual int32_t zkp_init(void* pHostArgument) = 0;     // slot 2
-    virtual void zkp_uninit() = 0;                         // slot 3
-    virtual void zkp_setopt(IMsgRouter* pRouter) = 0;      // slot 4; null is allowed
-    virtual int32_t zkp_getstatus() = 0;                   // slot 5; a PluginStatus
+    virtual int32_t zkp_init(void* pHostArgument) = 0;      // slot 2
+    virtual void zkp_uninit() = 0;                          // slot 3
+    virtual void zkp_setopt(IMsgRouter* pRouter) = 0;       // slot 4; null is allowed
+    virtual int32_t zkp_getstatus() = 0;                    // slot 5; a PluginStatus
     virtual int32_t zkp_ext6(void* /*pArg*/) { return 0; }  // slot 6
     virtual int32_t zkp_ext7(void* /*pArg*/) { return 0; }  // slot 7
-    virtual int32_t zkp_start() { return 0; }              // slot 8
-    virtual int32_t zkp_stop() { return 0; }               // slot 9
+    virtual int32_t zkp_start() { return 0; }               // slot 8
+    virtual int32_t zkp_stop() { return 0; }                // slot 9
 
 protected:
     PluginStatus m_eStatus;

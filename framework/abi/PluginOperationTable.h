@@ -24,9 +24,9 @@ static_assert(offsetof(PluginOperationTable, pfnSetOpt) == 6 * sizeof(void*),
               "setopt sits at index 6, after getstatus and the first extension entry");
 
 // The types of the four exported functions.
-using InitializePluginFn = int (*)(void* pArg);      // returns 0, does nothing
-using UninitializePluginFn = void (*)();             // does nothing
-using CreateObjectFn = void* (*)(void* pArg);        // returns the PluginOperationTable
-using DestroyObjectFn = void (*)(void*, void*);      // does nothing: the table is static
+using InitializePluginFn = int (*)(void* pArg);  // returns 0, does nothing
+using UninitializePluginFn = void (*)();         // does nothing
+using CreateObjectFn = void* (*)(void* pArg);    // returns the PluginOperationTable
+using DestroyObjectFn = void (*)(void*, void*);  // does nothing: the table is static
 
 #endif

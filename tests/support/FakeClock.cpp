@@ -28,8 +28,14 @@ FakeClock::FakeClock(int64_t tmNow) {
     g_bFake = true;
 }
 
-FakeClock::~FakeClock() { g_bFake = false; }
+FakeClock::~FakeClock() {
+    g_bFake = false;
+}
 
-void FakeClock::Set(int64_t tmNow) { g_tmNow = tmNow; }
+void FakeClock::Set(int64_t tmNow) {
+    g_tmNow = tmNow;
+}
 
-void FakeClock::Advance(int64_t nSeconds) { g_tmNow += nSeconds; }
+void FakeClock::Advance(int64_t nSeconds) {
+    g_tmNow += nSeconds;
+}

@@ -71,7 +71,9 @@ uint32_t FakeRouter::SetLocalIdentity(const Guid* pIdentity) {
     return 0;
 }
 
-void FakeRouter::Close() { Called("close"); }
+void FakeRouter::Close() {
+    Called("close");
+}
 
 uint32_t FakeRouter::Post(const Guid* pTarget, int64_t nMsgType, const void* pData,
                           uint32_t nLength) {
@@ -81,10 +83,18 @@ uint32_t FakeRouter::Post(const Guid* pTarget, int64_t nMsgType, const void* pDa
     return nPostResult;
 }
 
-int64_t FakeRouter::Reserved5() { return Reserved(5); }
-int64_t FakeRouter::Reserved6() { return Reserved(6); }
-int64_t FakeRouter::Reserved7() { return Reserved(7); }
-int64_t FakeRouter::Reserved8() { return Reserved(8); }
+int64_t FakeRouter::Reserved5() {
+    return Reserved(5);
+}
+int64_t FakeRouter::Reserved6() {
+    return Reserved(6);
+}
+int64_t FakeRouter::Reserved7() {
+    return Reserved(7);
+}
+int64_t FakeRouter::Reserved8() {
+    return Reserved(8);
+}
 
 uint32_t FakeRouter::RegisterReceiver(int64_t nMsgType, IMRReceiveComplete* pReceiver,
                                       int64_t nReserved) {
@@ -102,8 +112,8 @@ uint32_t FakeRouter::UnregisterReceiver(int64_t nMsgType) {
     return 0;
 }
 
-uint32_t FakeRouter::Reply(int64_t nReserved, int64_t nMsgType, const void* pData,
-                           uint32_t nLength, void* pReplyHandle) {
+uint32_t FakeRouter::Reply(int64_t nReserved, int64_t nMsgType, const void* pData, uint32_t nLength,
+                           void* pReplyHandle) {
     EXPECT_EQ(0, nReserved);
     EXPECT_NE(nullptr, pReplyHandle);
     const std::lock_guard<std::mutex> lock(m_mutex);

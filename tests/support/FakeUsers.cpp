@@ -19,7 +19,9 @@ extern "C" __attribute__((visibility("default"))) void setpwent() {
     g_nNext = 0;
 }
 
-extern "C" __attribute__((visibility("default"))) void endpwent() { ++g_nEndCalls; }
+extern "C" __attribute__((visibility("default"))) void endpwent() {
+    ++g_nEndCalls;
+}
 
 extern "C" __attribute__((visibility("default"))) passwd* getpwent() {
     ++g_nGetCalls;
@@ -43,8 +45,16 @@ FakeUsers::FakeUsers(std::vector<FakeUser> users) {
     g_nSetCalls = g_nGetCalls = g_nEndCalls = 0;
 }
 
-FakeUsers::~FakeUsers() { g_users.clear(); }
+FakeUsers::~FakeUsers() {
+    g_users.clear();
+}
 
-int FakeUsers::SetCalls() { return g_nSetCalls; }
-int FakeUsers::GetCalls() { return g_nGetCalls; }
-int FakeUsers::EndCalls() { return g_nEndCalls; }
+int FakeUsers::SetCalls() {
+    return g_nSetCalls;
+}
+int FakeUsers::GetCalls() {
+    return g_nGetCalls;
+}
+int FakeUsers::EndCalls() {
+    return g_nEndCalls;
+}

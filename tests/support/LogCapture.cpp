@@ -14,8 +14,12 @@ LogCapture::~LogCapture() {
 }
 
 int LogCapture::OnLog(const LogRecord& record, va_list args) {
-    CapturedLog captured = {record.nLevel,      record.nLogType, record.pszSource,
-                            record.pszFunction, record.nLine,    record.pszFormat,
+    CapturedLog captured = {record.nLevel,
+                            record.nLogType,
+                            record.pszSource,
+                            record.pszFunction,
+                            record.nLine,
+                            record.pszFormat,
                             CLogDebug::MessageOf(record, args)};
     const std::lock_guard<std::mutex> lock(m_mutex);
     m_records.push_back(std::move(captured));
@@ -51,9 +55,9 @@ std::vector<std::string> LogCapture::Texts(int nLevel) const {
 bool LogCapture::WaitFor(const std::string& strText, size_t nTimes) {
     std::unique_lock<std::mutex> lock(m_mutex);
     return m_changed.wait_for(lock, std::chrono::seconds(10), [&] {
-        const auto nFound = std::count_if(
-            m_records.begin(), m_records.end(),
-            [&](const CapturedLog& record) { return record.strText == strText; });
+        const auto nFound =
+            std::count_if(m_records.begin(), m_records.end(),
+                          [&](const CapturedLog& record) { return record.strText == strText; });
         return static_cast<size_t>(nFound) >= nTimes;
     });
 }

@@ -14,7 +14,7 @@ public:
     TestDir(const TestDir&) = delete;
     TestDir& operator=(const TestDir&) = delete;
 
-    const std::string& Path() const { return m_strPath; }  // absolute, without a final "/"
+    const std::string& Path() const { return m_strPath; }    // absolute, without a final "/"
     std::string Database(const std::string& strName) const;  // <dir>/data/db/<name>
 
     // Writes <dir>/<name> (directories are made) and returns its path.
