@@ -2,6 +2,7 @@
 
 #include <ctime>
 #include <list>
+#include <optional>
 
 #include "public/pluginhelper/LogPrint.h"
 #include "tevmon/core/CTevFsMonitor.h"
@@ -85,14 +86,14 @@ void CTevChennalMgr::Drain() {
         return;
     }
     std::list<ChennalRecord> recordList;
-    int64_t nHandledId = 0;  // row ids begin at 1
+    std::optional<int64_t> handledId;
     while (IsRunning()) {
         WhileBusy([&] { return pStore->Fetch(recordList, 1); });
         if (recordList.empty()) {
             return;
         }
         const ChennalRecord& record = recordList.front();
-        if (record.id == nHandledId) {
+        if (handledId == record.id) {
             // It could not be removed (disk full, another process's lock, an id past 32 bits).
             // The next cycle tries again; going on would analyse it thousands of times a second.
             return;
@@ -100,7 +101,7 @@ void CTevChennalMgr::Drain() {
         if (!Accepted([&] { return DisathMsg(record); })) {
             return;
         }
-        nHandledId = record.id;
+        handledId = record.id;
         WhileBusy([&] { return pStore->Remove(record.id); });
     }
 }
