@@ -1,5 +1,6 @@
 #include "tevmon/core/CTevMonPlugin.h"
 
+#include <atomic>
 #include <new>
 
 #include "framework/abi/MsgTypes.h"
@@ -26,6 +27,7 @@ constexpr int LINE_STOP = 64;
 constexpr int TEARDOWN_WAIT_MS = 2000;  // for host threads that are still inside at exit
 
 CTevMonPlugin* s_pPlugin = nullptr;
+std::atomic<bool> s_bStarted{false};  // once is enough: there may be threads to stop
 
 }  // namespace
 
@@ -53,6 +55,8 @@ void CTevMonPlugin::zkp_setopt(IMsgRouter* pRouter) {
     if (pRouter == nullptr || pHolder == nullptr) {
         return;
     }
+    // The host's threads may come in from here on, whether a start follows or not.
+    utils::SingletonTeardown::SetHook(&TearDown);
     pHolder->SetRouter(pRouter);
     Guid identity = {};
     ParseGuid(MODULE_IDENTITY, &identity);
@@ -72,6 +76,7 @@ int32_t CTevMonPlugin::zkp_start() {
     LogPrint(LOG_TRACE, SOURCE, "zkp_start", LINE_START, "[CTevMonPlugin] zkp_getstatus...");
     CTevModuleReference::Take();
     utils::SingletonTeardown::SetHook(&TearDown);
+    s_bStarted.store(true);
     (void)m_timer.Start(CThread::PriorityNormal);
     CTevCloudCachoMgr* pCache = CTevCloudCachoMgr::Instance();
     if (pCache != nullptr) {
@@ -111,7 +116,8 @@ bool CTevMonPlugin::StopThreads() {
 }
 
 bool CTevMonPlugin::TearDown() {
-    const bool bStopped = s_pPlugin == nullptr || s_pPlugin->StopThreads();
+    // Without a start it must not bring up what it would stop.
+    const bool bStopped = s_pPlugin == nullptr || !s_bStarted.load() || s_pPlugin->StopThreads();
     return CTevCallGate::Shut(TEARDOWN_WAIT_MS) && bStopped;
 }
 

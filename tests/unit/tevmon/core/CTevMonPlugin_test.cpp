@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <fstream>
 #include <mutex>
 #include <string>
@@ -62,6 +63,15 @@ protected:
     LogCapture m_log;
     CTevMonPlugin m_plugin;
 };
+
+FakeRouter* s_pExitRouter = nullptr;
+LogCapture* s_pExitLog = nullptr;
+
+// Exit code 0 when a message that comes now is not let in any more.
+void DeliverAtExit() {
+    (void)s_pExitRouter->Deliver(20002, "late");
+    _exit(s_pExitLog->Count("rvce <<< late\n") == 0 ? 0 : 1);
+}
 
 }  // namespace
 
@@ -287,6 +297,20 @@ TEST_F(CTevMonPluginTest, MessagesReachTheReceiverUntilUninitAndNotAfter) {
     EXPECT_EQ(1U, m_log.Count("rvce <<< first\n"));
     EXPECT_EQ(1U, m_log.Count("rvce <<< second\n"));
     EXPECT_EQ(0U, m_log.Count("rvce <<< third\n"));
+}
+
+TEST_F(CTevMonPluginTest, OnceTheProcessExitsNoMessageIsLetInAlsoWithoutAStart) {
+    // In a process of its own: what is registered at exit first runs last.
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    s_pExitRouter = &m_router;
+    s_pExitLog = &m_log;
+    const auto work = [this] {
+        (void)std::atexit(&DeliverAtExit);
+        m_plugin.zkp_setopt(&m_router);
+        std::exit(2);
+    };
+
+    EXPECT_EXIT(work(), testing::ExitedWithCode(0), "");
 }
 
 TEST(CTevMonPluginWithoutDirectoryTest, StartAndStopReturnZeroWhereNoDatabaseCanBe) {
