@@ -112,25 +112,29 @@ bool CTevFsMonitor::CompareCachoLevel(const std::string& strKey, int32_t nValue,
 
 // Create takes class 1 only and posts path type 0 as modify does, while delete and rename post 1;
 // rename never carries the new name: these differences are relied on.
+const CTevFsMonitor::FileOperation CTevFsMonitor::FILE_OPERATIONS[] = {
+    // clang-format off
+    {"FileCreateHandler", "create", false, "FileCreate", "hi.file_create_path", false, false, 0},
+    {"FileDeleteHandler", "remove", true,  "FileDelete", "hi.file_path",        false, false, 1},
+    {"FileModifyHandler", "write",  true,  "FileModify", "hi.file_path",        true,  false, 0},
+    {"FileRenameHandler", "rename", true,  "FileRename", "hi.old_file_path",    false, true,  1},
+    // clang-format on
+};
 
 void CTevFsMonitor::FileCreateHandler(const FsOpEvent& event) {
-    HandleFileOperation(event, {"FileCreateHandler", "create", false, "FileCreate",
-                                "hi.file_create_path", false, false, 0});
+    HandleFileOperation(event, FILE_OPERATIONS[0]);
 }
 
 void CTevFsMonitor::FileDeleteHandler(const FsOpEvent& event) {
-    HandleFileOperation(event, {"FileDeleteHandler", "remove", true, "FileDelete", "hi.file_path",
-                                false, false, 1});
+    HandleFileOperation(event, FILE_OPERATIONS[1]);
 }
 
 void CTevFsMonitor::FileModifyHandler(const FsOpEvent& event) {
-    HandleFileOperation(
-        event, {"FileModifyHandler", "write", true, "FileModify", "hi.file_path", true, false, 0});
+    HandleFileOperation(event, FILE_OPERATIONS[2]);
 }
 
 void CTevFsMonitor::FileRenameHandler(const FsOpEvent& event) {
-    HandleFileOperation(event, {"FileRenameHandler", "rename", true, "FileRename",
-                                "hi.old_file_path", false, true, 1});
+    HandleFileOperation(event, FILE_OPERATIONS[3]);
 }
 
 void CTevFsMonitor::HandleFileOperation(const FsOpEvent& event, const FileOperation& operation) {

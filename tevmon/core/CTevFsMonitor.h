@@ -48,6 +48,7 @@ protected:
 
 private:
     struct FileOperation;  // how one of the four file handlers differs from the others
+    static const FileOperation FILE_OPERATIONS[];  // create, delete, modify, rename
 
     void HandleElement(const Json::Value& jsonElement);
     void HandleFileOperation(const FsOpEvent& event, const FileOperation& operation);
