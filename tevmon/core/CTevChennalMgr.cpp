@@ -110,11 +110,11 @@ bool CTevChennalMgr::DisathMsg(const ChennalRecord& record) {
     LogPrint(LOG_TRACE, SOURCE, "DisathMsg", __LINE__, "handler===> %s\n", record.detail.c_str());
     if (record.mid == MID_PROCESS) {
         CTevPsMonitor* pMonitor = CTevPsMonitor::Instance();
-        return pMonitor == nullptr || pMonitor->Run("", record.detail);
+        return pMonitor != nullptr && pMonitor->Run("", record.detail);
     }
     if (record.mid == MID_FILE) {
         CTevFsMonitor* pMonitor = CTevFsMonitor::Instance();
-        return pMonitor == nullptr || pMonitor->ParseFsOpMsg("", record.detail);
+        return pMonitor != nullptr && pMonitor->ParseFsOpMsg("", record.detail);
     }
     return true;
 }

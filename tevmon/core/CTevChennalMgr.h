@@ -44,7 +44,8 @@ protected:
     // empty, an analyser refuses, or the running flag goes. A refused message stays at the head.
     void Drain();
 
-    // [channel] True when record was accepted; a message for no analyser counts as accepted.
+    // [channel] True when record was accepted; a message for no analyser counts as accepted, one
+    // whose analyser could not be made (no memory, or the process ends) does not: it waits.
     // Virtual, behind the interface's slots, so that a test can be the analyser.
     virtual bool DisathMsg(const ChennalRecord& record);
 
