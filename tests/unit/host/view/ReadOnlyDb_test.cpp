@@ -239,43 +239,38 @@ TEST_F(ReadOnlyDbTest, ChangesBetweenTwoQueriesAreSeen) {
     EXPECT_EQ(2u, rows.size());
 }
 
-TEST_F(ReadOnlyDbTest, UnderAWriterThatNeverRestsRowsComeWhole) {
+TEST_F(ReadOnlyDbTest, UnderAWriterThatNeverRestsRowsBelongTogether) {
     DbFile file(File());
-    file.Execute("create table t(a, b)");
-    const auto insert = [&file](int nRow) {
-        const std::string strLetters(9000, static_cast<char>('a' + nRow % 26));
-        file.Execute("insert into t values('" + strLetters + "','" + strLetters + "')");
-    };
-    for (int i = 0; i < 20; ++i) {
-        insert(i);
-    }
+    file.Execute(
+        "create table t(a); with recursive c(n) as (select 1 union all select n + 1 from "
+        "c where n < 20) insert into t select printf('%.*c', 9000, 'a') from c");
     std::atomic<bool> bStop{false};
     std::thread writer([&] {
-        for (int i = 20; !bStop; ++i) {
-            insert(i);
-            file.Execute("delete from t where rowid = (select min(rowid) from t)");
+        for (int i = 0; !bStop; ++i) {
+            const std::string strLetter(1, static_cast<char>('a' + i % 26));
+            file.Execute("update t set a = printf('%.*c', 9000, '" + strLetter + "')");
         }
     });
 
     ReadOnlyDb db(60000);
     EXPECT_TRUE(db.Open(File(), "t")) << db.Error();
+    size_t nRows = 0;
     size_t nTorn = 0;
-    size_t nOtherCount = 0;
-    for (int i = 0; i < 200; ++i) {
+    for (int i = 0; i < 1000; ++i) {
         std::vector<DbRow> rows;
         EXPECT_EQ(ReadOnlyDb::RESULT_DONE,
-                  db.Query("select a, b from t where rowid >= ?1", int64_t{0}, ALL, rows));
-        nOtherCount += rows.size() == 20 || rows.size() == 21 ? 0 : 1;
+                  db.Query("select a from t where rowid >= ?1", int64_t{0}, ALL, rows));
+        nRows += rows.size();
         for (const DbRow& row : rows) {
-            const std::string strWhole(9000, row.at(0).strText.at(0));
-            nTorn += row.at(0).strText == strWhole && row.at(1).strText == strWhole ? 0 : 1;
+            const std::string strWhole(9000, rows.front().at(0).strText.at(0));
+            nTorn += row.at(0).strText == strWhole ? 0 : 1;
         }
     }
     bStop = true;
     writer.join();
 
+    EXPECT_EQ(20000u, nRows);
     EXPECT_EQ(0u, nTorn);
-    EXPECT_EQ(0u, nOtherCount);
 }
 
 TEST_F(ReadOnlyDbTest, AJournalBesideAnEmptyFileIsNotTakenAway) {
