@@ -77,7 +77,7 @@ void ModuleLog::Note(const LogRecord& record, va_list args) {
 }
 
 void ModuleLog::Show(const LogRecord& record, va_list args) {
-    std::string strMessage = CStr::stdformatV(record.pszFormat, args);
+    std::string strMessage = CLogDebug::MessageOf(record, args);
     if (!strMessage.empty() && strMessage.back() == '\n') {
         strMessage.pop_back();
     }

@@ -12,7 +12,7 @@ namespace run_block {
 
 namespace {
 
-constexpr size_t PACKAGES_NAMED = 6;
+constexpr size_t PACKAGES_NAMED = 5;
 constexpr int KNOWN_LEVELS[] = {10, 20, 40, 70};
 
 Output::Colour LevelColour(int nLevel) {

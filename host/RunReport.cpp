@@ -116,11 +116,11 @@ void RunReport::Progress(const std::string& strDoing) {
         return;
     }
     const RunCounters counters = PassCounters();
-    m_output.Progress(
-        CStr::stdformat("%s: %" PRIu64 " messages delivered, %" PRIu64 " looked at, %" PRIu64
-                        " queries, %" PRIu64 " skipped by the cache, %s hashed",
-                        strDoing.c_str(), counters.nMessages, counters.nAnalysed, counters.nQueries,
-                        counters.nCached, text::Bytes(counters.nHashedBytes).c_str()));
+    m_output.Progress(CStr::stdformat("%s: %" PRIu64 " delivered, %" PRIu64 " looked at, %" PRIu64
+                                      " queries, %" PRIu64 " from cache, %s hashed",
+                                      strDoing.c_str(), counters.nMessages, counters.nAnalysed,
+                                      counters.nQueries, counters.nCached,
+                                      text::Bytes(counters.nHashedBytes).c_str()));
 }
 
 void RunReport::OnRemark(uint64_t nNumber, const std::string& strText) {

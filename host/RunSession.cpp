@@ -23,6 +23,7 @@ constexpr int LEVEL_ALLOWED = 20;
 
 constexpr milliseconds SOURCE_WAIT(200);    // a signal is seen this much later at most
 constexpr milliseconds QUEUE_LOOK(250);     // between two looks into the queue
+constexpr milliseconds MODULE_QUIET(200);   // without a sign of work: a look disturbs nobody
 constexpr milliseconds ROUTER_LOOK(20);     // between two looks at the router
 constexpr milliseconds LAST_ANSWERS(2000);  // for messages under way when the module stopped
 constexpr milliseconds QUEUE_STILL(30000);  // a queue that stands still this long is remarked
@@ -216,8 +217,12 @@ RunSession::DrainResult RunSession::Drain() {
     auto moved = steady_clock::now();
     int nUnreadable = 0;
     while (!MustEnd()) {
-        // In this order: a message leaves the queue after its queries were posted.
-        const bool bQuiet = m_pRouter->Pending() == 0;
+        // In this order: a message leaves the queue after its queries were posted. While the
+        // module is at work a look may meet it deleting a message, which it then keeps for the
+        // next time it looks at its queue, five seconds later.
+        const auto heard = m_report.PassCounters().lastWork;
+        const bool bQuiet =
+            m_pRouter->Pending() == 0 && (!heard || steady_clock::now() - *heard > MODULE_QUIET);
         const auto depth = bQuiet ? database_look::QueueDepth(m_global.ChannelDatabase())
                                   : std::optional<uint64_t>();
         if (depth == 0u && m_pRouter->Pending() == 0) {
@@ -227,10 +232,10 @@ RunSession::DrainResult RunSession::Drain() {
         if (nUnreadable >= UNREADABLE_LOOKS) {
             return DRAIN_UNREADABLE;
         }
-        if (!depth || depth != oldDepth) {
+        if (depth && depth != oldDepth) {
             oldDepth = depth;
             moved = steady_clock::now();
-        } else if (steady_clock::now() - moved > QUEUE_STILL) {
+        } else if (depth && steady_clock::now() - moved > QUEUE_STILL) {
             m_output.Error(
                 "tevmon-host: the queue has not moved for a while; see its first "
                 "message with: tevmon-host queue list");
