@@ -176,7 +176,7 @@ std::string TextIn(const std::string& strQuery, const std::string& strKey) {
     return strQuery.substr(nText, strQuery.find('"', nText) - nText);
 }
 
-bool IsMapped() {
+[[maybe_unused]] bool IsMapped() {
     std::ifstream maps("/proc/self/maps");
     for (std::string strLine; std::getline(maps, strLine);) {
         if (strLine.find("/libtevmon.so") != std::string::npos) {
@@ -356,8 +356,10 @@ void StopLibrary(const Library& library) {
                                                       "unregister 20003", "close"},
           "the router's other slots are called as they must, none twice, no reply, no send");
     Check(s_journal.nReserved == 0, "no reserved slot and no destructor is called");
+#ifndef __SANITIZE_THREAD__  // it runs a library's atexit routines too late to unload it
     Check(dlclose(library.pHandle) == 0, "dlclose returns 0");
     Check(!IsMapped(), "the library has left memory");
+#endif
 }
 
 }  // namespace

@@ -36,7 +36,20 @@ public:
         m_pTable = pfnCreate(nullptr);
     }
     const Table* operator->() const { return m_pTable; }
-    void Unload() { EXPECT_EQ(0, dlclose(m_pHandle)); }
+    // The race detector keeps what a library registers with atexit until the process ends; there
+    // the library stays.
+    void Unload() {
+#ifndef __SANITIZE_THREAD__
+        EXPECT_EQ(0, dlclose(m_pHandle));
+#endif
+    }
+    static constexpr bool CanUnload() {
+#ifdef __SANITIZE_THREAD__
+        return false;
+#else
+        return true;
+#endif
+    }
 
     static bool IsMapped() {
         std::ifstream maps("/proc/self/maps");
@@ -61,7 +74,16 @@ size_t ResidentKilobytes() {
 }
 
 // What a quick series of cycles may add to it: the allocator's own, not something per cycle.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr size_t GROWTH_KILOBYTES = 256 * 1024;  // sanitizers keep freed memory on purpose
+#else
 constexpr size_t GROWTH_KILOBYTES = 4096;
+#endif
+#ifdef __SANITIZE_THREAD__
+constexpr size_t DETECTORS_THREADS = 1;  // begins with the first thread that another makes
+#else
+constexpr size_t DETECTORS_THREADS = 0;
+#endif
 
 void OneLife(FakeRouter& router) {
     Library library;
@@ -76,7 +98,7 @@ void OneLife(FakeRouter& router) {
 
 class UnloadTest : public testing::Test {
 protected:
-    UnloadTest() : m_nThreads(ThreadsById().size()) {}
+    UnloadTest() : m_nThreads(ThreadsById().size() + DETECTORS_THREADS) {}
 
     const TestDir m_dir;
     FakeRouter m_router;
@@ -104,7 +126,7 @@ TEST_F(UnloadTest, AfterStopAndUninitTheLibraryLeavesMemory) {
 
     library.Unload();
 
-    EXPECT_FALSE(Library::IsMapped());
+    EXPECT_NE(Library::CanUnload(), Library::IsMapped());
 }
 
 TEST_F(UnloadTest, AfterStopWithoutUninitTheLibraryLeavesMemoryToo) {
@@ -114,7 +136,7 @@ TEST_F(UnloadTest, AfterStopWithoutUninitTheLibraryLeavesMemoryToo) {
 
     library.Unload();
 
-    EXPECT_FALSE(Library::IsMapped());
+    EXPECT_NE(Library::CanUnload(), Library::IsMapped());
 }
 
 TEST_F(UnloadTest, ALibraryThatWasOnlyLoadedLeavesMemory) {
@@ -123,7 +145,7 @@ TEST_F(UnloadTest, ALibraryThatWasOnlyLoadedLeavesMemory) {
 
     library.Unload();
 
-    EXPECT_FALSE(Library::IsMapped());
+    EXPECT_NE(Library::CanUnload(), Library::IsMapped());
 }
 
 TEST_F(UnloadTest, UnloadWithoutStopKeepsTheLibraryAndTheProcessEndsNormally) {
@@ -188,10 +210,13 @@ TEST_F(UnloadTest, TwoHundredStartsAndStopsNeitherHangNorGrow) {
     EXPECT_LT(ResidentKilobytes(), nResident + GROWTH_KILOBYTES);
     library->pfnUninit();
     library.Unload();
-    EXPECT_FALSE(Library::IsMapped());
+    EXPECT_NE(Library::CanUnload(), Library::IsMapped());
 }
 
 TEST_F(UnloadTest, FiftyWholeLivesInOneProcessLeaveNothingBehind) {
+    if (!Library::CanUnload()) {
+        GTEST_SKIP() << "the race detector runs a library's atexit routines too late to unload it";
+    }
     for (int i = 0; i < 5; ++i) {
         ASSERT_NO_FATAL_FAILURE(OneLife(m_router));
     }
