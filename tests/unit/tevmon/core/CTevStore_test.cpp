@@ -6,8 +6,8 @@
 
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <new>
+#include <sstream>
 
 #include "tests/support/StdoutCapture.h"
 #include "tests/support/TestDir.h"
@@ -48,7 +48,9 @@ public:
 
 std::string ContentOf(const std::string& strFile) {
     std::ifstream file(strFile, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
+    std::ostringstream content;
+    content << file.rdbuf();
+    return content.str();
 }
 
 // Lets the process's files grow no further than nBytes; the write that would fails.
