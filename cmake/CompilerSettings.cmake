@@ -44,6 +44,12 @@ if(TEVMON_SANITIZE)
     add_link_options(-fsanitize=${TEVMON_SANITIZE})
 endif()
 
+if(TEVMON_FUZZ)
+    # The fuzzer steers by the edges it has seen in our code.
+    add_compile_options(-fsanitize=fuzzer-no-link)
+    add_link_options(-fsanitize=fuzzer-no-link)
+endif()
+
 # Shared libraries of ours resolve every symbol at link time. Sanitizers leave theirs open.
 function(tev_no_undefined target)
     if(NOT (TEVMON_SANITIZE AND CMAKE_CXX_COMPILER_ID MATCHES "Clang"))

@@ -50,7 +50,7 @@ def allowed_for(path):
             # A test or benchmark may use what the tested thing may, and the tested thing.
             return {mirror, SUPPORT, tested} | TABLE[tested] if tested else {mirror, SUPPORT}
     if within(path, "fuzz"):
-        return {"fuzz", SUPPORT, "framework", *MODULE}
+        return {"fuzz", SUPPORT, "framework", *MODULE, "host"}
     folder = folder_of(path)
     return None if folder is None else {folder} | TABLE[folder]
 
