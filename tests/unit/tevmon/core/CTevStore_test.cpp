@@ -302,13 +302,13 @@ TEST_F(CTevStoreTest, ACommitThatAnothersReadLockRefusesReturns5AndLeavesNoTrans
 
 TEST_F(CTevStoreTest, AWriteErrorThatSqliteRolledBackItselfIsStillOneLine) {
     ASSERT_TRUE(m_store.Open());
+    const std::string strInsert = "insert into things values('" + std::string(1000000, 'x') + "')";
     int nResult = 0;
 
     Texts lines;
     {
         const FileSizeLimit limit(64 * 1024);
-        lines =
-            PrintedBy([&] { nResult = m_store.Do("insert into things values(zeroblob(1e6))"); });
+        lines = PrintedBy([&] { nResult = m_store.Do(strInsert); });
     }
 
     EXPECT_EQ(10, nResult);
