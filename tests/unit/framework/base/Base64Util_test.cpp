@@ -59,6 +59,15 @@ TEST(Base64UtilTest, DecodingSkipsCharactersOutsideTheAlphabet) {
     EXPECT_EQ("", Base64Util::Base64Decode("-_ \n*"));
 }
 
+TEST(Base64UtilTest, DecodingGoesOnBehindAForeignCharacterAnywhere) {
+    const std::string strText = "Zm9vYmFyZm9vYmFy";
+    for (size_t i = 0; i <= strText.size(); ++i) {
+        std::string strBroken = strText;
+        strBroken.insert(i, "\n");
+        EXPECT_EQ("foobarfoobar", Base64Util::Base64Decode(strBroken)) << i;
+    }
+}
+
 TEST(Base64UtilTest, DecodingStopsAtTheFirstEqualsSign) {
     EXPECT_EQ("f", Base64Util::Base64Decode("Zg==Zm9v"));
     EXPECT_EQ("foo", Base64Util::Base64Decode("Zm9v=Zm9v"));
