@@ -82,8 +82,8 @@ std::string ProgramKey(const std::string& strPath) {
 }
 
 void AppendItem(Json::Value& jsonEvent, const char* pszKey, Json::Value jsonValue) {
-    Json::Value jsonItem(Json::objectValue);
-    jsonItem["key"] = pszKey;
-    jsonItem["value"] = std::move(jsonValue);
-    (void)jsonEvent.append(std::move(jsonItem));
+    Json::Value& jsonItem = jsonEvent.append(Json::Value(Json::objectValue));
+    // Static texts are pointed to, not copied: a launch has 33 of them.
+    jsonItem[Json::StaticString("key")] = Json::Value(Json::StaticString(pszKey));
+    jsonItem[Json::StaticString("value")] = std::move(jsonValue);
 }

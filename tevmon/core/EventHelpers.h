@@ -38,7 +38,8 @@ std::string FormatMode(mode_t nMode);
 // cannot be hashed.
 std::string ProgramKey(const std::string& strPath);
 
-// Appends {"key": pszKey, "value": jsonValue} to the event. Throws what the JSON library throws.
+// Appends {"key": pszKey, "value": jsonValue} to the event. pszKey is a literal: the event points
+// to it. Throws what the JSON library throws.
 void AppendItem(Json::Value& jsonEvent, const char* pszKey, Json::Value jsonValue);
 
 #endif
