@@ -1,5 +1,6 @@
 #include "tevmon/core/CTevCallGate.h"
 
+#include <pthread.h>
 #include <time.h>
 
 #include <atomic>
@@ -12,12 +13,14 @@ std::atomic<bool> s_bShut{false};
 }  // namespace
 
 CTevCallGate::CTevCallGate() {
+    (void)pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &m_nCancelState);
     s_nInside.fetch_add(1);
     m_bOpen = !s_bShut.load();
 }
 
 CTevCallGate::~CTevCallGate() {
     s_nInside.fetch_sub(1);
+    (void)pthread_setcancelstate(m_nCancelState, nullptr);
 }
 
 bool CTevCallGate::Shut(int nMilliseconds) {

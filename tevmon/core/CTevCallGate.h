@@ -5,7 +5,9 @@
 #ifndef TEVMON_CORE_CTEVCALLGATE_H
 #define TEVMON_CORE_CTEVCALLGATE_H
 
-// Held by a host thread for the length of a call into the module.
+// Held by a host thread for the length of a call into the module. A cancellation of the thread
+// waits until the call has left: half-way through it would leave locks held, and a thread that is
+// being unwound may not pass a catch-all.
 class CTevCallGate {
 public:
     CTevCallGate();
@@ -23,6 +25,7 @@ public:
 
 private:
     bool m_bOpen;
+    int m_nCancelState = 0;
 };
 
 #endif

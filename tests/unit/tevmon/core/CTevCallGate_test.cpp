@@ -2,6 +2,7 @@
 #include "tevmon/core/CTevCallGate.h"
 
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <atomic>
 #include <thread>
@@ -57,5 +58,31 @@ TEST(CTevCallGateTest, ARefusedCallDoesNotHoldTheGate) {
         EXPECT_FALSE(refused.IsOpen());
     }
 
+    EXPECT_TRUE(CTevCallGate::Shut(0));
+}
+
+TEST(CTevCallGateTest, ACancelledThreadLeavesTheCallFirst) {
+    static bool s_bLeft = false;
+    // A function of its own: the frame that is unwound at the end holds nothing.
+    const auto call = [] {
+        const CTevCallGate inside;
+        (void)pthread_cancel(pthread_self());
+        pthread_testcancel();
+        s_bLeft = true;
+    };
+    static void (*s_pfnCall)() = call;
+    const auto body = [](void*) -> void* {
+        s_pfnCall();
+        pthread_testcancel();
+        return nullptr;
+    };
+    pthread_t caller;
+    ASSERT_EQ(0, pthread_create(&caller, nullptr, body, nullptr));
+
+    void* pResult = nullptr;
+    ASSERT_EQ(0, pthread_join(caller, &pResult));
+
+    EXPECT_TRUE(s_bLeft);
+    EXPECT_EQ(PTHREAD_CANCELED, pResult);
     EXPECT_TRUE(CTevCallGate::Shut(0));
 }

@@ -3,6 +3,7 @@
 #include "tevmon/core/CTevMonIpcRecever.h"
 
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <limits>
 #include <list>
@@ -330,4 +331,23 @@ TEST_F(CTevMonIpcReceverTest, SeveralTransportThreadsReceiveAtOnceAndNoMessageIs
     }
 
     EXPECT_EQ(100, CTevChennalDB::Instance()->Count());
+}
+
+TEST_F(CTevMonIpcReceverTest, AThreadThatTheHostCancelsQueuesItsMessageFirst) {
+    static constexpr char BODY[] = R"({"param":[{"grup":"cloudquery","context":"cloudad"}]})";
+    const auto body = [](void* pRecever) -> void* {
+        (void)pthread_cancel(pthread_self());
+        (void)static_cast<Recever*>(pRecever)->ReceiveCallback(&SENDER, 20002, BODY,
+                                                               sizeof(BODY) - 1, nullptr, 0);
+        pthread_testcancel();
+        return nullptr;
+    };
+    pthread_t transport;
+    ASSERT_EQ(0, pthread_create(&transport, nullptr, body, &m_recever));
+
+    void* pResult = nullptr;
+    ASSERT_EQ(0, pthread_join(transport, &pResult));
+
+    EXPECT_EQ(PTHREAD_CANCELED, pResult);
+    EXPECT_EQ(1, CTevChennalDB::Instance()->Count());
 }
