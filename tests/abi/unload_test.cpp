@@ -1,6 +1,7 @@
 // Loading and unloading the built library. Every test is a process of its own.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdint>
@@ -184,6 +185,27 @@ TEST_F(UnloadTest, AProcessThatExitsDirectlyAfterADeliveryEndsNormally) {
             (void)m_router.Deliver(20002,
                                    R"({"param":[{"grup":"cloudquery","context":"cloudad"}]})");
         }
+        ExitNormally();
+    };
+
+    EXPECT_EXIT(work(), testing::ExitedWithCode(0), "");
+}
+
+TEST_F(UnloadTest, AChildOfForkThatExitsEndsNormallyAndLeavesItsParentRunning) {
+    const auto work = [this] {
+        Library library;
+        library->pfnSetOpt(static_cast<IMsgRouter*>(&m_router));
+        (void)library->pfnStart();
+        const pid_t nChild = fork();
+        if (nChild == 0) {
+            (void)alarm(30);  // one that hangs ends too
+            std::exit(0);
+        }
+        int nStatus = -1;
+        EXPECT_EQ(nChild, waitpid(nChild, &nStatus, 0));
+        EXPECT_EQ(0, nStatus);
+        EXPECT_TRUE(m_router.Deliver(20002, "still there"));
+        EXPECT_EQ(0, library->pfnStop());
         ExitNormally();
     };
 

@@ -1,5 +1,7 @@
 #include "tevmon/core/CTevMonPlugin.h"
 
+#include <unistd.h>
+
 #include <atomic>
 #include <new>
 
@@ -27,6 +29,7 @@ constexpr int LINE_STOP = 64;
 constexpr int TEARDOWN_WAIT_MS = 2000;  // for host threads that are still inside at exit
 
 CTevMonPlugin* s_pPlugin = nullptr;
+std::atomic<pid_t> s_nProcess{0};     // the one that has the threads
 std::atomic<bool> s_bStarted{false};  // once is enough: there may be threads to stop
 
 }  // namespace
@@ -56,7 +59,7 @@ void CTevMonPlugin::zkp_setopt(IMsgRouter* pRouter) {
         return;
     }
     // The host's threads may come in from here on, whether a start follows or not.
-    utils::SingletonTeardown::SetHook(&TearDown);
+    PrepareTearDown();
     pHolder->SetRouter(pRouter);
     Guid identity = {};
     ParseGuid(MODULE_IDENTITY, &identity);
@@ -75,7 +78,7 @@ int32_t CTevMonPlugin::zkp_start() {
     // The getstatus text, on purpose; log filters know it so.
     LogPrint(LOG_TRACE, SOURCE, "zkp_start", LINE_START, "[CTevMonPlugin] zkp_getstatus...");
     CTevModuleReference::Take();
-    utils::SingletonTeardown::SetHook(&TearDown);
+    PrepareTearDown();
     s_bStarted.store(true);
     (void)m_timer.Start(CThread::PriorityNormal);
     CTevCloudCachoMgr* pCache = CTevCloudCachoMgr::Instance();
@@ -115,7 +118,16 @@ bool CTevMonPlugin::StopThreads() {
            (pCache == nullptr || !pCache->isJoinable());
 }
 
+void CTevMonPlugin::PrepareTearDown() {
+    s_nProcess.store(getpid());
+    utils::SingletonTeardown::SetHook(&TearDown);
+}
+
 bool CTevMonPlugin::TearDown() {
+    if (getpid() != s_nProcess.load()) {
+        // A child of fork that exits: it has no thread to join, and others' locks stay locked.
+        return false;
+    }
     // Without a start it must not bring up what it would stop.
     const bool bStopped = s_pPlugin == nullptr || !s_bStarted.load() || s_pPlugin->StopThreads();
     return CTevCallGate::Shut(TEARDOWN_WAIT_MS) && bStopped;

@@ -29,6 +29,7 @@ private:
     bool StopThreads();
     // What runs before the first singleton is destroyed.
     static bool TearDown();
+    static void PrepareTearDown();  // in this process
 
     CTevMonIpcRecever m_recever;
     CTevMonTimer m_timer;  // after the receiver, so it is destroyed first
