@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <exception>
 #include <memory>
+#include <mutex>
 #include <new>
 #include <utility>
 
@@ -21,18 +22,32 @@ constexpr size_t SHA1_SIZE = 20;
 // hashing a small file. In a library context of their own neither the host's OpenSSL
 // configuration (one that allows no MD5, say) nor OpenSSL's clean-up at exit touches them.
 struct Algorithms {
-    const EVP_MD* pMd5 = nullptr;
-    const EVP_MD* pSha1 = nullptr;
+    OSSL_LIB_CTX* pLibrary = nullptr;
+    EVP_MD* pMd5 = nullptr;
+    EVP_MD* pSha1 = nullptr;
 };
 
-const Algorithms& FetchedAlgorithms() {
-    static const Algorithms s_algorithms = [] {
-        OSSL_LIB_CTX* pLibrary = OSSL_LIB_CTX_new();
-        return pLibrary == nullptr ? Algorithms()
-                                   : Algorithms{EVP_MD_fetch(pLibrary, "MD5", nullptr),
-                                                EVP_MD_fetch(pLibrary, "SHA1", nullptr)};
-    }();
-    return s_algorithms;
+// Both, or neither when memory is short; then the next call tries again.
+Algorithms FetchedAlgorithms() {
+    static std::mutex s_mutex;  // constant-initialised, trivially destroyed
+    static Algorithms s_algorithms;
+    const std::lock_guard<std::mutex> lock(s_mutex);
+    Algorithms& a = s_algorithms;
+    if (a.pLibrary != nullptr) {
+        return a;
+    }
+    a.pLibrary = OSSL_LIB_CTX_new();
+    if (a.pLibrary != nullptr) {
+        a.pMd5 = EVP_MD_fetch(a.pLibrary, "MD5", nullptr);
+        a.pSha1 = EVP_MD_fetch(a.pLibrary, "SHA1", nullptr);
+    }
+    if (a.pMd5 == nullptr || a.pSha1 == nullptr) {
+        EVP_MD_free(a.pMd5);
+        EVP_MD_free(a.pSha1);
+        OSSL_LIB_CTX_free(a.pLibrary);
+        a = Algorithms();
+    }
+    return a;
 }
 
 // What one call works with: both digests and the block read last. Made for each call: that is cheap
@@ -49,7 +64,7 @@ public:
     CHashKit& operator=(const CHashKit&) = delete;
 
     bool Begin() {
-        const Algorithms& algorithms = FetchedAlgorithms();
+        const Algorithms algorithms = FetchedAlgorithms();
         return algorithms.pMd5 != nullptr && algorithms.pSha1 != nullptr && m_pMd5 != nullptr &&
                m_pSha1 != nullptr && EVP_DigestInit_ex2(m_pMd5, algorithms.pMd5, nullptr) == 1 &&
                EVP_DigestInit_ex2(m_pSha1, algorithms.pSha1, nullptr) == 1;

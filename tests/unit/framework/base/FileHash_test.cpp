@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <grp.h>
 #include <gtest/gtest.h>
+#include <openssl/crypto.h>
 #include <sys/inotify.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -15,6 +16,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <functional>
@@ -447,6 +449,36 @@ TEST_F(FileHashTest, SeveralThreadsHashAtOnce) {
     }
 
     EXPECT_EQ(400, nRight);
+}
+
+// OpenSSL's memory, which a test can take away.
+bool s_bNoMemory = false;
+
+void* Allocate(size_t nBytes, const char*, int) {
+    return s_bNoMemory ? nullptr : malloc(nBytes);
+}
+void* Reallocate(void* pOld, size_t nBytes, const char*, int) {
+    return s_bNoMemory ? nullptr : realloc(pOld, nBytes);
+}
+void Free(void* pMemory, const char*, int) {
+    free(pMemory);
+}
+
+TEST_F(FileHashTest, AFirstCallWithoutMemoryDoesNotKeepLaterOnesFromHashing) {
+    const std::string strAbc = m_dir.WriteFile("abc", "abc");
+    const auto work = [&] {
+        // Only a process in which OpenSSL has not worked yet lets its memory be replaced.
+        EXPECT_EQ(1, CRYPTO_set_mem_functions(Allocate, Reallocate, Free));
+        EXPECT_EQ(1, OPENSSL_init_crypto(0, nullptr));
+        s_bNoMemory = true;
+        ExpectNoHash(strAbc);
+        s_bNoMemory = false;
+        ExpectHash(strAbc, ABC_MD5, ABC_SHA1);
+        _exit(HasFailure() ? 1 : 0);
+    };
+    GTEST_FLAG_SET(death_test_style, "threadsafe");  // in a fresh process
+
+    EXPECT_EXIT(work(), testing::ExitedWithCode(0), "");
 }
 
 }  // namespace
