@@ -2,6 +2,31 @@
 
 #include <json/reader.h>
 
+#include <cstddef>
+
+namespace {
+
+// What collecting comments may cost: for each, the reader looks back as far as the last value.
+constexpr size_t LOOK_BACK_LIMIT = size_t{256} * 1024 * 1024;
+
+// False for a text whose comments could cost their number times its length. Nobody here reads
+// comments, and collecting them does not change what is accepted or what it means.
+bool MayCollectComments(const std::string& strText) {
+    const size_t nMost = LOOK_BACK_LIMIT / strText.size();
+    if (strText.size() / 2 <= nMost) {
+        return true;  // there is no room for more
+    }
+    size_t nComments = 0;
+    for (size_t n = strText.find('/'); n != std::string::npos && nComments <= nMost;
+         n = strText.find('/', n + 1)) {
+        const char cNext = strText[n + 1];  // the NUL behind the text at its end
+        nComments += cNext == '*' || cNext == '/' ? 1 : 0;
+    }
+    return nComments <= nMost;
+}
+
+}  // namespace
+
 bool ParseJsonText(const std::string& strText, Json::Value& jsonRoot) {
     if (strText.empty()) {
         return false;
@@ -12,7 +37,7 @@ bool ParseJsonText(const std::string& strText, Json::Value& jsonRoot) {
         Json::Reader reader;
 #pragma GCC diagnostic pop
         // Its error text is never asked for: building it reads out of bounds for some texts.
-        return reader.parse(strText, jsonRoot, true);
+        return reader.parse(strText, jsonRoot, MayCollectComments(strText));
     } catch (...) {
         return false;  // nested deeper than the library goes, or out of memory
     }

@@ -51,6 +51,29 @@ TEST(ParseJsonTextTest, CommentsAreAllowed) {
     EXPECT_EQ(1, JsonInt(json, "a"));
 }
 
+TEST(ParseJsonTextTest, CommentsAreCollected) {
+    EXPECT_TRUE(Parsed("[1/*one*/]")[0].hasComment(Json::commentAfterOnSameLine));
+}
+
+TEST(ParseJsonTextTest, AMillionCommentsOnOneLineCostNoMoreThanTheirText) {
+    std::string strText = "{\"param\":[1]";
+    for (int i = 0; i < 1000000; ++i) {
+        strText += "/**/";
+    }
+    strText += "}";
+
+    EXPECT_EQ(1, Parsed(strText)["param"][0].asInt());  // hours, were they collected
+}
+
+TEST(ParseJsonTextTest, AFewCommentsInALargeTextAreCollected) {
+    const std::string strText =
+        "[\"" + std::string(1000000, '/') + " " + std::string(1000000, 'x') + "\",1/*one*/]";
+    const std::string strPlain = "[\"" + std::string(4000000, 'x') + "\",1/*one*/]";
+
+    EXPECT_EQ(1, Parsed(strText)[1].asInt());  // slashes inside a text are no comments
+    EXPECT_TRUE(Parsed(strPlain)[1].hasComment(Json::commentAfterOnSameLine));
+}
+
 TEST(ParseJsonTextTest, WhatIsNotJsonIsRefusedAndSaysNothing) {
     const StdoutCapture output;
     Json::Value json;
