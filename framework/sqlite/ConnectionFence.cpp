@@ -2,6 +2,7 @@
 
 #include <sqlite3.h>
 
+#include <chrono>
 #include <cstring>
 
 namespace {
@@ -13,7 +14,35 @@ bool IsAutomaticIndex(const char* pszName) {
     return pszName != nullptr && strncmp(pszName, PREFIX, sizeof(PREFIX) - 1) == 0;
 }
 
-int Authorize(void*, int nAction, const char* pszFirst, const char*, const char*, const char*) {
+// What one call of them may cost is out of proportion to the text that it stands in, so that no
+// count of steps bounds it.
+constexpr const char* UNBOUNDED_FUNCTIONS[] = {
+    "format", "glob",       "hex",     "instr", "like", "ltrim",    "printf",
+    "quote",  "randomblob", "replace", "rtrim", "trim", "zeroblob",
+};
+
+bool IsUnbounded(const char* pszFunction) {
+    for (const char* pszUnbounded : UNBOUNDED_FUNCTIONS) {
+        if (sqlite3_stricmp(pszFunction, pszUnbounded) == 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::chrono::seconds STEP_LIMIT(1);
+constexpr int INSTRUCTIONS_BETWEEN_LOOKS = 100;  // a change of one row has fewer and is never ended
+
+thread_local Clock::time_point t_stepEnd;  // without a destructor
+
+int IsStepTooLong(void*) {
+    return Clock::now() > t_stepEnd ? 1 : 0;
+}
+
+int Authorize(void*, int nAction, const char* pszFirst, const char* pszSecond, const char*,
+              const char*) {
     switch (nAction) {
         case SQLITE_SELECT:
         case SQLITE_READ:
@@ -22,8 +51,9 @@ int Authorize(void*, int nAction, const char* pszFirst, const char*, const char*
         case SQLITE_DELETE:
         case SQLITE_TRANSACTION:
         case SQLITE_CREATE_TABLE:
-        case SQLITE_FUNCTION:
             return SQLITE_OK;
+        case SQLITE_FUNCTION:
+            return IsUnbounded(pszSecond) ? SQLITE_DENY : SQLITE_OK;
         case SQLITE_CREATE_INDEX:
             return IsAutomaticIndex(pszFirst) ? SQLITE_OK : SQLITE_DENY;
         case SQLITE_PRAGMA:
@@ -58,5 +88,10 @@ int FenceConnection(sqlite3* pDB) {
     sqlite3_limit(pDB, SQLITE_LIMIT_ATTACHED, 0);
     sqlite3_extended_result_codes(pDB, 0);
     sqlite3_busy_timeout(pDB, 0);
+    sqlite3_progress_handler(pDB, INSTRUCTIONS_BETWEEN_LOOKS, IsStepTooLong, nullptr);
     return sqlite3_set_authorizer(pDB, Authorize, nullptr);
+}
+
+void BeginFencedStep() {
+    t_stepEnd = Clock::now() + STEP_LIMIT;
 }

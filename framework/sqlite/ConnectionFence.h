@@ -6,6 +6,10 @@
 // statement is prepared, with code 23 (some as a connection's very first statement with 17): other
 // databases (ATTACH, DETACH, VACUUM), other pragmas, temporary tables, indexes, views, triggers,
 // virtual tables, DROP, ALTER, REINDEX, ANALYZE, savepoints and recursive queries.
+//
+// What passes also ends. Functions whose one call could take hours are refused with code 1: those
+// that search, trim, replace, pad and multiply texts. A step that goes on for more than a second
+// and a hundred instructions of SQLite's machine ends with code 9.
 #ifndef FRAMEWORK_SQLITE_CONNECTIONFENCE_H
 #define FRAMEWORK_SQLITE_CONNECTIONFENCE_H
 
@@ -14,5 +18,8 @@ struct sqlite3;
 // Fences an open connection: the rules above, no busy time-out, primary result codes, no attached
 // databases, and SQLite's defensive settings. Returns 0 or SQLite's code. Nothing throws.
 int FenceConnection(sqlite3* pDB);
+
+// Called before every step of a statement, on the thread that makes the step.
+void BeginFencedStep();
 
 #endif

@@ -40,6 +40,7 @@ private:
 
 // True when a row came, false at the end.
 bool Step(sqlite3_stmt* pStmt) {
+    BeginFencedStep();
     const int nResult = sqlite3_step(pStmt);
     if (nResult != SQLITE_ROW && nResult != SQLITE_DONE) {
         ThrowLast(sqlite3_db_handle(pStmt), nResult);

@@ -124,6 +124,18 @@ constexpr FenceCase REFUSED[] = {
     {"delete from sqlite_master", 1},
     {"select load_extension('x')", 1},
     {"select fts3_tokenizer('simple', x'4141414141414141')", 1},
+    // What one call could spend hours in.
+    {"select instr('a', 'b')", 1},
+    {"select 'a' like '%a%'", 1},
+    {"select 'a' glob '*a*'", 1},
+    {"select Replace('a', 'a', 'bb')", 1},
+    {"select trim('a', 'b'), ltrim('a', 'b'), rtrim('a', 'b')", 1},
+    {"select zeroblob(1)", 1},
+    {"select randomblob(1)", 1},
+    {"select hex('a')", 1},
+    {"select quote('a')", 1},
+    {"select printf('%9d', 1)", 1},
+    {"select format('%9d', 1)", 1},
 };
 INSTANTIATE_TEST_SUITE_P(Refused, ConnectionFenceTest, ::testing::ValuesIn(REFUSED));
 
@@ -151,6 +163,30 @@ TEST_F(ConnectionFenceTest, AHostileKeyInALookupReachesNoOtherDatabase) {
     for (const char* pszKey : keys) {
         EXPECT_EQ(1, CodeOf((strHead + pszKey + "'").c_str())) << pszKey;
     }
+}
+
+TEST_F(ConnectionFenceTest, AHostileKeyWhoseLookupWouldTakeYearsIsEnded) {
+    const std::string strLookup =
+        "select * from t  where a = 'x' or (with n(i) as (values(1),(2),(3),(4),(5),(6),(7),(8)) "
+        "select sum(n.i) from n, n b, n c, n d, n e, n f, n g, n h, n j, n k, n l, n m, n o) or "
+        "'x'='y'";
+
+    EXPECT_EQ(9, CodeOf(strLookup.c_str()));
+
+    EXPECT_EQ(0, CodeOf("select * from t"));
+    EXPECT_EQ(0, CodeOf("insert into t values(5, 6)"));
+}
+
+TEST_F(ConnectionFenceTest, AStatementOverManyRowsMayTakeItsInstructions) {
+    std::string strInsert = "insert into t values(0, 0)";
+    for (int i = 0; i < 400; ++i) {
+        strInsert += ",(1, 2)";
+    }
+    m_db.execDML(strInsert.c_str());
+
+    EXPECT_EQ(
+        402 * 402,
+        m_db.execQuery("select count(*) as n from t, t b where t.a + b.a >= 0").getIntField("n"));
 }
 
 TEST_F(ConnectionFenceTest, LoadingAnExtensionIsNotEvenTried) {
