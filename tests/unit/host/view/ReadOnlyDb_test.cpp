@@ -8,6 +8,7 @@
 #include <atomic>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 #include <thread>
 
 #include "tests/support/TestDir.h"
@@ -36,8 +37,10 @@ protected:
 };
 
 std::string ReadWhole(const std::string& strFile) {
-    std::ifstream stream(strFile, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(stream), {});
+    const std::ifstream stream(strFile, std::ios::binary);
+    std::ostringstream content;
+    content << stream.rdbuf();
+    return content.str();
 }
 
 }  // namespace
