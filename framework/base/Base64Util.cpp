@@ -54,18 +54,21 @@ std::string Base64Util::Base64Decode(const std::string& strText) {
     std::string strData(strText.size() / 4 * 3 + 3, '\0');
     size_t nWritten = 0;
     size_t nRead = 0;
-    // Four characters of the alphabet at a time, as far as nothing else stands among them.
-    for (; nRead + 4 <= strText.size(); nRead += 4) {
-        const uint32_t nFirst = ValueOf(strText[nRead]);
-        const uint32_t nSecond = ValueOf(strText[nRead + 1]);
-        const uint32_t nThird = ValueOf(strText[nRead + 2]);
-        const uint32_t nFourth = ValueOf(strText[nRead + 3]);
+    // Four characters of the alphabet at a time, as far as nothing else stands among them. Written
+    // through a pointer of its own: a char may alias the text's, which would be read each time.
+    const char* const pText = strText.data();
+    char* const pData = strData.data();
+    for (const size_t nEnd = strText.size(); nRead + 4 <= nEnd; nRead += 4) {
+        const uint32_t nFirst = ValueOf(pText[nRead]);
+        const uint32_t nSecond = ValueOf(pText[nRead + 1]);
+        const uint32_t nThird = ValueOf(pText[nRead + 2]);
+        const uint32_t nFourth = ValueOf(pText[nRead + 3]);
         if (((nFirst | nSecond | nThird | nFourth) & NOT_A_SEXTET) != 0) {
             break;
         }
-        strData[nWritten++] = static_cast<char>(nFirst << 2 | nSecond >> 4);
-        strData[nWritten++] = static_cast<char>(nSecond << 4 | nThird >> 2);
-        strData[nWritten++] = static_cast<char>(nThird << 6 | nFourth);
+        pData[nWritten++] = static_cast<char>(nFirst << 2 | nSecond >> 4);
+        pData[nWritten++] = static_cast<char>(nSecond << 4 | nThird >> 2);
+        pData[nWritten++] = static_cast<char>(nThird << 6 | nFourth);
     }
     uint32_t nBits = 0;  // the sextets not written yet, at most three
     int nSextets = 0;
