@@ -28,11 +28,13 @@ void AddRunOptions(CLI::App& command, const std::shared_ptr<RunArguments>& pArgu
                     "List of programs to block (sha1sum, md5sum, .hdb or .hsb); repeatable")
         ->type_name("LIST")
         ->expected(1)
+        ->allow_extra_args(false)  // what follows the list is a place
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     command
         .add_option("--allow", run.allowLists, "List of programs to allow, likewise; repeatable")
         ->type_name("LIST")
         ->expected(1)
+        ->allow_extra_args(false)  // what follows the list is a place
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     command.add_flag("--no-packages", pArguments->bNoPackages,
                      "Do not ask the package database of this machine");

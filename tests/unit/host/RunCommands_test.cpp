@@ -87,3 +87,11 @@ TEST_F(RunCommandsTest, ABlockListGoesBeforeAnAllowListForTheSameProgram) {
         << m_host.Output();
     EXPECT_NE(std::string::npos, m_host.ModuleCalls().find("\"result\":\"70\""));
 }
+
+TEST_F(RunCommandsTest, APlaceAfterAListIsAPlace) {
+    const std::string strList = m_dir.WriteFile("list", "# nothing\n");
+    m_dir.WriteFile("bin/a", "#!/bin/sh\n", 0755);
+
+    EXPECT_EQ(0, Run({"scan", "--no-packages", "--allow", strList, "--block", strList,
+                      m_dir.Path() + "/bin"}));
+}
