@@ -34,7 +34,9 @@ inline std::string FakeModule(const std::string& strKind) {
 
 inline std::string FileText(const std::string& strPath) {
     std::ifstream file(strPath, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    std::ostringstream text;
+    text << file.rdbuf();
+    return text.str();
 }
 
 class HostProgram {
