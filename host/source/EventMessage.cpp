@@ -37,14 +37,23 @@ bool IsUsable(const std::string& strBody, uint64_t& nCopies, uint64_t& nEvents,
 }
 
 std::string ProcessCreations(const std::vector<std::string>& paths) {
-    std::string strElements;
+    std::vector<Creation> creations;
     for (const std::string& strPath : paths) {
-        const std::string strQuoted = text::JsonQuote(strPath, text::BAD_BYTES_KEEP);
+        creations.push_back({strPath, strPath, 0});
+    }
+    return CreationsOf(creations);
+}
+
+std::string CreationsOf(const std::vector<Creation>& creations) {
+    std::string strElements;
+    for (const Creation& creation : creations) {
         JsonObject element;
         if (strElements.empty()) {
             element.Add("grup", "cloudquery").Add("context", "cloudad");
         }
-        element.AddJson("path", strQuoted).AddJson("cmd", strQuoted).Add("pid", 0);
+        element.AddJson("path", text::JsonQuote(creation.strPath, text::BAD_BYTES_KEEP));
+        element.AddJson("cmd", text::JsonQuote(creation.strCommand, text::BAD_BYTES_KEEP));
+        element.Add("pid", static_cast<uint64_t>(creation.nPid));
         strElements += (strElements.empty() ? "" : ",") + element.Text();
     }
     return strElements.empty() ? "" : "{\"param\":[" + strElements + "]}";

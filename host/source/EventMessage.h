@@ -23,6 +23,14 @@ bool IsUsable(const std::string& strBody, uint64_t& nCopies, uint64_t& nEvents,
 // stand in it byte for byte, also where they are not UTF-8. "" for no paths.
 std::string ProcessCreations(const std::vector<std::string>& paths);
 
+struct Creation {
+    std::string strPath;
+    std::string strCommand;
+    uint32_t nPid = 0;
+};
+// Likewise, with the command line and the number of each process.
+std::string CreationsOf(const std::vector<Creation>& creations);
+
 }  // namespace event_message
 
 #endif

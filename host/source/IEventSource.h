@@ -42,7 +42,8 @@ public:
     virtual bool Start(std::string& strError) = 0;
     // The next batch, waiting for it at most that long.
     virtual SourceResult Next(EventBatch& batch, std::chrono::milliseconds wait) = 0;
-    // Makes Next answer SOURCE_END from its next call on, at the latest.
+    // Makes Next answer SOURCE_END from its next call on; a live source first hands out what it had
+    // sensed until then, without waiting.
     virtual void Stop() = 0;
     virtual SourceCounters Counters() const = 0;
     virtual std::string Name() const = 0;  // for people

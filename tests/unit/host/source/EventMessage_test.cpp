@@ -82,3 +82,9 @@ TEST(EventMessageTest, AnyFileNameComesBackByteForByte) {
 
     EXPECT_EQ(strPath, jsonRoot["param"][0]["path"].asString());
 }
+
+TEST(EventMessageTest, ACreationHasItsCommandLineAndItsNumber) {
+    EXPECT_EQ(R"({"param":[{"grup":"cloudquery","context":"cloudad","path":"/a","cmd":"a \"b\"",)"
+              R"("pid":4711}]})",
+              event_message::CreationsOf({{"/a", "a \"b\"", 4711}}));
+}

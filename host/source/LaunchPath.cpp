@@ -1,0 +1,92 @@
+#include "host/source/LaunchPath.h"
+
+#include <sys/sysmacros.h>
+
+#include <algorithm>
+#include <iterator>
+
+namespace {
+
+// The names by which the module knows interpreters.
+constexpr const char* INTERPRETERS[] = {"bash", "dash", "python", "python2", "python3", "php"};
+
+// Names that mean a file of whoever opens them.
+constexpr const char* OWN_PLACES[] = {"/dev/fd/", "/dev/std", "/proc/self/", "/proc/thread-self/"};
+
+// File systems whose stat names another device than the kernel's own records do.
+constexpr uint64_t MAGIC_OVERLAY = 0x794c7630;
+constexpr uint64_t MAGIC_BTRFS = 0x9123683e;
+
+bool IsExecuted(const struct stat& status, const LaunchEvent& event) {
+    if (!S_ISREG(status.st_mode) || status.st_ino != event.nInode) {
+        return false;
+    }
+    const uint32_t nMajor = event.nDevice >> 20;
+    const uint32_t nMinor = event.nDevice & 0xfffff;
+    if (major(status.st_dev) == nMajor && minor(status.st_dev) == nMinor) {
+        return true;
+    }
+    return event.nMagic == MAGIC_OVERLAY || event.nMagic == MAGIC_BTRFS;
+}
+
+bool Names(const std::string& strPath, const LaunchEvent& event, const FileLook& fnLook) {
+    struct stat status = {};
+    return !strPath.empty() && fnLook(strPath, status) && IsExecuted(status, event);
+}
+
+bool IsInterpreter(const std::string& strPath) {
+    const std::string strName = strPath.substr(strPath.rfind('/') + 1);
+    return std::find(std::begin(INTERPRETERS), std::end(INTERPRETERS), strName) !=
+           std::end(INTERPRETERS);
+}
+
+// "" when there is none, or when it means another file here than there.
+std::string Absolute(std::string strName, const LaunchEvent& event) {
+    if (strName.empty()) {
+        return "";
+    }
+    if (strName[0] == '/') {
+        for (const char* const pszPlace : OWN_PLACES) {
+            if (strName.rfind(pszPlace, 0) == 0) {
+                return "";
+            }
+        }
+        return event.strRoot + strName;
+    }
+    while (strName.rfind("./", 0) == 0) {
+        strName.erase(0, strName.find_first_not_of('/', 2));
+    }
+    return event.strDirectory + "/" + strName;
+}
+
+}  // namespace
+
+LaunchPath ChooseLaunchPath(const LaunchEvent& event, const FileLook& fnLook) {
+    const std::string& strName = event.strInterp.empty() ? event.strName : event.strInterp;
+    const std::string strInvoked = Absolute(strName, event);
+    const bool bInvoked = Names(strInvoked, event, fnLook);
+    const bool bBetter = IsInterpreter(event.strPath) && !IsInterpreter(strInvoked);
+    if (bInvoked && !bBetter) {
+        return {strInvoked, LAUNCH_PATH_INVOKED};
+    }
+    if (Names(event.strPath, event, fnLook)) {
+        return {event.strPath, LAUNCH_PATH_RESOLVED};
+    }
+    if (bInvoked) {
+        return {strInvoked, LAUNCH_PATH_INVOKED};
+    }
+    const std::string strProc = "/proc/" + std::to_string(event.nPid) + "/exe";
+    if (Names(strProc, event, fnLook)) {
+        return {strProc, LAUNCH_PATH_PROC};
+    }
+    return {};
+}
+
+std::string ScriptPath(const LaunchEvent& event, uint32_t nOwnMountNs, const FileLook& fnLook) {
+    if (event.strInterp.empty() || event.nMountNs != nOwnMountNs || !event.strRoot.empty()) {
+        return "";
+    }
+    const std::string strPath = Absolute(event.strName, event);
+    struct stat status = {};
+    return !strPath.empty() && fnLook(strPath, status) && S_ISREG(status.st_mode) ? strPath : "";
+}

@@ -1,0 +1,122 @@
+// The programs that start on this machine, as the kernel tells them, in batches.
+//
+// Threads: as IEventSource; the observer is called on the thread that calls Start and Next.
+// Errors: Start's text says what is missing. A launch that cannot be told is told the observer.
+// Ownership: owns the sensor; the observer must outlive it.
+//
+// Memory is bounded: what is not in the batch in the making stays in the kernel's ring, and what
+// finds no room there is counted as lost.
+#ifndef HOST_SOURCE_LAUNCHSOURCE_H
+#define HOST_SOURCE_LAUNCHSOURCE_H
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/source/EventMessage.h"
+#include "host/source/IEventSource.h"
+#include "host/source/ILaunchSensor.h"
+#include "host/source/LaunchPath.h"
+#include "host/source/StarterTable.h"
+
+struct Launch {
+    event_message::Creation creation;
+    std::string strStarter;  // path of the program that started it, "" when nobody knows
+    LaunchPathOrigin eOrigin = LAUNCH_PATH_NONE;
+    bool bScript = false;  // told beside its interpreter's launch
+    bool bArgsCut = false;
+};
+
+struct LaunchCounters {
+    uint64_t nSensed = 0;        // launches that the kernel had, the lost ones included
+    uint64_t nLost = 0;          // of these: no record
+    uint64_t nBroken = 0;        // of these: a record that is none
+    uint64_t nOwn = 0;           // of these: the host's own process
+    uint64_t nUnresolvable = 0;  // of these: no path names the file
+    uint64_t nPrograms = 0;      // of these: told
+    uint64_t nScripts = 0;       // told in addition
+    uint64_t nBatched = 0;       // programs and scripts in the batch in the making
+    uint64_t nScriptsUntold = 0;
+    uint64_t nArgsCut = 0;
+    uint64_t nArgsUnreadable = 0;
+    uint64_t nOthersLost = 0;  // copies and ends of processes: starters may be unknown
+
+    // Sensed, and neither told nor counted for a reason.
+    uint64_t Waiting() const {
+        const uint64_t nKnown = nLost + nBroken + nOwn + nUnresolvable + nPrograms;
+        return nSensed > nKnown ? nSensed - nKnown : 0;
+    }
+};
+
+class ILaunchObserver {
+public:
+    virtual ~ILaunchObserver() = default;
+    virtual void OnLaunch(const Launch& launch) = 0;
+    virtual void OnUnresolvable(const LaunchEvent& event) = 0;
+    // nLost launches more were lost, nTotal since the start.
+    virtual void OnLost(uint64_t nLost, uint64_t nTotal) = 0;
+    // The batch that Next is about to hand out and the paths in it.
+    virtual void OnBatch(const EventBatch& batch, std::vector<std::string> paths) = 0;
+    virtual void OnCounters(const LaunchCounters& counters) = 0;
+};
+
+struct LaunchSourceOptions {
+    size_t nMostLaunches = 256;                // in one batch
+    size_t nMostBytes = 1024 * 1024;           // of paths and command lines, passed by one at most
+    std::chrono::milliseconds batchTime{200};  // from its first launch until it is handed out
+    std::chrono::milliseconds look{15};        // between two looks into the ring
+    std::chrono::milliseconds announce{1000};  // between two announcements of losses
+    FileLook fnLook;                           // stat, unless a test brings its own
+    std::optional<uint32_t> nMountNs;          // the host's, unless a test brings its own
+};
+
+class LaunchSource : public IEventSource {
+public:
+    LaunchSource(std::unique_ptr<ILaunchSensor> pSensor, ILaunchObserver& observer,
+                 LaunchSourceOptions options = {});
+    ~LaunchSource() override;
+
+    LaunchSource(const LaunchSource&) = delete;
+    LaunchSource& operator=(const LaunchSource&) = delete;
+
+    bool Start(std::string& strError) override;
+    SourceResult Next(EventBatch& batch, std::chrono::milliseconds wait) override;
+    void Stop() override;
+    SourceCounters Counters() const override { return m_counters; }
+    std::string Name() const override { return "the kernel of this machine"; }
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    void Look();
+    bool TakeRecord(const void* pData, size_t nSize);
+    void TakeExec(const LaunchEvent& event);
+    void TakeScript(const LaunchEvent& event, const Launch& launch);
+    void Add(Launch launch);
+    bool IsFull() const;
+    void TakeCounts(bool bLast);
+    void HandOut(EventBatch& batch);
+    SourceResult Rest(EventBatch& batch);
+
+    const std::unique_ptr<ILaunchSensor> m_pSensor;
+    ILaunchObserver& m_observer;
+    LaunchSourceOptions m_options;
+    const uint32_t m_nOwnPid;
+    int m_nWake = -1;  // an eventfd that Stop writes
+    std::atomic<bool> m_bStopped{false};
+    bool m_bDetached = false;
+    StarterTable m_starters;
+    std::vector<event_message::Creation> m_batch;  // in the making
+    size_t m_nBatchBytes = 0;
+    Clock::time_point m_batchDue;
+    uint64_t m_nAnnounced = 0;  // losses
+    Clock::time_point m_announceDue;
+    LaunchCounters m_launches;
+    SourceCounters m_counters;
+};
+
+#endif
