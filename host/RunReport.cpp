@@ -155,6 +155,13 @@ void RunReport::OnDelivered(const EventBatch& batch, uint32_t nResult) {
     }
 }
 
+RunCounters RunReport::TotalCounters() const {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    RunCounters total = m_total;
+    total.Add(m_counters);
+    return total;
+}
+
 RunCounters RunReport::PassCounters() const {
     const std::lock_guard<std::mutex> lock(m_mutex);
     return m_counters;

@@ -43,14 +43,15 @@ class RunReport : public ICloudObserver, public IModuleLogObserver, public IEndp
 public:
     RunReport(Output& output, const GlobalOptions& options);
 
-    void Begin(const std::string& strModule);
+    virtual void Begin(const std::string& strModule);
     void BeginPass(const PassInfo& pass);
     void EndPass(bool bDrained);
-    void Summary(const RunEnd& end);
+    virtual void Summary(const RunEnd& end);
+    virtual void Balance() {}  // the user asked for it in the middle of the run
     void Progress(const std::string& strDoing);
 
     void OnRemark(uint64_t nNumber, const std::string& strText);
-    void OnDelivered(const EventBatch& batch, uint32_t nResult);
+    virtual void OnDelivered(const EventBatch& batch, uint32_t nResult);
     RunCounters PassCounters() const;
 
     void OnQuery(const CloudQuery& query, QueryFate eFate, const Verdict& verdict) override;
@@ -59,13 +60,16 @@ public:
     std::string OnMessage(const Guid& sender, int64_t nMsgType,
                           const std::string& strBody) override;
 
-private:
+protected:
     void CountQuery(const CloudQuery& query, QueryFate eFate, const Verdict& verdict);
     void WriteQueryJson(const CloudQuery& query, QueryFate eFate, const Verdict& verdict);
-    void WriteQueryLine(const CloudQuery& query, QueryFate eFate, const Verdict& verdict);
+    virtual void WriteQueryLine(const CloudQuery& query, QueryFate eFate, const Verdict& verdict);
+    RunCounters TotalCounters() const;  // of all passes
 
     Output& m_output;
     const GlobalOptions& m_options;
+
+private:
     PassInfo m_pass;
     RunCounters::Clock::time_point m_passBegun;
     RunCounters::Clock::time_point m_runBegun;

@@ -29,10 +29,18 @@ constexpr milliseconds LAST_ANSWERS(2000);  // for messages under way when the m
 constexpr milliseconds QUEUE_STILL(30000);  // a queue that stands still this long is remarked
 constexpr int UNREADABLE_LOOKS = 40;        // in a row: the queue cannot be read
 
+steady_clock::time_point After(double dSeconds) {
+    return steady_clock::now() + std::chrono::duration_cast<steady_clock::duration>(
+                                     std::chrono::duration<double>(dSeconds));
+}
+
 }  // namespace
 
 RunSession::RunSession(const GlobalOptions& global, RunOptions options)
-    : m_global(global), m_options(std::move(options)), m_report(m_output, m_global) {}
+    : m_global(global),
+      m_options(std::move(options)),
+      m_pReport(m_options.fnMakeReport ? m_options.fnMakeReport(m_output, m_global, m_service)
+                                       : std::make_unique<RunReport>(m_output, m_global)) {}
 
 int RunSession::Fail(int nExitCode, const std::string& strError) {
     m_output.Error("tevmon-host: " + text::ForTerminal(strError));
@@ -44,8 +52,11 @@ int RunSession::Run() {
     m_output.TakeStandardOutput();
     m_pass.nPasses = m_options.nPasses;
     m_pass.strUnit = m_options.strUnit;
-    if (!LoadVerdicts() || !StartSource()) {
+    if (!LoadVerdicts()) {
         return EXIT_CODE_INPUT;
+    }
+    if (!StartSource()) {
+        return m_options.nNoSourceCode;
     }
     StateDir stateDir;
     std::string strError;
@@ -93,12 +104,12 @@ bool RunSession::LoadVerdicts() {
 
 bool RunSession::StartSource() {
     m_pSource = m_options.fnMakeSource([this](uint64_t nNumber, const std::string& strText) {
-        m_report.OnRemark(nNumber, strText);
+        m_pReport->OnRemark(nNumber, strText);
     });
     m_pass.strName = m_pSource->Name();
     std::string strError;
     if (!m_pSource->Start(strError)) {
-        (void)Fail(EXIT_CODE_INPUT, strError);
+        (void)Fail(m_options.nNoSourceCode, strError);
         return false;
     }
     return true;
@@ -108,21 +119,20 @@ int RunSession::RunModule() {
     const std::string strModule =
         m_global.strModule.empty() ? PluginLoader::DefaultPath() : m_global.strModule;
     AnsweredKeys keys(m_global.CacheDatabase());  // reads the cache while nobody works with it
-    ModuleLog log(m_output, m_report, m_global.nLogLevel);
+    ModuleLog log(m_output, *m_pReport, m_global.nLogLevel);
     std::string strError;
     if (!m_loader.Load(strModule, strError)) {
         return Fail(EXIT_CODE_MODULE, strError);
     }
     m_pRouter = std::make_unique<Router>();
-    CloudEndpoint cloud(*m_pRouter, m_service, keys, m_report);
+    CloudEndpoint cloud(*m_pRouter, m_service, keys, *m_pReport);
     m_pRouter->AddEndpoint(GuidFromText(CLOUD_ENDPOINT), &cloud);
-    m_pRouter->AddEndpoint(GuidFromText(CENTRE_ENDPOINT), &m_report);
+    m_pRouter->AddEndpoint(GuidFromText(CENTRE_ENDPOINT), m_pReport.get());
 
-    m_report.Begin(strModule);
+    m_pReport->Begin(strModule);
     m_loader.Start(m_pRouter.get());
     if (m_options.dForSeconds > 0) {
-        m_due = steady_clock::now() + std::chrono::duration_cast<steady_clock::duration>(
-                                          std::chrono::duration<double>(m_options.dForSeconds));
+        m_due = After(m_options.dForSeconds);
     }
     const int nExitCode = RunPasses();
     EndModule();
@@ -138,17 +148,21 @@ int RunSession::RunModule() {
 int RunSession::RunPasses() {
     for (m_pass.nPass = 1; m_pass.nPass <= m_options.nPasses; ++m_pass.nPass) {
         if (m_pass.nPass > 1 && !StartSource()) {
-            return EXIT_CODE_INPUT;
+            return m_options.nNoSourceCode;
         }
-        m_report.BeginPass(m_pass);
+        m_pReport->BeginPass(m_pass);
         Deliver();
+        if (m_options.dSettleSeconds > 0) {
+            m_bDrained = Drain() == DRAINED;
+            return EXIT_CODE_SUCCESS;
+        }
         if (!m_options.bDrain) {
             Wait();
             return EXIT_CODE_SUCCESS;
         }
         const DrainResult eResult = Drain();
         m_bDrained = eResult == DRAINED;
-        m_report.EndPass(m_bDrained);
+        m_pReport->EndPass(m_bDrained);
         if (eResult == DRAIN_UNREADABLE) {
             return Fail(EXIT_CODE_DATABASE, "cannot read the queue " + m_global.ChannelDatabase() +
                                                 "; look at it with: tevmon-host queue count");
@@ -170,33 +184,48 @@ std::string RunSession::Doing(const std::string& strWhat) const {
 }
 
 void RunSession::Deliver() {
-    const Guid sensor = GuidFromText(SENSOR_ENDPOINT);
     auto shown = steady_clock::now();
-    while (!MustEnd()) {
+    bool bStopped = false;
+    for (;;) {
+        if (!bStopped && MustEnd()) {
+            m_pSource->Stop();
+            bStopped = true;
+        }
         EventBatch batch;
         const SourceResult eResult = m_pSource->Next(batch, SOURCE_WAIT);
         if (eResult == SOURCE_END) {
             break;
         }
         if (eResult == SOURCE_BATCH) {
-            std::string strBody = std::move(batch.strBody);
-            batch.strBody.clear();
-            const uint32_t nResult = m_pRouter->Deliver(
-                sensor, MSG_TYPE_HIPS_EVENT, std::move(strBody),
-                [this, batch](uint32_t nCode) { m_report.OnDelivered(batch, nCode); });
-            if (nResult != 0) {
-                m_report.OnDelivered(batch, nResult);
-            }
+            HandOver(batch);
+        }
+        if (m_stop.TakeBalanceRequest()) {
+            m_pReport->Balance();
         }
         if (steady_clock::now() - shown > QUEUE_LOOK) {
-            m_report.Progress(Doing("delivering"));
+            m_pReport->Progress(Doing("delivering"));
             shown = steady_clock::now();
         }
     }
     m_pSource->Stop();
+    if (m_options.dSettleSeconds > 0) {
+        m_due = After(m_options.dSettleSeconds);
+    }
     // Nobody may look into the queue while messages are being stored in it.
     while (m_pRouter->Pending() > 0 && !MustEnd()) {
         m_stop.WaitFor(ROUTER_LOOK);
+    }
+}
+
+void RunSession::HandOver(EventBatch& batch) {
+    static const Guid SENSOR = GuidFromText(SENSOR_ENDPOINT);
+    std::string strBody = std::move(batch.strBody);
+    batch.strBody.clear();
+    const uint32_t nResult =
+        m_pRouter->Deliver(SENSOR, MSG_TYPE_HIPS_EVENT, std::move(strBody),
+                           [this, batch](uint32_t nCode) { m_pReport->OnDelivered(batch, nCode); });
+    if (nResult != 0) {
+        m_pReport->OnDelivered(batch, nResult);
     }
 }
 
@@ -207,7 +236,7 @@ void RunSession::Wait() {
             "end it when the queue is empty)");
     }
     while (!MustEnd()) {
-        m_report.Progress("waiting");
+        m_pReport->Progress("waiting");
         m_stop.WaitFor(QUEUE_LOOK);
     }
 }
@@ -220,7 +249,7 @@ RunSession::DrainResult RunSession::Drain() {
         // In this order: a message leaves the queue after its queries were posted. While the
         // module is at work a look may meet it deleting a message, which it then keeps for the
         // next time it looks at its queue, five seconds later.
-        const auto heard = m_report.PassCounters().lastWork;
+        const auto heard = m_pReport->PassCounters().lastWork;
         const bool bQuiet =
             m_pRouter->Pending() == 0 && (!heard || steady_clock::now() - *heard > MODULE_QUIET);
         const auto depth = bQuiet ? database_look::QueueDepth(m_global.ChannelDatabase())
@@ -241,7 +270,7 @@ RunSession::DrainResult RunSession::Drain() {
                 "message with: tevmon-host queue list");
             moved = steady_clock::now();
         }
-        m_report.Progress(Doing("waiting for the module"));
+        m_pReport->Progress(Doing("waiting for the module"));
         m_stop.WaitFor(QUEUE_LOOK);
     }
     return DRAIN_ENDED;
@@ -266,5 +295,5 @@ void RunSession::Summarise() {
     end.bDrained = m_bDrained;
     end.nSignal = m_stop.Signal();
     end.queueDepth = database_look::QueueDepth(m_global.ChannelDatabase());
-    m_report.Summary(end);
+    m_pReport->Summary(end);
 }

@@ -1,5 +1,5 @@
-// One run of a module from loading to unloading, fed by event sources: what the commands replay
-// and scan share.
+// One run of a module from loading to unloading, fed by event sources: what the commands replay,
+// scan and watch share.
 //
 // Threads: the control thread.
 // Errors: an exit code, after a text on standard error that names what is wrong and what to do.
@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "host/ExitCodes.h"
 #include "host/GlobalOptions.h"
 #include "host/Output.h"
 #include "host/PluginLoader.h"
@@ -26,12 +27,17 @@ struct RunOptions {
     std::vector<std::string> blockLists;
     std::vector<std::string> allowLists;
     bool bPackages = true;
-    double dForSeconds = 0;  // the run's time limit, 0 for none
-    bool bDrain = false;     // end when everything delivered was looked at and answered
-    int nPasses = 1;         // a pass begins when the one before is drained
-    std::string strUnit;     // what the source numbers: "line" or "batch"
+    double dForSeconds = 0;     // the run's time limit, 0 for none
+    bool bDrain = false;        // end when everything delivered was looked at and answered
+    int nPasses = 1;            // a pass begins when the one before is drained
+    std::string strUnit;        // what the source numbers: "line" or "batch"
+    double dSettleSeconds = 0;  // after dForSeconds, to wait for the module to look at the rest
+    int nNoSourceCode = EXIT_CODE_INPUT;  // when the source cannot be started
     // A new source for each pass.
     std::function<std::unique_ptr<IEventSource>(SourceRemark)> fnMakeSource;
+    // The run's report, when it is another than RunReport; it goes after the source.
+    std::function<std::unique_ptr<RunReport>(Output&, const GlobalOptions&, const VerdictService&)>
+        fnMakeReport;
 };
 
 class RunSession {
@@ -49,6 +55,7 @@ private:
     int RunModule();
     int RunPasses();
     void Deliver();
+    void HandOver(EventBatch& batch);
     void Wait();  // for the end of a run without bDrain
     DrainResult Drain();
     void EndModule();
@@ -61,8 +68,8 @@ private:
     const RunOptions m_options;
     StopSignal m_stop;
     Output m_output;
-    RunReport m_report;
     VerdictService m_service;
+    const std::unique_ptr<RunReport> m_pReport;
     std::unique_ptr<IEventSource> m_pSource;
     std::unique_ptr<Router> m_pRouter;
     PluginLoader m_loader;  // goes before the router

@@ -4,10 +4,11 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <utility>
 
 namespace {
 
-constexpr int SIGNAL_END = SIGUSR1;  // sent by End to the thread, never by a user
+constexpr int SIGNAL_END = SIGUSR1;  // sent by End to the thread; from a user it asks a balance
 
 sigset_t StopSet() {
     sigset_t set;
@@ -51,6 +52,11 @@ bool StopSignal::IsRequested() const {
     return m_bRequested;
 }
 
+bool StopSignal::TakeBalanceRequest() {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return std::exchange(m_bBalance, false);
+}
+
 int StopSignal::Signal() const {
     const std::lock_guard<std::mutex> lock(m_mutex);
     return m_nSignal;
@@ -79,6 +85,7 @@ void StopSignal::TakeSignals() {
             return;
         }
         if (nSignal == SIGNAL_END) {
+            m_bBalance = true;
             continue;
         }
         if (m_nSignal != 0) {

@@ -1,5 +1,5 @@
-// Ctrl-C and SIGTERM as something to wait for. A thread of its own takes the signals; every other
-// thread has them blocked.
+// Ctrl-C, SIGTERM and SIGUSR1 as something to wait for or to ask about. A thread of its own takes
+// the signals; every other thread has them blocked.
 //
 // The first signal, or a call of Request, asks for a clean stop. The second signal ends the
 // process at once with 128 + its number.
@@ -28,6 +28,8 @@ public:
 
     void Request();
     bool IsRequested() const;
+    // True when SIGUSR1 came since the last call.
+    bool TakeBalanceRequest();
     int Signal() const;  // the signal that asked; 0 for Request, or when nothing asked
 
     // Waits; true at once when the stop is or becomes requested.
@@ -40,6 +42,7 @@ private:
     mutable MonotonicCondition m_changed;
     bool m_bRequested = false;
     bool m_bEnd = false;
+    bool m_bBalance = false;
     int m_nSignal = 0;
     std::thread m_thread;
 };

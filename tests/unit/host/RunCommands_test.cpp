@@ -95,3 +95,11 @@ TEST_F(RunCommandsTest, APlaceAfterAListIsAPlace) {
     EXPECT_EQ(0, Run({"scan", "--no-packages", "--allow", strList, "--block", strList,
                       m_dir.Path() + "/bin"}));
 }
+
+TEST_F(RunCommandsTest, ARecordingThatCannotBeMadeEndsTheWatchBeforeItBegins) {
+    EXPECT_EQ(3, Run({"watch", "--record", "/no/such/place/recording"}));
+
+    EXPECT_EQ("tevmon-host: cannot write /no/such/place/recording: No such file or directory\n",
+              m_host.Error());
+    EXPECT_EQ("", m_host.ModuleCalls());
+}

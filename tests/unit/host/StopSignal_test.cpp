@@ -27,6 +27,19 @@ void SignalThenWait(int nTimes) {
     _exit(stop.IsRequested() && stop.Signal() == SIGTERM ? 42 : 2);
 }
 
+void AskForABalance() {
+    StopSignal stop;
+    stop.Begin();
+    if (stop.TakeBalanceRequest()) {
+        _exit(1);
+    }
+    kill(getpid(), SIGUSR1);
+    while (!stop.TakeBalanceRequest()) {
+        stop.WaitFor(milliseconds(1));
+    }
+    _exit(!stop.TakeBalanceRequest() && !stop.IsRequested() ? 42 : 2);
+}
+
 void EndWithoutSignal() {
     StopSignal stop;
     stop.Begin();
@@ -54,6 +67,10 @@ TEST(StopSignalDeathTest, TheFirstSignalAsksForTheStop) {
 
 TEST(StopSignalDeathTest, TheSecondSignalEndsTheProcess) {
     EXPECT_EXIT(SignalThenWait(2), testing::ExitedWithCode(128 + SIGTERM), "");
+}
+
+TEST(StopSignalDeathTest, SigUsr1AsksForOneBalanceAndStopsNothing) {
+    EXPECT_EXIT(AskForABalance(), testing::ExitedWithCode(42), "");
 }
 
 TEST(StopSignalDeathTest, ItEndsWithoutASignal) {

@@ -1,0 +1,154 @@
+#include "host/WatchReport.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <iterator>
+
+#include "tests/support/StdoutCapture.h"
+#include "tests/support/TestDir.h"
+
+namespace {
+
+CloudQuery Query(const std::string& strPath) {
+    CloudQuery query;
+    query.strPath = strPath;
+    query.strFunc = "cloudad";
+    query.strKey = "key";
+    return query;
+}
+
+Launch Started(const std::string& strPath, const std::string& strStarter) {
+    Launch launch;
+    launch.creation = {strPath, strPath + " x", 4711};
+    launch.strStarter = strStarter;
+    launch.eOrigin = LAUNCH_PATH_INVOKED;
+    return launch;
+}
+
+class WatchReportTest : public testing::Test {
+protected:
+    std::string LastLine() const {
+        const auto lines = m_standardOutput.Lines();
+        return lines.empty() ? "" : lines.back();
+    }
+    EventBatch Batch(uint64_t nNumber) const {
+        EventBatch batch;
+        batch.strBody = "{}";
+        batch.nNumber = nNumber;
+        batch.nEvents = 1;
+        return batch;
+    }
+
+    TestDir m_dir;
+    const StdoutCapture m_standardOutput;
+    Output m_output;
+    GlobalOptions m_options;
+    VerdictService m_service;
+    WatchReport m_report{m_output, m_options, m_service, nullptr};
+};
+
+}  // namespace
+
+TEST_F(WatchReportTest, EveryVerdictHasALineThatNamesTheStarter) {
+    m_report.OnLaunch(Started("/bin/a", "/bin/shell"));
+    m_report.OnQuery(Query("/bin/a"), QUERY_ANSWERED, {10, "packages", "coreutils"});
+
+    EXPECT_EQ("  packaged   10  /bin/a  coreutils (packages)  by /bin/shell", LastLine().substr(8));
+}
+
+TEST_F(WatchReportTest, ABadProgramIsShownEveryTimeAlsoWhenTheModuleSkipsIt) {
+    m_report.OnQuery(Query("/bin/bad"), QUERY_ANSWERED, {70, "block list", "x"});
+    m_report.OnModuleNote(NOTE_CACHED, "/bin/bad", true);
+    EXPECT_EQ("  blocked    70  /bin/bad  from the cache", LastLine().substr(8));
+
+    m_report.OnQuery(Query("/bin/good"), QUERY_ANSWERED, {10, "packages", "x"});
+    const size_t nLines = m_standardOutput.Lines().size();
+    m_report.OnModuleNote(NOTE_CACHED, "/bin/good", true);
+    EXPECT_EQ(nLines, m_standardOutput.Lines().size());
+}
+
+TEST_F(WatchReportTest, LossesAndUnresolvableLaunchesAreRecords) {
+    LaunchEvent event;
+    event.strName = "a\nb";
+    m_report.OnUnresolvable(event);
+    EXPECT_EQ("  unresolvable   a\\x0Ab  no path names its file, so it is not judged",
+              LastLine().substr(8));
+    m_report.OnLost(3, 5);
+    EXPECT_EQ("  lost           3 launches, the kernel's buffer was full; 5 since the start",
+              LastLine().substr(8));
+
+    m_options.bJson = true;
+    m_report.OnLost(3, 5);
+    EXPECT_NE(std::string::npos, LastLine().find(R"("launches":3,"total":5})")) << LastLine();
+}
+
+TEST_F(WatchReportTest, ALaunchIsAJsonRecord) {
+    m_options.bJson = true;
+    m_report.OnLaunch(Started("/bin/a", "/bin/shell"));
+
+    EXPECT_NE(
+        std::string::npos,
+        LastLine().find(R"("path":"/bin/a","cmd":"/bin/a x","pid":4711,"starter":"/bin/shell")"
+                        R"(,"origin":"invoked","script":false,"args_cut":false})"))
+        << LastLine();
+}
+
+TEST_F(WatchReportTest, WhatIsOnItsWayIsUnexplainedOnlyAtTheEnd) {
+    LaunchCounters counters;
+    counters.nSensed = 3;
+    counters.nPrograms = 1;
+    m_report.OnCounters(counters);
+    m_report.OnBatch(Batch(1), {m_dir.WriteFile("a", "x", 0755)});
+    m_report.OnModuleNote(NOTE_ANALYSED, "", false);
+
+    EXPECT_EQ(0u, m_report.Numbers(false).Unexplained());
+    EXPECT_EQ(3u, m_report.Numbers(true).Unexplained());  // two launches and one event
+}
+
+TEST_F(WatchReportTest, NumbersThatDoNotAddUpAreUnexplained) {
+    LaunchCounters counters;
+    counters.nSensed = 1;
+    counters.nPrograms = 2;
+    m_report.OnCounters(counters);
+
+    EXPECT_EQ(3u, m_report.Numbers(false).Unexplained());  // one told twice, two not handed over
+}
+
+TEST_F(WatchReportTest, AMessageThatIsNotInTheQueueAtTheEndIsUnexplained) {
+    LaunchCounters counters;
+    counters.nSensed = counters.nPrograms = 1;
+    m_report.OnCounters(counters);
+    m_report.OnBatch(Batch(1), {"/bin/a"});
+    RunEnd end;
+    end.queueDepth = 0;
+
+    m_report.Summary(end);
+
+    EXPECT_EQ(1u, m_report.Numbers(true).Unexplained());
+}
+
+TEST_F(WatchReportTest, ARefusedMessageIsExplained) {
+    LaunchCounters counters;
+    counters.nSensed = counters.nPrograms = 1;
+    m_report.OnCounters(counters);
+    m_report.OnBatch(Batch(1), {"/bin/a"});
+    m_report.OnDelivered(Batch(1), 1);
+
+    EXPECT_EQ(1u, m_report.Numbers(true).events.nRefused);
+    EXPECT_EQ(0u, m_report.Numbers(true).Unexplained());
+}
+
+TEST_F(WatchReportTest, TheRecordingHasOneMessageALine) {
+    const std::string strFile = m_dir.Path() + "/recording";
+    {
+        WatchReport report(m_output, m_options, m_service,
+                           std::shared_ptr<FILE>(fopen(strFile.c_str(), "w"), fclose));
+        report.OnBatch(Batch(1), {"/bin/a"});
+        report.OnBatch(Batch(2), {"/bin/a"});
+    }
+
+    std::ifstream file(strFile);
+    EXPECT_EQ("{}\n{}\n",
+              std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()));
+}
