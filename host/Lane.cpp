@@ -81,15 +81,16 @@ void Lane::Stop() {
         thread.swap(state.thread);
         state.changed.notify_all();
     }
+    // Before the wait for the job in hand, which may be a long one.
+    for (State::Entry& entry : dropped) {
+        entry.job(false);
+    }
     if (thread.joinable()) {
         if (thread.get_id() == std::this_thread::get_id()) {
             thread.detach();  // it holds the state and ends after the job in hand
         } else {
             thread.join();
         }
-    }
-    for (State::Entry& entry : dropped) {
-        entry.job(false);
     }
 }
 
