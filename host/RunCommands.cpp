@@ -99,7 +99,7 @@ int WatchNow(const GlobalOptions& options, RunArguments& arguments) {
         *pReport = pMade.get();
         return pMade;
     };
-    run.fnMakeSource = [pReport](SourceRemark) {
+    run.fnMakeSource = [pReport](const SourceRemark&) {
         return std::make_unique<LaunchSource>(MakeLaunchSensor(), **pReport);
     };
     return RunNow(options, arguments);

@@ -38,6 +38,7 @@ bool IsUsable(const std::string& strBody, uint64_t& nCopies, uint64_t& nEvents,
 
 std::string ProcessCreations(const std::vector<std::string>& paths) {
     std::vector<Creation> creations;
+    creations.reserve(paths.size());
     for (const std::string& strPath : paths) {
         creations.push_back({strPath, strPath, 0});
     }
