@@ -56,3 +56,12 @@ function(tev_no_undefined target)
         target_link_options(${target} PRIVATE -Wl,-z,defs)
     endif()
 endfunction()
+
+# A library that dlclose unmaps runs what it gave to atexit then, under the thread sanitizer too.
+function(tev_unload_runs_atexit target)
+    if(TEVMON_SANITIZE MATCHES "thread")
+        target_sources(${target} PRIVATE ${CMAKE_SOURCE_DIR}/cmake/UnloadAtExit.cpp)
+        set_source_files_properties(${CMAKE_SOURCE_DIR}/cmake/UnloadAtExit.cpp
+            TARGET_DIRECTORY ${target} PROPERTIES COMPILE_OPTIONS "-Wno-cast-function-type")
+    endif()
+endfunction()

@@ -19,6 +19,7 @@ TABLE = {
     LOG: {ABI, BASE},
     **MODULE,
     "host": {"framework"},
+    "cmake": set(),
     SUPPORT: {"framework"},
     # A host of another maker has none of our headers.
     "tests/abi": {SUPPORT},
