@@ -9,6 +9,7 @@
 #include "host/GlobalOptions.h"
 #include "host/RunCommands.h"
 #include "host/StateDir.h"
+#include "host/WatchCommand.h"
 #include "host/view/QueueCommand.h"
 #include "host/view/VerdictsCommand.h"
 

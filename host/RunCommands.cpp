@@ -1,111 +1,13 @@
 #include "host/RunCommands.h"
 
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
 #include <memory>
 #include <string>
 #include <utility>
-#include <vector>
 
-#include "host/ExitCodes.h"
-#include "host/RunSession.h"
+#include "host/RunArguments.h"
 #include "host/StateDir.h"
-#include "host/Text.h"
-#include "host/WatchReport.h"
-#include "host/source/LaunchSensor.h"
-#include "host/source/LaunchSource.h"
 #include "host/source/ReplaySource.h"
 #include "host/source/ScanSource.h"
-
-namespace {
-
-// What the options of one command are stored in until its callback runs.
-struct RunArguments {
-    RunOptions run;
-    std::vector<std::string> places;
-    std::string strFile;
-    size_t nBatch = 32;
-    bool bNoPackages = false;
-    std::string strRecord;
-};
-
-constexpr double SETTLE_SECONDS = 60;  // for the module to look at what was sensed last
-
-void AddRunOptions(CLI::App& command, const std::shared_ptr<RunArguments>& pArguments) {
-    RunOptions& run = pArguments->run;
-    command
-        .add_option("--block", run.blockLists,
-                    "List of programs to block (sha1sum, md5sum, .hdb or .hsb); repeatable")
-        ->type_name("LIST")
-        ->expected(1)
-        ->allow_extra_args(false)  // what follows the list is a place
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-    command
-        .add_option("--allow", run.allowLists, "List of programs to allow, likewise; repeatable")
-        ->type_name("LIST")
-        ->expected(1)
-        ->allow_extra_args(false)  // what follows the list is a place
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-    command.add_flag("--no-packages", pArguments->bNoPackages,
-                     "Do not ask the package database of this machine");
-    command.add_option("--for", run.dForSeconds, "End after this many seconds at the latest")
-        ->type_name("SECONDS")
-        ->check(CLI::PositiveNumber);
-}
-
-int RunNow(const GlobalOptions& options, RunArguments& arguments) {
-    // The session changes the current directory, so every path is made absolute before it.
-    for (std::vector<std::string>* pPaths :
-         {&arguments.run.blockLists, &arguments.run.allowLists, &arguments.places}) {
-        for (std::string& strPath : *pPaths) {
-            strPath = StateDir::Absolute(strPath);
-        }
-    }
-    arguments.run.bPackages = !arguments.bNoPackages;
-    RunSession session(options, std::move(arguments.run));
-    return session.Run();
-}
-
-// Null and nothing said when no recording is wanted; false when it cannot be made.
-bool OpenRecording(const std::string& strFile, std::shared_ptr<FILE>& pRecord) {
-    if (strFile.empty()) {
-        return true;
-    }
-    FILE* const pFile = std::fopen(strFile.c_str(), "we");
-    if (pFile == nullptr) {
-        std::fprintf(stderr, "tevmon-host: cannot write %s: %s\n",
-                     text::ForTerminal(strFile).c_str(), std::strerror(errno));
-        return false;
-    }
-    pRecord.reset(pFile, std::fclose);
-    return true;
-}
-
-int WatchNow(const GlobalOptions& options, RunArguments& arguments) {
-    std::shared_ptr<FILE> pRecord;
-    if (!OpenRecording(StateDir::Absolute(arguments.strRecord), pRecord)) {
-        return EXIT_CODE_INPUT;
-    }
-    RunOptions& run = arguments.run;
-    run.strUnit = "batch";
-    run.dSettleSeconds = SETTLE_SECONDS;
-    run.nNoSourceCode = EXIT_CODE_SENSOR;
-    // The session makes the report first and owns both.
-    const auto pReport = std::make_shared<WatchReport*>(nullptr);
-    run.fnMakeReport = [pRecord, pReport](Output& output, const GlobalOptions& global,
-                                          const VerdictService& service) {
-        auto pMade = std::make_unique<WatchReport>(output, global, service, pRecord);
-        *pReport = pMade.get();
-        return pMade;
-    };
-    run.fnMakeSource = [pReport](const SourceRemark&) {
-        return std::make_unique<LaunchSource>(MakeLaunchSensor(), **pReport);
-    };
-    return RunNow(options, arguments);
-}
-
-}  // namespace
 
 void AddReplayCommand(CLI::App& app, const GlobalOptions& options, int& nExitCode) {
     const auto pArguments = std::make_shared<RunArguments>();
@@ -164,19 +66,4 @@ void AddScanCommand(CLI::App& app, const GlobalOptions& options, int& nExitCode)
         };
         nExitCode = RunNow(options, *pArguments);
     });
-}
-
-void AddWatchCommand(CLI::App& app, const GlobalOptions& options, int& nExitCode) {
-    const auto pArguments = std::make_shared<RunArguments>();
-    CLI::App* const pCommand =
-        app.add_subcommand("watch", "Judge the programs that start on this machine");
-    pCommand->footer(
-        "Needs root. Without --for it goes on until Ctrl-C. SIGUSR1 has the balance shown.");
-    pCommand
-        ->add_option("--record", pArguments->strRecord,
-                     "Write every message to this file, for replay")
-        ->type_name("FILE");
-    AddRunOptions(*pCommand, pArguments);
-    pCommand->callback(
-        [pArguments, &options, &nExitCode] { nExitCode = WatchNow(options, *pArguments); });
 }

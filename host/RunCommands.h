@@ -1,4 +1,4 @@
-// The commands that run a module: replay, scan and watch.
+// The commands that run a module: replay and scan.
 #ifndef HOST_RUNCOMMANDS_H
 #define HOST_RUNCOMMANDS_H
 
@@ -10,6 +10,5 @@
 // both outlive the parsing of the command line.
 void AddReplayCommand(CLI::App& app, const GlobalOptions& options, int& nExitCode);
 void AddScanCommand(CLI::App& app, const GlobalOptions& options, int& nExitCode);
-void AddWatchCommand(CLI::App& app, const GlobalOptions& options, int& nExitCode);
 
 #endif

@@ -1,0 +1,26 @@
+#include "host/WatchCommand.h"
+
+#include "tests/unit/host/HostProgram.h"
+
+namespace {
+
+class WatchCommandTest : public testing::Test {
+protected:
+    int Run(std::vector<std::string> arguments) {
+        arguments.insert(arguments.begin(), {"--module", FakeModule("works")});
+        return m_host.Run(arguments);
+    }
+
+    TestDir m_dir;
+    HostProgram m_host{m_dir};
+};
+
+}  // namespace
+
+TEST_F(WatchCommandTest, ARecordingThatCannotBeMadeEndsTheWatchBeforeItBegins) {
+    EXPECT_EQ(3, Run({"watch", "--record", "/no/such/place/recording"}));
+
+    EXPECT_EQ("tevmon-host: cannot write /no/such/place/recording: No such file or directory\n",
+              m_host.Error());
+    EXPECT_EQ("", m_host.ModuleCalls());
+}
