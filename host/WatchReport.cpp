@@ -204,6 +204,11 @@ void WatchReport::OnLost(uint64_t nLost, uint64_t nTotal) {
 
 void WatchReport::OnBatch(const EventBatch& batch, std::vector<std::string> paths) {
     m_ledger.Send(batch.nNumber, std::move(paths));
+    Keep(batch);
+}
+
+// Writes the message down for replay.
+void WatchReport::Keep(const EventBatch& batch) {
     if (m_pRecord == nullptr) {
         return;
     }
@@ -220,4 +225,43 @@ void WatchReport::OnBatch(const EventBatch& batch, std::vector<std::string> path
 void WatchReport::OnCounters(const LaunchCounters& counters) {
     const std::lock_guard<std::mutex> lock(m_watchMutex);
     m_launches = counters;
+}
+
+void WatchReport::OnOperation(const FileOperation& operation) {
+    if (!m_options.bJson) {
+        return;  // its line comes when it is judged
+    }
+    static const char* const ACTS[] = {"create", "write", "rename", "remove"};
+    JsonObject record = Record("file");
+    record.Add("op", ACTS[operation.eAct]).Add("path", operation.strPath);
+    record.Add("program", operation.strProgram).Add("program_name", operation.strProgramName);
+    record.Add("pid", static_cast<uint64_t>(operation.nPid)).Add("fs", operation.strFsType);
+    m_output.Line(record.Add("place", operation.bPlace).Add("pipe", operation.bPipe).Text());
+}
+
+void WatchReport::OnOverflow(uint64_t nTimes, uint64_t nTotal) {
+    if (m_options.bJson) {
+        m_output.Line(Record("overflow").Add("times", nTimes).Add("total", nTotal).Text());
+    } else {
+        m_output.Line(
+            text::ClockNow() + "  lost           file operations, the kernel's queue was full; " +
+            std::to_string(nTotal) + (nTotal == 1 ? " time" : " times") + " since the start");
+    }
+}
+
+void WatchReport::OnOperations(const EventBatch& batch, std::vector<FileOperation> /*operations*/) {
+    m_ledger.Send(batch.nNumber, {});
+    Keep(batch);
+}
+
+void WatchReport::OnFileCounters(const FileCounters& counters) {
+    const std::lock_guard<std::mutex> lock(m_watchMutex);
+    m_files = counters;
+}
+
+void WatchReport::OnNotice(const std::string& strText) {
+    if (m_options.bJson) {
+        m_output.Line(Record("notice").Add("text", strText).Text());
+    }
+    m_output.Error("tevmon-host: " + text::ForTerminal(strText));
 }

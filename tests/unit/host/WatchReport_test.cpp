@@ -152,3 +152,34 @@ TEST_F(WatchReportTest, TheRecordingHasOneMessageALine) {
     EXPECT_EQ("{}\n{}\n",
               std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()));
 }
+
+TEST_F(WatchReportTest, AFileOperationIsAJsonRecord) {
+    m_options.bJson = true;
+    FileOperation operation;
+    operation.eAct = FILE_RENAME;
+    operation.strPath = "/etc/cron.d/x";
+    operation.strProgram = "/bin/mv";
+    operation.strProgramName = "/usr/bin/mv";
+    operation.strFsType = "ext4";
+    operation.nPid = 4711;
+    operation.bPlace = true;
+
+    m_report.OnOperation(operation);
+
+    EXPECT_NE(std::string::npos,
+              LastLine().find(R"("op":"rename","path":"/etc/cron.d/x","program":"/bin/mv",)"
+                              R"("program_name":"/usr/bin/mv","pid":4711,"fs":"ext4",)"
+                              R"("place":true,"pipe":false})"))
+        << LastLine();
+}
+
+TEST_F(WatchReportTest, AQueueThatWasFullIsTold) {
+    m_report.OnOverflow(1, 2);
+    EXPECT_EQ(
+        "  lost           file operations, the kernel's queue was full; 2 times since the start",
+        LastLine().substr(8));
+
+    m_options.bJson = true;
+    m_report.OnOverflow(1, 3);
+    EXPECT_NE(std::string::npos, LastLine().find(R"("times":1,"total":3})")) << LastLine();
+}
