@@ -40,6 +40,12 @@ bool Exists(const std::string& strFile) {
     return access(strFile.c_str(), F_OK) == 0;
 }
 
+// A database that the module has not opened yet.
+bool HasNoTable(const std::string& strFile) {
+    Look look(strFile, "select count(*) from sqlite_master");
+    return look.Step() == SQLITE_ROW && sqlite3_column_int64(look.Statement(), 0) == 0;
+}
+
 }  // namespace
 
 std::optional<uint64_t> QueueDepth(const std::string& strFile) {
@@ -49,7 +55,7 @@ std::optional<uint64_t> QueueDepth(const std::string& strFile) {
     // Two ends of the row ids: their cost does not grow with the queue, a count's does.
     Look look(strFile, "select (select min(id) from msgchennal),(select max(id) from msgchennal)");
     if (look.Step() != SQLITE_ROW) {
-        return std::nullopt;
+        return HasNoTable(strFile) ? std::optional<uint64_t>(0) : std::nullopt;
     }
     if (sqlite3_column_type(look.Statement(), 0) == SQLITE_NULL) {
         return 0;

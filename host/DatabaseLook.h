@@ -17,7 +17,7 @@
 
 namespace database_look {
 
-// Messages in the queue of strFile; 0 when the file does not exist yet. Taken from the first and
+// Messages in the queue of strFile; 0 when file or table do not exist yet. Taken from the first and
 // last row id, which follow each other without gaps.
 std::optional<uint64_t> QueueDepth(const std::string& strFile);
 

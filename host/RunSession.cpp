@@ -5,6 +5,7 @@
 
 #include "host/AnsweredKeys.h"
 #include "host/CloudEndpoint.h"
+#include "host/DatabaseFile.h"
 #include "host/DatabaseLook.h"
 #include "host/ExitCodes.h"
 #include "host/ModuleLog.h"
@@ -63,7 +64,21 @@ int RunSession::Run() {
     if (!stateDir.Enter(m_global.strStateDir, strError)) {
         return Fail(EXIT_CODE_STATE, strError);
     }
+    for (const std::string& strFile : {m_global.ChannelDatabase(), m_global.CacheDatabase()}) {
+        if (!DatabaseFile(strFile).Prepare(strError)) {
+            return Fail(EXIT_CODE_DATABASE, strError);
+        }
+    }
     return RunModule();
+}
+
+void RunSession::TidyUpDatabases() {
+    for (const std::string& strFile : {m_global.ChannelDatabase(), m_global.CacheDatabase()}) {
+        std::string strError;
+        if (!DatabaseFile(strFile).TidyUp(strError)) {
+            (void)Fail(EXIT_CODE_DATABASE, strError);  // nothing is lost: the run was good
+        }
+    }
 }
 
 bool RunSession::LoadList(const std::string& strFile, int nLevel) {
@@ -136,6 +151,7 @@ int RunSession::RunModule() {
     }
     const int nExitCode = RunPasses();
     EndModule();
+    TidyUpDatabases();
     Summarise();
     if (m_output.IsBroken()) {
         const std::string strReason = m_output.BrokenReason();

@@ -59,6 +59,7 @@ private:
     void Wait();  // for the end of a run without bDrain
     DrainResult Drain();
     void EndModule();
+    void TidyUpDatabases();
     void Summarise();
     bool MustEnd() const;
     int Fail(int nExitCode, const std::string& strError);

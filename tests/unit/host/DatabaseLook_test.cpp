@@ -44,6 +44,12 @@ TEST_F(DatabaseLookTest, AQueueThatDoesNotExistYetIsEmptyAndIsNotMade) {
     EXPECT_NE(0, access(m_strCache.c_str(), F_OK));
 }
 
+TEST_F(DatabaseLookTest, ADatabaseWithoutAnyTableIsAnEmptyQueue) {
+    Execute(m_strQueue, "pragma journal_mode = wal");
+
+    EXPECT_EQ(0u, database_look::QueueDepth(m_strQueue));
+}
+
 TEST_F(DatabaseLookTest, TheDepthIsThatOfTheRowsThatAreLeft) {
     Execute(m_strQueue, MAKE_QUEUE);
     EXPECT_EQ(0u, database_look::QueueDepth(m_strQueue));

@@ -2,9 +2,11 @@
 
 #include <json/json.h>
 
+#include <filesystem>
 #include <memory>
 
 #include "tests/unit/host/HostProgram.h"
+#include "tests/unit/host/view/DbFile.h"
 
 namespace {
 
@@ -129,13 +131,42 @@ TEST_F(RunSessionTest, TheTimeLimitEndsARunThatWouldGoOn) {
 }
 
 TEST_F(RunSessionTest, ATimeLimitThatEndsADrainIsAnExitCodeOfItsOwn) {
-    // An unreadable queue never looks empty, and the limit comes before the host gives up.
+    // The fake module leaves what waits in the queue alone.
     ASSERT_EQ(0, m_host.Run(Replay("", {"--drain"})));
-    m_dir.WriteFile("state/data/db/tevchennaldb.db", "no database, and longer than none at all");
+    {
+        DbFile queue(m_host.StateDir() + "/data/db/tevchennaldb.db");
+        queue.Execute(CHANNEL_TABLE);
+        queue.Execute("insert into msgchennal(detail) values('waits')");
+    }
 
     HostProgram second(m_dir);
     EXPECT_EQ(8, second.Run(Replay("", {"--drain", "--for", "0.5"})));
     EXPECT_NE(std::string::npos, second.Output().find("stopped before everything was looked at"));
+}
+
+TEST_F(RunSessionTest, ADamagedDatabaseEndsTheRunBeforeTheModuleIsLoaded) {
+    ASSERT_EQ(0, m_host.Run(Replay("", {"--drain"})));
+    const std::string strCalls = m_host.ModuleCalls();
+    m_dir.WriteFile("state/data/db/tevchennaldb.db", "no database, and longer than none at all");
+
+    HostProgram second(m_dir);
+    EXPECT_EQ(6, second.Run(Replay("", {"--drain"})));
+
+    EXPECT_NE(std::string::npos, second.Error().find("move it away")) << second.Error();
+    EXPECT_EQ(strCalls, second.ModuleCalls());
+}
+
+TEST_F(RunSessionTest, TheDatabasesArePrivateAndOneFileEachAfterTheRun) {
+    ASSERT_EQ(0, m_host.Run(Replay(std::string(EVENT) + "\n", {"--drain"})));
+
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(m_host.StateDir() + "/data/db")) {
+        names.push_back(entry.path().filename());
+        EXPECT_EQ(std::filesystem::perms::owner_read | std::filesystem::perms::owner_write,
+                  entry.status().permissions());
+    }
+    std::sort(names.begin(), names.end());
+    EXPECT_EQ((std::vector<std::string>{"tevchennaldb.db", "tevcloudcacho.db"}), names);
 }
 
 TEST_F(RunSessionTest, AReaderThatLeavesEndsTheRun) {
