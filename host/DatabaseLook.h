@@ -1,9 +1,9 @@
 // Looks into a database of the module while the module works with it.
 //
 // The module answers a busy database by trying again at once, five times for its queue, and a
-// message that is not stored by then is lost. So a look is one short statement on a read-only
-// connection that is closed again, never a scan of the table, and nobody looks into the queue
-// while messages are being delivered.
+// message that is not stored by then is lost. With a write-ahead log (DatabaseFile.h) a look keeps
+// nobody from writing; still it is one short statement on a read-only connection that is closed
+// again, never a scan of the table.
 //
 // Threads: any; no state.
 // Errors: "unknown" (no value); nothing throws but std::bad_alloc.

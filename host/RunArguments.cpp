@@ -24,6 +24,17 @@ void AddRunOptions(CLI::App& command, const std::shared_ptr<RunArguments>& pArgu
     command.add_option("--for", run.dForSeconds, "End after this many seconds at the latest")
         ->type_name("SECONDS")
         ->check(CLI::PositiveNumber);
+    command.add_option("--queue-rows", run.queue.nRows, "Messages that may wait for the module")
+        ->type_name("N")
+        ->check(CLI::PositiveNumber)
+        ->capture_default_str();
+    command
+        .add_option("--queue-bytes", run.queue.nBytes,
+                    "What they may take in the file; with K, M or G in powers of 1024 "
+                    "(default: 512M)")
+        ->type_name("SIZE")
+        ->transform(CLI::AsSizeValue(false))
+        ->check(CLI::PositiveNumber);
 }
 
 int RunNow(const GlobalOptions& options, RunArguments& arguments) {

@@ -123,6 +123,27 @@ void RunReport::Progress(const std::string& strDoing) {
                                       text::Bytes(counters.nHashedBytes).c_str()));
 }
 
+void RunReport::OnQueue(const QueueLoad& load) {
+    static const char* const STATES[] = {"normal", "high", "full"};
+    if (m_options.bJson) {
+        JsonObject record = Record("queue");
+        record.Add("state", STATES[load.eState]).Add("rows", load.nRows).Add("bytes", load.nBytes);
+        record.Add("refused_messages", load.nRefusedMessages);
+        m_output.Line(record.Add("refused_events", load.nRefusedEvents).Text());
+        return;
+    }
+    static const char* const WORDS[] = {"has room again", "is nearly full", "is full"};
+    std::string strLine = text::ClockNow() + "  queue          " + WORDS[load.eState] + ": " +
+                          std::to_string(load.nRows) + " messages, " + text::Bytes(load.nBytes);
+    if (load.nRefusedMessages > 0) {
+        strLine += "; refused so far " + std::to_string(load.nRefusedMessages) + " messages with " +
+                   std::to_string(load.nRefusedEvents) + " events";
+    }
+    const auto eColour = load.eState == QUEUE_FULL ? Output::COLOUR_RED : Output::COLOUR_YELLOW;
+    m_output.Line(
+        m_output.Paint(load.eState == QUEUE_NORMAL ? Output::COLOUR_NONE : eColour, strLine));
+}
+
 void RunReport::OnRemark(uint64_t nNumber, const std::string& strText) {
     {
         const std::lock_guard<std::mutex> lock(m_mutex);

@@ -18,6 +18,7 @@
 #include "host/IEndpoint.h"
 #include "host/ModuleLog.h"
 #include "host/Output.h"
+#include "host/QueueBound.h"
 #include "host/RunCounters.h"
 #include "host/source/IEventSource.h"
 
@@ -49,6 +50,8 @@ public:
     virtual void Summary(const RunEnd& end);
     virtual void Balance() {}  // the user asked for it in the middle of the run
     void Progress(const std::string& strDoing);
+    // The queue became full, nearly full, or normal again.
+    void OnQueue(const QueueLoad& load);
 
     void OnRemark(uint64_t nNumber, const std::string& strText);
     virtual void OnDelivered(const EventBatch& batch, uint32_t nResult);

@@ -8,7 +8,6 @@
 #include "host/DatabaseFile.h"
 #include "host/DatabaseLook.h"
 #include "host/ExitCodes.h"
-#include "host/ModuleLog.h"
 #include "host/StateDir.h"
 #include "host/Text.h"
 #include "host/verdict/HashListSource.h"
@@ -22,13 +21,14 @@ using std::chrono::steady_clock;
 constexpr int LEVEL_BLOCKED = 70;
 constexpr int LEVEL_ALLOWED = 20;
 
-constexpr milliseconds SOURCE_WAIT(200);    // a signal is seen this much later at most
-constexpr milliseconds QUEUE_LOOK(250);     // between two looks into the queue
-constexpr milliseconds MODULE_QUIET(200);   // without a sign of work: a look disturbs nobody
-constexpr milliseconds ROUTER_LOOK(20);     // between two looks at the router
-constexpr milliseconds LAST_ANSWERS(2000);  // for messages under way when the module stopped
-constexpr milliseconds QUEUE_STILL(30000);  // a queue that stands still this long is remarked
-constexpr int UNREADABLE_LOOKS = 40;        // in a row: the queue cannot be read
+constexpr milliseconds SOURCE_WAIT(200);     // a signal is seen this much later at most
+constexpr milliseconds QUEUE_LOOK(250);      // between two looks into the queue
+constexpr milliseconds MODULE_QUIET(200);    // without a sign of work: a look disturbs nobody
+constexpr milliseconds ROUTER_LOOK(20);      // between two looks at the router
+constexpr milliseconds LAST_ANSWERS(2000);   // for messages under way when the module stopped
+constexpr milliseconds QUEUE_STILL(30000);   // a queue that stands still this long is remarked
+constexpr milliseconds QUEUE_CORRECT(5000);  // between two corrections of the queue's count
+constexpr int UNREADABLE_LOOKS = 40;         // in a row: the queue cannot be read
 
 steady_clock::time_point After(double dSeconds) {
     return steady_clock::now() + std::chrono::duration_cast<steady_clock::duration>(
@@ -41,7 +41,8 @@ RunSession::RunSession(const GlobalOptions& global, RunOptions options)
     : m_global(global),
       m_options(std::move(options)),
       m_pReport(m_options.fnMakeReport ? m_options.fnMakeReport(m_output, m_global, m_service)
-                                       : std::make_unique<RunReport>(m_output, m_global)) {}
+                                       : std::make_unique<RunReport>(m_output, m_global)),
+      m_queue(m_options.queue) {}
 
 int RunSession::Fail(int nExitCode, const std::string& strError) {
     m_output.Error("tevmon-host: " + text::ForTerminal(strError));
@@ -134,7 +135,7 @@ int RunSession::RunModule() {
     const std::string strModule =
         m_global.strModule.empty() ? PluginLoader::DefaultPath() : m_global.strModule;
     AnsweredKeys keys(m_global.CacheDatabase());  // reads the cache while nobody works with it
-    ModuleLog log(m_output, *m_pReport, m_global.nLogLevel);
+    ModuleLog log(m_output, *this, m_global.nLogLevel);
     std::string strError;
     if (!m_loader.Load(strModule, strError)) {
         return Fail(EXIT_CODE_MODULE, strError);
@@ -145,6 +146,8 @@ int RunSession::RunModule() {
     m_pRouter->AddEndpoint(GuidFromText(CENTRE_ENDPOINT), m_pReport.get());
 
     m_pReport->Begin(strModule);
+    m_queue.Begin(database_look::QueueDepth(m_global.ChannelDatabase()).value_or(0),
+                  DatabaseFile(m_global.ChannelDatabase()).UsedBytes());
     m_loader.Start(m_pRouter.get());
     if (m_options.dForSeconds > 0) {
         m_due = After(m_options.dForSeconds);
@@ -215,6 +218,7 @@ void RunSession::Deliver() {
         if (eResult == SOURCE_BATCH) {
             HandOver(batch);
         }
+        WatchQueue();
         if (m_stop.TakeBalanceRequest()) {
             m_pReport->Balance();
         }
@@ -227,7 +231,6 @@ void RunSession::Deliver() {
     if (m_options.dSettleSeconds > 0) {
         m_due = After(m_options.dSettleSeconds);
     }
-    // Nobody may look into the queue while messages are being stored in it.
     while (m_pRouter->Pending() > 0 && !MustEnd()) {
         m_stop.WaitFor(ROUTER_LOOK);
     }
@@ -235,14 +238,64 @@ void RunSession::Deliver() {
 
 void RunSession::HandOver(EventBatch& batch) {
     static const Guid SENSOR = GuidFromText(SENSOR_ENDPOINT);
+    if (!TakeRoom(batch)) {
+        m_queue.Refuse(batch.nEvents);
+        m_pReport->OnDelivered(batch, QUEUE_BOUND_REACHED);
+        return;
+    }
+    const size_t nBytes = batch.strBody.size();
     std::string strBody = std::move(batch.strBody);
     batch.strBody.clear();
+    const auto fnDone = [this, batch, nBytes](uint32_t nCode) {
+        if (nCode == 0) {
+            m_queue.Stored(batch.nCopies);
+        } else {
+            m_queue.GiveBack(batch.nCopies, nBytes);
+        }
+        m_pReport->OnDelivered(batch, nCode);
+    };
     const uint32_t nResult =
-        m_pRouter->Deliver(SENSOR, MSG_TYPE_HIPS_EVENT, std::move(strBody),
-                           [this, batch](uint32_t nCode) { m_pReport->OnDelivered(batch, nCode); });
+        m_pRouter->Deliver(SENSOR, MSG_TYPE_HIPS_EVENT, std::move(strBody), fnDone);
     if (nResult != 0) {
-        m_pReport->OnDelivered(batch, nResult);
+        fnDone(nResult);
     }
+}
+
+// A recording or a walk waits for room; what the kernel tells goes on, so there is no waiting.
+bool RunSession::TakeRoom(const EventBatch& batch) {
+    while (!m_queue.Take(batch.nCopies, batch.strBody.size())) {
+        if (m_options.bRefuseWhenFull || MustEnd()) {
+            return false;
+        }
+        WatchQueue();
+        m_pReport->Progress(Doing("waiting for room in the queue"));
+        m_stop.WaitFor(QUEUE_LOOK);
+    }
+    return true;
+}
+
+// Announces what changed and sets the count right: messages that were not stored, or that were
+// looked at more than once, would falsify it.
+void RunSession::WatchQueue() {
+    for (const QueueLoad& load : m_queue.TakeChanges()) {
+        m_pReport->OnQueue(load);
+    }
+    const auto now = steady_clock::now();
+    if (now - m_queueLook < QUEUE_CORRECT) {
+        return;
+    }
+    m_queueLook = now;
+    const auto depth = database_look::QueueDepth(m_global.ChannelDatabase());
+    if (depth) {
+        m_queue.Correct(*depth);
+    }
+}
+
+void RunSession::OnModuleNote(ModuleNote eNote, const std::string& strPath, bool bProgram) {
+    if (eNote == NOTE_ANALYSED) {
+        m_queue.Analysed();
+    }
+    m_pReport->OnModuleNote(eNote, strPath, bProgram);
 }
 
 void RunSession::Wait() {
@@ -252,6 +305,7 @@ void RunSession::Wait() {
             "end it when the queue is empty)");
     }
     while (!MustEnd()) {
+        WatchQueue();
         m_pReport->Progress("waiting");
         m_stop.WaitFor(QUEUE_LOOK);
     }
@@ -262,6 +316,7 @@ RunSession::DrainResult RunSession::Drain() {
     auto moved = steady_clock::now();
     int nUnreadable = 0;
     while (!MustEnd()) {
+        WatchQueue();
         // In this order: a message leaves the queue after its queries were posted. While the
         // module is at work a look may meet it deleting a message, which it then keeps for the
         // next time it looks at its queue, five seconds later.

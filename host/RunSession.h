@@ -15,8 +15,10 @@
 
 #include "host/ExitCodes.h"
 #include "host/GlobalOptions.h"
+#include "host/ModuleLog.h"
 #include "host/Output.h"
 #include "host/PluginLoader.h"
+#include "host/QueueBound.h"
 #include "host/Router.h"
 #include "host/RunReport.h"
 #include "host/StopSignal.h"
@@ -33,6 +35,8 @@ struct RunOptions {
     std::string strUnit;        // what the source numbers: "line" or "batch"
     double dSettleSeconds = 0;  // after dForSeconds, to wait for the module to look at the rest
     int nNoSourceCode = EXIT_CODE_INPUT;  // when the source cannot be started
+    QueueLimits queue;
+    bool bRefuseWhenFull = false;  // messages beyond the limits, rather than wait for room
     // A new source for each pass.
     std::function<std::unique_ptr<IEventSource>(SourceRemark)> fnMakeSource;
     // The run's report, when it is another than RunReport; it goes after the source.
@@ -40,7 +44,7 @@ struct RunOptions {
         fnMakeReport;
 };
 
-class RunSession {
+class RunSession : private IModuleLogObserver {
 public:
     RunSession(const GlobalOptions& global, RunOptions options);
 
@@ -56,6 +60,9 @@ private:
     int RunPasses();
     void Deliver();
     void HandOver(EventBatch& batch);
+    bool TakeRoom(const EventBatch& batch);
+    void WatchQueue();
+    void OnModuleNote(ModuleNote eNote, const std::string& strPath, bool bProgram) override;
     void Wait();  // for the end of a run without bDrain
     DrainResult Drain();
     void EndModule();
@@ -73,7 +80,9 @@ private:
     const std::unique_ptr<RunReport> m_pReport;
     std::unique_ptr<IEventSource> m_pSource;
     std::unique_ptr<Router> m_pRouter;
-    PluginLoader m_loader;  // goes before the router
+    QueueBound m_queue;
+    std::chrono::steady_clock::time_point m_queueLook;  // when the queue was looked into
+    PluginLoader m_loader;                              // goes before the router
     std::optional<std::chrono::steady_clock::time_point> m_due;
     PassInfo m_pass;
     bool m_bDrained = false;

@@ -47,6 +47,7 @@ int WatchNow(const GlobalOptions& options, WatchArguments& arguments) {
     run.strUnit = "batch";
     run.dSettleSeconds = SETTLE_SECONDS;
     run.nNoSourceCode = EXIT_CODE_SENSOR;
+    run.bRefuseWhenFull = true;
     // The session makes the report first and owns both.
     const auto pReport = std::make_shared<WatchReport*>(nullptr);
     run.fnMakeReport = [pRecord, pReport](Output& output, const GlobalOptions& global,

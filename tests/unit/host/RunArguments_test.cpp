@@ -56,3 +56,12 @@ TEST_F(RunArgumentsTest, APlaceAfterAListIsAPlace) {
     EXPECT_EQ(0, Run({"scan", "--no-packages", "--allow", strList, "--block", strList,
                       m_dir.Path() + "/bin"}));
 }
+
+TEST_F(RunArgumentsTest, SizesHaveSuffixesAndNothingIsNoSize) {
+    const std::string strEvents = m_dir.WriteFile("events", "");
+
+    EXPECT_EQ(0, Run({"replay", strEvents, "--drain", "--queue-bytes", "64M"}));
+    EXPECT_EQ(2, Run({"replay", strEvents, "--drain", "--queue-bytes", "0"}));
+    EXPECT_EQ(2, Run({"replay", strEvents, "--drain", "--queue-bytes", "64X"}));
+    EXPECT_EQ(2, Run({"replay", strEvents, "--drain", "--queue-rows", "0"}));
+}

@@ -169,6 +169,26 @@ TEST_F(RunSessionTest, TheDatabasesArePrivateAndOneFileEachAfterTheRun) {
     EXPECT_EQ((std::vector<std::string>{"tevchennaldb.db", "tevcloudcacho.db"}), names);
 }
 
+TEST_F(RunSessionTest, ARecordingWaitsForRoomInTheQueueAndGoesOn) {
+    // The fake module leaves its queue empty, so the look that sets the count right makes room.
+    const std::string strFour =
+        std::string(EVENT) + "\n" + EVENT + "\n" + EVENT + "\n" + EVENT + "\n";
+
+    ASSERT_EQ(0, m_host.Run(Replay(strFour, {"--drain", "--json", "--queue-rows", "2"})));
+
+    EXPECT_EQ(4, Records().back()["messages"].asInt());
+    std::vector<std::string> states;
+    for (const Json::Value& jsonRecord : Records()) {
+        if (jsonRecord["event"] == "queue") {
+            states.push_back(jsonRecord["state"].asString());
+            EXPECT_EQ(0, jsonRecord["refused_messages"].asInt());
+        }
+    }
+    ASSERT_LE(2u, states.size());
+    EXPECT_EQ("full", states[0]);
+    EXPECT_EQ("normal", states[1]);
+}
+
 TEST_F(RunSessionTest, AReaderThatLeavesEndsTheRun) {
     std::string strMany;  // more records than a pipe holds, so the host cannot be done with them
     for (int i = 0; i < 3000; ++i) {
