@@ -8,6 +8,7 @@
 #include "host/DatabaseFile.h"
 #include "host/DatabaseLook.h"
 #include "host/ExitCodes.h"
+#include "host/ModuleLog.h"
 #include "host/StateDir.h"
 #include "host/Text.h"
 #include "host/verdict/HashListSource.h"
@@ -135,7 +136,7 @@ int RunSession::RunModule() {
     const std::string strModule =
         m_global.strModule.empty() ? PluginLoader::DefaultPath() : m_global.strModule;
     AnsweredKeys keys(m_global.CacheDatabase());  // reads the cache while nobody works with it
-    ModuleLog log(m_output, *this, m_global.nLogLevel);
+    ModuleLog log(m_output, *m_pReport, m_global.nLogLevel);
     std::string strError;
     if (!m_loader.Load(strModule, strError)) {
         return Fail(EXIT_CODE_MODULE, strError);
@@ -277,6 +278,7 @@ bool RunSession::TakeRoom(const EventBatch& batch) {
 // Announces what changed and sets the count right: messages that were not stored, or that were
 // looked at more than once, would falsify it.
 void RunSession::WatchQueue() {
+    CountAnalysed();
     for (const QueueLoad& load : m_queue.TakeChanges()) {
         m_pReport->OnQueue(load);
     }
@@ -291,11 +293,13 @@ void RunSession::WatchQueue() {
     }
 }
 
-void RunSession::OnModuleNote(ModuleNote eNote, const std::string& strPath, bool bProgram) {
-    if (eNote == NOTE_ANALYSED) {
+// The report counts what the module begins with, from the beginning of each pass.
+void RunSession::CountAnalysed() {
+    const uint64_t nAnalysed = m_pReport->PassCounters().nAnalysed;
+    for (uint64_t i = nAnalysed < m_nAnalysed ? 0 : m_nAnalysed; i < nAnalysed; ++i) {
         m_queue.Analysed();
     }
-    m_pReport->OnModuleNote(eNote, strPath, bProgram);
+    m_nAnalysed = nAnalysed;
 }
 
 void RunSession::Wait() {

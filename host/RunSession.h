@@ -15,7 +15,6 @@
 
 #include "host/ExitCodes.h"
 #include "host/GlobalOptions.h"
-#include "host/ModuleLog.h"
 #include "host/Output.h"
 #include "host/PluginLoader.h"
 #include "host/QueueBound.h"
@@ -44,7 +43,7 @@ struct RunOptions {
         fnMakeReport;
 };
 
-class RunSession : private IModuleLogObserver {
+class RunSession {
 public:
     RunSession(const GlobalOptions& global, RunOptions options);
 
@@ -62,7 +61,7 @@ private:
     void HandOver(EventBatch& batch);
     bool TakeRoom(const EventBatch& batch);
     void WatchQueue();
-    void OnModuleNote(ModuleNote eNote, const std::string& strPath, bool bProgram) override;
+    void CountAnalysed();
     void Wait();  // for the end of a run without bDrain
     DrainResult Drain();
     void EndModule();
@@ -81,6 +80,7 @@ private:
     std::unique_ptr<IEventSource> m_pSource;
     std::unique_ptr<Router> m_pRouter;
     QueueBound m_queue;
+    uint64_t m_nAnalysed = 0;                           // of the pass, as far as m_queue was told
     std::chrono::steady_clock::time_point m_queueLook;  // when the queue was looked into
     PluginLoader m_loader;                              // goes before the router
     std::optional<std::chrono::steady_clock::time_point> m_due;
