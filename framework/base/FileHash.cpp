@@ -1,87 +1,28 @@
 #include "framework/base/FileHash.h"
 
 #include <fcntl.h>
-#include <openssl/evp.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <exception>
-#include <memory>
-#include <mutex>
-#include <new>
 #include <utility>
+
+#include "framework/base/DigestPair.h"
 
 namespace {
 
 constexpr size_t BLOCK_SIZE = 64 * 1024;
-constexpr size_t MD5_SIZE = 16;
-constexpr size_t SHA1_SIZE = 20;
 
-// The two algorithms, fetched once and kept until the process ends: fetching costs more than
-// hashing a small file. In a library context of their own neither the host's OpenSSL
-// configuration (one that allows no MD5, say) nor OpenSSL's clean-up at exit touches them.
-struct Algorithms {
-    OSSL_LIB_CTX* pLibrary = nullptr;
-    EVP_MD* pMd5 = nullptr;
-    EVP_MD* pSha1 = nullptr;
-};
-
-// Both, or neither when memory is short; then the next call tries again.
-Algorithms FetchedAlgorithms() {
-    static std::mutex s_mutex;  // constant-initialised, trivially destroyed
-    static Algorithms s_algorithms;
-    const std::lock_guard<std::mutex> lock(s_mutex);
-    Algorithms& a = s_algorithms;
-    if (a.pLibrary != nullptr) {
-        return a;
-    }
-    a.pLibrary = OSSL_LIB_CTX_new();
-    if (a.pLibrary != nullptr) {
-        a.pMd5 = EVP_MD_fetch(a.pLibrary, "MD5", nullptr);
-        a.pSha1 = EVP_MD_fetch(a.pLibrary, "SHA1", nullptr);
-    }
-    if (a.pMd5 == nullptr || a.pSha1 == nullptr) {
-        EVP_MD_free(a.pMd5);
-        EVP_MD_free(a.pSha1);
-        OSSL_LIB_CTX_free(a.pLibrary);
-        a = Algorithms();
-    }
-    return a;
-}
-
-// What one call works with: both digests and the block read last. Made for each call: that is cheap
-// beside opening the file, and keeps nothing for threads that end.
+// What one call works with: both digests and the block read last.
 class CHashKit {
 public:
-    CHashKit() : m_pMd5(EVP_MD_CTX_new()), m_pSha1(EVP_MD_CTX_new()) {}
-    ~CHashKit() {
-        EVP_MD_CTX_free(m_pMd5);
-        EVP_MD_CTX_free(m_pSha1);
-    }
-
-    CHashKit(const CHashKit&) = delete;
-    CHashKit& operator=(const CHashKit&) = delete;
-
-    bool Begin() {
-        const Algorithms algorithms = FetchedAlgorithms();
-        return algorithms.pMd5 != nullptr && algorithms.pSha1 != nullptr && m_pMd5 != nullptr &&
-               m_pSha1 != nullptr && EVP_DigestInit_ex2(m_pMd5, algorithms.pMd5, nullptr) == 1 &&
-               EVP_DigestInit_ex2(m_pSha1, algorithms.pSha1, nullptr) == 1;
-    }
-    bool Add(size_t nBytes) {
-        return EVP_DigestUpdate(m_pMd5, m_block, nBytes) == 1 &&
-               EVP_DigestUpdate(m_pSha1, m_block, nBytes) == 1;
-    }
-    bool End(unsigned char* pMd5, unsigned char* pSha1) {
-        return EVP_DigestFinal_ex(m_pMd5, pMd5, nullptr) == 1 &&
-               EVP_DigestFinal_ex(m_pSha1, pSha1, nullptr) == 1;
-    }
+    bool Add(size_t nBytes) { return m_pair.Add(m_block, nBytes); }
+    bool End(unsigned char* pMd5, unsigned char* pSha1) { return m_pair.End(pMd5, pSha1); }
     unsigned char* Block() { return m_block; }
 
 private:
-    EVP_MD_CTX* m_pMd5;
-    EVP_MD_CTX* m_pSha1;
+    utils::CDigestPair m_pair;
     unsigned char m_block[BLOCK_SIZE];
 };
 
@@ -176,21 +117,18 @@ bool HashFile(const std::string& strPath, unsigned char* pMd5, unsigned char* pS
     if (file.Get() < 0) {
         return false;
     }
-    const std::unique_ptr<CHashKit> pKit(new (std::nothrow) CHashKit);
-    if (pKit == nullptr || !pKit->Begin()) {
-        return false;
-    }
-    return (status.st_size > 0 ? AddSized(file.Get(), *pKit, status.st_size)
-                               : AddSizeless(file.Get(), *pKit)) &&
-           pKit->End(pMd5, pSha1);
+    CHashKit kit;
+    return (status.st_size > 0 ? AddSized(file.Get(), kit, status.st_size)
+                               : AddSizeless(file.Get(), kit)) &&
+           kit.End(pMd5, pSha1);
 }
 
 }  // namespace
 
 bool utils::getMD5AndSHA1(const std::string& strPath, std::string& strMd5, std::string& strSha1) {
     try {
-        unsigned char md5[MD5_SIZE];
-        unsigned char sha1[SHA1_SIZE];
+        unsigned char md5[CDigestPair::MD5_SIZE];
+        unsigned char sha1[CDigestPair::SHA1_SIZE];
         if (HashFile(strPath, md5, sha1)) {
             std::string strMd5Text = HexText(md5, sizeof(md5));
             std::string strSha1Text = HexText(sha1, sizeof(sha1));

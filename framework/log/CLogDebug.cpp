@@ -13,11 +13,13 @@
 #include <string>
 
 #include "framework/base/CStr.h"
+#include "framework/base/DigestPair.h"
 #include "framework/base/FdWriter.h"
 
 namespace {
 
-constexpr int DEFAULT_LEVEL = 4;
+constexpr int LEVEL_FAILURE = 4;
+constexpr int DEFAULT_LEVEL = LEVEL_FAILURE;
 
 int LevelFromEnvironment() {
     const char* pszLevel = getenv("HOSTFRAMEWORK_LOG_LEVEL");
@@ -81,6 +83,31 @@ std::string LineOf(const LogRecord& record, va_list args) {
     strLine += '\n';
     return strLine;
 }
+
+int Log(int nLevel, const char* pszSource, const char* pszFunction, int nLine,
+        const char* pszFormat, ...) __attribute__((format(printf, 5, 6)));
+
+int Log(int nLevel, const char* pszSource, const char* pszFunction, int nLine,
+        const char* pszFormat, ...) {
+    va_list args;
+    va_start(args, pszFormat);
+    const int nResult =
+        CLogDebug::Instance()->LogPrintV(nLevel, pszSource, pszFunction, nLine, pszFormat, args);
+    va_end(args);
+    return nResult;
+}
+
+// The digests stand below the log and cannot call it themselves.
+void TellDigestCheck(const char* pszPath) {
+    (void)Log(LEVEL_FAILURE, "framework/base/DigestPair", "ChooseDigestPath", __LINE__,
+              "[DigestPair] the digests of path [%s] are wrong here, OpenSSL's are in use",
+              pszPath);
+}
+
+[[maybe_unused]] const bool g_bDigestNotice = [] {
+    utils::SetDigestNotice(TellDigestCheck);
+    return true;
+}();
 
 int CallSink(ILogSink& sink, const LogRecord& record, va_list args) {
     try {

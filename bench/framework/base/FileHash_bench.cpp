@@ -12,6 +12,7 @@
 #include <string>
 
 #include "bench/support/Ratios.h"
+#include "framework/base/DigestPair.h"
 #include "tests/support/TestDir.h"
 
 namespace {
@@ -84,9 +85,15 @@ std::string Md5Of(const std::string& strPath) {
     return HexText(digest, sizeof(digest));
 }
 
-bool CompareSize(const std::string& strName, size_t nBytes, double dTarget) {
-    return Compare({"both digests : MD5 alone, " + strName, dTarget,
-                    [nBytes](benchmark::State& state) {
+bool CompareSize(utils::DigestPath ePath, const std::string& strName, size_t nBytes,
+                 double dTarget) {
+    if (!utils::DigestPathRuns(ePath)) {
+        return true;  // no row: this processor lacks what the path needs
+    }
+    const std::string strPath = utils::DigestPathName(ePath);
+    return Compare({strPath + ", both digests : MD5 alone, " + strName, dTarget,
+                    [=](benchmark::State& state) {
+                        utils::SetDigestPath(ePath);
                         const std::string strFile = FileOf(nBytes);
                         std::string strMd5;
                         std::string strSha1;
@@ -106,9 +113,18 @@ bool CompareSize(const std::string& strName, size_t nBytes, double dTarget) {
                     }});
 }
 
-const bool REGISTERED = CompareSize("a file of 1 KiB", 1024, 1.5) &&
-                        CompareSize("a file of 64 KiB", 65536, 1.75) &&
-                        CompareSize("a file of 1 MiB", 1024 * 1024, 1.75) &&
-                        CompareSize("a file of 16 MiB", 16 * 1024 * 1024, 1.75);
+bool ComparePath(utils::DigestPath ePath, double dSmallTarget, double dTarget) {
+    return CompareSize(ePath, "1 KiB", 1024, dSmallTarget) &&
+           CompareSize(ePath, "16 KiB", 16 * 1024, dTarget) &&
+           CompareSize(ePath, "64 KiB", 64 * 1024, dTarget) &&
+           CompareSize(ePath, "1 MiB", 1024 * 1024, dTarget) &&
+           CompareSize(ePath, "16 MiB", 16 * 1024 * 1024, dTarget) &&
+           CompareSize(ePath, "100 MiB", 100 * 1024 * 1024, dTarget);
+}
+
+const bool REGISTERED = ComparePath(utils::DIGEST_PATH_SHA, 1.25, 1.30) &&
+                        ComparePath(utils::DIGEST_PATH_AVX2, 1.25, 1.30) &&
+                        ComparePath(utils::DIGEST_PATH_PORTABLE, 1.25, 1.55) &&
+                        ComparePath(utils::DIGEST_PATH_LIBRARY, 0, 0);
 
 }  // namespace

@@ -24,6 +24,7 @@
 #include <thread>
 #include <vector>
 
+#include "framework/base/DigestPair.h"
 #include "tests/support/TestDir.h"
 
 namespace {
@@ -470,6 +471,7 @@ TEST_F(FileHashTest, AFirstCallWithoutMemoryDoesNotKeepLaterOnesFromHashing) {
         // Only a process in which OpenSSL has not worked yet lets its memory be replaced.
         EXPECT_EQ(1, CRYPTO_set_mem_functions(Allocate, Reallocate, Free));
         EXPECT_EQ(1, OPENSSL_init_crypto(0, nullptr));
+        utils::SetDigestPath(utils::DIGEST_PATH_LIBRARY);  // the one that needs memory
         s_bNoMemory = true;
         ExpectNoHash(strAbc);
         s_bNoMemory = false;

@@ -17,6 +17,8 @@
 #include <thread>
 #include <vector>
 
+#include "framework/base/DigestPair.h"
+
 namespace {
 
 int Log(int nLevel, const char* pszSource, const char* pszFunction, int nLine,
@@ -143,6 +145,26 @@ TEST(CLogDebugTest, MissingTextsKeepTheirPlaces) {
     const std::string strText = capture.Text();
     EXPECT_THAT(strText, ::testing::EndsWith("L4 - -:1 m\n"));
     EXPECT_EQ("L4 - -:1 m\n", AfterTime(strText.substr(strText.size() / 2)));
+}
+
+// What a broken processor would do.
+void WrongDigests(utils::DigestState& state, const uint8_t* /*pBlocks*/, size_t nBlocks) {
+    state.md5[0] += static_cast<uint32_t>(nBlocks);
+}
+
+TEST(CLogDebugTest, DigestsThatFailTheirCheckAreToldInTheLog) {
+    const CStderrSwap capture;
+
+    const utils::DigestPath eChosen =
+        utils::ChooseDigestPath({nullptr, WrongDigests, nullptr, nullptr});
+
+    EXPECT_EQ(utils::DIGEST_PATH_LIBRARY, eChosen);
+    const std::string strText = AfterTime(capture.Text());
+    EXPECT_EQ(0u, strText.find("L4 framework/base/DigestPair ChooseDigestPath:")) << strText;
+    EXPECT_NE(std::string::npos,
+              strText.find(" [DigestPair] the digests of path [portable] are wrong here, OpenSSL's "
+                           "are in use\n"))
+        << strText;
 }
 
 TEST(CLogDebugTest, AMegabyteIsWrittenWhole) {
