@@ -1,6 +1,4 @@
 // Every x86-64 processor.
-#define DIGEST_TARGET
-
 #include "framework/base/DigestBlocks.h"
 #include "framework/base/DigestVectorSteps.h"
 

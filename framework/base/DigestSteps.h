@@ -1,5 +1,5 @@
-// The steps that the paths of DigestBlocks.h are made of. Included by one source per path, after
-// it has defined DIGEST_TARGET, the processor features of all its functions, and, where bytes of a
+// The steps that the paths of DigestBlocks.h are made of. Included by one source per path, which
+// may define DIGEST_TARGET, the processor features of all its functions, and, where bytes of a
 // vector can be shuffled, DIGEST_SHUFFLE.
 //
 // State stands in single variables and every loop is written out: in arrays and loops the compiler
@@ -12,6 +12,9 @@
 #include <cstdint>
 #include <cstring>
 
+#ifndef DIGEST_TARGET
+#define DIGEST_TARGET  // what every x86-64 processor has
+#endif
 #define DIGEST_STEP inline __attribute__((always_inline)) DIGEST_TARGET
 
 namespace {
