@@ -5,6 +5,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -37,6 +38,9 @@ int WriteAll(int nFd, const std::string& strText) {
     }
     return 0;
 }
+
+constexpr int STALL_WAIT_MS = 100;  // for standard error to be read, until it was not
+constexpr size_t PIECE = 4096;      // what a pipe with any room takes whole
 
 size_t TerminalWidth() {
     winsize size = {};
@@ -93,7 +97,11 @@ void Output::Line(const std::string& strLine) {
 void Output::Error(const std::string& strLine) {
     const std::lock_guard<std::mutex> lock(m_mutex);
     HideProgress();
-    (void)WriteAll(STDERR_FILENO, strLine + "\n");  // nowhere to report it to
+    if (m_nDropped > 0 && WriteError("\ntevmon-host: " + std::to_string(m_nDropped) +
+                                     " lines were dropped here, nobody read standard error\n")) {
+        m_nDropped = 0;
+    }
+    m_nDropped += WriteError(strLine + "\n") ? 0 : 1;
     ShowProgress();
 }
 
@@ -119,16 +127,38 @@ std::string Output::BrokenReason() const {
     return !m_bBroken || m_nBrokenError == EPIPE ? "" : std::strerror(m_nBrokenError);
 }
 
+// [with m_mutex held] False when standard error is not read; an error counts as written, for there
+// is nowhere to report it to.
+bool Output::WriteError(const std::string& strText) {
+    size_t nDone = 0;
+    while (nDone < strText.size()) {
+        pollfd fd = {STDERR_FILENO, POLLOUT, 0};
+        if (poll(&fd, 1, m_bErrorStalled ? 0 : STALL_WAIT_MS) == 0) {
+            m_bErrorStalled = true;
+            return false;
+        }
+        const size_t nPiece = std::min(PIECE, strText.size() - nDone);
+        const ssize_t nWritten = write(STDERR_FILENO, strText.data() + nDone, nPiece);
+        if (nWritten >= 0) {
+            nDone += static_cast<size_t>(nWritten);
+        } else if (errno != EINTR && errno != EAGAIN) {
+            return true;
+        }
+    }
+    m_bErrorStalled = false;
+    return true;
+}
+
 // [with m_mutex held]
 void Output::HideProgress() {
     if (!m_strProgress.empty()) {
-        (void)WriteAll(STDERR_FILENO, "\r\033[K");
+        (void)WriteError("\r\033[K");
     }
 }
 
 // [with m_mutex held]
 void Output::ShowProgress() {
     if (!m_strProgress.empty()) {
-        (void)WriteAll(STDERR_FILENO, m_strProgress);
+        (void)WriteError(m_strProgress);
     }
 }

@@ -5,11 +5,14 @@
 //
 // Threads: any; one mutex, lines never mix.
 // Errors: nothing throws but std::bad_alloc. Standard output that cannot be written (its reader
-//   left, the disk is full) is reported once through IsBroken and gets nothing more.
+//   left, the disk is full) is reported once through IsBroken and gets nothing more. Lines for a
+//   standard error that nobody reads are dropped, and their number told once it is read again: the
+//   module's threads come here and must not stand still.
 #ifndef HOST_OUTPUT_H
 #define HOST_OUTPUT_H
 
 #include <atomic>
+#include <cstdint>
 #include <mutex>
 #include <string>
 
@@ -41,6 +44,7 @@ public:
     std::string BrokenReason() const;  // "" when its reader left, which needs no words
 
 private:
+    bool WriteError(const std::string& strText);
     void HideProgress();
     void ShowProgress();
 
@@ -51,6 +55,8 @@ private:
     std::atomic<bool> m_bBroken{false};
     mutable std::mutex m_mutex;  // guards what follows and the order of lines
     int m_nBrokenError = 0;
+    bool m_bErrorStalled = false;
+    uint64_t m_nDropped = 0;  // lines of standard error
     std::string m_strProgress;
 };
 

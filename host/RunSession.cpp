@@ -9,6 +9,7 @@
 #include "host/DatabaseLook.h"
 #include "host/ExitCodes.h"
 #include "host/ModuleLog.h"
+#include "host/ModuleStdout.h"
 #include "host/StateDir.h"
 #include "host/Text.h"
 #include "host/verdict/HashListSource.h"
@@ -137,6 +138,9 @@ int RunSession::RunModule() {
         m_global.strModule.empty() ? PluginLoader::DefaultPath() : m_global.strModule;
     AnsweredKeys keys(m_global.CacheDatabase());  // reads the cache while nobody works with it
     ModuleLog log(m_output, *m_pReport, m_global.nLogLevel);
+    ModuleStdout printed(
+        [this](const std::string& strLine) { m_output.Error(text::ForTerminal(strLine)); });
+    (void)printed.Begin();  // without it, what the module prints goes to standard error unread
     std::string strError;
     if (!m_loader.Load(strModule, strError)) {
         return Fail(EXIT_CODE_MODULE, strError);
@@ -155,6 +159,7 @@ int RunSession::RunModule() {
     }
     const int nExitCode = RunPasses();
     EndModule();
+    printed.End();
     TidyUpDatabases();
     Summarise();
     if (m_output.IsBroken()) {

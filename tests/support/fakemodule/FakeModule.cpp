@@ -3,7 +3,8 @@
 // at once, with the path repeated to 72 characters of hexadecimal as its key.
 //
 // What happens to it stands in the file "calls" of the current directory, one line each: the
-// operations of the table, "event <body>", "answer <body>".
+// operations of the table, "event <body>", "answer <body>". The chatty one also prints more than a
+// pipe holds.
 #include <cstdio>
 #include <memory>
 #include <mutex>
@@ -81,6 +82,11 @@ Receiver g_receiver;
 int32_t Init(void* /*pArgument*/) {
     // A host's standard output is not the module's: this must not reach its reader.
     std::printf("printed by the module\n");
+#ifdef FAKEMODULE_CHATTY
+    for (int i = 0; i < 30000; ++i) {
+        std::printf("database is locked\n%s", i % 300 == 0 ? "cannot commit\n" : "");
+    }
+#endif
     std::fflush(stdout);
     Note("init");
     return 0;

@@ -100,3 +100,28 @@ TEST(OutputTest, WithoutATerminalThereIsNoColourAndNoProgress) {
     EXPECT_FALSE(output.HasProgress());
     EXPECT_EQ("", testing::internal::GetCapturedStderr());
 }
+
+TEST(OutputTest, AStandardErrorThatNobodyReadsStallsNobodyAndItsDroppedLinesAreCounted) {
+    int pipeFds[2];
+    ASSERT_EQ(0, pipe2(pipeFds, O_CLOEXEC));
+    const int nOld = dup(STDERR_FILENO);
+    ASSERT_EQ(STDERR_FILENO, dup2(pipeFds[1], STDERR_FILENO));
+    Output output;
+
+    for (int i = 0; i < 2000; ++i) {
+        output.Error(std::string(99, 'x'));  // more than a pipe holds
+    }
+    std::string strText(1 << 20, ' ');
+    strText.resize(static_cast<size_t>(read(pipeFds[0], strText.data(), strText.size())));
+    output.Error("read again");
+    const ssize_t nMore = read(pipeFds[0], strText.data(), strText.size());
+    dup2(nOld, STDERR_FILENO);
+    for (const int nFd : {nOld, pipeFds[0], pipeFds[1]}) {
+        close(nFd);
+    }
+
+    const std::string strMore = strText.substr(0, static_cast<size_t>(nMore));
+    EXPECT_EQ(0u, strMore.find("\ntevmon-host: ")) << strMore;
+    EXPECT_NE(std::string::npos, strMore.find(" lines were dropped here")) << strMore;
+    EXPECT_NE(std::string::npos, strMore.find("\nread again\n")) << strMore;
+}
