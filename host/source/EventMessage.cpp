@@ -2,6 +2,7 @@
 
 #include "host/JsonRead.h"
 #include "host/Text.h"
+#include "host/source/MountTable.h"
 
 namespace event_message {
 
@@ -55,6 +56,28 @@ std::string CreationsOf(const std::vector<Creation>& creations) {
         element.AddJson("path", text::JsonQuote(creation.strPath, text::BAD_BYTES_KEEP));
         element.AddJson("cmd", text::JsonQuote(creation.strCommand, text::BAD_BYTES_KEEP));
         element.Add("pid", static_cast<uint64_t>(creation.nPid));
+        strElements += (strElements.empty() ? "" : ",") + element.Text();
+    }
+    return strElements.empty() ? "" : "{\"param\":[" + strElements + "]}";
+}
+
+std::string OperationsOf(const std::vector<FileOperation>& operations) {
+    static const char* const ACTS[] = {"create", "write", "rename", "remove"};
+    std::string strElements;
+    for (const FileOperation& operation : operations) {
+        JsonObject element;
+        if (strElements.empty()) {
+            element.Add("grup", "cloudquery").Add("context", "cloudfd");
+        }
+        element.AddJson("path", text::JsonQuote(operation.strPath, text::BAD_BYTES_KEEP));
+        element.Add("optertion", ACTS[operation.eAct]);  // spelled so
+        element.AddJson("exe_path", text::JsonQuote(operation.strProgram, text::BAD_BYTES_KEEP));
+        element.Add("exe_pid", static_cast<uint64_t>(operation.nPid));
+        // The module reads 32 bits with a sign.
+        element.Add("ino", operation.nInode <= INT32_MAX ? operation.nInode : uint64_t{0});
+        element.Add("disk_type", mount_table::DiskType(operation.strFsType));
+        element.Add("fs_type", operation.strFsType).Add("result", "0");
+        element.Add("time", operation.tmWhen);
         strElements += (strElements.empty() ? "" : ",") + element.Text();
     }
     return strElements.empty() ? "" : "{\"param\":[" + strElements + "]}";

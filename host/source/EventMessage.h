@@ -1,5 +1,5 @@
 // Messages of behaviour events as the module takes them: which texts are usable, and how a batch
-// of process creations is written.
+// of process creations or of file operations is written.
 //
 // Threads: any; no state. Errors: none but std::bad_alloc.
 #ifndef HOST_SOURCE_EVENTMESSAGE_H
@@ -8,6 +8,8 @@
 #include <cstdint>
 #include <string>
 #include <vector>
+
+#include "host/source/FileOperation.h"
 
 namespace event_message {
 
@@ -30,6 +32,9 @@ struct Creation {
 };
 // Likewise, with the command line and the number of each process.
 std::string CreationsOf(const std::vector<Creation>& creations);
+
+// One message of file operations, likewise. A program that no path leads to stands in it as "".
+std::string OperationsOf(const std::vector<FileOperation>& operations);
 
 }  // namespace event_message
 

@@ -20,6 +20,7 @@ struct FileOperation {
     uint32_t nPid = 0;
     bool bPlace = false;  // in a place that the module watches, by its spelling
     bool bPipe = false;   // a created named pipe
+    int64_t tmWhen = 0;   // when it was read
 };
 
 struct FileCounters {
@@ -31,6 +32,9 @@ struct FileCounters {
     uint64_t nBatched = 0;       // told and in the batch in the making
     uint64_t nNoProgram = 0;     // told without the acting program
     uint64_t nOverflows = 0;     // times that the kernel's queue was full; what it lost is unknown
+    uint64_t nBroken = 0;        // pieces of what the kernel told that are no event
+    uint64_t nEvents = 0;        // that the kernel told; some hold several operations, some none
+    uint64_t nSenseMicros = 0;   // processor time for all of it, until it is told
 
     // Sensed, and neither told nor counted for a reason.
     uint64_t Waiting() const {

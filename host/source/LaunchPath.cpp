@@ -29,11 +29,6 @@ bool IsExecuted(const struct stat& status, const LaunchEvent& event) {
     return event.nMagic == MAGIC_OVERLAY || event.nMagic == MAGIC_BTRFS;
 }
 
-bool Names(const std::string& strPath, const LaunchEvent& event, const FileLook& fnLook) {
-    struct stat status = {};
-    return !strPath.empty() && fnLook(strPath, status) && IsExecuted(status, event);
-}
-
 bool IsInterpreter(const std::string& strPath) {
     const std::string strName = strPath.substr(strPath.rfind('/') + 1);
     return std::find(std::begin(INTERPRETERS), std::end(INTERPRETERS), strName) !=
@@ -61,22 +56,27 @@ std::string Absolute(std::string strName, const LaunchEvent& event) {
 
 }  // namespace
 
+bool LeadsTo(const std::string& strPath, const LaunchEvent& event, const FileLook& fnLook) {
+    struct stat status = {};
+    return !strPath.empty() && fnLook(strPath, status) && IsExecuted(status, event);
+}
+
 LaunchPath ChooseLaunchPath(const LaunchEvent& event, const FileLook& fnLook) {
     const std::string& strName = event.strInterp.empty() ? event.strName : event.strInterp;
     const std::string strInvoked = Absolute(strName, event);
-    const bool bInvoked = Names(strInvoked, event, fnLook);
+    const bool bInvoked = LeadsTo(strInvoked, event, fnLook);
     const bool bBetter = IsInterpreter(event.strPath) && !IsInterpreter(strInvoked);
     if (bInvoked && !bBetter) {
         return {strInvoked, LAUNCH_PATH_INVOKED};
     }
-    if (Names(event.strPath, event, fnLook)) {
+    if (LeadsTo(event.strPath, event, fnLook)) {
         return {event.strPath, LAUNCH_PATH_RESOLVED};
     }
     if (bInvoked) {
         return {strInvoked, LAUNCH_PATH_INVOKED};
     }
     const std::string strProc = "/proc/" + std::to_string(event.nPid) + "/exe";
-    if (Names(strProc, event, fnLook)) {
+    if (LeadsTo(strProc, event, fnLook)) {
         return {strProc, LAUNCH_PATH_PROC};
     }
     return {};

@@ -27,6 +27,10 @@ struct LaunchPath {
 // stat: false when there is no such file.
 using FileLook = std::function<bool(const std::string& strPath, struct stat& status)>;
 
+// True when strPath leads to the file that was started. Of event only its device, inode and file
+// system are looked at.
+bool LeadsTo(const std::string& strPath, const LaunchEvent& event, const FileLook& fnLook);
+
 // The name as invoked where stat says that it is the file started, else the resolved path where
 // that is, else /proc/PID/exe. Only where the resolved name alone is one by which the module
 // knows an interpreter, that comes first: sh is dash.

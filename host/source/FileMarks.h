@@ -1,0 +1,83 @@
+// What fanotify is asked to watch: the file systems that hold the watched places, whole; and
+// directory by directory what a whole file system cannot tell.
+//
+//   file system   every creation, removal, rename, close after writing and start of a program
+//   directory     each write in the places where files are started from, subdirectories included;
+//                 on a file system that cannot be watched whole, everything of the places, or of
+//                 the nearest directory above a place that does not exist yet
+//
+// Threads: one. Errors: what cannot be watched is a notice.
+#ifndef HOST_SOURCE_FILEMARKS_H
+#define HOST_SOURCE_FILEMARKS_H
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/source/FilePlaces.h"
+#include "host/source/MountTable.h"
+
+// The system calls; a test brings its own.
+class IMarkCalls {
+public:
+    virtual ~IMarkCalls() = default;
+    virtual int Mark(bool bWhole, uint64_t nMask, const std::string& strPath) = 0;  // 0 or errno
+    virtual std::string Mounts() = 0;                          // the text of /proc/self/mountinfo
+    virtual bool IsDirectory(const std::string& strPath) = 0;  // not for a link
+    virtual std::vector<std::string> DirectoriesIn(const std::string& strPath) = 0;
+    virtual std::string FsidOf(const std::string& strPath) = 0;    // as in handles; "" for none
+    virtual std::string HandleOf(const std::string& strPath) = 0;  // as in events; "" for none
+};
+
+class FileMarks {
+public:
+    static constexpr size_t MOST_DIRECTORIES = 4096;  // marked one by one
+
+    // nEvents is the mask of a whole file system. bAll: every local file system.
+    FileMarks(IMarkCalls& calls, FilePlaces& places, uint64_t nEvents, bool bAll);
+
+    // Reads what is mounted, marks what is new and forgets what is gone. True for a change.
+    bool Refresh();
+    // A directory has appeared: marks it when it is a place, or above or in one.
+    void OnDirectory(const std::string& strPath);
+
+    bool IsEmpty() const { return m_systems.empty(); }  // nothing could be marked
+    std::vector<std::string> TakeNotices();
+
+    // A mount point of the file system of this handle, and its type; "" when not known.
+    std::string PointOf(std::string_view strFsid) const;
+    std::string TypeOf(std::string_view strFsid) const;
+    // The path of a directory marked by itself; "" for others.
+    std::string MarkedPath(std::string_view strHandle) const;
+    bool IsWhole(uint32_t nDevice) const;
+
+private:
+    struct System {
+        MountEntry mount;
+        std::string strFsid;
+        bool bWhole = false;
+    };
+
+    std::map<uint32_t, MountEntry> Wanted(const std::vector<MountEntry>& mounts) const;
+    std::string Existing(const std::string& strPath) const;
+    void MarkSystem(const MountEntry& mount);
+    void MarkPlace(const FilePlaces::Directory& place);
+    void MarkTree(const std::string& strPath, uint64_t nMask);
+    void MarkDirectory(const std::string& strPath, uint64_t nMask);
+    uint64_t MaskFor(const FilePlaces::Directory& place) const;
+
+    IMarkCalls& m_calls;
+    FilePlaces& m_places;
+    const uint64_t m_nEvents;
+    const bool m_bAll;
+    std::string m_strMounts;
+    std::vector<MountEntry> m_mounts;
+    std::map<uint32_t, System> m_systems;                      // by device
+    std::map<std::string, std::string, std::less<>> m_marked;  // handle -> path
+    std::vector<std::string> m_notices;
+    bool m_bFullSaid = false;
+};
+
+#endif
