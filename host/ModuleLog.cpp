@@ -13,25 +13,37 @@ namespace {
 constexpr int LEVEL_FAILURE = 4;
 constexpr int LEVEL_ALL = 1;
 
+// What a record's texts are.
+enum Texts {
+    TEXTS_NONE,
+    TEXTS_FILE,               // the file of the question; the message of NOTE_ANALYSED
+    TEXTS_FILE_OPERATION,     // likewise, then the operation
+    TEXTS_PROGRAM,            // the acting program
+    TEXTS_PROGRAM_OPERATION,  // likewise, then the operation
+};
+
 struct KnownFormat {
     std::string_view strFormat;  // without a line feed at its end
     ModuleNote eNote;
-    bool bHasPath;  // the first argument is a path
-    bool bProgram;  // that of the hashed program
+    QuestionKind eQuestion;
+    Texts eTexts;
 };
 
 constexpr KnownFormat KNOWN_FORMATS[] = {
-    {"handler===> %s", NOTE_ANALYSED, false, false},
-    {"[CTevPsMonitor] %s in cacho, skip [lanuch]", NOTE_CACHED, true, true},
-    {"[CTevPsMonitor] stat faid [%s]", NOTE_NO_STAT, true, false},
-    {"[CTevPsMonitor] calc md5 faid! [%s][lanuch]", NOTE_NO_HASH, true, false},
-    {"[CTevFsMonitor] %s in cacho, skip [%s]", NOTE_CACHED, true, false},
-    {"[CTevFsMonitor] stat faid [%s]", NOTE_NO_STAT, true, false},
-    {"[CTevFsMonitor] calc exepath md5 faid! [%s][%s]", NOTE_NO_HASH, true, false},
-    {"[CTevFsMonitor] calc md5 faid! [%s]", NOTE_NO_HASH, true, false},
-    {"[AddAutoRunsHandler] %s in cacho, skip [%s]", NOTE_CACHED, true, false},
-    {"[AddAutoRunsHandler] calc md5 faid! [%s]", NOTE_NO_HASH, true, false},
-    {"[CTevCloudInterface] : ipc fail.", NOTE_NOT_SENT, false, false},
+    // clang-format off
+    {"handler===> %s", NOTE_ANALYSED, QUESTION_NONE, TEXTS_FILE},
+    {"[CTevPsMonitor] %s in cacho, skip [lanuch]", NOTE_CACHED, QUESTION_LAUNCH, TEXTS_FILE},
+    {"[CTevPsMonitor] stat faid [%s]", NOTE_NO_STAT, QUESTION_LAUNCH, TEXTS_FILE},
+    {"[CTevPsMonitor] calc md5 faid! [%s][lanuch]", NOTE_NO_HASH, QUESTION_LAUNCH, TEXTS_FILE},
+    {"[CTevFsMonitor] %s in cacho, skip [%s]", NOTE_CACHED, QUESTION_FILE, TEXTS_FILE_OPERATION},
+    {"[CTevFsMonitor] stat faid [%s]", NOTE_NO_STAT, QUESTION_PIPE, TEXTS_FILE},
+    {"[CTevFsMonitor] calc exepath md5 faid! [%s][%s]", NOTE_NO_HASH, QUESTION_FILE,
+     TEXTS_PROGRAM_OPERATION},
+    {"[CTevFsMonitor] calc md5 faid! [%s]", NOTE_NO_HASH, QUESTION_PIPE, TEXTS_FILE},
+    {"[AddAutoRunsHandler] %s in cacho, skip [%s]", NOTE_CACHED, QUESTION_UNIT, TEXTS_FILE},
+    {"[AddAutoRunsHandler] calc md5 faid! [%s]", NOTE_NO_HASH, QUESTION_UNIT, TEXTS_PROGRAM},
+    {"[CTevCloudInterface] : ipc fail.", NOTE_NOT_SENT, QUESTION_NONE, TEXTS_NONE},
+    // clang-format on
 };
 
 }  // namespace
@@ -68,11 +80,28 @@ void ModuleLog::Note(const LogRecord& record, va_list args) {
         strFormat.remove_suffix(1);
     }
     for (const KnownFormat& known : KNOWN_FORMATS) {
-        if (known.strFormat == strFormat) {
-            const char* const pszPath = known.bHasPath ? va_arg(args, const char*) : "";
-            m_observer.OnModuleNote(known.eNote, pszPath == nullptr ? "" : pszPath, known.bProgram);
-            return;
+        if (known.strFormat != strFormat) {
+            continue;
         }
+        ModuleRecord note;
+        note.eNote = known.eNote;
+        note.eQuestion = known.eQuestion;
+        if (known.eTexts != TEXTS_NONE) {
+            note.strText = va_arg(args, const char*);
+        }
+        note.bNamesProgram =
+            known.eTexts == TEXTS_PROGRAM || known.eTexts == TEXTS_PROGRAM_OPERATION;
+        if (known.eTexts == TEXTS_FILE_OPERATION || known.eTexts == TEXTS_PROGRAM_OPERATION) {
+            note.strOperation = va_arg(args, const char*);
+        }
+        // One text for two questions: only the function tells them apart.
+        if (note.eNote == NOTE_NO_STAT &&
+            std::strcmp(record.pszFunction, "FileModifyHandler") == 0) {
+            note.eQuestion = QUESTION_FILE;
+            note.strOperation = "write";
+        }
+        m_observer.OnModuleNote(note);
+        return;
     }
 }
 

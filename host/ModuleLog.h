@@ -9,22 +9,30 @@
 #include <string>
 
 #include "framework/log/CLogDebug.h"
+#include "host/ModuleQuestions.h"
 #include "host/Output.h"
 
 enum ModuleNote {
-    NOTE_ANALYSED,  // a message of the queue is being looked at
+    NOTE_ANALYSED,  // a message of the queue is looked at from now on, on this thread
     NOTE_CACHED,    // an event was skipped, its program's verdict is known
     NOTE_NO_STAT,   // an event was skipped, its file cannot be looked at
     NOTE_NO_HASH,   // an event was skipped, its program cannot be read
     NOTE_NOT_SENT,  // a query could not be sent
 };
 
+struct ModuleRecord {
+    ModuleNote eNote = NOTE_ANALYSED;
+    std::string strText;  // the file that it names, or the message; "" where it has none
+    QuestionKind eQuestion = QUESTION_NONE;  // the question that this ends
+    std::string strOperation = {};           // of QUESTION_FILE
+    bool bNamesProgram = false;              // strText is the acting program, not the file that was changed
+};
+
 class IModuleLogObserver {
 public:
     virtual ~IModuleLogObserver() = default;
-    // [any] strPath is the record's file, "" where it has none. bProgram: it is the file that was
-    // hashed for the event.
-    virtual void OnModuleNote(ModuleNote eNote, const std::string& strPath, bool bProgram) = 0;
+    // [any] A record that says what became of an event.
+    virtual void OnModuleNote(const ModuleRecord& record) = 0;
 };
 
 class ModuleLog : public ILogSink {

@@ -22,14 +22,7 @@ Output::Colour LevelColour(int nLevel) {
     return nLevel <= 20 ? Output::COLOUR_GREEN : Output::COLOUR_YELLOW;
 }
 
-std::string Number(uint64_t nNumber) {
-    std::string strNumber = std::to_string(nNumber);
-    for (size_t nPos = strNumber.size(); nPos > 3;) {
-        nPos -= 3;
-        strNumber.insert(nPos, ",");
-    }
-    return strNumber;
-}
+using text::Number;
 
 // "1 message", "2 messages".
 std::string Count(uint64_t nNumber, const std::string& strWord) {

@@ -241,26 +241,36 @@ void RunReport::WriteQueryLine(const CloudQuery& query, QueryFate eFate, const V
                            : run_block::QueryLine(m_output, query, FateWord(eFate)));
 }
 
-void RunReport::OnModuleNote(ModuleNote eNote, const std::string& strPath, bool bProgram) {
-    const uint64_t nBytes = bProgram && eNote == NOTE_CACHED ? FileSize(strPath) : 0;
-    {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        m_counters.nAnalysed += eNote == NOTE_ANALYSED ? 1 : 0;
-        m_counters.nCached += eNote == NOTE_CACHED ? 1 : 0;
-        m_counters.nNoStat += eNote == NOTE_NO_STAT ? 1 : 0;
-        m_counters.nNoHash += eNote == NOTE_NO_HASH ? 1 : 0;
-        m_counters.nNotSent += eNote == NOTE_NOT_SENT ? 1 : 0;
-        m_counters.nHashedBytes += nBytes;
-        m_counters.lastWork = RunCounters::Clock::now();
-        if (!m_counters.firstWork) {
-            m_counters.firstWork = m_counters.lastWork;
-        }
+void RunReport::OnModuleNote(const ModuleRecord& note) {
+    CountNote(note);
+    WriteNote(note);
+}
+
+void RunReport::CountNote(const ModuleRecord& note) {
+    const ModuleNote eNote = note.eNote;
+    const bool bHashed = eNote == NOTE_CACHED && note.eQuestion == QUESTION_LAUNCH;
+    const uint64_t nBytes = bHashed ? FileSize(note.strText) : 0;
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_counters.nAnalysed += eNote == NOTE_ANALYSED ? 1 : 0;
+    m_counters.nCached += eNote == NOTE_CACHED ? 1 : 0;
+    m_counters.nNoStat += eNote == NOTE_NO_STAT ? 1 : 0;
+    m_counters.nNoHash += eNote == NOTE_NO_HASH ? 1 : 0;
+    m_counters.nNotSent += eNote == NOTE_NOT_SENT ? 1 : 0;
+    m_counters.nHashedBytes += nBytes;
+    m_counters.lastWork = RunCounters::Clock::now();
+    if (!m_counters.firstWork) {
+        m_counters.firstWork = m_counters.lastWork;
     }
+}
+
+void RunReport::WriteNote(const ModuleRecord& note) {
+    const ModuleNote eNote = note.eNote;
     static const char* const REASONS[] = {"", "cached", "no stat", "no hash", "not sent"};
     if (m_options.bJson && eNote != NOTE_ANALYSED) {
-        m_output.Line(Record("skip").Add("path", strPath).Add("reason", REASONS[eNote]).Text());
+        m_output.Line(
+            Record("skip").Add("path", note.strText).Add("reason", REASONS[eNote]).Text());
     } else if (m_options.bVerbose && eNote == NOTE_CACHED) {
-        m_output.Line(run_block::SkipLine(m_output, strPath));
+        m_output.Line(run_block::SkipLine(m_output, note.strText));
     }
 }
 

@@ -45,11 +45,11 @@ public:
     RunReport(Output& output, const GlobalOptions& options);
 
     virtual void Begin(const std::string& strModule);
-    void BeginPass(const PassInfo& pass);
+    virtual void BeginPass(const PassInfo& pass);
     void EndPass(bool bDrained);
     virtual void Summary(const RunEnd& end);
     virtual void Balance() {}  // the user asked for it in the middle of the run
-    void Progress(const std::string& strDoing);
+    virtual void Progress(const std::string& strDoing);
     // The queue became full, nearly full, or normal again.
     void OnQueue(const QueueLoad& load);
 
@@ -58,7 +58,7 @@ public:
     RunCounters PassCounters() const;
 
     void OnQuery(const CloudQuery& query, QueryFate eFate, const Verdict& verdict) override;
-    void OnModuleNote(ModuleNote eNote, const std::string& strPath, bool bProgram) override;
+    void OnModuleNote(const ModuleRecord& note) override;
     // The centre: counts its records and answers nothing.
     std::string OnMessage(const Guid& sender, int64_t nMsgType,
                           const std::string& strBody) override;
@@ -67,6 +67,8 @@ protected:
     void CountQuery(const CloudQuery& query, QueryFate eFate, const Verdict& verdict);
     void WriteQueryJson(const CloudQuery& query, QueryFate eFate, const Verdict& verdict);
     virtual void WriteQueryLine(const CloudQuery& query, QueryFate eFate, const Verdict& verdict);
+    void CountNote(const ModuleRecord& note);
+    virtual void WriteNote(const ModuleRecord& note);
     RunCounters TotalCounters() const;  // of all passes
 
     Output& m_output;

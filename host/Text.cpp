@@ -127,6 +127,15 @@ std::string Bytes(uint64_t nBytes) {
     return CStr::stdformat("%.1f %s", dValue, UNITS[nUnit]);
 }
 
+std::string Number(uint64_t nNumber) {
+    std::string strNumber = std::to_string(nNumber);
+    for (size_t nPos = strNumber.size(); nPos > 3;) {
+        nPos -= 3;
+        strNumber.insert(nPos, ",");
+    }
+    return strNumber;
+}
+
 std::string LocalTime(int64_t tmSeconds) {
     const time_t tmTime = tmSeconds;
     struct tm local = {};

@@ -28,6 +28,9 @@ size_t Utf8Length(const std::string& strText, size_t nPos);
 // 1536 as "1.5 KiB". bytes below 1024 as "17 B".
 std::string Bytes(uint64_t nBytes);
 
+// 1234567 as "1,234,567".
+std::string Number(uint64_t nNumber);
+
 // Local time as "2024-05-17 09:30:00".
 std::string LocalTime(int64_t tmSeconds);
 

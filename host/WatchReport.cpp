@@ -4,9 +4,10 @@
 #include <cerrno>
 #include <cstring>
 #include <ctime>
+#include <limits>
+#include <optional>
 #include <utility>
 
-#include "framework/base/FileHash.h"
 #include "host/DatabaseLook.h"
 #include "host/RunBlock.h"
 #include "host/Text.h"
@@ -14,7 +15,7 @@
 
 namespace {
 
-constexpr int LEVEL_BAD = 60;  // shown every time, also when the module skips it
+constexpr int LEVEL_GOOD = 20;  // a pipe of a program with such a verdict is not asked about
 
 JsonObject Record(const char* pszEvent) {
     return JsonObject().Add("event", pszEvent).Add("time", static_cast<int64_t>(time(nullptr)));
@@ -26,22 +27,45 @@ uint64_t Difference(uint64_t nLeft, uint64_t nRight) {
 
 }  // namespace
 
+// What is known of a question that the module asked, or skipped.
+struct WatchReport::Judgement {
+    std::string strWhat;
+    std::string strSubject;
+    std::string strProgram;  // that the verdict is on
+    std::string strBy;
+    Verdict verdict;
+    bool bCached = false;
+    bool bRecorded = false;  // --json has a record of the verdict already
+};
+
+uint64_t WatchBalance::Outstanding() const {
+    const uint64_t nEnds = module.nAnswers + module.nKnown + module.nNoKey + module.nLost;
+    return module.nQueries - std::min(module.nQueries, nEnds);
+}
+
 uint64_t WatchBalance::Unexplained() const {
     const uint64_t nLaunches = launches.nPrograms + launches.nUnresolvable + launches.nLost +
                                launches.nOwn + launches.nBroken;
-    const uint64_t nEnds = module.nAnswers + module.nKnown + module.nNoKey + module.nLost;
-    // A query that could not be sent names no path: its event is among the silent ones.
+    const uint64_t nFiles = files.nOwn + files.nElsewhere + files.nUnresolvable + files.nTold;
+    const uint64_t nTooMany = nLaunches - std::min(launches.nSensed, nLaunches) +
+                              (nFiles - std::min(files.nSensed, nFiles));
+    // A query that could not be sent names nothing: its question is among the silent ones.
     const uint64_t nSilent = events.nSilent - std::min(events.nSilent, module.nNotSent);
-    const uint64_t nUntold = launches.nSensed - std::min(launches.nSensed, nLaunches);
-    const uint64_t nTooMany = nLaunches - std::min(launches.nSensed, nLaunches);
-    return nTooMany + (bFinal ? nUntold + nSilent : 0) +
-           Difference(events.nSent + launches.nBatched, launches.nPrograms + launches.nScripts) +
-           Difference(module.nQueries, nEnds);
+    const uint64_t nEnds = events.nRefused + events.nNotStored + events.nWaiting + events.nBegun;
+    const uint64_t nAtTheEnd =
+        launches.Waiting() + files.Waiting() + nSilent + Outstanding() + Batched();
+    return nTooMany + (bFinal ? nAtTheEnd : 0) + Difference(events.nSent + Batched(), Told()) +
+           Difference(events.nSent, nEnds) +
+           Difference(events.nQuestions, events.Settled() + events.nSilent);
 }
 
 WatchReport::WatchReport(Output& output, const GlobalOptions& options,
                          const VerdictService& service, std::shared_ptr<FILE> pRecord)
-    : RunReport(output, options), m_service(service), m_pRecord(std::move(pRecord)) {}
+    : RunReport(output, options),
+      m_service(service),
+      m_programs(service),
+      m_ledger([this](const std::string& strProgram) { return IsKnownMaker(strProgram); }),
+      m_pRecord(std::move(pRecord)) {}
 
 // The module is loaded and not started: the queue is still what the last run left.
 void WatchReport::Begin(const std::string& strModule) {
@@ -53,9 +77,10 @@ WatchBalance WatchReport::Numbers(bool bFinal) const {
     WatchBalance balance;
     balance.bFinal = bFinal;
     balance.module = TotalCounters();
-    balance.events = m_ledger.State();
+    balance.events = bFinal ? m_ledger.FinalState() : m_ledger.State();
     const std::lock_guard<std::mutex> lock(m_watchMutex);
     balance.launches = m_launches;
+    balance.files = m_files;
     return balance;
 }
 
@@ -73,10 +98,7 @@ void WatchReport::Write(const WatchBalance& balance) {
 }
 
 void WatchReport::Summary(const RunEnd& end) {
-    // Messages that are neither in the queue nor begun with were not stored.
-    const LedgerState state = m_ledger.State();
-    const uint64_t nStored = end.queueDepth.value_or(state.nWaitingMessages);
-    m_ledger.Miss(state.nWaitingMessages - std::min(state.nWaitingMessages, nStored));
+    m_ledger.End(end.queueDepth.value_or(std::numeric_limits<uint64_t>::max()));
     Write(Numbers(true));
     RunReport::Summary(end);
 }
@@ -89,86 +111,109 @@ void WatchReport::OnDelivered(const EventBatch& batch, uint32_t nResult) {
 }
 
 void WatchReport::OnQuery(const CloudQuery& query, QueryFate eFate, const Verdict& verdict) {
-    m_ledger.Hear(query.strPath);
-    if (eFate == QUERY_ANSWERED || eFate == QUERY_KNOWN) {
-        SetLevel(query.strPath, verdict.nLevel);
-    }
     RunReport::OnQuery(query, eFate, verdict);
-}
-
-void WatchReport::WriteQueryLine(const CloudQuery& query, QueryFate eFate, const Verdict& verdict) {
-    if (eFate != QUERY_ANSWERED && eFate != QUERY_KNOWN) {
-        RunReport::WriteQueryLine(query, eFate, verdict);
+    ModuleSign sign;
+    sign.eKind = module_questions::KindOfEvent(query.strEvent, sign.strOperation);
+    sign.strName = query.strPath;
+    sign.bNamesProgram = sign.eKind == QUESTION_PIPE || sign.eKind == QUESTION_UNIT;
+    const std::optional<ModuleQuestion> question = m_ledger.Hear(sign);
+    if (eFate == QUERY_UNREADABLE || eFate == QUERY_NOT_DELIVERED) {
         return;
     }
-    m_output.Line(run_block::VerdictLine(m_output, query, verdict) + StarterText(query.strPath));
+    Judgement judgement;
+    judgement.strWhat = sign.eKind == QUESTION_LAUNCH ? "launch" : query.strEvent;
+    judgement.strSubject = question ? question->strFile : query.strPath;
+    judgement.strProgram = sign.eKind == QUESTION_LAUNCH ? judgement.strSubject
+                           : question                    ? question->strProgram
+                           : sign.bNamesProgram          ? query.strPath
+                                                         : "";
+    judgement.verdict = verdict;
+    judgement.bRecorded = eFate == QUERY_ANSWERED;
+    if (eFate != QUERY_NO_KEY) {
+        m_programs.SetVerdict(judgement.strProgram, verdict);
+    } else if (!judgement.strProgram.empty()) {
+        judgement.verdict = m_programs.VerdictOf(judgement.strProgram);
+    }
+    judgement.strBy = sign.eKind == QUESTION_LAUNCH ? m_programs.Starter(judgement.strSubject)
+                                                    : judgement.strProgram;
+    ShowJudgement(judgement);
 }
 
-void WatchReport::OnModuleNote(ModuleNote eNote, const std::string& strPath, bool bProgram) {
-    if (eNote == NOTE_ANALYSED) {
-        m_ledger.Begin();
-    } else if (!strPath.empty()) {
-        m_ledger.Hear(strPath);
+// The lines of queries that have a verdict are made where their question is known.
+void WatchReport::WriteQueryLine(const CloudQuery& query, QueryFate eFate, const Verdict& verdict) {
+    if (eFate == QUERY_UNREADABLE || eFate == QUERY_NOT_DELIVERED) {
+        RunReport::WriteQueryLine(query, eFate, verdict);
     }
-    RunReport::OnModuleNote(eNote, strPath, bProgram);
-    if (eNote == NOTE_CACHED && !m_options.bVerbose && LevelOf(strPath) >= LEVEL_BAD) {
-        CloudQuery query;
-        query.strPath = strPath;
-        Verdict verdict;
-        verdict.nLevel = LevelOf(strPath);
-        verdict.strSource = "from the cache";
-        if (m_options.bJson) {
-            m_output.Line(Record("bad").Add("path", strPath).Add("level", verdict.nLevel).Text());
-        } else {
-            m_output.Line(run_block::VerdictLine(m_output, query, verdict) + StarterText(strPath));
+}
+
+void WatchReport::OnModuleNote(const ModuleRecord& note) {
+    RunReport::OnModuleNote(note);
+    if (note.eNote == NOTE_ANALYSED) {
+        m_ledger.Begin(note.strText);
+        return;
+    }
+    if (note.eNote == NOTE_NOT_SENT) {
+        return;  // names nothing
+    }
+    ModuleSign sign;
+    sign.eEnd = note.eNote == NOTE_CACHED    ? SIGN_CACHED
+                : note.eNote == NOTE_NO_HASH ? SIGN_NO_HASH
+                                             : SIGN_NO_STAT;
+    sign.eKind = note.eQuestion;
+    sign.strName = note.strText;
+    sign.strOperation = note.strOperation;
+    sign.bNamesProgram = note.bNamesProgram;
+    const std::optional<ModuleQuestion> question = m_ledger.Hear(sign);
+    if (note.eNote != NOTE_CACHED) {
+        return;
+    }
+    const bool bLaunch = note.eQuestion == QUESTION_LAUNCH;
+    Judgement judgement;
+    judgement.strWhat = module_questions::EventOf(note.eQuestion, note.strOperation);
+    judgement.strSubject = note.strText;
+    judgement.strProgram = bLaunch ? note.strText : question ? question->strProgram : "";
+    judgement.verdict = m_programs.VerdictOf(judgement.strProgram);
+    judgement.strBy = bLaunch ? m_programs.Starter(note.strText) : judgement.strProgram;
+    judgement.bCached = true;
+    ShowJudgement(judgement);
+}
+
+// Skipped programs have lines of ShowJudgement.
+void WatchReport::WriteNote(const ModuleRecord& note) {
+    if (m_options.bJson) {
+        RunReport::WriteNote(note);
+    }
+}
+
+void WatchReport::ShowJudgement(const Judgement& judgement) {
+    const bool bBad = judgement.verdict.nLevel >= watch_line::LEVEL_BAD;
+    if (!m_options.bJson) {
+        if (bBad || !judgement.bCached || m_options.bVerbose) {
+            Show(watch_line::Judged(judgement.strWhat, judgement.strSubject, judgement.strBy,
+                                    judgement.verdict, judgement.bCached));
         }
+    } else if (bBad && !judgement.bRecorded) {
+        JsonObject record = Record("bad");
+        record.Add("path", judgement.strProgram).Add("level", judgement.verdict.nLevel);
+        record.Add("what", judgement.strWhat).Add("file", judgement.strSubject);
+        m_output.Line(record.Add("cached", judgement.bCached).Text());
     }
 }
 
-std::string WatchReport::StarterText(const std::string& strPath) const {
-    const std::lock_guard<std::mutex> lock(m_watchMutex);
-    const auto found = m_programs.find(strPath);
-    if (found == m_programs.end() || found->second.strStarter.empty()) {
-        return "";
-    }
-    const std::string strBy = "  by " + text::ForTerminal(found->second.strStarter);
-    return m_output.Paint(Output::COLOUR_DIM, strBy);
+void WatchReport::Show(const WatchRow& row) {
+    m_output.Line(watch_line::Text(m_output, row));
 }
 
-// The level of a program that the module skips: from its last query, or, when that was in an
-// earlier run, by its digests, once.
-int WatchReport::LevelOf(const std::string& strPath) {
-    {
-        const std::lock_guard<std::mutex> lock(m_watchMutex);
-        const auto found = m_programs.find(strPath);
-        if (found != m_programs.end() && found->second.nLevel != 0) {
-            return found->second.nLevel;
-        }
-    }
-    std::string strMd5, strSha1;
-    (void)utils::getMD5AndSHA1(strPath, strMd5, strSha1);  // empty texts are no key: unknown
-    const int nLevel = m_service.Decide(strSha1 + strMd5).nLevel;
-    SetLevel(strPath, nLevel);
-    return nLevel;
-}
-
-void WatchReport::SetLevel(const std::string& strPath, int nLevel) {
-    const std::lock_guard<std::mutex> lock(m_watchMutex);
-    if (m_programs.size() >= MOST_PROGRAMS && m_programs.count(strPath) == 0) {
-        m_programs.clear();
-    }
-    m_programs[strPath].nLevel = nLevel;
+// The module skips a pipe whose maker has a verdict of 20 or less in its cache.
+bool WatchReport::IsKnownMaker(const std::string& strProgram) const {
+    const std::string strKey = ProgramTable::KeyOf(strProgram);
+    return !strKey.empty() && m_service.Decide(strKey).nLevel <= LEVEL_GOOD &&
+           database_look::HasVerdict(m_options.CacheDatabase(), strKey).value_or(false);
 }
 
 void WatchReport::OnLaunch(const Launch& launch) {
     const std::string& strPath = launch.creation.strPath;
-    {
-        const std::lock_guard<std::mutex> lock(m_watchMutex);
-        if (m_programs.size() >= MOST_PROGRAMS && m_programs.count(strPath) == 0) {
-            m_programs.clear();
-        }
-        m_programs[strPath].strStarter = launch.strStarter;
-    }
+    m_programs.SetStarter(strPath, launch.strStarter);
     if (m_options.bJson) {
         static const char* const ORIGINS[] = {"none", "invoked", "resolved", "proc"};
         JsonObject record = Record("launch");
@@ -187,8 +232,8 @@ void WatchReport::OnUnresolvable(const LaunchEvent& event) {
         record.Add("name", strName).Add("cmd", event.strCommand);
         m_output.Line(record.Add("pid", static_cast<uint64_t>(event.nPid)).Text());
     } else {
-        m_output.Line(text::ClockNow() + "  unresolvable   " + text::ForTerminal(strName) +
-                      "  no path names its file, so it is not judged");
+        Show(watch_line::Told("unresolvable", "launch", strName,
+                              "no path names its file, so it is not judged"));
     }
 }
 
@@ -196,14 +241,14 @@ void WatchReport::OnLost(uint64_t nLost, uint64_t nTotal) {
     if (m_options.bJson) {
         m_output.Line(Record("lost").Add("launches", nLost).Add("total", nTotal).Text());
     } else {
-        m_output.Line(text::ClockNow() + "  lost           " + std::to_string(nLost) +
-                      " launches, the kernel's buffer was full; " + std::to_string(nTotal) +
-                      " since the start");
+        Show(watch_line::Told(
+            "lost", "launch", std::to_string(nLost) + (nLost == 1 ? " launch" : " launches"),
+            "the kernel's buffer was full; " + std::to_string(nTotal) + " since the start"));
     }
 }
 
-void WatchReport::OnBatch(const EventBatch& batch, std::vector<std::string> paths) {
-    m_ledger.Send(batch.nNumber, std::move(paths));
+void WatchReport::OnBatch(const EventBatch& batch, std::vector<std::string> /*paths*/) {
+    m_ledger.Send(batch.nNumber, batch.strBody, batch.nEvents);
     Keep(batch);
 }
 
@@ -250,7 +295,7 @@ void WatchReport::OnOverflow(uint64_t nTimes, uint64_t nTotal) {
 }
 
 void WatchReport::OnOperations(const EventBatch& batch, std::vector<FileOperation> /*operations*/) {
-    m_ledger.Send(batch.nNumber, {});
+    m_ledger.Send(batch.nNumber, batch.strBody, batch.nEvents);
     Keep(batch);
 }
 

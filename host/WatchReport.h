@@ -3,7 +3,7 @@
 //
 // Threads: as RunReport; the calls of the two source observers on the control thread. The mutexes
 // of the
-//   base, of the ledger and of this class are never held together.
+//   base, of the ledger of the programs and of this class are never held together.
 // Errors: nothing throws but std::bad_alloc. A recording that cannot be written is told once.
 #ifndef HOST_WATCHREPORT_H
 #define HOST_WATCHREPORT_H
@@ -12,16 +12,17 @@
 #include <memory>
 #include <mutex>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
-#include "host/LaunchLedger.h"
+#include "host/EventLedger.h"
+#include "host/ProgramTable.h"
 #include "host/RunReport.h"
+#include "host/WatchLine.h"
 #include "host/source/FileOperation.h"
 #include "host/source/LaunchSource.h"
 #include "host/verdict/VerdictService.h"
 
-// All numbers of a balance: how many launches the kernel had, and what became of each.
+// All numbers of a balance: what the kernel had, and what became of each of it.
 struct WatchBalance {
     LaunchCounters launches;
     FileCounters files;
@@ -29,15 +30,20 @@ struct WatchBalance {
     RunCounters module;
     bool bFinal = false;  // nothing is on its way any more
 
-    // Launches, events and queries that no cause was found for.
+    // Programs, scripts and file operations that were told.
+    uint64_t Told() const { return launches.nPrograms + launches.nScripts + files.nTold; }
+    // Of these: in a batch in the making.
+    uint64_t Batched() const { return launches.nBatched + files.nBatched; }
+    // Of the messages that the router took: events of those whose delivery was not refused.
+    uint64_t Delivered() const { return events.nSent - events.nRefused; }
+    // Queries that no answer is due for or was given to.
+    uint64_t Outstanding() const;
+    // Launches, file operations, events and queries that no cause was found for.
     uint64_t Unexplained() const;
 };
 
 class WatchReport : public RunReport, public ILaunchObserver, public IFileObserver {
 public:
-    // Programs whose starter and verdict are remembered at most.
-    static constexpr size_t MOST_PROGRAMS = 8192;
-
     // pRecord gets every message, one a line; null for none.
     WatchReport(Output& output, const GlobalOptions& options, const VerdictService& service,
                 std::shared_ptr<FILE> pRecord);
@@ -45,11 +51,12 @@ public:
     void Begin(const std::string& strModule) override;
     void Summary(const RunEnd& end) override;
     void Balance() override;
+    // bFinal: the module has stopped; files are looked at then for what was not heard of.
     WatchBalance Numbers(bool bFinal) const;
 
     void OnDelivered(const EventBatch& batch, uint32_t nResult) override;
     void OnQuery(const CloudQuery& query, QueryFate eFate, const Verdict& verdict) override;
-    void OnModuleNote(ModuleNote eNote, const std::string& strPath, bool bProgram) override;
+    void OnModuleNote(const ModuleRecord& note) override;
 
     void OnLaunch(const Launch& launch) override;
     void OnUnresolvable(const LaunchEvent& event) override;
@@ -64,25 +71,23 @@ public:
     void OnNotice(const std::string& strText) override;
 
 private:
-    struct Program {
-        std::string strStarter;
-        int nLevel = 0;  // 0: not known
-    };
+    struct Judgement;
 
     void Write(const WatchBalance& balance);
     void Keep(const EventBatch& batch);
+    void Show(const WatchRow& row);
+    void ShowJudgement(const Judgement& judgement);
     void WriteQueryLine(const CloudQuery& query, QueryFate eFate, const Verdict& verdict) override;
-    std::string StarterText(const std::string& strPath) const;
-    int LevelOf(const std::string& strPath);
-    void SetLevel(const std::string& strPath, int nLevel);
+    void WriteNote(const ModuleRecord& note) override;
+    bool IsKnownMaker(const std::string& strProgram) const;
 
     const VerdictService& m_service;
-    LaunchLedger m_ledger;
+    ProgramTable m_programs;
+    EventLedger m_ledger;
     std::shared_ptr<FILE> m_pRecord;
     mutable std::mutex m_watchMutex;  // guards what follows
     LaunchCounters m_launches;
     FileCounters m_files;
-    std::unordered_map<std::string, Program> m_programs;  // by path
 };
 
 #endif

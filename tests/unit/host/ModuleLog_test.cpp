@@ -12,21 +12,32 @@ namespace {
 
 class ModuleLogTest : public testing::Test, public IModuleLogObserver {
 protected:
-    void OnModuleNote(ModuleNote eNote, const std::string& strPath, bool bProgram) override {
-        m_notes.emplace_back(eNote, strPath, bProgram);
+    void OnModuleNote(const ModuleRecord& note) override {
+        m_notes.emplace_back(note.eNote, note.strText, note.eQuestion, note.strOperation,
+                             note.bNamesProgram);
     }
 
     static void Log(int nLevel, const char* pszFormat, ...) __attribute__((format(printf, 2, 3))) {
         va_list args;
         va_start(args, pszFormat);
-        if (CLogDebug::Instance()->CheckLogLevel(nLevel, 1)) {
-            CLogDebug::Instance()->LogPrintV(nLevel, "tevmon/core/CTevPsMonitor", "Run", 1,
-                                             pszFormat, args);
-        }
+        LogFrom("Run", nLevel, pszFormat, args);
         va_end(args);
     }
+    static void LogModify(const char* pszFormat, ...) __attribute__((format(printf, 1, 2))) {
+        va_list args;
+        va_start(args, pszFormat);
+        LogFrom("FileModifyHandler", 4, pszFormat, args);
+        va_end(args);
+    }
+    static void LogFrom(const char* pszFunction, int nLevel, const char* pszFormat, va_list args)
+        __attribute__((format(printf, 3, 0))) {
+        if (CLogDebug::Instance()->CheckLogLevel(nLevel, 1)) {
+            CLogDebug::Instance()->LogPrintV(nLevel, "tevmon/core/CTevPsMonitor", pszFunction, 1,
+                                             pszFormat, args);
+        }
+    }
 
-    using Notes = std::vector<std::tuple<ModuleNote, std::string, bool>>;
+    using Notes = std::vector<std::tuple<ModuleNote, std::string, QuestionKind, std::string, bool>>;
     Output m_output;
     Notes m_notes;
 };
@@ -49,18 +60,26 @@ TEST_F(ModuleLogTest, RecordsAreKnownByTheirFormat) {
     Log(4, "[CTevCloudInterface] : ipc fail.\n");
     Log(4, "something else about %s", "/j");
 
-    EXPECT_EQ((Notes{{NOTE_ANALYSED, "", false},
-                     {NOTE_CACHED, "/a", true},
-                     {NOTE_NO_STAT, "/b", false},
-                     {NOTE_NO_HASH, "/c", false},
-                     {NOTE_CACHED, "/d", false},
-                     {NOTE_NO_STAT, "/e", false},
-                     {NOTE_NO_HASH, "/f", false},
-                     {NOTE_NO_HASH, "/g", false},
-                     {NOTE_CACHED, "/h", false},
-                     {NOTE_NO_HASH, "/i", false},
-                     {NOTE_NOT_SENT, "", false}}),
+    EXPECT_EQ((Notes{{NOTE_ANALYSED, "{}", QUESTION_NONE, "", false},
+                     {NOTE_CACHED, "/a", QUESTION_LAUNCH, "", false},
+                     {NOTE_NO_STAT, "/b", QUESTION_LAUNCH, "", false},
+                     {NOTE_NO_HASH, "/c", QUESTION_LAUNCH, "", false},
+                     {NOTE_CACHED, "/d", QUESTION_FILE, "create", false},
+                     {NOTE_NO_STAT, "/e", QUESTION_PIPE, "", false},
+                     {NOTE_NO_HASH, "/f", QUESTION_FILE, "write", true},
+                     {NOTE_NO_HASH, "/g", QUESTION_PIPE, "", false},
+                     {NOTE_CACHED, "/h", QUESTION_UNIT, "", false},
+                     {NOTE_NO_HASH, "/i", QUESTION_UNIT, "", true},
+                     {NOTE_NOT_SENT, "", QUESTION_NONE, "", false}}),
               m_notes);
+}
+
+TEST_F(ModuleLogTest, AWrittenFileThatIsGoneIsToldFromAPipeByTheFunction) {
+    const ModuleLog log(m_output, *this, 9);
+
+    LogModify("[CTevFsMonitor] stat faid [%s]", "/e");
+
+    EXPECT_EQ((Notes{{NOTE_NO_STAT, "/e", QUESTION_FILE, "write", false}}), m_notes);
 }
 
 TEST_F(ModuleLogTest, ARecordThatOnlyReadsLikeOneIsNotTaken) {

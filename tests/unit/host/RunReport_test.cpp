@@ -47,7 +47,7 @@ TEST_F(RunReportTest, VerboseHasALineForEveryVerdictAndSkip) {
 
     m_report.OnQuery(Query("/bin/a"), QUERY_KNOWN, {10, "packages", "coreutils"});
     EXPECT_EQ("  packaged   10  /bin/a  coreutils (packages)", LastLine().substr(8));
-    m_report.OnModuleNote(NOTE_CACHED, "/bin/b", true);
+    m_report.OnModuleNote({NOTE_CACHED, "/bin/b", QUESTION_LAUNCH});
     EXPECT_EQ("  cached         /bin/b", LastLine().substr(8));
 }
 
@@ -75,12 +75,13 @@ TEST_F(RunReportTest, QueriesAreCountedByFateLevelAndPackage) {
 TEST_F(RunReportTest, NotesOfTheModuleAreCounted) {
     const std::string strProgram = m_dir.WriteFile("program", "12345", 0755);
 
-    m_report.OnModuleNote(NOTE_ANALYSED, "", false);
-    m_report.OnModuleNote(NOTE_CACHED, strProgram, true);
-    m_report.OnModuleNote(NOTE_CACHED, strProgram, false);  // a touched file was not hashed
-    m_report.OnModuleNote(NOTE_NO_STAT, "/a", false);
-    m_report.OnModuleNote(NOTE_NO_HASH, "/b", false);
-    m_report.OnModuleNote(NOTE_NOT_SENT, "", false);
+    m_report.OnModuleNote({NOTE_ANALYSED, "", QUESTION_NONE});
+    m_report.OnModuleNote({NOTE_CACHED, strProgram, QUESTION_LAUNCH});
+    m_report.OnModuleNote(
+        {NOTE_CACHED, strProgram, QUESTION_FILE});  // a touched file was not hashed
+    m_report.OnModuleNote({NOTE_NO_STAT, "/a", QUESTION_LAUNCH});
+    m_report.OnModuleNote({NOTE_NO_HASH, "/b", QUESTION_LAUNCH});
+    m_report.OnModuleNote({NOTE_NOT_SENT, "", QUESTION_NONE});
 
     const RunCounters counters = m_report.PassCounters();
     EXPECT_EQ(1u, counters.nAnalysed);
@@ -137,10 +138,10 @@ TEST_F(RunReportTest, RecordsOfTheCentreAreShownAndCounted) {
 
 TEST_F(RunReportTest, TheSummaryHoldsEveryPassAndWhatCameAfter) {
     m_options.bJson = true;
-    m_report.OnModuleNote(NOTE_NO_STAT, "/a", false);
+    m_report.OnModuleNote({NOTE_NO_STAT, "/a", QUESTION_LAUNCH});
     m_report.EndPass(true);
     EXPECT_NE(std::string::npos, LastLine().find("\"no_stat\":1"));
-    m_report.OnModuleNote(NOTE_NO_STAT, "/b", false);
+    m_report.OnModuleNote({NOTE_NO_STAT, "/b", QUESTION_LAUNCH});
 
     m_report.Summary(RunEnd());
 

@@ -1,0 +1,66 @@
+#include "host/WatchLine.h"
+
+#include "framework/base/CStr.h"
+#include "host/Text.h"
+
+namespace watch_line {
+
+WatchRow Judged(const std::string& strWhat, const std::string& strSubject, const std::string& strBy,
+                const Verdict& verdict, bool bCached) {
+    WatchRow row;
+    row.strTime = text::ClockNow();
+    row.strVerdict = text::LevelWord(verdict.nLevel);
+    row.nLevel = verdict.nLevel;
+    row.strWhat = strWhat;
+    row.strSubject = strSubject;
+    row.strBy = strBy;
+    const std::string strSource = verdict.strSource == "none" ? "" : verdict.strSource;
+    row.strWhy = verdict.strOwner;
+    if (!strSource.empty()) {
+        row.strWhy = row.strWhy.empty() ? strSource : row.strWhy + " (" + strSource + ")";
+    }
+    row.bCached = bCached;
+    return row;
+}
+
+WatchRow Told(const std::string& strVerdict, const std::string& strWhat,
+              const std::string& strSubject, const std::string& strWhy) {
+    WatchRow row;
+    row.strTime = text::ClockNow();
+    row.strVerdict = strVerdict;
+    row.strWhat = strWhat;
+    row.strSubject = strSubject;
+    row.strWhy = strWhy;
+    return row;
+}
+
+std::string Text(const Output& output, const WatchRow& row) {
+    const std::string strLevel = row.nLevel == 0 ? "" : std::to_string(row.nLevel);
+    const std::string strVerdict =
+        CStr::stdformat("%-9s %3s", row.strVerdict.c_str(), strLevel.c_str());
+    const auto eColour = row.nLevel == 0 ? Output::COLOUR_DIM : LevelColour(row.nLevel);
+    std::string strLine = row.strTime + "  " + output.Paint(eColour, strVerdict) + "  " +
+                          CStr::stdformat("%-11s  ", row.strWhat.c_str()) +
+                          text::ForTerminal(row.strSubject);
+    std::string strMore;
+    if (!row.strBy.empty()) {
+        strMore += "  by " + row.strBy;
+    }
+    if (!row.strWhy.empty()) {
+        strMore += "  " + row.strWhy;
+    }
+    if (row.bCached) {
+        strMore += "  cached";
+    }
+    return strMore.empty() ? strLine
+                           : strLine + output.Paint(Output::COLOUR_DIM, text::ForTerminal(strMore));
+}
+
+Output::Colour LevelColour(int nLevel) {
+    if (nLevel >= LEVEL_BAD) {
+        return Output::COLOUR_RED;
+    }
+    return nLevel <= 20 ? Output::COLOUR_GREEN : Output::COLOUR_YELLOW;
+}
+
+}  // namespace watch_line
