@@ -1,7 +1,7 @@
-// What senses launches: the kernel's own program, or records made by a test.
+// What senses launches: the kernel's own program, a fallback, or records made by a test.
 //
-// Threads: one. Errors: Open's text says what is missing and how to get it; nothing throws but
-//   std::bad_alloc.
+// Threads: one; a sensor may have a thread of its own behind these calls.
+// Errors: Open's text says what is missing and how to get it; nothing throws but std::bad_alloc.
 #ifndef HOST_SOURCE_ILAUNCHSENSOR_H
 #define HOST_SOURCE_ILAUNCHSENSOR_H
 
@@ -18,7 +18,7 @@ struct SensorCounts {
 
 class ILaunchSensor {
 public:
-    // One record; false to get no more for now.
+    // One record (host/bpf/launch_record.h); false to get no more for now.
     using Sink = std::function<bool(const void* pData, size_t nSize)>;
 
     virtual ~ILaunchSensor() = default;
@@ -29,6 +29,10 @@ public:
     // No new launches from now on; records that wait can still be drained.
     virtual void Detach() = 0;
     virtual SensorCounts Counts() const = 0;
+
+    // For people, once it is open: what senses, and what it cannot see.
+    virtual std::string Name() const = 0;
+    virtual std::string Limits() const = 0;
 };
 
 #endif

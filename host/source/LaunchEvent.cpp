@@ -8,6 +8,8 @@
 
 namespace {
 
+constexpr size_t TEXT_MOST = 0xffff;  // what a length of the record can say
+
 // Takes the record's texts one after the other.
 class Texts {
 public:
@@ -74,6 +76,28 @@ bool DecodeExec(const launch_record& head, Texts texts, LaunchEvent& event) {
     return true;
 }
 
+// "/a/b/c" as "c\0b\0a\0"; "" when a record has no room for it.
+std::string NamesOf(const std::string& strPath) {
+    std::string strNames;
+    for (size_t nEnd = strPath.size(); nEnd > 0;) {
+        const size_t nSlash = strPath.rfind('/', nEnd - 1);
+        const size_t nBegin = nSlash == std::string::npos ? 0 : nSlash + 1;
+        if (nBegin < nEnd) {
+            strNames.append(strPath, nBegin, nEnd - nBegin).push_back('\0');
+        }
+        nEnd = nSlash == std::string::npos ? 0 : nSlash;
+    }
+    return strNames.size() <= TEXT_MOST ? strNames : "";
+}
+
+std::string WithNul(const std::string& strText) {
+    return strText.empty() || strText.size() >= TEXT_MOST ? "" : strText + '\0';
+}
+
+unsigned short Length(const std::string& strText) {
+    return static_cast<unsigned short>(strText.size());
+}
+
 }  // namespace
 
 bool DecodeLaunch(const void* pData, size_t nSize, LaunchEvent& event) {
@@ -105,4 +129,41 @@ bool DecodeLaunch(const void* pData, size_t nSize, LaunchEvent& event) {
     }
     event = std::move(decoded);
     return true;
+}
+
+std::string EncodeLaunch(const LaunchEvent& event) {
+    static constexpr unsigned int TYPES[] = {LAUNCH_EXEC, LAUNCH_FORK, LAUNCH_EXIT};
+    launch_record head = {};
+    head.type = TYPES[event.eKind];
+    head.pid = event.nPid;
+    head.ppid = event.nPpid;
+    std::string strTexts;
+    if (event.eKind == LAUNCH_KIND_EXEC) {
+        const std::string strPath = NamesOf(event.strPath);
+        const std::string strName = WithNul(event.strName);
+        const std::string strInterp = WithNul(event.strInterp);
+        const std::string strDirectory = NamesOf(event.strDirectory);
+        const std::string strRoot = NamesOf(event.strRoot);
+        const bool bFits = event.strCommand.size() < LAUNCH_ARGS_MOST;
+        const std::string strArgs =
+            bFits ? WithNul(event.strCommand) : event.strCommand.substr(0, LAUNCH_ARGS_MOST);
+        head.inode = event.nInode;
+        head.fs_magic = event.nMagic;
+        head.device = event.nDevice;
+        head.mount_ns = event.nMountNs;
+        head.uid = event.nUid;
+        head.flags =
+            (event.bArgsCut || event.strCommand.size() > LAUNCH_ARGS_MOST
+                 ? static_cast<unsigned int>(LAUNCH_ARGS_CUT)
+                 : 0U) |
+            (event.bArgsUnreadable ? static_cast<unsigned int>(LAUNCH_ARGS_UNREADABLE) : 0U);
+        head.path_length = Length(strPath);
+        head.name_length = Length(strName);
+        head.interp_length = Length(strInterp);
+        head.cwd_length = Length(strDirectory);
+        head.root_length = Length(strRoot);
+        head.args_length = static_cast<unsigned int>(strArgs.size());
+        strTexts = strPath + strName + strInterp + strDirectory + strRoot + strArgs;
+    }
+    return std::string(reinterpret_cast<const char*>(&head), sizeof(head)) + strTexts;
 }

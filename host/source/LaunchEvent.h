@@ -1,4 +1,4 @@
-// What the kernel tells of processes, decoded from the sensor's records.
+// What the kernel tells of processes, decoded from the sensors' records.
 //
 // Threads: any; no state. Errors: none but std::bad_alloc.
 #ifndef HOST_SOURCE_LAUNCHEVENT_H
@@ -32,5 +32,9 @@ struct LaunchEvent {
 
 // False for bytes that are no whole record; event is then untouched.
 bool DecodeLaunch(const void* pData, size_t nSize, LaunchEvent& event);
+
+// The record that is decoded as event: how a sensor outside the kernel writes. A path too long for
+// a record is left out, arguments too long for it are cut and flagged.
+std::string EncodeLaunch(const LaunchEvent& event);
 
 #endif

@@ -41,6 +41,11 @@ public:
     void Drain(const Sink& fnSink) override;
     void Detach() override;
     SensorCounts Counts() const override;
+    std::string Name() const override { return "eBPF"; }
+    std::string Limits() const override {
+        return "arguments beyond 16 KiB are cut; starts while its buffer of 8 MiB is full are lost "
+               "and counted";
+    }
 
 private:
     static int OnRecord(void* pContext, void* pData, size_t nSize);
@@ -206,6 +211,8 @@ public:
     void Drain(const Sink& /*fnSink*/) override {}
     void Detach() override {}
     SensorCounts Counts() const override { return {}; }
+    std::string Name() const override { return "eBPF"; }
+    std::string Limits() const override { return ""; }
 };
 
 }  // namespace

@@ -125,3 +125,58 @@ TEST(LaunchEventTest, TextsWithoutTheirNulEndWithTheirLength) {
     EXPECT_EQ("/last", event.strPath);
     EXPECT_EQ("name", event.strName);
 }
+
+TEST(LaunchEventTest, WhatIsEncodedIsDecodedTheSame) {
+    const std::string strBytes = WholeRecord();
+    LaunchEvent event;
+    ASSERT_TRUE(DecodeLaunch(strBytes.data(), strBytes.size(), event));
+    event.bArgsUnreadable = true;
+    event.strCommand = "sh a b  \xff ";
+
+    const std::string strAgain = EncodeLaunch(event);
+    LaunchEvent again;
+    ASSERT_TRUE(DecodeLaunch(strAgain.data(), strAgain.size(), again));
+
+    EXPECT_EQ(event.nPid, again.nPid);
+    EXPECT_EQ(event.nPpid, again.nPpid);
+    EXPECT_EQ(event.nInode, again.nInode);
+    EXPECT_EQ(event.nDevice, again.nDevice);
+    EXPECT_EQ(event.strPath, again.strPath);
+    EXPECT_EQ(event.strName, again.strName);
+    EXPECT_EQ(event.strInterp, again.strInterp);
+    EXPECT_EQ(event.strDirectory, again.strDirectory);
+    EXPECT_EQ(event.strRoot, again.strRoot);
+    EXPECT_EQ("sh a b  \xff ", again.strCommand);
+    EXPECT_TRUE(again.bArgsCut);
+    EXPECT_TRUE(again.bArgsUnreadable);
+}
+
+TEST(LaunchEventTest, CopiesAndEndsAreEncodedWithTheirProcesses) {
+    for (const LaunchKind eKind : {LAUNCH_KIND_FORK, LAUNCH_KIND_EXIT}) {
+        LaunchEvent event;
+        event.eKind = eKind;
+        event.nPid = 20;
+        event.nPpid = 10;
+        const std::string strBytes = EncodeLaunch(event);
+        LaunchEvent again;
+        ASSERT_TRUE(DecodeLaunch(strBytes.data(), strBytes.size(), again));
+        EXPECT_EQ(eKind, again.eKind);
+        EXPECT_EQ(20u, again.nPid);
+        EXPECT_EQ(10u, again.nPpid);
+    }
+}
+
+TEST(LaunchEventTest, TextsTooLongForARecordAreLeftOutOrCut) {
+    LaunchEvent event;
+    event.strPath = "/" + std::string(70000, 'x');
+    event.strName = std::string(70000, 'x');
+    event.strCommand = std::string(16385, 'y');
+    const std::string strBytes = EncodeLaunch(event);
+    LaunchEvent again;
+    ASSERT_TRUE(DecodeLaunch(strBytes.data(), strBytes.size(), again));
+
+    EXPECT_EQ("", again.strPath);
+    EXPECT_EQ("", again.strName);
+    EXPECT_EQ(std::string(16384, 'y'), again.strCommand);
+    EXPECT_TRUE(again.bArgsCut);
+}

@@ -9,7 +9,6 @@
 
 #include "host/JsonRead.h"
 #include "host/bpf/launch_record.h"
-#include "host/source/KernelSource.h"
 
 using std::chrono::milliseconds;
 using std::chrono::minutes;
@@ -49,16 +48,6 @@ private:
     FakeState& m_state;
 };
 
-// Nobody tells it anything: there is no file sensor here.
-class NoFiles : public IFileObserver {
-public:
-    void OnOperation(const FileOperation&) override { ADD_FAILURE(); }
-    void OnOverflow(uint64_t, uint64_t) override { ADD_FAILURE(); }
-    void OnOperations(const EventBatch&, std::vector<FileOperation>) override { ADD_FAILURE(); }
-    void OnFileCounters(const FileCounters&) override { ADD_FAILURE(); }
-    void OnNotice(const std::string&) override { ADD_FAILURE(); }
-};
-
 class Observer : public ILaunchObserver {
 public:
     void OnLaunch(const Launch& launch) override { m_launches.push_back(launch); }
@@ -80,6 +69,7 @@ class LaunchSourceTest : public testing::Test {
 protected:
     LaunchSourceTest() {
         m_options.batchTime = milliseconds(0);
+        m_options.look = milliseconds(1);
         m_options.announce = milliseconds(0);
         m_options.nMountNs = 0;
         // Everything is the file started, but what is below /other.
@@ -90,14 +80,10 @@ protected:
         };
     }
 
-    // The launches' half, driven as a run drives it.
-    KernelSource& Source() {
+    LaunchSource& Source() {
         if (m_pSource == nullptr) {
-            KernelSourceOptions options;
-            options.look = m_look;
-            options.launches = m_options;
-            m_pSource = std::make_unique<KernelSource>(std::make_unique<FakeSensor>(m_state),
-                                                       m_observer, nullptr, m_noFiles, options);
+            m_pSource = std::make_unique<LaunchSource>(std::make_unique<FakeSensor>(m_state),
+                                                       m_observer, m_options);
             std::string strError;
             EXPECT_TRUE(m_pSource->Start(strError)) << strError;
         }
@@ -124,10 +110,8 @@ protected:
 
     FakeState m_state;
     Observer m_observer;
-    NoFiles m_noFiles;
     LaunchSourceOptions m_options;
-    milliseconds m_look{1};
-    std::unique_ptr<KernelSource> m_pSource;
+    std::unique_ptr<LaunchSource> m_pSource;
     EventBatch m_batch;
 };
 
@@ -147,7 +131,7 @@ TEST_F(LaunchSourceTest, ALaunchBecomesAMessageWithOneTaggedElement) {
     EXPECT_EQ((std::vector<std::string>{"/bin/a", "/bin/b"}), m_observer.m_paths);
 }
 
-TEST_F(LaunchSourceTest, ABatchEndsWithItsNumberAndTheRestComesNext) {
+TEST_F(LaunchSourceTest, ABatchEndsWithItsNumberAndTheRestStaysInTheRing) {
     m_options.nMostLaunches = 2;
     for (const char* pszName : {"/bin/a", "/bin/b", "/bin/c"}) {
         Sense(pszName);
@@ -155,6 +139,7 @@ TEST_F(LaunchSourceTest, ABatchEndsWithItsNumberAndTheRestComesNext) {
 
     ASSERT_EQ(SOURCE_BATCH, Source().Next(m_batch, minutes(1)));
     EXPECT_EQ(2u, m_batch.nEvents);
+    EXPECT_EQ(1u, m_state.records.size());
     ASSERT_EQ(SOURCE_BATCH, Source().Next(m_batch, minutes(1)));
     EXPECT_EQ(1u, m_batch.nEvents);
     EXPECT_EQ(2u, m_batch.nNumber);
@@ -190,8 +175,8 @@ TEST_F(LaunchSourceTest, StopHandsOutWhatWasSensedAndThenEnds) {
 }
 
 TEST_F(LaunchSourceTest, StopEndsAWait) {
-    m_look = minutes(1);
-    KernelSource& source = Source();
+    m_options.look = minutes(1);
+    LaunchSource& source = Source();
     std::thread stopper([&source] { source.Stop(); });
 
     EXPECT_EQ(SOURCE_END, source.Next(m_batch, minutes(1)));
@@ -284,7 +269,7 @@ TEST_F(LaunchSourceTest, TheStartSaysWhatSensesAndWhatThatCannotSee) {
 
 TEST_F(LaunchSourceTest, ASensorThatCannotBeOpenedEndsTheStart) {
     m_state.bOpens = false;
-    KernelSource source(std::make_unique<FakeSensor>(m_state), m_observer, nullptr, m_noFiles);
+    LaunchSource source(std::make_unique<FakeSensor>(m_state), m_observer);
     std::string strError;
 
     EXPECT_FALSE(source.Start(strError));
