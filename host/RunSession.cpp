@@ -42,6 +42,7 @@ steady_clock::time_point After(double dSeconds) {
 RunSession::RunSession(const GlobalOptions& global, RunOptions options)
     : m_global(global),
       m_options(std::move(options)),
+      m_health(m_manager.Watchdog()),
       m_pReport(m_options.fnMakeReport ? m_options.fnMakeReport(m_output, m_global, m_service)
                                        : std::make_unique<RunReport>(m_output, m_global)),
       m_queue(m_options.queue) {}
@@ -157,7 +158,9 @@ int RunSession::RunModule() {
     if (m_options.dForSeconds > 0) {
         m_due = After(m_options.dForSeconds);
     }
+    m_manager.Send("READY=1");
     const int nExitCode = RunPasses();
+    m_manager.Send("STOPPING=1");
     EndModule();
     printed.End();
     TidyUpDatabases();
@@ -224,7 +227,7 @@ void RunSession::Deliver() {
         if (eResult == SOURCE_BATCH) {
             HandOver(batch);
         }
-        WatchQueue();
+        Turn();
         if (m_stop.TakeBalanceRequest()) {
             m_pReport->Balance();
         }
@@ -273,11 +276,34 @@ bool RunSession::TakeRoom(const EventBatch& batch) {
         if (m_options.bRefuseWhenFull || MustEnd()) {
             return false;
         }
-        WatchQueue();
+        Turn();
         m_pReport->Progress(Doing("waiting for room in the queue"));
         m_stop.WaitFor(QUEUE_LOOK);
     }
     return true;
+}
+
+// What every loop does that waits or works for long.
+void RunSession::Turn() {
+    WatchQueue();
+    if (m_manager.IsWanted()) {
+        TellManager();
+    }
+}
+
+void RunSession::TellManager() {
+    const uint64_t nWaiting = m_queue.Load().nRows;
+    if (m_health.IsSignDue(steady_clock::now(), nWaiting > 0, m_pReport->PassCounters().lastWork)) {
+        m_manager.Send("WATCHDOG=1\nSTATUS=" + std::to_string(nWaiting) +
+                       " messages wait for the module");
+    }
+    if (m_health.IsModuleSilent() && !m_bToldSilence) {
+        m_manager.Send("STATUS=the module has not been heard of for ten minutes");
+        m_output.Error(
+            "tevmon-host: the module has not been heard of for ten minutes while messages wait; "
+            "the service manager gets no more signs of life");
+    }
+    m_bToldSilence = m_health.IsModuleSilent();
 }
 
 // Announces what changed and sets the count right: messages that were not stored, or that were
@@ -314,7 +340,7 @@ void RunSession::Wait() {
             "end it when the queue is empty)");
     }
     while (!MustEnd()) {
-        WatchQueue();
+        Turn();
         m_pReport->Progress("waiting");
         m_stop.WaitFor(QUEUE_LOOK);
     }
@@ -325,7 +351,7 @@ RunSession::DrainResult RunSession::Drain() {
     auto moved = steady_clock::now();
     int nUnreadable = 0;
     while (!MustEnd()) {
-        WatchQueue();
+        Turn();
         // In this order: a message leaves the queue after its queries were posted. While the
         // module is at work a look may meet it deleting a message, which it then keeps for the
         // next time it looks at its queue, five seconds later.

@@ -20,6 +20,8 @@
 #include "host/QueueBound.h"
 #include "host/Router.h"
 #include "host/RunReport.h"
+#include "host/ServiceHealth.h"
+#include "host/ServiceNotify.h"
 #include "host/StopSignal.h"
 #include "host/source/IEventSource.h"
 #include "host/verdict/VerdictService.h"
@@ -60,7 +62,9 @@ private:
     void Deliver();
     void HandOver(EventBatch& batch);
     bool TakeRoom(const EventBatch& batch);
+    void Turn();
     void WatchQueue();
+    void TellManager();
     void CountAnalysed();
     void Wait();  // for the end of a run without bDrain
     DrainResult Drain();
@@ -73,6 +77,8 @@ private:
 
     const GlobalOptions m_global;
     const RunOptions m_options;
+    const ServiceNotify m_manager;
+    ServiceHealth m_health;
     StopSignal m_stop;
     Output m_output;
     VerdictService m_service;
@@ -86,6 +92,7 @@ private:
     std::optional<std::chrono::steady_clock::time_point> m_due;
     PassInfo m_pass;
     bool m_bDrained = false;
+    bool m_bToldSilence = false;
 };
 
 #endif

@@ -8,6 +8,7 @@
 #include <memory>
 
 #include "tests/unit/host/HostProgram.h"
+#include "tests/unit/host/NotifySocket.h"
 #include "tests/unit/host/view/DbFile.h"
 
 namespace {
@@ -150,6 +151,24 @@ TEST_F(RunSessionTest, ASignalEndsTheRunCleanly) {
         EXPECT_NE(std::string::npos, strCalls.find("\nstop\n")) << strCalls;
         EXPECT_EQ(strCalls.size() - 8, strCalls.rfind("\nuninit\n")) << strCalls;
     }
+}
+
+TEST_F(RunSessionTest, TheServiceManagerIsToldOfStartSignsOfLifeAndStop) {
+    const std::string strSocket = m_dir.Path() + "/notify";
+    const NotifySocket manager(strSocket);
+    setenv("NOTIFY_SOCKET", strSocket.c_str(), 1);
+    setenv("WATCHDOG_USEC", "300000", 1);
+    m_host.Start(Replay(std::string(EVENT) + "\n", {}));
+    unsetenv("NOTIFY_SOCKET");
+    unsetenv("WATCHDOG_USEC");
+
+    EXPECT_EQ("READY=1", manager.Next(60000));
+    EXPECT_NE(std::string::npos, m_host.ModuleCalls().find("start\n"));
+    EXPECT_TRUE(manager.WaitFor("WATCHDOG=1\nSTATUS="));
+    EXPECT_TRUE(manager.WaitFor("WATCHDOG=1\nSTATUS="));
+    m_host.Signal(SIGTERM);
+    EXPECT_TRUE(manager.WaitFor("STOPPING=1"));
+    EXPECT_EQ(0, m_host.Wait());
 }
 
 TEST_F(RunSessionTest, TheTimeLimitEndsARunThatWouldGoOn) {
