@@ -5,13 +5,16 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "host/ExitCodes.h"
 #include "host/RunArguments.h"
 #include "host/StateDir.h"
 #include "host/Text.h"
 #include "host/WatchReport.h"
-#include "host/source/LaunchSource.h"
+#include "host/source/FanotifySensor.h"
+#include "host/source/KernelSource.h"
 #include "host/source/SensorChoice.h"
 
 namespace {
@@ -20,6 +23,11 @@ struct WatchArguments {
     std::shared_ptr<RunArguments> shared = std::make_shared<RunArguments>();
     std::string strRecord;
     std::string strSensor = "auto";
+    std::vector<std::string> aliases;  // "FROM=TO"
+    bool bNoLaunches = false;
+    bool bNoFiles = false;
+    bool bAllFilesystems = false;
+    bool bAllOperations = false;
 };
 
 constexpr double SETTLE_SECONDS = 60;  // for the module to look at what was sensed last
@@ -37,6 +45,41 @@ bool OpenRecording(const std::string& strFile, std::shared_ptr<FILE>& pRecord) {
     }
     pRecord.reset(pFile, std::fclose);
     return true;
+}
+
+FilePlaces::Aliases AliasesOf(const std::vector<std::string>& texts) {
+    FilePlaces::Aliases aliases;
+    for (const std::string& strText : texts) {
+        const size_t nEqual = strText.find('=');
+        aliases.emplace_back(strText.substr(0, nEqual), strText.substr(nEqual + 1));
+    }
+    return aliases;
+}
+
+std::string CheckAlias(const std::string& strText) {
+    const size_t nEqual = strText.find("=/");
+    return strText[0] == '/' && nEqual != std::string::npos ? ""
+                                                            : "wants /FROM=/TO, two directories";
+}
+
+std::unique_ptr<IEventSource> MakeSource(const WatchArguments& arguments,
+                                         const GlobalOptions& options, WatchReport& report) {
+    KernelSourceOptions kernel;
+    kernel.pPlaces = std::make_shared<FilePlaces>(AliasesOf(arguments.aliases));
+    kernel.files.bAll = arguments.bAllOperations;
+    for (const char* const pszBelow : {"", "/data", "/data/db", "/run"}) {
+        kernel.files.ignored.push_back(options.strStateDir + pszBelow);
+    }
+    std::unique_ptr<ILaunchSensor> pLaunches;
+    std::unique_ptr<IFileSensor> pFiles;
+    if (!arguments.bNoLaunches) {
+        pLaunches = MakeSensor(arguments.strSensor);
+    }
+    if (!arguments.bNoFiles) {
+        pFiles = MakeFileSensor(kernel.pPlaces, arguments.bAllFilesystems);
+    }
+    return std::make_unique<KernelSource>(std::move(pLaunches), report, std::move(pFiles), report,
+                                          std::move(kernel));
 }
 
 int WatchNow(const GlobalOptions& options, WatchArguments& arguments) {
@@ -57,18 +100,37 @@ int WatchNow(const GlobalOptions& options, WatchArguments& arguments) {
         *pReport = pMade.get();
         return pMade;
     };
-    run.fnMakeSource = [pReport, strSensor = arguments.strSensor](const SourceRemark&) {
-        return std::make_unique<LaunchSource>(MakeSensor(strSensor), **pReport);
+    run.fnMakeSource = [pReport, arguments, &options](const SourceRemark&) {
+        return MakeSource(arguments, options, **pReport);
     };
     return RunNow(options, *arguments.shared);
+}
+
+void AddFileOptions(CLI::App& command, WatchArguments& arguments) {
+    CLI::Option* const pNoLaunches =
+        command.add_flag("--no-launches", arguments.bNoLaunches, "Do not watch launches");
+    command.add_flag("--no-files", arguments.bNoFiles, "Do not watch file operations")
+        ->excludes(pNoLaunches);
+    command.add_flag("--all-filesystems", arguments.bAllFilesystems,
+                     "Watch every local file system, not only those that hold watched places");
+    command.add_flag("--all-operations", arguments.bAllOperations,
+                     "Tell the module every file operation, also what it cannot act on");
+    command
+        .add_option("--alias", arguments.aliases,
+                    "Tell paths below FROM as paths below TO where that is a watched place; "
+                    "repeatable")
+        ->type_name("FROM=TO")
+        ->check(CheckAlias)
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
 }
 
 }  // namespace
 
 void AddWatchCommand(CLI::App& app, const GlobalOptions& options, int& nExitCode) {
     const auto pArguments = std::make_shared<WatchArguments>();
-    CLI::App* const pCommand =
-        app.add_subcommand("watch", "Judge the programs that start on this machine");
+    CLI::App* const pCommand = app.add_subcommand(
+        "watch", "Judge the programs that start on this machine and what happens to its files");
     pCommand->footer(
         "Needs root. Without --for it goes on until Ctrl-C. SIGUSR1 has the balance shown.");
     pCommand
@@ -79,6 +141,7 @@ void AddWatchCommand(CLI::App& app, const GlobalOptions& options, int& nExitCode
         ->add_option("--sensor", pArguments->strSensor,
                      "What senses launches: auto takes the best that this machine allows")
         ->check(CLI::IsMember(SensorWords()));
+    AddFileOptions(*pCommand, *pArguments);
     AddRunOptions(*pCommand, pArguments->shared);
     pCommand->callback(
         [pArguments, &options, &nExitCode] { nExitCode = WatchNow(options, *pArguments); });

@@ -1,17 +1,18 @@
-// The programs that start on this machine, as the kernel tells them, in batches.
+// The programs that start on this machine, as the kernel tells them, in batches: the launches' half
+// of KernelSource.
 //
-// Threads: as IEventSource; the observer is called on the thread that calls Start and Next.
-// Errors: Start's text says what is missing. A launch that cannot be told is told the observer.
-// Ownership: owns the sensor; the observer must outlive it.
+// Threads: one; the observer is called on it.
+// Errors: Open's text says what is missing. A launch that cannot be told is told the observer.
+// Ownership: owns the sensor; the observer and the images must outlive it.
 //
-// Memory is bounded: what is not in the batch in the making stays in the kernel's ring, and what
-// finds no room there is counted as lost.
+// Memory is bounded by the kernel's ring as long as no more is drained before what was handed out;
+// what finds no room in the ring is counted as lost.
 #ifndef HOST_SOURCE_LAUNCHSOURCE_H
 #define HOST_SOURCE_LAUNCHSOURCE_H
 
-#include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <optional>
 #include <string>
@@ -20,8 +21,8 @@
 #include "host/source/EventMessage.h"
 #include "host/source/IEventSource.h"
 #include "host/source/ILaunchSensor.h"
+#include "host/source/ImageTable.h"
 #include "host/source/LaunchPath.h"
-#include "host/source/StarterTable.h"
 
 struct Launch {
     event_message::Creation creation;
@@ -70,55 +71,60 @@ struct LaunchSourceOptions {
     size_t nMostLaunches = 256;                // in one batch
     size_t nMostBytes = 1024 * 1024;           // of paths and command lines, passed by one at most
     std::chrono::milliseconds batchTime{200};  // from its first launch until it is handed out
-    std::chrono::milliseconds look{15};        // between two looks into the ring
     std::chrono::milliseconds announce{1000};  // between two announcements of losses
     FileLook fnLook;                           // stat, unless a test brings its own
     std::optional<uint32_t> nMountNs;          // the host's, unless a test brings its own
 };
 
-class LaunchSource : public IEventSource {
+class LaunchSource {
 public:
+    using Clock = std::chrono::steady_clock;
+
+    // images is told of every process.
     LaunchSource(std::unique_ptr<ILaunchSensor> pSensor, ILaunchObserver& observer,
-                 LaunchSourceOptions options = {});
-    ~LaunchSource() override;
+                 ImageTable& images, LaunchSourceOptions options = {});
 
     LaunchSource(const LaunchSource&) = delete;
     LaunchSource& operator=(const LaunchSource&) = delete;
 
-    bool Start(std::string& strError) override;
-    SourceResult Next(EventBatch& batch, std::chrono::milliseconds wait) override;
-    void Stop() override;
-    SourceCounters Counters() const override { return m_counters; }
-    std::string Name() const override { return "the kernel of this machine"; }
+    bool Open(std::string& strError);
+    // Takes everything that waits in the ring.
+    void Drain();
+    // No new launches from now on; records that wait can still be drained.
+    void Detach();
+    // Tells the observer the counters; bLast: and every loss that is not yet announced.
+    void TakeCounts(bool bLast);
+
+    // True when a batch is full or its time has come; bAny: or has anything in it.
+    bool HasBatch(Clock::time_point now, bool bAny) const;
+    bool IsMaking() const { return !m_making.creations.empty(); }
+    // The oldest batch, under this number.
+    void HandOut(EventBatch& batch, uint64_t nNumber);
+    const LaunchCounters& Counters() const { return m_launches; }
 
 private:
-    using Clock = std::chrono::steady_clock;
+    struct Batch {
+        std::vector<event_message::Creation> creations;
+        size_t nBytes = 0;
+        Clock::time_point due;
+    };
 
-    void Look();
-    bool TakeRecord(const void* pData, size_t nSize);
+    void TakeRecord(const void* pData, size_t nSize);
     void TakeExec(const LaunchEvent& event);
     void TakeScript(const LaunchEvent& event, const Launch& launch);
     void Add(Launch launch);
-    bool IsFull() const;
-    void TakeCounts(bool bLast);
-    void HandOut(EventBatch& batch);
-    SourceResult Rest(EventBatch& batch);
 
     const std::unique_ptr<ILaunchSensor> m_pSensor;
     ILaunchObserver& m_observer;
+    ImageTable& m_images;
     LaunchSourceOptions m_options;
     const uint32_t m_nOwnPid;
-    int m_nWake = -1;  // an eventfd that Stop writes
-    std::atomic<bool> m_bStopped{false};
     bool m_bDetached = false;
-    StarterTable m_starters;
-    std::vector<event_message::Creation> m_batch;  // in the making
-    size_t m_nBatchBytes = 0;
-    Clock::time_point m_batchDue;
+    Batch m_making;
+    std::deque<Batch> m_full;
     uint64_t m_nAnnounced = 0;  // losses
     Clock::time_point m_announceDue;
     LaunchCounters m_launches;
-    SourceCounters m_counters;
 };
 
 #endif
