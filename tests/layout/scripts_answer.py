@@ -8,7 +8,7 @@ import tempfile
 
 import layout
 
-SCRIPTS = ("build", "run", "test", "bench", "format", "lib/bootstrap.sh")
+SCRIPTS = ("build", "run", "test", "bench", "format", "lib/bootstrap.sh", "lib/demo.sh")
 # What bootstrap.sh needs to get as far as its refusal.
 TOOLS = ("bash", "cat", "dirname", "env", "grep", "mkdir")
 
