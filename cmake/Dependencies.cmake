@@ -5,6 +5,8 @@ find_package(OpenSSL REQUIRED COMPONENTS Crypto)
 find_package(SQLite3 REQUIRED)
 pkg_check_modules(JSONCPP REQUIRED IMPORTED_TARGET jsoncpp)
 find_package(CLI11 CONFIG REQUIRED)
+# The texts of metrics only; nothing listens on a port.
+pkg_check_modules(PROMETHEUS REQUIRED IMPORTED_TARGET prometheus-cpp-core)
 if(TEVMON_TESTS)
     find_package(GTest REQUIRED)
 endif()

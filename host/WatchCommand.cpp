@@ -1,6 +1,8 @@
 #include "host/WatchCommand.h"
 
 #include <cerrno>
+#include <chrono>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -22,6 +24,8 @@ namespace {
 struct WatchArguments {
     std::shared_ptr<RunArguments> shared = std::make_shared<RunArguments>();
     std::string strRecord;
+    std::string strMetricsFile;
+    double dMetricsSeconds = 10;
     std::string strSensor = "auto";
     std::vector<std::string> aliases;  // "FROM=TO"
     bool bNoLaunches = false;
@@ -83,10 +87,13 @@ std::unique_ptr<IEventSource> MakeSource(const WatchArguments& arguments,
 }
 
 int WatchNow(const GlobalOptions& options, WatchArguments& arguments) {
-    std::shared_ptr<FILE> pRecord;
-    if (!OpenRecording(StateDir::Absolute(arguments.strRecord), pRecord)) {
+    WatchOptions watch;
+    if (!OpenRecording(StateDir::Absolute(arguments.strRecord), watch.pRecord)) {
         return EXIT_CODE_INPUT;
     }
+    watch.strMetricsFile = StateDir::Absolute(arguments.strMetricsFile);
+    watch.metricsInterval =
+        std::chrono::milliseconds(static_cast<int64_t>(arguments.dMetricsSeconds * 1000));
     RunOptions& run = arguments.shared->run;
     run.strUnit = "batch";
     run.dSettleSeconds = SETTLE_SECONDS;
@@ -94,9 +101,9 @@ int WatchNow(const GlobalOptions& options, WatchArguments& arguments) {
     run.bRefuseWhenFull = true;
     // The session makes the report first and owns both.
     const auto pReport = std::make_shared<WatchReport*>(nullptr);
-    run.fnMakeReport = [pRecord, pReport](Output& output, const GlobalOptions& global,
-                                          const VerdictService& service) {
-        auto pMade = std::make_unique<WatchReport>(output, global, service, pRecord);
+    run.fnMakeReport = [watch, pReport](Output& output, const GlobalOptions& global,
+                                        const VerdictService& service) {
+        auto pMade = std::make_unique<WatchReport>(output, global, service, watch);
         *pReport = pMade.get();
         return pMade;
     };
@@ -104,6 +111,23 @@ int WatchNow(const GlobalOptions& options, WatchArguments& arguments) {
         return MakeSource(arguments, options, **pReport);
     };
     return RunNow(options, *arguments.shared);
+}
+
+void AddReportOptions(CLI::App& command, WatchArguments& arguments) {
+    command
+        .add_option("--record", arguments.strRecord, "Write every message to this file, for replay")
+        ->type_name("FILE");
+    CLI::Option* const pMetrics =
+        command.add_option("--metrics-file", arguments.strMetricsFile,
+                           "Write the balance to this file, in Prometheus' text format");
+    pMetrics->type_name("FILE");
+    command
+        .add_option("--metrics-interval", arguments.dMetricsSeconds,
+                    "Seconds between two of these files")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(0.1, 86400.0))
+        ->capture_default_str()
+        ->needs(pMetrics);
 }
 
 void AddFileOptions(CLI::App& command, WatchArguments& arguments) {
@@ -133,10 +157,7 @@ void AddWatchCommand(CLI::App& app, const GlobalOptions& options, int& nExitCode
         "watch", "Judge the programs that start on this machine and what happens to its files");
     pCommand->footer(
         "Needs root. Without --for it goes on until Ctrl-C. SIGUSR1 has the balance shown.");
-    pCommand
-        ->add_option("--record", pArguments->strRecord,
-                     "Write every message to this file, for replay")
-        ->type_name("FILE");
+    AddReportOptions(*pCommand, *pArguments);
     pCommand
         ->add_option("--sensor", pArguments->strSensor,
                      "What senses launches: auto takes the best that this machine allows")

@@ -35,9 +35,9 @@ WatchRow Told(const std::string& strVerdict, const std::string& strWhat,
 }
 
 std::string Text(const Output& output, const WatchRow& row) {
-    const std::string strLevel = row.nLevel == 0 ? "" : std::to_string(row.nLevel);
     const std::string strVerdict =
-        CStr::stdformat("%-9s %3s", row.strVerdict.c_str(), strLevel.c_str());
+        row.nLevel == 0 ? CStr::stdformat("%-13s", row.strVerdict.c_str())
+                        : CStr::stdformat("%-9s %3d", row.strVerdict.c_str(), row.nLevel);
     const auto eColour = row.nLevel == 0 ? Output::COLOUR_DIM : LevelColour(row.nLevel);
     std::string strLine = row.strTime + "  " + output.Paint(eColour, strVerdict) + "  " +
                           CStr::stdformat("%-11s  ", row.strWhat.c_str()) +

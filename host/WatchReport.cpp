@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "host/DatabaseLook.h"
+#include "host/MetricList.h"
 #include "host/RunBlock.h"
 #include "host/Text.h"
 #include "host/WatchBlock.h"
@@ -60,17 +61,27 @@ uint64_t WatchBalance::Unexplained() const {
 }
 
 WatchReport::WatchReport(Output& output, const GlobalOptions& options,
-                         const VerdictService& service, std::shared_ptr<FILE> pRecord)
+                         const VerdictService& service, WatchOptions watch)
     : RunReport(output, options),
       m_service(service),
       m_programs(service),
       m_ledger([this](const std::string& strProgram) { return IsKnownMaker(strProgram); }),
-      m_pRecord(std::move(pRecord)) {}
+      m_watch(std::move(watch)),
+      m_tmStart(time(nullptr)) {}
 
 // The module is loaded and not started: the queue is still what the last run left.
 void WatchReport::Begin(const std::string& strModule) {
     m_ledger.SetEarlier(database_look::QueueDepth(m_options.ChannelDatabase()).value_or(0));
     RunReport::Begin(strModule);
+    if (!m_watch.strMetricsFile.empty()) {
+        m_pMetrics = std::make_unique<MetricsFile>(
+            m_watch.strMetricsFile, m_watch.metricsInterval,
+            [this] { return metric_list::Text(Numbers(m_bEnded), m_tmStart); },
+            [this](const std::string& strError) {
+                m_output.Error("tevmon-host: " + text::ForTerminal(strError));
+            });
+        m_pMetrics->Begin();
+    }
 }
 
 WatchBalance WatchReport::Numbers(bool bFinal) const {
@@ -99,8 +110,12 @@ void WatchReport::Write(const WatchBalance& balance) {
 
 void WatchReport::Summary(const RunEnd& end) {
     m_ledger.End(end.queueDepth.value_or(std::numeric_limits<uint64_t>::max()));
+    m_bEnded = true;
     Write(Numbers(true));
     RunReport::Summary(end);
+    if (m_pMetrics != nullptr) {
+        m_pMetrics->End();
+    }
 }
 
 void WatchReport::OnDelivered(const EventBatch& batch, uint32_t nResult) {
@@ -254,16 +269,16 @@ void WatchReport::OnBatch(const EventBatch& batch, std::vector<std::string> /*pa
 
 // Writes the message down for replay.
 void WatchReport::Keep(const EventBatch& batch) {
-    if (m_pRecord == nullptr) {
+    if (m_watch.pRecord == nullptr) {
         return;
     }
     const std::string strLine = batch.strBody + "\n";
     const bool bWritten =
-        std::fwrite(strLine.data(), 1, strLine.size(), m_pRecord.get()) == strLine.size();
-    if (!bWritten || std::fflush(m_pRecord.get()) != 0) {
+        std::fwrite(strLine.data(), 1, strLine.size(), m_watch.pRecord.get()) == strLine.size();
+    if (!bWritten || std::fflush(m_watch.pRecord.get()) != 0) {
         m_output.Error(std::string("tevmon-host: the recording ends here: ") +
                        std::strerror(errno));
-        m_pRecord.reset();
+        m_watch.pRecord.reset();
     }
 }
 

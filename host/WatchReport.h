@@ -8,6 +8,8 @@
 #ifndef HOST_WATCHREPORT_H
 #define HOST_WATCHREPORT_H
 
+#include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <memory>
 #include <mutex>
@@ -15,6 +17,7 @@
 #include <vector>
 
 #include "host/EventLedger.h"
+#include "host/MetricsFile.h"
 #include "host/ProgramTable.h"
 #include "host/RunReport.h"
 #include "host/WatchLine.h"
@@ -42,11 +45,16 @@ struct WatchBalance {
     uint64_t Unexplained() const;
 };
 
+struct WatchOptions {
+    std::shared_ptr<FILE> pRecord;  // gets every message, one a line; null for none
+    std::string strMetricsFile;     // absolute; "" for none
+    std::chrono::milliseconds metricsInterval{10000};
+};
+
 class WatchReport : public RunReport, public ILaunchObserver, public IFileObserver {
 public:
-    // pRecord gets every message, one a line; null for none.
     WatchReport(Output& output, const GlobalOptions& options, const VerdictService& service,
-                std::shared_ptr<FILE> pRecord);
+                WatchOptions watch = {});
 
     void Begin(const std::string& strModule) override;
     void Summary(const RunEnd& end) override;
@@ -84,10 +92,13 @@ private:
     const VerdictService& m_service;
     ProgramTable m_programs;
     EventLedger m_ledger;
-    std::shared_ptr<FILE> m_pRecord;
+    WatchOptions m_watch;
+    const int64_t m_tmStart;
+    std::atomic<bool> m_bEnded{false};
     mutable std::mutex m_watchMutex;  // guards what follows
     LaunchCounters m_launches;
     FileCounters m_files;
+    std::unique_ptr<MetricsFile> m_pMetrics;  // last: its thread reads the numbers
 };
 
 #endif

@@ -58,7 +58,7 @@ protected:
     Output m_output;
     GlobalOptions m_options;
     VerdictService m_service;
-    WatchReport m_report{m_output, m_options, m_service, nullptr};
+    WatchReport m_report{m_output, m_options, m_service};
 };
 
 }  // namespace
@@ -239,8 +239,9 @@ TEST_F(WatchReportTest, ARefusedMessageIsExplained) {
 TEST_F(WatchReportTest, TheRecordingHasOneMessageALine) {
     const std::string strFile = m_dir.Path() + "/recording";
     {
-        WatchReport report(m_output, m_options, m_service,
-                           std::shared_ptr<FILE>(fopen(strFile.c_str(), "w"), fclose));
+        WatchOptions watch;
+        watch.pRecord.reset(fopen(strFile.c_str(), "w"), fclose);
+        WatchReport report(m_output, m_options, m_service, watch);
         report.OnBatch(Batch(1), {"/bin/a"});
         report.OnBatch(Batch(2), {"/bin/a"});
     }
@@ -279,4 +280,21 @@ TEST_F(WatchReportTest, AQueueThatWasFullIsTold) {
     m_options.bJson = true;
     m_report.OnOverflow(1, 3);
     EXPECT_NE(std::string::npos, LastLine().find(R"("times":1,"total":3})")) << LastLine();
+}
+
+TEST_F(WatchReportTest, TheMetricsFileHasTheLastNumbers) {
+    WatchOptions watch;
+    watch.strMetricsFile = m_dir.Path() + "/metrics.prom";
+    WatchReport report(m_output, m_options, m_service, watch);
+    report.Begin("module");
+    LaunchCounters counters;
+    counters.nSensed = counters.nLost = 4711;
+    report.OnCounters(counters);
+    report.Summary(RunEnd());
+
+    std::ifstream file(watch.strMetricsFile);
+    const std::string strText{std::istreambuf_iterator<char>(file),
+                              std::istreambuf_iterator<char>()};
+    EXPECT_NE(std::string::npos,
+              strText.find("tevmon_sensed_fate_total{source=\"launch\",fate=\"lost\"} 4711\n"));
 }
