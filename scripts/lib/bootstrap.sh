@@ -13,7 +13,7 @@ Sets:
   run     compiler, build tools and the libraries the products use
   test    what the tests use, the clang tools for the style tests included
   clang   the clang compiler and its sanitizer runtime (presets clang and fuzz)
-  bench   Google Benchmark
+  bench   Google Benchmark, and the tools that digests are compared with
 
 Options:
   --list  print the package names of the sets and install nothing
@@ -29,7 +29,7 @@ packages_of() {
                 libcli11-dev prometheus-cpp-dev clang libbpf-dev ;;
         test) echo libgtest-dev libgmock-dev sqlite3 python3 python3-jsonschema binutils clang-format clang-tidy ;;
         clang) echo clang libclang-rt-14-dev ;;
-        bench) echo libbenchmark-dev ;;
+        bench) echo libbenchmark-dev python3 rhash hashdeep openssl ;;
         *) return 1 ;;
     esac
 }
