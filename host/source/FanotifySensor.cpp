@@ -133,6 +133,7 @@ public:
     bool TellsStarts(uint32_t nDevice) const override { return m_pMarks->IsWhole(nDevice); }
 
 private:
+    bool MayWatch() const;
     std::string OpenedPath(std::string_view strHandle) const;
 
     const std::shared_ptr<FilePlaces> m_pPlaces;
@@ -155,6 +156,16 @@ std::string Refusal(int nError) {
     return strText + "; it needs Linux 5.9 or newer with CONFIG_FANOTIFY, as Debian's kernels are";
 }
 
+// Since Linux 5.13 anybody may have a group, to watch single directories, without process numbers.
+bool FanotifySensor::MayWatch() const {
+    constexpr unsigned WHOLE = FAN_MARK_FILESYSTEM;
+    if (fanotify_mark(m_group.Get(), FAN_MARK_ADD | WHOLE, FAN_OPEN_EXEC, AT_FDCWD, "/") == 0) {
+        (void)fanotify_mark(m_group.Get(), FAN_MARK_REMOVE | WHOLE, FAN_OPEN_EXEC, AT_FDCWD, "/");
+        return true;
+    }
+    return errno != EPERM;
+}
+
 bool FanotifySensor::Open(std::string& strError) {
     m_group.Reset(fanotify_init(REPORT, O_RDONLY));
     if (m_group.Get() < 0 && errno == EINVAL) {
@@ -164,7 +175,7 @@ bool FanotifySensor::Open(std::string& strError) {
             "this kernel is older than Linux 5.17: a rename is told as two operations, and "
             "paths below a directory that is removed at once may be missing");
     }
-    if (m_group.Get() < 0) {
+    if (m_group.Get() < 0 || !MayWatch()) {
         strError = Refusal(errno);
         return false;
     }

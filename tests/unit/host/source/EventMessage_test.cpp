@@ -88,3 +88,28 @@ TEST(EventMessageTest, ACreationHasItsCommandLineAndItsNumber) {
               R"("pid":4711}]})",
               event_message::CreationsOf({{"/a", "a \"b\"", 4711}}));
 }
+
+TEST(EventMessageTest, OperationsBecomeOneMessageWithOneTaggedElement) {
+    FileOperation operation;
+    operation.eAct = FILE_RENAME;
+    operation.strPath = "/etc/cron.d/job";
+    operation.strProgram = "/bin/mv";
+    operation.strFsType = "ext4";
+    operation.nInode = 794;
+    operation.nPid = 4712;
+    operation.tmWhen = 1795266800;
+    FileOperation other = operation;
+    other.eAct = FILE_REMOVE;
+    other.strProgram.clear();
+    other.strFsType = "tmpfs";
+    other.nInode = 0x80000000;  // more than the module reads
+
+    EXPECT_EQ(
+        R"({"param":[{"grup":"cloudquery","context":"cloudfd","path":"/etc/cron.d/job",)"
+        R"("optertion":"rename","exe_path":"/bin/mv","exe_pid":4712,"ino":794,)"
+        R"("disk_type":"disk","fs_type":"ext4","result":"0","time":1795266800},)"
+        R"({"path":"/etc/cron.d/job","optertion":"remove","exe_path":"","exe_pid":4712,"ino":0,)"
+        R"("disk_type":"memory","fs_type":"tmpfs","result":"0","time":1795266800}]})",
+        event_message::OperationsOf({operation, other}));
+    EXPECT_EQ("", event_message::OperationsOf({}));
+}
