@@ -24,6 +24,8 @@ void AddRunOptions(CLI::App& command, const std::shared_ptr<RunArguments>& pArgu
     command.add_option("--for", run.dForSeconds, "End after this many seconds at the latest")
         ->type_name("SECONDS")
         ->check(CLI::PositiveNumber);
+    command.add_flag("--keep-privileges", run.bKeepPrivileges,
+                     "Keep every privilege, and allow debuggers and core files");
     command.add_option("--queue-rows", run.queue.nRows, "Messages that may wait for the module")
         ->type_name("N")
         ->check(CLI::PositiveNumber)

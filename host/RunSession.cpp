@@ -10,6 +10,7 @@
 #include "host/ExitCodes.h"
 #include "host/ModuleLog.h"
 #include "host/ModuleStdout.h"
+#include "host/Privileges.h"
 #include "host/StateDir.h"
 #include "host/Text.h"
 #include "host/verdict/HashListSource.h"
@@ -53,6 +54,9 @@ int RunSession::Fail(int nExitCode, const std::string& strError) {
 }
 
 int RunSession::Run() {
+    if (!m_options.bKeepPrivileges) {
+        privileges::Confine();
+    }
     m_stop.Begin();
     m_output.TakeStandardOutput();
     m_pass.nPasses = m_options.nPasses;
@@ -60,13 +64,16 @@ int RunSession::Run() {
     if (!LoadVerdicts()) {
         return EXIT_CODE_INPUT;
     }
-    if (!StartSource()) {
-        return m_options.nNoSourceCode;
-    }
-    StateDir stateDir;
+    StateDir stateDir;  // there when the source starts, which leaves it out
     std::string strError;
     if (!stateDir.Enter(m_global.strStateDir, strError)) {
         return Fail(EXIT_CODE_STATE, strError);
+    }
+    if (!StartSource()) {
+        return m_options.nNoSourceCode;
+    }
+    if (!m_options.bKeepPrivileges) {
+        privileges::KeepForWatching();  // the module's threads begin with that
     }
     for (const std::string& strFile : {m_global.ChannelDatabase(), m_global.CacheDatabase()}) {
         if (!DatabaseFile(strFile).Prepare(strError)) {

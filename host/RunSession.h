@@ -36,6 +36,7 @@ struct RunOptions {
     std::string strUnit;        // what the source numbers: "line" or "batch"
     double dSettleSeconds = 0;  // after dForSeconds, to wait for the module to look at the rest
     int nNoSourceCode = EXIT_CODE_INPUT;  // when the source cannot be started
+    bool bKeepPrivileges = false;
     QueueLimits queue;
     bool bRefuseWhenFull = false;  // messages beyond the limits, rather than wait for room
     // A new source for each pass.

@@ -6,6 +6,8 @@
 #include <csignal>
 #include <utility>
 
+#include "host/Privileges.h"
+
 namespace {
 
 constexpr int SIGNAL_END = SIGUSR1;  // sent by End to the thread; from a user it asks a balance
@@ -22,8 +24,10 @@ sigset_t StopSet() {
 }  // namespace
 
 void StopSignal::Begin() {
+    // A reader that left and a file that grew too long are error codes, not deaths.
+    (void)std::signal(SIGPIPE, SIG_IGN);
+    (void)std::signal(SIGXFSZ, SIG_IGN);
     sigset_t blockSet = StopSet();
-    sigaddset(&blockSet, SIGPIPE);  // a reader that left is an error code, not a death
     sigaddset(&blockSet, SIGNAL_END);
     pthread_sigmask(SIG_BLOCK, &blockSet, nullptr);
     m_thread = std::thread(&StopSignal::TakeSignals, this);
@@ -73,6 +77,7 @@ bool StopSignal::WaitFor(std::chrono::milliseconds wait) const {
 
 void StopSignal::TakeSignals() {
     pthread_setname_np(pthread_self(), "host_signals");
+    privileges::DropAll();
     sigset_t waitSet = StopSet();
     sigaddset(&waitSet, SIGNAL_END);
     for (;;) {

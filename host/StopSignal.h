@@ -23,8 +23,9 @@ public:
     StopSignal(const StopSignal&) = delete;
     StopSignal& operator=(const StopSignal&) = delete;
 
-    void Begin();  // blocks SIGINT, SIGTERM, SIGHUP and SIGPIPE, starts the thread
-    void End();    // ends the thread; the signals stay blocked
+    void
+    Begin();  // blocks SIGINT, SIGTERM and SIGHUP, ignores SIGPIPE and SIGXFSZ, starts the thread
+    void End();  // ends the thread; the signals stay blocked
 
     void Request();
     bool IsRequested() const;

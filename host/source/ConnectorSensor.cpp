@@ -25,6 +25,7 @@
 
 #include "host/source/ConnectorSocket.h"
 #include "host/source/ExecOpens.h"
+#include "host/source/LaunchPath.h"
 #include "host/source/StartedProgram.h"
 
 namespace {
@@ -118,7 +119,9 @@ bool ConnectorSensor::Open(std::string& strError) {
         strError = std::string("cannot make an eventfd: ") + std::strerror(errno);
         return false;
     }
-    m_nOwnMountNs = static_cast<uint32_t>(FileOf("/proc/self/ns/mnt").nInode);
+    m_nOwnMountNs = HostMountNs([](const std::string& strPath, struct stat& status) {
+        return stat(strPath.c_str(), &status) == 0;
+    });
     // Signals are for the thread that waits for them.
     sigset_t allSet, oldSet;
     sigfillset(&allSet);

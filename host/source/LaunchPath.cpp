@@ -90,3 +90,14 @@ std::string ScriptPath(const LaunchEvent& event, uint32_t nOwnMountNs, const Fil
     struct stat status = {};
     return !strPath.empty() && fnLook(strPath, status) && S_ISREG(status.st_mode) ? strPath : "";
 }
+
+uint32_t HostMountNs(const FileLook& fnLook) {
+    struct stat root = {}, firstRoot = {}, space = {};
+    const bool bSameRoot = fnLook("/", root) && fnLook("/proc/1/root/", firstRoot) &&
+                           root.st_dev == firstRoot.st_dev && root.st_ino == firstRoot.st_ino;
+    if (bSameRoot && fnLook("/proc/1/ns/mnt", space)) {
+        return static_cast<uint32_t>(space.st_ino);
+    }
+    // The inode of what the link "mnt:[4026531841]" leads to is that number.
+    return fnLook("/proc/self/ns/mnt", space) ? static_cast<uint32_t>(space.st_ino) : 0;
+}

@@ -38,7 +38,12 @@ LaunchPath ChooseLaunchPath(const LaunchEvent& event, const FileLook& fnLook);
 
 // The script that the launch runs by its first line, absolute. "" when it runs none, and when it
 // cannot be told which file that is: with a root or mount namespace of its own (nOwnMountNs is
-// ours), or by a name that means another file in every process.
+// HostMountNs), or by a name that means another file in every process.
 std::string ScriptPath(const LaunchEvent& event, uint32_t nOwnMountNs, const FileLook& fnLook);
+
+// The number of the mount namespace whose paths lead the host to the same files; 0: unknown. That
+// is the first process's where both have one root: a service manager's sandbox gives the host a
+// namespace of its own, in which paths lead where they do outside. Else it is the host's own.
+uint32_t HostMountNs(const FileLook& fnLook);
 
 #endif

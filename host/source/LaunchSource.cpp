@@ -10,12 +10,6 @@ bool Stat(const std::string& strPath, struct stat& status) {
     return stat(strPath.c_str(), &status) == 0;
 }
 
-// The number in the link "mnt:[4026531841]", which is the inode of what it leads to; 0: unknown.
-uint32_t OwnMountNs() {
-    struct stat status = {};
-    return stat("/proc/self/ns/mnt", &status) == 0 ? static_cast<uint32_t>(status.st_ino) : 0;
-}
-
 }  // namespace
 
 LaunchSource::LaunchSource(std::unique_ptr<ILaunchSensor> pSensor, ILaunchObserver& observer,
@@ -29,7 +23,7 @@ LaunchSource::LaunchSource(std::unique_ptr<ILaunchSensor> pSensor, ILaunchObserv
         m_options.fnLook = Stat;
     }
     if (!m_options.nMountNs) {
-        m_options.nMountNs = OwnMountNs();
+        m_options.nMountNs = HostMountNs(Stat);
     }
 }
 

@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <climits>
 #include <csignal>
 #include <fstream>
@@ -95,6 +96,19 @@ public:
         return true;
     }
 
+    // Waits likewise for strText on standard error.
+    bool WaitForError(const std::string& strText) const {
+        const auto due = std::chrono::steady_clock::now() + std::chrono::minutes(1);
+        while (Error().find(strText) == std::string::npos) {
+            if (std::chrono::steady_clock::now() > due) {
+                return false;
+            }
+            (void)poll(nullptr, 0, 5);
+        }
+        return true;
+    }
+
+    pid_t Pid() const { return m_nPid; }
     void Signal(int nSignal) const { kill(m_nPid, nSignal); }
 
     void CloseOutput() {

@@ -154,3 +154,24 @@ TEST_F(LaunchPathTest, ANameThatMeansAFileOfWhoeverOpensItIsNeverTold) {
         EXPECT_EQ("", ScriptPath(m_event, 1, Look())) << pszName;
     }
 }
+
+TEST_F(LaunchPathTest, InASandboxWithTheSameRootTheFirstProcessesNamespaceIsTheHosts) {
+    Put("/", 2);
+    Put("/proc/1/root/", 2);
+    Put("/proc/self/ns/mnt", 111);
+    Put("/proc/1/ns/mnt", 222);
+
+    EXPECT_EQ(222u, HostMountNs(Look()));
+}
+
+TEST_F(LaunchPathTest, BelowAnotherRootOrWithoutALookAtTheFirstProcessTheHostsOwnCounts) {
+    Put("/", 2);
+    Put("/proc/self/ns/mnt", 111);
+    Put("/proc/1/ns/mnt", 222);
+    EXPECT_EQ(111u, HostMountNs(Look()));
+
+    Put("/proc/1/root/", 3);
+    EXPECT_EQ(111u, HostMountNs(Look()));
+    m_files.clear();
+    EXPECT_EQ(0u, HostMountNs(Look()));
+}
