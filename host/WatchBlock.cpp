@@ -142,6 +142,8 @@ std::string FilesJson(const FileCounters& files) {
     object.Add("sensed", files.nSensed).Add("told", files.nTold).Add("elsewhere", files.nElsewhere);
     object.Add("unresolvable", files.nUnresolvable).Add("own", files.nOwn);
     object.Add("unread", files.Waiting()).Add("no_program", files.nNoProgram);
+    object.Add("broken", files.nBroken).Add("events", files.nEvents);
+    object.Add("sense_us", files.nSenseMicros);
     return object.Add("overflows", files.nOverflows).Text();
 }
 

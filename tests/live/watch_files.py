@@ -1,0 +1,247 @@
+#!/usr/bin/env python3
+"""Works on files in a known number and in many ways while tevmon-host watches, and compares.
+
+Usage: watch_files.py PART HOST [--runs N]
+
+Parts that are tests; exit code 0: so it was, 1: not, 77: this machine does not allow it:
+  programs   N each of touch, mv and rm in a watched place, N / 3 shells that write a file and run rm in
+             its place: every operation told once, in its order, with the program that did it.
+  storm      one process makes, renames and removes N files, every operation is told: none may be
+             missing or under a wrong path. Prints the sensor's time for an event.
+  overflow   while the host is stopped more happens than the kernel's queue holds: that is announced, and
+             afterwards everything is told again.
+  kinds      links, directories, pipes, writes without a closure, a place made later.
+  idle       nothing happens for N / 100 seconds: the host tells nothing that it did itself.
+
+The files in /etc/cron.d have a dot in their names, which cron leaves alone, and are removed.
+"""
+
+import argparse
+import collections
+import os
+import pathlib
+import subprocess
+import sys
+import tempfile
+
+import livehost
+
+PLACE = pathlib.Path("/etc/cron.d")
+MARK = f"tevmon.{os.getpid()}."
+
+
+def check_machine():
+    livehost.check_machine()
+    if not PLACE.is_dir() or not os.access(PLACE, os.W_OK):
+        livehost.skip(f"needs the directory {PLACE}")
+    if tuple(int(part) for part in os.uname().release.split(".")[:2]) < (5, 17):
+        livehost.skip("needs Linux 5.17, for renames that are told as one")
+
+
+def clean():
+    for path in PLACE.glob(MARK + "*"):
+        if path.is_dir() and not path.is_symlink():
+            for below in path.iterdir():
+                below.unlink()
+            path.rmdir()
+        else:
+            path.unlink()
+
+
+def told(host, under=PLACE / MARK):
+    """(operation, path, program's last name, process) of what was told below a path."""
+    return [(record["op"], record["path"], record["program"].rpartition("/")[2], record["pid"])
+            for record in host.of("file") if record["path"].startswith(str(under))
+            and not record["path"].startswith(f"{PLACE}/{MARK}end")]
+
+
+def mark_end(host):
+    """Until the host has told everything before."""
+    mark_end.number += 1
+    path = f"{PLACE}/{MARK}end{mark_end.number}"
+    pathlib.Path(path).touch()
+    os.unlink(path)
+    if not host.wait_for(lambda r: r["event"] == "file" and r["path"] == path):
+        host.stop()
+        sys.exit(f"the last file was never told; {host.balance()['files']}")
+
+
+mark_end.number = 0
+
+
+def finish(host, code, wrong, text):
+    files = host.balance()["files"]
+    if host.balance()["unexplained"]:
+        wrong.append(f"unexplained: {host.balance()['unexplained']}")
+    if code:
+        wrong.append(f"exit code {code}")
+    print("\n".join(wrong[:20]))
+    print(f"{text}; {len(wrong)} wrong; sensed {files['sensed']}, told {files['told']}, elsewhere "
+          f"{files['elsewhere']}, unresolvable {files['unresolvable']}, own {files['own']}, without "
+          f"program {files['no_program']}, overflows {files['overflows']}"
+          + (f", {files['sense_us'] / files['events']:.2f} us an event"
+             if files.get("events") else ""))
+    return 1 if wrong else 0
+
+
+def started(*argv):
+    """Runs it; its process number."""
+    pid = os.posix_spawn(argv[0], argv, {})
+    os.waitpid(pid, 0)
+    return pid
+
+
+def programs(args, folder):
+    host = livehost.Host(args.host, folder)
+    expected = []
+    for number in range(args.runs):
+        old, new = f"{PLACE}/{MARK}a{number}", f"{PLACE}/{MARK}b{number}"
+        pid = started("/usr/bin/touch", old)
+        expected += [("create", old, "touch", pid), ("write", old, "touch", pid)]
+        pid = started("/usr/bin/mv", old, new)
+        expected += [("rename", old, "mv", pid), ("create", new, "mv", pid)]
+        expected.append(("remove", new, "rm", started("/usr/bin/rm", new)))
+    for number in range(args.runs // 3):
+        path = f"{PLACE}/{MARK}c{number}"
+        pid = started("/bin/sh", "-c", f": > {path}; exec rm {path}")
+        expected += [("create", path, "dash", pid), ("write", path, "dash", pid),
+                     ("remove", path, "rm", pid)]
+    mark_end(host)
+    code = host.stop()
+    return finish(host, code, differences(told(host), expected), f"{len(expected)} operations of programs")
+
+
+def differences(seen, expected):
+    """What is wrong, as lines: by path and order."""
+    def by_path(operations):
+        found = collections.defaultdict(list)
+        for operation in operations:
+            found[operation[1]].append((operation[0], *operation[2:]))
+        return found
+
+    seen, expected = by_path(seen), by_path(expected)
+    return [f"{path}: told {seen.get(path)}, expected {expected.get(path)}"
+            for path in sorted(seen.keys() | expected.keys())
+            if seen.get(path) != expected.get(path)]
+
+
+def storm(args, folder):
+    host = livehost.Host(args.host, folder, "--all-operations")
+    work = folder / "work"
+    work.mkdir()
+    program = livehost.build(folder, "filestorm")
+    subprocess.run([program, str(work), str(args.runs)], check=True)
+    mark_end(host)
+    code = host.stop()
+    counts = collections.Counter()
+    wrong = []
+    expected = {"create": "a", "write": "a", "rename": "a", "remove": "b"}
+    for operation, path, who, _ in told(host, f"{work}/"):
+        name = path.rpartition("/")[2]
+        counts[operation, name] += 1
+        if name[0] != expected[operation] or who != "filestorm":
+            wrong.append(f"{operation} {path} by {who}")
+    for operation, letter in expected.items():
+        wrong += [f"{operation} {letter}{number}: told {counts[operation, f'{letter}{number}']} times"
+                  for number in range(args.runs) if counts[operation, f"{letter}{number}"] != 1]
+    return finish(host, code, wrong, f"{4 * args.runs} operations of one process")
+
+
+def overflow(args, folder):
+    host = livehost.Host(args.host, folder)
+    host.process.send_signal(livehost.signal.SIGSTOP)
+    most = int(pathlib.Path("/proc/sys/fs/fanotify/max_queued_events").read_text())
+    work = folder / "work"
+    work.mkdir()
+    program = livehost.build(folder, "filestorm")
+    subprocess.run([program, str(work), str(most)], check=True)
+    host.process.send_signal(livehost.signal.SIGCONT)
+    if not host.wait_for(lambda record: record["event"] == "overflow"):
+        sys.exit("no loss was announced")
+    path = f"{PLACE}/{MARK}after"
+    pid = started("/usr/bin/touch", path)
+    mark_end(host)
+    code = host.stop()
+    wrong = differences(told(host), [("create", path, "touch", pid), ("write", path, "touch", pid)])
+    announced = sum(record["times"] for record in host.of("overflow"))
+    if not announced == host.balance()["files"]["overflows"] > 0:
+        wrong.append(f"{announced} overflows announced")
+    return finish(host, code, wrong, f"a queue of {most} filled")
+
+
+def kinds(args, folder):
+    host = livehost.Host(args.host, folder)
+    me, name = os.getpid(), pathlib.Path(sys.executable).resolve().name
+    expected = []
+
+    def act(path, *operations):
+        expected.extend((operation, str(path), name, me) for operation in operations)
+
+    def at(suffix):
+        return PLACE / (MARK + suffix)
+
+    outside = folder / "outside"
+    outside.write_text("x")
+    os.link(outside, at("hard"))
+    act(at("hard"), "create")
+    at("soft").symlink_to(outside)
+    act(at("soft"), "create")
+    os.rename(outside, at("moved"))
+    act(at("moved"), "create")
+    os.rename(at("moved"), folder / "back")
+    act(at("moved"), "rename")
+    at("dir").mkdir()
+    act(at("dir"), "create")
+    (at("dir") / "job").write_text("x")
+    act(at("dir") / "job", "create", "write")
+    os.rename(at("dir"), at("other"))
+    act(at("dir"), "rename")
+    act(at("other"), "create")
+    (at("other") / "late").write_text("x")
+    act(at("other") / "late", "create", "write")
+    os.mkfifo(folder / "pipe")
+    act(folder / "pipe", "create")
+    (folder / "link").symlink_to("pipe")
+    act(folder / "link", "create")
+    with open(at("open"), "wb", buffering=0) as file:
+        act(at("open"), "create")
+        mark_end(host)
+        file.write(b"x")  # told before it is closed
+        act(at("open"), "write")
+        mark_end(host)
+        act(at("open"), "write")
+    mark_end(host)
+    code = host.stop()
+    seen = told(host) + told(host, folder)
+    return finish(host, code, differences(seen, expected), f"{len(expected)} operations of many kinds")
+
+
+def idle(args, folder):
+    host = livehost.Host(args.host, folder, "--all-operations")
+    mark_end(host)
+    _ = host.wait_for(lambda record: False, args.runs / 100)
+    code = host.stop()
+    own = told(host, folder / "state")
+    return finish(host, code, [f"{operation} told" for operation in own],
+                  f"{args.runs / 100:.0f} s with nothing to do")
+
+
+PARTS = {"programs": programs, "storm": storm, "overflow": overflow, "kinds": kinds, "idle": idle}
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    parser.add_argument("part", choices=PARTS)
+    parser.add_argument("host")
+    parser.add_argument("--runs", type=int, default=300)
+    args = parser.parse_args()
+    check_machine()
+    try:
+        with tempfile.TemporaryDirectory(prefix="tevmon-live-") as name:
+            return PARTS[args.part](args, pathlib.Path(name))
+    finally:
+        clean()
+
+
+if __name__ == "__main__":
+    sys.exit(main())
