@@ -30,7 +30,9 @@ struct Request {
 
 std::string WholeFile(const char* pszPath) {
     std::ifstream file(pszPath);
-    return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+    std::ostringstream text;
+    text << file.rdbuf();
+    return text.str();
 }
 
 bool Subscribe(int nFd, uint32_t nKinds, bool bFilter) {
