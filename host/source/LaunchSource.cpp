@@ -117,10 +117,17 @@ void LaunchSource::TakeCounts(bool bLast) {
     m_launches.nLost = counts.nLost;
     m_launches.nOthersLost = counts.nOthersLost;
     const auto now = Clock::now();
-    if (counts.nLost > m_nAnnounced && (bLast || now >= m_announceDue)) {
-        m_observer.OnLost(counts.nLost - m_nAnnounced, counts.nLost);
-        m_nAnnounced = counts.nLost;
-        m_announceDue = now + m_options.announce;
+    if (counts.nLost > m_nLostSeen) {
+        m_lossBegun = m_nLostSeen == m_nAnnounced ? now : m_lossBegun;
+        m_lossGrown = now;
+        m_nLostSeen = counts.nLost;
+    }
+    // One outage is one announcement, though more is lost while the buffer is being emptied.
+    const bool bDue =
+        now >= m_lossGrown + m_options.calm || now >= m_lossBegun + m_options.announce;
+    if (m_nLostSeen > m_nAnnounced && (bLast || bDue)) {
+        m_observer.OnLost(m_nLostSeen - m_nAnnounced, m_nLostSeen);
+        m_nAnnounced = m_nLostSeen;
     }
     m_observer.OnCounters(m_launches);
 }

@@ -71,7 +71,8 @@ struct LaunchSourceOptions {
     size_t nMostLaunches = 256;                // in one batch
     size_t nMostBytes = 1024 * 1024;           // of paths and command lines, passed by one at most
     std::chrono::milliseconds batchTime{200};  // from its first launch until it is handed out
-    std::chrono::milliseconds announce{1000};  // between two announcements of losses
+    std::chrono::milliseconds calm{250};       // without a further loss: announced together
+    std::chrono::milliseconds announce{1000};  // from a loss to its announcement at the latest
     FileLook fnLook;                           // stat, unless a test brings its own
     std::optional<uint32_t> nMountNs;          // the host's, unless a test brings its own
 };
@@ -123,7 +124,9 @@ private:
     Batch m_making;
     std::deque<Batch> m_full;
     uint64_t m_nAnnounced = 0;  // losses
-    Clock::time_point m_announceDue;
+    uint64_t m_nLostSeen = 0;
+    Clock::time_point m_lossBegun;  // of those not announced yet
+    Clock::time_point m_lossGrown;
     LaunchCounters m_launches;
 };
 

@@ -34,7 +34,9 @@ bool SensorChoice::Open(std::string& strError) {
             m_pSensor = std::move(pSensor);
             return true;
         }
-        strError += (strError.empty() ? "" : "; instead of it: ") + strRefusal;
+        if (strError.find(strRefusal) == std::string::npos) {
+            strError += (strError.empty() ? "" : "; instead of it: ") + strRefusal;
+        }
     }
     return false;
 }
