@@ -1,15 +1,22 @@
 #!/usr/bin/env python3
 """Starts programs in a known number and in many ways while tevmon-host watches, and compares.
 
-Usage: watch_launches.py launches|overflow|privilege HOST [--runs N]
+Usage: watch_launches.py PART HOST [--sensor ebpf|connector-fanotify|connector] [--runs N]
 
-launches: every start must be told once, under a path that leads to the file started and with its
-arguments; a start that fails must not be told; the balance must leave nothing unexplained.
-overflow: while the host is stopped more is started than the kernel's buffer holds; what is told and what
-is announced as lost must be all of it.
-privilege: without capabilities the host says what is missing and ends with 10.
+Parts that are tests (tests/live/CMakeLists.txt); exit code 0: so it was, 1: not, 77: this machine
+does not allow it:
+  launches   every start of launch_kinds.py must be told once, under a path that leads to the file
+             started and with its arguments; a start that fails must not be told; nothing may be
+             unexplained. With a fallback: no wrong path and no failed start, and how much was told.
+  overflow   while the host is stopped more is started than the kernel's buffer holds; what is told
+             and what is announced as lost must be all of it.
+  privilege  without capabilities the host says what is missing and ends with 10.
+  types      what the module makes of shell, Python and PHP scripts given to an interpreter.
 
-Prints one line of counts. Exit code 0: so it was; 1: not; 77: this machine does not allow the test.
+Parts that print figures, and end with 1 when a launch is missing; times are printed, not judged:
+  rate       20,000 runs of /bin/true, then of a static program that works 1 ms; two workers.
+  storm      100,000 starts as fast as this machine can, and the sensor's time for each.
+  stopped    the host is stopped for three seconds under load, and how it comes back.
 """
 
 import argparse
@@ -18,256 +25,77 @@ import ctypes
 import json
 import os
 import pathlib
-import queue
+import re
 import shutil
 import signal
 import subprocess
 import sys
 import tempfile
-import threading
 import time
 
-SKIPPED = 77
-CAP_SYS_ADMIN, CAP_BPF = 21, 39
-DEADLINE = 60
-PR_CAPBSET_DROP = 24
+import launch_kinds
+import livehost
+
+CAPABILITIES_DROPPED = 24  # prctl's PR_CAPBSET_DROP
+WORKERS = 2
 
 
-def skip(reason):
-    print(f"skipped: {reason}")
-    sys.exit(SKIPPED)
+def balance_text(balance):
+    names = ("sensed", "delivered", "unresolvable", "lost", "args_unreadable", "looked_at", "gone",
+             "waiting", "unexplained")
+    return ", ".join(f"{name} {balance[name]}" for name in names)
 
 
-def check_machine():
-    if os.geteuid() != 0:
-        skip("needs root")
-    status = pathlib.Path("/proc/self/status").read_text()
-    capabilities = int(status.split("CapEff:")[1].split()[0], 16)
-    if not capabilities >> CAP_SYS_ADMIN & 1 and not capabilities >> CAP_BPF & 1:
-        skip("needs the capability CAP_BPF or CAP_SYS_ADMIN")
-    if not os.path.exists("/sys/kernel/btf/vmlinux"):
-        skip("needs a kernel with /sys/kernel/btf/vmlinux")
-
-
-class Host:
-    """tevmon-host watch with its records read as they come."""
-
-    def __init__(self, program, folder):
-        self.recording = folder / "recording.jsonl"
-        self.errors = open(folder / "errors", "w+")
-        self.process = subprocess.Popen(
-            [program, "--json", "--state-dir", str(folder / "state"), "watch", "--no-packages",
-             "--record", str(self.recording)], stdout=subprocess.PIPE, stderr=self.errors)
-        self.records = []
-        self.incoming = queue.Queue()
-        threading.Thread(target=self.read, daemon=True).start()
-        if not self.wait_for(lambda record: record["event"] == "start"):
-            self.process.wait(DEADLINE)
-            self.errors.seek(0)
-            said = self.errors.read().strip()
-            if "built without" in said:
-                skip(said)
-            sys.exit(f"the host did not start: {said}")
-
-    def read(self):
-        for line in self.process.stdout:
-            self.incoming.put(json.loads(line))
-        self.incoming.put(None)
-
-    def wait_for(self, wanted):
-        """Takes records until wanted() is true for one; False at the end or the deadline."""
-        end = time.monotonic() + DEADLINE
-        while True:
-            try:
-                record = self.incoming.get(timeout=max(0, end - time.monotonic()))
-            except queue.Empty:
-                return False
-            if record is None:
-                return False
-            self.records.append(record)
-            if wanted(record):
-                return True
-
-    def stop(self):
-        self.process.send_signal(signal.SIGINT)
-        self.wait_for(lambda record: False)
-        return self.process.wait(DEADLINE)
-
-
-class Starts:
-    """Starts programs, each with a mark of its own in its arguments, and knows what is expected."""
-
-    def __init__(self, folder):
-        self.folder = folder
-        self.expected = {}  # mark -> list of (allowed paths, command line or None)
-        self.forbidden = {}  # mark -> paths that must not be told; all when None
-        self.number = 0
-
-    def mark(self):
-        self.number += 1
-        return f"mark-{os.getpid()}-{self.number}-end"
-
-    def run(self, path, arguments=(), name=None, paths=None, **more):
-        mark = self.mark()
-        argv = [name or path, mark, *arguments]
-        command = b" ".join(os.fsencode(each) for each in argv).decode(errors="replace")
-        self.expected[mark] = [(paths or [path], command)]
-        subprocess.run(argv, executable=path, check=True, **more)
-        return mark
-
-    def plain(self, runs):
-        for _ in range(runs):
-            mark = self.mark()
-            self.expected[mark] = [(["/bin/true"], f"/bin/true {mark}")]
-            pid = os.posix_spawn("/bin/true", ["/bin/true", mark], {})
-            os.waitpid(pid, 0)
-
-    def kinds(self):
-        folder = self.folder
-        tool = shutil.copy("/bin/true", folder / "tool")
-        (folder / "link").symlink_to("tool")
-        os.link(tool, folder / "hard")
-        self.run(str(tool))
-        self.run("./tool", paths=[str(tool)], cwd=folder)
-        self.run("sub/../tool", paths=[f"{folder}/sub/../tool"], cwd=self.made("sub"))
-        self.run(str(folder / "link"))
-        self.run(str(folder / "hard"))
-        self.run("/proc/self/cwd/tool", paths=[str(tool)], cwd=folder)
-        self.run(str(tool), name="another name")
-        self.run(str(tool), ["", " ", "a  b", "\n", "\t", '"', "\\", "'", "%s%n"])
-        self.run(str(tool), [b"\xff\xfe \xc3", "\u65e5\u672c"])
-        self.run(str(tool), ["x"] * 2000)
-        for name in ("with blank", "quote\"", "line\nfeed", "back\\slash", "\u65e5"):
-            self.run(str(shutil.copy(tool, folder / name)))
-        self.long_arguments(tool)
-        self.scripts()
-        self.without_name(tool)
-        self.mount_namespace(tool)
-        self.failing()
-        thread = threading.Thread(target=self.run, args=(str(tool),))
-        thread.start()
-        thread.join()
-        mark = self.mark()  # two images of one process
-        self.expected[mark] = [(["/usr/bin/dash"], None), ([str(tool)], f"{tool} {mark}")]
-        subprocess.run(["/bin/sh", "-c", f"exec {tool} {mark}"], check=True)
-
-    def made(self, name):
-        (self.folder / name).mkdir()
-        return self.folder
-
-    def long_arguments(self, tool):
-        mark = self.run(str(tool), ["y" * 20000])
-        self.expected[mark] = [([str(tool)], f"{tool} {mark} ".ljust(16384, "y"))]
-
-    def scripts(self):
-        script = self.folder / "script.sh"
-        script.write_text("#!/bin/sh\n:\n")
-        script.chmod(0o755)
-        for name, cwd in ((str(script), None), ("./script.sh", self.folder)):
-            mark = self.mark()
-            command = f"/bin/sh {name} {mark}"
-            self.expected[mark] = [(["/usr/bin/dash"], command), ([str(script)], command)]
-            subprocess.run([name, mark], cwd=cwd, check=True)
-
-    def without_name(self, tool):
-        """A memfd and a file without a name, each kept running until it was told."""
-        self.alive = []
-        memory = os.memfd_create("mem", 0)
-        os.write(memory, pathlib.Path("/bin/cat").read_bytes())
-        gone = shutil.copy("/bin/cat", self.folder / "gone")
-        deleted = os.open(gone, os.O_RDONLY)
-        os.unlink(gone)
-        for fd in (memory, deleted):
-            mark = self.mark()
-            process = subprocess.Popen(["cat", "-", mark], executable=f"/proc/self/fd/{fd}",
-                                       stdin=subprocess.PIPE, pass_fds=[fd],
-                                       stderr=subprocess.DEVNULL)
-            self.expected[mark] = [([f"/proc/{process.pid}/exe"], f"cat - {mark}")]
-            self.alive.append(process)
-
-    def mount_namespace(self, tool):
-        """Another file under the name of a clean one, seen by the process only."""
-        clean = shutil.copy("/bin/cat", self.folder / "clean")
-        mark = self.mark()
-        process = subprocess.run(
-            ["unshare", "-m", "/bin/sh", "-c", f"mount --bind {tool} {clean} && {clean} {mark}"])
-        if process.returncode == 0:
-            self.forbidden[mark] = {str(clean)}
-
-    def failing(self):
-        (self.folder / "data").write_text("no program")
-        for path in (self.folder / "data", self.folder / "nowhere"):
-            mark = self.mark()
-            self.forbidden[mark] = None
-            try:
-                subprocess.run([str(path), mark], check=False)
-                sys.exit(f"{path} could be started")
-            except OSError:
-                pass
-
-
-def compare(starts, records):
-    """What is wrong with the launches told, as lines."""
-    told = collections.defaultdict(list)
-    for record in records:
-        if record["event"] == "launch":
-            for word in record["cmd"].replace("\n", " ").split(" "):
-                if word in starts.expected or word in starts.forbidden:
-                    told[word].append(record)
-                    break
-    wrong = []
-    for mark, expected in starts.expected.items():
-        if len(told[mark]) != len(expected):
-            wrong.append(f"{mark}: {len(told[mark])} launches told, {len(expected)} expected")
-            continue
-        for record, (paths, command) in zip(told[mark], expected):
-            if record["path"] not in paths:
-                wrong.append(f"{mark}: told as {record['path']}, not {paths}")
-            if command is not None and record["cmd"] != command:
-                wrong.append(f"{mark}: arguments {record['cmd'][:200]!r}, not {command[:200]!r}")
-    for mark, paths in starts.forbidden.items():
-        for record in told[mark]:
-            if paths is None or record["path"] in paths:
-                wrong.append(f"{mark}: told as {record['path']}")
-    return wrong
+def run_and_wait(kinds, host, name="last"):
+    """Starts one more program and waits until the module has looked at it."""
+    last = kinds.folder / name
+    shutil.copy("/bin/true", last)
+    kinds.run("last", [str(last)])
+    host.judged(last)
 
 
 def launches(args):
-    check_machine()
+    livehost.check_machine(args.sensor)
     with tempfile.TemporaryDirectory(prefix="tevmon-live-") as name:
         folder = pathlib.Path(name)
-        host = Host(args.host, folder)
-        starts = Starts(folder)
+        recording = folder / "recording.jsonl"
+        kinds = launch_kinds.Kinds(folder, livehost.build_tiny(folder))
+        host = livehost.Host(args.host, folder, "--no-files", "--record", str(recording),
+                             sensor=args.sensor)
         begun = time.monotonic()
-        starts.plain(args.runs)
+        kinds.plain(args.runs)
         seconds = time.monotonic() - begun
-        starts.kinds()
-        last = folder / "last"
-        shutil.copy("/bin/true", last)
-        starts.run(str(last))
-        if not host.wait_for(lambda r: r["event"] in ("query", "skip") and r["path"] == str(last)):
-            sys.exit("the last program was never judged")
-        for process in starts.alive:
-            process.communicate()
+        kinds.all()
+        kinds.replaced(host.process)
+        run_and_wait(kinds, host)
+        kinds.end()
         code = host.stop()
-        raw_names = b"\xff\xfe \xc3" in host.recording.read_bytes()
-    wrong = compare(starts, host.records)
-    balance = [record for record in host.records if record["event"] == "balance"][-1]
-    print("\n".join(wrong[:20]))
-    print(f"{len(starts.expected)} starts, {len(wrong)} told wrongly or not at all; "
-          f"{args.runs / seconds:.0f} plain ones a second; sensed {balance['sensed']}, delivered "
-          f"{balance['delivered']}, unresolvable {balance['unresolvable']}, lost {balance['lost']}, "
-          f"looked at {balance['looked_at']}, gone {balance['gone']}, waiting {balance['waiting']}, "
-          f"unexplained {balance['unexplained']}; exit code {code}")
-    good = (not wrong and code == 0 and raw_names and balance["unexplained"] == 0
-            and balance["lost"] == 0 and balance["sensed"] >= len(starts.expected))
+        raw_names = b"\xff\xfe \xc3" in recording.read_bytes()
+        result = launch_kinds.Comparison(kinds, host.records)
+    balance = host.balance()
+    faults = result.wrong + (result.missed if args.sensor == "ebpf" else [])
+    print("\n".join(faults[:20] if args.sensor == "ebpf" else
+                    faults[:20] + [f"  not told so: {each}" for each in result.missed[:20]]))
+    for each in kinds.left_out:
+        print(f"left out: {each}")
+    print(f"{args.sensor}: {len(result.kinds)} kinds, {result.execs} execs, "
+          f"{100 * result.told / result.execs:.2f} % told, paths {percent(result.right_paths, result)},"
+          f" arguments {percent(result.right_arguments, result)}; {len(result.wrong)} told wrongly, "
+          f"{len(result.missed)} not as expected; {args.runs / seconds:.0f} plain ones a second; "
+          f"{balance_text(balance)}; exit code {code}")
+    good = (not faults and code == 0 and raw_names and balance["unexplained"] == 0
+            and balance["lost"] == 0 and balance["sensed"] >= result.execs)
     return 0 if good else 1
 
 
+def percent(count, result):
+    return f"{100 * count / result.execs:.2f} %"
+
+
 def overflow(args):
-    check_machine()
+    livehost.check_machine(args.sensor)
     with tempfile.TemporaryDirectory(prefix="tevmon-live-") as name:
-        host = Host(args.host, pathlib.Path(name))
+        host = livehost.Host(args.host, pathlib.Path(name), "--no-files", sensor=args.sensor)
         host.process.send_signal(signal.SIGSTOP)
         filler = "y" * 16000  # a start then takes 16 KiB of the 8 MiB
         for _ in range(args.runs):
@@ -279,10 +107,9 @@ def overflow(args):
         if not host.wait_for(lambda r: r["event"] == "launch" and "after-mark" in r["cmd"]):
             sys.exit("a start after the loss was not told")
         code = host.stop()
-    told = sum(record["event"] == "launch" and "overflow-mark" in record["cmd"]
-               for record in host.records)
-    announced = sum(record["launches"] for record in host.records if record["event"] == "lost")
-    balance = [record for record in host.records if record["event"] == "balance"][-1]
+    told = sum("overflow-mark" in record["cmd"] for record in host.of("launch"))
+    announced = sum(record["launches"] for record in host.of("lost"))
+    balance = host.balance()
     print(f"{args.runs} starts: {told} told, {balance['lost']} lost on the machine, {announced} of "
           f"them announced; sensed {balance['sensed']}, unexplained {balance['unexplained']}; "
           f"exit code {code}")
@@ -293,30 +120,201 @@ def overflow(args):
 
 def privilege(args):
     if os.geteuid() != 0:
-        skip("needs root, to give up what root has")
+        livehost.skip("needs root, to give up what root has")
 
     def drop():
         libc = ctypes.CDLL(None, use_errno=True)
         capability = 0
-        while libc.prctl(PR_CAPBSET_DROP, capability, 0, 0, 0) == 0:
+        while libc.prctl(CAPABILITIES_DROPPED, capability, 0, 0, 0) == 0:
             capability += 1
 
+    good = True
     with tempfile.TemporaryDirectory(prefix="tevmon-live-") as folder:
-        done = subprocess.run([args.host, "--state-dir", f"{folder}/state", "watch", "--for", "1"],
-                              preexec_fn=drop, capture_output=True, text=True, timeout=DEADLINE)
-    print(f"exit code {done.returncode}: {done.stderr.strip()}")
-    if "built without" in done.stderr:
-        skip("the sensor is not in this build")
-    return 0 if done.returncode == 10 and "run as root" in done.stderr else 1
+        for sensor in ("auto", "ebpf", "connector-fanotify", "connector"):
+            done = subprocess.run(
+                [args.host, "--state-dir", f"{folder}/state", "watch", "--no-files", "--sensor",
+                 sensor, "--for", "1"], preexec_fn=drop, capture_output=True, text=True,
+                timeout=livehost.DEADLINE)
+            print(f"{sensor}: exit code {done.returncode}: {done.stderr.strip()}")
+            absent = sensor == "ebpf" and "built without" in done.stderr
+            good = good and (absent or (done.returncode == 10 and "run as root" in done.stderr))
+    return 0 if good else 1
+
+
+def types(args):
+    """bash, sh, python3 and a stand-in named php, each with a script as its argument."""
+    livehost.check_machine(args.sensor)
+    wanted = {"bash a.sh": "1", "sh a.sh": "1", "python3 a.py": "2", "php a.php": "3"}
+    with tempfile.TemporaryDirectory(prefix="tevmon-live-") as name:
+        folder = pathlib.Path(os.path.realpath(name))
+        for script in ("a.sh", "a.py", "a.php"):
+            (folder / script).write_text("")
+        # What the module skips because of its cache has no query, so each is a file of its own.
+        programs = {"php": shutil.copy("/bin/true", folder / "php")}
+        for word in ("bash", "sh", "python3"):
+            programs[word] = os.path.realpath("/bin/sh") if word == "sh" else f"/usr/bin/{word}"
+        host = livehost.Host(args.host, folder, "--no-files", sensor=args.sensor, log_level=2)
+        started = {}
+        for line in wanted:
+            word, script = line.split()
+            executable = {"php": str(programs["php"]), "sh": "/bin/sh"}.get(word, f"/usr/bin/{word}")
+            process = subprocess.Popen([word, str(folder / script)], executable=executable)
+            process.wait()
+            started[process.pid] = line
+        last = folder / "last"
+        shutil.copy("/bin/true", last)
+        subprocess.run([str(last)], check=True)
+        host.judged(last)
+        code = host.stop()
+        said = host.said()
+    seen = {}
+    for text in re.findall(r'reportq = (\{"msg_type":"cloudq".*?"resp_msg_type":\d+\})', said):
+        items = {each["key"]: each["value"] for each in json.loads(text)["param"]["ext"]}
+        pid = int(items.get("hi.process_id", "0"))
+        if pid in started:
+            seen.setdefault(started[pid], set()).add(items["hi.type"])
+    for line, number in wanted.items():
+        print(f"{line}: hi.type {', '.join(sorted(seen.get(line, {'none'})))}, {number} expected")
+    return 0 if code == 0 and all(seen.get(line) == {wanted[line]} for line in wanted) else 1
+
+
+class Load:
+    """The spawner at work, and what it started."""
+
+    def __init__(self, folder):
+        self.spawner = livehost.build(folder, "spawner", "-pthread")
+        self.tiny = livehost.build_tiny(folder)
+
+    def begin(self, program, count, mark, *more):
+        return subprocess.Popen([self.spawner, program, str(count), str(WORKERS), mark, *more],
+                                stdout=subprocess.PIPE, text=True)
+
+    @staticmethod
+    def seconds(process):
+        text = process.communicate()[0]
+        if process.returncode != 0:
+            sys.exit("the spawner failed")
+        return float(text)
+
+
+def told_of(records, program, mark, count, filler=""):
+    """(told once with path and arguments right, told at all, everything wrong)"""
+    wanted = {f"{program} {mark}-{worker}-{number}-{filler}"
+              for worker in range(WORKERS) for number in range(count // WORKERS)}
+    right, told, wrong = set(), 0, collections.Counter()
+    for record in records:
+        if f" {mark}-" not in record["cmd"] or record["event"] != "launch":
+            continue
+        told += 1
+        if record["path"] != program:
+            wrong["path"] += 1
+        elif record["cmd"] not in wanted or record["cmd"] in right:
+            wrong["arguments"] += 1
+        else:
+            right.add(record["cmd"])
+    return len(right), told, dict(wrong)
+
+
+def counts(right, told, wrong, count, balance):
+    return (f"told {told} of {count}, path and arguments right {right} "
+            f"({100 * right / count:.3f} %), wrong {wrong or 0}, lost {balance['lost']}, "
+            f"unresolvable {balance['unresolvable']}, unexplained {balance['unexplained']}")
+
+
+def rate(args):
+    livehost.check_machine(args.sensor)
+    good = True
+    with tempfile.TemporaryDirectory(prefix="tevmon-live-") as name:
+        folder = pathlib.Path(os.path.realpath(name))
+        load = Load(folder)
+        for text, program, mark in (("/bin/true", "/bin/true", "r"),
+                                    ("a static program of 1 ms", load.tiny, "~r")):
+            host = livehost.QuietHost(args.host, folder, "--no-files", sensor=args.sensor)
+            seconds = load.seconds(load.begin(program, args.runs, mark))
+            code = host.stop()
+            result = told_of(host.of("launch"), program, mark, args.runs)
+            print(f"{text}: {args.runs / seconds:.0f} a second; "
+                  + counts(*result, args.runs, host.balance()))
+            good = good and code == 0 and result[0] == args.runs and not host.balance()["lost"]
+    return 0 if good else 1
+
+
+def storm(args):
+    livehost.check_machine(args.sensor)
+    with tempfile.TemporaryDirectory(prefix="tevmon-live-") as name, livehost.BpfTime() as bpf:
+        folder = pathlib.Path(os.path.realpath(name))
+        load = Load(folder)
+        host = livehost.QuietHost(args.host, folder, "--no-files", sensor=args.sensor)
+        before = {word: host.cpu_seconds(word) for word in ("tevmon-host", "launch_sensor")}
+        seconds = load.seconds(load.begin(load.tiny, args.runs, "s"))
+        reader = {word: host.cpu_seconds(word) - before[word] for word in before}
+        times = bpf.of(host.process.pid)
+        code = host.stop()
+    result = told_of(host.of("launch"), load.tiny, "s", args.runs)
+    print(f"storm: {args.runs / seconds:.0f} a second; "
+          + counts(*result, args.runs, host.balance()))
+    kernel = sum(nanoseconds for nanoseconds, _ in times.values()) / args.runs / 1000
+    runs = sum(number for _, number in times.values())
+    print(f"sensor time for each: {kernel:.2f} us in the kernel ({runs} runs of its programs: "
+          f"starts, copies, ends), {reader['launch_sensor'] / args.runs * 1e6:.2f} us of a fallback's "
+          f"thread, {reader['tevmon-host'] / args.runs * 1e6:.2f} us of the reading thread with "
+          "paths, message and records")
+    return 0 if code == 0 and result[0] == args.runs and not host.balance()["lost"] else 1
+
+
+def stopped(args):
+    livehost.check_machine(args.sensor)
+    with tempfile.TemporaryDirectory(prefix="tevmon-live-") as name:
+        folder = pathlib.Path(os.path.realpath(name))
+        load = Load(folder)
+        host = livehost.Host(args.host, folder, "--no-files", sensor=args.sensor)
+        filler = "y" * 2000  # a start then takes 2 KiB of the 8 MiB
+        process = load.begin(load.tiny, args.runs, "o", "8000", filler)
+        host.wait_for(lambda r: r["event"] == "launch" and " o-" in r["cmd"])
+        host.process.send_signal(signal.SIGSTOP)
+        time.sleep(3)
+        host.process.send_signal(signal.SIGCONT)
+        begun = time.monotonic()
+        tries = 0
+        back = None
+        while back is None and tries < 100:  # a start is told again from some moment on
+            tries += 1
+            subprocess.run(["/bin/true", f"after-{tries}-mark"], check=True)
+            if host.wait_for(lambda r: r["event"] == "launch" and "-mark" in r["cmd"], 0.2):
+                back = time.monotonic() - begun
+        seconds = load.seconds(process)
+        code = host.stop()
+    launched = host.of("launch")
+    right, told, wrong = told_of(launched, load.tiny, "o", args.runs, " " + filler)
+    balance = host.balance()
+    announced = host.of("lost")
+    # Other programs of the machine may be among the lost; those of the load that are missing are.
+    missing = args.runs - told
+    print(f"stopped 3 s at {args.runs / seconds:.0f} starts a second: told {told} + lost "
+          f"{balance['lost']}, {args.runs} started ({missing} of them not told), wrong {wrong or 0}; "
+          f"{len(announced)} announcement(s) of {sum(r['launches'] for r in announced)}; "
+          f"a start after it was told in {back or -1:.2f} s; {balance_text(balance)}; exit code {code}")
+    good = (code == 0 and back is not None and right == told and balance["unexplained"] == 0
+            and missing <= balance["lost"] and len(announced) == (1 if balance["lost"] else 0))
+    return 0 if good else 1
+
+
+PARTS = {"launches": (launches, 2000), "overflow": (overflow, 2000), "privilege": (privilege, 0),
+         "types": (types, 0), "rate": (rate, 20000), "storm": (storm, 100000),
+         "stopped": (stopped, 60000)}
 
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument("part", choices=["launches", "overflow", "privilege"])
+    parser.add_argument("part", choices=PARTS)
     parser.add_argument("host")
-    parser.add_argument("--runs", type=int, default=2000)
+    parser.add_argument("--sensor", default="ebpf",
+                        choices=["ebpf", "connector-fanotify", "connector"])
+    parser.add_argument("--runs", type=int)
     args = parser.parse_args()
-    return {"launches": launches, "overflow": overflow, "privilege": privilege}[args.part](args)
+    part, runs = PARTS[args.part]
+    args.runs = args.runs or runs
+    return part(args)
 
 
 if __name__ == "__main__":
