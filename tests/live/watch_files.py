@@ -10,7 +10,9 @@ Parts that are tests; exit code 0: so it was, 1: not, 77: this machine does not 
              missing or under a wrong path. Prints the sensor's time for an event.
   overflow   while the host is stopped more happens than the kernel's queue holds: that is announced, and
              afterwards everything is told again.
-  kinds      links, directories, pipes, writes without a closure, a place made later.
+  kinds      links, directories, pipes, writes without a closure.
+  overlay    in a mount namespace of its own: a watched place on overlayfs, which can be watched by its
+             directories only; a file system mounted later, which must not be kept from going.
   idle       nothing happens for N / 100 seconds: the host tells nothing that it did itself.
 
 The files in /etc/cron.d have a dot in their names, which cron leaves alone, and are removed.
@@ -28,6 +30,7 @@ import livehost
 
 PLACE = pathlib.Path("/etc/cron.d")
 MARK = f"tevmon.{os.getpid()}."
+OWN_NAMESPACE = "TEVMON_LIVE_NAMESPACE"
 
 
 def check_machine():
@@ -226,7 +229,62 @@ def idle(args, folder):
                   f"{args.runs / 100:.0f} s with nothing to do")
 
 
-PARTS = {"programs": programs, "storm": storm, "overflow": overflow, "kinds": kinds, "idle": idle}
+def mount(kind, point, *options):
+    point.mkdir(exist_ok=True)
+    done = subprocess.run(["mount", "-t", kind, *options, "tevmon-live", str(point)],
+                          stderr=subprocess.DEVNULL)
+    if done.returncode != 0:
+        livehost.skip(f"needs to mount {kind}")
+
+
+def into_own_namespace():
+    """Begins anew where mounts are nobody else's."""
+    if OWN_NAMESPACE not in os.environ:
+        os.environ[OWN_NAMESPACE] = "1"
+        os.execvp("unshare", ["unshare", "--mount", "--propagation", "private", sys.executable, "-B",
+                              *sys.argv])
+
+
+def overlay(args, folder):
+    try:
+        return on_overlay(args, folder)
+    finally:
+        for point in (PLACE, folder / "layers", folder / "later"):
+            subprocess.run(["umount", "--lazy", str(point)], stderr=subprocess.DEVNULL)
+
+
+def on_overlay(args, folder):
+    layers = folder / "layers"
+    mount("tmpfs", layers)
+    for name in ("upper", "work"):
+        (layers / name).mkdir()
+    mount("overlay", PLACE, "-o",
+          f"lowerdir={PLACE},upperdir={layers}/upper,workdir={layers}/work")
+    host = livehost.Host(args.host, folder, "--all-filesystems")
+    old, new = f"{PLACE}/{MARK}a", f"{PLACE}/{MARK}b"
+    pid = started("/usr/bin/touch", old)
+    expected = [("create", old, "touch", pid), ("write", old, "touch", pid)]
+    pid = started("/usr/bin/mv", old, new)
+    expected += [("rename", old, "mv", pid), ("create", new, "mv", pid),
+                 ("remove", new, "rm", started("/usr/bin/rm", new))]
+    mark_end(host)
+    later, pipe = folder / "later", folder / "later" / "pipe"
+    mount("tmpfs", later)
+    mark_end(host)  # the host has looked at the mounts by now
+    expected.append(("create", str(pipe), "mkfifo", started("/usr/bin/mkfifo", str(pipe))))
+    mark_end(host)
+    wrong = [] if subprocess.run(["umount", str(later)]).returncode == 0 else ["umount fails"]
+    mark_end(host)
+    code = host.stop()
+    notices = [record["text"] for record in host.of("notice")]
+    for words in ("pipes: listed directories only", "is unmounted and watched no more"):
+        if not any(words in notice for notice in notices):
+            wrong.append(f"nothing says: {words}")
+    wrong += differences(told(host) + told(host, later), expected)
+    return finish(host, code, wrong, "overlayfs and a file system mounted later")
+
+
+PARTS = {"overlay": overlay, "programs": programs, "storm": storm, "overflow": overflow, "kinds": kinds, "idle": idle}
 
 
 def main():
@@ -236,6 +294,8 @@ def main():
     parser.add_argument("--runs", type=int, default=300)
     args = parser.parse_args()
     check_machine()
+    if args.part == "overlay":
+        into_own_namespace()
     try:
         with tempfile.TemporaryDirectory(prefix="tevmon-live-") as name:
             return PARTS[args.part](args, pathlib.Path(name))
