@@ -29,6 +29,10 @@ prepare() {
     printf '#!/usr/bin/env bash\nid -u >/dev/null\n' >"$folder/script.bash"
     chmod +x "$folder"/*
     sha1sum "$folder/blocked-tool" >"$folder/block.list"
+    # A program that nobody knows and that runs already when the watch begins: the module has no verdict
+    # on it when it touches files.
+    cp "$(command -v perl)" "$folder/file-tool"
+    echo "a build of our own, that no package knows" >>"$folder/file-tool"
 }
 
 programs() {
@@ -46,31 +50,34 @@ programs() {
     (cd "$folder" && ./script.bash)
 }
 
-files() {
-    local folder=$1 cron unit
-    cron=$(cron_file "$folder")
-    unit=$(unit_file "$folder")
-    mkfifo "$folder/pipe"
-    echo "# made by scripts/run, and removed again" >"$cron"
-    touch "$cron"
-    mv "$cron" "$cron.renamed"
-    rm "$cron.renamed"
-    mkdir -p "${unit%/*}"
-    printf '[Service]\nType=oneshot\nExecStart=/bin/true\n' >"$unit"
-    cp "$unit" "$folder/unit.copy"
-}
+# Waits for $folder/go-N and does step N.
+FILE_STEPS='
+    my ($folder, $cron, $unit) = @ARGV;
+    sub await { select undef, undef, undef, 0.05 until -e "$folder/go-$_[0]" or !-d $folder }
+    sub put { open my $file, ">", $_[0] or die; print $file $_[1]; close $file }
+    await 1;
+    system {"/usr/bin/mkfifo"} "mkfifo", "$folder/pipe";
+    put $cron, "# made by scripts/run, and removed again\n";
+    put $unit, "[Service]\nType=oneshot\nExecStart=/bin/true\n";
+    await 2;
+    rename $cron, "$cron.renamed";
+    await 3;
+    unlink "$cron.renamed", $unit;
+'
 
 act() {
-    local folder=$1 state=$2
+    local folder=$1 state=$2 round unit
+    unit=$(unit_file "$folder")
+    mkdir -p "${unit%/*}"
+    "$folder/file-tool" -e "$FILE_STEPS" "$folder" "$(cron_file "$folder")" "$unit" &
     for _ in $(seq 200); do
         [ -s "$state/data/db/tevcloudcacho.db" ] && break
         sleep 0.1
     done
     # Three rounds, so that the cache has something to do: the module looks at its queue every 5 s.
-    local round
     for round in 1 2 3; do
         programs "$folder"
-        [ "$round" -ne 2 ] || files "$folder"
+        : >"$folder/go-$round"
         sleep 7
     done
     clean "$folder"
