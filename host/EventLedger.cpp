@@ -68,6 +68,7 @@ void EventLedger::Begin(const std::string& strBody, Clock::time_point now) {
     for (size_t i = 0; i < all.questions.size(); ++i) {
         const auto open =
             m_open.insert(m_open.end(), {std::move(all.questions[i]), excuses[i], now, {}, {}});
+        Count(m_openState, excuses[i]);
         const ModuleQuestion& question = open->question;
         const QuestionKind eKind = question.eKind;
         open->byFile =
@@ -133,15 +134,17 @@ std::optional<ModuleQuestion> EventLedger::Hear(const ModuleSign& sign) {
 
 // [with m_mutex held]
 void EventLedger::Close(std::list<Open>::iterator question) {
+    Count(m_openState, question->eExcuse, ~uint64_t{0});
     m_byFile.erase(question->byFile);
     m_byProgram.erase(question->byProgram);
     m_open.erase(question);
 }
 
-void EventLedger::Count(LedgerState& state, Excuse eExcuse) {
-    state.nGone += eExcuse == EXCUSE_GONE ? 1 : 0;
-    state.nKnownMaker += eExcuse == EXCUSE_KNOWN_MAKER ? 1 : 0;
-    state.nSilent += eExcuse == EXCUSE_NONE ? 1 : 0;
+// nTimes may be -1 in its unsigned form.
+void EventLedger::Count(LedgerState& state, Excuse eExcuse, uint64_t nTimes) {
+    state.nGone += eExcuse == EXCUSE_GONE ? nTimes : 0;
+    state.nKnownMaker += eExcuse == EXCUSE_KNOWN_MAKER ? nTimes : 0;
+    state.nSilent += eExcuse == EXCUSE_NONE ? nTimes : 0;
 }
 
 // [with m_mutex held] What is open for so long is not heard of any more. Few are, so that a look
@@ -169,9 +172,9 @@ LedgerState EventLedger::State() const {
     const std::lock_guard<std::mutex> lock(m_mutex);
     LedgerState state = m_state;
     state.nWaitingMessages = m_waiting.size();
-    for (const Open& open : m_open) {
-        Count(state, open.eExcuse);
-    }
+    state.nGone += m_openState.nGone;
+    state.nKnownMaker += m_openState.nKnownMaker;
+    state.nSilent += m_openState.nSilent;
     return state;
 }
 

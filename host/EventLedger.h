@@ -113,13 +113,14 @@ private:
     Excuse ExcuseOf(const ModuleQuestion& question) const;
     bool TakeWaiting(size_t nHash);
     void Close(std::list<Open>::iterator question);
-    static void Count(LedgerState& state, Excuse eExcuse);
+    static void Count(LedgerState& state, Excuse eExcuse, uint64_t nTimes = 1);
     void DropOld(Clock::time_point now);
 
     const KnownMaker m_fnKnownMaker;
     mutable std::mutex m_mutex;  // guards what follows
     std::deque<Message> m_waiting;
-    std::list<Open> m_open;  // in the order in which they were begun with
+    std::list<Open> m_open;   // in the order in which they were begun with
+    LedgerState m_openState;  // the excuses of those, counted
     Index m_byFile;
     Index m_byProgram;
     LedgerState m_state;  // without what is open

@@ -52,7 +52,8 @@ size_t TerminalWidth() {
 
 Output::Output()
     : m_nOut(STDOUT_FILENO),
-      m_bColour(IsTerminal(STDOUT_FILENO) && WantsColour()),
+      m_bTerminal(IsTerminal(STDOUT_FILENO)),
+      m_bColour(m_bTerminal && WantsColour()),
       m_bErrorTerminal(IsTerminal(STDERR_FILENO)) {}
 
 Output::~Output() {
@@ -85,6 +86,10 @@ void Output::Line(const std::string& strLine) {
     if (m_bBroken) {
         return;
     }
+    if (m_pScreen != nullptr) {
+        m_pScreen.load()->ScreenLine(strLine, false);
+        return;
+    }
     HideProgress();
     const int nError = WriteAll(m_nOut, strLine + "\n");
     if (nError != 0) {
@@ -94,8 +99,25 @@ void Output::Line(const std::string& strLine) {
     ShowProgress();
 }
 
+void Output::SetScreen(IScreen* pScreen) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_pScreen = pScreen;
+}
+
+void Output::Break(int nError) {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_nBrokenError = m_bBroken ? m_nBrokenError : nError;
+    m_bBroken = true;
+}
+
 void Output::Error(const std::string& strLine) {
     const std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_pScreen != nullptr) {
+        m_pScreen.load()->ScreenLine(strLine, true);
+        if (m_bErrorTerminal) {
+            return;
+        }
+    }
     HideProgress();
     if (m_nDropped > 0 && WriteError("\ntevmon-host: " + std::to_string(m_nDropped) +
                                      " lines were dropped here, nobody read standard error\n")) {
@@ -107,7 +129,7 @@ void Output::Error(const std::string& strLine) {
 
 void Output::Progress(const std::string& strLine) {
     const std::lock_guard<std::mutex> lock(m_mutex);
-    if (!m_bErrorTerminal || strLine == m_strProgress) {
+    if (!m_bErrorTerminal || m_pScreen != nullptr || strLine == m_strProgress) {
         return;
     }
     HideProgress();
@@ -119,7 +141,9 @@ void Output::Progress(const std::string& strLine) {
 std::string Output::Paint(Colour eColour, const std::string& strText) const {
     static const char* const CODES[] = {"",         "\033[1m",  "\033[2m",
                                         "\033[32m", "\033[33m", "\033[31m"};
-    return !m_bColour || eColour == COLOUR_NONE ? strText : CODES[eColour] + strText + "\033[0m";
+    return !m_bColour || m_pScreen != nullptr || eColour == COLOUR_NONE
+               ? strText
+               : CODES[eColour] + strText + "\033[0m";
 }
 
 std::string Output::BrokenReason() const {

@@ -16,6 +16,14 @@
 #include <mutex>
 #include <string>
 
+// What takes the place of lines while it draws the whole terminal.
+class IScreen {
+public:
+    virtual ~IScreen() = default;
+    // [any] strLine may hold line feeds.
+    virtual void ScreenLine(const std::string& strLine, bool bError) = 0;
+};
+
 class Output {
 public:
     enum Colour { COLOUR_NONE, COLOUR_BOLD, COLOUR_DIM, COLOUR_GREEN, COLOUR_YELLOW, COLOUR_RED };
@@ -40,6 +48,18 @@ public:
     std::string Paint(Colour eColour, const std::string& strText) const;
 
     bool HasProgress() const { return m_bErrorTerminal; }
+    bool HasColour() const { return m_bColour; }
+    // The descriptor of standard output when that is a terminal that a screen can be drawn on,
+    // else -1.
+    int TerminalFd() const { return m_bTerminal ? m_nOut : -1; }
+
+    // Lines go to pScreen from now on, without colours, and errors as well; errors go to standard
+    // error in addition when that is no terminal. Null ends it. When it has returned no call into
+    // the screen before is running.
+    void SetScreen(IScreen* pScreen);
+    // Standard output is of no use any more.
+    void Break(int nError);
+
     bool IsBroken() const { return m_bBroken.load(); }
     std::string BrokenReason() const;  // "" when its reader left, which needs no words
 
@@ -50,11 +70,13 @@ private:
 
     int m_nOut;
     bool m_bOwnsOut = false;
+    const bool m_bTerminal;
     const bool m_bColour;
     const bool m_bErrorTerminal;
     std::atomic<bool> m_bBroken{false};
     mutable std::mutex m_mutex;  // guards what follows and the order of lines
     int m_nBrokenError = 0;
+    std::atomic<IScreen*> m_pScreen{nullptr};  // written with the mutex held
     bool m_bErrorStalled = false;
     uint64_t m_nDropped = 0;  // lines of standard error
     std::string m_strProgress;

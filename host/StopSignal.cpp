@@ -6,6 +6,8 @@
 #include <csignal>
 #include <utility>
 
+#include "host/Terminal.h"
+
 #include "host/Privileges.h"
 
 namespace {
@@ -94,6 +96,7 @@ void StopSignal::TakeSignals() {
             continue;
         }
         if (m_nSignal != 0) {
+            Terminal::Restore();
             _exit(128 + nSignal);
         }
         m_nSignal = nSignal;

@@ -99,11 +99,14 @@ std::string QuestionsText(const WatchBalance& balance) {
 
 std::string QueriesText(const WatchBalance& balance) {
     const RunCounters& module = balance.module;
-    Sum sum("queries", module.nQueries, "");
+    std::string strLevels;
     for (const auto& entry : module.answersByLevel) {
-        sum.Add(entry.second, "answered " + text::LevelWord(entry.first));
+        strLevels += (strLevels.empty() ? "" : ", ") + text::LevelWord(entry.first) + " " +
+                     text::Number(entry.second);
     }
-    return sum.AddSome(module.nKnown, "answered before")
+    return Sum("queries", module.nQueries, "")
+        .Add(module.nAnswers, "answered" + (strLevels.empty() ? "" : " (" + strLevels + ")"))
+        .AddSome(module.nKnown, "answered before")
         .AddSome(module.nNoKey, "that want no answer")
         .AddSome(module.nLost, "lost")
         .Add(balance.Outstanding(), "outstanding")

@@ -26,6 +26,7 @@ struct WatchArguments {
     std::string strRecord;
     std::string strMetricsFile;
     double dMetricsSeconds = 10;
+    bool bPlain = false;
     std::string strSensor = "auto";
     std::vector<std::string> aliases;  // "FROM=TO"
     bool bNoLaunches = false;
@@ -92,6 +93,7 @@ int WatchNow(const GlobalOptions& options, WatchArguments& arguments) {
         return EXIT_CODE_INPUT;
     }
     watch.strMetricsFile = StateDir::Absolute(arguments.strMetricsFile);
+    watch.bPlain = arguments.bPlain;
     watch.metricsInterval =
         std::chrono::milliseconds(static_cast<int64_t>(arguments.dMetricsSeconds * 1000));
     RunOptions& run = arguments.shared->run;
@@ -117,6 +119,7 @@ void AddReportOptions(CLI::App& command, WatchArguments& arguments) {
     command
         .add_option("--record", arguments.strRecord, "Write every message to this file, for replay")
         ->type_name("FILE");
+    command.add_flag("--plain", arguments.bPlain, "Lines, also on a terminal");
     CLI::Option* const pMetrics =
         command.add_option("--metrics-file", arguments.strMetricsFile,
                            "Write the balance to this file, in Prometheus' text format");

@@ -19,6 +19,7 @@ WatchRow Judged(const std::string& strWhat, const std::string& strSubject, const
     if (!strSource.empty()) {
         row.strWhy = row.strWhy.empty() ? strSource : row.strWhy + " (" + strSource + ")";
     }
+    row.strOwner = verdict.strOwner.empty() ? strSource : verdict.strOwner;
     row.bCached = bCached;
     return row;
 }

@@ -18,7 +18,8 @@ struct WatchRow {
     std::string strWhat;     // "launch", "FileCreate" and so on
     std::string strSubject;  // the program started, the file changed, or the text
     std::string strBy;       // the program that did it; "" when nobody knows
-    std::string strWhy;      // package, list, or what it means
+    std::string strWhy;      // package and list, or what it means
+    std::string strOwner;    // the package, the entry of a list, or the list
     bool bCached = false;    // the module skipped it, the verdict is known
     uint64_t nTimes = 1;     // so often in a row
 };

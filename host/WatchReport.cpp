@@ -73,15 +73,66 @@ WatchReport::WatchReport(Output& output, const GlobalOptions& options,
 void WatchReport::Begin(const std::string& strModule) {
     m_ledger.SetEarlier(database_look::QueueDepth(m_options.ChannelDatabase()).value_or(0));
     RunReport::Begin(strModule);
-    if (!m_watch.strMetricsFile.empty()) {
-        m_pMetrics = std::make_unique<MetricsFile>(
-            m_watch.strMetricsFile, m_watch.metricsInterval,
-            [this] { return metric_list::Text(Numbers(m_bEnded), m_tmStart); },
-            [this](const std::string& strError) {
-                m_output.Error("tevmon-host: " + text::ForTerminal(strError));
-            });
-        m_pMetrics->Begin();
+    BeginMetrics();
+    if (!m_options.bJson && !m_watch.bPlain) {
+        auto pView = std::make_unique<WatchView>(
+            m_output, [this] { return HeadNumbers(); }, [this] { m_output.Break(EIO); });
+        if (pView->Begin()) {
+            m_pView = std::move(pView);
+        }
     }
+}
+
+void WatchReport::BeginMetrics() {
+    if (m_watch.strMetricsFile.empty()) {
+        return;
+    }
+    m_pMetrics = std::make_unique<MetricsFile>(
+        m_watch.strMetricsFile, m_watch.metricsInterval,
+        [this] { return metric_list::Text(Numbers(m_bEnded), m_tmStart); },
+        [this](const std::string& strError) {
+            m_output.Error("tevmon-host: " + text::ForTerminal(strError));
+        });
+    m_pMetrics->Begin();
+}
+
+void WatchReport::BeginPass(const PassInfo& pass) {
+    RunReport::BeginPass(pass);
+    if (m_pView != nullptr) {
+        m_pView->State("watching");
+    }
+}
+
+void WatchReport::Progress(const std::string& strDoing) {
+    if (m_pView != nullptr) {
+        m_pView->State(strDoing == "delivering" ? "watching" : strDoing);
+    } else {
+        RunReport::Progress(strDoing);
+    }
+}
+
+ViewNumbers WatchReport::HeadNumbers() const {
+    const WatchBalance balance = Numbers(false);
+    const auto answers = [&balance](int nLevel) {
+        const auto found = balance.module.answersByLevel.find(nLevel);
+        return found == balance.module.answersByLevel.end() ? 0 : found->second;
+    };
+    ViewNumbers numbers;
+    numbers.nLaunches = balance.launches.nSensed;
+    numbers.nFiles = balance.files.nSensed;
+    numbers.nBacklogEvents = balance.events.nWaiting;
+    numbers.nBacklogMessages = balance.events.nWaitingMessages + balance.events.nEarlierWaiting;
+    numbers.nQueries = balance.module.nQueries;
+    numbers.nCached = balance.module.nCached;
+    numbers.nPackaged = answers(10);
+    numbers.nAllowed = answers(20);
+    numbers.nUnknown = answers(40);
+    numbers.nBlocked = answers(70);
+    numbers.nBadSeen = m_nBadSeen;
+    numbers.nLost = balance.launches.nLost + balance.events.nRefused + balance.events.nNotStored;
+    numbers.nOverflows = balance.files.nOverflows;
+    numbers.nUnexplained = balance.Unexplained();
+    return numbers;
 }
 
 WatchBalance WatchReport::Numbers(bool bFinal) const {
@@ -109,6 +160,9 @@ void WatchReport::Write(const WatchBalance& balance) {
 }
 
 void WatchReport::Summary(const RunEnd& end) {
+    if (m_pView != nullptr) {
+        m_pView->End();
+    }
     m_ledger.End(end.queueDepth.value_or(std::numeric_limits<uint64_t>::max()));
     m_bEnded = true;
     Write(Numbers(true));
@@ -202,8 +256,9 @@ void WatchReport::WriteNote(const ModuleRecord& note) {
 
 void WatchReport::ShowJudgement(const Judgement& judgement) {
     const bool bBad = judgement.verdict.nLevel >= watch_line::LEVEL_BAD;
+    m_nBadSeen += bBad ? 1 : 0;
     if (!m_options.bJson) {
-        if (bBad || !judgement.bCached || m_options.bVerbose) {
+        if (bBad || !judgement.bCached || m_options.bVerbose || m_pView != nullptr) {
             Show(watch_line::Judged(judgement.strWhat, judgement.strSubject, judgement.strBy,
                                     judgement.verdict, judgement.bCached));
         }
@@ -216,7 +271,11 @@ void WatchReport::ShowJudgement(const Judgement& judgement) {
 }
 
 void WatchReport::Show(const WatchRow& row) {
-    m_output.Line(watch_line::Text(m_output, row));
+    if (m_pView != nullptr) {
+        m_pView->Add(row);
+    } else {
+        m_output.Line(watch_line::Text(m_output, row));
+    }
 }
 
 // The module skips a pipe whose maker has a verdict of 20 or less in its cache.

@@ -21,6 +21,7 @@
 #include "host/ProgramTable.h"
 #include "host/RunReport.h"
 #include "host/WatchLine.h"
+#include "host/WatchView.h"
 #include "host/source/FileOperation.h"
 #include "host/source/LaunchSource.h"
 #include "host/verdict/VerdictService.h"
@@ -49,6 +50,7 @@ struct WatchOptions {
     std::shared_ptr<FILE> pRecord;  // gets every message, one a line; null for none
     std::string strMetricsFile;     // absolute; "" for none
     std::chrono::milliseconds metricsInterval{10000};
+    bool bPlain = false;  // lines also on a terminal
 };
 
 class WatchReport : public RunReport, public ILaunchObserver, public IFileObserver {
@@ -57,6 +59,8 @@ public:
                 WatchOptions watch = {});
 
     void Begin(const std::string& strModule) override;
+    void BeginPass(const PassInfo& pass) override;
+    void Progress(const std::string& strDoing) override;
     void Summary(const RunEnd& end) override;
     void Balance() override;
     // bFinal: the module has stopped; files are looked at then for what was not heard of.
@@ -83,7 +87,9 @@ private:
 
     void Write(const WatchBalance& balance);
     void Keep(const EventBatch& batch);
+    void BeginMetrics();
     void Show(const WatchRow& row);
+    ViewNumbers HeadNumbers() const;
     void ShowJudgement(const Judgement& judgement);
     void WriteQueryLine(const CloudQuery& query, QueryFate eFate, const Verdict& verdict) override;
     void WriteNote(const ModuleRecord& note) override;
@@ -98,7 +104,10 @@ private:
     mutable std::mutex m_watchMutex;  // guards what follows
     LaunchCounters m_launches;
     FileCounters m_files;
-    std::unique_ptr<MetricsFile> m_pMetrics;  // last: its thread reads the numbers
+    std::atomic<uint64_t> m_nBadSeen{0};
+    // Last: their threads read the numbers.
+    std::unique_ptr<MetricsFile> m_pMetrics;
+    std::unique_ptr<WatchView> m_pView;  // while the terminal is drawn
 };
 
 #endif
