@@ -5,6 +5,7 @@
 #include <exception>
 #include <string>
 
+#include "host/DoctorCommand.h"
 #include "host/ExitCodes.h"
 #include "host/GlobalOptions.h"
 #include "host/RunCommands.h"
@@ -44,7 +45,8 @@ int HostMain(int argc, const char* const* argv) {
         CLI::App app("The reference host of the tevmon module", "tevmon-host");
         app.footer(
             "Exit codes: 0 done, 1 failure, 2 usage, 3 input, 4 module, 5 state directory,\n"
-            "6 database, 7 not found, 8 not finished in time, 9 standard output lost, 10 sensor");
+            "6 database, 7 not found, 8 not finished in time, 9 standard output lost, 10 sensor,\n"
+            "11 doctor found a failure");
         app.fallthrough();
         app.require_subcommand(1);
         AddGlobalOptions(app, options);
@@ -55,6 +57,7 @@ int HostMain(int argc, const char* const* argv) {
         AddReplayCommand(app, options, nExitCode);
         AddScanCommand(app, options, nExitCode);
         AddWatchCommand(app, options, nExitCode);
+        AddDoctorCommand(app, options, nExitCode);
         AddQueueCommand(app, options, nExitCode);
         AddVerdictsCommand(app, options, nExitCode);
         try {

@@ -5,7 +5,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstdlib>
 #include <cstring>
 
@@ -70,6 +72,55 @@ bool IsPrivate(int nDirFd, const std::string& strPath, std::string& strError) {
     return true;
 }
 
+// Whether nobody else can put another directory or link in the place of strPath. In a directory
+// with the sticky bit, as /tmp is, others can make entries but not take ours away.
+bool IsSafeEntry(const std::string& strPath, std::string& strError) {
+    struct stat status = {};
+    if (lstat(strPath.c_str(), &status) != 0) {
+        strError = SystemError("cannot look at", strPath);
+        return false;
+    }
+    if (status.st_uid != 0 && status.st_uid != geteuid()) {
+        strError = strPath +
+                   ", on the way to the state directory, belongs to another user, who could swap "
+                   "it; " +
+                   REMEDY;
+        return false;
+    }
+    const bool bShared = S_ISDIR(status.st_mode) && (status.st_mode & (S_IWGRP | S_IWOTH)) != 0 &&
+                         (status.st_mode & S_ISVTX) == 0;
+    if (bShared) {
+        strError = "others may write to " + strPath +
+                   ", on the way to the state directory, and could swap it; take that away with "
+                   "chmod go-w, or " +
+                   REMEDY;
+    }
+    return !bShared;
+}
+
+bool AreParentsSafe(const std::string& strPath, std::string& strError) {
+    if (!IsSafeEntry("/", strError)) {
+        return false;
+    }
+    for (size_t nSlash = strPath.find('/', 1); nSlash != std::string::npos;
+         nSlash = strPath.find('/', nSlash + 1)) {
+        if (!IsSafeEntry(strPath.substr(0, nSlash), strError)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// The way as it is written, with its links, and the way that it leads.
+bool IsWaySafe(const std::string& strPath, std::string& strError) {
+    char szReal[PATH_MAX] = "";
+    if (realpath(strPath.c_str(), szReal) == nullptr) {
+        strError = SystemError("cannot find the state directory", strPath);
+        return false;
+    }
+    return AreParentsSafe(strPath, strError) && AreParentsSafe(szReal, strError);
+}
+
 }  // namespace
 
 StateDir::~StateDir() {
@@ -109,7 +160,7 @@ bool StateDir::Enter(const std::string& strPath, std::string& strError) {
             "--state-dir";
         return false;
     }
-    if (!MakeWithParents(strPath, strError)) {
+    if (!MakeWithParents(strPath, strError) || !IsWaySafe(strPath, strError)) {
         return false;
     }
     const int nDir = open(strPath.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
@@ -132,6 +183,32 @@ bool StateDir::Enter(const std::string& strPath, std::string& strError) {
         }
     }
     return bEntered;
+}
+
+bool StateDir::IsUsable(const std::string& strPath, std::string& strText) {
+    std::string strExisting = strPath;
+    while (strExisting.size() > 1 && access(strExisting.c_str(), F_OK) != 0 && errno == ENOENT) {
+        strExisting.resize(std::max<size_t>(strExisting.rfind('/'), 1));
+    }
+    if (!IsWaySafe(strExisting, strText)) {
+        return false;
+    }
+    const bool bMade = strExisting == strPath;
+    if (!bMade && access(strExisting.c_str(), W_OK | X_OK) != 0) {
+        strText = SystemError("cannot make the state directory in", strExisting);
+        return false;
+    }
+    const int nDir = open(strExisting.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (nDir < 0) {
+        strText = SystemError("cannot open the state directory", strExisting);
+        return false;
+    }
+    const bool bUsable = !bMade || IsPrivate(nDir, strPath, strText);
+    close(nDir);
+    if (bUsable) {
+        strText = strPath + (bMade ? ", private" : ", not there yet, a run makes it");
+    }
+    return bUsable;
 }
 
 bool StateDir::TakeLock(int nDirFd, const std::string& strPath, std::string& strError) {

@@ -6,6 +6,9 @@
 //   <dir>/data/db  where the module keeps its databases
 //   <dir>/run      the current directory of the process, so that ../data/db resolves
 //
+// Refused when others can write to it, or can put another directory in its place: a parent that is
+// not root's or the user's own, or that others may write to without the sticky bit.
+//
 // Threads: the control thread, before any other starts.
 // Errors: texts that name the directory and what to do.
 #ifndef HOST_STATEDIR_H
@@ -27,6 +30,10 @@ public:
 
     // strPath as seen from the current directory, without a final "/".
     static std::string Absolute(const std::string& strPath);
+
+    // Whether Enter would get as far as the lock, without making anything. strText says what was
+    // found, or what is wrong and what to do.
+    static bool IsUsable(const std::string& strPath, std::string& strText);
 
     // Prepares strPath, takes the lock, sets the umask to 077 and changes into <dir>/run.
     bool Enter(const std::string& strPath, std::string& strError);

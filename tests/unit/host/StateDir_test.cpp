@@ -87,6 +87,34 @@ TEST_F(StateDirTest, ADirectoryThatOthersMayWriteIsRefused) {
     EXPECT_NE(std::string::npos, m_strError.find("chmod 700")) << m_strError;
 }
 
+TEST_F(StateDirTest, AParentThatOthersMayWriteIsRefusedUnlessItIsSticky) {
+    using std::filesystem::perms;
+    const std::string strParent = m_dir.Path() + "/shared";
+    std::filesystem::create_directory(strParent);
+    std::filesystem::permissions(strParent, perms::all);
+
+    EXPECT_FALSE(Enter(strParent + "/a/state"));
+    EXPECT_NE(std::string::npos, m_strError.find("others may write to " + strParent + ","))
+        << m_strError;
+
+    std::filesystem::permissions(strParent, perms::all | perms::sticky_bit);
+    EXPECT_TRUE(Enter(strParent + "/a/state")) << m_strError;
+}
+
+TEST_F(StateDirTest, ALinkOnTheWayIsFollowedAndWhereItLeadsIsLookedAt) {
+    using std::filesystem::perms;
+    const std::string strTarget = m_dir.Path() + "/target";
+    std::filesystem::create_directories(strTarget + "/deep");
+    std::filesystem::create_directory_symlink(strTarget + "/deep", m_dir.Path() + "/link");
+    std::filesystem::permissions(strTarget, perms::all);
+
+    EXPECT_FALSE(Enter(m_dir.Path() + "/link/state"));
+    EXPECT_NE(std::string::npos, m_strError.find(strTarget + ",")) << m_strError;
+
+    std::filesystem::permissions(strTarget, perms::owner_all);
+    EXPECT_TRUE(Enter(m_dir.Path() + "/link/state")) << m_strError;
+}
+
 TEST_F(StateDirTest, AFileInTheWayIsNamed) {
     const std::string strFile = m_dir.WriteFile("file", "");
 

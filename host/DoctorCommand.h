@@ -1,0 +1,13 @@
+// The command that says what works here, what does not, and what to do about it.
+#ifndef HOST_DOCTORCOMMAND_H
+#define HOST_DOCTORCOMMAND_H
+
+#include <CLI/CLI.hpp>
+
+#include "host/GlobalOptions.h"
+
+// Adds the command to app. options is read and nExitCode (ExitCodes.h) set when it runs, so both
+// outlive the parsing of the command line.
+void AddDoctorCommand(CLI::App& app, const GlobalOptions& options, int& nExitCode);
+
+#endif
