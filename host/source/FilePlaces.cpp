@@ -53,7 +53,7 @@ const std::vector<FilePlaces::Place>& FilePlaces::All() {
     return PLACES;
 }
 
-FilePlaces::FilePlaces(Aliases aliases, RealPath fnReal)
+FilePlaces::FilePlaces(const Aliases& aliases, RealPath fnReal)
     : m_given(Cleaned(aliases)), m_fnReal(fnReal ? std::move(fnReal) : FollowLinks) {
     Resolve();
 }
@@ -94,7 +94,7 @@ void FilePlaces::Resolve() {
 std::string FilePlaces::Spelled(const std::string& strPath) const {
     for (const auto& alias : m_aliases) {
         if (IsIn(strPath, alias.first)) {
-            const std::string strOther = alias.second + strPath.substr(alias.first.size());
+            std::string strOther = alias.second + strPath.substr(alias.first.size());
             if (IsWatched(FILE_CREATE, strOther)) {
                 return strOther;
             }

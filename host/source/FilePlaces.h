@@ -32,7 +32,7 @@ public:
     static const std::vector<Place>& All();
 
     // aliases: pairs of how the kernel spells a directory and how it is to be told.
-    explicit FilePlaces(Aliases aliases = {}, RealPath fnReal = {});
+    explicit FilePlaces(const Aliases& aliases = {}, RealPath fnReal = {});
 
     // Looks where the links lead now.
     void Resolve();

@@ -147,6 +147,7 @@ void LaunchSource::HandOut(EventBatch& batch, uint64_t nNumber) {
     batch.nCopies = 1;
     batch.nEvents = creations.size();
     std::vector<std::string> paths;
+    paths.reserve(creations.size());
     for (event_message::Creation& creation : creations) {
         paths.push_back(std::move(creation.strPath));
     }
