@@ -57,9 +57,13 @@ void RunReport::Begin(const std::string& strModule) {
     }
 }
 
-void RunReport::BeginPass(const PassInfo& pass) {
+void RunReport::SetPass(const PassInfo& pass) {
     m_pass = pass;
     m_passBegun = RunCounters::Clock::now();
+}
+
+void RunReport::BeginPass(const PassInfo& pass) {
+    SetPass(pass);
     if (!m_options.bJson) {
         m_output.Line(run_block::Heading(m_output, pass));
     }

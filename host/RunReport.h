@@ -67,6 +67,7 @@ protected:
     void CountQuery(const CloudQuery& query, QueryFate eFate, const Verdict& verdict);
     void WriteQueryJson(const CloudQuery& query, QueryFate eFate, const Verdict& verdict);
     virtual void WriteQueryLine(const CloudQuery& query, QueryFate eFate, const Verdict& verdict);
+    void SetPass(const PassInfo& pass);
     void CountNote(const ModuleRecord& note);
     virtual void WriteNote(const ModuleRecord& note);
     RunCounters TotalCounters() const;  // of all passes

@@ -97,15 +97,17 @@ void WatchReport::BeginMetrics() {
 }
 
 void WatchReport::BeginPass(const PassInfo& pass) {
-    RunReport::BeginPass(pass);
     if (m_pView != nullptr) {
+        SetPass(pass);
         m_pView->State("watching");
+    } else {
+        RunReport::BeginPass(pass);
     }
 }
 
 void WatchReport::Progress(const std::string& strDoing) {
     if (m_pView != nullptr) {
-        m_pView->State(strDoing == "delivering" ? "watching" : strDoing);
+        m_pView->State(strDoing == "delivering" ? "watching" : "ending: " + strDoing);
     } else {
         RunReport::Progress(strDoing);
     }
