@@ -49,7 +49,7 @@ FileSource::FileSource(std::unique_ptr<IFileSensor> pSensor, IFileObserver& obse
       m_images(images),
       m_options(std::move(options)),
       m_nOwnPid(static_cast<uint32_t>(getpid())),
-      m_paths([this](std::string_view strHandle) { return m_pSensor->PathOf(strHandle); }),
+      m_paths([this](std::string_view strHandle) { return OpenDirectory(strHandle); }),
       m_buffer(m_options.nReadBytes) {
     if (!m_options.fnLook) {
         m_options.fnLook = LStat;
@@ -82,18 +82,52 @@ void FileSource::Resolve() {
         if (m_pSensor->Tend()) {
             m_paths.Clear();
         }
-        FileEventReader reader(m_buffer.data(), std::exchange(m_nRead, 0));
+        FileEventReader reader(m_buffer.data(), m_nRead);
         FileEvent event;
         while (reader.Next(event)) {
             Take(event);
         }
         m_files.nBroken += reader.Broken();
+        m_nRead = 0;
+        m_removed.clear();
+        m_bFoundRemoved = false;
     }
     m_files.nSenseMicros = m_nSenseNanos / 1000;
     for (const FileOperation& operation : m_told) {
         m_observer.OnOperation(operation);
     }
     m_told.clear();
+}
+
+// A directory that is gone by now stood where its own removal, among the later events, says.
+std::string FileSource::OpenDirectory(std::string_view strHandle) {
+    constexpr int MOST_ABOVE = 64;
+    std::string strPath = m_pSensor->PathOf(strHandle);
+    if (!strPath.empty() || m_nOpening >= MOST_ABOVE) {
+        return strPath;
+    }
+    FindRemoved();
+    const auto found = m_removed.find(strHandle);
+    if (found != m_removed.end()) {
+        ++m_nOpening;
+        strPath = m_paths.PathOf(found->second);
+        --m_nOpening;
+    }
+    return strPath;
+}
+
+void FileSource::FindRemoved() {
+    if (std::exchange(m_bFoundRemoved, true)) {
+        return;
+    }
+    FileEventReader reader(m_buffer.data(), m_nRead);
+    FileEvent event;
+    while (reader.Next(event)) {
+        if ((event.nMask & FAN_DELETE) != 0 && (event.nMask & FAN_ONDIR) != 0 &&
+            !event.strTarget.empty()) {
+            m_removed.emplace(event.strTarget, event.spot);
+        }
+    }
 }
 
 void FileSource::Take(const FileEvent& event) {

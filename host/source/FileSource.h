@@ -15,9 +15,12 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
+#include <unordered_map>
 #include <unordered_set>
 #include <vector>
 
+#include "host/source/FileEvent.h"
 #include "host/source/FileOperation.h"
 #include "host/source/FilePlaces.h"
 #include "host/source/HandlePaths.h"
@@ -75,6 +78,8 @@ private:
         Clock::time_point due;
     };
 
+    std::string OpenDirectory(std::string_view strHandle);
+    void FindRemoved();
     void Take(const FileEvent& event);
     void TakeOverflow();
     void TakeRename(const FileEvent& event);
@@ -94,7 +99,11 @@ private:
     const uint32_t m_nOwnPid;
     HandlePaths m_paths;
     std::vector<char> m_buffer;
-    size_t m_nRead = 0;  // bytes in the buffer that Resolve has not taken
+    size_t m_nRead = 0;  // bytes in the buffer that Resolve takes
+    // Directories removed within the buffer, by handle, once somebody asked for one of them.
+    std::unordered_map<std::string_view, FileSpot> m_removed;
+    bool m_bFoundRemoved = false;
+    int m_nOpening = 0;  // directories being opened, one for the sake of another
     int64_t m_tmRead = 0;
     std::vector<FileOperation> m_told;          // to the observer, once the time was taken
     std::unordered_set<std::string> m_written;  // told as written, in the batch in the making

@@ -222,10 +222,15 @@ def kinds(args, folder):
 def idle(args, folder):
     host = livehost.Host(args.host, folder, "--all-operations")
     mark_end(host)
+    host.process.send_signal(livehost.signal.SIGUSR1)
+    host.wait_for(lambda record: record["event"] == "balance")
+    before = host.balance()["files"]["own"]
     _ = host.wait_for(lambda record: False, args.runs / 100)
     code = host.stop()
-    own = told(host, folder / "state")
-    return finish(host, code, [f"{operation} told" for operation in own],
+    wrong = [f"{operation} told" for operation in told(host, folder / "state")]
+    if host.balance()["files"]["own"] != before:
+        wrong.append(f"{host.balance()['files']['own'] - before} operations of the host's own")
+    return finish(host, code, wrong,
                   f"{args.runs / 100:.0f} s with nothing to do")
 
 

@@ -225,6 +225,24 @@ TEST_F(FileSourceTest, WhatHappenedInADirectoryThatIsGoneIsCounted) {
     EXPECT_EQ(0u, Counters().Waiting());
 }
 
+TEST_F(FileSourceTest, WhatHappenedInADirectoryRemovedSinceIsKnownByTheRemoval) {
+    Sense(At(FAN_DELETE, 5, 101, "job") + At(FAN_DELETE | FAN_ONDIR, 5, 100, "inner", 101) +
+          At(FAN_DELETE | FAN_ONDIR, 5, CRON, "outer", 100));
+
+    EXPECT_THAT(m_observer.m_lines,
+                ElementsAre("remove /etc/cron.d/outer/inner/job", "remove /etc/cron.d/outer/inner",
+                            "remove /etc/cron.d/outer"));
+    EXPECT_EQ(0u, Counters().nUnresolvable);
+}
+
+TEST_F(FileSourceTest, DirectoriesRemovedFromEachOtherDoNotHang) {
+    Sense(At(FAN_DELETE | FAN_ONDIR, 5, 100, "a", 101) +
+          At(FAN_DELETE | FAN_ONDIR, 5, 101, "b", 100));
+
+    EXPECT_THAT(m_observer.m_lines, IsEmpty());
+    EXPECT_EQ(2u, Counters().nUnresolvable);
+}
+
 TEST_F(FileSourceTest, AnOverflowIsAnnouncedOnceAndWhatIsKnownOfPathsEndsThere) {
     Sense(At(FAN_CREATE | FAN_ONDIR, 5, CRON, "d", 100));
     Sense(Event(FAN_Q_OVERFLOW, 0, ""));
