@@ -14,6 +14,7 @@
 #include <ctime>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 
 #include "host/DoctorSensors.h"
 #include "host/PluginLoader.h"
@@ -44,7 +45,9 @@ constexpr int BUSY_MS = 1000;
 
 uint64_t EffectiveCapabilities() {
     std::ifstream status("/proc/self/status");
-    const std::string strText{std::istreambuf_iterator<char>(status), {}};
+    std::ostringstream text;
+    text << status.rdbuf();
+    const std::string strText = text.str();
     const size_t nAt = strText.find("CapEff:");
     return nAt == std::string::npos ? 0 : std::strtoull(strText.c_str() + nAt + 7, nullptr, 16);
 }

@@ -10,6 +10,7 @@
 #include <iterator>
 #include <memory>
 #include <set>
+#include <sstream>
 
 #include "host/source/FanotifySensor.h"
 #include "host/source/FilePlaces.h"
@@ -38,8 +39,9 @@ std::vector<Finding> OfMarks() {
         return findings;  // the file sensor's own finding says why
     }
     std::ifstream file("/proc/self/mountinfo");
-    const std::vector<MountEntry> mounts =
-        mount_table::Parse({std::istreambuf_iterator<char>(file), {}});
+    std::ostringstream text;
+    text << file.rdbuf();
+    const std::vector<MountEntry> mounts = mount_table::Parse(text.str());
     FilePlaces places;
     places.Resolve();
     std::set<uint32_t> devices;
