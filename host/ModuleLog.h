@@ -25,7 +25,7 @@ struct ModuleRecord {
     std::string strText;  // the file that it names, or the message; "" where it has none
     QuestionKind eQuestion = QUESTION_NONE;  // the question that this ends
     std::string strOperation = {};           // of QUESTION_FILE
-    bool bNamesProgram = false;              // strText is the acting program, not the file that was changed
+    bool bNamesProgram = false;              // strText is the acting program
 };
 
 class IModuleLogObserver {

@@ -6,29 +6,13 @@
 #include <string_view>
 #include <utility>
 
+#include "framework/base/file_utils.h"
 #include "host/JsonRead.h"
+#include "host/source/FilePlaces.h"
 
 namespace module_questions {
 
 namespace {
-
-constexpr std::string_view AUTOSTART_PLACES[] = {
-    "/etc/cron.d/",      "/etc/cron.daily/", "/etc/cron.hourly/", "/etc/cron.monthly/",
-    "/etc/cron.weekly/", "/etc/init.d/",     "/etc/rc.d/init.d/", "/etc/profile.d/",
-    "/var/spool/cron/",  "/var/spool/at/",
-};
-
-struct UnitPlace {
-    std::string_view strPrefix;
-    std::string_view strSuffix;
-};
-
-constexpr UnitPlace UNIT_PLACES[] = {
-    {"/etc/systemd/system/", ".service"},
-    {"/run/systemd/system/", ".service"},
-    {"/etc/xdg/autostart/", ".desktop"},
-    {"/lib/systemd/system/", ".service"},
-};
 
 struct EventName {
     std::string_view strEvent;
@@ -43,13 +27,8 @@ constexpr EventName EVENT_NAMES[] = {
     {"AddAutoRuns", QUESTION_UNIT, ""},
 };
 
-bool BeginsWith(std::string_view strText, std::string_view strPrefix) {
-    return strText.substr(0, strPrefix.size()) == strPrefix;
-}
-
-bool EndsWith(std::string_view strText, std::string_view strSuffix) {
-    return strText.size() >= strSuffix.size() &&
-           strText.substr(strText.size() - strSuffix.size()) == strSuffix;
+bool BeginsWith(const std::string& strText, std::string_view strPrefix) {
+    return strText.compare(0, strPrefix.size(), strPrefix) == 0;
 }
 
 bool IsPipe(const std::string& strPath) {
@@ -120,16 +99,19 @@ MessageQuestions Of(const std::string& strBody) {
 }
 
 bool IsAutostart(const std::string& strPath) {
-    return std::any_of(
-        std::begin(AUTOSTART_PLACES), std::end(AUTOSTART_PLACES),
-        [&strPath](std::string_view strPlace) { return BeginsWith(strPath, strPlace); });
+    const auto& places = FilePlaces::All();
+    return std::any_of(places.begin(), places.end(), [&strPath](const FilePlaces::Place& place) {
+        return place.pszSuffix == nullptr && BeginsWith(strPath, place.pszDirectory);
+    });
 }
 
 bool IsUnit(const std::string& strPath) {
-    return std::any_of(
-        std::begin(UNIT_PLACES), std::end(UNIT_PLACES), [&strPath](const UnitPlace& place) {
-            return BeginsWith(strPath, place.strPrefix) && EndsWith(strPath, place.strSuffix);
-        });
+    const std::string strSuffix = file_utils::GetFileSuffix(strPath);
+    const auto& places = FilePlaces::All();
+    return std::any_of(places.begin(), places.end(), [&](const FilePlaces::Place& place) {
+        return place.pszSuffix != nullptr && BeginsWith(strPath, place.pszDirectory) &&
+               strSuffix == place.pszSuffix;
+    });
 }
 
 QuestionKind KindOfEvent(const std::string& strEvent, std::string& strOperation) {
