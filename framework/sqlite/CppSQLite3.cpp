@@ -2,6 +2,7 @@
 
 #include <sqlite3.h>
 
+#include <chrono>
 #include <cstring>
 #include <utility>
 
@@ -46,6 +47,14 @@ bool Step(sqlite3_stmt* pStmt) {
         ThrowLast(sqlite3_db_handle(pStmt), nResult);
     }
     return nResult == SQLITE_ROW;
+}
+
+constexpr size_t ENDED_KEPT = 16;  // more than a host has threads that try again
+constexpr int64_t ENDED_KEPT_MS = 10000;
+
+int64_t SteadyMilliseconds() {
+    const auto now = std::chrono::steady_clock::now().time_since_epoch();
+    return std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
 }
 
 bool IsBlank(const char* pszText) {
@@ -166,14 +175,14 @@ int CppSQLite3DB::execDML(const char* pszSQL) {
     }
     // sqlite3_changes alone would repeat the last change's number for what changes nothing.
     const sqlite3_int64 nBefore = sqlite3_total_changes64(m_pDB);
-    while (Step(stmt.Get())) {
+    for (bool bRow = FirstStep(stmt.Get()); bRow; bRow = Step(stmt.Get())) {
     }
     return sqlite3_total_changes64(m_pDB) == nBefore ? 0 : sqlite3_changes(m_pDB);
 }
 
 CppSQLite3Query CppSQLite3DB::execQuery(const char* pszSQL) {
     CStmtGuard stmt(Prepare(pszSQL));
-    const bool bRow = stmt.Get() != nullptr && Step(stmt.Get());
+    const bool bRow = stmt.Get() != nullptr && FirstStep(stmt.Get());
     return CppSQLite3Query(stmt.Release(), !bRow);
 }
 
@@ -191,6 +200,9 @@ bool CppSQLite3DB::tableExists(const char* pszTable) {
 sqlite3_stmt* CppSQLite3DB::Prepare(const char* pszSQL) {
     RequireHandle(m_pDB, "the database is not open");
     RequireHandle(pszSQL, "no statement given");
+    if (HasEnded(pszSQL)) {
+        throw CppSQLite3Exception(SQLITE_INTERRUPT, sqlite3_errstr(SQLITE_INTERRUPT));
+    }
     sqlite3_stmt* pStmt = nullptr;
     const char* pszTail = nullptr;
     const int nResult = sqlite3_prepare_v2(m_pDB, pszSQL, -1, &pStmt, &pszTail);
@@ -202,4 +214,28 @@ sqlite3_stmt* CppSQLite3DB::Prepare(const char* pszSQL) {
         throw CppSQLite3Exception(SQLITE_ERROR, "text follows the statement");
     }
     return stmt.Release();
+}
+
+// As Step, and keeps in mind what the fence has ended.
+bool CppSQLite3DB::FirstStep(sqlite3_stmt* pStmt) {
+    try {
+        return Step(pStmt);
+    } catch (const CppSQLite3Exception& ex) {
+        if (ex.errorCode() == SQLITE_INTERRUPT) {
+            if (m_ended.size() >= ENDED_KEPT) {
+                m_ended.erase(m_ended.begin());
+            }
+            m_ended.push_back({sqlite3_sql(pStmt), SteadyMilliseconds()});
+        }
+        throw;
+    }
+}
+
+bool CppSQLite3DB::HasEnded(const char* pszSQL) const {
+    for (const Ended& ended : m_ended) {
+        if (ended.strSQL == pszSQL && SteadyMilliseconds() - ended.nMilliseconds < ENDED_KEPT_MS) {
+            return true;
+        }
+    }
+    return false;
 }

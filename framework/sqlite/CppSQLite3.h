@@ -3,6 +3,8 @@
 //
 // The connection is fenced (see ConnectionFence.h), without touching a statement's text or result:
 // a busy database answers at once, codes are primary ones, and a call runs exactly one statement.
+// One that the fence ended because it went on for too long fails at once, with the same code, when
+// it is tried again within ten seconds: callers try what fails hundreds of times.
 //
 // Threads: none of its own; one connection and its queries belong to one caller at a time.
 // Errors: calls that fail throw CppSQLite3Exception, unless they say otherwise. A call on what is
@@ -15,6 +17,7 @@
 #include <cstdint>
 #include <exception>
 #include <string>
+#include <vector>
 
 #define CPPSQLITE3_API __attribute__((visibility("default")))
 
@@ -94,9 +97,18 @@ public:
     bool tableExists(const char* pszTable);
 
 private:
+    // A statement whose step went on for too long and was ended.
+    struct Ended {
+        std::string strSQL;
+        int64_t nMilliseconds;  // when, on the steady clock
+    };
+
     sqlite3_stmt* Prepare(const char* pszSQL);  // null for an empty statement
+    bool FirstStep(sqlite3_stmt* pStmt);
+    bool HasEnded(const char* pszSQL) const;
 
     sqlite3* m_pDB = nullptr;
+    std::vector<Ended> m_ended;  // the latest few
 };
 
 #endif

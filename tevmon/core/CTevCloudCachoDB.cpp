@@ -13,6 +13,30 @@ constexpr char CREATE_TABLE[] =
     "create table cachotable( id INTEGER ,  vkey TEXT PRIMARY KEY, level INTEGER,  tmcreate "
     "INTEGER, tminternal INTEGER, detail TEXT, mid INTEGER)";
 
+constexpr int NOT_ALLOWED = 23;  // SQLite's code for it
+
+// True when the text has a quote that no second one doubles: the literal that it stands in would
+// end there, and what follows would be SQL.
+bool EndsItsLiteral(const std::string& strText) {
+    for (size_t n = strText.find('\''); n != std::string::npos; n = strText.find('\'', n + 2)) {
+        if (n + 1 == strText.size() || strText[n + 1] != '\'') {
+            return true;
+        }
+    }
+    return false;
+}
+
+// Runs a change of the row of strKey. A key that ends its literal has its statement tried as it is,
+// for what SQLite says of it, and never committed: it could name any rows.
+auto ChangeOf(const std::string& strKey) {
+    return [&strKey](CppSQLite3DB& db, const std::string& strStatement) {
+        (void)db.execDML(strStatement.c_str());
+        if (EndsItsLiteral(strKey)) {
+            throw CppSQLite3Exception(NOT_ALLOWED, "the key ends its text");
+        }
+    };
+}
+
 CachoRecord ReadRow(const CppSQLite3Query& query) {
     CachoRecord record;
     record.id = query.getInt64Field("id");
@@ -36,12 +60,15 @@ CTevCloudCachoDB::CTevCloudCachoDB()
 
 int CTevCloudCachoDB::Insert(const CachoRecord& record) {
     const CCall call(*this);
-    return Change([&] {
-        return m_strInsertPrefix + "('" + record.key + "'," + std::to_string(record.nLevel) + "," +
-               std::to_string(record.nTmCreate) + "," + std::to_string(record.nTmInterval) + ",'" +
-               Base64Util::Base64Encode(record.strDetail) + "'," + std::to_string(record.eMid) +
-               ")";
-    });
+    return InTransaction(
+        [&] {
+            return m_strInsertPrefix + "('" + record.key + "'," + std::to_string(record.nLevel) +
+                   "," + std::to_string(record.nTmCreate) + "," +
+                   std::to_string(record.nTmInterval) + ",'" +
+                   Base64Util::Base64Encode(record.strDetail) + "'," + std::to_string(record.eMid) +
+                   ")";
+        },
+        ChangeOf(record.key));
 }
 
 int CTevCloudCachoDB::Select(const std::string& strKey, CachoRecord& record) {
@@ -69,16 +96,18 @@ int CTevCloudCachoDB::Select(const std::string& strKey, CachoRecord& record) {
 
 int CTevCloudCachoDB::Update(const CachoRecord& record) {
     const CCall call(*this);
-    const int nResult = Change([&] {
-        // The ")" before "where" makes this a syntax error. It is relied on: a known key's row
-        // keeps its time and level until the expiry scan deletes it.
-        return "update cachotable set vkey = '" + record.key +
-               "',level = " + std::to_string(record.nLevel) +
-               ",tmcreate = " + std::to_string(record.nTmCreate) +
-               ",tminternal = " + std::to_string(record.nTmInterval) + ",detail = '" +
-               Base64Util::Base64Encode(record.strDetail) +
-               "',mid = " + std::to_string(record.eMid) + ")where vkey = '" + record.key + "'";
-    });
+    const int nResult = InTransaction(
+        [&] {
+            // The ")" before "where" makes this a syntax error. It is relied on: a known key's row
+            // keeps its time and level until the expiry scan deletes it.
+            return "update cachotable set vkey = '" + record.key +
+                   "',level = " + std::to_string(record.nLevel) +
+                   ",tmcreate = " + std::to_string(record.nTmCreate) +
+                   ",tminternal = " + std::to_string(record.nTmInterval) + ",detail = '" +
+                   Base64Util::Base64Encode(record.strDetail) +
+                   "',mid = " + std::to_string(record.eMid) + ")where vkey = '" + record.key + "'";
+        },
+        ChangeOf(record.key));
     return nResult == 0 ? 1 : 0;
 }
 
@@ -86,8 +115,8 @@ int CTevCloudCachoDB::Delete(const std::string& strKey) {
     if (strKey.empty()) {
         return 1;
     }
-    const int nResult =
-        Change([&] { return "delete from cachotable where vkey = '" + strKey + "'"; });
+    const int nResult = InTransaction(
+        [&] { return "delete from cachotable where vkey = '" + strKey + "'"; }, ChangeOf(strKey));
     // Not SQLite's code: so a busy database is not tried again, which is relied on.
     return nResult == 0 ? 0 : 1;
 }

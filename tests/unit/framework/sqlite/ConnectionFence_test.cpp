@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
+#include <chrono>
 #include <string>
 
 #include "framework/sqlite/CppSQLite3.h"
@@ -138,6 +139,20 @@ constexpr FenceCase REFUSED[] = {
     {"select format('%9d', 1)", 1},
 };
 INSTANTIATE_TEST_SUITE_P(Refused, ConnectionFenceTest, ::testing::ValuesIn(REFUSED));
+
+TEST_F(ConnectionFenceTest, AStatementThatWasEndedForItsTimeFailsAtOnceWhenItIsTriedAgain) {
+    const std::string strEndless =
+        "with n(a) as (values(1),(2),(3),(4),(5),(6),(7),(8),(9),(10)) "
+        "select count(*) from n a,n b,n c,n d,n e,n f,n g,n h,n i,n j";
+    const auto begin = std::chrono::steady_clock::now();
+
+    for (int i = 0; i < 300; ++i) {
+        ASSERT_EQ(9, CodeOf(strEndless.c_str()));
+    }
+
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(20));
+    EXPECT_EQ(0, CodeOf("select count(*) from t"));
+}
 
 TEST_F(ConnectionFenceTest, WhatIsRefusedLeavesTheDatabaseAsItWas) {
     const std::string strQuery =

@@ -485,4 +485,27 @@ INSTANTIATE_TEST_SUITE_P(
                     "x'; vacuum into 'evil.db'; --",
                     "x' and (select journal_mode from pragma_journal_mode('wal')) --",
                     "x' and load_extension('evil.so') --", "x'; ", "x';--", "it's", "'", "--",
-                    "'--"));
+
+                    "'--",
+                    // Statements of the kind that is expected, about rows that are not the key's.
+                    "x' or 1=1 --", "x' or '1'='1", "x' or vkey = 'key0' --",
+                    "x' where vkey = 'key0' --", "x', level = 70 where vkey = 'key0' --",
+                    "x',1,1,1,'',1),('y',70,1,999999999999,'',5) --",
+                    "key0',70,1,1,'',1) on conflict(vkey) do update set level = 70 --",
+                    "'||(select max(vkey) from cachotable)||'x", "x'||'y", "''' or 1=1 --",
+                    "x''' or ''''=''''"));
+
+TEST_F(CTevCloudCachoDBTest, AKeyThatEndsItsTextGetsTheCodeOfWhatIsNotAllowed) {
+    ASSERT_EQ(0, m_store.Insert(Entry("key0")));
+    int nInsert = 0, nDelete = 0;
+
+    const Texts lines = PrintedBy([&] {
+        nInsert = m_store.Insert(Entry("x',1,1,1,'',1) --"));
+        nDelete = DeleteLocked(m_store, "x' or 1=1 --");
+    });
+
+    EXPECT_EQ(23, nInsert);
+    EXPECT_EQ(1, nDelete);
+    EXPECT_EQ((Texts{"the key ends its text", "the key ends its text"}), lines);
+    EXPECT_EQ(Texts{"key0|40|1000|1200|YWJj|5"}, Rows());
+}
