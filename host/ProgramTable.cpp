@@ -60,7 +60,7 @@ Verdict ProgramTable::VerdictOf(const std::string& strPath) {
             return found->second.verdict;
         }
     }
-    const Verdict verdict = m_service.Decide(KeyOf(strPath));
+    Verdict verdict = m_service.Decide(KeyOf(strPath));
     const std::lock_guard<std::mutex> lock(m_mutex);
     Program& program = Entry(strPath);
     program.bJudged = true;
