@@ -27,6 +27,9 @@ TABLE = {
     "tests/abi/ours": {SUPPORT, "framework", *MODULE},
     "tests/system": {"framework", "utils", HELPER, SUPPORT},
     "tests/live": {"framework", SUPPORT},
+    "tests/faults": {"framework", SUPPORT, *MODULE},
+    "tests/hostile": {"framework", SUPPORT, *MODULE},
+    "tests/stress": {"framework", SUPPORT},
 }
 
 INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^>"]+)[>"]')
