@@ -23,6 +23,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/Privileges.h"
 #include "host/source/ConnectorSocket.h"
 #include "host/source/ExecOpens.h"
 #include "host/source/LaunchPath.h"
@@ -157,6 +158,7 @@ std::string ConnectorSensor::Limits() const {
 }
 
 void ConnectorSensor::Run() {
+    privileges::KeepForWatching();  // they belong to a thread, and this one was made with all
     while (!m_bStop) {
         pollfd fds[] = {{m_execs.Fd(), POLLIN, 0}, {m_nWake, POLLIN, 0}};
         (void)poll(fds, 2, IDLE_LOOK_MS);

@@ -1,5 +1,6 @@
 #include "host/source/ConnectorSocket.h"
 
+#include <fcntl.h>
 #include <linux/cn_proc.h>
 #include <linux/connector.h>
 #include <linux/netlink.h>
@@ -7,12 +8,12 @@
 #include <sys/utsname.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
-#include <iterator>
-#include <sstream>
+
+#include "host/source/ProcessLook.h"
 
 namespace {
 
@@ -20,6 +21,7 @@ constexpr int BUFFER_BYTES = 64 << 20;  // taken only while messages wait
 constexpr size_t MESSAGES = 64;         // in one call
 constexpr size_t MESSAGE_BYTES = 256;
 constexpr int ROUNDS = 8;
+constexpr size_t TABLE_BYTES = 1 << 20;  // a line for each netlink socket of the machine
 constexpr size_t HEADS = sizeof(nlmsghdr) + sizeof(cn_msg);
 
 // The request with the kinds wanted; older kernels know the first number only.
@@ -27,13 +29,6 @@ struct Request {
     uint32_t nListen;
     uint32_t nKinds;
 };
-
-std::string WholeFile(const char* pszPath) {
-    std::ifstream file(pszPath);
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
 
 bool Subscribe(int nFd, uint32_t nKinds, bool bFilter) {
     const Request request = {PROC_CN_MCAST_LISTEN, nKinds};
@@ -83,18 +78,16 @@ bool DecodeConnector(const void* pData, size_t nSize, ConnectorEvent& event) {
 }
 
 uint64_t DropsOf(const std::string& strTable, uint32_t nPort) {
-    std::istringstream table(strTable);
-    std::string strLine;
-    std::getline(table, strLine);  // the head
-    while (std::getline(table, strLine)) {
+    for (size_t nAt = 0; nAt < strTable.size();) {
+        const size_t nEnd = std::min(strTable.find('\n', nAt), strTable.size());
+        const std::string strLine = strTable.substr(nAt, nEnd - nAt);
+        nAt = nEnd + 1;
         // Socket, protocol, port, groups, bytes waiting, bytes sent, dump, users, drops.
-        std::istringstream line(strLine);
-        std::string strSocket, strGroups;
-        uint64_t nProtocol = 0, nPortId = 0, nWaiting = 0, nSent = 0, nDump = 0, nUsers = 0;
-        uint64_t nDrops = 0;
-        line >> strSocket >> nProtocol >> nPortId >> strGroups >> nWaiting >> nSent >> nDump >>
-            nUsers >> nDrops;
-        if (line && nProtocol == NETLINK_CONNECTOR && nPortId == nPort) {
+        int nProtocol = 0;
+        unsigned long nPortId = 0, nDrops = 0;
+        const int nFound = std::sscanf(strLine.c_str(), "%*s %d %lu %*s %*d %*d %*d %*d %lu",
+                                       &nProtocol, &nPortId, &nDrops);
+        if (nFound == 3 && nProtocol == NETLINK_CONNECTOR && nPortId == nPort) {
             return nDrops;
         }
     }
@@ -173,6 +166,7 @@ bool ConnectorSocket::Receive(std::vector<ConnectorEvent>& events) {
 void ConnectorSocket::TakeDrops() {
     if (m_bOverrun) {
         m_bOverrun = false;
-        m_nDropped = DropsOf(WholeFile("/proc/net/netlink"), m_nPort);
+        m_nDropped =
+            DropsOf(process_look::ReadFile(AT_FDCWD, "/proc/net/netlink", TABLE_BYTES), m_nPort);
     }
 }

@@ -4,49 +4,20 @@
 #include <poll.h>
 #include <sys/fanotify.h>
 #include <sys/stat.h>
-#include <sys/sysmacros.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <set>
-#include <sstream>
+
+#include "host/source/MountTable.h"
 
 namespace {
 
 constexpr size_t HEAD_BYTES = 2048;  // of a file: its first line, or its table of segments
 constexpr size_t EVENT_BYTES = 16384;
 
-// File systems that hold no programs, or are not of this machine.
-constexpr const char* NOT_WATCHED[] = {
-    "autofs",     "binfmt_misc", "bpf",      "cgroup", "cgroup2", "cifs",       "configfs",
-    "debugfs",    "devpts",      "efivarfs", "fuse",   "fusectl", "hugetlbfs",  "mqueue",
-    "nfs",        "nfs4",        "nfsd",     "nsfs",   "proc",    "pstore",     "rpc_pipefs",
-    "securityfs", "selinuxfs",   "smb3",     "sysfs",  "tracefs", "fuse.sshfs", "9p"};
-
-bool IsWatched(const std::string& strType) {
-    return std::find(std::begin(NOT_WATCHED), std::end(NOT_WATCHED), strType) ==
-           std::end(NOT_WATCHED);
-}
-
-// The mount table writes blanks and the like as \040.
-std::string Unescaped(const std::string& strText) {
-    std::string strPlain;
-    for (size_t i = 0; i < strText.size(); ++i) {
-        if (strText[i] == '\\' && i + 3 < strText.size()) {
-            strPlain +=
-                static_cast<char>(std::strtol(strText.substr(i + 1, 3).c_str(), nullptr, 8));
-            i += 3;
-        } else {
-            strPlain += strText[i];
-        }
-    }
-    return strPlain;
-}
+constexpr size_t TABLE_BYTES = 4 << 20;  // of mounts
 
 }  // namespace
 
@@ -74,29 +45,22 @@ bool ExecOpens::Open(std::string& strError) {
 }
 
 void ExecOpens::Mark() {
-    std::ifstream table("/proc/self/mountinfo");
-    std::set<std::string> devices;
-    std::string strLine;
+    const std::string strTable =
+        process_look::ReadFile(AT_FDCWD, "/proc/self/mountinfo", TABLE_BYTES);
+    std::set<uint32_t> devices;
     m_strUnmarked.clear();
-    while (std::getline(table, strLine)) {
-        std::istringstream line(strLine);
-        std::string strId, strParent, strDevice, strRoot, strPlace, strWord, strType;
-        line >> strId >> strParent >> strDevice >> strRoot >> strPlace;
-        while (line >> strWord && strWord != "-") {
-        }
-        line >> strType;
-        if (!IsWatched(strType) || devices.count(strDevice) != 0) {
+    for (const MountEntry& mount : mount_table::Parse(strTable)) {
+        if (!mount_table::IsLocal(mount.strType) || devices.count(mount.nDevice) != 0) {
             continue;
         }
-        const std::string strPath = Unescaped(strPlace);
+        const char* const pszPoint = mount.strPoint.c_str();
         struct stat status = {};
         // A mount that another one hides leads to that one: what was marked is what stat says.
         if (fanotify_mark(m_nFd, FAN_MARK_ADD | FAN_MARK_FILESYSTEM, FAN_OPEN_EXEC, AT_FDCWD,
-                          strPath.c_str()) != 0) {
-            m_strUnmarked += (m_strUnmarked.empty() ? "" : ", ") + strPath;
-        } else if (stat(strPath.c_str(), &status) == 0) {
-            devices.insert(std::to_string(major(status.st_dev)) + ":" +
-                           std::to_string(minor(status.st_dev)));
+                          pszPoint) != 0) {
+            m_strUnmarked += (m_strUnmarked.empty() ? "" : ", ") + mount.strPoint;
+        } else if (stat(pszPoint, &status) == 0) {
+            devices.insert(process_look::IdOf(status).nDevice);
         }
     }
 }

@@ -12,8 +12,22 @@
 
 namespace {
 
-// At most nMost bytes.
-std::string ReadFile(int nDir, const char* pszName, size_t nMost) {
+// The fourth field; the second one is a name in brackets that may hold anything.
+uint32_t ParentIn(const std::string& strStat) {
+    const size_t nBracket = strStat.rfind(')');
+    return nBracket == std::string::npos || nBracket + 4 > strStat.size()
+               ? 0
+               : static_cast<uint32_t>(std::strtoul(strStat.c_str() + nBracket + 4, nullptr, 10));
+}
+
+}  // namespace
+
+FileId process_look::IdOf(const struct stat& status) {
+    return {status.st_ino,
+            static_cast<uint32_t>(major(status.st_dev) << 20 | minor(status.st_dev))};
+}
+
+std::string process_look::ReadFile(int nDir, const char* pszName, size_t nMost) {
     std::string strText;
     const int nFd = openat(nDir, pszName, O_RDONLY | O_CLOEXEC);
     if (nFd < 0) {
@@ -28,21 +42,6 @@ std::string ReadFile(int nDir, const char* pszName, size_t nMost) {
     strText.resize(nRead);
     close(nFd);
     return strText;
-}
-
-// The fourth field; the second one is a name in brackets that may hold anything.
-uint32_t ParentIn(const std::string& strStat) {
-    const size_t nBracket = strStat.rfind(')');
-    return nBracket == std::string::npos || nBracket + 4 > strStat.size()
-               ? 0
-               : static_cast<uint32_t>(std::strtoul(strStat.c_str() + nBracket + 4, nullptr, 10));
-}
-
-}  // namespace
-
-FileId process_look::IdOf(const struct stat& status) {
-    return {status.st_ino,
-            static_cast<uint32_t>(major(status.st_dev) << 20 | minor(status.st_dev))};
 }
 
 std::string process_look::LinkOf(int nDir, const char* pszName) {

@@ -6,6 +6,7 @@
 
 #include <sys/stat.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -34,6 +35,9 @@ struct ProcessState {
 namespace process_look {
 
 FileId IdOf(const struct stat& status);
+
+// A file below nDir, at most nMost bytes of it.
+std::string ReadFile(int nDir, const char* pszName, size_t nMost);
 
 // A link below /proc: "" when it cannot be read or its file has no name any more.
 std::string LinkOf(int nDir, const char* pszName);
