@@ -57,7 +57,16 @@ Samples Flaws(const Moment& moment) {
             {{"args_cut"}, Value(launches.nArgsCut)},
             {{"args_unreadable"}, Value(launches.nArgsUnreadable)},
             {{"starter_unsure"}, Value(launches.nOthersLost)},
-            {{"file_without_program"}, Value(moment.balance.files.nNoProgram)}};
+            {{"file_without_program"}, Value(moment.balance.files.nNoProgram)},
+            {{"file_event_broken"}, Value(moment.balance.files.nBroken)}};
+}
+
+Samples FileEvents(const Moment& moment) {
+    return {{{}, Value(moment.balance.files.nEvents)}};
+}
+
+Samples FileSeconds(const Moment& moment) {
+    return {{{}, Value(moment.balance.files.nSenseMicros) / 1e6}};
 }
 
 Samples Told(const Moment& moment) {
@@ -141,6 +150,8 @@ const std::vector<Entry>& Entries() {
         {{"tevmon_sensed_total", true, "source", "Launches and file operations that the kernel had, lost launches included."}, Sensed},
         {{"tevmon_sensed_fate_total", true, "source,fate", "What became of what was sensed."}, SensedFates},
         {{"tevmon_file_queue_overflows_total", true, "", "Times that the kernel's queue of file operations was full; what it lost is not known."}, Overflows},
+        {{"tevmon_file_events_total", true, "", "Events of the kernel about files; some hold several operations, some none."}, FileEvents},
+        {{"tevmon_file_sense_seconds_total", true, "", "Processor time spent on them until they are told."}, FileSeconds},
         {{"tevmon_flaws_total", true, "flaw", "Events told with something missing, and scripts not told."}, Flaws},
         {{"tevmon_told_total", true, "kind", "Events made for the module."}, Told},
         {{"tevmon_events_total", true, "fate", "What became of the events handed over: refused by the router or the bound, never stored, or looked at by the module, those of earlier runs apart."}, EventFates},

@@ -124,6 +124,7 @@ std::string RemarksText(const WatchBalance& balance) {
         {launches.nScriptsUntold, "scripts not told"},
         {launches.nArgsCut, "launches with arguments cut"},
         {launches.nArgsUnreadable, "launches with arguments unreadable"},
+        {balance.files.nBroken, "pieces of what the kernel told of files that are no event"},
         {balance.files.nNoProgram, "file operations without the program that did them"},
         {launches.nOthersLost, "copies and ends of processes lost, so that a starter may be wrong"},
         {balance.events.nEarlierWaiting, "messages of earlier runs waiting in the queue"},
