@@ -24,3 +24,15 @@ TEST_F(WatchCommandTest, ARecordingThatCannotBeMadeEndsTheWatchBeforeItBegins) {
               m_host.Error());
     EXPECT_EQ("", m_host.ModuleCalls());
 }
+
+TEST_F(WatchCommandTest, WithoutLaunchesAndFilesThereIsNothingToWatch) {
+    EXPECT_EQ(2, Run({"watch", "--no-files", "--no-launches"}));
+
+    EXPECT_NE(std::string::npos, m_host.Error().find("--no-launches excludes --no-files"));
+}
+
+TEST_F(WatchCommandTest, AnAliasIsTwoDirectories) {
+    for (const char* pszAlias : {"", "nonsense", "/only", "rel=/etc", "/srv=etc"}) {
+        EXPECT_EQ(2, Run({"watch", "--alias", pszAlias})) << pszAlias;
+    }
+}
