@@ -261,10 +261,10 @@ def overlay(args, folder):
 def on_overlay(args, folder):
     layers = folder / "layers"
     mount("tmpfs", layers)
-    for name in ("upper", "work"):
+    for name in ("upper", "inner"):
         (layers / name).mkdir()
     mount("overlay", PLACE, "-o",
-          f"lowerdir={PLACE},upperdir={layers}/upper,workdir={layers}/work")
+          f"lowerdir={PLACE},upperdir={layers}/upper,workdir={layers}/inner")
     host = livehost.Host(args.host, folder, "--all-filesystems")
     old, new = f"{PLACE}/{MARK}a", f"{PLACE}/{MARK}b"
     pid = started("/usr/bin/touch", old)
