@@ -7,6 +7,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "framework/base/Base64Blocks.h"
+
 namespace {
 
 // What one call of the encoder takes: a multiple of 3, and lengths that fit its int.
@@ -36,29 +38,46 @@ uint32_t ValueOf(char c) {
 }  // namespace
 
 std::string Base64Util::Base64Encode(const std::string& strData) {
+    std::string strText;
+    Base64Append(strText, strData);
+    return strText;
+}
+
+void Base64Util::Base64Append(std::string& strText, const std::string& strData) {
     const auto* pData = reinterpret_cast<const unsigned char*>(strData.data());
-    std::string strText((strData.size() + 2) / 3 * 4, '\0');
-    size_t nWritten = 0;
-    for (size_t nDone = 0; nDone < strData.size(); nDone += ENCODE_STEP) {
+    size_t nWritten = strText.size();
+    strText.resize(nWritten + (strData.size() + 2) / 3 * 4);
+    size_t nDone = 0;
+    if (utils::HasBase64Blocks()) {
+        nDone = utils::EncodeBase64Blocks(pData, strData.size(), strText.data() + nWritten);
+        nWritten += nDone / 3 * 4;
+    }
+    for (; nDone < strData.size(); nDone += ENCODE_STEP) {
         const size_t nLength = std::min(strData.size() - nDone, ENCODE_STEP);
         // The encoder ends its output with a NUL: the next step's place, or the string's own NUL.
         nWritten += static_cast<size_t>(
             EVP_EncodeBlock(reinterpret_cast<unsigned char*>(strText.data() + nWritten),
                             pData + nDone, static_cast<int>(nLength)));
     }
-    return strText;
+}
+
+std::string Base64Util::Base64Decode(const std::string& strText) {
+    return Base64Decode(strText.data(), strText.size());
 }
 
 // Written out because the library's decoder refuses foreign characters and counts padding as data.
-std::string Base64Util::Base64Decode(const std::string& strText) {
-    std::string strData(strText.size() / 4 * 3 + 3, '\0');
-    size_t nWritten = 0;
+std::string Base64Util::Base64Decode(const char* pText, size_t nLength) {
+    std::string strData(nLength / 4 * 3 + 3, '\0');
     size_t nRead = 0;
+    if (utils::HasBase64Blocks()) {
+        nRead = utils::DecodeBase64Blocks(pText, nLength,
+                                          reinterpret_cast<unsigned char*>(strData.data()));
+    }
+    size_t nWritten = nRead / 4 * 3;
     // Four characters of the alphabet at a time, as far as nothing else stands among them. Written
     // through a pointer of its own: a char may alias the text's, which would be read each time.
-    const char* const pText = strText.data();
     char* const pData = strData.data();
-    for (const size_t nEnd = strText.size(); nRead + 4 <= nEnd; nRead += 4) {
+    for (; nRead + 4 <= nLength; nRead += 4) {
         const uint32_t nFirst = ValueOf(pText[nRead]);
         const uint32_t nSecond = ValueOf(pText[nRead + 1]);
         const uint32_t nThird = ValueOf(pText[nRead + 2]);
@@ -72,8 +91,8 @@ std::string Base64Util::Base64Decode(const std::string& strText) {
     }
     uint32_t nBits = 0;  // the sextets not written yet, at most three
     int nSextets = 0;
-    for (; nRead < strText.size() && strText[nRead] != '='; ++nRead) {
-        const char c = strText[nRead];
+    for (; nRead < nLength && pText[nRead] != '='; ++nRead) {
+        const char c = pText[nRead];
         const uint32_t nValue = ValueOf(c);
         if (nValue == FOREIGN) {
             continue;

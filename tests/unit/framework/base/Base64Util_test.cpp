@@ -85,3 +85,20 @@ TEST(Base64UtilTest, BitsThatDoNotFillAByteAreDropped) {
     EXPECT_EQ("f", Base64Util::Base64Decode("Zv=="));  // the low four bits stand for nothing
     EXPECT_EQ("fo", Base64Util::Base64Decode("Zm/="));
 }
+
+TEST(Base64UtilTest, AppendingLeavesWhatStandsThere) {
+    std::string strText = "values('";
+
+    Base64Util::Base64Append(strText, std::string(60, 'm'));
+    Base64Util::Base64Append(strText, "ab");
+    Base64Util::Base64Append(strText, "");
+
+    EXPECT_EQ("values('" + Base64Util::Base64Encode(std::string(60, 'm')) + "YWI=", strText);
+}
+
+TEST(Base64UtilTest, APieceOfATextIsDecodedLikeATextOfItsOwn) {
+    const std::string strText = "xxYWJjxx";
+
+    EXPECT_EQ("abc", Base64Util::Base64Decode(strText.data() + 2, 4));
+    EXPECT_EQ("", Base64Util::Base64Decode(nullptr, 0));
+}
