@@ -57,6 +57,13 @@ int64_t SteadyMilliseconds() {
     return std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
 }
 
+// A null name, when memory ran out, is like no other. The call is left to names that begin alike:
+// the fields of one row would make it 28 times.
+bool IsSameName(const char* pszField, const char* pszName) {
+    return pszField != nullptr && ((*pszField ^ *pszName) & ~0x20) == 0 &&
+           (strcmp(pszField, pszName) == 0 || sqlite3_stricmp(pszField, pszName) == 0);
+}
+
 bool IsBlank(const char* pszText) {
     return pszText == nullptr || pszText[strspn(pszText, " \t\n\f\r")] == '\0';
 }
@@ -71,13 +78,16 @@ CppSQLite3Exception::~CppSQLite3Exception() = default;
 CppSQLite3Query::CppSQLite3Query(sqlite3_stmt* pStmt, bool bEof) : m_pStmt(pStmt), m_bEof(bEof) {}
 
 CppSQLite3Query::CppSQLite3Query(CppSQLite3Query&& other) noexcept
-    : m_pStmt(std::exchange(other.m_pStmt, nullptr)), m_bEof(std::exchange(other.m_bEof, true)) {}
+    : m_pStmt(std::exchange(other.m_pStmt, nullptr)),
+      m_bEof(std::exchange(other.m_bEof, true)),
+      m_names(std::move(other.m_names)) {}
 
 CppSQLite3Query& CppSQLite3Query::operator=(CppSQLite3Query&& other) noexcept {
     if (this != &other) {
         finalize();
         m_pStmt = std::exchange(other.m_pStmt, nullptr);
         m_bEof = std::exchange(other.m_bEof, true);
+        m_names.swap(other.m_names);  // ours is empty
     }
     return *this;
 }
@@ -98,6 +108,7 @@ void CppSQLite3Query::nextRow() {
 void CppSQLite3Query::finalize() noexcept {
     sqlite3_finalize(std::exchange(m_pStmt, nullptr));
     m_bEof = true;
+    m_names.clear();
 }
 
 int CppSQLite3Query::getIntField(const char* pszName, int nNullValue) const {
@@ -115,16 +126,22 @@ int64_t CppSQLite3Query::getInt64Field(const char* pszName, int64_t nNullValue) 
 }
 
 std::string CppSQLite3Query::getStringField(const char* pszName, const char* pszNullValue) const {
+    const std::string_view text = getTextField(pszName);
+    // No text has no place either, not even an empty one.
+    return text.data() == nullptr && pszNullValue != nullptr ? pszNullValue : std::string(text);
+}
+
+std::string_view CppSQLite3Query::getTextField(const char* pszName) const {
     const int nField = FieldIndex(pszName);
     if (sqlite3_column_type(m_pStmt, nField) == SQLITE_NULL) {
-        return pszNullValue == nullptr ? "" : pszNullValue;
+        return {};
     }
     const unsigned char* pText = sqlite3_column_text(m_pStmt, nField);
     if (pText == nullptr) {
         throw CppSQLite3Exception(SQLITE_NOMEM, sqlite3_errstr(SQLITE_NOMEM));
     }
     const int nBytes = sqlite3_column_bytes(m_pStmt, nField);
-    return std::string(reinterpret_cast<const char*>(pText), static_cast<size_t>(nBytes));
+    return {reinterpret_cast<const char*>(pText), static_cast<size_t>(nBytes)};
 }
 
 int CppSQLite3Query::FieldIndex(const char* pszName) const {
@@ -133,11 +150,16 @@ int CppSQLite3Query::FieldIndex(const char* pszName) const {
     if (m_bEof) {
         throw CppSQLite3Exception(CPPSQLITE_ERROR, "the query stands on no row");
     }
-    const int nCount = sqlite3_column_count(m_pStmt);
-    for (int nField = 0; nField < nCount; ++nField) {
-        // A null name, when memory ran out, compares as different.
-        if (sqlite3_stricmp(sqlite3_column_name(m_pStmt, nField), pszName) == 0) {
-            return nField;
+    if (m_names.empty()) {
+        const int nCount = sqlite3_column_count(m_pStmt);
+        m_names.reserve(static_cast<size_t>(nCount));
+        for (int nField = 0; nField < nCount; ++nField) {
+            m_names.push_back(sqlite3_column_name(m_pStmt, nField));
+        }
+    }
+    for (size_t nField = 0; nField < m_names.size(); ++nField) {
+        if (IsSameName(m_names[nField], pszName)) {
+            return static_cast<int>(nField);
         }
     }
     throw CppSQLite3Exception(CPPSQLITE_ERROR, std::string("the query has no column ") + pszName);
@@ -150,8 +172,9 @@ CppSQLite3DB::~CppSQLite3DB() {
 void CppSQLite3DB::open(const char* pszFile) {
     close();
     RequireHandle(pszFile, "no database file given");
-    int nResult =
-        sqlite3_open_v2(pszFile, &m_pDB, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
+    // No mutex of SQLite's own: a connection and its queries belong to one caller at a time.
+    constexpr int FLAGS = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
+    int nResult = sqlite3_open_v2(pszFile, &m_pDB, FLAGS, nullptr);
     if (nResult == SQLITE_OK) {
         nResult = FenceConnection(m_pDB);
     }
@@ -180,6 +203,33 @@ int CppSQLite3DB::execDML(const char* pszSQL) {
     return sqlite3_total_changes64(m_pDB) == nBefore ? 0 : sqlite3_changes(m_pDB);
 }
 
+int CppSQLite3DB::tryDML(const char* pszSQL, std::string& strError) {
+    sqlite3_stmt* pStmt = nullptr;
+    const char* pszError = nullptr;
+    const int nPrepared = TryPrepare(pszSQL, pStmt, pszError);
+    if (nPrepared != SQLITE_OK) {
+        strError = pszError;
+        return nPrepared;
+    }
+    const CStmtGuard stmt(pStmt);
+    if (pStmt == nullptr) {
+        return 0;
+    }
+    int nResult = SQLITE_ROW;
+    while (nResult == SQLITE_ROW) {
+        BeginFencedStep();
+        nResult = sqlite3_step(pStmt);
+    }
+    if (nResult == SQLITE_DONE) {
+        return 0;
+    }
+    strError = sqlite3_errmsg(m_pDB);
+    if ((nResult & PRIMARY_CODE_MASK) == SQLITE_INTERRUPT) {
+        KeepInMind(pStmt);
+    }
+    return nResult & PRIMARY_CODE_MASK;
+}
+
 CppSQLite3Query CppSQLite3DB::execQuery(const char* pszSQL) {
     CStmtGuard stmt(Prepare(pszSQL));
     const bool bRow = stmt.Get() != nullptr && FirstStep(stmt.Get());
@@ -198,22 +248,38 @@ bool CppSQLite3DB::tableExists(const char* pszTable) {
 }
 
 sqlite3_stmt* CppSQLite3DB::Prepare(const char* pszSQL) {
-    RequireHandle(m_pDB, "the database is not open");
-    RequireHandle(pszSQL, "no statement given");
-    if (HasEnded(pszSQL)) {
-        throw CppSQLite3Exception(SQLITE_INTERRUPT, sqlite3_errstr(SQLITE_INTERRUPT));
-    }
     sqlite3_stmt* pStmt = nullptr;
+    const char* pszError = nullptr;
+    const int nResult = TryPrepare(pszSQL, pStmt, pszError);
+    if (nResult != SQLITE_OK) {
+        throw CppSQLite3Exception(nResult, pszError);
+    }
+    return pStmt;
+}
+
+// 0 with the statement, or the code with its text, which lives until the connection's next call.
+int CppSQLite3DB::TryPrepare(const char* pszSQL, sqlite3_stmt*& pStmt, const char*& pszError) {
+    if (m_pDB == nullptr || pszSQL == nullptr) {
+        pszError = m_pDB == nullptr ? "the database is not open" : "no statement given";
+        return CPPSQLITE_ERROR;
+    }
+    if (HasEnded(pszSQL)) {
+        pszError = sqlite3_errstr(SQLITE_INTERRUPT);
+        return SQLITE_INTERRUPT;
+    }
     const char* pszTail = nullptr;
     const int nResult = sqlite3_prepare_v2(m_pDB, pszSQL, -1, &pStmt, &pszTail);
     CStmtGuard stmt(pStmt);
     if (nResult != SQLITE_OK) {
-        ThrowLast(m_pDB, nResult);
+        pszError = sqlite3_errmsg(m_pDB);
+        return nResult & PRIMARY_CODE_MASK;
     }
     if (!IsBlank(pszTail)) {
-        throw CppSQLite3Exception(SQLITE_ERROR, "text follows the statement");
+        pszError = "text follows the statement";
+        return SQLITE_ERROR;
     }
-    return stmt.Release();
+    pStmt = stmt.Release();
+    return SQLITE_OK;
 }
 
 // As Step, and keeps in mind what the fence has ended.
@@ -222,13 +288,17 @@ bool CppSQLite3DB::FirstStep(sqlite3_stmt* pStmt) {
         return Step(pStmt);
     } catch (const CppSQLite3Exception& ex) {
         if (ex.errorCode() == SQLITE_INTERRUPT) {
-            if (m_ended.size() >= ENDED_KEPT) {
-                m_ended.erase(m_ended.begin());
-            }
-            m_ended.push_back({sqlite3_sql(pStmt), SteadyMilliseconds()});
+            KeepInMind(pStmt);
         }
         throw;
     }
+}
+
+void CppSQLite3DB::KeepInMind(sqlite3_stmt* pEnded) {
+    if (m_ended.size() >= ENDED_KEPT) {
+        m_ended.erase(m_ended.begin());
+    }
+    m_ended.push_back({sqlite3_sql(pEnded), SteadyMilliseconds()});
 }
 
 bool CppSQLite3DB::HasEnded(const char* pszSQL) const {

@@ -17,6 +17,7 @@
 #include <cstdint>
 #include <exception>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #define CPPSQLITE3_API __attribute__((visibility("default")))
@@ -62,6 +63,8 @@ public:
     int getIntField(const char* pszName, int nNullValue = 0) const;
     int64_t getInt64Field(const char* pszName, int64_t nNullValue = 0) const;
     std::string getStringField(const char* pszName, const char* pszNullValue = "") const;
+    // The text without a copy, empty for NULL; valid until the query steps on or is finalized.
+    std::string_view getTextField(const char* pszName) const;
 
 private:
     friend class CppSQLite3DB;
@@ -70,6 +73,9 @@ private:
 
     sqlite3_stmt* m_pStmt = nullptr;
     bool m_bEof = true;
+    // The columns' names, from the first field asked for on: SQLite makes each name afresh, and a
+    // row of seven fields would ask for 28. They stay where they are until the query is finalized.
+    mutable std::vector<const char*> m_names;
 };
 
 class CPPSQLITE3_API CppSQLite3DB {
@@ -90,6 +96,10 @@ public:
     // after the statement, a comment too, is error 1; an empty statement succeeds with 0.
     int execDML(const char* pszSQL);
 
+    // The same without an exception: 0, or the code with its text in strError. For statements that
+    // are expected to fail often; std::bad_alloc is thrown all the same.
+    int tryDML(const char* pszSQL, std::string& strError);
+
     // Runs one statement, likewise, to its first row.
     CppSQLite3Query execQuery(const char* pszSQL);
 
@@ -104,7 +114,9 @@ private:
     };
 
     sqlite3_stmt* Prepare(const char* pszSQL);  // null for an empty statement
+    int TryPrepare(const char* pszSQL, sqlite3_stmt*& pStmt, const char*& pszError);
     bool FirstStep(sqlite3_stmt* pStmt);
+    void KeepInMind(sqlite3_stmt* pEnded);
     bool HasEnded(const char* pszSQL) const;
 
     sqlite3* m_pDB = nullptr;

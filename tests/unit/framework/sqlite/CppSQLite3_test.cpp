@@ -509,3 +509,69 @@ TEST_F(CppSQLite3Test, ExecDMLOfASelectReturnsNothingChanged) {
 }
 
 }  // namespace
+
+TEST_F(CppSQLite3Test, ATextFieldIsTheColumnsTextAndEmptyForNull) {
+    const CppSQLite3Query query = m_db.execQuery("select 'abc' as t, null as n, 12 as i, '' as e");
+
+    EXPECT_EQ("abc", query.getTextField("t"));
+    EXPECT_EQ("", query.getTextField("n"));
+    EXPECT_EQ("12", query.getTextField("I"));
+    EXPECT_EQ("", query.getTextField("e"));
+    EXPECT_EQ("", query.getStringField("e", "given for null only"));
+    EXPECT_EQ(1000, CodeOf([&] { query.getTextField("x"); }));
+}
+
+TEST_F(CppSQLite3Test, OfColumnsWithOneNameTheFirstIsRead) {
+    CppSQLite3Query query =
+        m_db.execQuery("select 1 as a, 2 as b, 3 as a union all select 4, 5, 6");
+
+    EXPECT_EQ(2, query.getIntField("b"));
+    EXPECT_EQ(1, query.getIntField("a"));
+    query.nextRow();
+    EXPECT_EQ(4, query.getIntField("a"));
+}
+
+TEST_F(CppSQLite3Test, AQueryThatTakesAnothersPlaceKnowsItsOwnNames) {
+    CppSQLite3Query query = m_db.execQuery("select 1 as a, 2 as b");
+    ASSERT_EQ(2, query.getIntField("b"));
+
+    query = m_db.execQuery("select 3 as b, 4 as a");
+
+    EXPECT_EQ(3, query.getIntField("b"));
+    EXPECT_EQ(4, query.getIntField("a"));
+}
+
+TEST_F(CppSQLite3Test, TryDMLAnswersWithTheCodeAndTheTextThatTheExceptionWouldCarry) {
+    m_db.execDML(CREATE_CACHO);
+    m_db.execDML("insert into cachotable(vkey) values('a')");
+    const char* const statements[] = {"update cachotable set mid = 1)where vkey = 'a'",
+                                      "insert into cachotable(vkey) values('a')",
+                                      "select 1; select 2",
+                                      "attach 'x' as x",
+                                      "rollback",
+                                      nullptr};
+
+    for (const char* pszStatement : statements) {
+        std::string strError;
+        const int nCode = m_db.tryDML(pszStatement, strError);
+        try {
+            m_db.execDML(pszStatement);
+            ADD_FAILURE() << pszStatement;
+        } catch (const CppSQLite3Exception& ex) {
+            EXPECT_EQ(ex.errorCode(), nCode);
+            EXPECT_STREQ(ex.errorMessage(), strError.c_str());
+        }
+    }
+}
+
+TEST_F(CppSQLite3Test, TryDMLRunsAStatementToItsEnd) {
+    m_db.execDML(CREATE_CACHO);
+    std::string strError = "as it was";
+
+    EXPECT_EQ(0, m_db.tryDML("insert into cachotable(vkey) values('a'),('b')", strError));
+    EXPECT_EQ(0, m_db.tryDML("select * from cachotable", strError));
+    EXPECT_EQ(0, m_db.tryDML("", strError));
+
+    EXPECT_EQ("as it was", strError);
+    EXPECT_EQ(2, m_db.execQuery("select count(*) as n from cachotable").getIntField("n"));
+}
