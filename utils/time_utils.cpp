@@ -22,21 +22,26 @@ std::string FormatTimeStr(int64_t tmSeconds, const std::string& strFormat, int n
     if (pParts == nullptr) {
         return "";
     }
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"  // the format is the caller's, by design
+    char text[64];
+    const size_t nUsual = strftime(text, sizeof(text), strFormat.c_str(), pParts);
+    if (nUsual != 0) {
+        return std::string(text, nUsual);
+    }
     // strftime answers 0 both for "does not fit" and for an output that is empty; the latter
     // doubles until the allocation fails, which is accepted.
-    for (size_t nSize = 64; nSize != 0; nSize *= 2) {
+    for (size_t nSize = 2 * sizeof(text); nSize != 0; nSize *= 2) {
         const std::unique_ptr<char[]> pBuffer(new (std::nothrow) char[nSize]);
         if (pBuffer == nullptr) {
             return "";
         }
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-nonliteral"  // the format is the caller's, by design
         const size_t nLength = strftime(pBuffer.get(), nSize, strFormat.c_str(), pParts);
-#pragma GCC diagnostic pop
         if (nLength != 0) {
             return std::string(pBuffer.get(), nLength);
         }
     }
+#pragma GCC diagnostic pop
     return "";
 }
 

@@ -2,6 +2,8 @@
 
 #include <json/writer.h>
 
+#include <algorithm>
+#include <new>
 #include <utility>
 
 namespace {
@@ -18,6 +20,14 @@ int SetMember(const char* pszKey, Json::Value& jsonObject, T&& value) {
     } catch (...) {
         return 0;
     }
+}
+
+// True for what stands in a JSON string as it is.
+bool IsPlain(const std::string& strText) {
+    return std::all_of(strText.begin(), strText.end(), [](char c) {
+        const auto nByte = static_cast<unsigned char>(c);
+        return nByte >= 0x20 && nByte <= 0x7f && nByte != '"' && nByte != '\\';
+    });
 }
 
 }  // namespace
@@ -56,4 +66,18 @@ int JsonToText(const Json::Value& jsonValue, std::string& strText, bool bFast) {
         strText.pop_back();
     }
     return 1;
+}
+
+void AppendJsonString(std::string& strJson, const std::string& strText) {
+    if (IsPlain(strText)) {
+        strJson += '"';
+        strJson += strText;
+        strJson += '"';
+        return;
+    }
+    std::string strEscaped;
+    if (JsonToText(Json::Value(strText), strEscaped, true) == 0) {
+        throw std::bad_alloc();
+    }
+    strJson += strEscaped;
 }

@@ -1,4 +1,4 @@
-// Builds JSON messages. Every call catches whatever the library throws.
+// Builds JSON messages. Every call but the last catches whatever the library throws.
 //
 // Threads: any; no state.
 // Errors: 1 on success, 0 otherwise. The setters answer 0 and change nothing when the key is null
@@ -24,5 +24,9 @@ int SetJsonValue(const char* pszKey, Json::Value& jsonObject, Json::Value&& json
 // Writes jsonValue in one line (bFast) or indented, without the one line feed the writer ends
 // with. strText is replaced; on failure it may hold anything.
 int JsonToText(const Json::Value& jsonValue, std::string& strText, bool bFast);
+
+// Appends strText to strJson as a JSON string with its quotes, to the byte as the one-line writer
+// writes it, without a value made for it. Returns nothing and throws what the library throws.
+void AppendJsonString(std::string& strJson, const std::string& strText);
 
 #endif

@@ -37,7 +37,9 @@ bool ParseJsonText(const std::string& strText, Json::Value& jsonRoot) {
         Json::Reader reader;
 #pragma GCC diagnostic pop
         // Its error text is never asked for: building it reads out of bounds for some texts.
-        return reader.parse(strText, jsonRoot, MayCollectComments(strText));
+        // By its ends: the other form keeps a copy of the text for that error text.
+        return reader.parse(strText.data(), strText.data() + strText.size(), jsonRoot,
+                            MayCollectComments(strText));
     } catch (...) {
         return false;  // nested deeper than the library goes, or out of memory
     }

@@ -18,7 +18,7 @@ RANKS = {
     3: ["CTevPsMonitor", "CTevFsMonitor"],
     2: ["CTevCloudCachoMgr", "CTevCloudInterface"],
     1: ["CTevChennalDB", "CTevCloudCachoDB"],
-    0: ["IMsgFunc", "CUserPathMasker", "EventHelpers", "AutoRunLocations", "CTevStore",
+    0: ["IMsgFunc", "CUserPathMasker", "EventHelpers", "CEventText", "AutoRunLocations", "CTevStore",
         "CachoRecord", "CTevCallGate", "CTevModuleReference", "FsOpEvent"],
 }
 RANK_OF = {name: rank for rank, names in RANKS.items() for name in names}

@@ -1,7 +1,5 @@
 #include "tevmon/core/CTevCloudInterface.h"
 
-#include <utility>
-
 #include "framework/abi/MsgTypes.h"
 #include "public/pluginhelper/CMsgRouterHolder.h"
 #include "public/pluginhelper/GuidText.h"
@@ -12,35 +10,68 @@ namespace {
 
 constexpr char SOURCE[] = "tevmon/core/CTevCloudInterface";
 
-}  // namespace
+// A null text is left out.
+void AppendMember(std::string& strJson, const char* pszName, const char* pszText) {
+    if (pszText != nullptr) {
+        strJson += pszName;
+        AppendJsonString(strJson, pszText);
+    }
+}
 
-bool CTevCloudInterface::Post(CloudQuery query) {
-    Json::Value jsonMessage;
-    Json::Value jsonParam;
-    // A setter that fails leaves its member out; the query goes all the same.
-    (void)SetJsonString("path", jsonParam, query.strPath);
-    (void)SetJsonInt("path_type", jsonParam, query.nPathType);
-    (void)SetJsonString("event_id_key", jsonParam, query.pszIdKey);
-    (void)SetJsonString("event_id_value", jsonParam, query.pszIdValue);
-    (void)SetJsonString("func", jsonParam, query.pszFunc);
-    (void)SetJsonValue("ext", jsonParam, std::move(query.jsonExt));
-    (void)SetJsonString("context", jsonParam, query.strContext);
-    (void)SetJsonString("msg_type", jsonMessage, "cloudq");
-    (void)SetJsonInt("resp_msg_type", jsonMessage, static_cast<int>(MSG_TYPE_CLOUD_RESULT));
-    (void)SetJsonValue("param", jsonMessage, std::move(jsonParam));
+// The compact text of the message, members in ascending order as the JSON library writes them. No
+// tree is built for it: a launch would have 50 values, each with an allocation of its own.
+std::string MessageText(const CloudQuery& query, const std::string& strExt) {
     std::string strText;
-    (void)JsonToText(jsonMessage, strText, true);
-    LogPrint(LOG_TRACE, SOURCE, "Post", __LINE__, "reportq = %s", strText.c_str());
+    strText.reserve(strExt.size() + query.strPath.size() + query.strContext.size() + 256);
+    strText += R"({"msg_type":"cloudq","param":{"context":)";
+    AppendJsonString(strText, query.strContext);
+    AppendMember(strText, R"(,"event_id_key":)", query.pszIdKey);
+    AppendMember(strText, R"(,"event_id_value":)", query.pszIdValue);
+    strText += R"(,"ext":)";
+    strText += strExt;
+    AppendMember(strText, R"(,"func":)", query.pszFunc);
+    strText += R"(,"path":)";
+    AppendJsonString(strText, query.strPath);
+    strText += R"(,"path_type":)" + std::to_string(query.nPathType);
+    strText += R"(},"resp_msg_type":)" + std::to_string(MSG_TYPE_CLOUD_RESULT) + "}";
+    return strText;
+}
 
+Guid CloudEndpoint() {
     Guid target = {};
     ParseGuid(CLOUD_ENDPOINT, &target);
+    return target;
+}
+
+// Sends what could be written: nothing, when memory ran out.
+bool Send(const std::string& strText) {
+    LogPrint(LOG_TRACE, SOURCE, "Post", __LINE__, "reportq = %s", strText.c_str());
+
+    static const Guid s_target = CloudEndpoint();
     CMsgRouterHolder* pHolder = CMsgRouterHolder::Instance();
     const uint32_t nResult = pHolder != nullptr
-                                 ? pHolder->Post(target, MSG_TYPE_CLOUD_QUERY, strText.data(),
+                                 ? pHolder->Post(s_target, MSG_TYPE_CLOUD_QUERY, strText.data(),
                                                  static_cast<uint32_t>(strText.size()))
                                  : ERROR_NO_ROUTER;
     if (nResult != 0) {
         LogPrint(LOG_FAIL, SOURCE, "Post", __LINE__, "[CTevCloudInterface] : ipc fail.\n");
     }
     return nResult == 0;
+}
+
+}  // namespace
+
+bool CTevCloudInterface::Post(const CloudQuery& query) {
+    std::string strExt;
+    return JsonToText(query.jsonExt, strExt, true) != 0 ? Post(query, strExt) : Send("");
+}
+
+bool CTevCloudInterface::Post(const CloudQuery& query, const std::string& strExt) {
+    std::string strText;
+    try {
+        strText = MessageText(query, strExt);
+    } catch (...) {
+        strText.clear();
+    }
+    return Send(strText);
 }

@@ -25,8 +25,11 @@ struct CloudQuery {
 
 class CTevCloudInterface : public utils::SingletonAbstract<CTevCloudInterface> {
 public:
-    // Posts one query; its event is moved into the message. True when the router took it.
-    bool Post(CloudQuery query);
+    // Posts one query. True when the router took it.
+    bool Post(const CloudQuery& query);
+    // The same with the event as the text of an array (CEventText makes it); query.jsonExt is not
+    // looked at.
+    bool Post(const CloudQuery& query, const std::string& strExt);
 
 protected:
     friend class utils::SingletonAbstract<CTevCloudInterface>;

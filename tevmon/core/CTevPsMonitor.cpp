@@ -6,6 +6,7 @@
 #include "framework/base/file_utils.h"
 #include "public/pluginhelper/JsonReaders.h"
 #include "public/pluginhelper/LogPrint.h"
+#include "tevmon/core/CEventText.h"
 #include "tevmon/core/CTevCloudCachoMgr.h"
 #include "tevmon/core/CTevCloudInterface.h"
 #include "tevmon/core/CUserPathMasker.h"
@@ -48,24 +49,22 @@ struct LaunchTexts {
     std::string strCtime;
 };
 
-Json::Value LaunchEvent(const Launch& launch, const LaunchTexts& texts) {
-    const std::string strCommandLine = CommandLineText(launch.strCmd);
-    Json::Value jsonEvent(Json::arrayValue);
-    AppendItem(jsonEvent, "hi.event_name", "CreateProcess");
-    AppendItem(jsonEvent, "hi.filemode", texts.strMode);
-    AppendItem(jsonEvent, "hi.fileuid", texts.strUid);
-    AppendItem(jsonEvent, "hi.filegid", texts.strGid);
-    AppendItem(jsonEvent, "hi.fileinode", texts.strInode);
-    AppendItem(jsonEvent, "hi.fileatime", texts.strAtime);
-    AppendItem(jsonEvent, "hi.filemtime", texts.strMtime);
-    AppendItem(jsonEvent, "hi.filectime", texts.strCtime);
-    AppendItem(jsonEvent, "hi.process_id", std::to_string(launch.nPid));
-    AppendItem(jsonEvent, "hi.process_path", CUserPathMasker::Masked(launch.strPath));
-    // The command line is made into an item and left out of the event: this is relied on.
-    Json::Value jsonLeftOut(Json::arrayValue);
-    AppendItem(jsonLeftOut, "hi.command_line", strCommandLine);
-    AppendItem(jsonEvent, "hi.type", std::to_string(launch.nScriptType));
-    return jsonEvent;
+std::string LaunchEvent(const Launch& launch, const LaunchTexts& texts) {
+    // Made for each query and left out of the event: this is relied on.
+    (void)CommandLineText(launch.strCmd);
+    CEventText event;
+    event.Append("hi.event_name", "CreateProcess");
+    event.Append("hi.filemode", texts.strMode);
+    event.Append("hi.fileuid", texts.strUid);
+    event.Append("hi.filegid", texts.strGid);
+    event.Append("hi.fileinode", texts.strInode);
+    event.Append("hi.fileatime", texts.strAtime);
+    event.Append("hi.filemtime", texts.strMtime);
+    event.Append("hi.filectime", texts.strCtime);
+    event.Append("hi.process_id", std::to_string(launch.nPid));
+    event.Append("hi.process_path", CUserPathMasker::Masked(launch.strPath));
+    event.Append("hi.type", std::to_string(launch.nScriptType));
+    return event.Text();
 }
 
 }  // namespace
@@ -118,9 +117,10 @@ void CTevPsMonitor::RunElement(const Json::Value& jsonElement) {
     }
     CTevCloudInterface* pCloud = CTevCloudInterface::Instance();
     if (pCloud != nullptr) {
-        Json::Value jsonEvent = LaunchEvent(launch, texts);
+        const std::string strEvent = LaunchEvent(launch, texts);
         // A failed post is logged there; the next launch of the program asks again.
-        (void)pCloud->Post({std::move(jsonEvent), std::move(launch.strPath), 0, "adid", "10001",
-                            "cloudad", strKey});
+        (void)pCloud->Post(
+            {Json::Value(), std::move(launch.strPath), 0, "adid", "10001", "cloudad", strKey},
+            strEvent);
     }
 }

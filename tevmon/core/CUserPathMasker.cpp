@@ -2,6 +2,7 @@
 
 #include <pwd.h>
 
+#include <algorithm>
 #include <vector>
 
 #include "framework/base/CStr.h"
@@ -24,18 +25,16 @@ bool CUserPathMasker::MaskUserPath(std::string& strPath) {
     if (m_users.empty()) {
         LoadUsers();
     }
+    if (!HoldsUser(strPath)) {
+        return true;
+    }
     std::vector<std::string> pieces;
     CStr::splitlines(strPath, pieces, '/');
     std::string strMasked = strPath.front() == '/' ? "/" : "";
-    bool bReplaced = false;
     for (const std::string& strPiece : pieces) {
         const bool bUser = m_users.count(strPiece) != 0;
         strMasked += bUser ? "$username" : strPiece;
         strMasked += '/';
-        bReplaced = bReplaced || bUser;
-    }
-    if (!bReplaced) {
-        return true;
     }
     if (strPath.back() != '/') {
         strMasked.pop_back();
@@ -50,6 +49,18 @@ std::string CUserPathMasker::Masked(std::string strPath) {
         (void)pMasker->MaskUserPath(strPath);
     }
     return strPath;
+}
+
+bool CUserPathMasker::HoldsUser(std::string_view strPath) const {
+    while (!strPath.empty()) {
+        const size_t nEnd = std::min(strPath.find('/'), strPath.size());
+        // An empty piece is no user: LoadUsers takes none without a name.
+        if (nEnd > 0 && m_users.find(strPath.substr(0, nEnd)) != m_users.end()) {
+            return true;
+        }
+        strPath.remove_prefix(std::min(nEnd + 1, strPath.size()));
+    }
+    return false;
 }
 
 void CUserPathMasker::LoadUsers() {

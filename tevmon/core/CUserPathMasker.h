@@ -8,8 +8,10 @@
 #define TEVMON_CORE_CUSERPATHMASKER_H
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <string>
+#include <string_view>
 
 #include "framework/base/SingletonAbstract.h"
 
@@ -40,7 +42,9 @@ protected:
     ~CUserPathMasker() = default;
 
 private:
-    std::map<std::string, LocalUser> m_users;
+    bool HoldsUser(std::string_view strPath) const;
+
+    std::map<std::string, LocalUser, std::less<>> m_users;  // found by pieces of a path, uncopied
 };
 
 #endif

@@ -1,5 +1,6 @@
 #include "tevmon/core/EventHelpers.h"
 
+#include <charconv>
 #include <utility>
 
 #include "framework/base/CStr.h"
@@ -71,7 +72,8 @@ bool StatFile(const std::string& strPath, struct stat& status) {
 }
 
 std::string FormatMode(mode_t nMode) {
-    return CStr::stdformat("%o", nMode);
+    char text[16];
+    return std::string(text, std::to_chars(text, text + sizeof(text), nMode, 8).ptr);
 }
 
 std::string ProgramKey(const std::string& strPath) {
@@ -83,7 +85,7 @@ std::string ProgramKey(const std::string& strPath) {
 
 void AppendItem(Json::Value& jsonEvent, const char* pszKey, Json::Value jsonValue) {
     Json::Value& jsonItem = jsonEvent.append(Json::Value(Json::objectValue));
-    // Static texts are pointed to, not copied: a launch has 33 of them.
+    // Static texts are pointed to, not copied: each has its item.
     jsonItem[Json::StaticString("key")] = Json::Value(Json::StaticString(pszKey));
     jsonItem[Json::StaticString("value")] = std::move(jsonValue);
 }

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <random>
 #include <string>
 
 namespace {
@@ -151,4 +152,41 @@ TEST(JsonToTextTest, OnlyTheLastLineFeedIsRemoved) {
     EXPECT_EQ(1, JsonToText(Json::Value("a\n"), strText, true));
 
     EXPECT_EQ("\"a\\n\"", strText);
+}
+
+TEST(AppendJsonStringTest, TheTextIsAppendedWithItsQuotes) {
+    std::string strJson = "{\"k\":";
+
+    AppendJsonString(strJson, "a b/c%s");
+
+    EXPECT_EQ("{\"k\":\"a b/c%s\"", strJson);
+}
+
+TEST(AppendJsonStringTest, EveryPairOfBytesIsWrittenAsTheLibraryWritesIt) {
+    for (int nFirst = 0; nFirst < 256; ++nFirst) {
+        for (int nSecond = 0; nSecond < 256; ++nSecond) {
+            const std::string strText = {'x', static_cast<char>(nFirst), static_cast<char>(nSecond),
+                                         'y'};
+            std::string strJson;
+
+            AppendJsonString(strJson, strText);
+
+            ASSERT_EQ(Compact(Json::Value(strText)), strJson) << nFirst << " " << nSecond;
+        }
+    }
+}
+
+TEST(AppendJsonStringTest, RandomTextsAreWrittenAsTheLibraryWritesThem) {
+    std::mt19937 random(20311);
+    for (int i = 0; i < 2000; ++i) {
+        std::string strText(random() % 40, ' ');
+        for (char& c : strText) {
+            c = static_cast<char>(random());
+        }
+        std::string strJson;
+
+        AppendJsonString(strJson, strText);
+
+        ASSERT_EQ(Compact(Json::Value(strText)), strJson);
+    }
 }

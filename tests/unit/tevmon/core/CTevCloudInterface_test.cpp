@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "public/pluginhelper/CMsgRouterHolder.h"
+#include "public/pluginhelper/JsonHelpers.h"
 #include "tests/support/FakeRouter.h"
 #include "tests/support/LogCapture.h"
 
@@ -257,4 +258,24 @@ TEST_F(CTevCloudInterfaceTest, AFailureLeavesNothingBehindForTheNextPost) {
 TEST_F(CTevCloudInterfaceTest, TheProcessHasOne) {
     ASSERT_NE(nullptr, CTevCloudInterface::Instance());
     EXPECT_EQ(CTevCloudInterface::Instance(), CTevCloudInterface::Instance());
+}
+
+TEST_F(CTevCloudInterfaceTest, AnEventAsTextMakesTheSameMessageAsItsTree) {
+    const CloudQuery query = {Event(), "/opt/\"\xe6\xb6\x88\xff\"", -1, "fdid", "1", nullptr, ""};
+    ASSERT_TRUE(Post(query));
+    const std::string strByTree = Sent();
+
+    ASSERT_TRUE(CTevCloudInterface::Instance()->Post(query, R"([{"key":"hi.type","value":"0"}])"));
+
+    ASSERT_EQ(2u, m_router.Posts().size());
+    EXPECT_EQ(strByTree, m_router.Posts().back().strData);
+}
+
+TEST_F(CTevCloudInterfaceTest, TheMessageIsWhatTheLibraryWritesForTheSameTree) {
+    EXPECT_TRUE(Post({Event(), "/opt/\"\xe6\xb6\x88\xff\"", -1, "fdid", "1", "cloudfd", "\x7f"}));
+
+    const std::string strSent = Sent();
+    std::string strByLibrary;
+    ASSERT_EQ(1, JsonToText(SentJson(), strByLibrary, true));
+    EXPECT_EQ(strByLibrary, strSent);
 }
