@@ -1,5 +1,6 @@
 #include "tevmon/core/CTevChennalDB.h"
 
+#include <string_view>
 #include <utility>
 
 #include "framework/base/Base64Util.h"
@@ -24,7 +25,8 @@ void ReadRows(CppSQLite3DB& db, const std::string& strStatement,
     for (; !query.eof(); query.nextRow()) {
         ChennalRecord record;
         record.id = query.getInt64Field("id");
-        record.detail = Base64Util::Base64Decode(query.getStringField("detail"));
+        const std::string_view detail = query.getTextField("detail");
+        record.detail = Base64Util::Base64Decode(detail.data(), detail.size());
         record.createtime = query.getIntField("createtime");
         record.mid = query.getIntField("mid");
         recordList.push_back(std::move(record));
@@ -43,9 +45,11 @@ int CTevChennalDB::Insert(const ChennalRecord& record) {
     const CCall call(*this);
     return Change([&] {
         // Base64 keeps a quote inside the message from ending the SQL literal early.
-        std::string strStatement = m_strInsertPrefix;
+        std::string strStatement;
+        strStatement.reserve(m_strInsertPrefix.size() + record.detail.size() / 3 * 4 + 64);
+        strStatement += m_strInsertPrefix;
         strStatement += "('" + std::to_string(record.createtime) + "','";
-        strStatement += Base64Util::Base64Encode(record.detail);
+        Base64Util::Base64Append(strStatement, record.detail);
         strStatement += "'," + std::to_string(record.mid) + ")";
         return strStatement;
     });

@@ -1,9 +1,9 @@
 #include "tevmon/core/CTevCloudCachoDB.h"
 
+#include <string_view>
 #include <utility>
 
 #include "framework/base/Base64Util.h"
-#include "framework/base/CStr.h"
 
 namespace {
 
@@ -13,7 +13,14 @@ constexpr char CREATE_TABLE[] =
     "create table cachotable( id INTEGER ,  vkey TEXT PRIMARY KEY, level INTEGER,  tmcreate "
     "INTEGER, tminternal INTEGER, detail TEXT, mid INTEGER)";
 
-constexpr int NOT_ALLOWED = 23;  // SQLite's code for it
+// The pieces one behind the other, in room taken once.
+template <class... Piece>
+std::string Joined(const Piece&... piece) {
+    std::string strText;
+    strText.reserve((std::string_view(piece).size() + ...));
+    (strText.append(piece), ...);
+    return strText;
+}
 
 // True when the text has a quote that no second one doubles: the literal that it stands in would
 // end there, and what follows would be SQL.
@@ -26,27 +33,23 @@ bool EndsItsLiteral(const std::string& strText) {
     return false;
 }
 
-// Runs a change of the row of strKey. A key that ends its literal has its statement tried as it is,
-// for what SQLite says of it, and never committed: it could name any rows.
-auto ChangeOf(const std::string& strKey) {
-    return [&strKey](CppSQLite3DB& db, const std::string& strStatement) {
-        (void)db.execDML(strStatement.c_str());
-        if (EndsItsLiteral(strKey)) {
-            throw CppSQLite3Exception(NOT_ALLOWED, "the key ends its text");
-        }
-    };
+// For a change of the row of strKey: a key that ends its literal is never committed, since it could
+// name any rows. Null for every other.
+const char* NotAllowed(const std::string& strKey) {
+    return EndsItsLiteral(strKey) ? "the key ends its text" : nullptr;
 }
 
-CachoRecord ReadRow(const CppSQLite3Query& query) {
-    CachoRecord record;
+void ReadRow(const CppSQLite3Query& query, CachoRecord& record) {
     record.id = query.getInt64Field("id");
-    record.key = query.getStringField("vkey");
+    record.key = query.getTextField("vkey");
     record.nLevel = static_cast<int32_t>(query.getInt64Field("level"));
     record.nTmCreate = query.getInt64Field("tmcreate");
     record.nTmInterval = query.getInt64Field("tminternal");
-    record.strDetail = Base64Util::Base64Decode(query.getStringField("detail"));
+    const std::string_view detail = query.getTextField("detail");
+    if (!detail.empty()) {
+        record.strDetail = Base64Util::Base64Decode(detail.data(), detail.size());
+    }
     record.eMid = query.getIntField("mid");
-    return record;
 }
 
 }  // namespace
@@ -60,30 +63,29 @@ CTevCloudCachoDB::CTevCloudCachoDB()
 
 int CTevCloudCachoDB::Insert(const CachoRecord& record) {
     const CCall call(*this);
-    return InTransaction(
+    return Change(
         [&] {
-            return m_strInsertPrefix + "('" + record.key + "'," + std::to_string(record.nLevel) +
-                   "," + std::to_string(record.nTmCreate) + "," +
-                   std::to_string(record.nTmInterval) + ",'" +
-                   Base64Util::Base64Encode(record.strDetail) + "'," + std::to_string(record.eMid) +
-                   ")";
+            return Joined(
+                m_strInsertPrefix, "('", record.key, "',", std::to_string(record.nLevel), ",",
+                std::to_string(record.nTmCreate), ",", std::to_string(record.nTmInterval), ",'",
+                Base64Util::Base64Encode(record.strDetail), "',", std::to_string(record.eMid), ")");
         },
-        ChangeOf(record.key));
+        NotAllowed(record.key));
 }
 
 int CTevCloudCachoDB::Select(const std::string& strKey, CachoRecord& record) {
     const CCall call(*this);
     CachoRecord found;
     bool bFound = false;
-    const int nResult = InTransaction([&] { return m_strSelectPrefix + "vkey = '" + strKey + "'"; },
-                                      [&](CppSQLite3DB& db, const std::string& strStatement) {
-                                          const CppSQLite3Query query =
-                                              db.execQuery(strStatement.c_str());
-                                          if (!query.eof()) {
-                                              found = ReadRow(query);
-                                              bFound = true;
-                                          }
-                                      });
+    const int nResult =
+        InTransaction([&] { return Joined(m_strSelectPrefix, "vkey = '", strKey, "'"); },
+                      [&](CppSQLite3DB& db, const std::string& strStatement) {
+                          const CppSQLite3Query query = db.execQuery(strStatement.c_str());
+                          if (!query.eof()) {
+                              ReadRow(query, found);
+                              bFound = true;
+                          }
+                      });
     if (nResult != 0) {
         return -1;
     }
@@ -94,20 +96,21 @@ int CTevCloudCachoDB::Select(const std::string& strKey, CachoRecord& record) {
     return 1;
 }
 
-int CTevCloudCachoDB::Update(const CachoRecord& record) {
-    const CCall call(*this);
-    const int nResult = InTransaction(
+int CTevCloudCachoDB::Update(const CachoRecord& record, std::string* pstrErrors) {
+    const CCall call(*this, pstrErrors);
+    const int nResult = Change(
         [&] {
             // The ")" before "where" makes this a syntax error. It is relied on: a known key's row
             // keeps its time and level until the expiry scan deletes it.
-            return "update cachotable set vkey = '" + record.key +
-                   "',level = " + std::to_string(record.nLevel) +
-                   ",tmcreate = " + std::to_string(record.nTmCreate) +
-                   ",tminternal = " + std::to_string(record.nTmInterval) + ",detail = '" +
-                   Base64Util::Base64Encode(record.strDetail) +
-                   "',mid = " + std::to_string(record.eMid) + ")where vkey = '" + record.key + "'";
+            return Joined("update cachotable set vkey = '", record.key,
+                          "',level = ", std::to_string(record.nLevel),
+                          ",tmcreate = ", std::to_string(record.nTmCreate),
+                          ",tminternal = ", std::to_string(record.nTmInterval), ",detail = '",
+                          Base64Util::Base64Encode(record.strDetail),
+                          "',mid = ", std::to_string(record.eMid), ")where vkey = '", record.key,
+                          "'");
         },
-        ChangeOf(record.key));
+        NotAllowed(record.key));
     return nResult == 0 ? 1 : 0;
 }
 
@@ -115,8 +118,8 @@ int CTevCloudCachoDB::Delete(const std::string& strKey) {
     if (strKey.empty()) {
         return 1;
     }
-    const int nResult = InTransaction(
-        [&] { return "delete from cachotable where vkey = '" + strKey + "'"; }, ChangeOf(strKey));
+    const int nResult = Change(
+        [&] { return "delete from cachotable where vkey = '" + strKey + "'"; }, NotAllowed(strKey));
     // Not SQLite's code: so a busy database is not tried again, which is relied on.
     return nResult == 0 ? 0 : 1;
 }
@@ -125,12 +128,13 @@ int CTevCloudCachoDB::SelectPage(CachoPage& page, int nCount) {
     page.recordList.clear();
     const int nResult = InTransaction(
         [&] {
-            return CStr::stdformat("select * from cachotable limit %d,%d", page.nOffset, nCount);
+            return Joined("select * from cachotable limit ", std::to_string(page.nOffset), ",",
+                          std::to_string(nCount));
         },
         [&](CppSQLite3DB& db, const std::string& strStatement) {
             CppSQLite3Query query = db.execQuery(strStatement.c_str());
             for (; !query.eof(); query.nextRow()) {
-                page.recordList.push_back(ReadRow(query));
+                ReadRow(query, page.recordList.emplace_back());
             }
         });
     if (nResult != 0) {

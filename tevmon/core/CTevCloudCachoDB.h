@@ -38,8 +38,9 @@ public:
     int Select(const std::string& strKey, CachoRecord& record);
 
     // Always 0: the statement has a parenthesis too many, and that no stored verdict is ever
-    // rewritten is relied on. (1 would be success.)
-    int Update(const CachoRecord& record);
+    // rewritten is relied on. (1 would be success.) With pstrErrors what SQLite says is appended to
+    // it, a line, and is the caller's to print.
+    int Update(const CachoRecord& record, std::string* pstrErrors = nullptr);
 
     // 0 on success, also when there is no such row; 1 for an empty key or any error, so that a
     // busy database is not tried again.

@@ -1,7 +1,10 @@
 #include "tevmon/core/CTevCloudCachoMgr.h"
 
+#include <unistd.h>
+
 #include <ctime>
 
+#include "framework/base/FdWriter.h"
 #include "public/pluginhelper/LogPrint.h"
 
 namespace {
@@ -72,9 +75,11 @@ bool CTevCloudCachoMgr::Record(const std::string& strKey, int32_t nLevel, int64_
         return true;
     }
     int nResult = 0;
+    std::string strErrors;  // printed at once: 300 lines one by one cost more than their statements
     for (int i = 0; i < STORE_ATTEMPTS && nResult != 1; ++i) {
-        nResult = m_store.Update(record);
+        nResult = m_store.Update(record, &strErrors);
     }
+    (void)CFdWriter::Write(STDOUT_FILENO, strErrors);
     return nResult == 1;
 }
 

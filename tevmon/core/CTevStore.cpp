@@ -7,7 +7,19 @@
 
 namespace {
 
-constexpr int OUT_OF_MEMORY = 7;  // SQLite's code for it
+void PrintOrKeep(const std::string& strErrors, std::string* pstrErrors) noexcept {
+    if (strErrors.empty()) {
+        return;
+    }
+    try {
+        if (pstrErrors != nullptr) {
+            *pstrErrors += strErrors;
+            return;
+        }
+    } catch (...) {  // no memory to keep it: printed now
+    }
+    (void)CFdWriter::Write(STDOUT_FILENO, strErrors);
+}
 
 }  // namespace
 
@@ -23,11 +35,13 @@ bool CTevStore::Open() {
             (void)m_db.execDML(m_pszCreate);
         }
         return true;
+    } catch (const CppSQLite3Exception& ex) {
+        (void)Report(ex.errorCode(), ex.errorMessage());
     } catch (...) {
-        (void)ReportCurrentException();
-        m_db.close();
-        return false;
+        (void)Report(OUT_OF_MEMORY, "out of memory");
     }
+    m_db.close();
+    return false;
 }
 
 int CTevStore::SetSynchronous(CppSQLite3DB& db, int nMode) {
@@ -47,8 +61,10 @@ int CTevStore::SetSynchronousUnlocked(CppSQLite3DB& db, int nMode) {
     try {
         (void)db.execDML(pszStatement);
         return 0;
+    } catch (const CppSQLite3Exception& ex) {
+        return Report(ex.errorCode(), ex.errorMessage());
     } catch (...) {
-        return ReportCurrentException();
+        return Report(OUT_OF_MEMORY, "out of memory");
     }
 }
 
@@ -64,40 +80,31 @@ void CTevStore::Rollback() {
     (void)m_db.execDML("rollback transaction");
 }
 
-int CTevStore::Failed(bool bTransaction) noexcept {
+int CTevStore::Failed(bool bTransaction, int nCode, const char* pszError) noexcept {
     if (bTransaction) {
         try {
             Rollback();
         } catch (...) {  // SQLite has rolled back already, or there is no connection
         }
     }
-    return ReportCurrentException();
+    return Report(nCode, pszError);
 }
 
-// Keeps the text of the exception in flight for printing and returns its code.
-int CTevStore::ReportCurrentException() noexcept {
+// Keeps the text for printing and returns the code.
+int CTevStore::Report(int nCode, const char* pszError) noexcept {
     try {
-        try {
-            throw;
-        } catch (const CppSQLite3Exception& ex) {
-            const int nCode = ex.errorCode();
-            m_strErrors += ex.errorMessage();
-            m_strErrors += '\n';
-            return nCode;
-        } catch (...) {
-            m_strErrors += "out of memory\n";
-        }
-    } catch (...) {  // no memory for the text either: the result code still says it
+        m_strErrors += pszError;
+        m_strErrors += '\n';
+    } catch (...) {  // no memory for the text: the result code still says it
+        return OUT_OF_MEMORY;
     }
-    return OUT_OF_MEMORY;
+    return nCode;
 }
 
 // To standard output, not to the log: this is where operators look for database errors.
-void CTevStore::UnlockAndPrint() noexcept {
+void CTevStore::UnlockAndPrint(std::string* pstrErrors) noexcept {
     std::string strErrors;
     strErrors.swap(m_strErrors);
     m_mutex.Unlock();
-    if (!strErrors.empty()) {
-        (void)CFdWriter::Write(STDOUT_FILENO, strErrors);
-    }
+    PrintOrKeep(strErrors, pstrErrors);
 }

@@ -44,39 +44,66 @@ protected:
     // The length of one public operation: holds the mutex, and prints when it has let it go.
     class TEV_SCOPED_CAPABILITY CCall {
     public:
-        explicit CCall(CTevStore& store) TEV_ACQUIRE(store.m_mutex) : m_store(store) {
+        // Lines that were to be printed are appended to pstrErrors instead, when it is given.
+        explicit CCall(CTevStore& store, std::string* pstrErrors = nullptr)
+            TEV_ACQUIRE(store.m_mutex)
+            : m_store(store), m_pstrErrors(pstrErrors) {
             m_store.m_mutex.Lock();
         }
-        ~CCall() TEV_RELEASE() { m_store.UnlockAndPrint(); }
+        ~CCall() TEV_RELEASE() { m_store.UnlockAndPrint(m_pstrErrors); }
 
         CCall(const CCall&) = delete;
         CCall& operator=(const CCall&) = delete;
 
     private:
         CTevStore& m_store;
+        std::string* const m_pstrErrors;
     };
 
-    void UnlockAndPrint() noexcept TEV_RELEASE(m_mutex);
+    void UnlockAndPrint(std::string* pstrErrors = nullptr) noexcept TEV_RELEASE(m_mutex);
 
     // make builds a statement's text, work runs it; both may throw. Change runs the statement in a
     // transaction of its own. All return 0, or after rolling back and printing the code of whatever
     // make, begin, work or commit threw.
+    // With pszNotAllowed the statement is tried as it is, for what SQLite says of it, and never
+    // committed: where SQLite takes it, the code is 23 and the text this.
     template <class Make>
-    int Change(Make make) TEV_REQUIRES(m_mutex) {
-        return Run(true, make, [](CppSQLite3DB& db, const std::string& strStatement) {
-            (void)db.execDML(strStatement.c_str());
+    int Change(Make make, const char* pszNotAllowed = nullptr) TEV_REQUIRES(m_mutex) {
+        std::string strError;
+        int nRefused = 0;  // by code, not by exception: one update fails 300 times on end
+        const int nResult = Run(true, make, [&](CppSQLite3DB& db, const std::string& strStatement) {
+            nRefused = db.tryDML(strStatement.c_str(), strError);
+            if (nRefused == 0 && pszNotAllowed != nullptr) {
+                strError = pszNotAllowed;
+                nRefused = NOT_ALLOWED;
+            }
+            return nRefused == 0;
         });
+        return nRefused == 0 ? nResult : Failed(true, nRefused, strError.c_str());
     }
     template <class Make, class Work>
     int InTransaction(Make make, Work work) TEV_REQUIRES(m_mutex) {
-        return Run(true, make, work);
+        return Run(true, make, Whole(work));
     }
     template <class Make, class Work>
     int WithoutTransaction(Make make, Work work) TEV_REQUIRES(m_mutex) {
-        return Run(false, make, work);
+        return Run(false, make, Whole(work));
     }
 
 private:
+    static constexpr int OUT_OF_MEMORY = 7;  // SQLite's codes
+    static constexpr int NOT_ALLOWED = 23;
+
+    // Work that throws what goes wrong, so that its transaction always ends in a commit.
+    template <class Work>
+    static auto Whole(Work& work) {
+        return [&work](CppSQLite3DB& db, const std::string& strStatement) {
+            work(db, strStatement);
+            return true;
+        };
+    }
+
+    // When work answers false, its transaction is the caller's to end.
     template <class Make, class Work>
     int Run(bool bTransaction, Make& make, Work work) TEV_REQUIRES(m_mutex) {
         try {
@@ -84,19 +111,20 @@ private:
             if (bTransaction) {
                 BeginTransaction();
             }
-            work(m_db, strStatement);
-            if (bTransaction) {
+            if (work(m_db, strStatement) && bTransaction) {
                 Commit();
             }
             return 0;
+        } catch (const CppSQLite3Exception& ex) {
+            return Failed(bTransaction, ex.errorCode(), ex.errorMessage());
         } catch (...) {
-            return Failed(bTransaction);
+            return Failed(bTransaction, OUT_OF_MEMORY, "out of memory");
         }
     }
 
-    int Failed(bool bTransaction) noexcept TEV_REQUIRES(m_mutex);
+    int Failed(bool bTransaction, int nCode, const char* pszError) noexcept TEV_REQUIRES(m_mutex);
     int SetSynchronousUnlocked(CppSQLite3DB& db, int nMode) TEV_REQUIRES(m_mutex);
-    int ReportCurrentException() noexcept TEV_REQUIRES(m_mutex);
+    int Report(int nCode, const char* pszError) noexcept TEV_REQUIRES(m_mutex);
 
     const char* const m_pszFile;
     const char* const m_pszTable;

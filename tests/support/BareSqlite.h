@@ -1,6 +1,6 @@
-// SQLite without anything of ours around it: what the stores are compared with.
-#ifndef BENCH_SUPPORT_BARESQLITE_H
-#define BENCH_SUPPORT_BARESQLITE_H
+// SQLite without anything of ours around it: what the stores are compared with, here and in bench/.
+#ifndef TESTS_SUPPORT_BARESQLITE_H
+#define TESTS_SUPPORT_BARESQLITE_H
 
 #include <sqlite3.h>
 
@@ -31,10 +31,25 @@ public:
         }
         Must(sqlite3_finalize(pStatement));
     }
+    template <class Row>
+    void Execute(const std::string& strStatement, Row row) {
+        Execute(strStatement.c_str(), row);
+    }
     void Execute(const char* pszStatement) {
         Execute(pszStatement, [](sqlite3_stmt*) {});
     }
     void Execute(const std::string& strStatement) { Execute(strStatement.c_str()); }
+
+    // What SQLite says to a statement that it cannot prepare.
+    std::string ErrorOf(const std::string& strStatement) {
+        sqlite3_stmt* pStatement = nullptr;
+        if (sqlite3_prepare_v2(m_pDB, strStatement.c_str(), -1, &pStatement, nullptr) ==
+            SQLITE_OK) {
+            (void)fputs("bare SQLite: a statement that was to fail did not\n", stderr);
+            abort();
+        }
+        return sqlite3_errmsg(m_pDB);
+    }
 
     static std::string Text(sqlite3_stmt* pStatement, int nColumn) {
         return std::string(reinterpret_cast<const char*>(sqlite3_column_text(pStatement, nColumn)),

@@ -1,0 +1,30 @@
+#include "framework/base/FileHash.h"
+
+#include <gtest/gtest.h>
+
+#include "tests/support/SystemCalls.h"
+#include "tests/support/TestDir.h"
+
+namespace {
+
+// What a digest of the file asks of the kernel.
+std::string CallsOf(const std::string& strFile) {
+    std::string strMd5;
+    std::string strSha1;
+    const auto calls = SystemCallsOf([&] { utils::getMD5AndSHA1(strFile, strMd5, strSha1); });
+    return calls ? Summary(*calls) : "not traced";
+}
+
+}  // namespace
+
+TEST(FileHashSystemCallsTest, ADigestOpensTwiceLooksOnceAndReadsOncePer64KiB) {
+    if (!SystemCallsOf([] {})) {
+        GTEST_SKIP() << "a process may not trace its own child here";
+    }
+    const TestDir dir;
+    const std::string strSmall = dir.WriteFile("small", "abc");
+    const std::string strLarge = dir.WriteFile("large", std::string(640 * 1024, 'x'));
+
+    EXPECT_EQ("close 2, newfstatat 1, openat 2, read 1", CallsOf(strSmall));
+    EXPECT_EQ("close 2, newfstatat 1, openat 2, read 10", CallsOf(strLarge));
+}
