@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Both digests of many files, and of one large file, beside the tools that people know.
 
-Usage: digest_tools.py HASH_FILES [--json] [--rounds N] [--folder DIR] [--large MIB]
+Usage: digest_tools.py HASH_FILES [--json] [--list] [--rounds N] [--folder DIR] [--large MIB]
 
 HASH_FILES is the program of bench/framework/base/hash_files.cpp. Every command hashes the same files,
 which are read once before, so that all of them come from memory. The commands run in rounds, in an
@@ -70,31 +70,35 @@ def show(row, as_json):
     verdict = "" if row["target"] is None else "met" if row["ratio"] <= row["target"] else "MISSED"
     target = "" if row["target"] is None else f"{row['target']:.2f}"
     print(f"{row['case']:<62} {row['subject_s'] * 1e3:9.2f} ms {row['reference_s'] * 1e3:9.2f} ms "
-          f"{row['ratio']:7.3f} {target:>6} {verdict}  (median {row['median']:.3f})")
+          f"{row['ratio']:7.3f} {row['median']:7.3f} {target:>6} {verdict}")
 
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("hash_files")
     parser.add_argument("--json", action="store_true")
+    parser.add_argument("--list", action="store_true", help="print the names of the rows and stop")
     parser.add_argument("--rounds", type=int, default=7)
     parser.add_argument("--folder", default="/usr/bin")
     parser.add_argument("--large", type=int, default=500, metavar="MIB")
     args = parser.parse_args()
+    names = f"both digests, {args.folder}", f"both digests, one file of {args.large} MiB"
+    if args.list:
+        print("\n".join(f"{name} : {tool}" for name in names for tool, _, _ in TOOLS))
+        return 0
     tools = [row for row in TOOLS if all(shutil.which(command[0]) for command in row[1])]
     for row in TOOLS:
         if row not in tools:
             print(f"digest_tools: left out, not installed: {row[0]}", file=sys.stderr)
     files = programs(args.folder)
+    print(f"digest_tools: {args.folder} has {len(files)} files", file=sys.stderr)
     ours = [args.hash_files]
-    for row in compare(f"both digests, {args.folder} ({len(files)} files)", files, ours, tools,
-                       args.rounds, True):
+    for row in compare(names[0], files, ours, tools, args.rounds, True):
         show(row, args.json)
     with tempfile.NamedTemporaryFile(prefix="tevmon-digest-") as large:
         large.write(random.Random(1).randbytes(1 << 20) * args.large)
         large.flush()
-        for row in compare(f"both digests, one file of {args.large} MiB", [large.name], ours, tools,
-                           max(3, args.rounds // 2), False):
+        for row in compare(names[1], [large.name], ours, tools, max(3, args.rounds // 2), False):
             show(row, args.json)
     return 0
 

@@ -1,39 +1,54 @@
 #include "bench/support/Ratios.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdio>
 #include <cstring>
-#include <limits>
 #include <map>
 #include <utility>
 #include <vector>
 
 namespace {
 
-constexpr double NOTHING = std::numeric_limits<double>::infinity();
+// Of one side, in the order of the repetitions: nanoseconds, or bytes.
+using Figures = std::vector<double>;
 
 struct Pair {
     Comparison comparison;
-    double dSubject = NOTHING;  // nanoseconds, or bytes
-    double dReference = NOTHING;
+    Figures subject;
+    Figures reference;
     bool bBytes = false;
 };
 
 // Where the figures of one registered benchmark go.
 struct Side {
     Pair* pPair;
-    double* pBest;
+    Figures* pFigures;
 };
+
+double Best(const Figures& figures) {
+    return *std::min_element(figures.begin(), figures.end());
+}
+
+double MedianRatio(const Pair& pair) {
+    Figures ratios(std::min(pair.subject.size(), pair.reference.size()));
+    for (size_t i = 0; i < ratios.size(); ++i) {
+        ratios[i] = pair.subject[i] / pair.reference[i];
+    }
+    const auto middle = ratios.begin() + static_cast<std::ptrdiff_t>(ratios.size() / 2);
+    std::nth_element(ratios.begin(), middle, ratios.end());
+    return *middle;
+}
 
 std::vector<Pair>& Pairs() {
     static std::vector<Pair> s_pairs;
     return s_pairs;
 }
 
-// Keeps the fastest repetition of each side and prints nothing but failures.
-class FastestReporter : public benchmark::BenchmarkReporter {
+// Keeps every repetition of each side and prints nothing but failures.
+class KeepingReporter : public benchmark::BenchmarkReporter {
 public:
-    explicit FastestReporter(std::map<std::string, Side> sides) : m_sides(std::move(sides)) {}
+    explicit KeepingReporter(std::map<std::string, Side> sides) : m_sides(std::move(sides)) {}
 
     bool ReportContext(const Context& /*context*/) override { return true; }
     void ReportRuns(const std::vector<Run>& runs) override {
@@ -61,9 +76,11 @@ private:
         pair.bBytes = bytes != run.counters.end();
         const double dOperations = static_cast<double>(std::max<int64_t>(run.iterations, 1)) *
                                    static_cast<double>(pair.comparison.nOperations);
-        const double dValue = pair.bBytes ? static_cast<double>(bytes->second)
-                                          : run.cpu_accumulated_time / dOperations * 1e9;
-        *found->second.pBest = std::min(*found->second.pBest, dValue);
+        const double dSeconds =
+            pair.comparison.bWallTime ? run.real_accumulated_time : run.cpu_accumulated_time;
+        const double dValue =
+            pair.bBytes ? static_cast<double>(bytes->second) : dSeconds / dOperations * 1e9;
+        found->second.pFigures->push_back(dValue);
     }
 
     std::map<std::string, Side> m_sides;
@@ -82,28 +99,31 @@ std::string Figure(double dValue, bool bBytes) {
 }
 
 void PrintPair(const Pair& pair, bool bJson) {
-    const double dRatio = pair.dSubject / pair.dReference;
+    const double dSubject = Best(pair.subject);
+    const double dReference = Best(pair.reference);
+    const double dRatio = dSubject / dReference;
+    const double dMedian = MedianRatio(pair);
     const double dTarget = pair.comparison.dTarget;
     const char* pszVerdict = dTarget == 0 ? "" : dRatio <= dTarget ? "met" : "MISSED";
     if (bJson) {
         printf(
             "{\"case\":\"%s\",\"unit\":\"%s\",\"subject\":%.1f,\"reference\":%.1f,"
-            "\"ratio\":%.3f,\"target\":%.2f,\"verdict\":\"%s\"}\n",
-            pair.comparison.strName.c_str(), pair.bBytes ? "bytes" : "ns", pair.dSubject,
-            pair.dReference, dRatio, dTarget, pszVerdict);
+            "\"ratio\":%.3f,\"median\":%.3f,\"target\":%.2f,\"verdict\":\"%s\"}\n",
+            pair.comparison.strName.c_str(), pair.bBytes ? "bytes" : "ns", dSubject, dReference,
+            dRatio, dMedian, dTarget, pszVerdict);
         return;
     }
     char target[16] = "";
     if (dTarget != 0) {
         snprintf(target, sizeof(target), "%.2f", dTarget);
     }
-    printf("%-62s %12s %12s %7.3f %6s %s\n", pair.comparison.strName.c_str(),
-           Figure(pair.dSubject, pair.bBytes).c_str(), Figure(pair.dReference, pair.bBytes).c_str(),
-           dRatio, target, pszVerdict);
+    printf("%-62s %12s %12s %7.3f %7.3f %6s %s\n", pair.comparison.strName.c_str(),
+           Figure(dSubject, pair.bBytes).c_str(), Figure(dReference, pair.bBytes).c_str(), dRatio,
+           dMedian, target, pszVerdict);
 }
 
 // The options of every run; the caller's come after them and win.
-std::vector<char*> WithDefaults(int nArgs, char** ppszArgs, bool& bJson) {
+std::vector<char*> WithDefaults(int nArgs, char** ppszArgs, bool& bJson, bool& bList) {
     static char s_mixed[] = "--benchmark_enable_random_interleaving=true";
     static char s_repetitions[] = "--benchmark_repetitions=31";
     static char s_minimum[] = "--benchmark_min_time=0.02";
@@ -111,11 +131,25 @@ std::vector<char*> WithDefaults(int nArgs, char** ppszArgs, bool& bJson) {
     for (int i = 1; i < nArgs; ++i) {
         if (strcmp(ppszArgs[i], "--json") == 0) {
             bJson = true;
+        } else if (strcmp(ppszArgs[i], "--list") == 0) {
+            bList = true;
         } else {
             args.push_back(ppszArgs[i]);
         }
     }
     return args;
+}
+
+void Register(const std::string& strName, const Comparison& comparison,
+              const Comparison::Side& side) {
+    benchmark::internal::Benchmark* pBenchmark =
+        benchmark::RegisterBenchmark(strName.c_str(), side);
+    if (comparison.nRounds > 0) {
+        pBenchmark->Repetitions(comparison.nRounds);
+    }
+    if (comparison.bWallTime) {
+        pBenchmark->UseRealTime();
+    }
 }
 
 }  // namespace
@@ -129,7 +163,14 @@ bool Compare(Comparison comparison) {
 
 int main(int nArgs, char** ppszArgs) {
     bool bJson = false;
-    std::vector<char*> args = WithDefaults(nArgs, ppszArgs, bJson);
+    bool bList = false;
+    std::vector<char*> args = WithDefaults(nArgs, ppszArgs, bJson, bList);
+    if (bList) {
+        for (const Pair& pair : Pairs()) {
+            printf("%s\n", pair.comparison.strName.c_str());
+        }
+        return 0;
+    }
     int nCount = static_cast<int>(args.size());
     benchmark::Initialize(&nCount, args.data());
     if (benchmark::ReportUnrecognizedArguments(nCount, args.data())) {
@@ -139,15 +180,15 @@ int main(int nArgs, char** ppszArgs) {
     for (Pair& pair : Pairs()) {
         const std::string strSubject = pair.comparison.strName + " (subject)";
         const std::string strReference = pair.comparison.strName + " (reference)";
-        benchmark::RegisterBenchmark(strSubject.c_str(), pair.comparison.subject);
-        benchmark::RegisterBenchmark(strReference.c_str(), pair.comparison.reference);
-        sides[strSubject] = {&pair, &pair.dSubject};
-        sides[strReference] = {&pair, &pair.dReference};
+        Register(strSubject, pair.comparison, pair.comparison.subject);
+        Register(strReference, pair.comparison, pair.comparison.reference);
+        sides[strSubject] = {&pair, &pair.subject};
+        sides[strReference] = {&pair, &pair.reference};
     }
-    FastestReporter reporter(std::move(sides));
+    KeepingReporter reporter(std::move(sides));
     benchmark::RunSpecifiedBenchmarks(&reporter);
     for (const Pair& pair : Pairs()) {
-        if (pair.dSubject != NOTHING && pair.dReference != NOTHING) {
+        if (!pair.subject.empty() && !pair.reference.empty()) {
             PrintPair(pair, bJson);
         }
     }

@@ -8,6 +8,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <fstream>
 #include <memory>
 #include <string>
 
@@ -18,6 +20,9 @@
 namespace {
 
 constexpr size_t BLOCK_SIZE = 64 * 1024;
+
+// Chosen before a row can force another.
+const utils::DigestPath FASTEST = utils::DigestPathInUse();
 
 const TestDir& Directory() {
     static const TestDir s_dir(false);
@@ -121,6 +126,65 @@ bool ComparePath(utils::DigestPath ePath, double dSmallTarget, double dTarget) {
            CompareSize(ePath, "16 MiB", 16 * 1024 * 1024, dTarget) &&
            CompareSize(ePath, "100 MiB", 100 * 1024 * 1024, dTarget);
 }
+
+constexpr size_t KIB = 1024;
+constexpr size_t MIB = 1024 * KIB;
+constexpr size_t GIB = 1024 * MIB;
+
+// A file of holes: it takes no memory where the files lie in memory.
+std::string SparseOf(size_t nBytes) {
+    const std::string strFile = Directory().WriteFile("sparse" + std::to_string(nBytes), "");
+    return truncate(strFile.c_str(), static_cast<off_t>(nBytes)) == 0 ? strFile : "";
+}
+
+Comparison::Side Hash(size_t nBytes, size_t nFiles) {
+    return [=](benchmark::State& state) {
+        utils::SetDigestPath(FASTEST);
+        const std::string strFile = SparseOf(nBytes);
+        std::string strMd5;
+        std::string strSha1;
+        for (auto _ : state) {
+            for (size_t i = 0; i < nFiles; ++i) {
+                if (!utils::getMD5AndSHA1(strFile, strMd5, strSha1)) {
+                    state.SkipWithError("not hashed");
+                }
+            }
+        }
+    };
+}
+
+// The most memory that the process had at any time of one call.
+Comparison::Side Peak(size_t nBytes) {
+    return [=](benchmark::State& state) {
+        utils::SetDigestPath(FASTEST);
+        const std::string strFile = SparseOf(nBytes);
+        std::string strMd5;
+        std::string strSha1;
+        for (auto _ : state) {
+            std::ofstream("/proc/self/clear_refs") << "5";  // the peak begins anew
+            benchmark::DoNotOptimize(utils::getMD5AndSHA1(strFile, strMd5, strSha1));
+            std::ifstream status("/proc/self/status");
+            std::string strWord;
+            while (status >> strWord && strWord != "VmHWM:") {
+            }
+            double dKib = 0;
+            status >> dKib;
+            state.counters["bytes"] = dKib * KIB;
+        }
+    };
+}
+
+bool Growth(const std::string& strName, size_t nBytes, double dTarget) {
+    return Compare({"both digests, per MiB: files of " + strName + " : 1 MiB", dTarget,
+                    Hash(nBytes, std::max(MIB / nBytes, size_t{1})),
+                    Hash(MIB, std::max(nBytes / MIB, size_t{1})),
+                    static_cast<int64_t>(std::max(nBytes / MIB, size_t{1})), nBytes < GIB ? 0 : 5});
+}
+
+const bool GROWTH =
+    Growth("1 KiB", KIB, 0) && Growth("64 KiB", 64 * KIB, 0) && Growth("64 MiB", 64 * MIB, 1.05) &&
+    Growth("1 GiB", GIB, 1.05) &&
+    Compare({"memory of both digests, 1 GiB : 1 KiB", 1.05, Peak(GIB), Peak(KIB), 1, 3});
 
 const bool REGISTERED = ComparePath(utils::DIGEST_PATH_SHA, 1.25, 1.30) &&
                         ComparePath(utils::DIGEST_PATH_AVX2, 1.25, 1.30) &&

@@ -6,14 +6,17 @@
 #include <malloc.h>
 
 #include <filesystem>
+#include <functional>
 #include <list>
 #include <map>
 #include <memory>
 #include <string>
+#include <thread>
+#include <vector>
 
-#include "bench/support/BareSqlite.h"
 #include "bench/support/Ratios.h"
 #include "framework/base/Base64Util.h"
+#include "tests/support/BareSqlite.h"
 #include "tests/support/TestDir.h"
 
 namespace {
@@ -183,28 +186,88 @@ bool AgainstBare(const std::string& strName, double dTarget, const Comparison::S
     return Compare({strName, dTarget, subject, reference, BATCH});
 }
 
+// Each size in its own right, and once with the Base64 that the store is for made there too.
+bool AgainstBareOf(const std::string& strSize, size_t nBytes, double dPushTarget,
+                   double dDrainTarget) {
+    return AgainstBare("push " + strSize + " : the same statements", dPushTarget,
+                       Push("store", FEW, nBytes, PUSH), Push("bare", FEW, nBytes, PUSH_BARE)) &&
+           AgainstBare("push " + strSize + " : the same, Base64 and text made there too",
+                       dPushTarget, Push("store", FEW, nBytes, PUSH),
+                       Push("bare", FEW, nBytes, PUSH_BARE_BUILDING)) &&
+           AgainstBare("fetch+remove " + strSize + " : the same statements", dDrainTarget,
+                       Drain("store", FEW, nBytes, DRAIN),
+                       Drain("bare", FEW, nBytes, DRAIN_BARE)) &&
+           AgainstBare("fetch+remove " + strSize + " : the same, Base64 undone there too",
+                       dDrainTarget, Drain("store", FEW, nBytes, DRAIN),
+                       Drain("bare", FEW, nBytes, DRAIN_BARE_DECODING));
+}
+
+bool Growth(const std::string& strRows, int nRows) {
+    return AgainstBare("push, " + strRows + " rows : 10 rows", 1.05,
+                       Push("store", nRows, SMALL_BYTES, PUSH),
+                       Push("store", FEW, SMALL_BYTES, PUSH)) &&
+           AgainstBare("fetch+remove, " + strRows + " rows : 10 rows", 1.05,
+                       Drain("store", nRows, SMALL_BYTES, DRAIN),
+                       Drain("store", FEW, SMALL_BYTES, DRAIN));
+}
+
+constexpr int TURNS = 400;  // operations of a side with threads
+
+// Pushes nEach messages on each of nThreads threads while this one drains nDrained, oldest first.
+void PushTogether(Queue& queue, int nThreads, int nEach, int nDrained) {
+    std::vector<std::thread> threads;
+    for (int i = 0; i < nThreads; ++i) {
+        threads.emplace_back([&queue, nEach] {
+            for (int n = 0; n < nEach; ++n) {
+                queue.PushByStore();
+            }
+        });
+    }
+    for (int n = 0; n < nDrained; ++n) {
+        queue.FetchAndRemoveByStore();
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+}
+
+Comparison::Side Together(int nThreads, int nEach, int nDrained) {
+    return [=](benchmark::State& state) {
+        Queue& queue = QueueOf("together", FEW, MESSAGE_BYTES);
+        for (auto _ : state) {
+            state.PauseTiming();
+            queue.AddNewest(nDrained);
+            state.ResumeTiming();
+            PushTogether(queue, nThreads, nEach, nDrained);
+            state.PauseTiming();
+            queue.DropNewest(nThreads * nEach);
+            state.ResumeTiming();
+        }
+    };
+}
+
 const bool REGISTERED =
-    AgainstBare("push 5 KB : the same statements", 1.05, Push("store", FEW, MESSAGE_BYTES, PUSH),
-                Push("bare", FEW, MESSAGE_BYTES, PUSH_BARE)) &&
-    AgainstBare("push 5 KB : the same, Base64 and text made there too", 1.05,
-                Push("store", FEW, MESSAGE_BYTES, PUSH),
-                Push("bare", FEW, MESSAGE_BYTES, PUSH_BARE_BUILDING)) &&
-    AgainstBare("fetch+remove 5 KB : the same statements", 1.05,
-                Drain("store", FEW, MESSAGE_BYTES, DRAIN),
-                Drain("bare", FEW, MESSAGE_BYTES, DRAIN_BARE)) &&
-    AgainstBare("fetch+remove 5 KB : the same, Base64 undone there too", 1.05,
-                Drain("store", FEW, MESSAGE_BYTES, DRAIN),
-                Drain("bare", FEW, MESSAGE_BYTES, DRAIN_BARE_DECODING)) &&
-    AgainstBare("push, 1,000,000 rows : 10 rows", 1.05, Push("store", MANY, SMALL_BYTES, PUSH),
-                Push("store", FEW, SMALL_BYTES, PUSH)) &&
-    AgainstBare("fetch+remove, 1,000,000 rows : 10 rows", 1.05,
-                Drain("store", MANY, SMALL_BYTES, DRAIN),
-                Drain("store", FEW, SMALL_BYTES, DRAIN)) &&
-    AgainstBare("the same of bare SQLite: push", 0, Push("bare", MANY, SMALL_BYTES, PUSH_BARE),
+    AgainstBareOf("500 B", 500, 1.02, 1.03) && AgainstBareOf("5 KB", MESSAGE_BYTES, 1.05, 1.06) &&
+    AgainstBareOf("50 KB", 50000, 1.10, 1.12) && Growth("1,000", 1000) &&
+    Growth("100,000", 100000) && Growth("1,000,000", MANY) &&
+    AgainstBare("bare SQLite: push, 1,000,000 rows : 10 rows", 0,
+                Push("bare", MANY, SMALL_BYTES, PUSH_BARE),
                 Push("bare", FEW, SMALL_BYTES, PUSH_BARE)) &&
-    AgainstBare("the same of bare SQLite: fetch+remove", 0,
+    AgainstBare("bare SQLite: fetch+remove, 1,000,000 rows : 10 rows", 0,
                 Drain("bare", MANY, SMALL_BYTES, DRAIN_BARE),
                 Drain("bare", FEW, SMALL_BYTES, DRAIN_BARE)) &&
-    Compare({"memory of the store, 1,000,000 rows : 10 rows", 1.05, Memory(MANY), Memory(FEW)});
+    Compare({"memory of the store, 1,000,000 rows : 10 rows", 1.05, Memory(MANY), Memory(FEW)}) &&
+    Compare({"wall time per push: two threads push : one pushes all", 0, Together(2, TURNS / 2, 0),
+             Together(1, TURNS, 0), TURNS, 0, true}) &&
+    Compare({"wall time: a push beside a drain : one after the other", 0,
+             Together(1, TURNS / 2, TURNS / 2),
+             [](benchmark::State& state) {
+                 Queue& queue = QueueOf("together", FEW, MESSAGE_BYTES);
+                 for (auto _ : state) {
+                     PushTogether(queue, 1, TURNS / 2, 0);
+                     PushTogether(queue, 0, 0, TURNS / 2);
+                 }
+             },
+             TURNS, 0, true});
 
 }  // namespace
