@@ -8,6 +8,8 @@
 struct Options {
     long nKills = 400;
     uint32_t nSeed = 1;
+    long nStep = 7;
+    long nFirst = 1;
 };
 
 extern Options g_options;

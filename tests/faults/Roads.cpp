@@ -313,6 +313,7 @@ int RoadPlace::InChild(const std::function<int()>& work) const {
         (void)alarm(60);
         const int nNull = open("/dev/null", O_WRONLY | O_CLOEXEC);
         (void)dup2(nNull, STDOUT_FILENO);
+        (void)dup2(nNull, STDERR_FILENO);
         int nCode = 99;
         try {
             nCode = work();
@@ -325,8 +326,14 @@ int RoadPlace::InChild(const std::function<int()>& work) const {
     return nStatus;
 }
 
-std::vector<std::string> RoadPlace::Broken(int nRepeats) const {
+std::vector<std::string> RoadPlace::Broken(int nRepeats, bool bAnalysed) const {
     std::vector<std::string> broken;
+    if (bAnalysed) {
+        OtherConnection queue(QUEUE_FILE);
+        CheckIntegrity(queue, "queue", broken);
+        CheckCache(*m_pPromises, broken);
+        return broken;
+    }
     CheckQueue(*m_pPromises, nRepeats, broken);
     CheckCache(*m_pPromises, broken);
     return broken;

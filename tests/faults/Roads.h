@@ -47,8 +47,9 @@ public:
     int InChild(const std::function<int()>& work) const;
 
     // What does not hold in the files and promises, one line each; none when all does. A kill
-    // allows nRepeats messages to be handed over once more.
-    std::vector<std::string> Broken(int nRepeats) const;
+    // allows nRepeats messages to be handed over once more, a negative number any. Where the
+    // module's own analysers took the messages, bAnalysed, those are not looked for.
+    std::vector<std::string> Broken(int nRepeats, bool bAnalysed = false) const;
 
 private:
     std::string m_strDir;

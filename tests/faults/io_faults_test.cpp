@@ -53,7 +53,8 @@ TEST_P(IoFaultsTest, NothingAcknowledgedIsLostAndNothingEnds) {
     RoadPlace place;
     int nStatus = EXIT_STRUCK << 8;
 
-    for (plan.nAt = 1; WIFEXITED(nStatus) && WEXITSTATUS(nStatus) == EXIT_STRUCK; ++plan.nAt) {
+    for (plan.nAt = g_options.nFirst; WIFEXITED(nStatus) && WEXITSTATUS(nStatus) == EXIT_STRUCK;
+         ++plan.nAt) {
         place.Reset();
         nStatus = place.InChild([&] { return RunUnder(plan, road, place.Shared()); });
 

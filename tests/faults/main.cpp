@@ -15,6 +15,10 @@ int main(int nArguments, char** ppszArguments) {
             g_options.nKills = atol(ppszArguments[i] + 8);
         } else if (strncmp(ppszArguments[i], "--seed=", 7) == 0) {
             g_options.nSeed = static_cast<uint32_t>(atol(ppszArguments[i] + 7));
+        } else if (strncmp(ppszArguments[i], "--first=", 8) == 0) {
+            g_options.nFirst = atol(ppszArguments[i] + 8);
+        } else if (strncmp(ppszArguments[i], "--step=", 7) == 0) {
+            g_options.nStep = atol(ppszArguments[i] + 7);
         } else {
             return 2;
         }

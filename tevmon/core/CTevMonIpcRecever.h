@@ -23,6 +23,10 @@ public:
     int64_t ReceiveCallback(const Guid* pSender, int64_t nMsgType, const void* pData,
                             uint32_t nLength, void* pReplyHandle, int64_t nExtra) override;
 
+    // [exit] Deletes the handlers. The gate of calls is shut by then, or no router knows of this
+    // object: no call looks at them any more.
+    void DropHandlers() { m_handlers.clear(); }
+
 protected:
     // [construction] Takes a handler over under the type it names; one whose type is taken is
     // deleted and the first one stays.

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cstdlib>
 #include <new>
 
 #include "framework/abi/MsgTypes.h"
@@ -28,7 +29,10 @@ constexpr int LINE_STOP = 64;
 
 constexpr int TEARDOWN_WAIT_MS = 2000;  // for host threads that are still inside at exit
 
+// In the library itself: it comes and goes with it, load after load, and is never freed.
+alignas(CTevMonPlugin) unsigned char s_place[sizeof(CTevMonPlugin)];
 CTevMonPlugin* s_pPlugin = nullptr;
+bool s_bEnded = false;
 std::atomic<pid_t> s_nProcess{0};     // the one that has the threads
 std::atomic<bool> s_bStarted{false};  // once is enough: there may be threads to stop
 
@@ -133,10 +137,23 @@ bool CTevMonPlugin::TearDown() {
     return CTevCallGate::Shut(TEARDOWN_WAIT_MS) && bStopped;
 }
 
+void CTevMonPlugin::End() {
+    CTevMonPlugin* pPlugin = s_pPlugin;
+    if (pPlugin == nullptr || !utils::SingletonTeardown::MayDestroy()) {
+        return;
+    }
+    s_bEnded = true;
+    s_pPlugin = nullptr;
+    // The rest of the receiver stays: the host's router may call it up to the end of the process.
+    pPlugin->m_recever.DropHandlers();
+    pPlugin->m_timer.~CTevMonTimer();
+}
+
 IPluginProxy* GetPluginInstance() {
-    if (s_pPlugin == nullptr) {
+    if (s_pPlugin == nullptr && !s_bEnded) {
         try {
-            s_pPlugin = new (std::nothrow) CTevMonPlugin;
+            s_pPlugin = new (s_place) CTevMonPlugin;
+            (void)std::atexit(&CTevMonPlugin::End);  // a refusal costs what its members hold
         } catch (...) {  // out of memory further in; the next call tries again
         }
     }

@@ -4,7 +4,8 @@
 // Threads: [control] the host's calls, one at a time; zkp_stop may also come from another thread
 //   while the process exits.
 // Errors: no operation reports a failure to the host; what failed stands in the log.
-// Ownership: one object per process, made by GetPluginInstance and never freed.
+// Ownership: one object per process, made by GetPluginInstance in a place of the library's own and
+//   never freed; what its members hold goes when the library is unloaded or the process exits.
 #ifndef TEVMON_CORE_CTEVMONPLUGIN_H
 #define TEVMON_CORE_CTEVMONPLUGIN_H
 
@@ -24,6 +25,9 @@ public:
     // Task timer, message channel, verdict cache; waits for the analysis in hand.
     int32_t zkp_stop() override;
 
+    // [exit, after the singletons] Lets go of what the members hold, unless something still runs.
+    static void End();
+
 private:
     // Stops the three threads and lets the library go when none is left. True when none is.
     bool StopThreads();
@@ -35,7 +39,8 @@ private:
     CTevMonTimer m_timer;  // after the receiver, so it is destroyed first
 };
 
-// [control] The plug-in object, made at the first call; null when memory ran out. Takes no lock.
+// [control] The plug-in object, made at the first call; null when memory ran out and after its
+// end. Takes no lock.
 IPluginProxy* GetPluginInstance();
 
 #endif

@@ -1,0 +1,143 @@
+// Loading, starting, stopping and ending, over and over and at the wrong moment.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <iostream>
+#include <random>
+#include <thread>
+#include <vector>
+
+#include "tests/stress/Module.h"
+#include "tests/stress/Options.h"
+#include "tests/support/Event.h"
+#include "tests/support/TestDir.h"
+#include "tests/support/Threads.h"
+
+namespace {
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr long GROWTH_KILOBYTES = 512 * 1024;  // sanitizers keep freed memory on purpose
+#else
+constexpr long GROWTH_KILOBYTES = 1024;
+#endif
+
+void FireFrom4Threads(CountingRouter& router) {
+    static std::atomic<long> nKeys{0};  // a known key costs 300 attempts
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([&router, i] {
+            router.Deliver(TYPE_EVENT, EventBody("/nowhere/" + std::to_string(i)));
+            router.Deliver(TYPE_VERDICT, VerdictBody("key" + std::to_string(++nKeys)));
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+}
+
+void OneLife(CountingRouter& router) {
+    Module module(router);
+    module.Start();
+    FireFrom4Threads(router);
+}
+
+class LifeTest : public testing::Test {
+protected:
+    const TestDir m_dir;
+    CountingRouter m_router;
+};
+
+}  // namespace
+
+TEST_F(LifeTest, WholeLivesLeaveNeitherMemoryNorDescriptorsBehind) {
+#ifdef __SANITIZE_THREAD__
+    GTEST_SKIP() << "the race detector runs a library's atexit routines too late to unload it";
+#endif
+    const long nWarm = g_options.nLoads / 10 + 20;
+    for (long i = 0; i < nWarm; ++i) {
+        OneLife(m_router);
+    }
+    const size_t nDescriptors = DescriptorCount();
+    const long nBefore = ResidentKilobytes();
+
+    for (long i = 0; i < g_options.nLoads; ++i) {
+        OneLife(m_router);
+    }
+
+    const long nGrowth = ResidentKilobytes() - nBefore;
+    std::cout << "loads: " << g_options.nLoads << ", growth " << nGrowth << " KiB\n";
+    EXPECT_LT(nGrowth, GROWTH_KILOBYTES);
+    EXPECT_EQ(nDescriptors, DescriptorCount());
+}
+
+TEST_F(LifeTest, StartsAndStopsWithRandomGapsNeverHang) {
+    Module module(m_router);
+    std::mt19937 random(static_cast<uint32_t>(g_options.nSeed));
+    const Event never;
+    auto longest = std::chrono::nanoseconds(0);
+
+    for (long i = 0; i < g_options.nStarts; ++i) {
+        module.Start();
+        (void)never.WaitFor(std::chrono::milliseconds(random() % 11));
+        const auto begin = std::chrono::steady_clock::now();
+        module.Stop();
+        longest =
+            std::max<std::chrono::nanoseconds>(longest, std::chrono::steady_clock::now() - begin);
+    }
+
+    std::cout << "starts: " << g_options.nStarts << ", longest stop "
+              << std::chrono::duration_cast<std::chrono::milliseconds>(longest).count() << " ms\n";
+    EXPECT_LT(longest, std::chrono::seconds(10));
+}
+
+TEST_F(LifeTest, AProcessThatExitsWithoutStopWhileThreadsFireEndsNormally) {
+    for (long i = 0; i < g_options.nLoads / 10; ++i) {
+        const int nStatus = StatusOfChild([this] {
+            static CountingRouter router;
+            static auto* pModule = new Module(router);  // never unloaded
+            const QuickWaits waits;
+            pModule->Start();
+            for (int nThread = 0; nThread < 4; ++nThread) {
+                std::thread([] {
+                    for (;;) {
+                        router.Deliver(TYPE_EVENT, EventBody("/nowhere"));
+                    }
+                }).detach();
+            }
+            std::mt19937 random(static_cast<uint32_t>(getpid()));
+            (void)Event().WaitFor(std::chrono::milliseconds(random() % 20));
+            return 0;
+        });
+        ASSERT_EQ(0, nStatus) << "child " << i;
+    }
+}
+
+TEST_F(LifeTest, FirstUsesFromEightThreadsAtOnceMakeOneOfEverything) {
+    for (long i = 0; i < g_options.nLoads / 10; ++i) {
+        const int nStatus = StatusOfChild([] {
+            CountingRouter router;
+            Module module(router);
+            std::atomic<int> nReady{0};
+            std::vector<std::thread> threads;
+            for (int nThread = 0; nThread < 8; ++nThread) {
+                threads.emplace_back([&, nThread] {
+                    ++nReady;
+                    while (nReady < 8) {
+                    }
+                    if (nThread % 2 == 0) {
+                        router.Deliver(TYPE_EVENT, EventBody("/nowhere"));
+                    } else {
+                        router.Deliver(TYPE_VERDICT, VerdictBody("k" + std::to_string(nThread)));
+                    }
+                });
+            }
+            for (std::thread& thread : threads) {
+                thread.join();
+            }
+            return testing::Test::HasFailure() ? 1 : 0;
+        });
+        ASSERT_EQ(0, nStatus) << "child " << i;
+    }
+}

@@ -1,0 +1,308 @@
+// Many threads, many messages, a full disk, a lock of somebody else's, nobody who reads.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <signal.h>
+#include <sys/mount.h>
+
+#include <algorithm>
+#include <cctype>
+#include <chrono>
+#include <iostream>
+#include <thread>
+#include <vector>
+
+#include "framework/base/Base64Util.h"
+#include "tests/stress/Module.h"
+#include "tests/stress/Options.h"
+#include "tests/support/Event.h"
+#include "tests/support/StdoutCapture.h"
+#include "tests/support/TestDir.h"
+#include "tests/support/trace/OtherConnection.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+double SecondsSince(Clock::time_point begin) {
+    return std::chrono::duration<double>(Clock::now() - begin).count();
+}
+
+struct Sent {
+    long nThread;
+    long nNumber;
+};
+
+// From the path in a message of the burst.
+Sent SentOf(const std::string& strBody) {
+    const std::string strPath = strBody.substr(strBody.find("\"path\":\"/") + 9);
+    const size_t nSecond = strPath.find('/');
+    return {std::stol(strPath), std::stol(strPath.substr(nSecond + 1))};
+}
+
+class LoadTest : public testing::Test {
+protected:
+    long Number(const char* pszFile, const char* pszQuery) {
+        std::string strNumber;
+        (void)Eventually([&] {  // the module may hold its lock just now
+            strNumber = OtherConnection(m_dir.Database(pszFile)).Rows(pszQuery).front();
+            return isdigit(strNumber.front()) != 0;
+        });
+        return std::stol(strNumber);
+    }
+    long Queued() { return Number("tevchennaldb.db", "select count(*) from msgchennal"); }
+    bool DrainsWithin(long nSeconds) {
+        const auto begin = Clock::now();
+        while (Queued() > 0) {
+            if (SecondsSince(begin) > static_cast<double>(nSeconds)) {
+                return false;
+            }
+            (void)Event().WaitFor(std::chrono::milliseconds(20));
+        }
+        return true;
+    }
+
+    const TestDir m_dir;
+    CountingRouter m_router;
+};
+
+}  // namespace
+
+TEST_F(LoadTest, EightThreadsAgainstDrainVerdictsAndExpiryLeaveAnEmptyQueue) {
+    const StdoutCapture capture;
+    const QuickWaits waits;
+    const std::string strProgram = m_dir.WriteFile("program", "a program");
+    Module module(m_router);
+    module.Start();
+    const auto end = Clock::now() + std::chrono::seconds(g_options.nSeconds);
+    std::vector<std::thread> threads;
+    std::atomic<long> nDelivered{0};
+
+    for (int nThread = 0; nThread < 8; ++nThread) {
+        threads.emplace_back([&, nThread] {
+            for (int i = 0; Clock::now() < end; ++i) {
+                if (nThread < 2) {
+                    m_router.Deliver(TYPE_VERDICT, VerdictBody(std::to_string(nThread) + "k" +
+                                                               std::to_string(i)));
+                } else if (nDelivered - m_router.nPosts < 1000) {
+                    m_router.Deliver(TYPE_EVENT, EventBody("/nowhere"));
+                    m_router.Deliver(TYPE_EVENT, EventBody(strProgram));  // leads to one query
+                    ++nDelivered;
+                } else {
+                    (void)Event().WaitFor(std::chrono::milliseconds(1));
+                }
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+
+    EXPECT_TRUE(DrainsWithin(120));
+    EXPECT_GE(m_router.nPosts, nDelivered);
+    EXPECT_GT(nDelivered, 100);
+    EXPECT_GT(Number("tevcloudcacho.db", "select count(*) from cachotable"), 100);
+}
+
+TEST_F(LoadTest, ALockHeldByAnotherProcessCostsFiveAttemptsAndIsPrinted) {
+    Module module(m_router);
+    m_router.Deliver(TYPE_EVENT, EventBody("/before"));
+    int ends[2];
+    ASSERT_EQ(0, pipe2(ends, O_CLOEXEC));
+    const pid_t nOther = fork();
+    if (nOther == 0) {
+        OtherConnection other(m_dir.Database("tevchennaldb.db"));
+        const char cLocked = other.LockAll() ? 'y' : 'n';
+        (void)!write(ends[1], &cLocked, 1);
+        (void)alarm(60);
+        for (;;) {
+            (void)pause();
+        }
+    }
+    char cLocked = 'n';
+    ASSERT_EQ(1, read(ends[0], &cLocked, 1));
+    ASSERT_EQ('y', cLocked);
+    std::vector<double> calls;
+
+    std::string strPrinted;
+    {
+        const StdoutCapture capture;
+        const auto begin = Clock::now();
+        for (int i = 0; i < 1000; ++i) {
+            const auto call = Clock::now();
+            m_router.Deliver(TYPE_EVENT, EventBody("/nowhere"));
+            calls.push_back(SecondsSince(call));
+            (void)Event().WaitFor(std::chrono::duration_cast<std::chrono::milliseconds>(
+                begin + std::chrono::milliseconds(i) - Clock::now()));
+        }
+        strPrinted = capture.Text();
+    }
+
+    (void)kill(nOther, SIGKILL);
+    int nStatus = 0;
+    (void)waitpid(nOther, &nStatus, 0);
+    (void)close(ends[0]);
+    (void)close(ends[1]);
+    EXPECT_EQ(5000, std::count(strPrinted.begin(), strPrinted.end(), '\n'));
+    EXPECT_EQ(1, Queued());
+    std::sort(calls.begin(), calls.end());
+    std::cout << "calls: median " << calls[500] * 1e6 << " us, 99 of 100 below " << calls[989] * 1e6
+              << " us, longest " << calls[999] * 1e6 << " us\n";
+    EXPECT_LT(calls[500], 0.005);
+    m_router.Deliver(TYPE_EVENT, EventBody("/after"));
+    EXPECT_EQ(2, Queued());
+}
+
+TEST_F(LoadTest, AFullDiskLosesWhatIsNotAcknowledgedAndTheQueueWorksOnWhenThereIsRoom) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "a small file system can be mounted by root only";
+    }
+    const std::string strDB = m_dir.Path() + "/data/db";
+    const int nStatus = StatusOfChild([&] {
+        if (unshare(CLONE_NEWNS) != 0 || mount("", "/", "", MS_REC | MS_PRIVATE, "") != 0 ||
+            mount("none", strDB.c_str(), "tmpfs", 0, "size=512k") != 0) {
+            return 77;
+        }
+        std::string strPrinted;
+        m_dir.WriteFile("data/db/ballast", std::string(100 * 1024, 'b'));
+        Module module(m_router);
+        {
+            const StdoutCapture capture;
+            for (int i = 0; i < 1000; ++i) {
+                m_router.Deliver(TYPE_EVENT, EventBody("/nowhere/" + std::to_string(i), 1000));
+            }
+            strPrinted = capture.Text();
+        }
+        const long nQueued = Queued();
+        const long nErrors = std::count(strPrinted.begin(), strPrinted.end(), '\n');
+        EXPECT_GT(nQueued, 50);
+        EXPECT_EQ(1000, nQueued + nErrors);
+        (void)unlink((strDB + "/ballast").c_str());
+        m_router.Deliver(TYPE_EVENT, EventBody("/later"));
+        EXPECT_EQ(nQueued + 1, Queued());
+        EXPECT_EQ(std::vector<std::string>{"ok"},
+                  OtherConnection(strDB + "/tevchennaldb.db").Rows("pragma integrity_check"));
+        return testing::Test::HasFailure() ? 1 : 0;
+    });
+
+    if (nStatus == 77 << 8) {
+        GTEST_SKIP() << "this machine lets nobody mount";
+    }
+    EXPECT_EQ(0, nStatus);
+}
+
+TEST_F(LoadTest, NobodyReadsStandardOutputAndTheStoreIsFreeAllTheSame) {
+    int ends[2];
+    ASSERT_EQ(0, pipe2(ends, O_CLOEXEC));
+    Module module(m_router);
+    m_router.Deliver(TYPE_VERDICT, VerdictBody("known"));
+    const int nStdout = dup(STDOUT_FILENO);
+    (void)dup2(ends[1], STDOUT_FILENO);
+    std::atomic<bool> bEnd{false};
+    std::thread repeats([&] {
+        while (!bEnd) {
+            m_router.Deliver(TYPE_VERDICT, VerdictBody("known"));
+        }
+    });
+
+    double longest = 0;
+    for (int i = 0; i < 200; ++i) {
+        const auto begin = Clock::now();
+        m_router.Deliver(TYPE_VERDICT, VerdictBody("new" + std::to_string(i)));
+        longest = std::max(longest, SecondsSince(begin));
+    }
+    (void)close(ends[0]);  // and now nobody is there at all: a write would raise SIGPIPE
+    m_router.Deliver(TYPE_VERDICT, VerdictBody("known"));
+    bEnd = true;
+    repeats.join();
+
+    (void)dup2(nStdout, STDOUT_FILENO);
+    (void)close(nStdout);
+    (void)close(ends[1]);
+    EXPECT_EQ(201, Number("tevcloudcacho.db", "select count(*) from cachotable"));
+    std::cout << "longest recording " << longest * 1000 << " ms\n";
+    EXPECT_LT(longest, 2.0);
+}
+
+TEST_F(LoadTest, ABacklogCostsNoMemoryAndEachMessageTheSame) {
+    const std::string strBody = EventBody("/nowhere");
+    const QuickWaits waits;
+    const long nFirst = 1000;
+    const long nRest = g_options.nBacklog - nFirst;
+    Module module(m_router);
+    m_router.Deliver(TYPE_EVENT, strBody);
+    const long nBefore = ResidentKilobytes();
+
+    auto begin = Clock::now();
+    for (long i = 0; i < nFirst; ++i) {
+        m_router.Deliver(TYPE_EVENT, strBody);
+    }
+    const double first = SecondsSince(begin) / static_cast<double>(nFirst);
+    for (long i = 0; i < nRest - nFirst; ++i) {
+        m_router.Deliver(TYPE_EVENT, strBody);
+    }
+    begin = Clock::now();
+    for (long i = 0; i < nFirst; ++i) {
+        m_router.Deliver(TYPE_EVENT, strBody);
+    }
+    const double last = SecondsSince(begin) / static_cast<double>(nFirst);
+    const long nGrowth = ResidentKilobytes() - nBefore;
+    const long nQueued = Queued();
+    begin = Clock::now();
+    module.Start();
+    const bool bDrained = DrainsWithin(3600);
+    const double drain = SecondsSince(begin) / static_cast<double>(nQueued);
+
+    std::cout << "backlog: " << nQueued << ", push " << first * 1e6 << " us at the start, "
+              << last * 1e6 << " us at the end, drain " << drain * 1e6 << " us, memory +" << nGrowth
+              << " KiB\n";
+    EXPECT_TRUE(bDrained);
+    EXPECT_EQ(g_options.nBacklog + 1, nQueued);
+    EXPECT_LT(last, first * 3);  // the figure itself is for a machine that is otherwise idle
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+    EXPECT_LT(nGrowth, 16 * 1024);
+#endif
+}
+
+TEST_F(LoadTest, ABurstOfFourThreadsLosesNothingAndKeepsEachThreadsOrder) {
+    const long nEach = g_options.nBurst / 4;
+    Module module(m_router);
+    std::vector<std::thread> threads;
+
+    auto begin = Clock::now();
+    for (int nThread = 0; nThread < 4; ++nThread) {
+        threads.emplace_back([&, nThread] {
+            for (long i = 0; i < nEach; ++i) {
+                m_router.Deliver(
+                    TYPE_EVENT,
+                    EventBody("/" + std::to_string(nThread) + "/" + std::to_string(i), 4000));
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    const double ours = SecondsSince(begin);
+
+    const auto rows = OtherConnection(m_dir.Database("tevchennaldb.db"))
+                          .Rows("select length(detail),detail from msgchennal order by id");
+    ASSERT_EQ(static_cast<size_t>(4 * nEach), rows.size());
+    OtherConnection bare(m_dir.Database("bare.db"));
+    ASSERT_EQ(0, bare.Exec("pragma synchronous = off; create table msgchennal( id INTEGER PRIMARY "
+                           "KEY autoincrement , createtime TEXT, detail TEXT, mid INTEGER)"));
+    long next[4] = {};
+    begin = Clock::now();
+    for (const std::string& strRow : rows) {
+        const std::string strDetail = strRow.substr(strRow.find('|') + 1);
+        const Sent sent = SentOf(Base64Util::Base64Decode(strDetail));
+        EXPECT_EQ(next[sent.nThread & 3]++, sent.nNumber);
+        EXPECT_EQ(0, bare.Exec("begin transaction"));
+        EXPECT_EQ(0, bare.Exec("insert into msgchennal(createtime,detail,mid) values('1','" +
+                               strDetail + "',5)"));
+        EXPECT_EQ(0, bare.Exec("commit transaction"));
+    }
+    const double theirs = SecondsSince(begin);
+    std::cout << "burst: " << rows.size() << " in " << ours << " s, bare SQLite " << theirs
+              << " s, ratio " << theirs / ours << "\n";
+    EXPECT_LT(ours, theirs * 10);
+}
