@@ -15,7 +15,7 @@ constexpr char CREATE_TABLE[] =
     "mid INTEGER)";
 
 std::string FetchStatement(int nCount) {
-    return CStr::stdformat("select * from msgchennal limit 0,%d", nCount);
+    return "select * from msgchennal limit 0," + std::to_string(nCount);
 }
 
 void ReadRows(CppSQLite3DB& db, const std::string& strStatement,
@@ -48,9 +48,13 @@ int CTevChennalDB::Insert(const ChennalRecord& record) {
         std::string strStatement;
         strStatement.reserve(m_strInsertPrefix.size() + record.detail.size() / 3 * 4 + 64);
         strStatement += m_strInsertPrefix;
-        strStatement += "('" + std::to_string(record.createtime) + "','";
+        strStatement += "('";
+        strStatement += std::to_string(record.createtime);
+        strStatement += "','";
         Base64Util::Base64Append(strStatement, record.detail);
-        strStatement += "'," + std::to_string(record.mid) + ")";
+        strStatement += "',";
+        strStatement += std::to_string(record.mid);
+        strStatement += ')';
         return strStatement;
     });
 }
@@ -90,7 +94,7 @@ int CTevChennalDB::Remove(int64_t nId) {
     const CCall call(*this);
     return Change([&] {
         // Cut to 32 bits: this width is relied on.
-        return CStr::stdformat("delete from msgchennal where id = %d", static_cast<int32_t>(nId));
+        return "delete from msgchennal where id = " + std::to_string(static_cast<int32_t>(nId));
     });
 }
 
