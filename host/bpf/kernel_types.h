@@ -42,10 +42,12 @@ struct dentry {
 struct vfsmount {
     struct dentry* mnt_root;
 };
+struct mnt_namespace;
 struct mount {
     struct mount* mnt_parent;
     struct dentry* mnt_mountpoint;
     struct vfsmount mnt;
+    struct mnt_namespace* mnt_ns;
 };
 struct path {
     struct vfsmount* mnt;

@@ -120,6 +120,12 @@ static __always_inline void read_file(struct scratch* s, struct file* file) {
     s->record.path_length = walk(s, &file->f_path);
 }
 
+/* A mount of another namespace than the task's, or of none: its path leads elsewhere here. */
+static __always_inline int is_foreign(struct task_struct* task, struct vfsmount* vfsmount) {
+    struct mount* mount = (void*)vfsmount - bpf_core_field_offset(struct mount, mnt);
+    return BPF_CORE_READ(mount, mnt_ns) != BPF_CORE_READ(task, nsproxy, mnt_ns);
+}
+
 static __always_inline void read_names(struct scratch* s, struct task_struct* task,
                                        struct linux_binprm* binprm) {
     const char* filename = BPF_CORE_READ(binprm, filename);
@@ -133,6 +139,9 @@ static __always_inline void read_names(struct scratch* s, struct task_struct* ta
     }
     struct fs_struct* fs = BPF_CORE_READ(task, fs);
     s->record.cwd_length = relative ? walk(s, &fs->pwd) : 0;
+    if (relative && is_foreign(task, BPF_CORE_READ(fs, pwd.mnt))) {
+        s->record.flags |= LAUNCH_PATH_CUT;
+    }
     s->record.root_length = walk(s, &fs->root);
 }
 

@@ -10,7 +10,8 @@ enum { LAUNCH_EXEC = 1, LAUNCH_FORK = 2, LAUNCH_EXIT = 3 };
 enum {
     LAUNCH_ARGS_CUT = 1,        /* more arguments than LAUNCH_ARGS_MOST bytes */
     LAUNCH_ARGS_UNREADABLE = 2, /* the arguments could not be read; none follow */
-    LAUNCH_PATH_CUT = 4,        /* path, directory or root is incomplete */
+    LAUNCH_PATH_CUT = 4,        /* path, directory or root is incomplete, or the directory is one of
+                                   another mount namespace */
     LAUNCH_UNLINKED = 8         /* the file has no name any more, or never had one */
 };
 

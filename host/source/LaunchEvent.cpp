@@ -67,6 +67,7 @@ bool DecodeExec(const launch_record& head, Texts texts, LaunchEvent& event) {
     event.nMagic = head.fs_magic;
     event.bArgsCut = (head.flags & LAUNCH_ARGS_CUT) != 0;
     event.bArgsUnreadable = (head.flags & LAUNCH_ARGS_UNREADABLE) != 0;
+    event.bPathCut = (head.flags & LAUNCH_PATH_CUT) != 0;
     event.strPath = PathOf(strPath);
     event.strName = UntilNul(strName);
     event.strInterp = UntilNul(strInterp);
@@ -156,7 +157,8 @@ std::string EncodeLaunch(const LaunchEvent& event) {
             (event.bArgsCut || event.strCommand.size() > LAUNCH_ARGS_MOST
                  ? static_cast<unsigned int>(LAUNCH_ARGS_CUT)
                  : 0U) |
-            (event.bArgsUnreadable ? static_cast<unsigned int>(LAUNCH_ARGS_UNREADABLE) : 0U);
+            (event.bArgsUnreadable ? static_cast<unsigned int>(LAUNCH_ARGS_UNREADABLE) : 0U) |
+            (event.bPathCut ? static_cast<unsigned int>(LAUNCH_PATH_CUT) : 0U);
         head.path_length = Length(strPath);
         head.name_length = Length(strName);
         head.interp_length = Length(strInterp);

@@ -22,6 +22,7 @@ struct LaunchEvent {
     uint64_t nMagic = 0;  // of the file system
     bool bArgsCut = false;
     bool bArgsUnreadable = false;
+    bool bPathCut = false;     // strPath, strDirectory or strRoot may lead elsewhere
     std::string strPath;       // as its mount namespace spells it; "" for a file that is in no tree
     std::string strName;       // as invoked: absolute or relative, a script where there is one
     std::string strInterp;     // a script's interpreter as the script names it; "" without one

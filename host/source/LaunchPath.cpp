@@ -13,7 +13,8 @@ constexpr const char* INTERPRETERS[] = {"bash", "dash", "python", "python2", "py
 // Names that mean a file of whoever opens them.
 constexpr const char* OWN_PLACES[] = {"/dev/fd/", "/dev/std", "/proc/self/", "/proc/thread-self/"};
 
-// File systems whose stat names another device than the kernel's own records do.
+// File systems whose stat names another device than the kernel's own records do: one without a
+// driver, so that a file on a disk is never taken for theirs.
 constexpr uint64_t MAGIC_OVERLAY = 0x794c7630;
 constexpr uint64_t MAGIC_BTRFS = 0x9123683e;
 
@@ -26,7 +27,8 @@ bool IsExecuted(const struct stat& status, const LaunchEvent& event) {
     if (major(status.st_dev) == nMajor && minor(status.st_dev) == nMinor) {
         return true;
     }
-    return event.nMagic == MAGIC_OVERLAY || event.nMagic == MAGIC_BTRFS;
+    return major(status.st_dev) == 0 &&
+           (event.nMagic == MAGIC_OVERLAY || event.nMagic == MAGIC_BTRFS);
 }
 
 bool IsInterpreter(const std::string& strPath) {
@@ -84,6 +86,10 @@ LaunchPath ChooseLaunchPath(const LaunchEvent& event, const FileLook& fnLook) {
 
 std::string ScriptPath(const LaunchEvent& event, uint32_t nOwnMountNs, const FileLook& fnLook) {
     if (event.strInterp.empty() || event.nMountNs != nOwnMountNs || !event.strRoot.empty()) {
+        return "";
+    }
+    // Which file was executed is not told, so a doubtful directory is one too many.
+    if (event.bPathCut && event.strName.rfind('/', 0) != 0) {
         return "";
     }
     const std::string strPath = Absolute(event.strName, event);

@@ -38,7 +38,8 @@ LaunchPath ChooseLaunchPath(const LaunchEvent& event, const FileLook& fnLook);
 
 // The script that the launch runs by its first line, absolute. "" when it runs none, and when it
 // cannot be told which file that is: with a root or mount namespace of its own (nOwnMountNs is
-// HostMountNs), or by a name that means another file in every process.
+// HostMountNs), from a directory that may lead elsewhere, or by a name that means another file in
+// every process.
 std::string ScriptPath(const LaunchEvent& event, uint32_t nOwnMountNs, const FileLook& fnLook);
 
 // The number of the mount namespace whose paths lead the host to the same files; 0: unknown. That

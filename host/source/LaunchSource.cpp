@@ -1,13 +1,32 @@
 #include "host/source/LaunchSource.h"
 
+#include <fcntl.h>
+#include <linux/openat2.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <utility>
 
 namespace {
 
 bool Stat(const std::string& strPath, struct stat& status) {
     return stat(strPath.c_str(), &status) == 0;
+}
+
+// A name that leads over /proc/self/cwd or the like is another file for each process.
+bool StatWithoutMagic(const std::string& strPath, struct stat& status) {
+    open_how how = {};
+    how.flags = O_PATH | O_CLOEXEC;
+    how.resolve = RESOLVE_NO_MAGICLINKS;
+    const auto nFd =
+        static_cast<int>(syscall(SYS_openat2, AT_FDCWD, strPath.c_str(), &how, sizeof(how)));
+    if (nFd < 0) {
+        return errno == ENOSYS && Stat(strPath, status);  // before Linux 5.6
+    }
+    const bool bKnown = fstat(nFd, &status) == 0;
+    (void)close(nFd);
+    return bKnown;
 }
 
 }  // namespace
@@ -19,6 +38,9 @@ LaunchSource::LaunchSource(std::unique_ptr<ILaunchSensor> pSensor, ILaunchObserv
       m_images(images),
       m_options(std::move(options)),
       m_nOwnPid(static_cast<uint32_t>(getpid())) {
+    if (!m_options.fnLookAtScript) {
+        m_options.fnLookAtScript = m_options.fnLook ? m_options.fnLook : StatWithoutMagic;
+    }
     if (!m_options.fnLook) {
         m_options.fnLook = Stat;
     }
@@ -86,7 +108,7 @@ void LaunchSource::TakeExec(const LaunchEvent& event) {
 
 void LaunchSource::TakeScript(const LaunchEvent& event, const Launch& launch) {
     Launch script = launch;
-    script.creation.strPath = ScriptPath(event, *m_options.nMountNs, m_options.fnLook);
+    script.creation.strPath = ScriptPath(event, *m_options.nMountNs, m_options.fnLookAtScript);
     if (script.creation.strPath.empty()) {
         ++m_launches.nScriptsUntold;
         return;

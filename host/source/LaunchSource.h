@@ -74,6 +74,7 @@ struct LaunchSourceOptions {
     std::chrono::milliseconds calm{250};       // without a further loss: announced together
     std::chrono::milliseconds announce{1000};  // from a loss to its announcement at the latest
     FileLook fnLook;                           // stat, unless a test brings its own
+    FileLook fnLookAtScript;                   // likewise, but not through a link of /proc
     std::optional<uint32_t> nMountNs;          // the host's, unless a test brings its own
 };
 

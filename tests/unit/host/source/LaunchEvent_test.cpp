@@ -131,6 +131,7 @@ TEST(LaunchEventTest, WhatIsEncodedIsDecodedTheSame) {
     LaunchEvent event;
     ASSERT_TRUE(DecodeLaunch(strBytes.data(), strBytes.size(), event));
     event.bArgsUnreadable = true;
+    event.bPathCut = true;
     event.strCommand = "sh a b  \xff ";
 
     const std::string strAgain = EncodeLaunch(event);
@@ -149,6 +150,7 @@ TEST(LaunchEventTest, WhatIsEncodedIsDecodedTheSame) {
     EXPECT_EQ("sh a b  \xff ", again.strCommand);
     EXPECT_TRUE(again.bArgsCut);
     EXPECT_TRUE(again.bArgsUnreadable);
+    EXPECT_TRUE(again.bPathCut);
 }
 
 TEST(LaunchEventTest, CopiesAndEndsAreEncodedWithTheirProcesses) {

@@ -95,6 +95,14 @@ TEST_F(LaunchPathTest, AFileSystemWhoseStatNamesOtherDevicesIsKnownByItsKind) {
     }
 }
 
+TEST_F(LaunchPathTest, AFileOnADiskIsNotTakenForOneOfAnOverlayWithTheSameNumber) {
+    for (const uint64_t nMagic : {0x794c7630u, 0x9123683eu}) {
+        m_event.nMagic = nMagic;
+        m_event.nDevice = 44;
+        EXPECT_EQ("", Chosen());
+    }
+}
+
 TEST_F(LaunchPathTest, OfTwoNamesTheOneOfAnInterpreterIsTold) {
     m_event.strName = "/bin/sh";
     m_event.strPath = "/usr/bin/dash";
@@ -141,6 +149,19 @@ TEST_F(LaunchPathTest, AScriptIsNotToldWhereItMayBeAnotherFile) {
     EXPECT_EQ("", ScriptPath(m_event, 1, Look()));
     m_event.strName = "";
     EXPECT_EQ("", ScriptPath(m_event, 1, Look()));
+}
+
+TEST_F(LaunchPathTest, AScriptInADirectoryThatMayLeadElsewhereIsNotTold) {
+    m_event.strInterp = "/bin/tool";
+    m_event.strDirectory = "/srv";
+    m_event.strName = "./a.sh";
+    Put("/srv/a.sh", 50);
+    EXPECT_EQ("/srv/a.sh", ScriptPath(m_event, 1, Look()));
+
+    m_event.bPathCut = true;
+    EXPECT_EQ("", ScriptPath(m_event, 1, Look()));
+    m_event.strName = "/srv/a.sh";
+    EXPECT_EQ("/srv/a.sh", ScriptPath(m_event, 1, Look()));
 }
 
 TEST_F(LaunchPathTest, ANameThatMeansAFileOfWhoeverOpensItIsNeverTold) {

@@ -10,6 +10,7 @@
 #include "host/JsonRead.h"
 #include "host/bpf/launch_record.h"
 #include "host/source/KernelSource.h"
+#include "tests/support/TestDir.h"
 
 using std::chrono::milliseconds;
 using std::chrono::minutes;
@@ -211,6 +212,23 @@ TEST_F(LaunchSourceTest, AScriptIsALaunchOfItsOwnWithTheSameCommandLine) {
     EXPECT_TRUE(m_observer.m_launches[1].bScript);
     EXPECT_EQ(1u, m_observer.m_counters.nPrograms);
     EXPECT_EQ(1u, m_observer.m_counters.nScripts);
+}
+
+TEST_F(LaunchSourceTest, AScriptWhoseNameLeadsOverALinkOfProcIsNotTold) {
+    const TestDir dir;
+    const std::string strLink = dir.Path() + "/a.sh";
+    (void)dir.WriteFile("file", "#!/bin/sh\n");
+    ASSERT_EQ(0, symlink(("/proc/self/root" + dir.Path() + "/file").c_str(), strLink.c_str()));
+    m_options.fnLook = nullptr;
+    Sense(dir.Path() + "/file", 4711, "/bin/sh");
+    Sense(strLink, 4711, "/bin/sh");
+    Source().Stop();
+
+    (void)Source().Next(m_batch, minutes(1));
+
+    ASSERT_EQ(1u, m_observer.m_launches.size());
+    EXPECT_EQ(dir.Path() + "/file", m_observer.m_launches[0].creation.strPath);
+    EXPECT_EQ(1u, m_observer.m_counters.nScriptsUntold);
 }
 
 TEST_F(LaunchSourceTest, ALaunchThatNoPathNamesIsShownAndCountedAndNotTold) {
