@@ -79,12 +79,7 @@ bool FileMarks::Refresh() {
         at = bThere ? std::next(at) : m_systems.erase(at);
     }
     for (const auto& entry : wanted) {
-        const auto known = m_systems.find(entry.first);
-        if (known == m_systems.end()) {
-            MarkSystem(entry.second);
-        } else {
-            known->second.mount = entry.second;
-        }
+        MarkSystem(entry.second);
     }
     m_marked.clear();
     for (const FilePlaces::Directory& place : m_places.Directories()) {
@@ -93,13 +88,18 @@ bool FileMarks::Refresh() {
     return true;
 }
 
+// Also one that is known: between two looks it may have been unmounted, its marks gone with it, and
+// its number given to another one.
 void FileMarks::MarkSystem(const MountEntry& mount) {
     System system;
     system.mount = mount;
     system.strFsid = m_calls.FsidOf(mount.strPoint);
     const int nError = m_calls.Mark(true, m_nEvents, mount.strPoint);
     system.bWhole = nError == 0;
-    if (!system.bWhole) {
+    const auto known = m_systems.find(mount.nDevice);
+    const bool bSaid = known != m_systems.end() && !known->second.bWhole &&
+                       known->second.strFsid == system.strFsid;
+    if (!system.bWhole && !bSaid) {
         m_notices.push_back("the file system at " + mount.strPoint + " (" + mount.strType +
                             ") cannot be watched whole: " + std::strerror(nError) +
                             "; pipes: listed directories only");

@@ -165,6 +165,27 @@ TEST_F(FileMarksTest, AMountThatComesIsMarkedAndOneThatGoesIsForgotten) {
     EXPECT_THAT(marks.TakeNotices(), ElementsAre("/mnt is unmounted and watched no more"));
 }
 
+TEST_F(FileMarksTest, AFileSystemThatGotTheNumberOfAnotherOneIsMarkedAsWell) {
+    FileMarks& marks = Marks();
+    m_calls.m_whole.clear();
+
+    m_calls.m_strMounts = "1 0 8:1 / / rw - ext4 x rw\n7 1 0:5 / /run rw - tmpfs y rw\n";
+    EXPECT_TRUE(marks.Refresh());
+
+    EXPECT_THAT(m_calls.m_whole, Contains(Pair("/run", EVENTS)));
+}
+
+TEST_F(FileMarksTest, WhatCannotBeMarkedWholeIsSaidOnce) {
+    m_calls.m_errors["/"] = EOPNOTSUPP;
+    FileMarks& marks = Marks();
+    EXPECT_EQ(1u, marks.TakeNotices().size());
+
+    m_calls.m_strMounts += "5 1 8:3 / /mnt rw - ext4 x rw\n";
+    EXPECT_TRUE(marks.Refresh());
+
+    EXPECT_THAT(marks.TakeNotices(), IsEmpty());
+}
+
 TEST_F(FileMarksTest, APartOfAFileSystemIsMarkedByTheMountOfAllOfIt) {
     m_calls.m_strMounts = "1 0 8:1 /sub / rw - ext4 x rw\n2 1 8:1 / /whole rw - ext4 x rw\n";
     FileMarks& marks = Marks();
