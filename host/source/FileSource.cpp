@@ -212,10 +212,14 @@ void FileSource::TakeMoveOfOldKernel(const FileEvent& event, const std::string& 
     Tell(bFrom ? FILE_RENAME : FILE_CREATE, event, event.spot.strDirectory, strPath);
 }
 
-// A program that writes in small pieces leads to one operation in a batch, and to one more when it
+// A process that writes in small pieces leads to one operation in a batch, and to one more when it
 // closes the file.
 bool FileSource::IsRepeat(const FileEvent& event, const std::string& strPath) {
-    return (event.nMask & FAN_CLOSE_WRITE) == 0 && !m_written.insert(strPath).second;
+    if ((event.nMask & FAN_CLOSE_WRITE) != 0 || event.nPid == m_nOwnPid ||
+        !FilePlaces::IsWatched(FILE_WRITE, m_places.Spelled(strPath))) {
+        return false;
+    }
+    return !m_written.insert(std::to_string(event.nPid) + strPath).second;
 }
 
 void FileSource::Tell(FileAct eAct, const FileEvent& event, std::string_view strDirectory,

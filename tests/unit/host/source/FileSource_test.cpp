@@ -210,6 +210,13 @@ TEST_F(FileSourceTest, ManyWritesWithoutAClosureAreOneInABatch) {
     EXPECT_EQ(3u, Counters().nSensed);
 }
 
+TEST_F(FileSourceTest, WritesOfTwoProcessesToOneFileAreTwoOperations) {
+    Sense(At(FAN_MODIFY, 5, CRON, "job") + At(FAN_MODIFY, 6, CRON, "job"));
+    Sense(At(FAN_MODIFY, 6, CRON, "job") + At(FAN_MODIFY, 5, CRON, "job"));
+
+    EXPECT_EQ(2u, m_observer.m_lines.size());
+}
+
 TEST_F(FileSourceTest, TheHostsOwnDoingsAreCountedAndDropped) {
     Sense(At(FAN_CREATE, getpid(), CRON, "job"));
 
