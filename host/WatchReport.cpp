@@ -17,6 +17,7 @@
 namespace {
 
 constexpr int LEVEL_GOOD = 20;  // a pipe of a program with such a verdict is not asked about
+constexpr std::chrono::seconds BETWEEN_LOSSES(1);  // announced together
 
 JsonObject Record(const char* pszEvent) {
     return JsonObject().Add("event", pszEvent).Add("time", static_cast<int64_t>(time(nullptr)));
@@ -106,6 +107,7 @@ void WatchReport::BeginPass(const PassInfo& pass) {
 }
 
 void WatchReport::Progress(const std::string& strDoing) {
+    AnnounceLosses(false);
     if (m_pView != nullptr) {
         m_pView->State(strDoing == "delivering" ? "watching" : "ending: " + strDoing);
     } else {
@@ -167,10 +169,46 @@ void WatchReport::Summary(const RunEnd& end) {
     }
     m_ledger.End(end.queueDepth.value_or(std::numeric_limits<uint64_t>::max()));
     m_bEnded = true;
+    AnnounceLosses(true);
     Write(Numbers(true));
     RunReport::Summary(end);
     if (m_pMetrics != nullptr) {
         m_pMetrics->End();
+    }
+}
+
+// What was sensed and told, and never came into the module's queue.
+void WatchReport::AnnounceLosses(bool bLast) {
+    const auto now = std::chrono::steady_clock::now();
+    if (!bLast && now < m_lossesTold + BETWEEN_LOSSES) {
+        return;
+    }
+    const LedgerState events = m_ledger.State();
+    if (events.nRefused > m_nRefusedTold || events.nNotStored > m_nNotStoredTold) {
+        m_lossesTold = now;
+    }
+    Announce("refused", "the module's queue is full, or it takes no messages", events.nRefused,
+             m_nRefusedTold);
+    Announce("not_stored", "the module could not store them", events.nNotStored, m_nNotStoredTold);
+}
+
+void WatchReport::Announce(const char* pszRecord, const char* pszWhy, uint64_t nTotal,
+                           uint64_t& nAnnounced) {
+    if (nTotal <= nAnnounced) {
+        return;
+    }
+    const uint64_t nNew = nTotal - std::exchange(nAnnounced, nTotal);
+    if (m_options.bJson) {
+        m_output.Line(Record(pszRecord).Add("events", nNew).Add("total", nTotal).Text());
+        return;
+    }
+    const WatchRow row =
+        watch_line::Told("lost", "event", std::to_string(nNew) + (nNew == 1 ? " event" : " events"),
+                         std::string(pszWhy) + "; " + std::to_string(nTotal) + " since the start");
+    if (m_bEnded) {
+        m_output.Line(watch_line::Text(m_output, row));  // the view is gone
+    } else {
+        Show(row);
     }
 }
 

@@ -88,6 +88,8 @@ private:
     void Write(const WatchBalance& balance);
     void Keep(const EventBatch& batch);
     void BeginMetrics();
+    void AnnounceLosses(bool bLast);
+    void Announce(const char* pszRecord, const char* pszWhy, uint64_t nTotal, uint64_t& nAnnounced);
     void Show(const WatchRow& row);
     ViewNumbers HeadNumbers() const;
     void ShowJudgement(const Judgement& judgement);
@@ -101,6 +103,10 @@ private:
     WatchOptions m_watch;
     const int64_t m_tmStart;
     std::atomic<bool> m_bEnded{false};
+    // Of the control thread: losses of events that were told about.
+    uint64_t m_nRefusedTold = 0;
+    uint64_t m_nNotStoredTold = 0;
+    std::chrono::steady_clock::time_point m_lossesTold;
     mutable std::mutex m_watchMutex;  // guards what follows
     LaunchCounters m_launches;
     FileCounters m_files;

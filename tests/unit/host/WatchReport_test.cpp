@@ -236,6 +236,37 @@ TEST_F(WatchReportTest, ARefusedMessageIsExplained) {
     EXPECT_EQ(0u, m_report.Numbers(true).Unexplained());
 }
 
+TEST_F(WatchReportTest, EventsThatTheModuleDidNotGetAreAnnouncedOnce) {
+    m_options.bJson = true;
+    m_report.OnBatch(Launches(1, "/bin/a"), {});
+    m_report.OnDelivered(Batch(1), 1);
+    m_report.Progress("delivering");
+    m_report.Progress("delivering");
+
+    ASSERT_EQ(1u, m_standardOutput.Lines().size());
+    EXPECT_NE(std::string::npos, LastLine().find(R"("event":"refused")")) << LastLine();
+    EXPECT_NE(std::string::npos, LastLine().find(R"("events":1,"total":1})")) << LastLine();
+
+    m_report.OnBatch(Launches(2, "/bin/a"), {});
+    m_report.OnBatch(Launches(3, "/bin/a"), {});
+    RunEnd end;
+    end.queueDepth = 0;
+    m_report.Summary(end);
+
+    const std::string strAnnounced = m_standardOutput.Lines().at(1);
+    EXPECT_NE(std::string::npos, strAnnounced.find(R"("event":"not_stored")")) << strAnnounced;
+    EXPECT_NE(std::string::npos, strAnnounced.find(R"("events":2,"total":2})")) << strAnnounced;
+}
+
+TEST_F(WatchReportTest, EventsThatTheModuleDidNotGetHaveALine) {
+    m_report.OnBatch(Launches(1, "/bin/a"), {});
+    m_report.OnDelivered(Batch(1), 1);
+    m_report.Progress("delivering");
+
+    EXPECT_NE(std::string::npos, LastLine().find("1 event")) << LastLine();
+    EXPECT_NE(std::string::npos, LastLine().find("1 since the start")) << LastLine();
+}
+
 TEST_F(WatchReportTest, TheRecordingHasOneMessageALine) {
     const std::string strFile = m_dir.Path() + "/recording";
     {
