@@ -1,5 +1,7 @@
 #include "host/WatchCommand.h"
 
+#include <fcntl.h>
+
 #include <cerrno>
 #include <chrono>
 #include <cstdint>
@@ -42,7 +44,9 @@ bool OpenRecording(const std::string& strFile, std::shared_ptr<FILE>& pRecord) {
     if (strFile.empty()) {
         return true;
     }
-    FILE* const pFile = std::fopen(strFile.c_str(), "we");
+    // Command lines may hold passwords.
+    const int nFd = open(strFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    FILE* const pFile = nFd < 0 ? nullptr : fdopen(nFd, "w");
     if (pFile == nullptr) {
         std::fprintf(stderr, "tevmon-host: cannot write %s: %s\n",
                      text::ForTerminal(strFile).c_str(), std::strerror(errno));

@@ -1,5 +1,7 @@
 #include "host/WatchCommand.h"
 
+#include <sys/stat.h>
+
 #include "tests/unit/host/HostProgram.h"
 
 namespace {
@@ -23,6 +25,15 @@ TEST_F(WatchCommandTest, ARecordingThatCannotBeMadeEndsTheWatchBeforeItBegins) {
     EXPECT_EQ("tevmon-host: cannot write /no/such/place/recording: No such file or directory\n",
               m_host.Error());
     EXPECT_EQ("", m_host.ModuleCalls());
+}
+
+TEST_F(WatchCommandTest, ARecordingIsItsUsersAlone) {
+    const std::string strFile = m_dir.Path() + "/recording";
+    EXPECT_EQ(3, Run({"watch", "--record", strFile, "--block", "/no/such/list"}));
+
+    struct stat status = {};
+    ASSERT_EQ(0, stat(strFile.c_str(), &status));
+    EXPECT_EQ(0600u, status.st_mode & 0777);
 }
 
 TEST_F(WatchCommandTest, WithoutLaunchesAndFilesThereIsNothingToWatch) {
