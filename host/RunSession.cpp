@@ -235,9 +235,6 @@ void RunSession::Deliver() {
             HandOver(batch);
         }
         Turn();
-        if (m_stop.TakeBalanceRequest()) {
-            m_pReport->Balance();
-        }
         if (steady_clock::now() - shown > QUEUE_LOOK) {
             m_pReport->Progress(Doing("delivering"));
             shown = steady_clock::now();
@@ -295,6 +292,9 @@ void RunSession::Turn() {
     WatchQueue();
     if (m_manager.IsWanted()) {
         TellManager();
+    }
+    if (m_stop.TakeBalanceRequest()) {
+        m_pReport->Balance();
     }
 }
 
