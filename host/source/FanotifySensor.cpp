@@ -181,7 +181,7 @@ bool FanotifySensor::Open(std::string& strError) {
     }
     m_mounts.Reset(open("/proc/self/mountinfo", O_RDONLY | O_CLOEXEC));
     m_pMarks = std::make_unique<FileMarks>(m_calls, *m_pPlaces, m_nEvents, m_bAll);
-    (void)m_pMarks->Refresh();
+    m_pMarks->Refresh();
     if (m_pMarks->IsEmpty()) {
         strError = "no file system that holds a watched place could be found";
         return false;
@@ -206,7 +206,11 @@ void FanotifySensor::Detach() {
 
 bool FanotifySensor::Tend() {
     pollfd fd = {m_mounts.Get(), POLLPRI, 0};
-    return poll(&fd, 1, 0) > 0 && m_pMarks->Refresh();
+    if (poll(&fd, 1, 0) <= 0) {
+        return false;
+    }
+    m_pMarks->Refresh();
+    return true;
 }
 
 void FanotifySensor::Ignore(const std::string& strDirectory) {

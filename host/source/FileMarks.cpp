@@ -60,13 +60,8 @@ std::map<uint32_t, MountEntry> FileMarks::Wanted(const std::vector<MountEntry>& 
     return wanted;
 }
 
-bool FileMarks::Refresh() {
-    std::string strMounts = m_calls.Mounts();
-    if (strMounts == m_strMounts) {
-        return false;
-    }
-    m_strMounts = std::move(strMounts);
-    m_mounts = mount_table::Parse(m_strMounts);
+void FileMarks::Refresh() {
+    m_mounts = mount_table::Parse(m_calls.Mounts());
     m_places.Resolve();
     const std::map<uint32_t, MountEntry> wanted = Wanted(m_mounts);
     for (auto at = m_systems.begin(); at != m_systems.end();) {
@@ -85,11 +80,10 @@ bool FileMarks::Refresh() {
     for (const FilePlaces::Directory& place : m_places.Directories()) {
         MarkPlace(place);
     }
-    return true;
 }
 
 // Also one that is known: between two looks it may have been unmounted, its marks gone with it, and
-// its number given to another one.
+// another one mounted that has its place, its number and the same text in every respect.
 void FileMarks::MarkSystem(const MountEntry& mount) {
     System system;
     system.mount = mount;

@@ -38,8 +38,8 @@ public:
     // nEvents is the mask of a whole file system. bAll: every local file system.
     FileMarks(IMarkCalls& calls, FilePlaces& places, uint64_t nEvents, bool bAll);
 
-    // Reads what is mounted, marks what is new and forgets what is gone. True for a change.
-    bool Refresh();
+    // Reads what is mounted, marks it and forgets what is gone.
+    void Refresh();
     // A directory has appeared: marks it when it is a place, or above or in one.
     void OnDirectory(const std::string& strPath);
 
@@ -72,7 +72,6 @@ private:
     FilePlaces& m_places;
     const uint64_t m_nEvents;
     const bool m_bAll;
-    std::string m_strMounts;
     std::vector<MountEntry> m_mounts;
     std::map<uint32_t, System> m_systems;                      // by device
     std::map<std::string, std::string, std::less<>> m_marked;  // handle -> path
