@@ -1,0 +1,57 @@
+// A directory of the process's own, as a host prepares one, with nothing printed or logged: what
+// targets that use the stores run in. One per process.
+#ifndef FUZZ_PLACE_H
+#define FUZZ_PLACE_H
+
+#include <fcntl.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "fuzz/Require.h"
+
+class Place {
+public:
+    static const Place& Instance() {
+        static const Place place;
+        return place;
+    }
+    ~Place() {
+        std::error_code ignored;
+        std::filesystem::remove_all(m_strDir, ignored);
+    }
+    Place(const Place&) = delete;
+    Place& operator=(const Place&) = delete;
+
+    static void WriteDatabase(const char* pszName, const uint8_t* pData, size_t nSize) {
+        const std::string strFile = std::string("../data/db/") + pszName;
+        std::error_code ignored;
+        std::filesystem::remove(strFile + "-journal", ignored);
+        std::ofstream(strFile, std::ios::binary | std::ios::trunc)
+            .write(reinterpret_cast<const char*>(pData), static_cast<std::streamsize>(nSize));
+    }
+
+private:
+    Place() {
+        char szDir[] = "/tmp/tevmon-fuzz-XXXXXX";
+        Require(mkdtemp(szDir) != nullptr);
+        m_strDir = szDir;
+        std::filesystem::create_directories(m_strDir + "/data/db");
+        std::filesystem::create_directory(m_strDir + "/run");
+        std::filesystem::current_path(m_strDir + "/run");
+        std::ofstream("program") << "a program";
+        (void)setenv("HOSTFRAMEWORK_LOG_LEVEL", "100", 1);
+        const int nNull = open("/dev/null", O_WRONLY | O_CLOEXEC);
+        (void)dup2(nNull, STDOUT_FILENO);
+        (void)close(nNull);
+    }
+
+    std::string m_strDir;
+};
+
+#endif
