@@ -8,7 +8,7 @@ import tempfile
 
 import layout
 
-SCRIPTS = ("build", "run", "test", "bench", "format", "lib/bootstrap.sh", "lib/demo.sh")
+SCRIPTS = ("build", "run", "test", "bench", "format", "fuzz", "prove", "lib/bootstrap.sh", "lib/demo.sh")
 # What bootstrap.sh needs to get as far as its refusal.
 TOOLS = ("bash", "cat", "dirname", "env", "grep", "mkdir")
 
@@ -42,7 +42,7 @@ def check(root, _arguments):
         done = call(script, "--help")
         if done.returncode != 0 or not done.stdout.startswith("Usage: scripts/") or done.stderr:
             complaints.append(f"{name} --help: code {done.returncode}: {done.stdout}{done.stderr}")
-        if name in ("build", "test", "bench", "lib/bootstrap.sh"):
+        if name in ("build", "test", "bench", "fuzz", "prove", "lib/bootstrap.sh"):
             done = call(script, "no-such-name")
             if done.returncode != 2 or "no-such-name" not in done.stderr:
                 complaints.append(f"{name} no-such-name: code {done.returncode}: {done.stderr}")
