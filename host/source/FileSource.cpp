@@ -149,6 +149,13 @@ void FileSource::Take(const FileEvent& event) {
     }
 }
 
+// One without a path is nothing to mark, and "" would stand for all of them.
+void FileSource::TendDirectory(const std::string& strPath) {
+    if (!strPath.empty()) {
+        m_pSensor->OnDirectory(strPath);
+    }
+}
+
 // Moves and starts may be among what was lost.
 void FileSource::TakeOverflow() {
     ++m_files.nOverflows;
@@ -163,8 +170,8 @@ void FileSource::TakeRename(const FileEvent& event) {
         m_paths.Moved(event.from, event.to, event.strTarget);
     }
     const std::string strTo = m_paths.PathOf(event.to);
-    if (bDirectory && !strTo.empty()) {
-        m_pSensor->OnDirectory(strTo);
+    if (bDirectory) {
+        TendDirectory(strTo);
     }
     Tell(FILE_RENAME, event, event.from.strDirectory, strFrom);
     if (event.from.strDirectory != event.to.strDirectory ||
@@ -181,7 +188,7 @@ void FileSource::TakeSpot(const FileEvent& event) {
     if ((event.nMask & FAN_CREATE) != 0) {
         if (bDirectory) {
             m_paths.Made(event.spot, event.strTarget);
-            m_pSensor->OnDirectory(strPath);
+            TendDirectory(strPath);
         }
         Tell(FILE_CREATE, event, strDirectory, strPath);
     }
@@ -207,7 +214,7 @@ void FileSource::TakeMoveOfOldKernel(const FileEvent& event, const std::string& 
     const bool bFrom = (event.nMask & FAN_MOVED_FROM) != 0;
     if ((event.nMask & FAN_ONDIR) != 0) {
         m_paths.Clear();
-        m_pSensor->OnDirectory(strPath);
+        TendDirectory(strPath);
     }
     Tell(bFrom ? FILE_RENAME : FILE_CREATE, event, event.spot.strDirectory, strPath);
 }

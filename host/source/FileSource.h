@@ -82,6 +82,7 @@ private:
     void FindRemoved();
     void Take(const FileEvent& event);
     void TakeOverflow();
+    void TendDirectory(const std::string& strPath);
     void TakeRename(const FileEvent& event);
     void TakeSpot(const FileEvent& event);
     void TakeMoveOfOldKernel(const FileEvent& event, const std::string& strPath);

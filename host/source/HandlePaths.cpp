@@ -1,14 +1,35 @@
 #include "host/source/HandlePaths.h"
 
 #include <algorithm>
+#include <climits>
 #include <utility>
 #include <vector>
 
 struct HandlePaths::Node {
+    using Children = std::map<std::string, std::unique_ptr<Node>, std::less<>>;
+
     Node* pParent = nullptr;
     std::string strName;
     std::string strHandle;  // "" when not known
-    std::map<std::string, std::unique_ptr<Node>, std::less<>> children;
+    Children children;
+
+    Node() = default;
+    Node(const Node&) = delete;
+    Node& operator=(const Node&) = delete;
+    // Level by level: whoever makes the directories decides how deep they are.
+    ~Node() {
+        std::vector<Children> levels;
+        levels.push_back(std::move(children));
+        while (!levels.empty()) {
+            const Children level = std::move(levels.back());
+            levels.pop_back();
+            for (const auto& child : level) {
+                if (!child.second->children.empty()) {
+                    levels.push_back(std::exchange(child.second->children, {}));
+                }
+            }
+        }
+    }
 };
 
 namespace {
@@ -21,7 +42,7 @@ bool IsBelow(const Node* pNode, const Node* pAbove) {
     return pNode != nullptr;
 }
 
-// strName in the directory that pNode stands for.
+// strName in the directory that pNode stands for; "" when that is longer than a path may be.
 template <class Node>
 std::string Join(const Node* pNode, std::string_view strName) {
     size_t nLength = strName.size() + 1;
@@ -29,6 +50,9 @@ std::string Join(const Node* pNode, std::string_view strName) {
     for (; pNode->pParent != nullptr; pNode = pNode->pParent) {
         nodes.push_back(pNode);
         nLength += pNode->strName.size() + 1;
+        if (nLength >= PATH_MAX) {
+            return "";
+        }
     }
     std::string strPath;
     strPath.reserve(nLength);
@@ -133,12 +157,17 @@ void HandlePaths::SetHandle(Node* pNode, std::string_view strHandle) {
 
 // Takes pNode and what is below it out of the handles.
 void HandlePaths::Forget(Node* pNode) {
-    if (!pNode->strHandle.empty()) {
-        m_byHandle.erase(pNode->strHandle);
-    }
-    --m_nNames;
-    for (const auto& child : pNode->children) {
-        Forget(child.second.get());
+    std::vector<Node*> nodes = {pNode};
+    while (!nodes.empty()) {
+        Node* const pNext = nodes.back();
+        nodes.pop_back();
+        if (!pNext->strHandle.empty()) {
+            m_byHandle.erase(pNext->strHandle);
+        }
+        --m_nNames;
+        for (const auto& child : pNext->children) {
+            nodes.push_back(child.second.get());
+        }
     }
 }
 
@@ -154,7 +183,7 @@ void HandlePaths::Made(const FileSpot& spot, std::string_view strTarget) {
         Clear();
     }
     Node* const pParent = Find(spot.strDirectory);
-    if (pParent == nullptr || strTarget.empty()) {
+    if (pParent == nullptr || strTarget.empty() || Join(pParent, spot.strName).empty()) {
         return;
     }
     Node* pNode = Child(pParent, spot.strName);
@@ -189,7 +218,9 @@ void HandlePaths::Moved(const FileSpot& from, const FileSpot& to, std::string_vi
             pNode = nullptr;  // another directory that has the name by now
         }
     }
-    if (pTo == nullptr || pNode == nullptr || pNode->pParent == nullptr || IsBelow(pTo, pNode)) {
+    const bool bTooDeep = pTo != nullptr && Join(pTo, to.strName).empty();
+    if (pTo == nullptr || bTooDeep || pNode == nullptr || pNode->pParent == nullptr ||
+        IsBelow(pTo, pNode)) {
         if (pNode != nullptr) {
             Drop(pNode);
         }

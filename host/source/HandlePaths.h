@@ -29,7 +29,7 @@ public:
     HandlePaths(const HandlePaths&) = delete;
     HandlePaths& operator=(const HandlePaths&) = delete;
 
-    // "" when the directory is not known and gone.
+    // "" when the directory is not known and gone, or when the path is longer than PATH_MAX.
     std::string PathOf(const FileSpot& spot);
 
     // What is told of directories. strTarget is the directory's own handle, "" when not told.

@@ -232,6 +232,13 @@ TEST_F(FileSourceTest, WhatHappenedInADirectoryThatIsGoneIsCounted) {
     EXPECT_EQ(0u, Counters().Waiting());
 }
 
+TEST_F(FileSourceTest, ADirectoryWithoutAPathMarksNoPlaces) {
+    Sense(At(FAN_CREATE | FAN_ONDIR, 5, GONE, "new", 7));
+
+    EXPECT_THAT(m_pSensor->m_directories, IsEmpty());
+    EXPECT_EQ(1u, Counters().nUnresolvable);
+}
+
 TEST_F(FileSourceTest, WhatHappenedInADirectoryRemovedSinceIsKnownByTheRemoval) {
     Sense(At(FAN_DELETE, 5, 101, "job") + At(FAN_DELETE | FAN_ONDIR, 5, 100, "inner", 101) +
           At(FAN_DELETE | FAN_ONDIR, 5, CRON, "outer", 100));

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <climits>
 #include <map>
 
 namespace {
@@ -159,4 +160,57 @@ TEST_F(HandlePathsTest, AStormOfRenamesDoesNotGrowWithWhatIsBelow) {
 
     EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(5));
     EXPECT_EQ("/tmp/20000/d7/file", paths.PathOf({"H7", "file"}));
+}
+
+// Whoever may make one directory may make them as deep as he likes.
+TEST_F(HandlePathsTest, APathLongerThanAPathMayBeIsNone) {
+    HandlePaths paths = Paths();
+    const std::string strName(255, 'd');
+    std::string strAbove = "TMP";
+    for (int i = 0; i < 60000; ++i) {
+        paths.Made({strAbove, strName}, "H" + std::to_string(i));
+        strAbove = "H" + std::to_string(i);
+    }
+
+    EXPECT_EQ(4 + 15 * 256 + 2u, paths.PathOf({"H14", "f"}).size());
+    EXPECT_EQ("", paths.PathOf({"H15", "f"}));
+    EXPECT_EQ("", paths.PathOf({"H59999", "f"}));
+    EXPECT_LT(paths.Size(), 20u);
+}
+
+TEST_F(HandlePathsTest, ADirectoryMovedDeeperThanAPathMayBeIsForgotten) {
+    HandlePaths paths = Paths();
+    const std::string strName(255, 'd');
+    paths.Made({"TMP", "a"}, "A");
+    paths.Made({"A", "below"}, "BELOW");
+    std::string strAbove = "TMP";
+    for (int i = 0; i < 15; ++i) {
+        paths.Made({strAbove, strName}, "H" + std::to_string(i));
+        strAbove = "H" + std::to_string(i);
+    }
+    paths.Moved({"TMP", "a"}, {strAbove, strName}, "A");
+
+    EXPECT_EQ("", paths.PathOf({"A", "file"}));
+    EXPECT_EQ("", paths.PathOf({"BELOW", "file"}));
+    EXPECT_EQ("/tmp/file", paths.PathOf({"TMP", "file"}));
+}
+
+// 40 moves of directories 1,000 deep each: freed and forgotten name by name, without recursion.
+TEST_F(HandlePathsTest, AStackOfMovedDirectoriesStaysShallow) {
+    HandlePaths paths = Paths();
+    for (int nTower = 0; nTower < 40; ++nTower) {
+        std::string strAbove = "TMP";
+        for (int i = 0; i < 1000; ++i) {
+            const std::string strHandle = std::to_string(nTower) + "," + std::to_string(i);
+            paths.Made({strAbove, i == 0 ? std::to_string(nTower) : "d"}, strHandle);
+            strAbove = strHandle;
+        }
+        if (nTower > 0) {
+            paths.Moved({"TMP", std::to_string(nTower - 1)}, {strAbove, "x"},
+                        std::to_string(nTower - 1) + ",0");
+        }
+    }
+
+    EXPECT_EQ("", paths.PathOf({"0,999", "file"}));
+    EXPECT_NE("", paths.PathOf({"39,999", "file"}));
 }
