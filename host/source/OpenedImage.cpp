@@ -58,7 +58,8 @@ void TakeScripts(const std::vector<OpenedFile>& files, size_t nProgram, const Fi
         if (!(fnIdOf(files[i].strInterp) == files[i + 1].id)) {
             return;
         }
-        image.strScript = files[i].strPath;
+        // In another mount namespace its path is that of another file here.
+        image.strScript = fnIdOf(files[i].strPath) == files[i].id ? files[i].strPath : "";
         image.strInterp = image.strInterp.empty() ? files[i].strInterp : image.strInterp;
     }
 }

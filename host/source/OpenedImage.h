@@ -23,8 +23,8 @@ struct OpenedFile {
 
 struct OpenedImage {
     OpenedFile program;
-    std::string strScript;  // the first of the scripts that led to it; "" without one
-    std::string strInterp;  // what the last of them names in its first line
+    std::string strScript;  // the first of the scripts that led to it; "" where no path leads to it
+    std::string strInterp;  // what the last of them names in its first line; "" without a script
 };
 
 // From the first bytes of a file: its kind and interpreter.

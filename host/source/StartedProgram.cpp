@@ -71,7 +71,7 @@ LaunchEvent StartedProgram(uint32_t nPid, uint32_t nParent, const std::optional<
     }
     event.nInode = file.nInode;
     event.nDevice = file.nDevice;
-    if (image && !image->strScript.empty()) {
+    if (image && !image->strInterp.empty()) {
         event.strName = image->strScript;
         event.strInterp = image->strInterp;
         event.nMountNs = nOwnMountNs;  // as the host names it, wherever the process lives

@@ -15,6 +15,9 @@ FileId Known(const std::string& strPath) {
     if (strPath == "/bin/sh") {
         return {2, 1};
     }
+    if (strPath == "/srv/outer") {
+        return {6, 1};
+    }
     return strPath == "/srv/first" ? FileId{5, 1} : FileId();
 }
 
@@ -75,6 +78,14 @@ TEST(OpenedImageTest, AScriptLeadsToItsInterpreter) {
     ASSERT_EQ(1u, images.size());
     EXPECT_EQ("/usr/bin/dash", images[0].program.strPath);
     EXPECT_EQ("/srv/first", images[0].strScript);
+    EXPECT_EQ("/bin/sh", images[0].strInterp);
+}
+
+TEST(OpenedImageTest, AScriptWhosePathLeadsToAnotherFileHereHasNoPath) {
+    const auto images = ImagesOf({Script(7, "/srv/first", "/bin/sh"), SHELL, LOADER}, Known);
+
+    ASSERT_EQ(1u, images.size());
+    EXPECT_EQ("", images[0].strScript);
     EXPECT_EQ("/bin/sh", images[0].strInterp);
 }
 

@@ -110,3 +110,14 @@ TEST(StartedProgramTest, AScriptIsNamedAsTheHostNamesIt) {
     EXPECT_EQ("/bin/sh ./a.sh", event.strCommand);
     EXPECT_EQ(OWN_NS, event.nMountNs);
 }
+
+TEST(StartedProgramTest, AScriptThatNoPathLeadsToIsOneWithoutAName) {
+    OpenedImage image = Image(2, "/usr/bin/dash");
+    image.strInterp = "/bin/sh";
+    const ProcessState state = State(2, "/bin/sh" + NUL + "./a.sh" + NUL);
+
+    const LaunchEvent event = StartedProgram(10, 3, image, &state, OWN_NS);
+
+    EXPECT_EQ("", event.strName);
+    EXPECT_EQ("/bin/sh", event.strInterp);
+}
