@@ -147,9 +147,9 @@ class FileWays:
         def act():
             space = self.directory("space")
             mount("tmpfs", space, 0, "tmpfs")
-            for name in ("upper", "work"):
+            for name in ("upper", "room"):
                 (space / name).mkdir()
-            self.overlay(PLACE, f"lowerdir={PLACE},upperdir={space}/upper,workdir={space}/work")
+            self.overlay(PLACE, f"lowerdir={PLACE},upperdir={space}/upper,workdir={space}/room")
             path.write_bytes(TEXT)
         self.in_namespace(act)
 

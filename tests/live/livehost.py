@@ -137,9 +137,12 @@ class QuietHost(Host):
              "--sensor", sensor, *options], stdout=self.output, stderr=self.errors)
         end = time.monotonic() + DEADLINE
         while '"event":"start"' not in (folder / "output").read_text():
-            if self.process.poll() is not None or time.monotonic() > end:
-                skip(self.said()) if "built without" in self.said() else sys.exit(self.said())
-            time.sleep(0.01)
+            try:
+                self.process.wait(0.01)
+            except subprocess.TimeoutExpired:
+                if time.monotonic() < end:
+                    continue
+            skip(self.said()) if "built without" in self.said() else sys.exit(self.said())
 
     def text(self):
         return (self.folder / "output").read_text(errors="replace")

@@ -21,6 +21,7 @@ Parts that print figures, and end with 1 when a launch is missing; times are pri
 
 import argparse
 import collections
+import contextlib
 import ctypes
 import json
 import os
@@ -272,7 +273,8 @@ def stopped(args):
         process = load.begin(load.tiny, args.runs, "o", "8000", filler)
         host.wait_for(lambda r: r["event"] == "launch" and " o-" in r["cmd"])
         host.process.send_signal(signal.SIGSTOP)
-        time.sleep(3)
+        with contextlib.suppress(subprocess.TimeoutExpired):
+            process.wait(3)
         host.process.send_signal(signal.SIGCONT)
         begun = time.monotonic()
         tries = 0

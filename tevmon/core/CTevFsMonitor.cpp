@@ -32,10 +32,10 @@ FsOpEvent ReadEvent(const Json::Value& jsonElement) {
     return event;
 }
 
-void PostQuery(CloudQuery query) {
+void PostQuery(const CloudQuery& query) {
     CTevCloudInterface* pCloud = CTevCloudInterface::Instance();
     if (pCloud != nullptr) {
-        (void)pCloud->Post(std::move(query));  // a failed post is logged there
+        (void)pCloud->Post(query);  // a failed post is logged there
     }
 }
 
