@@ -23,6 +23,10 @@ std::string KeyOf(QuestionKind eKind, const std::string& strOperation, const std
     return strKey;
 }
 
+size_t TextsOf(const ModuleQuestion& question) {
+    return 2 * (question.strFile.size() + question.strProgram.size());
+}
+
 bool Stat(const std::string& strPath, struct stat& status) {
     return strPath.find('\0') == std::string::npos && stat(strPath.c_str(), &status) == 0;
 }
@@ -70,6 +74,7 @@ void EventLedger::Begin(const std::string& strBody, Clock::time_point now) {
             m_open.insert(m_open.end(), {std::move(all.questions[i]), excuses[i], now, {}, {}});
         Count(m_openState, excuses[i]);
         const ModuleQuestion& question = open->question;
+        m_nOpenBytes += TextsOf(question);
         const QuestionKind eKind = question.eKind;
         open->byFile =
             m_byFile.emplace(KeyOf(eKind, question.strOperation, question.strFile), open);
@@ -127,7 +132,7 @@ std::optional<ModuleQuestion> EventLedger::Hear(const ModuleSign& sign) {
                                            &LedgerState::nNoHash, &LedgerState::nNoStat};
     ++(m_state.*ENDS[sign.eEnd]);
     const auto question = found->second;
-    ModuleQuestion ended = std::move(question->question);
+    ModuleQuestion ended = question->question;
     Close(question);
     return ended;
 }
@@ -137,6 +142,7 @@ void EventLedger::Close(std::list<Open>::iterator question) {
     Count(m_openState, question->eExcuse, ~uint64_t{0});
     m_byFile.erase(question->byFile);
     m_byProgram.erase(question->byProgram);
+    m_nOpenBytes -= TextsOf(question->question);
     m_open.erase(question);
 }
 
@@ -150,8 +156,8 @@ void EventLedger::Count(LedgerState& state, Excuse eExcuse, uint64_t nTimes) {
 // [with m_mutex held] What is open for so long is not heard of any more. Few are, so that a look
 // at their files here costs nothing.
 void EventLedger::DropOld(Clock::time_point now) {
-    while (!m_open.empty() &&
-           (m_open.size() > MOST_QUESTIONS || now - m_open.front().begun > LONGEST_OPEN)) {
+    while (!m_open.empty() && (m_open.size() > MOST_QUESTIONS || m_nOpenBytes > MOST_BYTES ||
+                               now - m_open.front().begun > LONGEST_OPEN)) {
         const Open& oldest = m_open.front();
         Count(m_state, oldest.eExcuse != EXCUSE_NONE ? oldest.eExcuse : ExcuseOf(oldest.question));
         Close(m_open.begin());

@@ -71,6 +71,7 @@ public:
 
     // Open questions held at most, and for how long; beyond it they count as they stand.
     static constexpr size_t MOST_QUESTIONS = 100000;
+    static constexpr size_t MOST_BYTES = 64 << 20;  // of their texts, beside one message's
     static constexpr std::chrono::seconds LONGEST_OPEN{120};
 
     explicit EventLedger(KnownMaker fnKnownMaker = {}) : m_fnKnownMaker(std::move(fnKnownMaker)) {}
@@ -120,6 +121,7 @@ private:
     mutable std::mutex m_mutex;  // guards what follows
     std::deque<Message> m_waiting;
     std::list<Open> m_open;   // in the order in which they were begun with
+    size_t m_nOpenBytes = 0;  // the texts of those, which are held twice
     LedgerState m_openState;  // the excuses of those, counted
     Index m_byFile;
     Index m_byProgram;

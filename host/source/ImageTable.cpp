@@ -62,8 +62,8 @@ void ImageTable::Seed() {
         if (nPid == 0 || m_processes.count(nPid) != 0) {
             continue;
         }
-        if (ImageRef pImage = ImageFromProc(nPid)) {
-            Put(nPid).images.push_back(std::move(pImage));
+        if (const ImageRef pImage = ImageFromProc(nPid)) {
+            Put(nPid).images.push_back(Kept(*pImage));
         }
     }
     (void)closedir(pDir);
@@ -95,6 +95,26 @@ void ImageTable::DropOldestEnd() {
     m_ends.pop_front();
 }
 
+// Names may be as long as a path, and a process may start programs one after the other.
+void ImageTable::MakeRoom() {
+    while (m_nBytes > MOST_BYTES && !m_ends.empty()) {
+        DropOldestEnd();
+    }
+    if (m_nBytes > MOST_BYTES) {
+        m_processes.clear();
+    }
+}
+
+ImageTable::ImageRef ImageTable::Kept(Image image) {
+    const size_t nBytes = sizeof(Image) + image.strPath.size() + image.strName.size();
+    auto pImage = std::make_unique<const Image>(std::move(image));
+    m_nBytes += nBytes;  // after what may throw; a shared pointer that cannot be made deletes
+    return ImageRef(pImage.release(), [this, nBytes](const Image* pOld) {
+        m_nBytes -= nBytes;
+        delete pOld;
+    });
+}
+
 void ImageTable::Tick(Clock::time_point now) {
     m_now = now;
     while (!m_ends.empty() && m_ends.front().when + KEPT < now) {
@@ -104,9 +124,10 @@ void ImageTable::Tick(Clock::time_point now) {
 
 void ImageTable::Note(const LaunchEvent& event, const std::string& strPath) {
     if (event.eKind == LAUNCH_KIND_EXEC) {
+        MakeRoom();
         Process& process = Put(event.nPid);
-        process.images.push_back(std::make_shared<Image>(
-            Image{strPath, event.strPath.empty() ? event.strName : event.strPath, event.nDevice,
+        process.images.push_back(
+            Kept({strPath, event.strPath.empty() ? event.strName : event.strPath, event.nDevice,
                   event.nInode, event.nMagic}));
         if (process.images.size() > MOST_IMAGES) {
             process.images.pop_front();

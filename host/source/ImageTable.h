@@ -45,6 +45,7 @@ public:
     static constexpr std::chrono::seconds KEPT{30};  // after the end
     static constexpr size_t MOST_IMAGES = 16;        // of one process
     static constexpr size_t MOST_OPENINGS = 64;      // of one process, not yet followed by a start
+    static constexpr size_t MOST_BYTES = 64 << 20;   // of all images
 
     explicit ImageTable(FileLook fnLook = {}, std::string strProc = "/proc");
 
@@ -69,6 +70,7 @@ public:
     ActingProgram ActingOf(uint32_t nPid, bool bNewest);
 
     size_t Size() const { return m_processes.size(); }
+    size_t Bytes() const { return m_nBytes; }
 
 private:
     using ImageRef = std::shared_ptr<const Image>;
@@ -86,6 +88,8 @@ private:
 
     Process& Put(uint32_t nPid);
     void DropOldestEnd();
+    void MakeRoom();
+    ImageRef Kept(Image image);
     void Advance(Process& process) const;
     ActingProgram Verified(const Image& image, uint32_t nPid) const;
     ActingProgram FromProc(uint32_t nPid) const;
@@ -95,6 +99,7 @@ private:
     const FileLook m_fnLook;
     const std::string m_strProc;
     TellsStarts m_fnTells;
+    size_t m_nBytes = 0;  // of the images below, which take theirs off when they go
     std::unordered_map<uint32_t, Process> m_processes;
     std::deque<End> m_ends;
     uint64_t m_nEnds = 0;

@@ -230,3 +230,20 @@ TEST_F(EventLedgerTest, WhatNothingWasHeardOfForLongStaysAsItIs) {
     EXPECT_EQ(1u, m_ledger.State().nGone);
     EXPECT_EQ(1u, m_ledger.State().nSilent);
 }
+
+// 12,000 programs that are gone, with names of 4 KiB, would be held for two minutes.
+TEST_F(EventLedgerTest, LongNamesOfWhatIsNeverHeardOfAreNotHeldAll) {
+    for (int i = 0; i < 120; ++i) {
+        std::vector<std::string> paths(100, m_dir.Path() + "/" + std::string(4000, 'g'));
+        m_ledger.Begin(Launches(static_cast<uint64_t>(i), paths));
+    }
+
+    EXPECT_EQ(12000u, m_ledger.State().nGone);
+    for (int i = 0; i < 12000; ++i) {
+        (void)m_ledger.Hear(
+            Sign(SIGN_CACHED, QUESTION_LAUNCH, m_dir.Path() + "/" + std::string(4000, 'g')));
+    }
+    EXPECT_GT(m_ledger.State().nCached, 5000u);
+    EXPECT_LT(m_ledger.State().nCached, 9000u);
+    EXPECT_EQ(12000u, m_ledger.State().nCached + m_ledger.State().nGone);
+}

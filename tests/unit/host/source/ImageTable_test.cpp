@@ -221,3 +221,27 @@ TEST(ImageTableProcTest, ProcessesFromBeforeAreSeededAndLookedUp) {
     EXPECT_EQ(szSelf, table.StarterOf(Event(LAUNCH_KIND_EXEC, 5, nSelf)));
     EXPECT_EQ(szSelf, table.ActingOf(nSelf, false).strPath);
 }
+
+// 40,000 programs with names of 4 KiB and their paths, 16 to a process, would be 320 MB.
+TEST_F(ImageTableTest, LongNamesTakeBoundedMemoryAndTheNewestStay) {
+    for (uint32_t nPid = 5; nPid < 2505; ++nPid) {
+        for (int i = 0; i < 16; ++i) {
+            Exec(nPid, "/" + std::string(4000, 'n') + std::to_string(nPid * 16 + i), 10);
+        }
+        Exit(nPid);
+        ASSERT_LE(m_table.Bytes(), ImageTable::MOST_BYTES + 8192 + sizeof(Image));
+    }
+    Exec(NOBODY, "/bin/rm", 20);
+
+    EXPECT_GT(m_table.Size(), 400u);
+    EXPECT_EQ("/bin/rm", Acting(NOBODY));
+}
+
+TEST_F(ImageTableTest, LongNamesOfRunningProcessesAreForgottenTogether) {
+    for (uint32_t nPid = 5; nPid < 20005; ++nPid) {
+        Exec(nPid, "/" + std::string(4000, 'n') + std::to_string(nPid), 10);
+        ASSERT_LE(m_table.Bytes(), ImageTable::MOST_BYTES + 8192 + sizeof(Image));
+    }
+
+    EXPECT_GT(m_table.Size(), 0u);
+}
