@@ -176,6 +176,32 @@ TEST_F(HostileTest, AKeyChangesNoRowButItsOwnAndMakesNoFile) {
     std::cout << "keys: " << g_options.nKeys << " of seed " << g_options.nSeed << "\n";
 }
 
+TEST_F(HostileTest, AKeyThatIsALongRunningStatementIsNotRunByEveryOneOfTheTries) {
+    const std::string strTen = "(values(1),(2),(3),(4),(5),(6),(7),(8),(9),(10))";
+    std::string strKey = "x' or (select count(*) from " + strTen + " a";
+    for (int i = 0; i < 9; ++i) {
+        strKey += "," + strTen + " b" + std::to_string(i);
+    }
+    strKey += ")=1 or 'y'='x";
+    CTevCloudCachoMgr* pCache = CTevCloudCachoMgr::Instance();
+    ASSERT_TRUE(pCache->Record("a row to look at", 70, -1, 5, ""));
+    const auto begin = std::chrono::steady_clock::now();
+    Texts lines;
+
+    {
+        const StdoutCapture capture;
+        EXPECT_TRUE(pCache->Record(strKey, 70, -1, 5, ""));
+        lines = capture.Lines();
+    }
+
+    // A second for the lookup, a second for the insert; each of the 300 tries says what happened.
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(20));
+    EXPECT_LE(300u, lines.size());
+    CachoRecord found;
+    EXPECT_TRUE(pCache->Record("later", 70, -1, 5, ""));
+    EXPECT_TRUE(pCache->GetRecord("later", found));
+}
+
 // path_kinds.py runs this under a trace of system calls.
 TEST_F(HostileTest, EveryKindOfPathIsLookedAtByEveryHashingCaller) {
     const Texts kinds = MakeKinds(m_dir);
