@@ -6,6 +6,13 @@
 
 namespace event_message {
 
+namespace {
+
+// The module stores a message once for each tagged element, whatever the queue's bound.
+constexpr uint64_t MOST_STORED = 512 << 20;
+
+}  // namespace
+
 bool IsUsable(const std::string& strBody, uint64_t& nCopies, uint64_t& nEvents,
               std::string& strReason) {
     nCopies = 0;
@@ -34,6 +41,13 @@ bool IsUsable(const std::string& strBody, uint64_t& nCopies, uint64_t& nEvents,
         return false;
     }
     nEvents = nCopies * pParam->size();
+    if (nCopies > 1 && nCopies * strBody.size() > MOST_STORED) {
+        strReason = "would be stored " + std::to_string(nCopies) + " times, " +
+                    text::Bytes(nCopies * strBody.size()) + " in all";
+        nCopies = 0;
+        nEvents = 0;
+        return false;
+    }
     return true;
 }
 

@@ -16,7 +16,7 @@ namespace event_message {
 // True when the module would queue strBody: a JSON object whose "param" array has an element of
 // group "cloudquery" with context "cloudad" or "cloudfd". Each such element has the module queue
 // the whole message once: nCopies is their number, nEvents that of all elements times nCopies.
-// Otherwise strReason says what is missing and both are 0.
+// Otherwise, or when so many copies are beyond 512 MiB, strReason says why and both are 0.
 bool IsUsable(const std::string& strBody, uint64_t& nCopies, uint64_t& nEvents,
               std::string& strReason);
 

@@ -40,6 +40,25 @@ TEST(EventMessageTest, EachTaggedElementHasTheWholeMessageQueued) {
     EXPECT_EQ(6u, nEvents);
 }
 
+// 8,000 tagged elements in 360 KB would be 2.7 GB in the queue, and an empty one takes a message
+// of any size.
+TEST(EventMessageTest, AMessageThatWouldFillTheDiskIsNotUsable) {
+    std::string strBody = R"({"param":[{"grup":"cloudquery","context":"cloudad"})";
+    for (int i = 1; i < 8000; ++i) {
+        strBody += R"(,{"grup":"cloudquery","context":"cloudad"})";
+    }
+    strBody += "]}";
+    uint64_t nCopies = 1;
+    uint64_t nEvents = 1;
+    std::string strReason;
+
+    EXPECT_FALSE(event_message::IsUsable(strBody, nCopies, nEvents, strReason));
+
+    EXPECT_EQ("would be stored 8000 times, 2.5 GiB in all", strReason);
+    EXPECT_EQ(0u, nCopies);
+    EXPECT_EQ(0u, nEvents);
+}
+
 TEST(EventMessageTest, WhatIsMissingIsSaid) {
     constexpr char NO_ELEMENT[] = "no element with \"grup\" \"cloudquery\" and a known \"context\"";
     const Unusable CASES[] = {
