@@ -31,13 +31,13 @@ bool SteersTerminal(const std::string& strText, size_t nPos, size_t nLength) {
     const auto c1 = static_cast<unsigned char>(nLength > 1 ? strText[nPos + 1] : 0);
     const auto c2 = static_cast<unsigned char>(nLength > 2 ? strText[nPos + 2] : 0);
     if (nLength == 2) {
-        return c0 == 0xC2 && c1 < 0xA0;
+        return (c0 == 0xC2 && c1 < 0xA0) || (c0 == 0xD8 && c1 == 0x9C);
     }
     if (nLength != 3 || c0 != 0xE2) {
         return false;
     }
     const bool bMarks = c1 == 0x80 && (c2 == 0x8E || c2 == 0x8F || (c2 >= 0xA8 && c2 <= 0xAE));
-    return bMarks || (c1 == 0x81 && c2 >= 0xA6 && c2 <= 0xA9);
+    return bMarks || (c1 == 0x81 && c2 >= 0xA6 && c2 <= 0xAF);
 }
 
 }  // namespace

@@ -17,7 +17,9 @@ TEST(TextTest, ForTerminalEscapesWhatSteersATerminal) {
     EXPECT_EQ("\\xC2\\x9B", text::ForTerminal("\xC2\x9B"));             // a C1 control
     EXPECT_EQ("\\xE2\\x80\\xAEx", text::ForTerminal("\xE2\x80\xAEx"));  // right to left
     EXPECT_EQ("\\xE2\\x81\\xA6", text::ForTerminal("\xE2\x81\xA6"));
-    EXPECT_EQ("C:\\\\x0A", text::ForTerminal("C:\\x0A"));  // so that an escape cannot be forged
+    EXPECT_EQ("\\xE2\\x81\\xAB", text::ForTerminal("\xE2\x81\xAB"));
+    EXPECT_EQ("\\xD8\\x9C", text::ForTerminal("\xD8\x9C"));  // the Arabic letter mark
+    EXPECT_EQ("C:\\\\x0A", text::ForTerminal("C:\\x0A"));    // so that an escape cannot be forged
 }
 
 TEST(TextTest, ForTerminalEscapesBytesThatAreNotUtf8) {
