@@ -5,6 +5,20 @@
 
 namespace watch_line {
 
+namespace {
+
+// Two blanks end a column, so a name does not have them: it could go on with a maker and a package
+// of its own.
+std::string Name(const std::string& strName) {
+    std::string strText = text::ForTerminal(strName);
+    for (size_t nPos = 0; (nPos = strText.find("  ", nPos)) != std::string::npos; nPos += 5) {
+        strText.replace(nPos + 1, 1, "\\x20");
+    }
+    return strText;
+}
+
+}  // namespace
+
 WatchRow Judged(const std::string& strWhat, const std::string& strSubject, const std::string& strBy,
                 const Verdict& verdict, bool bCached) {
     WatchRow row;
@@ -41,20 +55,18 @@ std::string Text(const Output& output, const WatchRow& row) {
                         : CStr::stdformat("%-9s %3d", row.strVerdict.c_str(), row.nLevel);
     const auto eColour = row.nLevel == 0 ? Output::COLOUR_DIM : LevelColour(row.nLevel);
     std::string strLine = row.strTime + "  " + output.Paint(eColour, strVerdict) + "  " +
-                          CStr::stdformat("%-11s  ", row.strWhat.c_str()) +
-                          text::ForTerminal(row.strSubject);
+                          CStr::stdformat("%-11s  ", row.strWhat.c_str()) + Name(row.strSubject);
     std::string strMore;
     if (!row.strBy.empty()) {
-        strMore += "  by " + row.strBy;
+        strMore += "  by " + Name(row.strBy);
     }
     if (!row.strWhy.empty()) {
-        strMore += "  " + row.strWhy;
+        strMore += "  " + text::ForTerminal(row.strWhy);
     }
     if (row.bCached) {
         strMore += "  cached";
     }
-    return strMore.empty() ? strLine
-                           : strLine + output.Paint(Output::COLOUR_DIM, text::ForTerminal(strMore));
+    return strMore.empty() ? strLine : strLine + output.Paint(Output::COLOUR_DIM, strMore);
 }
 
 Output::Colour LevelColour(int nLevel) {

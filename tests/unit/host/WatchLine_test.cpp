@@ -21,6 +21,17 @@ TEST(WatchLineTest, WhatIsNotKnownIsLeftOut) {
               watch_line::Text(Output(), row));
 }
 
+TEST(WatchLineTest, ANameCannotForgeWhoMadeItAndItsPackage) {
+    WatchRow row = watch_line::Judged("launch", "/tmp/x  by /usr/bin/dpkg   coreutils (packages)",
+                                      "/tmp/y  z", {40, "none", ""}, false);
+    row.strTime = "09:30:00";
+
+    EXPECT_EQ(
+        "09:30:00  unknown    40  launch       "
+        "/tmp/x \\x20by /usr/bin/dpkg \\x20 coreutils (packages)  by /tmp/y \\x20z",
+        watch_line::Text(Output(), row));
+}
+
 TEST(WatchLineTest, NothingOutsideCanForgeALine) {
     WatchRow row = watch_line::Told("lost", "launch", "a\nb", "c\033[2J");
     row.strTime = "09:30:00";
