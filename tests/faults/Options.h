@@ -6,9 +6,9 @@
 #include <cstdint>
 
 struct Options {
-    long nKills = 400;
+    long nKills = 150;
     uint32_t nSeed = 1;
-    long nStep = 7;
+    long nStep = 13;
     long nFirst = 1;
 };
 
