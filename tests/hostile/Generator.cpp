@@ -68,6 +68,26 @@ const std::vector<std::string> SQL = {"'",
                                       "%",
                                       " -- "};
 
+// A key that is put together of these is often a whole statement of the kind that is expected.
+const std::vector<std::string> OPENINGS = {"x'", "known'", "other'", "'", "x'''", "it''s'"};
+
+const std::vector<std::string> MIDDLES = {" or 1=1",
+                                          " or vkey = 'known'",
+                                          " or vkey <> 'x'",
+                                          " or level > 1",
+                                          " where vkey = 'known'",
+                                          ",level = 10",
+                                          ",level = 10 where vkey = 'other'",
+                                          ",1,1,1,'',1)",
+                                          ",70,1,1,'',1),('more',1,1,1,'',1)",
+                                          " on conflict(vkey) do update set level = 10",
+                                          " on conflict(vkey) do update set vkey = 'x'",
+                                          " returning *",
+                                          "||(select max(vkey) from cachotable)"};
+
+const std::vector<std::string> CLOSINGS = {" --",         "/*", "",   " or 'a'='a",
+                                           " and 'a'='a", ";",  "||'"};
+
 }  // namespace
 
 Generator::Generator(uint32_t nSeed, std::vector<std::string> paths)
@@ -139,6 +159,13 @@ std::string Generator::Message(long& nQueued) {
 
 std::string Generator::Key() {
     std::string strKey;
+    if (Below(3) != 0) {
+        strKey = OneOf(OPENINGS);
+        for (uint32_t i = 1 + Below(2); i > 0; --i) {
+            strKey += OneOf(MIDDLES);
+        }
+        return strKey + (Below(8) == 0 ? std::string("\0tail", 5) : OneOf(CLOSINGS));
+    }
     for (uint32_t i = 1 + Below(6); i > 0; --i) {
         strKey += OneOf(SQL);
     }
