@@ -196,6 +196,11 @@ TEST_F(LoadTest, NobodyReadsStandardOutputAndTheStoreIsFreeAllTheSame) {
     ASSERT_EQ(0, pipe2(ends, O_CLOEXEC));
     Module module(m_router);
     m_router.Deliver(TYPE_VERDICT, VerdictBody("known"));
+    const std::string strFilling(4096, '-');
+    ASSERT_EQ(0, fcntl(ends[1], F_SETFL, O_NONBLOCK));
+    while (write(ends[1], strFilling.data(), strFilling.size()) > 0) {
+    }
+    ASSERT_EQ(0, fcntl(ends[1], F_SETFL, 0));  // full: the next write waits for a reader
     const int nStdout = dup(STDOUT_FILENO);
     (void)dup2(ends[1], STDOUT_FILENO);
     std::atomic<bool> bEnd{false};
