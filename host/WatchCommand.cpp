@@ -35,6 +35,8 @@ struct WatchArguments {
     bool bNoFiles = false;
     bool bAllFilesystems = false;
     bool bAllOperations = false;
+    size_t nBatch = 256;
+    int64_t nBatchMs = 200;
 };
 
 constexpr double SETTLE_SECONDS = 60;  // for the module to look at what was sensed last
@@ -76,6 +78,10 @@ std::unique_ptr<IEventSource> MakeSource(const WatchArguments& arguments,
     KernelSourceOptions kernel;
     kernel.pPlaces = std::make_shared<FilePlaces>(AliasesOf(arguments.aliases));
     kernel.files.bAll = arguments.bAllOperations;
+    kernel.files.nMostOperations = arguments.nBatch;
+    kernel.files.batchTime = std::chrono::milliseconds(arguments.nBatchMs);
+    kernel.launches.nMostLaunches = arguments.nBatch;
+    kernel.launches.batchTime = std::chrono::milliseconds(arguments.nBatchMs);
     for (const char* const pszBelow : {"", "/data", "/data/db", "/run"}) {
         kernel.files.ignored.push_back(options.strStateDir + pszBelow);
     }
@@ -137,6 +143,19 @@ void AddReportOptions(CLI::App& command, WatchArguments& arguments) {
         ->needs(pMetrics);
 }
 
+void AddBatchOptions(CLI::App& command, WatchArguments& arguments) {
+    command.add_option("--batch", arguments.nBatch, "Launches or file operations in one message")
+        ->type_name("N")
+        ->check(CLI::Range(1, 100000))
+        ->capture_default_str();
+    command
+        .add_option("--batch-time", arguments.nBatchMs,
+                    "Milliseconds from the first of them until it is handed over")
+        ->type_name("MS")
+        ->check(CLI::Range(1, 60000))
+        ->capture_default_str();
+}
+
 void AddFileOptions(CLI::App& command, WatchArguments& arguments) {
     CLI::Option* const pNoLaunches =
         command.add_flag("--no-launches", arguments.bNoLaunches, "Do not watch launches");
@@ -170,6 +189,7 @@ void AddWatchCommand(CLI::App& app, const GlobalOptions& options, int& nExitCode
                      "What senses launches: auto takes the best that this machine allows")
         ->check(CLI::IsMember(SensorWords()));
     AddFileOptions(*pCommand, *pArguments);
+    AddBatchOptions(*pCommand, *pArguments);
     AddRunOptions(*pCommand, pArguments->shared);
     pCommand->callback(
         [pArguments, &options, &nExitCode] { nExitCode = WatchNow(options, *pArguments); });

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <iterator>
 #include <utility>
 
 namespace {
@@ -130,13 +131,25 @@ void FileMarks::MarkTree(const std::string& strPath, uint64_t nMask) {
         for (const std::string& strName : m_calls.DirectoriesIn(strDirectory)) {
             directories.push_back(strDirectory + "/" + strName);
         }
-        if (m_marked.size() >= MOST_DIRECTORIES) {
+        if (m_bFullSaid) {
             return;
         }
     }
 }
 
+// Directories that are gone, or whose name leads to another one now.
+void FileMarks::ForgetGone() {
+    for (auto entry = m_marked.begin(); entry != m_marked.end();) {
+        entry = m_calls.HandleOf(entry->second) == entry->first ? std::next(entry)
+                                                                : m_marked.erase(entry);
+    }
+    m_bFullSaid = m_bFullSaid && m_marked.size() >= MOST_DIRECTORIES;
+}
+
 void FileMarks::MarkDirectory(const std::string& strPath, uint64_t nMask) {
+    if (m_marked.size() >= MOST_DIRECTORIES) {
+        ForgetGone();
+    }
     if (m_marked.size() >= MOST_DIRECTORIES) {
         if (!std::exchange(m_bFullSaid, true)) {
             m_notices.push_back("more than " + std::to_string(MOST_DIRECTORIES) +

@@ -66,6 +66,7 @@ private:
     void MarkPlace(const FilePlaces::Directory& place);
     void MarkTree(const std::string& strPath, uint64_t nMask);
     void MarkDirectory(const std::string& strPath, uint64_t nMask);
+    void ForgetGone();
     uint64_t MaskFor(const FilePlaces::Directory& place) const;
 
     IMarkCalls& m_calls;

@@ -47,3 +47,8 @@ TEST_F(WatchCommandTest, AnAliasIsTwoDirectories) {
         EXPECT_EQ(2, Run({"watch", "--alias", pszAlias})) << pszAlias;
     }
 }
+
+TEST_F(WatchCommandTest, ABatchHasOneEventAndOneMillisecondAtLeast) {
+    EXPECT_EQ(2, Run({"watch", "--batch", "0"}));
+    EXPECT_EQ(2, Run({"watch", "--batch-time", "0"}));
+}

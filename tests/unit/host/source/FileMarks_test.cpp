@@ -46,7 +46,9 @@ public:
         return names;
     }
     std::string FsidOf(const std::string& strPath) override { return "fsid" + strPath; }
-    std::string HandleOf(const std::string& strPath) override { return "handle" + strPath; }
+    std::string HandleOf(const std::string& strPath) override {
+        return IsDirectory(strPath) ? "handle" + strPath : "";
+    }
 
     std::string m_strMounts =
         "1 0 8:1 / / rw - ext4 x rw\n2 1 0:5 / /run rw - tmpfs x rw\n"
@@ -208,4 +210,21 @@ TEST_F(FileMarksTest, TheNumberOfDirectoriesIsBoundedAndThatIsSaidOnce) {
 
     EXPECT_EQ(FileMarks::MOST_DIRECTORIES, m_calls.m_single.size());
     EXPECT_THAT(marks.TakeNotices(), ElementsAre(HasSubstr("more than 4096 directories")));
+}
+
+TEST_F(FileMarksTest, DirectoriesThatCameAndWentMakeRoomForOthers) {
+    FileMarks& marks = Marks();
+    for (size_t i = 0; i < 2 * FileMarks::MOST_DIRECTORIES; ++i) {
+        const std::string strPath = "/etc/cron.d/" + std::to_string(i);
+        m_calls.m_directories.insert(strPath);
+        marks.OnDirectory(strPath);
+        m_calls.m_directories.erase(strPath);
+    }
+    m_calls.m_directories.insert("/etc/cron.d/last");
+
+    marks.OnDirectory("/etc/cron.d/last");
+
+    EXPECT_THAT(m_calls.m_single, Contains(Pair("/etc/cron.d/last", WRITES)));
+    EXPECT_THAT(marks.TakeNotices(), IsEmpty());
+    EXPECT_EQ("/etc/cron.d/last", marks.MarkedPath("handle/etc/cron.d/last"));
 }
