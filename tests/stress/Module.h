@@ -57,11 +57,13 @@ private:
     std::atomic<IMRReceiveComplete*> m_pReceiver{nullptr};
 };
 
+const char* ModuleLibrary();  // the path of the built module
+
 // Loaded, initialised and connected; started by Start.
 class Module {
 public:
     explicit Module(CountingRouter& router)
-        : m_pLibrary(dlopen(TEVMON_LIBRARY, RTLD_NOW | RTLD_LOCAL)) {
+        : m_pLibrary(dlopen(ModuleLibrary(), RTLD_NOW | RTLD_LOCAL)) {
         const auto pfnCreate = reinterpret_cast<CreateObjectFn>(dlsym(m_pLibrary, "CreateObject"));
         m_pTable = static_cast<PluginOperationTable*>(pfnCreate(nullptr));
         (void)m_pTable->pfnInit(nullptr);

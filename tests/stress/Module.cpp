@@ -1,0 +1,5 @@
+#include "tests/stress/Module.h"
+
+const char* ModuleLibrary() {
+    return TEVMON_LIBRARY;
+}
