@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <exception>
 #include <utility>
 
@@ -46,11 +47,12 @@ private:
 
 // Opens for reading the very file that nPathFd stands on, whatever its path names by now.
 int Reopen(int nPathFd) {
-    const std::string strLink = "/proc/self/fd/" + std::to_string(nPathFd);
+    char szLink[32];
+    (void)snprintf(szLink, sizeof(szLink), "/proc/self/fd/%d", nPathFd);
     constexpr int FLAGS = O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY;
-    const int nFd = open(strLink.c_str(), FLAGS | O_NOATIME);
+    const int nFd = open(szLink, FLAGS | O_NOATIME);
     // Only the owner may leave the access time alone.
-    return nFd < 0 && errno == EPERM ? open(strLink.c_str(), FLAGS) : nFd;
+    return nFd < 0 && errno == EPERM ? open(szLink, FLAGS) : nFd;
 }
 
 // Reads at most nWanted bytes into pBlock; 0 at the end, -1 on an error.

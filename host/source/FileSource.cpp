@@ -71,9 +71,17 @@ void FileSource::Ignore() {
 
 bool FileSource::Read() {
     const TimeTaken time(m_nSenseNanos);
-    m_nRead = m_pSensor->Read(m_buffer.data(), m_buffer.size());
-    m_tmRead = static_cast<int64_t>(::time(nullptr));
-    return m_nRead > 0;
+    while (m_nHeld < m_options.nMostHeld) {
+        const size_t nRead = m_pSensor->Read(m_buffer.data(), m_buffer.size());
+        if (nRead == 0) {
+            break;
+        }
+        m_held.emplace_back();
+        m_held.back().bytes.assign(m_buffer.data(), m_buffer.data() + nRead);
+        m_held.back().tmRead = static_cast<int64_t>(::time(nullptr));
+        m_nHeld += nRead;
+    }
+    return IsHolding();
 }
 
 void FileSource::Resolve() {
@@ -82,15 +90,17 @@ void FileSource::Resolve() {
         if (m_pSensor->Tend()) {
             m_paths.Clear();
         }
-        FileEventReader reader(m_buffer.data(), m_nRead);
-        FileEvent event;
-        while (reader.Next(event)) {
-            Take(event);
+        if (IsHolding()) {
+            const Piece& piece = m_held.front();
+            FileEventReader reader(piece.bytes.data(), piece.bytes.size());
+            FileEvent event;
+            while (reader.Next(event)) {
+                Take(event);
+            }
+            m_files.nBroken += reader.Broken();
+            m_nHeld -= piece.bytes.size();
+            m_held.pop_front();
         }
-        m_files.nBroken += reader.Broken();
-        m_nRead = 0;
-        m_removed.clear();
-        m_bFoundRemoved = false;
     }
     m_files.nSenseMicros = m_nSenseNanos / 1000;
     for (const FileOperation& operation : m_told) {
@@ -106,26 +116,29 @@ std::string FileSource::OpenDirectory(std::string_view strHandle) {
     if (!strPath.empty() || m_nOpening >= MOST_ABOVE) {
         return strPath;
     }
-    FindRemoved();
-    const auto found = m_removed.find(strHandle);
-    if (found != m_removed.end()) {
-        ++m_nOpening;
-        strPath = m_paths.PathOf(found->second);
-        --m_nOpening;
+    for (Piece& piece : m_held) {
+        FindRemoved(piece);
+        const auto found = piece.removed.find(strHandle);
+        if (found != piece.removed.end()) {
+            ++m_nOpening;
+            strPath = m_paths.PathOf(found->second);
+            --m_nOpening;
+            return strPath;
+        }
     }
     return strPath;
 }
 
-void FileSource::FindRemoved() {
-    if (std::exchange(m_bFoundRemoved, true)) {
+void FileSource::FindRemoved(Piece& piece) {
+    if (std::exchange(piece.bFoundRemoved, true)) {
         return;
     }
-    FileEventReader reader(m_buffer.data(), m_nRead);
+    FileEventReader reader(piece.bytes.data(), piece.bytes.size());
     FileEvent event;
     while (reader.Next(event)) {
         if ((event.nMask & FAN_DELETE) != 0 && (event.nMask & FAN_ONDIR) != 0 &&
             !event.strTarget.empty()) {
-            m_removed.emplace(event.strTarget, event.spot);
+            piece.removed.emplace(event.strTarget, event.spot);
         }
     }
 }
@@ -260,7 +273,7 @@ void FileSource::Tell(FileAct eAct, const FileEvent& event, std::string_view str
     operation.strFsType = m_pSensor->FsTypeOf(strDirectory);
     operation.nInode = status.st_ino != 0 ? status.st_ino : file_handle_key::Inode(event.strTarget);
     operation.nPid = event.nPid;
-    operation.tmWhen = m_tmRead;
+    operation.tmWhen = m_held.front().tmRead;
     m_files.nNoProgram += operation.strProgram.empty() ? 1 : 0;
     ++m_files.nTold;
     Add(std::move(operation));

@@ -32,6 +32,7 @@ struct FileSourceOptions {
     size_t nMostOperations = 256;     // in one batch
     size_t nMostBytes = 1024 * 1024;  // of paths, passed by one at most
     size_t nReadBytes = 256 * 1024;   // taken from the kernel at once
+    size_t nMostHeld = 32 << 20;      // bytes taken from the kernel and not yet looked at
     std::chrono::milliseconds batchTime{200};  // from its first operation until it is handed out
     std::chrono::milliseconds announce{1000};  // between two announcements of losses
     std::vector<std::string> ignored;          // directories of the host's own
@@ -55,10 +56,12 @@ public:
     // Once the directories in the options are there.
     void Ignore();
 
-    // Reads what waits, as much as there is room for; false when nothing waits.
+    // Takes from the kernel whatever waits there, as much as there is room for, whose queue is
+    // small; true when anything is held now.
     bool Read();
-    // After the images have been told of every process until then: takes what was read.
+    // After the images have been told of every process until then: looks at the oldest piece held.
     void Resolve();
+    bool IsHolding() const { return !m_held.empty(); }
     // No new events from now on; those that wait can still be read.
     void Detach() { m_pSensor->Detach(); }
     // Tells the observer notices and counters; bLast: and every loss not yet announced.
@@ -78,8 +81,17 @@ private:
         Clock::time_point due;
     };
 
+    // Events as the kernel wrote them.
+    struct Piece {
+        std::vector<char> bytes;
+        int64_t tmRead = 0;
+        bool bFoundRemoved = false;
+        // Directories removed in it, by handle, once somebody asked for one of them.
+        std::unordered_map<std::string_view, FileSpot> removed;
+    };
+
     std::string OpenDirectory(std::string_view strHandle);
-    void FindRemoved();
+    static void FindRemoved(Piece& piece);
     void Take(const FileEvent& event);
     void TakeOverflow();
     void TendDirectory(const std::string& strPath);
@@ -99,14 +111,11 @@ private:
     FileSourceOptions m_options;
     const uint32_t m_nOwnPid;
     HandlePaths m_paths;
-    std::vector<char> m_buffer;
-    size_t m_nRead = 0;  // bytes in the buffer that Resolve takes
-    // Directories removed within the buffer, by handle, once somebody asked for one of them.
-    std::unordered_map<std::string_view, FileSpot> m_removed;
-    bool m_bFoundRemoved = false;
-    int m_nOpening = 0;  // directories being opened, one for the sake of another
-    int64_t m_tmRead = 0;
-    std::vector<FileOperation> m_told;          // to the observer, once the time was taken
+    std::vector<char> m_buffer;         // for one read
+    std::deque<Piece> m_held;           // oldest first
+    size_t m_nHeld = 0;                 // their bytes
+    int m_nOpening = 0;                 // directories being opened, one for the sake of another
+    std::vector<FileOperation> m_told;  // to the observer, once the time was taken
     std::unordered_set<std::string> m_written;  // told as written, in the batch in the making
     Batch m_making;
     std::deque<Batch> m_full;

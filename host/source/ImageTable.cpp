@@ -220,10 +220,17 @@ ActingProgram ImageTable::Verified(const Image& image, uint32_t nPid) const {
     event.nDevice = image.nDevice;
     event.nInode = image.nInode;
     event.nMagic = image.nMagic;
-    for (const std::string& strPath : {image.strPath, image.strName, ExeLink(nPid)}) {
-        if (!strPath.empty() && strPath[0] == '/' && LeadsTo(strPath, event, m_fnLook)) {
-            return {strPath, image.strName};
+    const auto leads = [&](const std::string& strPath) {
+        return !strPath.empty() && strPath[0] == '/' && LeadsTo(strPath, event, m_fnLook);
+    };
+    for (const std::string* pPath : {&image.strPath, &image.strName}) {
+        if (leads(*pPath)) {
+            return {*pPath, image.strName};
         }
+    }
+    std::string strLink = ExeLink(nPid);
+    if (leads(strLink)) {
+        return {std::move(strLink), image.strName};
     }
     return {"", image.strName};
 }

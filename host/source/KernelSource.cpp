@@ -91,6 +91,9 @@ SourceResult KernelSource::Next(EventBatch& batch, milliseconds wait) {
     Begin();
     const auto due = Clock::now() + wait;
     while (!m_bStopped) {
+        if (m_pFiles != nullptr) {
+            (void)m_pFiles->Read();  // between two batches as well: the kernel's queue is small
+        }
         if (HandOut(batch, false)) {
             return SOURCE_BATCH;
         }
@@ -115,7 +118,9 @@ bool KernelSource::Look(bool bLast) {
         m_pLaunches->TakeCounts(bLast);
     }
     if (m_pFiles != nullptr) {
-        m_pFiles->Resolve();
+        do {
+            m_pFiles->Resolve();
+        } while (m_pFiles->IsHolding() && !m_pFiles->HasBatch(Clock::now(), false));
         m_pFiles->TakeCounts(bLast);
     }
     return bFiles;
