@@ -130,7 +130,7 @@ void ImageTable::Note(const LaunchEvent& event, const std::string& strPath) {
             Kept({strPath, event.strPath.empty() ? event.strName : event.strPath, event.nDevice,
                   event.nInode, event.nMagic}));
         if (process.images.size() > MOST_IMAGES) {
-            process.images.pop_front();
+            process.images.erase(process.images.begin());
             process.nCurrent -= process.nCurrent > 0 ? 1 : 0;
         }
     } else if (event.eKind == LAUNCH_KIND_FORK) {
@@ -157,10 +157,10 @@ void ImageTable::Opened(uint32_t nPid, uint64_t nInode) {
     if (found == m_processes.end()) {
         return;
     }
-    std::deque<uint64_t>& openings = found->second.openings;
+    std::vector<uint64_t>& openings = found->second.openings;
     openings.push_back(nInode);
     if (openings.size() > MOST_OPENINGS) {
-        openings.pop_front();
+        openings.erase(openings.begin());
     }
 }
 

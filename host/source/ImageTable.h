@@ -75,10 +75,10 @@ public:
 private:
     using ImageRef = std::shared_ptr<const Image>;
     struct Process {
-        std::deque<ImageRef> images;
+        std::vector<ImageRef> images;  // a few; an empty deque would take 600 bytes
         size_t nCurrent = 0;
-        std::deque<uint64_t> openings;  // inodes
-        uint64_t nEnd = 0;              // number of its end, 0 while it runs
+        std::vector<uint64_t> openings;  // inodes
+        uint64_t nEnd = 0;               // number of its end, 0 while it runs
     };
     struct End {
         Clock::time_point when;
