@@ -167,4 +167,16 @@ private:
     std::string m_strOutput;
 };
 
+// Runs the program with the fake module that works.
+class HostProgramTest : public testing::Test {
+protected:
+    int Run(std::vector<std::string> arguments) {
+        arguments.insert(arguments.begin(), {"--module", FakeModule("works")});
+        return m_host.Run(arguments);
+    }
+
+    TestDir m_dir;
+    HostProgram m_host{m_dir};
+};
+
 #endif

@@ -4,16 +4,7 @@
 
 namespace {
 
-class RunCommandsTest : public testing::Test {
-protected:
-    int Run(std::vector<std::string> arguments) {
-        arguments.insert(arguments.begin(), {"--module", FakeModule("works")});
-        return m_host.Run(arguments);
-    }
-
-    TestDir m_dir;
-    HostProgram m_host{m_dir};
-};
+class RunCommandsTest : public HostProgramTest {};
 
 }  // namespace
 

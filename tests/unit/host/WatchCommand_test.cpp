@@ -6,16 +6,7 @@
 
 namespace {
 
-class WatchCommandTest : public testing::Test {
-protected:
-    int Run(std::vector<std::string> arguments) {
-        arguments.insert(arguments.begin(), {"--module", FakeModule("works")});
-        return m_host.Run(arguments);
-    }
-
-    TestDir m_dir;
-    HostProgram m_host{m_dir};
-};
+class WatchCommandTest : public HostProgramTest {};
 
 }  // namespace
 
