@@ -177,7 +177,10 @@ class BpfTime:
         """(nanoseconds, runs) by program name, from the descriptors of a process."""
         times = {}
         for info in pathlib.Path(f"/proc/{pid}/fdinfo").iterdir():
-            text = info.read_text()
+            try:
+                text = info.read_text()
+            except FileNotFoundError:
+                continue  # a descriptor that was closed meanwhile
             run = re.search(r"run_time_ns:\s*(\d+)\s+run_cnt:\s*(\d+)", text)
             if run and "prog_id" in text:
                 times[re.search(r"prog_id:\s*(\d+)", text).group(1)] = (
