@@ -38,9 +38,8 @@ public:
 
 private:
     Place() {
-        char szDir[] = "/tmp/tevmon-fuzz-XXXXXX";
-        Require(mkdtemp(szDir) != nullptr);
-        m_strDir = szDir;
+        m_strDir = (std::filesystem::temp_directory_path() / "tevmon-fuzz-XXXXXX").string();
+        Require(mkdtemp(m_strDir.data()) != nullptr);
         std::filesystem::create_directories(m_strDir + "/data/db");
         std::filesystem::create_directory(m_strDir + "/run");
         std::filesystem::current_path(m_strDir + "/run");

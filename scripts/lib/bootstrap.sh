@@ -28,7 +28,7 @@ packages_of() {
         run) echo g++ cmake ninja-build pkg-config libsqlite3-dev libjsoncpp-dev libssl-dev \
                 libcli11-dev prometheus-cpp-dev clang libbpf-dev ;;
         test) echo libgtest-dev libgmock-dev sqlite3 python3 python3-jsonschema strace binutils clang-format clang-tidy ;;
-        clang) echo clang libclang-rt-14-dev ;;
+        clang) echo clang libclang-rt-14-dev python3 ;;
         bench) echo libbenchmark-dev python3 rhash hashdeep openssl ;;
         *) return 1 ;;
     esac
