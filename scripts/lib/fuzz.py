@@ -11,7 +11,7 @@ import threading
 import time
 from pathlib import Path
 
-ROOT = Path(__file__).resolve().parent.parent
+ROOT = Path(__file__).resolve().parents[2]
 BUILD = ROOT / "build/fuzz"
 SLICE_SECONDS = 300  # a round gives each target at most this: a run that is stopped is even
 
