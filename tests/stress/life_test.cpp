@@ -67,7 +67,7 @@ TEST_F(LifeTest, WholeLivesLeaveNeitherMemoryNorDescriptorsBehind) {
     }
 
     const long nGrowth = ResidentKilobytes() - nBefore;
-    std::cout << "loads: " << g_options.nLoads << ", growth " << nGrowth << " KiB\n";
+    std::cout << "loads: " << g_options.nLoads << ", growth_kib " << nGrowth << "\n";
     EXPECT_LT(nGrowth, GROWTH_KILOBYTES);
     EXPECT_EQ(nDescriptors, DescriptorCount());
 }
@@ -112,6 +112,7 @@ TEST_F(LifeTest, AProcessThatExitsWithoutStopWhileThreadsFireEndsNormally) {
         });
         ASSERT_EQ(0, nStatus) << "child " << i;
     }
+    std::cout << "exits: " << g_options.nLoads / 10 << "\n";
 }
 
 TEST_F(LifeTest, FirstUsesFromEightThreadsAtOnceMakeOneOfEverything) {
@@ -140,4 +141,5 @@ TEST_F(LifeTest, FirstUsesFromEightThreadsAtOnceMakeOneOfEverything) {
         });
         ASSERT_EQ(0, nStatus) << "child " << i;
     }
+    std::cout << "first uses: " << g_options.nLoads / 10 << "\n";
 }

@@ -4,11 +4,14 @@
 #include <sched.h>
 #include <signal.h>
 #include <sys/mount.h>
+#include <sys/resource.h>
 
 #include <algorithm>
 #include <cctype>
 #include <chrono>
+#include <condition_variable>
 #include <iostream>
+#include <mutex>
 #include <thread>
 #include <vector>
 
@@ -28,9 +31,58 @@ double SecondsSince(Clock::time_point begin) {
     return std::chrono::duration<double>(Clock::now() - begin).count();
 }
 
+// How often this thread has let the processor go of its own will.
+long WaitsOfThisThread() {
+    rusage usage = {};
+    (void)getrusage(RUSAGE_THREAD, &usage);
+    return usage.ru_nvcsw;
+}
+
 struct Sent {
     long nThread;
     long nNumber;
+};
+
+constexpr long BLOCK = 1000;            // messages
+constexpr size_t BLOCKS_LOOKED_AT = 5;  // of which the cheapest counts: others use the machine
+
+// Microseconds for each message of the cheapest block among those that begin with times[nFirst].
+double CostAt(const std::vector<Clock::time_point>& times, size_t nFirst) {
+    double cheapest = 1e9;
+    for (size_t i = nFirst; i < nFirst + BLOCKS_LOOKED_AT; ++i) {
+        const std::chrono::duration<double, std::micro> block = times[i + 1] - times[i];
+        cheapest = std::min(cheapest, block.count() / static_cast<double>(BLOCK));
+    }
+    return cheapest;
+}
+
+// Notes when each query is posted.
+class MarkRouter : public CountingRouter {
+public:
+    uint32_t Post(const Guid*, int64_t, const void*, uint32_t) override {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_marks.push_back(Clock::now());
+        m_more.notify_all();
+        return 0;
+    }
+
+    // As many as there are when half a minute has brought none, at most nMarks.
+    std::vector<Clock::time_point> WaitForMarks(long nMarks) {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        size_t nSeen = 0;
+        do {
+            nSeen = m_marks.size();
+            (void)m_more.wait_until(lock, std::chrono::system_clock::now() + QUIET,
+                                    [&] { return m_marks.size() != nSeen; });
+        } while (m_marks.size() != nSeen && m_marks.size() < static_cast<size_t>(nMarks));
+        return m_marks;
+    }
+
+private:
+    static constexpr std::chrono::seconds QUIET{30};
+    std::mutex m_mutex;
+    std::condition_variable m_more;
+    std::vector<Clock::time_point> m_marks;
 };
 
 // From the path in a message of the burst.
@@ -69,36 +121,42 @@ protected:
 }  // namespace
 
 TEST_F(LoadTest, EightThreadsAgainstDrainVerdictsAndExpiryLeaveAnEmptyQueue) {
-    const StdoutCapture capture;
     const QuickWaits waits;
     const std::string strProgram = m_dir.WriteFile("program", "a program");
-    Module module(m_router);
-    module.Start();
-    const auto end = Clock::now() + std::chrono::seconds(g_options.nSeconds);
     std::vector<std::thread> threads;
     std::atomic<long> nDelivered{0};
+    std::atomic<long> nVerdicts{0};
+    {
+        const StdoutCapture capture;
+        Module module(m_router);
+        module.Start();
+        const auto end = Clock::now() + std::chrono::seconds(g_options.nSeconds);
 
-    for (int nThread = 0; nThread < 8; ++nThread) {
-        threads.emplace_back([&, nThread] {
-            for (int i = 0; Clock::now() < end; ++i) {
-                if (nThread < 2) {
-                    m_router.Deliver(TYPE_VERDICT, VerdictBody(std::to_string(nThread) + "k" +
-                                                               std::to_string(i)));
-                } else if (nDelivered - m_router.nPosts < 1000) {
-                    m_router.Deliver(TYPE_EVENT, EventBody("/nowhere"));
-                    m_router.Deliver(TYPE_EVENT, EventBody(strProgram));  // leads to one query
-                    ++nDelivered;
-                } else {
-                    (void)Event().WaitFor(std::chrono::milliseconds(1));
+        for (int nThread = 0; nThread < 8; ++nThread) {
+            threads.emplace_back([&, nThread] {
+                for (int i = 0; Clock::now() < end; ++i) {
+                    if (nThread < 2) {
+                        m_router.Deliver(TYPE_VERDICT, VerdictBody(std::to_string(nThread) + "k" +
+                                                                   std::to_string(i)));
+                        ++nVerdicts;
+                    } else if (nDelivered - m_router.nPosts < 1000) {
+                        m_router.Deliver(TYPE_EVENT, EventBody("/nowhere"));
+                        m_router.Deliver(TYPE_EVENT, EventBody(strProgram));  // leads to one query
+                        ++nDelivered;
+                    } else {
+                        (void)Event().WaitFor(std::chrono::milliseconds(1));
+                    }
                 }
-            }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
+            });
+        }
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+        EXPECT_TRUE(DrainsWithin(120));
     }
 
-    EXPECT_TRUE(DrainsWithin(120));
+    std::cout << "threads: " << 2 * nDelivered + nVerdicts << " messages, of them " << nVerdicts
+              << " verdicts; " << m_router.nPosts << " queries\n";
     EXPECT_GE(m_router.nPosts, nDelivered);
     EXPECT_GT(nDelivered, 100);
     EXPECT_GT(Number("tevcloudcacho.db", "select count(*) from cachotable"), 100);
@@ -123,15 +181,19 @@ TEST_F(LoadTest, ALockHeldByAnotherProcessCostsFiveAttemptsAndIsPrinted) {
     ASSERT_EQ(1, read(ends[0], &cLocked, 1));
     ASSERT_EQ('y', cLocked);
     std::vector<double> calls;
+    long nWaits = 0;
 
     std::string strPrinted;
     {
         const StdoutCapture capture;
         const auto begin = Clock::now();
         for (int i = 0; i < 1000; ++i) {
+            const std::string strBody = EventBody("/nowhere");
+            const long nWaitsBefore = WaitsOfThisThread();
             const auto call = Clock::now();
-            m_router.Deliver(TYPE_EVENT, EventBody("/nowhere"));
+            m_router.Deliver(TYPE_EVENT, strBody);
             calls.push_back(SecondsSince(call));
+            nWaits += WaitsOfThisThread() - nWaitsBefore;
             (void)Event().WaitFor(std::chrono::duration_cast<std::chrono::milliseconds>(
                 begin + std::chrono::milliseconds(i) - Clock::now()));
         }
@@ -146,9 +208,11 @@ TEST_F(LoadTest, ALockHeldByAnotherProcessCostsFiveAttemptsAndIsPrinted) {
     EXPECT_EQ(5000, std::count(strPrinted.begin(), strPrinted.end(), '\n'));
     EXPECT_EQ(1, Queued());
     std::sort(calls.begin(), calls.end());
-    std::cout << "calls: median " << calls[500] * 1e6 << " us, 99 of 100 below " << calls[989] * 1e6
-              << " us, longest " << calls[999] * 1e6 << " us\n";
-    EXPECT_LT(calls[500], 0.005);
+    std::cout << "lock: 1000 calls, median " << calls[500] * 1e6 << " us, 99 of 100 below "
+              << calls[989] * 1e6 << " us, longest_ms " << calls[999] * 1e3 << ", waited " << nWaits
+              << " times\n";
+    // A call that waits between its attempts does so four times; the disk may make a few wait.
+    EXPECT_LT(nWaits, 200);
     m_router.Deliver(TYPE_EVENT, EventBody("/after"));
     EXPECT_EQ(2, Queued());
 }
@@ -175,6 +239,7 @@ TEST_F(LoadTest, AFullDiskLosesWhatIsNotAcknowledgedAndTheQueueWorksOnWhenThereI
         }
         const long nQueued = Queued();
         const long nErrors = std::count(strPrinted.begin(), strPrinted.end(), '\n');
+        std::cout << "disk: 1000 messages, " << nQueued << " queued, " << nErrors << " printed\n";
         EXPECT_GT(nQueued, 50);
         EXPECT_EQ(1000, nQueued + nErrors);
         (void)unlink((strDB + "/ballast").c_str());
@@ -225,45 +290,43 @@ TEST_F(LoadTest, NobodyReadsStandardOutputAndTheStoreIsFreeAllTheSame) {
     (void)close(nStdout);
     (void)close(ends[1]);
     EXPECT_EQ(201, Number("tevcloudcacho.db", "select count(*) from cachotable"));
-    std::cout << "longest recording " << longest * 1000 << " ms\n";
+    std::cout << "output: 200 recordings, longest " << longest * 1000 << " ms\n";
     EXPECT_LT(longest, 2.0);
 }
 
 TEST_F(LoadTest, ABacklogCostsNoMemoryAndEachMessageTheSame) {
-    const std::string strBody = EventBody("/nowhere");
     const QuickWaits waits;
-    const long nFirst = 1000;
-    const long nRest = g_options.nBacklog - nFirst;
-    Module module(m_router);
-    m_router.Deliver(TYPE_EVENT, strBody);
+    MarkRouter router;
+    const long nBlocks = std::max(g_options.nBacklog / BLOCK, 12L);
+    const std::string strProgram = m_dir.WriteFile("program", "a program");
+    Module module(router);
+    router.Deliver(TYPE_EVENT, EventBody("/nowhere"));
     const long nBefore = ResidentKilobytes();
+    std::vector<Clock::time_point> pushed{Clock::now()};
 
-    auto begin = Clock::now();
-    for (long i = 0; i < nFirst; ++i) {
-        m_router.Deliver(TYPE_EVENT, strBody);
+    for (long nBlock = 0; nBlock < nBlocks; ++nBlock) {
+        for (long i = 1; i < BLOCK; ++i) {
+            router.Deliver(TYPE_EVENT, EventBody("/nowhere"));
+        }
+        router.Deliver(TYPE_EVENT, EventBody(strProgram));  // its query says how far the drain is
+        pushed.push_back(Clock::now());
     }
-    const double first = SecondsSince(begin) / static_cast<double>(nFirst);
-    for (long i = 0; i < nRest - nFirst; ++i) {
-        m_router.Deliver(TYPE_EVENT, strBody);
-    }
-    begin = Clock::now();
-    for (long i = 0; i < nFirst; ++i) {
-        m_router.Deliver(TYPE_EVENT, strBody);
-    }
-    const double last = SecondsSince(begin) / static_cast<double>(nFirst);
-    const long nGrowth = ResidentKilobytes() - nBefore;
     const long nQueued = Queued();
-    begin = Clock::now();
     module.Start();
-    const bool bDrained = DrainsWithin(3600);
-    const double drain = SecondsSince(begin) / static_cast<double>(nQueued);
+    const std::vector<Clock::time_point> drained = router.WaitForMarks(nBlocks);
+    const long nGrowth = ResidentKilobytes() - nBefore;
 
-    std::cout << "backlog: " << nQueued << ", push " << first * 1e6 << " us at the start, "
-              << last * 1e6 << " us at the end, drain " << drain * 1e6 << " us, memory +" << nGrowth
-              << " KiB\n";
-    EXPECT_TRUE(bDrained);
-    EXPECT_EQ(g_options.nBacklog + 1, nQueued);
-    EXPECT_LT(last, first * 3);  // the figure itself is for a machine that is otherwise idle
+    ASSERT_EQ(static_cast<size_t>(nBlocks), drained.size());
+    EXPECT_TRUE(DrainsWithin(60));
+    EXPECT_EQ(nBlocks * BLOCK + 1, nQueued);
+    const double push = CostAt(pushed, 1);  // on top of a thousand
+    const double pushLast = CostAt(pushed, pushed.size() - 1 - BLOCKS_LOOKED_AT);
+    const double drain = CostAt(drained, 0);
+    const double drainLast = CostAt(drained, drained.size() - 1 - BLOCKS_LOOKED_AT);
+    std::cout << "backlog: " << nQueued << ", a push " << push << " us at first and " << pushLast
+              << " us at last, push_ratio " << pushLast / push << ", a drain " << drain
+              << " us at first and " << drainLast << " us at last, drain_ratio "
+              << drain / drainLast << ", growth_kib " << nGrowth << "\n";
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
     EXPECT_LT(nGrowth, 16 * 1024);
 #endif
@@ -308,6 +371,5 @@ TEST_F(LoadTest, ABurstOfFourThreadsLosesNothingAndKeepsEachThreadsOrder) {
     }
     const double theirs = SecondsSince(begin);
     std::cout << "burst: " << rows.size() << " in " << ours << " s, bare SQLite " << theirs
-              << " s, ratio " << theirs / ours << "\n";
-    EXPECT_LT(ours, theirs * 10);
+              << " s, speed_ratio " << theirs / ours << "\n";
 }
