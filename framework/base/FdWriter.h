@@ -98,8 +98,9 @@ private:
             const bool bMayStall =
                 S_ISFIFO(status.st_mode) || (S_ISCHR(status.st_mode) && isatty(nFd) == 1);
             if (!m_bNeverWaits && bMayStall && (nFlags & O_ACCMODE) != O_RDONLY) {
-                char szPath[32];
-                (void)snprintf(szPath, sizeof(szPath), "/proc/self/fd/%d", nFd);
+                // Not "self": its descriptors are gone once the first thread has ended.
+                char szPath[40];
+                (void)snprintf(szPath, sizeof(szPath), "/proc/thread-self/fd/%d", nFd);
                 m_nOwnFd = open(szPath, O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
             }
             if (m_nOwnFd >= 0) {

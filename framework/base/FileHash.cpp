@@ -45,10 +45,11 @@ private:
     int m_nFd;
 };
 
-// Opens for reading the very file that nPathFd stands on, whatever its path names by now.
+// Opens for reading the very file that nPathFd stands on, whatever its path names by now. Asks for
+// the thread's own descriptors: those of "self" are gone once the host's first thread has ended.
 int Reopen(int nPathFd) {
-    char szLink[32];
-    (void)snprintf(szLink, sizeof(szLink), "/proc/self/fd/%d", nPathFd);
+    char szLink[40];
+    (void)snprintf(szLink, sizeof(szLink), "/proc/thread-self/fd/%d", nPathFd);
     constexpr int FLAGS = O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY;
     const int nFd = open(szLink, FLAGS | O_NOATIME);
     // Only the owner may leave the access time alone.

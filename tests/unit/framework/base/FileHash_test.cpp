@@ -9,6 +9,7 @@
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -19,6 +20,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <string>
 #include <thread>
@@ -428,6 +430,28 @@ TEST_F(FileHashTest, AnotherUsersReadableFileIsHashed) {
         GTEST_SKIP() << "this root may not become another user";
     }
     EXPECT_EQ(1, nResult);
+}
+
+TEST_F(FileHashTest, AThreadHashesAlsoAfterTheProcessesFirstThreadHasEnded) {
+    const std::string strAbc = m_dir.WriteFile("abc", "abc");
+    const auto work = [&] {
+        (void)alarm(30);
+        std::thread([&] {
+            std::string strStat;
+            while (strStat.find(") Z ") == std::string::npos) {
+                std::ifstream stat("/proc/self/stat");
+                std::getline(stat, strStat);
+            }
+            std::string strMd5;
+            std::string strSha1;
+            const bool bHashed = utils::getMD5AndSHA1(strAbc, strMd5, strSha1);
+            _exit(bHashed && strMd5 == ABC_MD5 && strSha1 == ABC_SHA1 ? 0 : 1);
+        }).detach();
+        // As pthread_exit ends it, without the unwinding that a test framework would catch.
+        (void)syscall(SYS_exit, 0);
+    };
+
+    EXPECT_EXIT(work(), testing::ExitedWithCode(0), "");
 }
 
 TEST_F(FileHashTest, SeveralThreadsHashAtOnce) {
