@@ -25,8 +25,9 @@ bool Concerns(Call eCall) {
         case FaultPlan::CANTOPEN:
             return eCall == CALL_OPEN;
         case FaultPlan::FAIL:
-            // No disk refuses to let go, and what was to be done has been done by then.
             return eCall != CALL_UNLOCK;
+        case FaultPlan::UNLOCK:
+            return eCall == CALL_UNLOCK;
         default:
             return true;
     }
@@ -205,5 +206,9 @@ void FaultVfs::Arm(const FaultPlan& plan) {
 
 bool FaultVfs::Disarm() {
     s_plan.nAt = 0;
+    return s_bStruck;
+}
+
+bool FaultVfs::HasStruck() {
     return s_bStruck;
 }

@@ -11,6 +11,7 @@ struct FaultPlan {
         FULL,       // a write or an enlargement finds the disk full
         SHORT,      // a write does half of its bytes and fails
         CANTOPEN,   // a file cannot be opened
+        UNLOCK,     // a lock has been let go and that fails all the same
         KILL,       // SIGKILL in the place of the call
         TORN_KILL,  // SIGKILL after half of a write
     };
@@ -25,7 +26,8 @@ public:
     // What the plan struck is written there, at most 15 characters, also before a kill.
     static void NoteInto(char* pszStruck);
     static void Arm(const FaultPlan& plan);
-    static bool Disarm();  // true when the plan struck
+    static bool Disarm();     // true when the plan struck
+    static bool HasStruck();  // by now
 };
 
 #endif

@@ -23,7 +23,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr int FIRST_PUSHED = FIRST_MESSAGES;
+constexpr int FIRST_PUSHED = 12;
+constexpr int FIRST_STORED = 40;              // verdict
 constexpr int LAST_NUMBER = MAX_NUMBERS - 1;  // the message that is queued after the fault
 constexpr int64_t FOR_EVER = 1000000000000;
 
@@ -42,14 +43,18 @@ int NumberOf(const std::string& strText) {
     return nNumber >= 0 && nNumber < MAX_NUMBERS ? nNumber : LAST_NUMBER;
 }
 
-CachoRecord VerdictOf(int nNumber, bool bExpired) {
+bool HasExpired(int nNumber, uint32_t nSeed) {
+    return nNumber < FIRST_STORED && nNumber % static_cast<int>(2 + nSeed % 3) == 1;
+}
+
+CachoRecord VerdictOf(int nNumber, uint32_t nSeed) {
     CachoRecord record;
     record.key = "key" + std::to_string(nNumber);
     record.nLevel = nNumber;
     record.nTmCreate = 1000;
-    record.nTmInterval = bExpired ? 1 : FOR_EVER;
+    record.nTmInterval = HasExpired(nNumber, nSeed) ? 1 : FOR_EVER;
     record.eMid = 5;
-    record.strDetail = std::string(static_cast<size_t>(nNumber) * 30, 'd');
+    record.strDetail = std::string(static_cast<size_t>(nNumber) * (30 + nSeed * 19 % 90), 'd');
     return record;
 }
 
@@ -83,6 +88,27 @@ public:
     using CTevCloudCachoMgr::CheckRecords;
 };
 
+// [child] The road's own, made on first use and never ended: what comes after the fault uses the
+// same connection.
+CTevCloudCachoDB* s_pStore = nullptr;
+OwnCache* s_pCache = nullptr;
+bool s_bStruckInOpening = false;  // then it may have stayed closed
+
+CTevCloudCachoDB& Store() {
+    if (s_pStore == nullptr) {
+        s_pStore = new CTevCloudCachoDB;
+    }
+    return *s_pStore;
+}
+
+OwnCache& Cache() {
+    if (s_pCache == nullptr) {
+        s_pCache = new OwnCache;
+        s_bStruckInOpening = FaultVfs::HasStruck();
+    }
+    return *s_pCache;
+}
+
 int Push(CTevChennalDB& store, Promises& promises, int nNumber, uint32_t nSeed) {
     ChennalRecord record;
     record.createtime = 1000;
@@ -100,26 +126,34 @@ void RoadOpen(Promises&, uint32_t) {
     const CTevCloudCachoDB cache;
 }
 
-void RoadCreate(Promises& promises, uint32_t) {
+// The first start of all, and what it takes in.
+void RoadCreate(Promises& promises, uint32_t nSeed) {
     fs::remove("../data/db/tevchennaldb.db");
     fs::remove("../data/db/tevcloudcacho.db");
     std::memset(&promises, 0, sizeof(promises));
-    RoadOpen(promises, 0);
+    CTevChennalDB* pQueue = CTevChennalDB::Instance();
+    CTevCloudCachoDB& cache = Store();
+    for (int i = 0; i < static_cast<int>(nSeed % 5); ++i) {
+        (void)Push(*pQueue, promises, FIRST_PUSHED + i, nSeed);
+        if (cache.Insert(VerdictOf(FIRST_STORED + i, nSeed)) == 0) {
+            promises.recorded[FIRST_STORED + i] = 1;
+        }
+    }
 }
 
 void RoadPush(Promises& promises, uint32_t nSeed) {
-    OwnQueue queue;
+    CTevChennalDB* pQueue = CTevChennalDB::Instance();
     const int nLast = FIRST_PUSHED + 3 + static_cast<int>(nSeed % 8);
     for (int i = FIRST_PUSHED; i < nLast; ++i) {
-        (void)Push(queue, promises, i, nSeed);
+        (void)Push(*pQueue, promises, i, nSeed);
     }
 }
 
 void RoadTake(Promises& promises, uint32_t nSeed) {
-    OwnQueue queue;
+    CTevChennalDB* pQueue = CTevChennalDB::Instance();
     std::list<ChennalRecord> recordList;
-    for (int i = 0; i < FIRST_MESSAGES; ++i) {
-        if (queue.FetchAndRemove(recordList, 1 + static_cast<int>(nSeed % 3)) == 0) {
+    for (int i = 0; i < FirstMessages(nSeed); ++i) {
+        if (pQueue->FetchAndRemove(recordList, 1 + static_cast<int>(nSeed % 3)) == 0) {
             for (const ChennalRecord& record : recordList) {
                 ++promises.handed[NumberOf(record.detail)];
             }
@@ -144,7 +178,7 @@ void RoadPushAndDrain(Promises& promises, uint32_t nSeed) {
 }
 
 void RoadLookUp(Promises&, uint32_t) {
-    OwnCache cache;
+    OwnCache& cache = Cache();
     for (int i = 0; i < 3; ++i) {
         CachoRecord record;
         const bool bFound = cache.GetRecord("key" + std::to_string(i), record);
@@ -158,23 +192,26 @@ void RoadLookUp(Promises&, uint32_t) {
 }
 
 void RoadStoreVerdict(Promises& promises, uint32_t nSeed) {
-    CTevCloudCachoDB store;
-    const int nLast = FIRST_VERDICTS + 4 + static_cast<int>(nSeed % 8);
-    for (int i = FIRST_VERDICTS; i < nLast; ++i) {
-        if (store.Insert(VerdictOf(i, false)) == 0) {
+    CTevCloudCachoDB& store = Store();
+    const int nLast = FIRST_STORED + 4 + static_cast<int>(nSeed % 8);
+    for (int i = FIRST_STORED; i < nLast; ++i) {
+        if (store.Insert(VerdictOf(i, nSeed)) == 0) {
             promises.recorded[i] = 1;
         }
     }
 }
 
 void RoadRecord(Promises&, uint32_t nSeed) {
-    OwnCache cache;
-    (void)cache.Record("new" + std::to_string(nSeed), 70, 1000, 5, "detail");
+    OwnCache& cache = Cache();
+    for (uint32_t i = 0; i < 1 + nSeed % 4; ++i) {
+        (void)cache.Record("new" + std::to_string(i), 70, FOR_EVER, 5,
+                           std::string(nSeed * 997 % 5000, 'd'));
+    }
     (void)cache.Record("key2", 70, 1000, 5, "detail");
 }
 
 void RoadExpire(Promises&, uint32_t) {
-    OwnCache cache;
+    OwnCache& cache = Cache();
     cache.CheckRecords();
     cache.CheckRecords();
 }
@@ -193,6 +230,16 @@ void WriteContent(const std::string& strFile, const std::string& strContent) {
 
 constexpr char QUEUE_FILE[] = "../data/db/tevchennaldb.db";
 constexpr char CACHE_FILE[] = "../data/db/tevcloudcacho.db";
+constexpr char QUEUE_COPY[] = "queue-copy.db";
+constexpr char CACHE_COPY[] = "cache-copy.db";
+
+void CopyDatabase(const std::string& strFrom, const std::string& strTo) {
+    WriteContent(strTo, ContentOf(strFrom));
+    const std::string strJournal = strFrom + "-journal";
+    if (fs::exists(strJournal)) {
+        std::ofstream(strTo + "-journal", std::ios::binary) << ContentOf(strJournal);
+    }
+}
 
 void CheckIntegrity(OtherConnection& db, const char* pszWhich, std::vector<std::string>& broken) {
     const std::vector<std::string> answer = db.Rows("pragma integrity_check");
@@ -201,8 +248,9 @@ void CheckIntegrity(OtherConnection& db, const char* pszWhich, std::vector<std::
     }
 }
 
-void CheckQueue(const Promises& promises, int nRepeats, std::vector<std::string>& broken) {
-    OtherConnection db(QUEUE_FILE);
+void CheckQueue(const Promises& promises, int nRepeats, bool bNoneLeft,
+                std::vector<std::string>& broken) {
+    OtherConnection db(QUEUE_COPY);
     CheckIntegrity(db, "queue", broken);
     int stored[MAX_NUMBERS] = {};
     if (db.Rows("select count(*) from sqlite_master where name = 'msgchennal'").front() == "1") {
@@ -215,6 +263,9 @@ void CheckQueue(const Promises& promises, int nRepeats, std::vector<std::string>
         if (promises.acknowledged[i] != 0 && stored[i] + promises.handed[i] == 0) {
             broken.push_back("message " + std::to_string(i) + " is lost");
         }
+        if (bNoneLeft && stored[i] != 0 && i != LAST_NUMBER) {
+            broken.push_back("message " + std::to_string(i) + " is queued still");
+        }
         if (stored[i] > 1) {
             broken.push_back("message " + std::to_string(i) + " is stored twice");
         }
@@ -225,17 +276,17 @@ void CheckQueue(const Promises& promises, int nRepeats, std::vector<std::string>
     }
 }
 
-void CheckCache(const Promises& promises, std::vector<std::string>& broken) {
-    OtherConnection db(CACHE_FILE);
+void CheckCache(const Promises& promises, uint32_t nSeed, std::vector<std::string>& broken) {
+    OtherConnection db(CACHE_COPY);
     CheckIntegrity(db, "cache", broken);
     for (int i = 0; i < MAX_NUMBERS; ++i) {
-        const CachoRecord record = VerdictOf(i, false);
+        const CachoRecord record = VerdictOf(i, nSeed);
         const std::vector<std::string> found = db.Rows(
             "select level || '|' || tmcreate || '|' || length(detail) from cachotable "
             "where vkey = '" +
             record.key + "'");
         const std::string strWanted =
-            std::to_string(i) + "|1000|" + std::to_string((i * 30 + 2) / 3 * 4);
+            std::to_string(i) + "|1000|" + std::to_string((record.strDetail.size() + 2) / 3 * 4);
         if (promises.recorded[i] != 0 && found != std::vector<std::string>{strWanted}) {
             broken.push_back("verdict " + std::to_string(i) + " is lost or changed");
         }
@@ -245,11 +296,11 @@ void CheckCache(const Promises& promises, std::vector<std::string>& broken) {
 }  // namespace
 
 const std::vector<Road> ROADS = {
-    {"open", RoadOpen},     {"create", RoadCreate},
-    {"burst", RoadPush},    {"take", RoadTake},
-    {"drain", RoadDrain},   {"burst_and_drain", RoadPushAndDrain},
-    {"lookup", RoadLookUp}, {"store_verdict", RoadStoreVerdict},
-    {"record", RoadRecord}, {"expiry", RoadExpire},
+    {"open", RoadOpen, false},     {"create", RoadCreate, true},
+    {"burst", RoadPush, true},     {"take", RoadTake, true},
+    {"drain", RoadDrain, true},    {"burst_and_drain", RoadPushAndDrain, true},
+    {"lookup", RoadLookUp, false}, {"store_verdict", RoadStoreVerdict, true},
+    {"record", RoadRecord, true},  {"expiry", RoadExpire, true},
 };
 
 const Road& RoadOf(const std::string& strName) {
@@ -272,19 +323,7 @@ RoadPlace::RoadPlace() : m_strOldDir(fs::current_path().string()) {
     fs::current_path(m_strDir + "/run");
     m_pPromises = static_cast<Promises*>(
         mmap(nullptr, sizeof(Promises), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
-    {
-        OwnQueue queue;
-        for (int i = 0; i < FIRST_MESSAGES; ++i) {
-            (void)Push(queue, *m_pPromises, i, 0);
-        }
-        CTevCloudCachoDB cache;
-        for (int i = 0; i < FIRST_VERDICTS; ++i) {
-            (void)cache.Insert(VerdictOf(i, i % 2 == 1));
-        }
-    }
     FaultVfs::NoteInto(m_pPromises->struck);
-    m_strQueue = ContentOf(QUEUE_FILE);
-    m_strCache = ContentOf(CACHE_FILE);
 }
 
 RoadPlace::~RoadPlace() {
@@ -295,15 +334,36 @@ RoadPlace::~RoadPlace() {
     (void)munmap(m_pPromises, sizeof(Promises));
 }
 
-void RoadPlace::Reset() {
-    WriteContent(QUEUE_FILE, m_strQueue);
+void RoadPlace::Prepare(uint32_t nSeed) {
+    fs::remove(QUEUE_FILE);
+    fs::remove(CACHE_FILE);
+    {
+        OwnQueue queue;
+        for (int i = 0; i < FirstMessages(nSeed); ++i) {
+            (void)Push(queue, *m_pPromises, i, nSeed);
+        }
+        CTevCloudCachoDB cache;
+        for (int i = 0; i < FirstVerdicts(nSeed); ++i) {
+            (void)cache.Insert(VerdictOf(i, nSeed));
+        }
+    }
+    m_strQueue = ContentOf(QUEUE_FILE);
+    m_strCache = ContentOf(CACHE_FILE);
+    m_nSeed = nSeed;
+}
+
+void RoadPlace::Reset(uint32_t nSeed) {
+    WriteContent(QUEUE_FILE, m_strQueue);  // and away with a journal
     WriteContent(CACHE_FILE, m_strCache);
+    if (m_strQueue.empty() || nSeed != m_nSeed) {
+        Prepare(nSeed);
+    }
     std::memset(m_pPromises, 0, sizeof(Promises));
-    for (int i = 0; i < FIRST_MESSAGES; ++i) {
+    for (int i = 0; i < FirstMessages(nSeed); ++i) {
         m_pPromises->acknowledged[i] = 1;
     }
-    for (int i = 0; i < FIRST_VERDICTS; i += 2) {
-        m_pPromises->recorded[i] = 1;
+    for (int i = 0; i < FirstVerdicts(nSeed); ++i) {
+        m_pPromises->recorded[i] = HasExpired(i, nSeed) ? 0 : 1;
     }
 }
 
@@ -326,16 +386,17 @@ int RoadPlace::InChild(const std::function<int()>& work) const {
     return nStatus;
 }
 
-std::vector<std::string> RoadPlace::Broken(int nRepeats, bool bAnalysed) const {
+std::vector<std::string> RoadPlace::Broken(int nRepeats, Left eLeft) const {
+    CopyDatabase(QUEUE_FILE, QUEUE_COPY);
+    CopyDatabase(CACHE_FILE, CACHE_COPY);
     std::vector<std::string> broken;
-    if (bAnalysed) {
-        OtherConnection queue(QUEUE_FILE);
+    if (eLeft == LEFT_UNKNOWN) {
+        OtherConnection queue(QUEUE_COPY);
         CheckIntegrity(queue, "queue", broken);
-        CheckCache(*m_pPromises, broken);
-        return broken;
+    } else {
+        CheckQueue(*m_pPromises, nRepeats, eLeft == LEFT_NONE, broken);
     }
-    CheckQueue(*m_pPromises, nRepeats, broken);
-    CheckCache(*m_pPromises, broken);
+    CheckCache(*m_pPromises, m_nSeed, broken);
     return broken;
 }
 
@@ -350,4 +411,27 @@ void QueueOneMore(Promises& promises) {
         (void)Push(queue, promises, LAST_NUMBER, 0);
     }
     promises.worksOn = promises.acknowledged[LAST_NUMBER];
+}
+
+void RecordOneMore(Promises& promises) {
+    constexpr char KEY[] = "one more";
+    CachoRecord record = VerdictOf(LAST_NUMBER, 0);
+    if (s_pStore != nullptr) {
+        const int nResult = s_pStore->Insert(record);
+        if (nResult != 0 && nResult != CPPSQLITE_ERROR) {
+            return;
+        }
+    }
+    (void)Cache().Record(KEY, 70, FOR_EVER, 5, "");
+    if (!Cache().GetRecord(KEY, record)) {
+        if (!s_bStruckInOpening) {
+            return;
+        }
+        OwnCache cache;
+        (void)cache.Record(KEY, 70, FOR_EVER, 5, "");
+        if (!cache.GetRecord(KEY, record)) {
+            return;
+        }
+    }
+    promises.cacheWorksOn = 1;
 }

@@ -25,7 +25,7 @@ protected:
 
     // True when the run was killed, false when it got to its end first.
     bool OnePoint(const FaultPlan& plan, uint32_t nSeed, bool& bKilled) {
-        m_place.Reset();
+        m_place.Reset(nSeed);
         const int nStatus = RunUnder(plan, nSeed);
         bKilled = WIFSIGNALED(nStatus) && WTERMSIG(nStatus) == SIGKILL;
         if (!bKilled && (!WIFEXITED(nStatus) || WEXITSTATUS(nStatus) != 0)) {
@@ -37,11 +37,13 @@ protected:
         const int nNext = m_place.InChild([&] {
             DrainAll(m_place.Shared());
             QueueOneMore(m_place.Shared());
+            RecordOneMore(m_place.Shared());
             return 0;
         });
         EXPECT_EQ(0, nNext);
-        EXPECT_EQ(std::vector<std::string>{}, m_place.Broken(1));
+        EXPECT_EQ(std::vector<std::string>{}, m_place.Broken(1, RoadPlace::LEFT_NONE));
         EXPECT_EQ(1, m_place.Shared().worksOn);
+        EXPECT_EQ(1, m_place.Shared().cacheWorksOn);
         return !HasFailure();
     }
 
