@@ -5,9 +5,12 @@
 #ifndef TEVMON_CORE_CTEVCALLGATE_H
 #define TEVMON_CORE_CTEVCALLGATE_H
 
+#include "framework/base/CQuietSignal.h"
+
 // Held by a host thread for the length of a call into the module. A cancellation of the thread
 // waits until the call has left: half-way through it would leave locks held, and a thread that is
-// being unwound may not pass a catch-all.
+// being unwound may not pass a catch-all. A database at the limit of a file's size raises no
+// signal.
 class CTevCallGate {
 public:
     CTevCallGate();
@@ -26,6 +29,7 @@ public:
 private:
     bool m_bOpen;
     int m_nCancelState = 0;
+    const CQuietSignal m_quiet{SIGXFSZ};
 };
 
 #endif

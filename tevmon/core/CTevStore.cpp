@@ -1,8 +1,10 @@
 #include "tevmon/core/CTevStore.h"
 
+#include <signal.h>
 #include <unistd.h>
 
 #include "framework/base/CDir.h"
+#include "framework/base/CQuietSignal.h"
 #include "framework/base/FdWriter.h"
 
 namespace {
@@ -26,7 +28,14 @@ void PrintOrKeep(const std::string& strErrors, std::string* pstrErrors) noexcept
 CTevStore::CTevStore(const char* pszFile, const char* pszTable, const char* pszCreate)
     : m_pszFile(pszFile), m_pszTable(pszTable), m_pszCreate(pszCreate) {}
 
+// Closing may write as well: what a write-ahead log holds.
+CTevStore::~CTevStore() {
+    const CQuietSignal quiet(SIGXFSZ);
+    m_db.close();
+}
+
 bool CTevStore::Open() {
+    const CQuietSignal quiet(SIGXFSZ);
     const CCall call(*this);
     try {
         m_db.open((CDir::currentDir() + m_pszFile).c_str());

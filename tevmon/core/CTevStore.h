@@ -39,7 +39,7 @@ public:
 protected:
     // strFile is appended to the current directory when the store opens.
     CTevStore(const char* pszFile, const char* pszTable, const char* pszCreate);
-    ~CTevStore() = default;
+    ~CTevStore();  // closes
 
     // The length of one public operation: holds the mutex, and prints when it has let it go.
     class TEV_SCOPED_CAPABILITY CCall {

@@ -3,8 +3,13 @@
 
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <signal.h>
+#include <sys/mman.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <thread>
 
 #include "tests/support/Event.h"
@@ -85,4 +90,37 @@ TEST(CTevCallGateTest, ACancelledThreadLeavesTheCallFirst) {
     EXPECT_TRUE(s_bLeft);
     EXPECT_EQ(PTHREAD_CANCELED, pResult);
     EXPECT_TRUE(CTevCallGate::Shut(0));
+}
+
+// With the signal at its default, as a host that never thought of it has it: it ends the process.
+TEST(CTevCallGateTest, AFileThatMayNotGrowRaisesNoSignalDuringACall) {
+    const int nFile = memfd_create("database", MFD_CLOEXEC);
+    const rlimit limit = {4, 4};
+    ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &limit));
+    int nError = 0;
+
+    {
+        const CTevCallGate inside;
+        nError = write(nFile, "one\n", 4) == 4 && write(nFile, "two\n", 4) < 0 ? errno : 0;
+    }
+
+    EXPECT_EQ(EFBIG, nError);
+    sigset_t mask;
+    (void)pthread_sigmask(SIG_BLOCK, nullptr, &mask);
+    EXPECT_EQ(0, sigismember(&mask, SIGXFSZ));
+    (void)close(nFile);
+}
+
+TEST(CTevCallGateTest, ASignalThatTheHostHoldsBackItselfStaysPending) {
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGXFSZ);
+    (void)pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    (void)raise(SIGXFSZ);
+
+    { const CTevCallGate inside; }
+
+    sigset_t pending;
+    (void)sigpending(&pending);
+    EXPECT_EQ(1, sigismember(&pending, SIGXFSZ));
 }

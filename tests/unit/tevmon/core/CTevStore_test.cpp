@@ -6,6 +6,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <memory>
 #include <new>
 #include <sstream>
 
@@ -315,6 +316,37 @@ TEST_F(CTevStoreTest, AWriteErrorThatSqliteRolledBackItselfIsStillOneLine) {
     EXPECT_EQ(Texts{"disk I/O error"}, lines);
     EXPECT_EQ(0, m_store.Do("insert into things values(2)"));
     EXPECT_EQ(Texts{"2"}, OtherConnection(m_strFile).Rows("select * from things"));
+}
+
+// Both with the signal at its default, where it would end the process.
+TEST_F(CTevStoreTest, AFileThatMayNotGrowRaisesNoSignalWhenItIsOpened) {
+    bool bOpen = true;
+
+    const Texts lines = PrintedBy([&] {
+        const FileSizeLimit limit(1000);
+        (void)signal(SIGXFSZ, SIG_DFL);
+        bOpen = m_store.Open();
+    });
+
+    EXPECT_FALSE(bOpen);
+    EXPECT_EQ(Texts{"disk I/O error"}, lines);
+}
+
+TEST_F(CTevStoreTest, AFileThatMayNotGrowRaisesNoSignalWhenItIsClosed) {
+    (void)OtherConnection(m_strFile).Rows("pragma journal_mode = wal");
+    auto pStore = std::make_unique<Things>();
+    ASSERT_TRUE(pStore->Open());
+    ASSERT_EQ(0, pStore->Do("insert into things values('" + std::string(100000, 'x') + "')"));
+    const auto nBefore = fs::file_size(m_strFile);
+
+    {
+        const FileSizeLimit limit(nBefore);
+        (void)signal(SIGXFSZ, SIG_DFL);
+        pStore.reset();  // what the log holds does not fit into the file
+    }
+
+    EXPECT_EQ(nBefore, fs::file_size(m_strFile));
+    EXPECT_EQ(Texts{"1"}, OtherConnection(m_strFile).Rows("select count(*) from things"));
 }
 
 TEST_F(CTevStoreTest, MemoryThatRanOutIsAnErrorLikeSqlitesOwn) {
