@@ -191,6 +191,10 @@ void CppSQLite3DB::close() noexcept {
     sqlite3_close_v2(std::exchange(m_pDB, nullptr));
 }
 
+bool CppSQLite3DB::inTransaction() const {
+    return m_pDB != nullptr && sqlite3_get_autocommit(m_pDB) == 0;
+}
+
 int CppSQLite3DB::execDML(const char* pszSQL) {
     const CStmtGuard stmt(Prepare(pszSQL));
     if (stmt.Get() == nullptr) {

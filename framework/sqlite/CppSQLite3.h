@@ -91,6 +91,7 @@ public:
     void open(const char* pszFile);
     void close() noexcept;
     bool isOpen() const { return m_pDB != nullptr; }
+    bool inTransaction() const;  // one that was begun and has not ended
 
     // Runs one statement to its end and returns the rows it changed, 0 for what changes none. Text
     // after the statement, a comment too, is error 1; an empty statement succeeds with 0.

@@ -148,10 +148,10 @@ int RunUnder(const AllocRoad& road, long nAt, bool bForGood, Promises& promises)
     // cost the first message and the first verdict that come when there is memory again.
     std::thread other([&] {
         QueueOneMore(promises);
+        // The analysers' first: until then its connection may hold a lock that it could not let go.
+        const bool bAnalysers = RecordsAgain(*CTevCloudCachoMgr::Instance(), "and again");
         const bool bOwn = RecordsAgain(module.cache, "afterwards");
-        const bool bAnalysers =
-            road.bFirstUse || RecordsAgain(*CTevCloudCachoMgr::Instance(), "and again");
-        promises.cacheWorksOn = bOwn && bAnalysers ? 1 : 0;
+        promises.cacheWorksOn = bOwn && (bAnalysers || road.bFirstUse) ? 1 : 0;
         ReceiveAll(module);
         Drain(module);
         Record(module);

@@ -108,6 +108,9 @@ private:
     int Run(bool bTransaction, Make& make, Work work) TEV_REQUIRES(m_mutex) {
         try {
             const std::string strStatement = make();
+            if (m_db.inTransaction()) {
+                Rollback();  // of an operation that failed, had no memory for it either
+            }
             if (bTransaction) {
                 BeginTransaction();
             }

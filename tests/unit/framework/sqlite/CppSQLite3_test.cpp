@@ -575,3 +575,16 @@ TEST_F(CppSQLite3Test, TryDMLRunsAStatementToItsEnd) {
     EXPECT_EQ("as it was", strError);
     EXPECT_EQ(2, m_db.execQuery("select count(*) as n from cachotable").getIntField("n"));
 }
+
+TEST_F(CppSQLite3Test, ATransactionIsOpenFromItsBeginToItsEnd) {
+    CppSQLite3DB db;
+    EXPECT_FALSE(db.inTransaction());
+    db.open(m_strFile.c_str());
+    EXPECT_FALSE(db.inTransaction());
+
+    (void)db.execDML("begin transaction");
+    EXPECT_TRUE(db.inTransaction());
+    (void)db.execDML("rollback transaction");
+
+    EXPECT_FALSE(db.inTransaction());
+}
