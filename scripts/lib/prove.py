@@ -49,7 +49,7 @@ def proofs(full, seed):
         Proof("paths", "kinds of paths, every hashing caller, under a trace of system calls",
               ["python3", "-B", "tests/hostile/path_kinds.py", "BIN/hostile"], pattern=OPENS),
         Proof("threads", "eight threads against drain, verdicts, expiry",
-              test("stress", "EightThreads", f"--seconds={pick(20, 600)}")),
+              test("stress", "EightThreadsAgainst", f"--seconds={pick(20, 600)}")),
         Proof("starts", "starts and stops with gaps of 0 to 10 ms",
               test("stress", "StartsAndStops", f"--starts={pick(5000, 100000)}", seeded)),
         Proof("loads", "load, init, fire from four threads, stop, uninit, unload",
@@ -57,7 +57,7 @@ def proofs(full, seed):
         Proof("exit", "exits without stop while four threads fire",
               test("stress", "ExitsWithoutStop", f"--loads={pick(500, 5000)}")),
         Proof("first_use", "first uses from eight threads at once",
-              test("stress", "FirstUses", f"--loads={pick(500, 5000)}")),
+              test("stress", "FirstUsesFrom", f"--loads={pick(500, 5000)}")),
         Proof("lock", "another process's lock, 1,000 messages a second",
               test("stress", "ALockHeld"), {"longest_ms": 5}),
         Proof("disk", "a full disk", test("stress", "AFullDisk")),
@@ -70,7 +70,7 @@ def proofs(full, seed):
         Proof("fuzz", "every fuzz target, processor minutes each",
               ["scripts/fuzz", pick("0.2", "30"), "--total", "--json"], only_full=True),
         Proof("tsan", "eight threads under the thread sanitizer",
-              ["setarch", "-R", "build/tsan/bin/stress", "--gtest_filter=*EightThreads*",
+              ["setarch", "-R", "build/tsan/bin/stress", "--gtest_filter=*EightThreadsAgainst*",
                f"--seconds={pick(10, 600)}"], only_full=True),
     ]
 
@@ -113,7 +113,7 @@ class Outcome:
                            "seconds": round(self.seconds, 1), "command": command})
 
 
-def run(proof, binaries):
+def run(proof, binaries, seconds):
     """The outcome and what was printed; the two streams are one, a failure names seed and number."""
     command = [word.replace("BIN", binaries, 1) for word in proof.words]
     started = time.monotonic()
@@ -124,6 +124,9 @@ def run(proof, binaries):
                 code = process.wait(1)
                 break
             except subprocess.TimeoutExpired:
+                if time.monotonic() - started > seconds:
+                    process.kill()
+                    output.write(f"\nprove: hangs, ended after {seconds} s\n".encode())
                 if sys.stderr.isatty():
                     print(f"\r{proof.name} {time.monotonic() - started:.0f} s ", end="", file=sys.stderr, flush=True)
         if sys.stderr.isatty():
@@ -142,6 +145,7 @@ def main():
     parser.add_argument("--json", action="store_true")
     parser.add_argument("--list", action="store_true")
     parser.add_argument("--seed", type=int, default=1)
+    parser.add_argument("--timeout", type=int, default=4 * 3600, help="seconds for a line; a hang fails")
     words = parser.parse_args()
     everything = proofs(words.full, words.seed)
     if words.list:
@@ -153,7 +157,7 @@ def main():
         print("| proof | what is tried | how many | result | s | command |\n|---|---|---|---|---|---|", flush=True)
     code = 0
     for proof in wanted:
-        outcome, text, command = run(proof, words.binaries)
+        outcome, text, command = run(proof, words.binaries, words.timeout)
         print(outcome.as_json(command) if words.json else outcome.row(command), flush=True)
         if outcome.result in ("FAILS", "MISSED"):
             code = 1
