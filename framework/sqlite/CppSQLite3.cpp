@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "framework/sqlite/ConnectionFence.h"
+#include "framework/sqlite/FileFence.h"
 
 namespace {
 
@@ -75,16 +76,19 @@ CppSQLite3Exception::CppSQLite3Exception(int nErrCode, std::string strMessage)
 
 CppSQLite3Exception::~CppSQLite3Exception() = default;
 
-CppSQLite3Query::CppSQLite3Query(sqlite3_stmt* pStmt, bool bEof) : m_pStmt(pStmt), m_bEof(bEof) {}
+CppSQLite3Query::CppSQLite3Query(sqlite3_stmt* pStmt, bool bEof, std::shared_ptr<FileFence> pFence)
+    : m_pFence(std::move(pFence)), m_pStmt(pStmt), m_bEof(bEof) {}
 
 CppSQLite3Query::CppSQLite3Query(CppSQLite3Query&& other) noexcept
-    : m_pStmt(std::exchange(other.m_pStmt, nullptr)),
+    : m_pFence(std::move(other.m_pFence)),
+      m_pStmt(std::exchange(other.m_pStmt, nullptr)),
       m_bEof(std::exchange(other.m_bEof, true)),
       m_names(std::move(other.m_names)) {}
 
 CppSQLite3Query& CppSQLite3Query::operator=(CppSQLite3Query&& other) noexcept {
     if (this != &other) {
         finalize();
+        m_pFence = std::move(other.m_pFence);
         m_pStmt = std::exchange(other.m_pStmt, nullptr);
         m_bEof = std::exchange(other.m_bEof, true);
         m_names.swap(other.m_names);  // ours is empty
@@ -107,6 +111,7 @@ void CppSQLite3Query::nextRow() {
 
 void CppSQLite3Query::finalize() noexcept {
     sqlite3_finalize(std::exchange(m_pStmt, nullptr));
+    m_pFence.reset();
     m_bEof = true;
     m_names.clear();
 }
@@ -174,7 +179,7 @@ void CppSQLite3DB::open(const char* pszFile) {
     RequireHandle(pszFile, "no database file given");
     // No mutex of SQLite's own: a connection and its queries belong to one caller at a time.
     constexpr int FLAGS = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
-    int nResult = sqlite3_open_v2(pszFile, &m_pDB, FLAGS, nullptr);
+    int nResult = OpenFenced(pszFile, FLAGS, m_pDB, m_pFence);
     if (nResult == SQLITE_OK) {
         nResult = FenceConnection(m_pDB);
     }
@@ -189,6 +194,7 @@ void CppSQLite3DB::open(const char* pszFile) {
 void CppSQLite3DB::close() noexcept {
     // The form that waits for the last query, which then frees the connection.
     sqlite3_close_v2(std::exchange(m_pDB, nullptr));
+    m_pFence.reset();
 }
 
 bool CppSQLite3DB::inTransaction() const {
@@ -237,7 +243,7 @@ int CppSQLite3DB::tryDML(const char* pszSQL, std::string& strError) {
 CppSQLite3Query CppSQLite3DB::execQuery(const char* pszSQL) {
     CStmtGuard stmt(Prepare(pszSQL));
     const bool bRow = stmt.Get() != nullptr && FirstStep(stmt.Get());
-    return CppSQLite3Query(stmt.Release(), !bRow);
+    return CppSQLite3Query(stmt.Release(), !bRow, m_pFence);
 }
 
 bool CppSQLite3DB::tableExists(const char* pszTable) {

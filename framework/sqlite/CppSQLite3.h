@@ -1,7 +1,8 @@
 // A thin C++ face on SQLite: a connection, the rows of a query, and the exception that carries
 // SQLite's code and text.
 //
-// The connection is fenced (see ConnectionFence.h), without touching a statement's text or result:
+// The connection is fenced (see ConnectionFence.h for its statements, FileFence.h for its files),
+// without touching a statement's text or result:
 // a busy database answers at once, codes are primary ones, and a call runs exactly one statement.
 // One that the fence ended because it went on for too long fails at once, with the same code, when
 // it is tried again within ten seconds: callers try what fails hundreds of times.
@@ -16,12 +17,14 @@
 
 #include <cstdint>
 #include <exception>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #define CPPSQLITE3_API __attribute__((visibility("default")))
 
+struct FileFence;
 struct sqlite3;
 struct sqlite3_stmt;
 
@@ -68,9 +71,10 @@ public:
 
 private:
     friend class CppSQLite3DB;
-    CppSQLite3Query(sqlite3_stmt* pStmt, bool bEof);
+    CppSQLite3Query(sqlite3_stmt* pStmt, bool bEof, std::shared_ptr<FileFence> pFence);
     int FieldIndex(const char* pszName) const;  // case is not looked at, as in SQL
 
+    std::shared_ptr<FileFence> m_pFence;  // the connection lives as long as its last query
     sqlite3_stmt* m_pStmt = nullptr;
     bool m_bEof = true;
     // The columns' names, from the first field asked for on: SQLite makes each name afresh, and a
@@ -120,6 +124,7 @@ private:
     void KeepInMind(sqlite3_stmt* pEnded);
     bool HasEnded(const char* pszSQL) const;
 
+    std::shared_ptr<FileFence> m_pFence;
     sqlite3* m_pDB = nullptr;
     std::vector<Ended> m_ended;  // the latest few
 };
