@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <filesystem>
 #include <iostream>
 #include <random>
 #include <thread>
@@ -41,6 +42,16 @@ void OneLife(CountingRouter& router) {
     Module module(router);
     module.Start();
     FireFrom4Threads(router);
+}
+
+// How many descriptors of this process lead to a file of that name.
+long DescriptorsOf(const std::string& strName) {
+    long nFound = 0;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        std::error_code ignored;
+        nFound += std::filesystem::read_symlink(entry, ignored).filename() == strName ? 1 : 0;
+    }
+    return nFound;
 }
 
 class LifeTest : public testing::Test {
@@ -139,6 +150,9 @@ TEST_F(LifeTest, FirstUsesFromEightThreadsAtOnceMakeOneOfEverything) {
             for (std::thread& thread : threads) {
                 thread.join();
             }
+            // A second store of a kind would hold its file open a second time.
+            EXPECT_EQ(1, DescriptorsOf("tevchennaldb.db"));
+            EXPECT_EQ(1, DescriptorsOf("tevcloudcacho.db"));
             return testing::Test::HasFailure() ? 1 : 0;
         });
         ASSERT_EQ(0, nStatus) << "child " << i;
