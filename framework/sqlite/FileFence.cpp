@@ -36,7 +36,7 @@ bool IsIrregular(const char* pszName, bool bFollow) {
 
 bool MayOpen(FileFence& fence, const char* pszName, int nFlags) {
     if (pszName == nullptr) {
-        return true;  // a temporary file
+        return false;  // a temporary file: the stores' own statements need none
     }
     if ((nFlags & SQLITE_OPEN_MAIN_DB) != 0) {
         fence.strDatabase = pszName;

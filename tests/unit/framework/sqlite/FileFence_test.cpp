@@ -177,3 +177,16 @@ TEST_F(FileFenceTest, OpeningLeavesSQLitesListOfFileSystemsAsItWas) {
     EXPECT_EQ(pDefault, sqlite3_vfs_find(nullptr));
     EXPECT_EQ(pSecond, pDefault->pNext);
 }
+
+TEST_F(FileFenceTest, AStatementThatSortsMoreThanItsMemoryMakesNoFile) {
+    const std::string strTen = "(values(1),(2),(3),(4),(5),(6),(7),(8),(9),(10))";
+    std::string strRows = strTen + " a";
+    for (int i = 0; i < 4; ++i) {
+        strRows += "," + strTen + " b" + std::to_string(i);
+    }
+    const std::string strText(200, 'x');
+
+    EXPECT_EQ(SQLITE_CANTOPEN, CodeOf(("select count(*) from (select '" + strText + "' as t from " +
+                                       strRows + " order by b0.column1, t limit 90000)")
+                                          .c_str()));
+}
