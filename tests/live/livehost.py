@@ -3,6 +3,7 @@
 The helpers are compiled by cc when they are wanted; they are too small for a build of their own.
 """
 
+import ctypes
 import json
 import os
 import pathlib
@@ -16,6 +17,7 @@ import threading
 import time
 
 SKIPPED = 77
+PR_SET_PDEATHSIG = 1
 DEADLINE = 90
 CAP_NET_ADMIN, CAP_SYS_ADMIN, CAP_BPF = 12, 21, 39
 HERE = pathlib.Path(__file__).resolve().parent
@@ -54,6 +56,14 @@ def build_tiny(folder):
     return build(folder, "tiny", "-static", "-nostdlib", "-nostartfiles", "-fno-stack-protector")
 
 
+LIBC = ctypes.CDLL(None, use_errno=True)
+
+
+def end_with_the_test():
+    """In a child before its program: a test that dies leaves no host running."""
+    LIBC.prctl(PR_SET_PDEATHSIG, signal.SIGTERM)
+
+
 class Host:
     """tevmon-host watch with its records read as they come."""
 
@@ -63,7 +73,7 @@ class Host:
         self.process = subprocess.Popen(
             [program, "--json", "--log-level", str(log_level), "--state-dir",
              str(folder / "state"), "watch", "--no-packages", "--sensor", sensor, *options],
-            stdout=subprocess.PIPE, stderr=self.errors)
+            stdout=subprocess.PIPE, stderr=self.errors, preexec_fn=end_with_the_test)
         self.records = []
         self.incoming = queue.SimpleQueue()
         threading.Thread(target=self.read, daemon=True).start()
@@ -134,7 +144,8 @@ class QuietHost(Host):
         self.records = []
         self.process = subprocess.Popen(
             [program, "--json", "--state-dir", str(folder / "state"), "watch", "--no-packages",
-             "--sensor", sensor, *options], stdout=self.output, stderr=self.errors)
+             "--sensor", sensor, *options],
+            stdout=self.output, stderr=self.errors, preexec_fn=end_with_the_test)
         end = time.monotonic() + DEADLINE
         while '"event":"start"' not in (folder / "output").read_text():
             try:
