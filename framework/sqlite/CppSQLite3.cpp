@@ -65,6 +65,13 @@ bool IsSameName(const char* pszField, const char* pszName) {
            (strcmp(pszField, pszName) == 0 || sqlite3_stricmp(pszField, pszName) == 0);
 }
 
+// SQLite counts what it has read with 32 bits before it looks at its limit, so that a literal of
+// 2 GiB takes it to addresses below the text.
+bool IsTooLong(sqlite3* pDB, const char* pszSQL) {
+    const auto nLimit = static_cast<size_t>(sqlite3_limit(pDB, SQLITE_LIMIT_SQL_LENGTH, -1));
+    return strnlen(pszSQL, nLimit + 1) > nLimit;
+}
+
 bool IsBlank(const char* pszText) {
     return pszText == nullptr || pszText[strspn(pszText, " \t\n\f\r")] == '\0';
 }
@@ -276,6 +283,10 @@ int CppSQLite3DB::TryPrepare(const char* pszSQL, sqlite3_stmt*& pStmt, const cha
     if (HasEnded(pszSQL)) {
         pszError = sqlite3_errstr(SQLITE_INTERRUPT);
         return SQLITE_INTERRUPT;
+    }
+    if (IsTooLong(m_pDB, pszSQL)) {
+        pszError = sqlite3_errstr(SQLITE_TOOBIG);
+        return SQLITE_TOOBIG;
     }
     const char* pszTail = nullptr;
     const int nResult = sqlite3_prepare_v2(m_pDB, pszSQL, -1, &pStmt, &pszTail);

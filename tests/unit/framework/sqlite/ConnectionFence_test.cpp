@@ -3,8 +3,11 @@
 
 #include <gtest/gtest.h>
 #include <sqlite3.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include <chrono>
+#include <cstring>
 #include <string>
 
 #include "framework/sqlite/CppSQLite3.h"
@@ -244,3 +247,32 @@ TEST_F(ConnectionFenceTest, AHostilePreparedSchemaCallsNoUnsafeFunctionAndLosesN
 }
 
 }  // namespace
+
+// The text's pages are one piece of memory, mapped over and over.
+TEST_F(ConnectionFenceTest, ATextOfMoreThan2GiBIsTooLongAndNotReadOn) {
+    constexpr size_t PIECE = size_t{32} * 1024 * 1024;
+    constexpr size_t PIECES = 66;
+    const int nPiece = memfd_create("piece", MFD_CLOEXEC);
+    ASSERT_EQ(0, ftruncate(nPiece, PIECE));
+    // A page before the text for its beginning, and zeros behind it for its end.
+    const size_t nPage = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    const size_t nRoom = nPage + (PIECES + 1) * PIECE;
+    void* pRoom = mmap(nullptr, nRoom, PROT_READ | PROT_WRITE,
+                       MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    ASSERT_NE(MAP_FAILED, pRoom);
+    char* pText = static_cast<char*>(pRoom);
+    (void)memcpy(pText + nPage - 8, "select '", 8);
+    for (size_t i = 0; i < PIECES; ++i) {
+        ASSERT_NE(MAP_FAILED, mmap(pText + nPage + i * PIECE, PIECE, PROT_READ | PROT_WRITE,
+                                   MAP_SHARED | MAP_FIXED, nPiece, 0));
+    }
+    (void)memset(pText + nPage, 'x', PIECE);
+
+    std::string strError;
+    const int nResult = m_db.tryDML(pText + nPage - 8, strError);
+
+    EXPECT_EQ(SQLITE_TOOBIG, nResult);
+    EXPECT_EQ("string or blob too big", strError);
+    (void)munmap(pRoom, nRoom);
+    (void)close(nPiece);
+}
