@@ -1,12 +1,17 @@
 #include "framework/base/FileHash.h"
 
 #include <fcntl.h>
+#include <linux/magic.h>
 #include <sys/stat.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <exception>
+#include <iterator>
 #include <utility>
 
 #include "framework/base/DigestPair.h"
@@ -44,6 +49,21 @@ public:
 private:
     int m_nFd;
 };
+
+// Where the kernel makes the files up, as regular ones. No program is started from there, and
+// reading may act: it takes lines out of the kernel's log, or reads a device's registers.
+constexpr uint32_t KERNEL_FILE_SYSTEMS[] = {
+    PROC_SUPER_MAGIC, SYSFS_MAGIC,    DEBUGFS_MAGIC,  TRACEFS_MAGIC,        SECURITYFS_MAGIC,
+    SELINUX_MAGIC,    SMACK_MAGIC,    BPF_FS_MAGIC,   CGROUP_SUPER_MAGIC,   CGROUP2_SUPER_MAGIC,
+    PSTOREFS_MAGIC,   EFIVARFS_MAGIC, BINFMTFS_MAGIC, RDTGROUP_SUPER_MAGIC,
+};
+
+bool IsKernelsOwn(int nFd) {
+    struct statfs status = {};
+    return fstatfs(nFd, &status) == 0 &&
+           std::find(std::begin(KERNEL_FILE_SYSTEMS), std::end(KERNEL_FILE_SYSTEMS),
+                     static_cast<uint32_t>(status.f_type)) != std::end(KERNEL_FILE_SYSTEMS);
+}
 
 // Opens for reading the very file that nPathFd stands on, whatever its path names by now. Asks for
 // the thread's own descriptors: those of "self" are gone once the host's first thread has ended.
@@ -113,7 +133,7 @@ bool HashFile(const std::string& strPath, unsigned char* pMd5, unsigned char* pS
     const CFileHandle path(open(strPath.c_str(), O_PATH | O_CLOEXEC));
     struct stat status = {};
     if (path.Get() < 0 || fstat(path.Get(), &status) != 0 || !S_ISREG(status.st_mode) ||
-        status.st_size > utils::HASH_SIZE_LIMIT) {
+        status.st_size > utils::HASH_SIZE_LIMIT || IsKernelsOwn(path.Get())) {
         return false;
     }
     const CFileHandle file(Reopen(path.Get()));

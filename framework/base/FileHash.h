@@ -13,14 +13,16 @@ namespace utils {
 // analysis, and with it a stop, for hours.
 constexpr int64_t HASH_SIZE_LIMIT = 4LL * 1024 * 1024 * 1024;
 
-// A file whose size reads 0, as those under /proc do, is read to its end, up to this many bytes.
+// A file whose size reads 0, as some served by programs do, is read to its end, up to this many
+// bytes.
 constexpr int64_t HASH_SIZELESS_LIMIT = 64LL * 1024 * 1024;
 
 // Both digests of the file at strPath, lower-case hexadecimal (32 and 40 characters), from one
 // pass over exactly the bytes that the size seen at open promises. Returns true with both, or
 // false with both empty: for an empty path or one with a NUL byte, whatever is not a regular file
-// after following links, whatever is too large, may not be read or ends before its size, and where
-// /proc is not mounted, through which the file that was looked at is opened.
+// after following links, the kernel's own files (under /proc, /sys and their like, but not what a
+// link such as /proc/PID/exe leads to), whatever is too large, may not be read or ends before its
+// size, and where /proc is not mounted, through which the file that was looked at is opened.
 //
 // Threads: any. Never opens a FIFO or a device, never waits for one, never maps the file, leaves
 // the access time alone where the system allows that. Nothing throws.

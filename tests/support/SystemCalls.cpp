@@ -19,6 +19,7 @@ const std::map<long, const char*> NAMES = {
     {SYS_openat, "openat"},
     {SYS_close, "close"},
     {SYS_fstat, "fstat"},
+    {SYS_fstatfs, "fstatfs"},
     {SYS_newfstatat, "newfstatat"},
     {SYS_stat, "stat"},
     {SYS_lstat, "lstat"},

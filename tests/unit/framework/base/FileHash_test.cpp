@@ -210,12 +210,41 @@ TEST_F(FileHashTest, TheFileIsReadNonBlockingAndClosedInPrograms) {
 }
 
 TEST_F(FileHashTest, AFileWithoutASizeIsReadToItsEnd) {
-    struct stat status = {};
-    ASSERT_EQ(0, stat("/proc/sys/kernel/ostype", &status));
-    ASSERT_EQ(0, status.st_size);
+    const std::string strFile = m_dir.WriteFile("sizeless", "");
+    int nReads = 0;
+    s_readHook = [&](int, void* pBuffer, size_t) -> ssize_t {
+        if (nReads == 3) {
+            return 0;
+        }
+        *static_cast<char*>(pBuffer) = "abc"[nReads++];
+        return 1;
+    };
 
-    ExpectHash("/proc/sys/kernel/ostype", "1b61f2a016f7478478fcb13130fcec7b",
-               "cd4bf5db2601ec9075425102d2b12a9ee5413d4a");
+    ExpectHash(strFile, ABC_MD5, ABC_SHA1);
+}
+
+// They look regular, and reading one of them takes lines out of the kernel's log.
+TEST_F(FileHashTest, TheKernelsOwnFilesAreNotRead) {
+    int nReads = 0;
+    for (const char* pszFile :
+         {"/proc/kmsg", "/proc/sys/kernel/ostype", "/proc/self/status", "/sys/kernel/mm/ksm/run"}) {
+        s_readHook = [&](int, void*, size_t) -> ssize_t {
+            ++nReads;
+            return 0;
+        };
+        ExpectNoHash(pszFile);
+    }
+
+    EXPECT_EQ(0, nReads);
+}
+
+TEST_F(FileHashTest, ALinkOfTheKernelsThatLeadsToAProgramIsFollowed) {
+    std::string strMd5;
+    std::string strSha1;
+
+    EXPECT_TRUE(utils::getMD5AndSHA1("/proc/self/exe", strMd5, strSha1));
+
+    ExpectHash(std::filesystem::read_symlink("/proc/self/exe"), strMd5.c_str(), strSha1.c_str());
 }
 
 TEST_F(FileHashTest, AFileWithoutASizeMayGive64MiBAndNotOneByteMore) {
