@@ -49,6 +49,17 @@ class Target:
                   for kind, names in DICTIONARIES.items() if name in names]
         return [str(word) for word in [*words, corpus, ROOT / "fuzz/seeds" / name]]
 
+    def replay_findings(self):
+        """What crashed before and still does is a finding, however long the target has run since."""
+        for file in sorted((BUILD / "findings").glob(f"{self.name}-*")):
+            if file.name.startswith(f"{self.name}-slow-unit"):
+                continue
+            done = subprocess.run([BUILD / "bin" / f"fuzz_{self.name}", file], stdin=subprocess.DEVNULL,
+                                  stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, check=False)
+            if done.returncode != 0:
+                self.finding = True
+                print(f"{file} is still a finding", file=sys.stderr)
+
     def run_slice(self):
         log = BUILD / f"{self.name}.log"
         with open(log, "wb") as output:
@@ -82,6 +93,8 @@ class Target:
 def run_all(targets, jobs, as_json):
     """Rounds of slices, as many targets at once as there are jobs."""
     lock = threading.Lock()
+    for target in targets:
+        target.replay_findings()
     waiting = [target for target in targets if not target.done()]
     for target in targets:
         if target.done():

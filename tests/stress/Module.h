@@ -73,12 +73,19 @@ public:
         (void)m_pTable->pfnStop();
         m_pTable->pfnUninit();
         (void)dlclose(m_pLibrary);
+#ifndef __SANITIZE_THREAD__  // which unloads nothing
+        EXPECT_EQ(nullptr, dlopen(ModuleLibrary(), RTLD_NOW | RTLD_NOLOAD)) << "still loaded";
+#endif
     }
     Module(const Module&) = delete;
     Module& operator=(const Module&) = delete;
 
-    void Start() { (void)m_pTable->pfnStart(); }
-    void Stop() { (void)m_pTable->pfnStop(); }
+    void Start() {
+        (void)m_pTable->pfnStart();
+    }
+    void Stop() {
+        (void)m_pTable->pfnStop();
+    }
 
 private:
     void* m_pLibrary;

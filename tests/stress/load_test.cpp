@@ -43,6 +43,7 @@ struct Sent {
     long nNumber;
 };
 
+constexpr int STALLS = 10;
 constexpr long BLOCK = 1000;            // messages
 constexpr size_t BLOCKS_LOOKED_AT = 5;  // of which the cheapest counts: others use the machine
 
@@ -129,6 +130,12 @@ TEST_F(LoadTest, EightThreadsAgainstDrainVerdictsAndExpiryLeaveAnEmptyQueue) {
     {
         const StdoutCapture capture;
         Module module(m_router);
+        m_router.Deliver(TYPE_VERDICT, VerdictBody("known"));
+        // Verdicts of long ago, for the expiry scan.
+        EXPECT_EQ(
+            0, OtherConnection(m_dir.Database("tevcloudcacho.db"))
+                   .Exec("with recursive n(i) as (select 1 union all select i + 1 from n limit "
+                         "3000) insert into cachotable select null,'old' || i,70,1,1,'',5 from n"));
         module.Start();
         const auto end = Clock::now() + std::chrono::seconds(g_options.nSeconds);
 
@@ -136,9 +143,12 @@ TEST_F(LoadTest, EightThreadsAgainstDrainVerdictsAndExpiryLeaveAnEmptyQueue) {
             threads.emplace_back([&, nThread] {
                 for (int i = 0; Clock::now() < end; ++i) {
                     if (nThread < 2) {
-                        m_router.Deliver(TYPE_VERDICT, VerdictBody(std::to_string(nThread) + "k" +
-                                                                   std::to_string(i)));
-                        ++nVerdicts;
+                        const bool bRepeated = i % 200 == 199;
+                        m_router.Deliver(TYPE_VERDICT,
+                                         VerdictBody(bRepeated ? "known"
+                                                               : std::to_string(nThread) + "k" +
+                                                                     std::to_string(i)));
+                        nVerdicts += bRepeated ? 0 : 1;
                     } else if (nDelivered - m_router.nPosts < 1000) {
                         m_router.Deliver(TYPE_EVENT, EventBody("/nowhere"));
                         m_router.Deliver(TYPE_EVENT, EventBody(strProgram));  // leads to one query
@@ -159,7 +169,9 @@ TEST_F(LoadTest, EightThreadsAgainstDrainVerdictsAndExpiryLeaveAnEmptyQueue) {
               << " verdicts; " << m_router.nPosts << " queries\n";
     EXPECT_GE(m_router.nPosts, nDelivered);
     EXPECT_GT(nDelivered, 100);
-    EXPECT_GT(Number("tevcloudcacho.db", "select count(*) from cachotable"), 100);
+    EXPECT_EQ(nVerdicts + 1, Number("tevcloudcacho.db", "select count(*) from cachotable"));
+    EXPECT_EQ(0,
+              Number("tevcloudcacho.db", "select count(*) from cachotable where vkey like 'old%'"));
 }
 
 TEST_F(LoadTest, ALockHeldByAnotherProcessCostsFiveAttemptsAndIsPrinted) {
@@ -212,7 +224,7 @@ TEST_F(LoadTest, ALockHeldByAnotherProcessCostsFiveAttemptsAndIsPrinted) {
               << calls[989] * 1e6 << " us, longest_ms " << calls[999] * 1e3 << ", waited " << nWaits
               << " times\n";
     // A call that waits between its attempts does so four times; the disk may make a few wait.
-    EXPECT_LT(nWaits, 200);
+    EXPECT_LT(nWaits, 50);
     m_router.Deliver(TYPE_EVENT, EventBody("/after"));
     EXPECT_EQ(2, Queued());
 }
@@ -261,37 +273,43 @@ TEST_F(LoadTest, NobodyReadsStandardOutputAndTheStoreIsFreeAllTheSame) {
     ASSERT_EQ(0, pipe2(ends, O_CLOEXEC));
     Module module(m_router);
     m_router.Deliver(TYPE_VERDICT, VerdictBody("known"));
-    const std::string strFilling(4096, '-');
+    const std::string strPage(4096, '-');
     ASSERT_EQ(0, fcntl(ends[1], F_SETFL, O_NONBLOCK));
-    while (write(ends[1], strFilling.data(), strFilling.size()) > 0) {
+    while (write(ends[1], strPage.data(), strPage.size()) > 0) {
     }
     ASSERT_EQ(0, fcntl(ends[1], F_SETFL, 0));  // full: the next write waits for a reader
     const int nStdout = dup(STDOUT_FILENO);
     (void)dup2(ends[1], STDOUT_FILENO);
-    std::atomic<bool> bEnd{false};
+    std::atomic<int> nRepeated{0};
     std::thread repeats([&] {
-        while (!bEnd) {
+        while (nRepeated < STALLS) {
+            std::string strRead(strPage.size(), ' ');  // room for half of the 300 lines
+            EXPECT_EQ(4096, read(ends[0], strRead.data(), strRead.size()));
             m_router.Deliver(TYPE_VERDICT, VerdictBody("known"));
+            ++nRepeated;
         }
     });
 
     double longest = 0;
-    for (int i = 0; i < 200; ++i) {
+    long nRecorded = 0;
+    while (nRepeated < STALLS) {
         const auto begin = Clock::now();
-        m_router.Deliver(TYPE_VERDICT, VerdictBody("new" + std::to_string(i)));
+        m_router.Deliver(TYPE_VERDICT, VerdictBody("new" + std::to_string(nRecorded++)));
         longest = std::max(longest, SecondsSince(begin));
     }
+    repeats.join();
     (void)close(ends[0]);  // and now nobody is there at all: a write would raise SIGPIPE
     m_router.Deliver(TYPE_VERDICT, VerdictBody("known"));
-    bEnd = true;
-    repeats.join();
 
     (void)dup2(nStdout, STDOUT_FILENO);
     (void)close(nStdout);
     (void)close(ends[1]);
-    EXPECT_EQ(201, Number("tevcloudcacho.db", "select count(*) from cachotable"));
-    std::cout << "output: 200 recordings, longest " << longest * 1000 << " ms\n";
-    EXPECT_LT(longest, 2.0);
+    std::cout << "output: " << nRecorded << " recordings beside " << STALLS
+              << " stalled repetitions, longest_ms " << longest * 1000 << "\n";
+    EXPECT_EQ(nRecorded + 1, Number("tevcloudcacho.db", "select count(*) from cachotable"));
+    // Each repetition stands still for 200 ms; whoever kept the store's lock for that long would
+    // leave room for one or two.
+    EXPECT_GT(nRecorded, 10 * STALLS);
 }
 
 TEST_F(LoadTest, ABacklogCostsNoMemoryAndEachMessageTheSame) {
@@ -311,10 +329,11 @@ TEST_F(LoadTest, ABacklogCostsNoMemoryAndEachMessageTheSame) {
         router.Deliver(TYPE_EVENT, EventBody(strProgram));  // its query says how far the drain is
         pushed.push_back(Clock::now());
     }
+    const long nPushed = ResidentKilobytes();
     const long nQueued = Queued();
     module.Start();
     const std::vector<Clock::time_point> drained = router.WaitForMarks(nBlocks);
-    const long nGrowth = ResidentKilobytes() - nBefore;
+    const long nGrowth = std::max(nPushed, ResidentKilobytes()) - nBefore;
 
     ASSERT_EQ(static_cast<size_t>(nBlocks), drained.size());
     EXPECT_TRUE(DrainsWithin(60));
