@@ -34,7 +34,7 @@ class View:
         self.ended = None
         self.process, self.master = pty.fork()
         if self.process == 0:
-            os.environ.update(TERM="xterm", LANG="C.UTF-8", ASAN_OPTIONS="detect_leaks=0")
+            os.environ.update(TERM="xterm", LANG="C.UTF-8")
             os.environ.pop("NO_COLOR", None)
             resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
             os.execv(program, [program, "watch", "--state-dir", str(folder / "state"),
