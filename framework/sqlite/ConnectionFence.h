@@ -19,7 +19,7 @@ struct sqlite3;
 // databases, and SQLite's defensive settings. Returns 0 or SQLite's code. Nothing throws.
 int FenceConnection(sqlite3* pDB);
 
-// Called before every step of a statement, on the thread that makes the step.
+// Called before every preparation and step of a statement, on the thread that makes it.
 void BeginFencedStep();
 
 #endif

@@ -289,6 +289,7 @@ int CppSQLite3DB::TryPrepare(const char* pszSQL, sqlite3_stmt*& pStmt, const cha
         return SQLITE_TOOBIG;
     }
     const char* pszTail = nullptr;
+    BeginFencedStep();  // the first one reads the file's tables, by statements of SQLite's own
     const int nResult = sqlite3_prepare_v2(m_pDB, pszSQL, -1, &pStmt, &pszTail);
     CStmtGuard stmt(pStmt);
     if (nResult != SQLITE_OK) {

@@ -157,6 +157,27 @@ TEST_F(ConnectionFenceTest, AStatementThatWasEndedForItsTimeFailsAtOnceWhenItIsT
     EXPECT_EQ(0, CodeOf("select count(*) from t"));
 }
 
+// The tables of a file are read when its first statement is prepared.
+TEST_F(ConnectionFenceTest, AfterAStatementThatWasEndedAFileOfManyTablesIsReadAllTheSame) {
+    const std::string strMany = m_dir.Database("many.db");
+    sqlite3* pDB = nullptr;
+    ASSERT_EQ(SQLITE_OK, sqlite3_open(strMany.c_str(), &pDB));
+    std::string strTables = "begin;";
+    for (int i = 0; i < 500; ++i) {
+        strTables += "create table t" + std::to_string(i) + "(a);";
+    }
+    ASSERT_EQ(SQLITE_OK,
+              sqlite3_exec(pDB, (strTables + "commit").c_str(), nullptr, nullptr, nullptr));
+    sqlite3_close(pDB);
+    ASSERT_EQ(9, CodeOf("with n(a) as (values(1),(2),(3),(4),(5),(6),(7),(8),(9),(10)) "
+                        "select count(*) from n a,n b,n c,n d,n e,n f,n g,n h,n i,n j"));
+
+    CppSQLite3DB many;
+    many.open(strMany.c_str());
+
+    EXPECT_TRUE(many.tableExists("t499"));
+}
+
 TEST_F(ConnectionFenceTest, WhatIsRefusedLeavesTheDatabaseAsItWas) {
     const std::string strQuery =
         "select group_concat(name || ifnull(sql, '')) as s from sqlite_master";
