@@ -23,7 +23,7 @@ import tempfile
 
 import launch_kinds
 import livehost
-from launch_kinds import CLONE_NEWNS, LIBC, MS_BIND, MS_PRIVATE, MS_REC, mount, unshare
+from launch_kinds import LIBC, MS_BIND, can_own_mounts, mount, own_mounts
 
 PLACE = pathlib.Path("/etc/cron.d")
 LIMITATIONS = pathlib.Path(__file__).resolve().parents[2] / "docs" / "limitations.md"
@@ -228,9 +228,11 @@ class FileWays:
             raise LeftOut(f"no overlay here: {os.strerror(ctypes.get_errno())}")
 
     def in_namespace(self, act):
+        if not can_own_mounts():
+            raise LeftOut("the root here is no mount of its own")
+
         def all_of_it():
-            unshare(CLONE_NEWNS)
-            mount("none", "/", MS_REC | MS_PRIVATE)
+            own_mounts()
             act()
         self.in_child(all_of_it)
 

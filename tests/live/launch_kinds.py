@@ -46,6 +46,24 @@ def mount(source, target, flags, kind=None):
         raise OSError(ctypes.get_errno(), f"mount {target}")
 
 
+def own_mounts():
+    """A mount namespace whose mounts nobody else sees."""
+    unshare(CLONE_NEWNS)
+    mount("none", "/", MS_REC | MS_PRIVATE)
+
+
+def can_own_mounts():
+    """Not in a chroot whose root is no mount of its own."""
+    child = os.fork()
+    if child == 0:
+        try:
+            own_mounts()
+        except OSError:
+            os._exit(1)
+        os._exit(0)
+    return os.waitpid(child, 0)[1] == 0
+
+
 def text_of(arguments):
     return b" ".join(os.fsencode(each) for each in arguments).decode(errors="replace")
 
@@ -236,18 +254,23 @@ class Kinds:
         start = self.run("chroot", ["/tool"], [Image(inside)],
                          preexec_fn=lambda: (os.chroot(root), os.chdir("/")))
         start.images[0].command = f"/tool {start.mark}"
+        if can_own_mounts():
+            self.under_a_mount()
+        else:
+            print("left out: mount namespace: the root here is no mount of its own")
+        self.run("user namespace", [str(self.tool)], preexec_fn=lambda: unshare(CLONE_NEWUSER))
+        self.borrowing_scripts()
+
+    def under_a_mount(self):
         clean = shutil.copy("/bin/cat", self.folder / "clean")
 
         def cover():
-            unshare(CLONE_NEWNS)
-            mount("none", "/", MS_REC | MS_PRIVATE)
+            own_mounts()
             mount(self.tool, clean, MS_BIND)
 
         start = self.run("mount namespace", [str(clean)],
                          [Image(self.tool, nameless=True)], preexec_fn=cover)
         start.images[0].command = f"{clean} {start.mark}"
-        self.run("user namespace", [str(self.tool)], preexec_fn=lambda: unshare(CLONE_NEWUSER))
-        self.borrowing_scripts()
 
     def borrowing_scripts(self):
         """Scripts whose names lead to another file here: their interpreters only may be told."""
@@ -263,8 +286,7 @@ class Kinds:
         holder = os.fork()
         if holder == 0:
             try:
-                unshare(CLONE_NEWNS)
-                mount("none", "/", MS_REC | MS_PRIVATE)
+                own_mounts()
                 mount(other, clean, MS_BIND)
                 os.write(tell, b"x")
                 signal.pause()
