@@ -3,6 +3,10 @@
 set -euo pipefail
 
 cd "$(dirname "${BASH_SOURCE[0]}")/../.."
+if [ $# -eq 0 ] || [[ "$1" == -* ]]; then
+    echo "Usage: scripts/lib/configure.sh PRESET [CMAKE-OPTION...]" >&2
+    exit 2
+fi
 preset=$1
 shift
 mkdir -p "build/$preset"
