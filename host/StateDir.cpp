@@ -194,6 +194,9 @@ bool StateDir::IsUsable(const std::string& strPath, std::string& strText) {
         return false;
     }
     const bool bMade = strExisting == strPath;
+    if (!bMade && !IsSafeEntry(strExisting, strText)) {
+        return false;
+    }
     if (!bMade && access(strExisting.c_str(), W_OK | X_OK) != 0) {
         strText = SystemError("cannot make the state directory in", strExisting);
         return false;

@@ -101,6 +101,18 @@ TEST_F(StateDirTest, AParentThatOthersMayWriteIsRefusedUnlessItIsSticky) {
     EXPECT_TRUE(Enter(strParent + "/a/state")) << m_strError;
 }
 
+TEST_F(StateDirTest, WhatARunWouldRefuseOnTheWayIsNotUsable) {
+    const std::string strParent = m_dir.Path() + "/shared";
+    ASSERT_EQ(0, mkdir(strParent.c_str(), 0777));
+    ASSERT_EQ(0, chmod(strParent.c_str(), 0777));
+    std::string strText;
+
+    EXPECT_FALSE(StateDir::IsUsable(strParent + "/state", strText));
+    EXPECT_FALSE(Enter(strParent + "/state"));
+
+    EXPECT_EQ(m_strError, strText);
+}
+
 TEST_F(StateDirTest, ALinkOnTheWayIsFollowedAndWhereItLeadsIsLookedAt) {
     using std::filesystem::perms;
     const std::string strTarget = m_dir.Path() + "/target";
