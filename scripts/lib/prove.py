@@ -14,8 +14,8 @@ from pathlib import Path
 
 ROOT = Path(__file__).resolve().parents[2]
 # What the programs print of themselves: the name, how many, and the rest for the result.
-COUNT = re.compile(r"^(?:points|kills|messages|keys|threads|starts|loads|exits|first uses|lock|disk|output|backlog|burst)"
-                   r": (\d+)(.*)", re.MULTILINE)
+COUNT = re.compile(r"^(?:points|kills|messages|keys|threads|starts|loads|exits|first uses|"
+                   r"(?:cache )?(?:lock|disk)|output|backlog|burst): (\d+)(.*)", re.MULTILINE)
 OPENS = re.compile(r"^(\d+) opens(.*)", re.MULTILINE)
 
 
@@ -60,7 +60,11 @@ def proofs(full, seed):
               test("stress", "FirstUsesFrom", f"--loads={pick(500, 5000)}")),
         Proof("lock", "another process's lock, 1,000 messages a second",
               test("stress", "ALockHeld"), {"longest_ms": 5}),
-        Proof("disk", "a full disk", test("stress", "AFullDisk")),
+        Proof("cache_lock", "the same on the cache, answers to record",
+              test("stress", "ALockOnTheCache")),
+        Proof("disk", "a full disk, messages to queue", test("stress", "AFullDiskLosesWhat")),
+        Proof("cache_disk", "a full disk, answers to record",
+              test("stress", "AFullDiskLosesVerdicts")),
         Proof("output", "standard output that nobody reads", test("stress", "NobodyReads")),
         Proof("backlog", "messages queued, then drained",
               test("stress", "ABacklog", f"--backlog={pick(100000, 1000000)}"),
