@@ -5,10 +5,10 @@
 #include <cstring>
 #include <string>
 
-#include "framework/abi/IMsgRouter.h"
 #include "fuzz/Place.h"
 #include "public/pluginhelper/CCentreSession.h"
 #include "public/pluginhelper/CMsgRouterHolder.h"
+#include "tests/support/SilentRouter.h"
 
 namespace {
 
@@ -17,21 +17,11 @@ constexpr size_t NAME_SIZE = 64;
 constexpr size_t LENGTH = 144;
 constexpr size_t PAYLOAD = 148;
 
-class CheckingRouter : public IMsgRouter {
+class CheckingRouter : public SilentRouter {
 public:
     std::string strPayload;
     long nSent = 0;
 
-    uint32_t SetLocalIdentity(const Guid*) override { return 0; }
-    void Close() override {}
-    uint32_t Post(const Guid*, int64_t, const void*, uint32_t) override { return 0; }
-    int64_t Reserved5() override { return 0; }
-    int64_t Reserved6() override { return 0; }
-    int64_t Reserved7() override { return 0; }
-    int64_t Reserved8() override { return 0; }
-    uint32_t RegisterReceiver(int64_t, IMRReceiveComplete*, int64_t) override { return 0; }
-    uint32_t UnregisterReceiver(int64_t) override { return 0; }
-    uint32_t Reply(int64_t, int64_t, const void*, uint32_t, void*) override { return 0; }
     uint32_t SendWithCompletion(const Guid*, int64_t, const void* pData, uint32_t nLength,
                                 IMRSendComplete* pComplete, int64_t, uint32_t*, int64_t) override {
         const std::string strRecord(static_cast<const char*>(pData), nLength);

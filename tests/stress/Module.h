@@ -12,15 +12,15 @@
 #include <fstream>
 #include <string>
 
-#include "framework/abi/IMsgRouter.h"
 #include "framework/abi/PluginOperationTable.h"
 #include "framework/base/CThread.h"
+#include "tests/support/SilentRouter.h"
 
 constexpr int64_t TYPE_EVENT = 20002;
 constexpr int64_t TYPE_VERDICT = 20003;
 
 // Counts what is posted and delivers to the one receiver. Threads: any.
-class CountingRouter : public IMsgRouter {
+class CountingRouter : public SilentRouter {
 public:
     std::atomic<long> nPosts{0};
 
@@ -32,24 +32,12 @@ public:
                                          static_cast<uint32_t>(strBody.size()), nullptr, 0);
     }
 
-    uint32_t SetLocalIdentity(const Guid*) override { return 0; }
-    void Close() override {}
     uint32_t Post(const Guid*, int64_t, const void*, uint32_t) override {
         ++nPosts;
         return 0;
     }
-    int64_t Reserved5() override { return 0; }
-    int64_t Reserved6() override { return 0; }
-    int64_t Reserved7() override { return 0; }
-    int64_t Reserved8() override { return 0; }
     uint32_t RegisterReceiver(int64_t, IMRReceiveComplete* pReceiver, int64_t) override {
         m_pReceiver = pReceiver;
-        return 0;
-    }
-    uint32_t UnregisterReceiver(int64_t) override { return 0; }
-    uint32_t Reply(int64_t, int64_t, const void*, uint32_t, void*) override { return 0; }
-    uint32_t SendWithCompletion(const Guid*, int64_t, const void*, uint32_t, IMRSendComplete*,
-                                int64_t, uint32_t*, int64_t) override {
         return 0;
     }
 
