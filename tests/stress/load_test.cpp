@@ -484,6 +484,7 @@ TEST_F(LoadTest, ABurstOfFourThreadsLosesNothingAndKeepsEachThreadsOrder) {
     const long nEach = g_options.nBurst / 4;
     Module module(m_router);
     std::vector<std::thread> threads;
+    threads.reserve(4);
 
     auto begin = Clock::now();
     for (int nThread = 0; nThread < 4; ++nThread) {
