@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <exception>
 #include <string>
+#include <vector>
 
 #include "host/DoctorCommand.h"
 #include "host/ExitCodes.h"
@@ -35,6 +36,29 @@ void AddGlobalOptions(CLI::App& app, GlobalOptions& options) {
     app.set_version_flag("--version", std::string(VERSION_TEXT));
 }
 
+// What is wrong with a command line. Of a missing command CLI11 says that one is required; which
+// there are, and the word that is none of them, help more.
+std::string FailureMessage(const CLI::App* pApp, const CLI::Error& error) {
+    const std::vector<std::string> unknown = pApp->remaining(true);
+    std::string strCommand = pApp->get_name();
+    while (!pApp->get_subcommands().empty()) {
+        pApp = pApp->get_subcommands().back();
+        strCommand += " " + pApp->get_name();
+    }
+    const std::vector<const CLI::App*> commands =
+        pApp->get_subcommands([](const CLI::App*) { return true; });
+    if (error.get_name() != "RequiredError" || commands.empty()) {
+        return CLI::FailureMessage::simple(pApp, error);
+    }
+    std::string strNames;
+    for (const CLI::App* pCommand : commands) {
+        strNames += (strNames.empty() ? "" : ", ") + pCommand->get_name();
+    }
+    return strCommand + ": " +
+           (unknown.empty() ? "no command given" : "no command '" + unknown.front() + "'") +
+           "; there are " + strNames + "\nRun with --help for more information.\n";
+}
+
 }  // namespace
 
 int HostMain(int argc, const char* const* argv) {
@@ -49,6 +73,7 @@ int HostMain(int argc, const char* const* argv) {
             "11 doctor found a failure");
         app.fallthrough();
         app.require_subcommand(1);
+        app.failure_message(FailureMessage);
         AddGlobalOptions(app, options);
         app.parse_complete_callback([&options] {
             options.strStateDir = StateDir::Absolute(options.strStateDir);

@@ -1,5 +1,7 @@
 #include "host/HostMain.h"
 
+#include <utility>
+
 #include "tests/unit/host/HostProgram.h"
 
 namespace {
@@ -49,6 +51,21 @@ TEST_F(HostMainTest, ACommandLineThatIsNotUnderstoodIsUsage) {
         EXPECT_EQ(2, host.Run(arguments));
         EXPECT_NE("", host.Error());
         EXPECT_EQ("", host.Output());
+    }
+}
+
+TEST_F(HostMainTest, AMissingCommandIsToldWhichThereAre) {
+    const std::pair<std::vector<std::string>, std::string> cases[] = {
+        {{}, "tevmon-host: no command given; there are replay, scan, watch, "},
+        {{"wtach", "--json"}, "tevmon-host: no command 'wtach'; there are replay, scan, watch, "},
+        {{"queue"}, "tevmon-host queue: no command given; there are list, "},
+        {{"queue", "lsit"}, "tevmon-host queue: no command 'lsit'; there are list, "},
+        {{"scan"}, "PLACE is required"},
+    };
+    for (const auto& [arguments, strError] : cases) {
+        HostProgram host(m_dir);
+        EXPECT_EQ(2, host.Run(arguments));
+        EXPECT_EQ(0u, host.Error().find(strError)) << host.Error();
     }
 }
 
