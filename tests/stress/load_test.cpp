@@ -9,9 +9,7 @@
 #include <algorithm>
 #include <cctype>
 #include <chrono>
-#include <condition_variable>
 #include <iostream>
-#include <mutex>
 #include <set>
 #include <thread>
 #include <vector>
@@ -22,15 +20,12 @@
 #include "tests/support/Event.h"
 #include "tests/support/StdoutCapture.h"
 #include "tests/support/TestDir.h"
+#include "tests/support/ThreadTime.h"
 #include "tests/support/trace/OtherConnection.h"
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
-
-double SecondsSince(Clock::time_point begin) {
-    return std::chrono::duration<double>(Clock::now() - begin).count();
-}
 
 // How often this thread has let the processor go of its own will.
 long WaitsOfThisThread() {
@@ -48,21 +43,56 @@ constexpr int STALLS = 10;
 constexpr long BLOCK = 1000;            // messages
 constexpr size_t BLOCKS_LOOKED_AT = 5;  // of which the cheapest counts: others use the machine
 
-// Microseconds for each message of the cheapest block among those that begin with times[nFirst].
-double CostAt(const std::vector<Clock::time_point>& times, size_t nFirst) {
-    double cheapest = 1e9;
-    for (size_t i = nFirst; i < nFirst + BLOCKS_LOOKED_AT; ++i) {
-        const std::chrono::duration<double, std::micro> block = times[i + 1] - times[i];
-        cheapest = std::min(cheapest, block.count() / static_cast<double>(BLOCK));
+// One block of messages: the processor time that it took its thread, and right after it that of a
+// piece of work which is always the same. Whatever else the machine does slows both.
+struct Block {
+    double dSeconds;
+    double dReference;
+};
+
+// Measures blocks on the thread that calls it.
+class BlockTimes {
+public:
+    explicit BlockTimes(const std::string& strFile) : m_reference(strFile) {
+        (void)m_reference.Exec("pragma synchronous = off; create table t(a integer, b text)");
     }
-    return cheapest;
-}
+
+    void Begin() { m_dBegin = ThreadSeconds(); }
+    void End() {
+        const double dEnd = ThreadSeconds();
+        for (int i = 0; i < 100; ++i) {
+            (void)m_reference.Exec("begin; insert into t values(1, 'a text'); commit");
+        }
+        (void)m_reference.Exec("delete from t");
+        m_blocks.push_back({dEnd - m_dBegin, ThreadSeconds() - dEnd});
+        Begin();
+    }
+
+    const std::vector<Block>& All() const { return m_blocks; }
+
+    // Microseconds for each message of the cheapest block from number nFirst on, and what that is
+    // of the reference.
+    double CostAt(size_t nFirst, double& dRelative) const {
+        double dCheapest = 1e9;
+        dRelative = 1e9;
+        for (size_t i = nFirst; i < nFirst + BLOCKS_LOOKED_AT; ++i) {
+            dCheapest = std::min(dCheapest, m_blocks[i].dSeconds * 1e6 / BLOCK);
+            dRelative = std::min(dRelative, m_blocks[i].dSeconds / m_blocks[i].dReference);
+        }
+        return dCheapest;
+    }
+
+private:
+    OtherConnection m_reference;
+    double m_dBegin = 0;
+    std::vector<Block> m_blocks;
+};
 
 std::set<std::string> Kinds(const std::vector<std::string>& lines) {
     return {lines.begin(), lines.end()};
 }
 
-// False when value has stood still for half a minute without bDone.
+// False when value has stood still, as long as a hang is, without bDone.
 template <class Value, class Done>
 bool ComesTrueWhile(Value value, Done bDone) {
     auto changed = Clock::now();
@@ -71,7 +101,7 @@ bool ComesTrueWhile(Value value, Done bDone) {
         const long nNow = value();
         if (nNow != nLast) {
             changed = Clock::now();
-        } else if (SecondsSince(changed) > 30) {
+        } else if (Clock::now() - changed > HANGS_AFTER) {
             return false;
         }
         nLast = nNow;
@@ -79,33 +109,18 @@ bool ComesTrueWhile(Value value, Done bDone) {
     return true;
 }
 
-// Notes when each query is posted.
-class MarkRouter : public CountingRouter {
+// A block ends with each query that is posted.
+class BlockRouter : public CountingRouter {
 public:
+    explicit BlockRouter(const std::string& strFile) : drained(strFile) {}
+
     uint32_t Post(const Guid*, int64_t, const void*, uint32_t) override {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        m_marks.push_back(Clock::now());
-        m_more.notify_all();
+        drained.End();
+        ++nPosts;
         return 0;
     }
 
-    // As many as there are when half a minute has brought none, at most nMarks.
-    std::vector<Clock::time_point> WaitForMarks(long nMarks) {
-        std::unique_lock<std::mutex> lock(m_mutex);
-        size_t nSeen = 0;
-        do {
-            nSeen = m_marks.size();
-            (void)m_more.wait_until(lock, std::chrono::system_clock::now() + QUIET,
-                                    [&] { return m_marks.size() != nSeen; });
-        } while (m_marks.size() != nSeen && m_marks.size() < static_cast<size_t>(nMarks));
-        return m_marks;
-    }
-
-private:
-    static constexpr std::chrono::seconds QUIET{30};
-    std::mutex m_mutex;
-    std::condition_variable m_more;
-    std::vector<Clock::time_point> m_marks;
+    BlockTimes drained;  // the channel thread's, until it has ended
 };
 
 // From the path in a message of the burst.
@@ -161,15 +176,8 @@ protected:
         return std::stol(strNumber);
     }
     long Queued() { return Number("tevchennaldb.db", "select count(*) from msgchennal"); }
-    bool DrainsWithin(long nSeconds) {
-        const auto begin = Clock::now();
-        while (Queued() > 0) {
-            if (SecondsSince(begin) > static_cast<double>(nSeconds)) {
-                return false;
-            }
-            (void)Event().WaitFor(std::chrono::milliseconds(20));
-        }
-        return true;
+    bool Drains() {
+        return ComesTrueWhile([this] { return Queued(); }, [this] { return Queued() == 0; });
     }
 
     std::string Integrity(const char* pszFile) {
@@ -294,9 +302,9 @@ TEST_F(LoadTest, ALockHeldByAnotherProcessCostsFiveAttemptsAndIsPrinted) {
         for (int i = 0; i < 1000; ++i) {
             const std::string strBody = EventBody("/nowhere");
             const long nWaitsBefore = WaitsOfThisThread();
-            const auto call = Clock::now();
+            const double dCall = ThreadSeconds();
             m_router.Deliver(TYPE_EVENT, strBody);
-            calls.push_back(SecondsSince(call));
+            calls.push_back(ThreadSeconds() - dCall);
             nWaits += WaitsOfThisThread() - nWaitsBefore;
             (void)Event().WaitFor(std::chrono::duration_cast<std::chrono::milliseconds>(
                 begin + std::chrono::milliseconds(i) - Clock::now()));
@@ -312,7 +320,6 @@ TEST_F(LoadTest, ALockHeldByAnotherProcessCostsFiveAttemptsAndIsPrinted) {
               << " times\n";
     // A call that waits between its attempts does so four times; the disk may make a few wait.
     EXPECT_LT(nWaits, 50);
-    EXPECT_LT(calls[500], 0.005);
     m_router.Deliver(TYPE_EVENT, EventBody("/after"));
     EXPECT_EQ(2, Queued());
 }
@@ -333,16 +340,16 @@ TEST_F(LoadTest, ALockOnTheCacheCostsThreeHundredAttemptsAndHoldsNoQueryBack) {
         for (int i = 0; i < VERDICTS; ++i) {
             const std::string strBody = VerdictBody("locked" + std::to_string(i));
             const long nWaitsBefore = WaitsOfThisThread();
-            const auto call = Clock::now();
+            const double dCall = ThreadSeconds();
             m_router.Deliver(TYPE_VERDICT, strBody);
-            calls.push_back(SecondsSince(call));
+            calls.push_back(ThreadSeconds() - dCall);
             nWaits += WaitsOfThisThread() - nWaitsBefore;
         }
         strPrinted = capture.Text();
 
         module.Start();
         EXPECT_TRUE(Eventually([&] { return m_router.nPosts == 1; }));
-        EXPECT_TRUE(DrainsWithin(30));
+        EXPECT_TRUE(Drains());
         module.Stop();
     }
 
@@ -415,14 +422,11 @@ TEST_F(LoadTest, NobodyReadsStandardOutputAndTheStoreIsFreeAllTheSame) {
         }
     });
 
-    double longest = 0;
     long nRecorded = 0;
-    int nHeldUp = 0;
-    while (nRepeated < STALLS) {
-        const auto begin = Clock::now();
+    long recordedBeside[STALLS] = {};  // each repetition
+    for (int nRepeating = 0; nRepeating < STALLS; nRepeating = nRepeated) {
         m_router.Deliver(TYPE_VERDICT, VerdictBody("new" + std::to_string(nRecorded++)));
-        longest = std::max(longest, SecondsSince(begin));
-        nHeldUp += SecondsSince(begin) > 0.15 ? 1 : 0;
+        ++recordedBeside[nRepeating];
     }
     repeats.join();
     (void)close(ends[0]);  // and now nobody is there at all: a write would raise SIGPIPE
@@ -431,50 +435,58 @@ TEST_F(LoadTest, NobodyReadsStandardOutputAndTheStoreIsFreeAllTheSame) {
     (void)dup2(nStdout, STDOUT_FILENO);
     (void)close(nStdout);
     (void)close(ends[1]);
-    std::cout << "output: " << nRecorded << " recordings beside " << STALLS
-              << " stalled repetitions, longest_ms " << longest * 1000 << "\n";
+    const auto nBeside = std::count_if(recordedBeside, recordedBeside + STALLS,
+                                       [](long nCount) { return nCount > 5; });
+    std::cout << "output: " << nRecorded << " recordings, beside " << nBeside << " of " << STALLS
+              << " stalled repetitions\n";
     EXPECT_EQ(nRecorded + 1, Number("tevcloudcacho.db", "select count(*) from cachotable"));
-    EXPECT_LT(longest, 2.0);
-    // Each repetition stands still for 200 ms; with the store's lock it would hold one up each
-    // time.
-    EXPECT_LT(nHeldUp, STALLS / 2);
+    // Each repetition stands still for 200 ms. If it held the store's lock meanwhile, it would hold
+    // up the first recording that comes, each time.
+    EXPECT_GT(nBeside, STALLS / 2);
 }
 
 TEST_F(LoadTest, ABacklogCostsNoMemoryAndEachMessageTheSame) {
     const QuickWaits waits;
-    MarkRouter router;
+    BlockRouter router(m_dir.Path() + "/drain-reference.db");
+    BlockTimes pushed(m_dir.Path() + "/push-reference.db");
     const long nBlocks = std::max(g_options.nBacklog / BLOCK, 12L);
     const std::string strProgram = m_dir.WriteFile("program", "a program");
     Module module(router);
     router.Deliver(TYPE_EVENT, EventBody("/nowhere"));
     const long nBefore = ResidentKilobytes();
-    std::vector<Clock::time_point> pushed{Clock::now()};
+    pushed.Begin();
 
     for (long nBlock = 0; nBlock < nBlocks; ++nBlock) {
         for (long i = 1; i < BLOCK; ++i) {
             router.Deliver(TYPE_EVENT, EventBody("/nowhere"));
         }
         router.Deliver(TYPE_EVENT, EventBody(strProgram));  // its query says how far the drain is
-        pushed.push_back(Clock::now());
+        pushed.End();
     }
     const long nPushed = ResidentKilobytes();
     const long nQueued = Queued();
     module.Start();
-    const std::vector<Clock::time_point> drained = router.WaitForMarks(nBlocks);
+    EXPECT_TRUE(ComesTrueWhile([&] { return router.nPosts.load(); },
+                               [&] { return router.nPosts >= nBlocks; }));
     const long nGrowth = std::max(nPushed, ResidentKilobytes()) - nBefore;
+    EXPECT_TRUE(Drains());
+    module.Stop();
 
-    ASSERT_EQ(static_cast<size_t>(nBlocks), drained.size());
-    EXPECT_TRUE(DrainsWithin(60));
+    const size_t nLast = static_cast<size_t>(nBlocks) - BLOCKS_LOOKED_AT;
+    ASSERT_EQ(static_cast<size_t>(nBlocks), router.drained.All().size());
     EXPECT_EQ(nBlocks * BLOCK + 1, nQueued);
-    const double push = CostAt(pushed, 1);  // on top of a thousand
-    const double pushLast = CostAt(pushed, pushed.size() - 1 - BLOCKS_LOOKED_AT);
-    const double drain = CostAt(drained, 0);
-    const double drainLast = CostAt(drained, drained.size() - 1 - BLOCKS_LOOKED_AT);
+    double first = 0;
+    double last = 0;
+    const double push = pushed.CostAt(1, first);  // on top of a thousand
+    const double pushLast = pushed.CostAt(nLast, last);
+    const double pushRatio = last / first;
+    const double drain = router.drained.CostAt(1, first);
+    const double drainLast = router.drained.CostAt(nLast, last);
     std::cout << "backlog: " << nQueued << ", a push " << push << " us at first and " << pushLast
-              << " us at last, push_ratio " << pushLast / push << ", a drain " << drain
-              << " us at first and " << drainLast << " us at last, drain_ratio "
-              << drain / drainLast << ", growth_kib " << nGrowth << "\n";
-    EXPECT_LT(pushLast, push * 3);  // the figure itself is for a machine that is otherwise idle
+              << " us at last, push_ratio " << pushRatio << ", a drain " << drain
+              << " us at first and " << drainLast << " us at last, drain_ratio " << first / last
+              << ", growth_kib " << nGrowth << "\n";
+    EXPECT_LT(pushRatio, 3);  // by a row's number it would be a hundred
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
     EXPECT_LT(nGrowth, 16 * 1024);
 #endif
@@ -486,7 +498,7 @@ TEST_F(LoadTest, ABurstOfFourThreadsLosesNothingAndKeepsEachThreadsOrder) {
     std::vector<std::thread> threads;
     threads.reserve(4);
 
-    auto begin = Clock::now();
+    double dBegin = ProcessSeconds();
     for (int nThread = 0; nThread < 4; ++nThread) {
         threads.emplace_back([&, nThread] {
             for (long i = 0; i < nEach; ++i) {
@@ -499,7 +511,7 @@ TEST_F(LoadTest, ABurstOfFourThreadsLosesNothingAndKeepsEachThreadsOrder) {
     for (std::thread& thread : threads) {
         thread.join();
     }
-    const double ours = SecondsSince(begin);
+    const double ours = ProcessSeconds() - dBegin;
 
     const auto rows = OtherConnection(m_dir.Database("tevchennaldb.db"))
                           .Rows("select length(detail),detail from msgchennal order by id");
@@ -508,7 +520,7 @@ TEST_F(LoadTest, ABurstOfFourThreadsLosesNothingAndKeepsEachThreadsOrder) {
     ASSERT_EQ(0, bare.Exec("pragma synchronous = off; create table msgchennal( id INTEGER PRIMARY "
                            "KEY autoincrement , createtime TEXT, detail TEXT, mid INTEGER)"));
     long next[4] = {};
-    begin = Clock::now();
+    dBegin = ProcessSeconds();
     for (const std::string& strRow : rows) {
         const std::string strDetail = strRow.substr(strRow.find('|') + 1);
         const Sent sent = SentOf(Base64Util::Base64Decode(strDetail));
@@ -518,8 +530,8 @@ TEST_F(LoadTest, ABurstOfFourThreadsLosesNothingAndKeepsEachThreadsOrder) {
                                strDetail + "',5)"));
         EXPECT_EQ(0, bare.Exec("commit transaction"));
     }
-    const double theirs = SecondsSince(begin);
-    std::cout << "burst: " << rows.size() << " in " << ours << " s, bare SQLite " << theirs
-              << " s, speed_ratio " << theirs / ours << "\n";
+    const double theirs = ProcessSeconds() - dBegin;
+    std::cout << "burst: " << rows.size() << " in " << ours << " s of processor time, bare SQLite "
+              << theirs << " s, speed_ratio " << theirs / ours << "\n";
     EXPECT_LT(ours, theirs * 10);
 }

@@ -6,6 +6,9 @@
 #include <condition_variable>
 #include <mutex>
 
+// How long a test waits for what always happens: no neighbour makes it so late.
+constexpr std::chrono::seconds HANGS_AFTER{100};
+
 // Happens once; until Reset.
 class Event {
 public:
@@ -25,8 +28,8 @@ public:
         return m_bSet;
     }
 
-    // False after thirty seconds without it.
-    bool Wait() const { return WaitFor(std::chrono::seconds(30)); }
+    // False when it hangs.
+    bool Wait() const { return WaitFor(HANGS_AFTER); }
 
     // False after that long without it.
     bool WaitFor(std::chrono::milliseconds duration) const {
@@ -42,11 +45,11 @@ private:
     bool m_bSet = false;
 };
 
-// For a condition that nothing announces. False when it has not come true within thirty seconds.
+// For a condition that nothing announces. False when it hangs.
 template <class Condition>
 bool Eventually(Condition condition) {
     const Event never;
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    const auto end = std::chrono::steady_clock::now() + HANGS_AFTER;
     while (!condition()) {
         if (std::chrono::steady_clock::now() > end) {
             return false;
