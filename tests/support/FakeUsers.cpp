@@ -2,6 +2,7 @@
 
 #include <pwd.h>
 
+#include <new>
 #include <utility>
 
 namespace {
@@ -10,6 +11,7 @@ size_t g_nNext = 0;
 int g_nSetCalls = 0;
 int g_nGetCalls = 0;
 int g_nEndCalls = 0;
+int g_nEntriesLeft = -1;  // until a failure; negative for none
 passwd g_entry = {};
 }  // namespace
 
@@ -25,6 +27,11 @@ extern "C" __attribute__((visibility("default"))) void endpwent() {
 
 extern "C" __attribute__((visibility("default"))) passwd* getpwent() {
     ++g_nGetCalls;
+    if (g_nEntriesLeft == 0) {
+        g_nEntriesLeft = -1;
+        throw std::bad_alloc();  // stands for a caller's that fails right after
+    }
+    g_nEntriesLeft -= g_nEntriesLeft > 0 ? 1 : 0;
     if (g_nNext >= g_users.size()) {
         return nullptr;
     }
@@ -47,6 +54,11 @@ FakeUsers::FakeUsers(std::vector<FakeUser> users) {
 
 FakeUsers::~FakeUsers() {
     g_users.clear();
+    g_nEntriesLeft = -1;
+}
+
+void FakeUsers::FailOnceAfter(int nEntries) {
+    g_nEntriesLeft = nEntries;
 }
 
 int FakeUsers::SetCalls() {

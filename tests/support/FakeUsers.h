@@ -24,6 +24,9 @@ public:
     FakeUsers(const FakeUsers&) = delete;
     FakeUsers& operator=(const FakeUsers&) = delete;
 
+    // The next nEntries entries are given, then one call throws std::bad_alloc.
+    static void FailOnceAfter(int nEntries);
+
     // Calls since construction.
     static int SetCalls();
     static int GetCalls();
