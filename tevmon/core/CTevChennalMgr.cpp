@@ -81,7 +81,8 @@ void CTevChennalMgr::run() {
 }
 
 void CTevChennalMgr::Drain() {
-    CTevChennalDB* pStore = CTevChennalDB::Instance();
+    // The flag first: a thread that was woken to end must not open the database for that.
+    CTevChennalDB* pStore = IsRunning() ? CTevChennalDB::Instance() : nullptr;
     if (pStore == nullptr) {
         return;
     }

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <mutex>
 #include <string>
@@ -18,8 +19,11 @@
 #include "tests/support/Event.h"
 #include "tests/support/FakeRouter.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/StdoutCapture.h"
 #include "tests/support/TestDir.h"
 #include "tests/support/Threads.h"
+
+namespace fs = std::filesystem;
 
 namespace {
 
@@ -246,6 +250,16 @@ TEST_F(CTevMonPluginTest, StopEndsTimerThenChannelThenCache) {
     EXPECT_TRUE(sink.bCacheGone);
 }
 
+TEST_F(CTevMonPluginTest, AStopWithoutAPushOpensNoQueue) {
+    ASSERT_EQ(0, m_plugin.zkp_start());
+    ASSERT_TRUE(AllThreadsRun());
+
+    EXPECT_EQ(0, m_plugin.zkp_stop());
+
+    EXPECT_TRUE(fs::exists(m_dir.Database("tevcloudcacho.db")));
+    EXPECT_FALSE(fs::exists(m_dir.Database("tevchennaldb.db")));
+}
+
 TEST_F(CTevMonPluginTest, StopWithoutStartStopsThreadsThatNeverRan) {
     EXPECT_EQ(0, m_plugin.zkp_stop());
     EXPECT_EQ(0, m_plugin.zkp_stop());
@@ -317,9 +331,15 @@ TEST(CTevMonPluginWithoutDirectoryTest, StartAndStopReturnZeroWhereNoDatabaseCan
     const TestDir dir(false);
     CTevMonPlugin plugin;
 
-    EXPECT_EQ(0, plugin.zkp_start());
-    EXPECT_EQ(2, plugin.zkp_getstatus());
-    EXPECT_EQ(0, plugin.zkp_stop());
+    const Texts lines = PrintedBy([&] {
+        EXPECT_EQ(0, plugin.zkp_start());
+        EXPECT_TRUE(AllThreadsRun());
+        EXPECT_EQ(2, plugin.zkp_getstatus());
+        EXPECT_EQ(0, plugin.zkp_stop());
+    });
+
+    // The cache's, which opens with its manager; nothing was pushed, so no queue was opened.
+    EXPECT_EQ(Texts{"unable to open database file"}, lines);
 }
 
 TEST(GetPluginInstanceTest, ReturnsTheSameObjectEveryTime) {
