@@ -1,14 +1,18 @@
 // Loading and unloading the built library. Every test is a process of its own.
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <map>
 #include <string>
 
+#include "framework/log/CLogDebug.h"
 #include "tests/support/Event.h"
 #include "tests/support/FakeRouter.h"
 #include "tests/support/TestDir.h"
@@ -111,7 +115,80 @@ protected:
     std::exit(testing::Test::HasFailure() ? 1 : 0);
 }
 
+// Writes each exit line of a manager into a pipe, up to the very end of the process.
+class ExitLineSink : public ILogSink {
+public:
+    explicit ExitLineSink(int nPipe) : m_nPipe(nPipe) {}
+
+    int OnLog(const LogRecord& record, va_list) override {
+        const std::string strFormat = record.pszFormat;
+        if (strFormat.find(" exit.\n") != std::string::npos) {
+            EXPECT_EQ(static_cast<ssize_t>(strFormat.size()),
+                      write(m_nPipe, strFormat.data(), strFormat.size()));
+        }
+        return 1;
+    }
+
+private:
+    const int m_nPipe;
+};
+
+// How often each exit line was written by a process that does work and exits normally.
+template <class Work>
+std::map<std::string, int> ExitLinesOf(Work work) {
+    int pipes[2] = {-1, -1};
+    EXPECT_EQ(0, pipe2(pipes, O_CLOEXEC));
+    const pid_t nChild = fork();
+    if (nChild == 0) {
+        (void)alarm(60);
+        CLogDebug::Instance()->SetLevel(0);
+        CLogDebug::Instance()->SetSink(new ExitLineSink(pipes[1]));  // outlives what it hears
+        work();
+        ExitNormally();
+    }
+    (void)close(pipes[1]);
+    std::map<std::string, int> lines;
+    FILE* pLines = fdopen(pipes[0], "r");
+    char szLine[200];
+    while (fgets(szLine, sizeof(szLine), pLines) != nullptr) {
+        ++lines[szLine];
+    }
+    (void)fclose(pLines);
+    int nStatus = -1;
+    EXPECT_EQ(nChild, waitpid(nChild, &nStatus, 0));
+    EXPECT_EQ(0, nStatus);
+    return lines;
+}
+
+constexpr char CHANNEL_EXIT[] = "[CTevChennalMgr]: CTevChennalMgr exit.\n";
+constexpr char CACHE_EXIT[] = "[CTevCloudCachoMgr]: CTevCloudCachoMgr exit.\n";
+
 }  // namespace
+
+TEST_F(UnloadTest, AfterStopAndUnloadEachManagerHasWrittenItsExitLineTwice) {
+    const std::map<std::string, int> lines = ExitLinesOf([this] {
+        Library library;
+        library->pfnSetOpt(static_cast<IMsgRouter*>(&m_router));
+        (void)library->pfnStart();
+        (void)library->pfnStop();
+        library->pfnUninit();
+        library.Unload();
+        EXPECT_NE(Library::CanUnload(), Library::IsMapped());
+    });
+
+    EXPECT_EQ((std::map<std::string, int>{{CHANNEL_EXIT, 2}, {CACHE_EXIT, 2}}), lines);
+}
+
+TEST_F(UnloadTest, WithoutAStopEachManagerWritesItsExitLineOnce) {
+    const std::map<std::string, int> lines = ExitLinesOf([this] {
+        Library library;
+        library->pfnSetOpt(static_cast<IMsgRouter*>(&m_router));
+        (void)library->pfnStart();
+        library.Unload();
+    });
+
+    EXPECT_EQ((std::map<std::string, int>{{CHANNEL_EXIT, 1}, {CACHE_EXIT, 1}}), lines);
+}
 
 TEST_F(UnloadTest, AfterStopAndUninitTheLibraryLeavesMemory) {
     Library library;

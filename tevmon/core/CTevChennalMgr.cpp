@@ -63,9 +63,13 @@ bool CTevChennalMgr::Start(Priority ePriority) {
 }
 
 void CTevChennalMgr::Exit() {
+    EndThread();
+    LogPrint(LOG_TRACE, SOURCE, "Exit", __LINE__, "[CTevChennalMgr]: CTevChennalMgr exit.\n");
+}
+
+void CTevChennalMgr::EndThread() {
     SetRunning(false);
     (void)CThread::stop();
-    LogPrint(LOG_TRACE, SOURCE, "Exit", __LINE__, "[CTevChennalMgr]: CTevChennalMgr exit.\n");
 }
 
 void CTevChennalMgr::run() {

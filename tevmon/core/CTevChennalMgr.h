@@ -32,6 +32,8 @@ public:
 
     // [control] Ends the thread after the analysis in hand. The queue stays for the next start.
     void Exit();
+    // The same without the log line, for the module's end: there the destructor writes it.
+    void EndThread();
 
 protected:
     friend class utils::SingletonAbstract<CTevChennalMgr>;

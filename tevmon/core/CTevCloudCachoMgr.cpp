@@ -96,9 +96,13 @@ bool CTevCloudCachoMgr::Start(Priority ePriority) {
 }
 
 void CTevCloudCachoMgr::Exit() {
+    EndThread();
+    LogPrint(LOG_TRACE, SOURCE, "Exit", __LINE__, "[CTevCloudCachoMgr]: CTevCloudCachoMgr exit.\n");
+}
+
+void CTevCloudCachoMgr::EndThread() {
     SetRunning(false);
     (void)CThread::stop();
-    LogPrint(LOG_TRACE, SOURCE, "Exit", __LINE__, "[CTevCloudCachoMgr]: CTevCloudCachoMgr exit.\n");
 }
 
 void CTevCloudCachoMgr::run() {

@@ -38,6 +38,8 @@ public:
     bool Start(Priority ePriority);
     // [control] Ends the thread.
     void Exit();
+    // The same without the log line, for the module's end: there the destructor writes it.
+    void EndThread();
 
 protected:
     friend class utils::SingletonAbstract<CTevCloudCachoMgr>;

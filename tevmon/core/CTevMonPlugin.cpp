@@ -36,6 +36,19 @@ bool s_bEnded = false;
 std::atomic<pid_t> s_nProcess{0};     // the one that has the threads
 std::atomic<bool> s_bStarted{false};  // once is enough: there may be threads to stop
 
+// pManager may be null.
+template <class Manager>
+void EndThreadOf(Manager* pManager, bool bLine) {
+    if (pManager == nullptr) {
+        return;
+    }
+    if (bLine) {
+        pManager->Exit();
+    } else {
+        pManager->EndThread();
+    }
+}
+
 }  // namespace
 
 int32_t CTevMonPlugin::zkp_init(void* /*pHostArgument*/) {
@@ -99,7 +112,7 @@ int32_t CTevMonPlugin::zkp_start() {
 
 int32_t CTevMonPlugin::zkp_stop() {
     LogPrint(LOG_TRACE, SOURCE, "zkp_stop", LINE_STOP, "[CTevMonPlugin] zkp_stop...");
-    const bool bStopped = StopThreads();
+    const bool bStopped = StopThreads(true);
     m_eStatus = PluginStopped;
     if (bStopped) {
         CTevModuleReference::Drop();
@@ -107,17 +120,13 @@ int32_t CTevMonPlugin::zkp_stop() {
     return 0;
 }
 
-bool CTevMonPlugin::StopThreads() {
+bool CTevMonPlugin::StopThreads(bool bLines) {
     // Timer, channel, cache: not start reversed. This order is relied on.
     m_timer.Stop();
     CTevChennalMgr* pChannel = CTevChennalMgr::Instance();
-    if (pChannel != nullptr) {
-        pChannel->Exit();
-    }
+    EndThreadOf(pChannel, bLines);
     CTevCloudCachoMgr* pCache = CTevCloudCachoMgr::Instance();
-    if (pCache != nullptr) {
-        pCache->Exit();
-    }
+    EndThreadOf(pCache, bLines);
     return !m_timer.isJoinable() && (pChannel == nullptr || !pChannel->isJoinable()) &&
            (pCache == nullptr || !pCache->isJoinable());
 }
@@ -132,8 +141,10 @@ bool CTevMonPlugin::TearDown() {
         // A child of fork that exits: it has no thread to join, and others' locks stay locked.
         return false;
     }
-    // Without a start it must not bring up what it would stop.
-    const bool bStopped = s_pPlugin == nullptr || !s_bStarted.load() || s_pPlugin->StopThreads();
+    // Without a start it must not bring up what it would stop. No exit lines here: each manager's
+    // destructor, which follows, writes its own.
+    const bool bStopped =
+        s_pPlugin == nullptr || !s_bStarted.load() || s_pPlugin->StopThreads(false);
     return CTevCallGate::Shut(TEARDOWN_WAIT_MS) && bStopped;
 }
 

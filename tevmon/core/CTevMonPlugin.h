@@ -29,8 +29,9 @@ public:
     static void End();
 
 private:
-    // Stops the three threads and lets the library go when none is left. True when none is.
-    bool StopThreads();
+    // Stops the three threads; each manager writes its exit line when bLines. True when no thread
+    // is left.
+    bool StopThreads(bool bLines);
     // What runs before the first singleton is destroyed.
     static bool TearDown();
     static void PrepareTearDown();  // in this process
