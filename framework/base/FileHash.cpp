@@ -65,15 +65,36 @@ bool IsKernelsOwn(int nFd) {
                      static_cast<uint32_t>(status.f_type)) != std::end(KERNEL_FILE_SYSTEMS);
 }
 
+int OpenToRead(const char* pszPath) {
+    constexpr int FLAGS = O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY;
+    const int nFd = open(pszPath, FLAGS | O_NOATIME);
+    // Only the owner may leave the access time alone.
+    return nFd < 0 && errno == EPERM ? open(pszPath, FLAGS) : nFd;
+}
+
 // Opens for reading the very file that nPathFd stands on, whatever its path names by now. Asks for
 // the thread's own descriptors: those of "self" are gone once the host's first thread has ended.
 int Reopen(int nPathFd) {
     char szLink[40];
     (void)snprintf(szLink, sizeof(szLink), "/proc/thread-self/fd/%d", nPathFd);
-    constexpr int FLAGS = O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY;
-    const int nFd = open(szLink, FLAGS | O_NOATIME);
-    // Only the owner may leave the access time alone.
-    return nFd < 0 && errno == EPERM ? open(szLink, FLAGS) : nFd;
+    return OpenToRead(szLink);
+}
+
+// The same where /proc is not mounted: by the path once more. It may lead to another file by now,
+// whose opening does not wait either; what was looked at before counts.
+int ReopenByPath(const std::string& strPath, const struct stat& seen) {
+    const int nFd = OpenToRead(strPath.c_str());
+    struct stat status = {};
+    if (nFd >= 0 && (fstat(nFd, &status) != 0 || status.st_dev != seen.st_dev ||
+                     status.st_ino != seen.st_ino)) {
+        close(nFd);
+        return -1;
+    }
+    return nFd;
+}
+
+bool IsProcMounted() {
+    return access("/proc/thread-self/fd", F_OK) == 0;
 }
 
 // Reads at most nWanted bytes into pBlock; 0 at the end, -1 on an error.
@@ -136,7 +157,11 @@ bool HashFile(const std::string& strPath, unsigned char* pMd5, unsigned char* pS
         status.st_size > utils::HASH_SIZE_LIMIT || IsKernelsOwn(path.Get())) {
         return false;
     }
-    const CFileHandle file(Reopen(path.Get()));
+    int nFd = Reopen(path.Get());
+    if (nFd < 0 && errno == ENOENT && !IsProcMounted()) {
+        nFd = ReopenByPath(strPath, status);
+    }
+    const CFileHandle file(nFd);
     if (file.Get() < 0) {
         return false;
     }

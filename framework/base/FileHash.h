@@ -22,10 +22,11 @@ constexpr int64_t HASH_SIZELESS_LIMIT = 64LL * 1024 * 1024;
 // false with both empty: for an empty path or one with a NUL byte, whatever is not a regular file
 // after following links, the kernel's own files (under /proc, /sys and their like, but not what a
 // link such as /proc/PID/exe leads to), whatever is too large, may not be read or ends before its
-// size, and where /proc is not mounted, through which the file that was looked at is opened.
+// size. The file that is read is the one that was looked at: it is opened through /proc, and where
+// that is not mounted by its path once more, which must then still lead to that file.
 //
-// Threads: any. Never opens a FIFO or a device, never waits for one, never maps the file, leaves
-// the access time alone where the system allows that. Nothing throws.
+// Threads: any. With /proc it never opens a FIFO or a device; it never waits for one, never maps
+// the file, leaves the access time alone where the system allows that. Nothing throws.
 HOSTFRAMEWORK_API bool getMD5AndSHA1(const std::string& strPath, std::string& strMd5,
                                      std::string& strSha1);
 
