@@ -64,7 +64,8 @@ bool CUserPathMasker::HoldsUser(std::string_view strPath) const {
 }
 
 void CUserPathMasker::LoadUsers() {
-    m_users.clear();
+    // A failure half-way leaves the old map: a part of the users would stay for the process's life.
+    std::map<std::string, LocalUser, std::less<>> users;
     setpwent();
     while (const passwd* pEntry = getpwent()) {
         const std::string strName = Text(pEntry->pw_name);
@@ -73,8 +74,9 @@ void CUserPathMasker::LoadUsers() {
             strHome.compare(0, sizeof(HOME_ROOT) - 1, HOME_ROOT) != 0) {
             continue;
         }
-        (void)m_users.try_emplace(strName, LocalUser{strName, pEntry->pw_uid, pEntry->pw_gid,
-                                                     strHome, Text(pEntry->pw_shell)});
+        (void)users.try_emplace(strName, LocalUser{strName, pEntry->pw_uid, pEntry->pw_gid, strHome,
+                                                   Text(pEntry->pw_shell)});
     }
     setpwent();  // rewound, not closed with endpwent: this is relied on
+    m_users.swap(users);
 }

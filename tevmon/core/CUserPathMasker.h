@@ -33,7 +33,8 @@ public:
     // A masked copy of strPath by the process's masker.
     static std::string Masked(std::string strPath);
 
-    // Fills the map afresh from the system's user database, which is rewound and left open.
+    // Fills the map afresh from the system's user database, which is rewound and left open. Throws
+    // std::bad_alloc with the map as it was.
     void LoadUsers();
 
 protected:

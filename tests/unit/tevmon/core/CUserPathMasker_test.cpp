@@ -229,6 +229,26 @@ TEST_F(CUserPathMaskerTest, LoadUsersForgetsWhoIsNotThereAnyMore) {
     EXPECT_EQ("/alice/$username", m_masker.Mask("/alice/carol"));
 }
 
+TEST_F(CUserPathMaskerTest, AFailureHalfWayLeavesNoPartOfTheUsers) {
+    const FakeUsers users({{"alice", "/home/alice"}, {"carol", "/home/carol"}});
+    FakeUsers::FailOnceAfter(1);
+
+    EXPECT_THROW(m_masker.Mask("/home/alice/x"), std::bad_alloc);
+
+    EXPECT_EQ("/home/$username/x", m_masker.Mask("/home/carol/x"));
+    EXPECT_EQ("/home/$username/x", m_masker.Mask("/home/alice/x"));
+}
+
+TEST_F(CUserPathMaskerTest, AFailureHalfWayLeavesTheUsersKnownBefore) {
+    const FakeUsers users({{"alice", "/home/alice"}, {"carol", "/home/carol"}});
+    ASSERT_EQ("/home/$username/x", m_masker.Mask("/home/carol/x"));
+    FakeUsers::FailOnceAfter(1);
+
+    EXPECT_THROW(m_masker.LoadUsers(), std::bad_alloc);
+
+    EXPECT_EQ("/home/$username/x", m_masker.Mask("/home/carol/x"));
+}
+
 TEST_F(CUserPathMaskerTest, TheHomeIsLookedAtBeforeTheName) {
     const FakeUsers users({NullName("/home/alice"), {"root", "/root"}, {"carol", "/home/carol"}});
     const CallTrace trace;
