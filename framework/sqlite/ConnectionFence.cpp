@@ -34,24 +34,41 @@ bool IsUnbounded(const char* pszFunction) {
 constexpr int64_t STEP_LIMIT_NS = 1000000000;
 constexpr int INSTRUCTIONS_BETWEEN_LOOKS = 100;  // a change of one row has fewer and is never ended
 
-// On the clock below; 0 until a step's first look, which most steps end before.
-thread_local int64_t t_nStepEnd = 0;
-
-// The coarse clock is milliseconds off and costs a quarter: a scan of the cache looks at it some
-// hundred thousand times.
-int64_t Now() {
+int64_t Now(clockid_t eClock) {
     timespec now = {};
-    (void)clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    (void)clock_gettime(eClock, &now);
     return now.tv_sec * 1000000000 + now.tv_nsec;
 }
 
+// Of the step in hand on this thread.
+struct StepTime {
+    bool bLimited = true;
+    bool bLookedAt = false;   // most steps end before their first look
+    int64_t nUsedBefore = 0;  // processor time at the first look
+    int64_t nNextLook = 0;    // on the wall clock, when the processor time is asked for again
+};
+thread_local StepTime t_step;
+
+// Processor time counts: a process that was stopped, suspended or starved has used none. Asking for
+// it is a system call, so the wall clock is asked first, coarsely: nobody uses more than passes.
 int IsStepTooLong(void*) {
-    int64_t& nStepEnd = t_nStepEnd;
-    const int64_t nNow = Now();
-    if (nStepEnd == 0) {
-        nStepEnd = nNow + STEP_LIMIT_NS;
+    StepTime& step = t_step;
+    if (!step.bLimited) {
+        return 0;
     }
-    return nNow > nStepEnd ? 1 : 0;
+    const int64_t nWall = Now(CLOCK_MONOTONIC_COARSE);
+    if (!step.bLookedAt) {
+        step.bLookedAt = true;
+        step.nUsedBefore = Now(CLOCK_THREAD_CPUTIME_ID);
+        step.nNextLook = nWall + STEP_LIMIT_NS;
+        return 0;
+    }
+    if (nWall < step.nNextLook) {
+        return 0;
+    }
+    const int64_t nUsed = Now(CLOCK_THREAD_CPUTIME_ID) - step.nUsedBefore;
+    step.nNextLook = nWall + STEP_LIMIT_NS - nUsed;
+    return nUsed >= STEP_LIMIT_NS ? 1 : 0;
 }
 
 int Authorize(void*, int nAction, const char* pszFirst, const char* pszSecond, const char*,
@@ -105,6 +122,7 @@ int FenceConnection(sqlite3* pDB) {
     return sqlite3_set_authorizer(pDB, Authorize, nullptr);
 }
 
-void BeginFencedStep() {
-    t_nStepEnd = 0;
+void BeginFencedStep(bool bLimited) {
+    t_step.bLimited = bLimited;
+    t_step.bLookedAt = false;
 }

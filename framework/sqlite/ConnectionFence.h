@@ -8,8 +8,9 @@
 // virtual tables, DROP, ALTER, REINDEX, ANALYZE, savepoints and recursive queries.
 //
 // What passes also ends. Functions whose one call could take hours are refused with code 1: those
-// that search, trim, replace, pad and multiply texts. A step that goes on for more than a second
-// and a hundred instructions of SQLite's machine ends with code 9.
+// that search, trim, replace, pad and multiply texts. A step that takes more than a second of its
+// thread's processor time, and a hundred instructions of SQLite's machine, ends with code 9. A
+// caller may exempt a statement without foreign text from that.
 #ifndef FRAMEWORK_SQLITE_CONNECTIONFENCE_H
 #define FRAMEWORK_SQLITE_CONNECTIONFENCE_H
 
@@ -19,7 +20,8 @@ struct sqlite3;
 // databases, and SQLite's defensive settings. Returns 0 or SQLite's code. Nothing throws.
 int FenceConnection(sqlite3* pDB);
 
-// Called before every preparation and step of a statement, on the thread that makes it.
-void BeginFencedStep();
+// Called before every preparation and step of a statement, on the thread that makes it. Without
+// bLimited the step may take as long as it does.
+void BeginFencedStep(bool bLimited);
 
 #endif

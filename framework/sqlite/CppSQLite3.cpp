@@ -41,8 +41,8 @@ private:
 };
 
 // True when a row came, false at the end.
-bool Step(sqlite3_stmt* pStmt) {
-    BeginFencedStep();
+bool Step(sqlite3_stmt* pStmt, bool bLimited = true) {
+    BeginFencedStep(bLimited);
     const int nResult = sqlite3_step(pStmt);
     if (nResult != SQLITE_ROW && nResult != SQLITE_DONE) {
         ThrowLast(sqlite3_db_handle(pStmt), nResult);
@@ -83,13 +83,15 @@ CppSQLite3Exception::CppSQLite3Exception(int nErrCode, std::string strMessage)
 
 CppSQLite3Exception::~CppSQLite3Exception() = default;
 
-CppSQLite3Query::CppSQLite3Query(sqlite3_stmt* pStmt, bool bEof, std::shared_ptr<FileFence> pFence)
-    : m_pFence(std::move(pFence)), m_pStmt(pStmt), m_bEof(bEof) {}
+CppSQLite3Query::CppSQLite3Query(sqlite3_stmt* pStmt, bool bEof, bool bLimited,
+                                 std::shared_ptr<FileFence> pFence)
+    : m_pFence(std::move(pFence)), m_pStmt(pStmt), m_bEof(bEof), m_bLimited(bLimited) {}
 
 CppSQLite3Query::CppSQLite3Query(CppSQLite3Query&& other) noexcept
     : m_pFence(std::move(other.m_pFence)),
       m_pStmt(std::exchange(other.m_pStmt, nullptr)),
       m_bEof(std::exchange(other.m_bEof, true)),
+      m_bLimited(other.m_bLimited),
       m_names(std::move(other.m_names)) {}
 
 CppSQLite3Query& CppSQLite3Query::operator=(CppSQLite3Query&& other) noexcept {
@@ -98,6 +100,7 @@ CppSQLite3Query& CppSQLite3Query::operator=(CppSQLite3Query&& other) noexcept {
         m_pFence = std::move(other.m_pFence);
         m_pStmt = std::exchange(other.m_pStmt, nullptr);
         m_bEof = std::exchange(other.m_bEof, true);
+        m_bLimited = other.m_bLimited;
         m_names.swap(other.m_names);  // ours is empty
     }
     return *this;
@@ -113,7 +116,7 @@ void CppSQLite3Query::nextRow() {
         return;  // a further step would run the statement once more from its start
     }
     m_bEof = true;  // also when the step fails
-    m_bEof = !Step(m_pStmt);
+    m_bEof = !Step(m_pStmt, m_bLimited);
 }
 
 void CppSQLite3Query::finalize() noexcept {
@@ -234,7 +237,7 @@ int CppSQLite3DB::tryDML(const char* pszSQL, std::string& strError) {
     }
     int nResult = SQLITE_ROW;
     while (nResult == SQLITE_ROW) {
-        BeginFencedStep();
+        BeginFencedStep(true);
         nResult = sqlite3_step(pStmt);
     }
     if (nResult == SQLITE_DONE) {
@@ -248,9 +251,18 @@ int CppSQLite3DB::tryDML(const char* pszSQL, std::string& strError) {
 }
 
 CppSQLite3Query CppSQLite3DB::execQuery(const char* pszSQL) {
+    return Query(pszSQL, true);
+}
+
+CppSQLite3Query CppSQLite3DB::execOwnQuery(const char* pszSQL) {
+    return Query(pszSQL, false);
+}
+
+CppSQLite3Query CppSQLite3DB::Query(const char* pszSQL, bool bLimited) {
     CStmtGuard stmt(Prepare(pszSQL));
-    const bool bRow = stmt.Get() != nullptr && FirstStep(stmt.Get());
-    return CppSQLite3Query(stmt.Release(), !bRow, m_pFence);
+    const bool bRow =
+        stmt.Get() != nullptr && (bLimited ? FirstStep(stmt.Get()) : Step(stmt.Get(), bLimited));
+    return CppSQLite3Query(stmt.Release(), !bRow, bLimited, m_pFence);
 }
 
 bool CppSQLite3DB::tableExists(const char* pszTable) {
@@ -289,7 +301,7 @@ int CppSQLite3DB::TryPrepare(const char* pszSQL, sqlite3_stmt*& pStmt, const cha
         return SQLITE_TOOBIG;
     }
     const char* pszTail = nullptr;
-    BeginFencedStep();  // the first one reads the file's tables, by statements of SQLite's own
+    BeginFencedStep(true);  // the first one reads the file's tables, by statements of SQLite's own
     const int nResult = sqlite3_prepare_v2(m_pDB, pszSQL, -1, &pStmt, &pszTail);
     CStmtGuard stmt(pStmt);
     if (nResult != SQLITE_OK) {

@@ -71,12 +71,14 @@ public:
 
 private:
     friend class CppSQLite3DB;
-    CppSQLite3Query(sqlite3_stmt* pStmt, bool bEof, std::shared_ptr<FileFence> pFence);
+    CppSQLite3Query(sqlite3_stmt* pStmt, bool bEof, bool bLimited,
+                    std::shared_ptr<FileFence> pFence);
     int FieldIndex(const char* pszName) const;  // case is not looked at, as in SQL
 
     std::shared_ptr<FileFence> m_pFence;  // the connection lives as long as its last query
     sqlite3_stmt* m_pStmt = nullptr;
     bool m_bEof = true;
+    bool m_bLimited = true;
     // The columns' names, from the first field asked for on: SQLite makes each name afresh, and a
     // row of seven fields would ask for 28. They stay where they are until the query is finalized.
     mutable std::vector<const char*> m_names;
@@ -108,6 +110,10 @@ public:
     // Runs one statement, likewise, to its first row.
     CppSQLite3Query execQuery(const char* pszSQL);
 
+    // The same for a look at rows whose statement holds no foreign text: its steps take the time
+    // that the table's size asks for. Not for changes: a file from elsewhere may hold triggers.
+    CppSQLite3Query execOwnQuery(const char* pszSQL);
+
     // True when the database has a table of that name; case is not looked at, as in SQL.
     bool tableExists(const char* pszTable);
 
@@ -121,6 +127,7 @@ private:
     sqlite3_stmt* Prepare(const char* pszSQL);  // null for an empty statement
     int TryPrepare(const char* pszSQL, sqlite3_stmt*& pStmt, const char*& pszError);
     bool FirstStep(sqlite3_stmt* pStmt);
+    CppSQLite3Query Query(const char* pszSQL, bool bLimited);
     void KeepInMind(sqlite3_stmt* pEnded);
     bool HasEnded(const char* pszSQL) const;
 

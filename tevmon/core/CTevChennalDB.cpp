@@ -21,7 +21,7 @@ std::string FetchStatement(int nCount) {
 void ReadRows(CppSQLite3DB& db, const std::string& strStatement,
               std::list<ChennalRecord>& recordList) {
     // Finalized by its destructor: before the commit, and when a row cannot be read.
-    CppSQLite3Query query = db.execQuery(strStatement.c_str());
+    CppSQLite3Query query = db.execOwnQuery(strStatement.c_str());
     for (; !query.eof(); query.nextRow()) {
         ChennalRecord record;
         record.id = query.getInt64Field("id");
@@ -104,7 +104,7 @@ int CTevChennalDB::Count() {
     const int nResult =
         WithoutTransaction([] { return std::string("select count(*) as rownum from msgchennal "); },
                            [&](CppSQLite3DB& db, const std::string& strStatement) {
-                               const CppSQLite3Query query = db.execQuery(strStatement.c_str());
+                               const CppSQLite3Query query = db.execOwnQuery(strStatement.c_str());
                                nCount = query.eof() ? 0 : query.getIntField("rownum");
                            });
     return nResult == 0 ? nCount : 0;

@@ -132,7 +132,8 @@ int CTevCloudCachoDB::SelectPage(CachoPage& page, int nCount) {
                           std::to_string(nCount));
         },
         [&](CppSQLite3DB& db, const std::string& strStatement) {
-            CppSQLite3Query query = db.execQuery(strStatement.c_str());
+            // A page at a large offset steps over all rows before it.
+            CppSQLite3Query query = db.execOwnQuery(strStatement.c_str());
             for (; !query.eof(); query.nextRow()) {
                 ReadRow(query, page.recordList.emplace_back());
             }
@@ -152,7 +153,7 @@ int CTevCloudCachoDB::Count() {
     const int nResult =
         WithoutTransaction([] { return std::string("select count(*) as rownum from cachotable "); },
                            [&](CppSQLite3DB& db, const std::string& strStatement) {
-                               const CppSQLite3Query query = db.execQuery(strStatement.c_str());
+                               const CppSQLite3Query query = db.execOwnQuery(strStatement.c_str());
                                nCount = query.eof() ? 0 : query.getIntField("rownum");
                            });
     return nResult == 0 ? nCount : -1;

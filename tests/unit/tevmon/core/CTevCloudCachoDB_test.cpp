@@ -8,6 +8,7 @@
 #include "tests/support/StdoutCapture.h"
 #include "tests/support/TestDir.h"
 #include "tests/support/WaitsForLock.h"
+#include "tests/support/clocks/LeapingClocks.h"
 #include "tests/support/trace/OtherConnection.h"
 #include "tests/support/trace/SqlTrace.h"
 
@@ -308,6 +309,32 @@ TEST_F(CTevCloudCachoDBTest, SelectPageOf25RowsBy10Yields10And10And5And0) {
     EXPECT_EQ(1u, trace.Count("select * from cachotable limit 20,10"));
     EXPECT_EQ(1u, trace.Count("select * from cachotable limit 25,10"));
     EXPECT_EQ(4u, trace.Count("commit transaction"));
+}
+
+// The expiry scan's pages step over all rows before them; a lookup holds a foreign text.
+TEST_F(CTevCloudCachoDBTest, APageAtALargeOffsetMayTakeItsTimeAndALookupMayNot) {
+    {
+        OtherConnection other(m_strFile);
+        ASSERT_EQ(
+            0, other.Exec("with recursive n(i) as (select 0 union all select i + 1 from n where i "
+                          "< 999) insert into cachotable(vkey,level,tmcreate,tminternal,mid) "
+                          "select 'k'||i,40,1,1,5 from n"));
+    }
+    const LeapingClocks clocks(10, 10);
+    CachoPage page;
+    page.nOffset = 900;
+
+    EXPECT_EQ(10, SelectPageLocked(m_store, page, 10));
+
+    EXPECT_EQ(910, page.nOffset);
+    EXPECT_EQ(1000, m_store.Count());
+    CachoRecord record;
+    const Texts lines = PrintedBy([&] {
+        EXPECT_EQ(-1, m_store.Select("x' or (select count(*) from cachotable a,cachotable b) or "
+                                     "'y'='x",
+                                     record));
+    });
+    EXPECT_EQ(Texts{"interrupted"}, lines);
 }
 
 TEST_F(CTevCloudCachoDBTest, SelectPageOnALockedDatabaseReturnsMinus1WithTheListEmptyAndTheOffset) {
