@@ -59,11 +59,18 @@ bool AllocFaults::Disarm() {
     return t_bFailed;
 }
 
+long AllocFaults::Calls() {
+    return t_nCalls;
+}
+
 #else
 
 void AllocFaults::Arm(long, bool) {}
 bool AllocFaults::Disarm() {
     return false;
+}
+long AllocFaults::Calls() {
+    return 0;
 }
 
 #endif

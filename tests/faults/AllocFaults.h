@@ -15,6 +15,7 @@ class AllocFaults {
 public:
     static void Arm(long nAt, bool bForGood);  // nAt from 1
     static bool Disarm();                      // true when one failed
+    static long Calls();                       // allocations while it was armed last
 };
 
 #endif

@@ -18,6 +18,9 @@ constexpr int FirstVerdicts(uint32_t nSeed) {
     return 10 + static_cast<int>(nSeed * 14 % 29);
 }
 
+// Those that build an event: of launches, and of the six file operations.
+constexpr size_t HANDLERS = 7;
+
 // Plain bytes: a killed process leaves them whole. Indexed by the number of a message or verdict.
 struct Promises {
     unsigned char acknowledged[MAX_NUMBERS];  // message: its insert returned 0
@@ -26,6 +29,7 @@ struct Promises {
     char struck[16];                          // the I/O call that the fault was put on
     unsigned char worksOn;                    // after the fault a message could be queued again
     unsigned char cacheWorksOn;               // and a verdict recorded and found again
+    unsigned char queries[HANDLERS];          // by the analysers' handlers, each of its own
 };
 
 struct Road {

@@ -3,20 +3,25 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 
+#include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <limits>
 #include <string>
 #include <thread>
 #include <tuple>
 
 #include "public/pluginhelper/CMsgRouterHolder.h"
+#include "public/pluginhelper/JsonReaders.h"
 #include "tests/faults/AllocFaults.h"
 #include "tests/faults/Options.h"
 #include "tests/faults/Roads.h"
 #include "tests/support/FakeRouter.h"
+#include "tests/support/TestDir.h"
 #include "tests/support/trace/OtherConnection.h"
 #include "tevmon/core/CTevChennalMgr.h"
 #include "tevmon/core/CTevCloudCachoMgr.h"
+#include "tevmon/core/CTevMonIpcMsgHandler.h"
 #include "tevmon/core/CTevMonIpcRecever.h"
 
 namespace {
@@ -27,13 +32,21 @@ constexpr int EXIT_CLEAN = 0;
 // Made beforehand: what fails is the module's, not the host's.
 const std::string LAUNCHES =
     R"({"param":[{"grup":"cloudquery","context":"cloudad","path":"program","cmd":"bash a.sh"}]})";
-const std::string OPERATIONS =
-    R"({"param":[{"grup":"cloudquery","context":"cloudfd","path":"/etc/cron.d/a",)"
-    R"("exe_path":"program","optertion":"create"},)"
-    R"({"path":"fifo","exe_path":"program","optertion":"create"},)"
-    R"({"path":"/usr/lib/systemd/system/a.service","exe_path":"program","optertion":"create"},)"
-    R"({"path":"/etc/crontab","exe_path":"program","optertion":"write"},)"
-    R"({"path":"/etc/crontab","exe_path":"program","optertion":"rename"}]})";
+// One operation for each handler, on paths that it takes.
+std::string Operations() {
+    // Watched by its text, in truth in the road's own directory: a write's file must be there.
+    const std::string strWatched =
+        "/etc/profile.d/../.." + std::filesystem::current_path().string() + "/program";
+    return R"({"param":[{"grup":"cloudquery","context":"cloudfd","path":"/etc/cron.d/a",)"
+           R"("exe_path":"program","optertion":"create"},)"
+           R"({"path":"fifo","exe_path":"program","optertion":"create"},)"
+           R"({"path":"/etc/systemd/system/a.service","exe_path":"program","optertion":"create"},)"
+           R"({"path":")" +
+           strWatched +
+           R"(","exe_path":"program","optertion":"write"},)"
+           R"({"path":"/etc/cron.d/a","exe_path":"program","optertion":"rename"},)"
+           R"({"path":"/etc/cron.d/a","exe_path":"program","optertion":"remove"}]})";
+}
 const std::string VERDICT =
     R"({"msg_type":"cloudqr","param":{"func":"cloudad","context":"abc","result":"70"}})";
 
@@ -57,6 +70,21 @@ public:
     using CTevCloudCachoMgr::CheckRecords;
 };
 
+constexpr const char* EVENTS[HANDLERS] = {"CreateProcess", "FileCreate", "FileDelete",
+                                          "FileModify",    "FileRename", "ProcessPipe",
+                                          "AddAutoRuns"};
+
+// How many queries each handler has posted.
+void CountQueries(const FakeRouter& router, Promises& promises) {
+    for (const SentMessage& message : router.Posts()) {
+        for (size_t i = 0; i < HANDLERS; ++i) {
+            if (message.strData.find(std::string("\"") + EVENTS[i] + "\"") != std::string::npos) {
+                ++promises.queries[i];
+            }
+        }
+    }
+}
+
 // What a child has before its allocations begin to fail: the objects, and a message of each kind.
 struct Module {
     Module() {
@@ -67,6 +95,7 @@ struct Module {
         CMsgRouterHolder::Instance()->SetRouter(&router);
     }
 
+    const std::string strOperations = Operations();
     FakeRouter router;
     CTevMonIpcRecever recever;
     OwnChannel channel;
@@ -77,6 +106,7 @@ struct AllocRoad {
     const char* pszName;
     void (*pfnPrepare)(Module& module);
     void (*pfnRun)(Module& module);
+    long nQueries;   // that every handler posts where nothing fails
     bool bOwnCache;  // records into the module's own, not into the analysers'
     bool bFirstUse;  // opens the stores; one that could not be opened stays closed
     long nEach;      // after so many allocations
@@ -92,7 +122,7 @@ void ReceiveAll(Module& module) {
 
 void ReceiveBoth(Module& module) {
     Receive(module.recever, 20002, LAUNCHES);
-    Receive(module.recever, 20002, OPERATIONS);
+    Receive(module.recever, 20002, module.strOperations);
 }
 
 void Drain(Module& module) {
@@ -124,13 +154,13 @@ void Expire(Module& module) {
 // The first use of everything, and the second. A known verdict is 300 times the same.
 constexpr long EACH = 1000000;
 const AllocRoad ALLOC_ROADS[] = {
-    {"receive_first", Nothing, ReceiveAll, false, true, EACH, 1},
-    {"receive", ReceiveAll, ReceiveBoth, false, false, EACH, 1},
-    {"drain_first", ReceiveBoth, Drain, false, true, EACH, 1},
-    {"drain", DrainOnceBefore, Drain, false, false, EACH, 1},
-    {"record", RecordOnceBefore, Record, true, false, EACH, 1},
-    {"record_known", Nothing, RecordKnown, true, false, 100, 50},
-    {"expiry", Nothing, Expire, true, false, EACH, 1},
+    {"receive_first", Nothing, ReceiveAll, 0, false, true, EACH, 1},
+    {"receive", ReceiveAll, ReceiveBoth, 0, false, false, EACH, 1},
+    {"drain_first", ReceiveBoth, Drain, 1, false, true, EACH, 1},
+    {"drain", DrainOnceBefore, Drain, 2, false, false, EACH, 1},
+    {"record", RecordOnceBefore, Record, 0, true, false, EACH, 1},
+    {"record_known", Nothing, RecordKnown, 0, true, false, 100, 50},
+    {"expiry", Nothing, Expire, 0, true, false, EACH, 1},
 };
 
 // Whether a verdict that is recorded now is found afterwards.
@@ -145,6 +175,7 @@ int RunUnder(const AllocRoad& road, long nAt, bool bForGood, Promises& promises)
     AllocFaults::Arm(nAt, bForGood);
     road.pfnRun(module);
     const bool bStruck = AllocFaults::Disarm();
+    CountQueries(module.router, promises);
     // A lock that is still held stops these for ever; the child's alarm ends it. Nor does the fault
     // cost the first message and the first verdict that come when there is memory again.
     std::thread other([&] {
@@ -202,7 +233,53 @@ TEST_P(AllocFaultsTest, NothingEndsAndNoLockStays) {
 
     EXPECT_EQ(EXIT_CLEAN, WEXITSTATUS(nStatus));
     EXPECT_LT(1, nPoints) << "nothing failed";
-    std::cout << "points: " << nPoints - 1 << "\n";
+    // The last run, where nothing failed any more, shows what the others were on the way to.
+    size_t nReached = 0;
+    for (size_t i = 0; i < HANDLERS; ++i) {
+        EXPECT_EQ(road.nQueries, place.Shared().queries[i]) << EVENTS[i];
+        nReached += road.nQueries > 0 && place.Shared().queries[i] == road.nQueries ? 1 : 0;
+    }
+    std::cout << "points: " << nPoints - 1;
+    if (road.nQueries > 0) {
+        std::cout << ", " << nReached << " of " << HANDLERS << " handlers reached";
+    }
+    std::cout << "\n";
+}
+
+// Each element of a message is queued for itself.
+TEST(AllocFaultsElementTest, AnElementThatFindsNoMemoryLeavesItsNeighbourQueued) {
+#if !TESTS_ALLOC_FAULTS
+    GTEST_SKIP() << "the sanitizers' allocator cannot be made to fail";
+#endif
+    const TestDir dir;
+    const std::string strBody = R"({"param":[{"grup":"cloudquery","context":"cloudad"},)"
+                                R"({"grup":"cloudquery","context":"cloudfd"}]})";
+    CTevChennalDB* pStore = CTevChennalDB::Instance();
+    CHipsMsgHandler handler;
+    std::string strReply;
+    int32_t nStatus = 0;
+    ASSERT_EQ(0, handler.Run("", strBody, strReply, &nStatus));  // what is made once is made now
+    Json::Value jsonRoot;
+    AllocFaults::Arm(std::numeric_limits<long>::max(), false);
+    ASSERT_TRUE(ParseJsonText(strBody, jsonRoot));
+    (void)AllocFaults::Disarm();
+    const long nParsing = AllocFaults::Calls();
+    ASSERT_LT(10, nParsing);
+
+    long nLost = 0;
+    long nPoints = 0;
+    for (bool bStruck = true; bStruck; ++nPoints) {
+        ASSERT_TRUE(pStore->Clear());
+        AllocFaults::Arm(nParsing + 1 + nPoints, false);
+        EXPECT_EQ(0, handler.Run("", strBody, strReply, &nStatus));
+        bStruck = AllocFaults::Disarm();
+        const int nQueued = pStore->Count();
+        ASSERT_LE(1, nQueued) << "allocation " << nPoints << " after the parsing";
+        nLost += 2 - nQueued;
+    }
+
+    EXPECT_LT(10, nPoints);
+    EXPECT_LT(1, nLost) << "no element was lost: nothing was tried";
 }
 
 INSTANTIATE_TEST_SUITE_P(Every, AllocFaultsTest,

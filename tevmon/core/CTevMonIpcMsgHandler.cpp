@@ -34,6 +34,14 @@ void QueueForElement(const Json::Value& jsonElement, const std::string& strBody)
              strContext.c_str());
 }
 
+// One element never costs its neighbours.
+void QueueFenced(const Json::Value& jsonElement, const std::string& strBody) {
+    try {
+        QueueForElement(jsonElement, strBody);
+    } catch (...) {  // out of memory
+    }
+}
+
 }  // namespace
 
 int32_t FuncToMid(const std::string& strFunc) {
@@ -53,7 +61,7 @@ int32_t CHipsMsgHandler::Run(const std::string& /*strSender*/, const std::string
         }
         const Json::Value& jsonParam = JsonMember(jsonRoot, "param");
         for (Json::ArrayIndex i = 0; i < JsonArraySize(jsonParam); ++i) {
-            QueueForElement(jsonParam[i], strBody);
+            QueueFenced(jsonParam[i], strBody);
         }
     } catch (...) {  // out of memory; nothing is left half done
     }
