@@ -37,20 +37,16 @@ std::string MessageText(const CloudQuery& query, const std::string& strExt) {
     return strText;
 }
 
-Guid CloudEndpoint() {
-    Guid target = {};
-    ParseGuid(CLOUD_ENDPOINT, &target);
-    return target;
-}
-
 // Sends what could be written: nothing, when memory ran out.
 bool Send(const std::string& strText) {
     LogPrint(LOG_TRACE, SOURCE, "Post", __LINE__, "reportq = %s", strText.c_str());
 
-    static const Guid s_target = CloudEndpoint();
+    // Parsed for each post: the router gets one of its own, which it may write to.
+    Guid target = {};
+    ParseGuid(CLOUD_ENDPOINT, &target);
     CMsgRouterHolder* pHolder = CMsgRouterHolder::Instance();
     const uint32_t nResult = pHolder != nullptr
-                                 ? pHolder->Post(s_target, MSG_TYPE_CLOUD_QUERY, strText.data(),
+                                 ? pHolder->Post(target, MSG_TYPE_CLOUD_QUERY, strText.data(),
                                                  static_cast<uint32_t>(strText.size()))
                                  : ERROR_NO_ROUTER;
     if (nResult != 0) {
@@ -63,7 +59,7 @@ bool Send(const std::string& strText) {
 
 bool CTevCloudInterface::Post(const CloudQuery& query) {
     std::string strExt;
-    return JsonToText(query.jsonExt, strExt, true) != 0 ? Post(query, strExt) : Send("");
+    return JsonToText(query.jsonExt, strExt, true) != 0 ? Post(query, strExt) : PostEmpty();
 }
 
 bool CTevCloudInterface::Post(const CloudQuery& query, const std::string& strExt) {
@@ -74,4 +70,8 @@ bool CTevCloudInterface::Post(const CloudQuery& query, const std::string& strExt
         strText.clear();
     }
     return Send(strText);
+}
+
+bool CTevCloudInterface::PostEmpty() {
+    return Send("");
 }

@@ -30,6 +30,9 @@ public:
     // The same with the event as the text of an array (CEventText makes it); query.jsonExt is not
     // looked at.
     bool Post(const CloudQuery& query, const std::string& strExt);
+    // What a query whose text cannot be written comes to, or whose event cannot be built: an empty
+    // text, logged and sent like any other.
+    bool PostEmpty();
 
 protected:
     friend class utils::SingletonAbstract<CTevCloudInterface>;

@@ -1,5 +1,6 @@
 #include "tevmon/core/CTevFsMonitor.h"
 
+#include <optional>
 #include <utility>
 
 #include "public/pluginhelper/JsonReaders.h"
@@ -32,11 +33,23 @@ FsOpEvent ReadEvent(const Json::Value& jsonElement) {
     return event;
 }
 
-void PostQuery(const CloudQuery& query) {
+// Posts the query that make builds, which appends its event's items to an array.
+template <class Make>
+void PostQuery(Make make) {
     CTevCloudInterface* pCloud = CTevCloudInterface::Instance();
-    if (pCloud != nullptr) {
-        (void)pCloud->Post(query);  // a failed post is logged there
+    if (pCloud == nullptr) {
+        return;
     }
+    std::optional<CloudQuery> query;
+    try {
+        Json::Value jsonEvent(Json::arrayValue);
+        query.emplace(make(jsonEvent));
+        query->jsonExt = std::move(jsonEvent);
+    } catch (...) {  // no memory; as with a message that cannot be written
+        (void)pCloud->PostEmpty();
+        return;
+    }
+    (void)pCloud->Post(*query);  // a failed post is logged there
 }
 
 }  // namespace
@@ -73,8 +86,8 @@ void CTevFsMonitor::HandleElement(const Json::Value& jsonElement) {
     }
     const FsOpEvent event = ReadEvent(jsonElement);
     if (event.operation == "create") {
-        FileCreateHandler(event);
-        ProcessPipeHandler(event);
+        Fenced(&CTevFsMonitor::FileCreateHandler, event);
+        Fenced(&CTevFsMonitor::ProcessPipeHandler, event);
         AddAutoRunsHandler(event);
     } else if (event.operation == "remove") {
         FileDeleteHandler(event);
@@ -82,6 +95,15 @@ void CTevFsMonitor::HandleElement(const Json::Value& jsonElement) {
         FileRenameHandler(event);
     } else if (event.operation == "write") {
         FileModifyHandler(event);
+    }
+}
+
+// What goes wrong in one handler keeps no other from the event.
+void CTevFsMonitor::Fenced(void (CTevFsMonitor::*pfnHandler)(const FsOpEvent&),
+                           const FsOpEvent& event) {
+    try {
+        (this->*pfnHandler)(event);
+    } catch (...) {  // out of memory, or a router that throws
     }
 }
 
@@ -163,18 +185,19 @@ void CTevFsMonitor::HandleFileOperation(const FsOpEvent& event, const FileOperat
                  "[CTevFsMonitor] stat faid [%s]", event.path.c_str());
         return;
     }
-    Json::Value jsonEvent(Json::arrayValue);
-    AppendItem(jsonEvent, "hi.event_name", operation.pszEventName);
-    AppendItem(jsonEvent, operation.pszPathKey, CUserPathMasker::Masked(event.path));
-    AppendItem(jsonEvent, "hi.type", event.path_class == PathClassAutoRun ? "0" : "1");
-    if (operation.bGapTime) {
-        AppendItem(jsonEvent, "hi.gap_time",
-                   FormatEventTime(status.st_mtim.tv_sec, status.st_mtim.tv_nsec));
-    }
-    if (operation.bNewPath) {
-        AppendItem(jsonEvent, "hi.new_file_path", "");
-    }
-    PostQuery({std::move(jsonEvent), event.path, operation.nPathType, "fdid", "1", "cloudfd", ""});
+    PostQuery([&](Json::Value& jsonEvent) {
+        AppendItem(jsonEvent, "hi.event_name", operation.pszEventName);
+        AppendItem(jsonEvent, operation.pszPathKey, CUserPathMasker::Masked(event.path));
+        AppendItem(jsonEvent, "hi.type", event.path_class == PathClassAutoRun ? "0" : "1");
+        if (operation.bGapTime) {
+            AppendItem(jsonEvent, "hi.gap_time",
+                       FormatEventTime(status.st_mtim.tv_sec, status.st_mtim.tv_nsec));
+        }
+        if (operation.bNewPath) {
+            AppendItem(jsonEvent, "hi.new_file_path", "");
+        }
+        return CloudQuery{{}, event.path, operation.nPathType, "fdid", "1", "cloudfd", ""};
+    });
 }
 
 void CTevFsMonitor::ProcessPipeHandler(const FsOpEvent& event) {
@@ -202,13 +225,14 @@ void CTevFsMonitor::ProcessPipeHandler(const FsOpEvent& event) {
     if (IsInCacho(strKey) && CompareCachoLevel(strKey, PIPE_SKIP_LEVEL, ">=", bSkip) && bSkip) {
         return;
     }
-    Json::Value jsonEvent(Json::arrayValue);
-    AppendItem(jsonEvent, "hi.event_name", "ProcessPipe");
-    AppendItem(jsonEvent, "hi.type", 2);  // a number, unlike everywhere else
-    AppendItem(jsonEvent, "hi.operation", "create");
-    AppendItem(jsonEvent, "hi.filepath", CUserPathMasker::Masked(event.path));
-    AppendItem(jsonEvent, "hi.mode", strMode);
-    PostQuery({std::move(jsonEvent), event.exe_path, 0, "adid", "1000", "cloudfs", strKey});
+    PostQuery([&](Json::Value& jsonEvent) {
+        AppendItem(jsonEvent, "hi.event_name", "ProcessPipe");
+        AppendItem(jsonEvent, "hi.type", 2);  // a number, unlike everywhere else
+        AppendItem(jsonEvent, "hi.operation", "create");
+        AppendItem(jsonEvent, "hi.filepath", CUserPathMasker::Masked(event.path));
+        AppendItem(jsonEvent, "hi.mode", strMode);
+        return CloudQuery{{}, event.exe_path, 0, "adid", "1000", "cloudfs", strKey};
+    });
 }
 
 void CTevFsMonitor::AddAutoRunsHandler(const FsOpEvent& event) {
@@ -227,8 +251,9 @@ void CTevFsMonitor::AddAutoRunsHandler(const FsOpEvent& event) {
                  event.operation.c_str());
         return;
     }
-    Json::Value jsonEvent(Json::arrayValue);
-    AppendItem(jsonEvent, "hi.event_name", "AddAutoRuns");
-    AppendItem(jsonEvent, "hi.filepath", CUserPathMasker::Masked(event.path));
-    PostQuery({std::move(jsonEvent), event.exe_path, 0, "fdid", "11", "cloudfs", strKey});
+    PostQuery([&](Json::Value& jsonEvent) {
+        AppendItem(jsonEvent, "hi.event_name", "AddAutoRuns");
+        AppendItem(jsonEvent, "hi.filepath", CUserPathMasker::Masked(event.path));
+        return CloudQuery{{}, event.exe_path, 0, "fdid", "11", "cloudfs", strKey};
+    });
 }

@@ -51,6 +51,7 @@ private:
     static const FileOperation FILE_OPERATIONS[];  // create, delete, modify, rename
 
     void HandleElement(const Json::Value& jsonElement);
+    void Fenced(void (CTevFsMonitor::*pfnHandler)(const FsOpEvent&), const FsOpEvent& event);
     void HandleFileOperation(const FsOpEvent& event, const FileOperation& operation);
 };
 

@@ -67,6 +67,24 @@ std::string LaunchEvent(const Launch& launch, const LaunchTexts& texts) {
     return event.Text();
 }
 
+void PostLaunch(Launch& launch, const LaunchTexts& texts, std::string& strKey) {
+    CTevCloudInterface* pCloud = CTevCloudInterface::Instance();
+    if (pCloud == nullptr) {
+        return;
+    }
+    std::string strEvent;
+    try {
+        strEvent = LaunchEvent(launch, texts);
+    } catch (...) {  // no memory; as with a message that cannot be written
+        (void)pCloud->PostEmpty();
+        return;
+    }
+    // A failed post is logged there; the next launch of the program asks again.
+    (void)pCloud->Post({Json::Value(), std::move(launch.strPath), 0, "adid", "10001", "cloudad",
+                        std::move(strKey)},
+                       strEvent);
+}
+
 }  // namespace
 
 bool CTevPsMonitor::Run(const std::string& /*strSender*/, const std::string& strMessage) {
@@ -103,7 +121,7 @@ void CTevPsMonitor::RunElement(const Json::Value& jsonElement) {
     }
     const LaunchTexts texts(launch.status);
     // Hashed before the cache is asked: the hash is the cache key.
-    const std::string strKey = ProgramKey(launch.strPath);
+    std::string strKey = ProgramKey(launch.strPath);
     if (strKey.empty()) {
         LogPrint(LOG_FAIL, SOURCE, "Run", __LINE__, "[CTevPsMonitor] calc md5 faid! [%s][lanuch]",
                  pszPath);
@@ -115,12 +133,5 @@ void CTevPsMonitor::RunElement(const Json::Value& jsonElement) {
                  pszPath);
         return;
     }
-    CTevCloudInterface* pCloud = CTevCloudInterface::Instance();
-    if (pCloud != nullptr) {
-        const std::string strEvent = LaunchEvent(launch, texts);
-        // A failed post is logged there; the next launch of the program asks again.
-        (void)pCloud->Post(
-            {Json::Value(), std::move(launch.strPath), 0, "adid", "10001", "cloudad", strKey},
-            strEvent);
-    }
+    PostLaunch(launch, texts, strKey);
 }

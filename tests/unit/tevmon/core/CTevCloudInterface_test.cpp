@@ -255,6 +255,40 @@ TEST_F(CTevCloudInterfaceTest, AFailureLeavesNothingBehindForTheNextPost) {
     EXPECT_EQ(2u, m_router.Posts().size());
 }
 
+// The endpoint's identity is handed to foreign code by address.
+class ScribblingRouter : public FakeRouter {
+public:
+    uint32_t Post(const Guid* pTarget, int64_t nMsgType, const void* pData,
+                  uint32_t nLength) override {
+        const uint32_t nResult = FakeRouter::Post(pTarget, nMsgType, pData, nLength);
+        memset(const_cast<Guid*>(pTarget), 0xff, sizeof(*pTarget));
+        return nResult;
+    }
+};
+
+TEST_F(CTevCloudInterfaceTest, ARouterThatWritesToItsTargetMisleadsNoLaterPost) {
+    ScribblingRouter router;
+    CMsgRouterHolder::Instance()->SetRouter(&router);
+
+    EXPECT_TRUE(Post(Query()));
+    EXPECT_TRUE(Post(Query()));
+
+    const std::vector<SentMessage> posts = router.Posts();
+    ASSERT_EQ(2U, posts.size());
+    constexpr Guid CLOUD = {
+        0xFBE54D8E, 0xD8E6, 0x41F8, {0xBE, 0x05, 0xA9, 0x4C, 0xE5, 0x46, 0x95, 0x87}};
+    for (const SentMessage& message : posts) {
+        EXPECT_EQ(0, memcmp(&CLOUD, &message.target, sizeof(Guid)));
+    }
+}
+
+TEST_F(CTevCloudInterfaceTest, AnEmptyPostIsLoggedAndSentWithLengthZero) {
+    EXPECT_TRUE(CTevCloudInterface::Instance()->PostEmpty());
+
+    EXPECT_EQ("", Sent());
+    EXPECT_EQ(std::vector<std::string>{"reportq = "}, m_log.Texts());
+}
+
 TEST_F(CTevCloudInterfaceTest, TheProcessHasOne) {
     ASSERT_NE(nullptr, CTevCloudInterface::Instance());
     EXPECT_EQ(CTevCloudInterface::Instance(), CTevCloudInterface::Instance());

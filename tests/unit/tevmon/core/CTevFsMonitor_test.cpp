@@ -2,11 +2,13 @@
 #include "tevmon/core/CTevFsMonitor.h"
 
 #include <fcntl.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <time.h>
 
 #include <cstdlib>
+#include <stdexcept>
 
 #include "public/pluginhelper/CMsgRouterHolder.h"
 #include "tests/support/FakeClock.h"
@@ -497,6 +499,62 @@ TEST_F(CTevFsMonitorTest, AUnitByAProgramThatCannotBeHashedPrintsTheProgramsPath
     EXPECT_TRUE(Queries().empty());
     EXPECT_EQ((std::vector<std::string>{"[AddAutoRunsHandler] calc md5 faid! [/nonexistent]"}),
               m_log.Texts(4));
+}
+
+// Fails at its first post only.
+class ThrowingRouter : public FakeRouter {
+public:
+    uint32_t Post(const Guid* pTarget, int64_t nMsgType, const void* pData,
+                  uint32_t nLength) override {
+        if (++nPosts == 1) {
+            throw std::runtime_error("a router that throws");
+        }
+        return FakeRouter::Post(pTarget, nMsgType, pData, nLength);
+    }
+    int nPosts = 0;
+};
+
+TEST_F(CTevFsMonitorTest, WhatFailsInFileCreateHandlerLeavesThePipeToItsHandler) {
+    ThrowingRouter router;
+    CMsgRouterHolder::Instance()->SetRouter(&router);
+
+    EXPECT_TRUE(Parse(Element("create", "/etc/profile.d/../.." + MakePipe(0644))));
+
+    EXPECT_EQ(2, router.nPosts);
+    ASSERT_EQ(1U, router.Posts().size());
+    EXPECT_THAT(router.Posts()[0].strData, testing::HasSubstr("ProcessPipe"));
+}
+
+TEST_F(CTevFsMonitorTest, WhatFailsInProcessPipeHandlerLeavesTheUnitToItsHandler) {
+    ThrowingRouter router;
+    CMsgRouterHolder::Instance()->SetRouter(&router);
+    const std::string strPipe = m_dir.Path() + "/x.service";
+    ASSERT_EQ(0, mkfifo(strPipe.c_str(), 0644));
+
+    EXPECT_TRUE(Parse(Element("create", "/etc/systemd/system/../../.." + strPipe)));
+
+    EXPECT_EQ(2, router.nPosts);
+    ASSERT_EQ(1U, router.Posts().size());
+    EXPECT_THAT(router.Posts()[0].strData, testing::HasSubstr("AddAutoRuns"));
+}
+
+TEST_F(CTevFsMonitorTest, AnEventThatCannotBeBuiltIsSentEmptyByEachHandler) {
+    const FakeUsers users({{"alice", "/home/alice"}});
+    const std::string strPipe = MakePipe(0644);
+    for (const std::string& strElement :
+         {Element("create", "/etc/cron.d/job"), Element("remove", "/etc/cron.d/job"),
+          Element("rename", "/etc/cron.d/job"), Element("write", Watched("bin/program")),
+          Element("create", strPipe), Element("create", "/run/systemd/system/a.service")}) {
+        FakeUsers::FailOnceAfter(0);  // the masking of the path finds no memory
+        m_log.Clear();
+        const size_t nBefore = Queries().size();
+
+        EXPECT_TRUE(Parse(strElement));
+
+        ASSERT_EQ(nBefore + 1, Queries().size()) << strElement;
+        EXPECT_EQ("", Queries().back()) << strElement;
+        EXPECT_EQ(1U, m_log.Count("reportq = ")) << strElement;
+    }
 }
 
 TEST_F(CTevFsMonitorTest, OneCreateMayMakeSeveralHandlersPost) {

@@ -212,6 +212,18 @@ TEST_F(CTevPsMonitorTest, AnExceptionInOneElementDoesNotReachItsNeighbours) {
     EXPECT_EQ("2", Item("hi.process_id"));
 }
 
+TEST_F(CTevPsMonitorTest, ALaunchWhoseEventCannotBeBuiltIsSentEmpty) {
+    const FakeUsers users({{"alice", "/home/alice"}});
+    FakeUsers::FailOnceAfter(0);  // the masking of the path finds no memory
+
+    EXPECT_TRUE(Run(Message(Launch("/opt/tool") + "," + Launch("/opt/tool", R"(,"pid":2)"))));
+
+    ASSERT_EQ(2u, m_router.Posts().size());
+    EXPECT_EQ("", m_router.Posts()[0].strData);
+    EXPECT_EQ(1u, m_log.Count("reportq = "));
+    EXPECT_EQ("2", Item("hi.process_id", 1));
+}
+
 TEST_F(CTevPsMonitorTest, WithoutADatabaseEveryFileIsQueried) {
     const TestDir elsewhere(false);
     const StdoutCapture output;  // where the store complains
