@@ -75,9 +75,9 @@ int ExamineNow(const GlobalOptions& options) {
 
 }  // namespace
 
-void AddDoctorCommand(CLI::App& app, const GlobalOptions& options, int& nExitCode) {
-    CLI::App* const pCommand =
-        app.add_subcommand("doctor", "Say what works here, what does not, and what to do");
-    pCommand->footer("Changes nothing. Exit code 0 when nothing failed, else 11.");
-    pCommand->callback([&options, &nExitCode] { nExitCode = ExamineNow(options); });
+void AddDoctorCommand(Command& program, const GlobalOptions& options, int& nExitCode) {
+    Command command =
+        program.AddCommand("doctor", "Say what works here, what does not, and what to do");
+    command.Footer("Changes nothing. Exit code 0 when nothing failed, else 11.");
+    command.OnRun([&options, &nExitCode] { nExitCode = ExamineNow(options); });
 }

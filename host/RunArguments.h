@@ -4,11 +4,11 @@
 #ifndef HOST_RUNARGUMENTS_H
 #define HOST_RUNARGUMENTS_H
 
-#include <CLI/CLI.hpp>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "host/CommandLine.h"
 #include "host/GlobalOptions.h"
 #include "host/RunSession.h"
 
@@ -21,7 +21,7 @@ struct RunArguments {
     bool bNoPackages = false;
 };
 
-void AddRunOptions(CLI::App& command, const std::shared_ptr<RunArguments>& pArguments);
+void AddRunOptions(Command& command, const std::shared_ptr<RunArguments>& pArguments);
 
 // Makes every path absolute and runs the module; an ExitCode.
 int RunNow(const GlobalOptions& options, RunArguments& arguments);

@@ -2,13 +2,12 @@
 #ifndef HOST_RUNCOMMANDS_H
 #define HOST_RUNCOMMANDS_H
 
-#include <CLI/CLI.hpp>
-
+#include "host/CommandLine.h"
 #include "host/GlobalOptions.h"
 
-// Each adds its command to app. options is read and nExitCode (ExitCodes.h) set when it runs, so
-// both outlive the parsing of the command line.
-void AddReplayCommand(CLI::App& app, const GlobalOptions& options, int& nExitCode);
-void AddScanCommand(CLI::App& app, const GlobalOptions& options, int& nExitCode);
+// Each adds its command to program. options is read and nExitCode (ExitCodes.h) set when it runs,
+// so both outlive the parsing of the command line.
+void AddReplayCommand(Command& program, const GlobalOptions& options, int& nExitCode);
+void AddScanCommand(Command& program, const GlobalOptions& options, int& nExitCode);
 
 #endif

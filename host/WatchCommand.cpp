@@ -125,72 +125,71 @@ int WatchNow(const GlobalOptions& options, WatchArguments& arguments) {
     return RunNow(options, *arguments.shared);
 }
 
-void AddReportOptions(CLI::App& command, WatchArguments& arguments) {
+void AddReportOptions(Command& command, WatchArguments& arguments) {
     command
-        .add_option("--record", arguments.strRecord, "Write every message to this file, for replay")
-        ->type_name("FILE");
-    command.add_flag("--plain", arguments.bPlain, "Lines, also on a terminal");
-    CLI::Option* const pMetrics =
-        command.add_option("--metrics-file", arguments.strMetricsFile,
-                           "Write the balance to this file, in Prometheus' text format");
-    pMetrics->type_name("FILE");
+        .AddOption("--record", arguments.strRecord, "Write every message to this file, for replay")
+        .TypeName("FILE");
+    command.AddFlag("--plain", arguments.bPlain, "Lines, also on a terminal");
+    CommandOption metrics =
+        command.AddOption("--metrics-file", arguments.strMetricsFile,
+                          "Write the balance to this file, in Prometheus' text format");
+    metrics.TypeName("FILE");
     command
-        .add_option("--metrics-interval", arguments.dMetricsSeconds,
-                    "Seconds between two of these files")
-        ->type_name("SECONDS")
-        ->check(CLI::Range(0.1, 86400.0))
-        ->capture_default_str()
-        ->needs(pMetrics);
+        .AddOption("--metrics-interval", arguments.dMetricsSeconds,
+                   "Seconds between two of these files")
+        .TypeName("SECONDS")
+        .InRange(0.1, 86400.0)
+        .ShowDefault()
+        .Needs(metrics);
 }
 
-void AddBatchOptions(CLI::App& command, WatchArguments& arguments) {
-    command.add_option("--batch", arguments.nBatch, "Launches or file operations in one message")
-        ->type_name("N")
-        ->check(CLI::Range(1, 100000))
-        ->capture_default_str();
+void AddBatchOptions(Command& command, WatchArguments& arguments) {
+    command.AddOption("--batch", arguments.nBatch, "Launches or file operations in one message")
+        .TypeName("N")
+        .InRange(1, 100000)
+        .ShowDefault();
     command
-        .add_option("--batch-time", arguments.nBatchMs,
-                    "Milliseconds from the first of them until it is handed over")
-        ->type_name("MS")
-        ->check(CLI::Range(1, 60000))
-        ->capture_default_str();
+        .AddOption("--batch-time", arguments.nBatchMs,
+                   "Milliseconds from the first of them until it is handed over")
+        .TypeName("MS")
+        .InRange(1, 60000)
+        .ShowDefault();
 }
 
-void AddFileOptions(CLI::App& command, WatchArguments& arguments) {
-    CLI::Option* const pNoLaunches =
-        command.add_flag("--no-launches", arguments.bNoLaunches, "Do not watch launches");
-    command.add_flag("--no-files", arguments.bNoFiles, "Do not watch file operations")
-        ->excludes(pNoLaunches);
-    command.add_flag("--all-filesystems", arguments.bAllFilesystems,
-                     "Watch every local file system, not only those that hold watched places");
-    command.add_flag("--all-operations", arguments.bAllOperations,
-                     "Tell the module every file operation, also what it cannot act on");
+void AddFileOptions(Command& command, WatchArguments& arguments) {
+    const CommandOption noLaunches =
+        command.AddFlag("--no-launches", arguments.bNoLaunches, "Do not watch launches");
+    command.AddFlag("--no-files", arguments.bNoFiles, "Do not watch file operations")
+        .Excludes(noLaunches);
+    command.AddFlag("--all-filesystems", arguments.bAllFilesystems,
+                    "Watch every local file system, not only those that hold watched places");
+    command.AddFlag("--all-operations", arguments.bAllOperations,
+                    "Tell the module every file operation, also what it cannot act on");
     command
-        .add_option("--alias", arguments.aliases,
-                    "Tell paths below FROM as paths below TO where that is a watched place; "
-                    "repeatable")
-        ->type_name("FROM=TO")
-        ->check(CheckAlias)
-        ->expected(1)
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+        .AddOption("--alias", arguments.aliases,
+                   "Tell paths below FROM as paths below TO where that is a watched place; "
+                   "repeatable")
+        .TypeName("FROM=TO")
+        .Check(CheckAlias)
+        .Repeatable();
 }
 
 }  // namespace
 
-void AddWatchCommand(CLI::App& app, const GlobalOptions& options, int& nExitCode) {
+void AddWatchCommand(Command& program, const GlobalOptions& options, int& nExitCode) {
     const auto pArguments = std::make_shared<WatchArguments>();
-    CLI::App* const pCommand = app.add_subcommand(
+    Command command = program.AddCommand(
         "watch", "Judge the programs that start on this machine and what happens to its files");
-    pCommand->footer(
+    command.Footer(
         "Needs root. Without --for it goes on until Ctrl-C. SIGUSR1 has the balance shown.");
-    AddReportOptions(*pCommand, *pArguments);
-    pCommand
-        ->add_option("--sensor", pArguments->strSensor,
-                     "What senses launches: auto takes the best that this machine allows")
-        ->check(CLI::IsMember(SensorWords()));
-    AddFileOptions(*pCommand, *pArguments);
-    AddBatchOptions(*pCommand, *pArguments);
-    AddRunOptions(*pCommand, pArguments->shared);
-    pCommand->callback(
+    AddReportOptions(command, *pArguments);
+    command
+        .AddOption("--sensor", pArguments->strSensor,
+                   "What senses launches: auto takes the best that this machine allows")
+        .OneOf(SensorWords());
+    AddFileOptions(command, *pArguments);
+    AddBatchOptions(command, *pArguments);
+    AddRunOptions(command, pArguments->shared);
+    command.OnRun(
         [pArguments, &options, &nExitCode] { nExitCode = WatchNow(options, *pArguments); });
 }

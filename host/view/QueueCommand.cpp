@@ -63,13 +63,13 @@ std::string ToJson(const TableRow& row) {
     return json.Text();
 }
 
-void AddList(CLI::App& queue, const GlobalOptions& options, int& nExitCode) {
-    CLI::App* pList = queue.add_subcommand("list", "Show the waiting messages, oldest first");
+void AddList(Command& queue, const GlobalOptions& options, int& nExitCode) {
+    Command list = queue.AddCommand("list", "Show the waiting messages, oldest first");
     const auto pnLimit = std::make_shared<int64_t>(std::numeric_limits<int64_t>::max());
-    pList->add_option("--limit", *pnLimit, "Show at most N messages (default: all)")
-        ->type_name("N")
-        ->check(CLI::PositiveNumber);
-    pList->callback([&options, &nExitCode, pnLimit] {
+    list.AddOption("--limit", *pnLimit, "Show at most N messages (default: all)")
+        .TypeName("N")
+        .Positive();
+    list.OnRun([&options, &nExitCode, pnLimit] {
         nExitCode = view::List(
             ChannelTable(options), *pnLimit,
             options.bJson ? "" : TableLine("ID", "QUEUED", "FOR", "BYTES", "MESSAGE"),
@@ -77,11 +77,11 @@ void AddList(CLI::App& queue, const GlobalOptions& options, int& nExitCode) {
     });
 }
 
-void AddShow(CLI::App& queue, const GlobalOptions& options, int& nExitCode) {
-    CLI::App* pShow = queue.add_subcommand("show", "Show one message whole");
+void AddShow(Command& queue, const GlobalOptions& options, int& nExitCode) {
+    Command show = queue.AddCommand("show", "Show one message whole");
     const auto pnId = std::make_shared<int64_t>(0);
-    pShow->add_option("ID", *pnId, "The message's number, as 'queue list' shows it")->required();
-    pShow->callback([&options, &nExitCode, pnId] {
+    show.AddOption("ID", *pnId, "The message's number, as 'queue list' shows it").Required();
+    show.OnRun([&options, &nExitCode, pnId] {
         nExitCode = view::Show(ChannelTable(options), "id", *pnId,
                                "no message " + std::to_string(*pnId) +
                                    " is waiting; 'tevmon-host queue list' shows those that are",
@@ -91,15 +91,12 @@ void AddShow(CLI::App& queue, const GlobalOptions& options, int& nExitCode) {
 
 }  // namespace
 
-void AddQueueCommand(CLI::App& app, const GlobalOptions& options, int& nExitCode) {
-    CLI::App* pQueue = app.add_subcommand("queue", "Look at the messages that wait for analysis");
-    pQueue->fallthrough();  // --json and the like may stand behind the command; passed on to the
-                            // commands below
-    pQueue->require_subcommand(1);
-    AddList(*pQueue, options, nExitCode);
-    pQueue->add_subcommand("count", "Print how many messages are waiting")
-        ->callback([&options, &nExitCode] {
-            nExitCode = view::Count(ChannelTable(options), options.bJson);
-        });
-    AddShow(*pQueue, options, nExitCode);
+void AddQueueCommand(Command& program, const GlobalOptions& options, int& nExitCode) {
+    Command queue = program.AddCommand("queue", "Look at the messages that wait for analysis");
+    queue.NeedsCommand();  // --json and the like may stand behind the command
+    AddList(queue, options, nExitCode);
+    queue.AddCommand("count", "Print how many messages are waiting").OnRun([&options, &nExitCode] {
+        nExitCode = view::Count(ChannelTable(options), options.bJson);
+    });
+    AddShow(queue, options, nExitCode);
 }

@@ -99,13 +99,13 @@ std::string ToJson(const TableRow& row) {
     return json.Text();
 }
 
-void AddList(CLI::App& verdicts, const GlobalOptions& options, int& nExitCode) {
-    CLI::App* pList = verdicts.add_subcommand("list", "Show the stored verdicts, oldest first");
+void AddList(Command& verdicts, const GlobalOptions& options, int& nExitCode) {
+    Command list = verdicts.AddCommand("list", "Show the stored verdicts, oldest first");
     const auto pnLimit = std::make_shared<int64_t>(std::numeric_limits<int64_t>::max());
-    pList->add_option("--limit", *pnLimit, "Show at most N verdicts (default: all)")
-        ->type_name("N")
-        ->check(CLI::PositiveNumber);
-    pList->callback([&options, &nExitCode, pnLimit] {
+    list.AddOption("--limit", *pnLimit, "Show at most N verdicts (default: all)")
+        .TypeName("N")
+        .Positive();
+    list.OnRun([&options, &nExitCode, pnLimit] {
         nExitCode = view::List(
             CacheTable(options), *pnLimit,
             options.bJson ? "" : TableLine("RECORDED", "VERDICT", "EXPIRES", "FOR", "KEY"),
@@ -113,12 +113,12 @@ void AddList(CLI::App& verdicts, const GlobalOptions& options, int& nExitCode) {
     });
 }
 
-void AddGet(CLI::App& verdicts, const GlobalOptions& options, int& nExitCode) {
-    CLI::App* pGet = verdicts.add_subcommand("get", "Show the verdict on one program");
+void AddGet(Command& verdicts, const GlobalOptions& options, int& nExitCode) {
+    Command get = verdicts.AddCommand("get", "Show the verdict on one program");
     const auto pstrKey = std::make_shared<std::string>();
-    pGet->add_option("KEY", *pstrKey, "The program's SHA-1 and MD5 digests, one after the other")
-        ->required();
-    pGet->callback([&options, &nExitCode, pstrKey] {
+    get.AddOption("KEY", *pstrKey, "The program's SHA-1 and MD5 digests, one after the other")
+        .Required();
+    get.OnRun([&options, &nExitCode, pstrKey] {
         nExitCode = view::Show(CacheTable(options), "vkey", *pstrKey,
                                "no verdict is stored for " + text::ForTerminal(*pstrKey) +
                                    "; 'tevmon-host verdicts list' shows the keys that have one",
@@ -128,15 +128,13 @@ void AddGet(CLI::App& verdicts, const GlobalOptions& options, int& nExitCode) {
 
 }  // namespace
 
-void AddVerdictsCommand(CLI::App& app, const GlobalOptions& options, int& nExitCode) {
-    CLI::App* pVerdicts = app.add_subcommand("verdicts", "Look at the verdicts that are stored");
-    pVerdicts->fallthrough();  // --json and the like may stand behind the command; passed on to
-                               // the commands below
-    pVerdicts->require_subcommand(1);
-    AddList(*pVerdicts, options, nExitCode);
-    pVerdicts->add_subcommand("count", "Print how many verdicts are stored")
-        ->callback([&options, &nExitCode] {
+void AddVerdictsCommand(Command& program, const GlobalOptions& options, int& nExitCode) {
+    Command verdicts = program.AddCommand("verdicts", "Look at the verdicts that are stored");
+    verdicts.NeedsCommand();  // --json and the like may stand behind the command
+    AddList(verdicts, options, nExitCode);
+    verdicts.AddCommand("count", "Print how many verdicts are stored")
+        .OnRun([&options, &nExitCode] {
             nExitCode = view::Count(CacheTable(options), options.bJson);
         });
-    AddGet(*pVerdicts, options, nExitCode);
+    AddGet(verdicts, options, nExitCode);
 }

@@ -2,13 +2,12 @@
 #ifndef HOST_VIEW_VERDICTSCOMMAND_H
 #define HOST_VIEW_VERDICTSCOMMAND_H
 
-#include <CLI/CLI.hpp>
-
+#include "host/CommandLine.h"
 #include "host/GlobalOptions.h"
 
-// Adds "verdicts list", "verdicts count" and "verdicts get KEY" to app. options is read and
+// Adds "verdicts list", "verdicts count" and "verdicts get KEY" to program. options is read and
 // nExitCode (ExitCodes.h) set when one of them runs, so both outlive the parsing of the command
 // line.
-void AddVerdictsCommand(CLI::App& app, const GlobalOptions& options, int& nExitCode);
+void AddVerdictsCommand(Command& program, const GlobalOptions& options, int& nExitCode);
 
 #endif

@@ -6,13 +6,13 @@
 #include <gtest/gtest.h>
 #include <json/json.h>
 
-#include <CLI/CLI.hpp>
 #include <cstdlib>
 #include <ctime>
 #include <sstream>
 #include <string>
 #include <vector>
 
+#include "host/CommandLine.h"
 #include "host/GlobalOptions.h"
 #include "host/view/QueueCommand.h"
 #include "host/view/VerdictsCommand.h"
@@ -32,19 +32,15 @@ protected:
         GlobalOptions options;
         options.strStateDir = m_dir.Path();
         int nExitCode = 0;
-        CLI::App app;
-        app.fallthrough();
-        app.add_flag("--json", options.bJson);
-        AddQueueCommand(app, options, nExitCode);
-        AddVerdictsCommand(app, options, nExitCode);
+        CommandLine program("tevmon-host", "");
+        program.NeedsCommand();
+        (void)program.AddFlag("--json", options.bJson, "");
+        AddQueueCommand(program, options, nExitCode);
+        AddVerdictsCommand(program, options, nExitCode);
 
         const StdoutCapture standardOutput;
         testing::internal::CaptureStderr();
-        try {
-            app.parse(strArguments);
-        } catch (const CLI::ParseError&) {
-            nExitCode = -1;
-        }
+        nExitCode = program.Parse(strArguments, nExitCode) ? nExitCode : -1;
         m_strError = testing::internal::GetCapturedStderr();
         m_lines = standardOutput.Lines();
         return nExitCode;

@@ -230,14 +230,14 @@ TEST_F(QueueCommandTest, AFullStandardOutputEndsTheListAndIsSaid) {
     GlobalOptions options;
     options.strStateDir = m_dir.Path();
     int nExitCode = 0;
-    CLI::App app;
-    AddQueueCommand(app, options, nExitCode);
+    CommandLine program("tevmon-host", "");
+    AddQueueCommand(program, options, nExitCode);
 
     testing::internal::CaptureStderr();
     {
         const StdoutCapture restore;
         ASSERT_EQ(1, dup2(nFull, 1));
-        app.parse("queue list");
+        EXPECT_TRUE(program.Parse("queue list", nExitCode));
     }
     close(nFull);
 
