@@ -8,8 +8,10 @@ import subprocess
 import sys
 import tempfile
 
+import goodstate
 import layout
 
+ROOT = pathlib.Path(__file__).resolve().parents[2]
 BAD = "int* F() {\n    int* p = new int(1);\n    delete p;\n    return p;\n}\n"
 
 
@@ -20,12 +22,34 @@ ONLY_GNU = {"-fno-gnu-unique", "-Wlogical-op"}
 def write_commands(build, sources, folder):
     """Writes the commands of these sources into folder, as clang understands them."""
     commands = json.loads(pathlib.Path(build, "compile_commands.json").read_text(encoding="utf-8"))
-    wanted = [command for command in commands if command["file"] in sources]
+    wanted = [command for command in commands if command["file"] in map(str, sources)]
     for command in wanted:
         kept = [word for word in command["command"].split(" ") if word not in ONLY_GNU]
         command["command"] = " ".join(kept)
     pathlib.Path(folder, "compile_commands.json").write_text(json.dumps(wanted), encoding="utf-8")
     return sorted(set(sources) - {command["file"] for command in wanted})
+
+
+def check(program, build, sources, state):
+    """Complaints about the sources; those that were good before, with all they include, are not looked at."""
+    with tempfile.TemporaryDirectory(prefix="tevmon-layout-") as folder:
+        unknown = write_commands(build, sources, folder)
+        if unknown:
+            return [f"{source}: the build folder does not compile it" for source in unknown]
+        commands = pathlib.Path(folder, "compile_commands.json").read_text(encoding="utf-8")
+        version = subprocess.run([program, "--version"], text=True, capture_output=True).stdout
+        good = goodstate.GoodState(ROOT, state, version, (ROOT / ".clang-tidy").read_text(encoding="utf-8"))
+        names = {source: good.name(pathlib.Path(source).relative_to(ROOT).as_posix(), commands)
+                 for source in sources}
+        changed = [source for source in sources if not good.knows(names[source])]
+        if not changed:
+            print("unchanged since a good run")
+            return []
+        complaints = tidy(program, folder, changed)
+        if not complaints:
+            for source in changed:
+                good.store(names[source])
+        return complaints
 
 
 def tidy(program, build, sources):
@@ -37,9 +61,8 @@ def tidy(program, build, sources):
 
 def self_test(program):
     """A file that uses freed memory, checked with the tree's own .clang-tidy, must be refused."""
-    root = pathlib.Path(__file__).resolve().parents[2]
     with tempfile.TemporaryDirectory(prefix="tevmon-layout-") as folder:
-        config = (root / ".clang-tidy").read_text(encoding="utf-8")
+        config = (ROOT / ".clang-tidy").read_text(encoding="utf-8")
         layout.write_tree(folder, {"bad.cpp": BAD, ".clang-tidy": config,
                                    "compile_flags.txt": "-std=c++17\n"})
         complaints = "\n".join(tidy(program, folder, [pathlib.Path(folder, "bad.cpp")]))
@@ -51,15 +74,13 @@ def main():
     parser.add_argument("sources", nargs="*", help="source files that the build folder compiles")
     parser.add_argument("--build", help="the build folder with compile_commands.json")
     parser.add_argument("--clang-tidy", default="clang-tidy")
+    parser.add_argument("--state", help="folder that keeps what was found good")
     parser.add_argument("--self-test", action="store_true", help="check a bad file instead")
     arguments = parser.parse_args()
     if arguments.self_test:
         complaints = self_test(arguments.clang_tidy)
     elif arguments.sources and arguments.build:
-        with tempfile.TemporaryDirectory(prefix="tevmon-layout-") as folder:
-            unknown = write_commands(arguments.build, arguments.sources, folder)
-            complaints = [f"{source}: the build folder does not compile it" for source in unknown]
-            complaints = complaints or tidy(arguments.clang_tidy, folder, arguments.sources)
+        complaints = check(arguments.clang_tidy, arguments.build, arguments.sources, arguments.state)
     else:
         parser.error("sources and --build are needed")
     print("\n".join(complaints + [f"{len(complaints)} lines of complaint"]))

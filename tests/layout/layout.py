@@ -7,6 +7,7 @@ hands it to run() together with small trees that it has to accept and to refuse,
 
 import argparse
 import pathlib
+import re
 import sys
 import tempfile
 
@@ -37,6 +38,11 @@ def write_tree(root, tree):
         target = pathlib.Path(root, path)
         target.parent.mkdir(parents=True, exist_ok=True)
         target.write_text(text, encoding="utf-8")
+
+
+def without_comments(text):
+    """The text without its line comments."""
+    return re.sub(r"(?m)^[ \t]*//.*\n", "", text)
 
 
 def code_only(text):
