@@ -13,6 +13,7 @@
 #include "tests/support/FakeRouter.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/StdoutCapture.h"
+#include "tests/support/memory/MemoryLimit.h"
 
 namespace {
 
@@ -285,6 +286,37 @@ TEST_F(CCentreSessionTest, TheRoutersResultPassesThroughSendRecordUnchanged) {
 
     EXPECT_EQ(0xE0010003U, CCentreSession::SendRecord(&m_router, {1, "a", "b", 1, 1, "p"}));
     EXPECT_EQ(1U, m_router.Sends().size());
+}
+
+TEST_F(CCentreSessionTest, ARecordWithoutMemoryForItIsRefusedAndKeepsNone) {
+    const std::string strPayload(100000, 'p');
+    uint32_t nResult = 0;
+
+    {
+        const MemoryLimit limit(100000);  // the payload and its terminator do not fit
+        nResult = CCentreSession::SendRecord(&m_router, {1, "a", "b", 1, 1, strPayload.c_str()});
+        EXPECT_EQ(1, limit.Refused());
+        EXPECT_EQ(0, limit.Kept());
+    }
+
+    EXPECT_EQ(0xE0010003U, nResult);
+    EXPECT_TRUE(m_router.Sends().empty());
+}
+
+TEST_F(CCentreSessionTest, SendhubLogsARecordWithoutMemoryForItWithItsCode) {
+    const std::string strPayload(100000, 'p');
+    bool bSent = true;
+
+    {
+        const MemoryLimit limit(100000);
+        bSent = m_session.sendhub(strPayload, "a/b", 1, 0, 0);
+    }
+
+    EXPECT_FALSE(bSent);
+    EXPECT_TRUE(m_router.Sends().empty());
+    EXPECT_EQ(std::vector<std::string>{"[a/b]发送消息失败[ret:-536805373]"},  // 0xE0010003 as %d
+              m_log.Texts());
+    EXPECT_EQ("", m_output.Text());
 }
 
 TEST_F(CCentreSessionTest, ALengthWhoseRecordDoesNotFitThirtyTwoBitsIsRefusedAsOutOfMemory) {
