@@ -36,6 +36,7 @@ int Send(CCentreSession& session, const std::string& strBusinessId, const char* 
     (void)SetJsonValue("data", jsonRoot, std::move(jsonData));
     std::string strText;
     if (JsonToText(jsonRoot, strText, true) == 0) {
+        // With its two blanks and the one at its end: it is looked for so.
         (void)CFdWriter::Write(STDOUT_FILENO, "EventLog  WriteJsonToString fail \n");
         return 0;
     }

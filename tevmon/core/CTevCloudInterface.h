@@ -15,7 +15,7 @@
 
 struct CloudQuery {
     Json::Value jsonExt;     // the event: an array of behaviour items
-    std::string strPath;     // of the file concerned, unmasked
+    std::string strPath;     // of the file concerned, unmasked while the event's item is masked
     int32_t nPathType;       // 0, or 1 for a path that names no file any more
     const char* pszIdKey;    // "adid" or "fdid"
     const char* pszIdValue;  // the kind of event

@@ -10,6 +10,7 @@
 #include "public/pluginhelper/JsonReaders.h"
 #include "tests/support/FakeRouter.h"
 #include "tests/support/StdoutCapture.h"
+#include "tests/support/memory/MemoryLimit.h"
 
 namespace {
 
@@ -105,6 +106,26 @@ TEST_F(EventLogTest, AnExtraFieldNamedLikeAFixedOneOverwritesIt) {
     EXPECT_EQ(R"({"ID":"","data":[{"event_category":3,"event_id":"mine","event_level":1,)"
               R"("more":4,"time":"T"}],"data_type":"epEventLogV2","msg_type":"2"})",
               Payload());
+}
+
+TEST_F(EventLogTest, AnEventThatCannotBeWrittenIsPrintedAndNotSent) {
+    const EpEvent event = {1, 2, 3, std::string(100000, 'x')};
+    EpEventV2 eventV2 = {1, 2, 3, Json::Value()};
+    eventV2.jsonExtra["more"] = std::string(100000, 'x');
+    int nResult = -1;
+    int nResultV2 = -1;
+
+    {
+        const MemoryLimit limit(50000);  // too little for the text
+        nResult = epEventLog(m_session, event, 0);
+        nResultV2 = epEventLogV2(m_session, "a/b", eventV2, 0);
+    }
+
+    EXPECT_EQ(0, nResult);
+    EXPECT_EQ(0, nResultV2);
+    EXPECT_EQ("EventLog  WriteJsonToString fail \nEventLog  WriteJsonToString fail \n",
+              m_stdout.Text());
+    EXPECT_TRUE(m_router.Sends().empty());
 }
 
 TEST_F(EventLogTest, ARefusedSendAnswersZero) {

@@ -10,6 +10,7 @@
 #include "public/pluginhelper/JsonHelpers.h"
 #include "tests/support/FakeRouter.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/memory/MemoryLimit.h"
 
 using testing::ElementsAre;
 
@@ -205,6 +206,30 @@ TEST_F(CTevCloudInterfaceTest, ALongMessageIsSentWhole) {
 
     EXPECT_EQ(3000000u, SentJson()["param"]["path"].asString().size());
     EXPECT_EQ("reportq = " + Sent(), m_log.Texts(2).front());
+}
+
+TEST_F(CTevCloudInterfaceTest, AQueryThatCannotBeWrittenIsLoggedAndSentEmpty) {
+    CloudQuery query = Query();
+    query.jsonExt[0]["value"] = std::string(100000, 'x');
+    const std::string strExt = "[\"" + std::string(100000, 'x') + "\"]";
+    bool bByTree = false;
+    bool bByText = false;
+
+    {
+        const MemoryLimit limit(50000);  // too little for the text
+        bByTree = CTevCloudInterface::Instance()->Post(query);
+        bByText = CTevCloudInterface::Instance()->Post(query, strExt);
+        EXPECT_EQ(2, limit.Refused());
+    }
+
+    EXPECT_TRUE(bByTree);  // the router took what there was
+    EXPECT_TRUE(bByText);
+    ASSERT_EQ(2u, m_router.Posts().size());
+    for (const SentMessage& sent : m_router.Posts()) {
+        EXPECT_EQ(20004, sent.nMsgType);
+        EXPECT_EQ("", sent.strData);
+    }
+    EXPECT_THAT(m_log.Texts(), ElementsAre("reportq = ", "reportq = "));
 }
 
 TEST_F(CTevCloudInterfaceTest, TheMessageIsLoggedBeforeItIsPosted) {
