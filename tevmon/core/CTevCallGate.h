@@ -22,8 +22,8 @@ public:
     // False once the gate is shut: the call must do nothing.
     bool IsOpen() const { return m_bOpen; }
 
-    // Lets no further call in and waits up to nMilliseconds for those inside to leave. True when
-    // nobody is inside.
+    // Lets no further call in and waits up to nMilliseconds for those inside to leave: so long may
+    // an exit take. True when nobody is inside.
     static bool Shut(int nMilliseconds);
 
 private:

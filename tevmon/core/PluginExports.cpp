@@ -1,5 +1,6 @@
 // The module's four exports and its operation table. Every entry of the table forwards to the one
-// plug-in object.
+// plug-in object. Without one, for lack of memory or after the exit routines, it answers 0 and says
+// nothing.
 #include "framework/abi/Export.h"
 #include "framework/abi/PluginOperationTable.h"
 #include "tevmon/core/CTevMonPlugin.h"

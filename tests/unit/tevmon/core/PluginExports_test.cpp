@@ -1,18 +1,23 @@
 // The table and the plug-in object behind it live once per process; every test is a process of its
 // own and works in a directory of its own.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <set>
 #include <string>
 #include <vector>
 
 #include "framework/abi/PluginOperationTable.h"
+#include "framework/log/CLogDebug.h"
+#include "public/pluginhelper/LogPrint.h"
 #include "tests/support/Event.h"
 #include "tests/support/FakeRouter.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/TestDir.h"
 #include "tests/support/Threads.h"
+#include "tests/support/memory/MemoryLimit.h"
 
 extern "C" {
 int InitializePlugin(void* pArg);
@@ -33,6 +38,43 @@ bool ModuleThreadsRun() {
     const auto names = ThreadNames();
     return names.count("tevmon_tasktime") == 1 && names.count("CTevCloudCachoM") == 1 &&
            names.count("TevChennalMgr") == 1;
+}
+
+// Counts records, and takes no memory for it.
+class CountingSink : public ILogSink {
+public:
+    int OnLog(const LogRecord&, va_list) override {
+        ++nRecords;
+        return 1;
+    }
+    int nRecords = 0;
+};
+
+// Calls all eight entries; false unless every one that has a result answers 0.
+bool EveryEntryAnswersZero(const PluginOperationTable& table, FakeRouter& router) {
+    const int32_t results[] = {table.pfnInit(nullptr), table.pfnStart(),
+                               table.pfnStop(),        table.pfnGetStatus(),
+                               table.pfnExt6(nullptr), table.pfnExt7(nullptr)};
+    table.pfnSetOpt(&router);
+    table.pfnUninit();
+    bool bZero = true;
+    for (const int32_t nResult : results) {
+        bZero = bZero && nResult == 0;
+    }
+    return bZero;
+}
+
+FakeRouter* s_pExitRouter = nullptr;
+LogCapture* s_pExitLog = nullptr;
+
+// Exit code 0 when the table neither answers, says nor does anything, while the log still works.
+void CallTableAtExit() {
+    s_pExitLog->Clear();
+    const size_t nCalls = s_pExitRouter->Calls().size();
+    const bool bZero = EveryEntryAnswersZero(*Table(), *s_pExitRouter);
+    const bool bSilent = s_pExitLog->All().empty() && s_pExitRouter->Calls().size() == nCalls;
+    LogPrint(LOG_TRACE, "here", "CallTableAtExit", 1, "a line");
+    _exit(bZero && bSilent && s_pExitLog->Count("a line") == 1 ? 0 : 1);
 }
 
 class PluginExportsTest : public testing::Test {
@@ -144,4 +186,42 @@ TEST_F(PluginExportsTest, DestroyObjectAndUninitializePluginLeaveTheObjectAndIts
     EXPECT_EQ(2, pTable->pfnGetStatus());
     EXPECT_TRUE(m_router.Deliver(20002, "still heard"));
     EXPECT_EQ(1U, m_log.Count("rvce <<< still heard\n"));
+}
+
+TEST_F(PluginExportsTest, WithoutMemoryForTheObjectEveryEntryAnswersZeroAndSaysNothing) {
+    PluginOperationTable* pTable = Table();
+    CountingSink sink;
+    CLogDebug::Instance()->SetSink(&sink);
+    bool bZero = false;
+    long nRefused = 0;
+
+    {
+        const MemoryLimit none(0);
+        bZero = EveryEntryAnswersZero(*pTable, m_router);
+        nRefused = none.Refused();
+    }
+
+    CLogDebug::Instance()->SetSink(&m_log);
+    EXPECT_TRUE(bZero);
+    EXPECT_EQ(8, nRefused);  // each tried to make it
+    EXPECT_EQ(0, sink.nRecords);
+    EXPECT_TRUE(m_router.Calls().empty());
+    EXPECT_EQ(0, pTable->pfnInit(nullptr));
+    EXPECT_EQ(1, pTable->pfnGetStatus());  // with memory the next call makes it
+}
+
+TEST_F(PluginExportsTest, AfterTheExitRoutinesEveryEntryAnswersZeroAndSaysNothing) {
+    // In a process of its own: what is registered at exit first runs last.
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    s_pExitRouter = &m_router;
+    s_pExitLog = &m_log;
+    const auto work = [this] {
+        (void)std::atexit(&CallTableAtExit);
+        (void)Table()->pfnInit(nullptr);
+        Table()->pfnSetOpt(&m_router);
+        (void)Table()->pfnStart();
+        std::exit(Table()->pfnGetStatus());  // 2, were there no routine
+    };
+
+    EXPECT_EXIT(work(), testing::ExitedWithCode(0), "");
 }
