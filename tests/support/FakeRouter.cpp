@@ -118,6 +118,7 @@ uint32_t FakeRouter::Reply(int64_t nReserved, int64_t nMsgType, const void* pDat
     EXPECT_NE(nullptr, pReplyHandle);
     const std::lock_guard<std::mutex> lock(m_mutex);
     m_replies.push_back(Message(nullptr, nMsgType, pData, nLength));
+    pLastReplyHandle = pReplyHandle;
     return 0;
 }
 

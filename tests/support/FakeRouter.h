@@ -36,6 +36,7 @@ public:
     int64_t nLastReserved = -1;
     uint32_t nLastOut = 1;  // the out value as it was when the call came
     int64_t nLastTimeout = -1;
+    void* pLastReplyHandle = nullptr;  // of the last Reply
 
     uint32_t SetLocalIdentity(const Guid* pIdentity) override;
     void Close() override;

@@ -187,6 +187,25 @@ TEST_F(CTevMonIpcReceverTest, StatusTwoWithAReplyHandleCausesExactlyOneReplySucc
     EXPECT_EQ("success", m_router.Replies()[0].strData);
 }
 
+TEST_F(CTevMonIpcReceverTest, AReplyGoesBackUnderTheVeryHandleAndTypeOfItsMessage) {
+    Handler* pHandler = AddHandler();
+    pHandler->nStatus = 2;
+    pHandler->bChangeReply = true;
+    pHandler->strNewReply = std::string("a\0b", 3);
+    int nOtherHandle = 0;
+
+    Receive(30000, "x", &m_nHandle);
+    EXPECT_EQ(&m_nHandle, m_router.pLastReplyHandle);
+    Receive(30000, "y", &nOtherHandle);
+    EXPECT_EQ(&nOtherHandle, m_router.pLastReplyHandle);
+
+    ASSERT_EQ(2U, m_router.Replies().size());
+    for (const SentMessage& reply : m_router.Replies()) {
+        EXPECT_EQ(30000, reply.nMsgType);
+        EXPECT_EQ(std::string("a\0b", 3), reply.strData);  // three bytes, of which one is NUL
+    }
+}
+
 TEST_F(CTevMonIpcReceverTest, StatusTwoRepliesWhatTheHandlerPutThere) {
     Handler* pHandler = AddHandler();
     pHandler->nStatus = 2;
