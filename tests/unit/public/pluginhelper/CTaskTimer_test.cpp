@@ -1,8 +1,10 @@
 #include "public/pluginhelper/CTaskTimer.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <mutex>
 #include <stdexcept>
 #include <string>
@@ -10,6 +12,7 @@
 #include <vector>
 
 #include "tests/support/Event.h"
+#include "tests/support/WaitsForLock.h"
 
 namespace {
 
@@ -373,6 +376,46 @@ TEST_F(CTaskTimerTest, DestructionEndsTheThreadAndDeletesTheTasks) {
     }
 
     EXPECT_EQ((Texts{"init a 0", "uninit a", "delete a"}), m_journal.Entries());
+}
+
+TEST_F(CTaskTimerTest, ExecuteRunsWithTheMutexHeldThatAddTaskDoesNotTake) {
+    // Executes for as long as the test wants.
+    class Standing : public Task {
+    public:
+        using Task::Task;
+        void Execute() override {
+            Task::Execute();
+            EXPECT_TRUE(goOn.Wait());
+        }
+        Event goOn;
+    };
+    auto* pStanding = new Standing(m_journal, "a");
+    pStanding->bDue = true;
+    ASSERT_TRUE(m_timer.AddTask("a", pStanding));
+    ASSERT_TRUE(m_timer.Start(CThread::PriorityNormal));
+    ASSERT_TRUE(pStanding->executed.Wait());
+    std::atomic<pid_t> nSetter{0};
+    std::atomic<bool> bSet{false};
+
+    std::thread setter([&] {
+        nSetter = gettid();
+        EXPECT_EQ(102, m_timer.SetTaskParam("a", 1, 2));
+        bSet = true;
+    });
+    EXPECT_TRUE(Eventually([&] { return bSet || (nSetter != 0 && ThreadState(nSetter) == "S"); }));
+    EXPECT_FALSE(bSet);
+    Event added;
+    std::thread adder([&] {
+        Add("b");
+        added.Set();
+    });
+    EXPECT_TRUE(added.WaitFor(std::chrono::seconds(10)));
+    EXPECT_EQ(1, pStanding->nExecuted.load());  // and still stands in it
+
+    pStanding->goOn.Set();
+    setter.join();
+    adder.join();
+    EXPECT_TRUE(bSet);
 }
 
 TEST_F(CTaskTimerTest, ParametersCanBeSetWhileTheTimerTicks) {
