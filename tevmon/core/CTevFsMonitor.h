@@ -28,15 +28,15 @@ public:
     bool IsInCacho(const std::string& strKey);
 
     // Compares nValue (on the left) with the level of the key's living verdict: strOp is ">", ">=",
-    // "<", "<=" or "==", any other leaves bResult alone. False, with bResult untouched, when there
-    // is no living verdict.
+    // "<", "<=" or "==", any other leaves bResult alone and answers true all the same. False, with
+    // bResult untouched, when there is no living verdict.
     bool CompareCachoLevel(const std::string& strKey, int32_t nValue, const std::string& strOp,
                            bool& bResult);
 
     // Each does nothing for an event of another operation than its own.
     void FileCreateHandler(const FsOpEvent& event);
     void ProcessPipeHandler(const FsOpEvent& event);
-    void AddAutoRunsHandler(const FsOpEvent& event);
+    void AddAutoRunsHandler(const FsOpEvent& event);  // whatever event.path_class
     void FileDeleteHandler(const FsOpEvent& event);
     void FileRenameHandler(const FsOpEvent& event);
     void FileModifyHandler(const FsOpEvent& event);

@@ -479,6 +479,18 @@ TEST_F(CTevFsMonitorTest, AUnitPostsTwoItemsAndTheProgramAsPath) {
               Queries());
 }
 
+TEST_F(CTevFsMonitorTest, AUnitIsPostedWhateverItsPathClass) {
+    FsOpEvent event = Event("create", "/etc/systemd/system/evil.service");
+    for (const PathClass ePathClass :
+         {PathClassEmpty, PathClassAutoRun, PathClassTwo, PathClassOther}) {
+        event.path_class = ePathClass;
+        Monitor().AddAutoRunsHandler(event);
+    }
+
+    ASSERT_EQ(4U, Queries().size());
+    EXPECT_EQ(std::vector<std::string>(4, Queries()[0]), Queries());
+}
+
 TEST_F(CTevFsMonitorTest, AUnitByACachedProgramIsSkippedWhateverTheLevel) {
     Judge(70, 1200);
 
