@@ -1,9 +1,11 @@
-// The channel over rows that another hand put into its table.
+// The channel over rows that another hand put into its table, or that cannot be removed.
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
 
+#include "tests/support/FileSizeLimit.h"
+#include "tests/support/StdoutCapture.h"
 #include "tests/support/TestDir.h"
 #include "tests/support/trace/OtherConnection.h"
 #include "tevmon/core/CTevChennalMgr.h"
@@ -29,6 +31,7 @@ public:
 protected:
     bool DisathMsg(const ChennalRecord& record) override {
         m_handled.push_back(record.detail);
+        SetRunning(m_handled.size() < 20);  // a cycle without an end has one
         return true;
     }
 
@@ -64,4 +67,43 @@ TEST_F(CTevChennalMgrRowsTest, RowsWithNegativeIdsComeFirst) {
 
     EXPECT_EQ((Texts{"b", "a"}), handled);
     EXPECT_EQ(Texts{"0"}, m_file.Rows("select count(*) from msgchennal"));
+}
+
+TEST_F(CTevChennalMgrRowsTest, AHeadThatAFullDiskKeepsIsHandledOncePerCycleAndNothingBehindIt) {
+    ASSERT_EQ(0, m_file.Exec("insert into msgchennal values(1,'1','YQ==',5),(2,'1','Yg==',5)"));
+    Texts first;
+    Texts second;
+    Texts lines;
+
+    {
+        const FileSizeLimit limit(512);  // room for the line, none for SQLite's journal
+        lines = PrintedBy([&] {
+            first = m_channel.HandledInOneCycle();
+            second = m_channel.HandledInOneCycle();
+        });
+    }
+
+    EXPECT_EQ(Texts{"a"}, first);
+    EXPECT_EQ(Texts{"a"}, second);
+    EXPECT_EQ(Texts(2, "disk I/O error"), lines);  // not a busy database: one attempt per cycle
+    EXPECT_EQ((Texts{"a", "b"}), m_channel.HandledInOneCycle());
+    EXPECT_EQ(Texts{"0"}, m_file.Rows("select count(*) from msgchennal"));
+}
+
+TEST_F(CTevChennalMgrRowsTest, AHeadThatABusyDatabaseKeepsIsHandledOncePerCycleAndNothingBehindIt) {
+    ASSERT_EQ(0, m_file.Exec("insert into msgchennal values(1,'1','YQ==',5),(2,'1','Yg==',5)"));
+    ASSERT_TRUE(m_file.LockWrite());  // fetching works
+    Texts first;
+    Texts second;
+
+    const Texts lines = PrintedBy([&] {
+        first = m_channel.HandledInOneCycle();
+        second = m_channel.HandledInOneCycle();
+    });
+
+    EXPECT_EQ(Texts{"a"}, first);
+    EXPECT_EQ(Texts{"a"}, second);
+    EXPECT_EQ(Texts(10, "database is locked"), lines);  // five attempts per cycle
+    ASSERT_TRUE(m_file.Release());
+    EXPECT_EQ((Texts{"a", "b"}), m_channel.HandledInOneCycle());
 }

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/resource.h>
 
 #include <filesystem>
 #include <fstream>
@@ -10,6 +9,7 @@
 #include <new>
 #include <sstream>
 
+#include "tests/support/FileSizeLimit.h"
 #include "tests/support/StdoutCapture.h"
 #include "tests/support/TestDir.h"
 #include "tests/support/WaitsForLock.h"
@@ -53,27 +53,6 @@ std::string ContentOf(const std::string& strFile) {
     content << file.rdbuf();
     return content.str();
 }
-
-// Lets the process's files grow no further than nBytes; the write that would fails.
-class FileSizeLimit {
-public:
-    explicit FileSizeLimit(rlim_t nBytes) : m_pfnOldHandler(signal(SIGXFSZ, SIG_IGN)) {
-        (void)getrlimit(RLIMIT_FSIZE, &m_old);
-        rlimit limit = m_old;
-        limit.rlim_cur = nBytes;
-        (void)setrlimit(RLIMIT_FSIZE, &limit);
-    }
-    ~FileSizeLimit() {
-        (void)setrlimit(RLIMIT_FSIZE, &m_old);
-        (void)signal(SIGXFSZ, m_pfnOldHandler);
-    }
-    FileSizeLimit(const FileSizeLimit&) = delete;
-    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
-
-private:
-    rlimit m_old = {};
-    void (*m_pfnOldHandler)(int);
-};
 
 class CTevStoreTest : public testing::Test {
 protected:
