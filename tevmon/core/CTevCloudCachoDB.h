@@ -50,7 +50,7 @@ public:
     // Returns the number of rows, 0 at the end, -1 on an error with the list empty.
     int SelectPage(CachoPage& page, int nCount) TEV_REQUIRES(m_mutex);
 
-    // Rows, or -1 on an error.
+    // Rows, or -1 on an error, unlike the channel's 0.
     int Count();
 
     // Deletes every row: 1, or 0 on an error.

@@ -108,6 +108,18 @@ TEST_F(CTevCloudCachoDBTest, InsertWritesTheKeyAsItIsAndTheDetailInBase64) {
                    "typeof(mid) from cachotable"));
 }
 
+TEST_F(CTevCloudCachoDBTest, TheColumnIdIsNeverWrittenAndReadsZero) {
+    CachoRecord record = Entry("K");
+    record.id = 7;
+
+    ASSERT_EQ(0, m_store.Insert(record));
+
+    EXPECT_EQ(Texts{"NULL"}, Rows("select id from cachotable"));
+    record.id = 8;
+    ASSERT_EQ(1, m_store.Select("K", record));
+    EXPECT_EQ(0, record.id);
+}
+
 TEST_F(CTevCloudCachoDBTest, InsertWritesNumbersInDecimalAtTheEndsOfTheirRanges) {
     CachoRecord record = Entry("K");
     record.nLevel = INT32_MIN;

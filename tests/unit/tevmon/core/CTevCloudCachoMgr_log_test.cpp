@@ -1,12 +1,23 @@
-// What a recording prints of numbers that its format is too narrow for.
+// What a recording logs where numbers are too wide for the format or the look-up failed.
 #include <gtest/gtest.h>
 
+#include <string>
+#include <vector>
+
 #include "tests/support/LogCapture.h"
+#include "tests/support/StdoutCapture.h"
 #include "tests/support/TestDir.h"
 #include "tests/support/trace/OtherConnection.h"
+#include "tests/support/trace/SqlTrace.h"
 #include "tevmon/core/CTevCloudCachoMgr.h"
 
+using Texts = std::vector<std::string>;
+
 namespace {
+
+constexpr char NEW_K[] =
+    "[CTevCloudCachoMgr]: Record (new) key = K, nLevel = 40, tmCacho = 1200, eMid = 5, strDetail "
+    "= ";
 
 class LogCache : public CTevCloudCachoMgr {
 public:
@@ -28,4 +39,49 @@ TEST(CTevCloudCachoMgrLogTest, ALifetimePast32BitsIsPrintedCutAndStoredWhole) {
     EXPECT_EQ(std::vector<std::string>{"4294967297"},
               OtherConnection(dir.Database("tevcloudcacho.db"))
                   .Rows("select tminternal from cachotable"));
+}
+
+TEST(CTevCloudCachoMgrLogTest, AKeyThatCouldNotBeLookedUpCountsAsNewAndIsInserted) {
+    const TestDir dir;
+    LogCache cache;
+    OtherConnection other(dir.Database("tevcloudcacho.db"));
+    ASSERT_TRUE(other.LockAll());
+    // The lock is given back when all attempts have failed.
+    const SqlTrace trace([&](const std::string& strStatement) {
+        if (strStatement.compare(0, 7, "insert ") == 0) {
+            (void)other.Release();
+        }
+    });
+    const LogCapture log;
+    bool bRecorded = false;
+
+    const Texts lines = PrintedBy([&] { bRecorded = cache.Record("K", 40, -1, 5, ""); });
+
+    EXPECT_TRUE(bRecorded);
+    EXPECT_EQ(Texts(300, "database is locked"), lines);
+    EXPECT_EQ(Texts{NEW_K}, log.Texts());
+    EXPECT_EQ(Texts{"K|40"}, other.Rows("select vkey,level from cachotable"));
+}
+
+TEST(CTevCloudCachoMgrLogTest, AKnownKeyThatCouldNotBeLookedUpCountsAsNewAndKeepsItsRow) {
+    const TestDir dir;
+    LogCache cache;
+    ASSERT_TRUE(cache.Record("K", 70, -1, 6, ""));
+    OtherConnection other(dir.Database("tevcloudcacho.db"));
+    ASSERT_TRUE(other.LockAll());
+    const SqlTrace trace([&](const std::string& strStatement) {
+        if (strStatement.compare(0, 7, "insert ") == 0) {
+            (void)other.Release();
+        }
+    });
+    const LogCapture log;
+    bool bRecorded = false;
+
+    const Texts lines = PrintedBy([&] { bRecorded = cache.Record("K", 40, -1, 5, ""); });
+
+    EXPECT_TRUE(bRecorded);
+    ASSERT_EQ(301u, lines.size());
+    EXPECT_EQ("UNIQUE constraint failed: cachotable.vkey", lines.back());
+    EXPECT_EQ(Texts{NEW_K}, log.Texts());
+    EXPECT_EQ(Texts{"K|70"}, other.Rows("select vkey,level from cachotable"));
 }
