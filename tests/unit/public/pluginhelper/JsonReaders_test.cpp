@@ -65,6 +65,19 @@ TEST(ParseJsonTextTest, AMillionCommentsOnOneLineCostNoMoreThanTheirText) {
     EXPECT_EQ(1, Parsed(strText)["param"][0].asInt());  // hours, were they collected
 }
 
+TEST(ParseJsonTextTest, CommentsAreCollectedOnlyWhileTheirNumberTimesTheLengthStaysBelowABound) {
+    const std::string strBlanks(20000, ' ');
+    std::string strComments;
+    for (int i = 0; i < 10000; ++i) {
+        strComments += "/**/";
+    }
+
+    EXPECT_TRUE(Parsed("[1/*one*/" + strBlanks + strBlanks + "]")[0].hasComment(
+        Json::commentAfterOnSameLine));
+    EXPECT_FALSE(
+        Parsed("[1/*one*/" + strComments + "]")[0].hasComment(Json::commentAfterOnSameLine));
+}
+
 TEST(ParseJsonTextTest, AFewCommentsInALargeTextAreCollected) {
     const std::string strText =
         "[\"" + std::string(1000000, '/') + " " + std::string(1000000, 'x') + "\",1/*one*/]";
