@@ -96,7 +96,7 @@ uint32_t CCentreSession::SendRecord(IMsgRouter* pRouter, const SendhubRecord& re
         record.pszPayload == nullptr) {
         return ERROR_BAD_ARGUMENT;
     }
-    if (record.nType < 1 || record.nType > 3) {
+    if (record.nType < 1 || record.nType > 3) {  // 3 is taken, though no mode selects it
         return ERROR_BAD_RECORD_TYPE;
     }
     const size_t nPayload = strlen(record.pszPayload);

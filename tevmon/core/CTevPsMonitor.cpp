@@ -114,6 +114,7 @@ void CTevPsMonitor::RunElement(const Json::Value& jsonElement) {
     }
     launch.strCmd = JsonText(jsonElement, "cmd");
     launch.nPid = JsonInt(jsonElement, "pid");
+    // Before the status, so also for a file that is gone by then: this order is relied on.
     launch.nScriptType = DetectScriptType(launch.strPath, launch.strCmd);
     if (!StatFile(launch.strPath, launch.status)) {
         LogPrint(LOG_FAIL, SOURCE, "Run", __LINE__, "[CTevPsMonitor] stat faid [%s]", pszPath);

@@ -59,7 +59,7 @@ int CTevStore::SetSynchronous(CppSQLite3DB& db, int nMode) {
 }
 
 int CTevStore::SetSynchronousUnlocked(CppSQLite3DB& db, int nMode) {
-    const char* pszStatement = "";
+    const char* pszStatement = "";  // any other mode executes this, and that is no error
     if (nMode == 0) {
         pszStatement = "PRAGMA synchronous = OFF";
     } else if (nMode == 1) {
