@@ -60,6 +60,7 @@ bool CTevCloudCachoMgr::Record(const std::string& strKey, int32_t nLevel, int64_
         return false;
     }
     CachoRecord existing;
+    // A look-up that failed to its last attempt counts as a new key: this is relied on.
     const bool bKnown = Lookup(strKey, existing) == 1;
     CachoRecord record;
     record.key = strKey;

@@ -225,6 +225,7 @@ void CTevFsMonitor::ProcessPipeHandler(const FsOpEvent& event) {
     if (IsInCacho(strKey) && CompareCachoLevel(strKey, PIPE_SKIP_LEVEL, ">=", bSkip) && bSkip) {
         return;
     }
+    // About the program, under its key, unlike the file handlers' queries: this is relied on.
     PostQuery([&](Json::Value& jsonEvent) {
         AppendItem(jsonEvent, "hi.event_name", "ProcessPipe");
         AppendItem(jsonEvent, "hi.type", 2);  // a number, unlike everywhere else
