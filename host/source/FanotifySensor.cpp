@@ -128,7 +128,8 @@ public:
     std::vector<std::string> TakeNotices() override;
     std::string PathOf(std::string_view strHandle) override;
     std::string FsTypeOf(std::string_view strHandle) const override {
-        return m_pMarks->TypeOf(file_handle_key::FileSystem(strHandle));
+        return m_pMarks->TypeOf(file_handle_key::FileSystem(strHandle),
+                                file_handle_key::IsOverlay(strHandle));
     }
     bool TellsStarts(uint32_t nDevice) const override { return m_pMarks->IsWhole(nDevice); }
 
@@ -240,16 +241,22 @@ std::string FanotifySensor::PathOf(std::string_view strHandle) {
 
 // No mount is held open: that would keep it from being unmounted.
 std::string FanotifySensor::OpenedPath(std::string_view strHandle) const {
-    const std::string strPoint = m_pMarks->PointOf(file_handle_key::FileSystem(strHandle));
     const size_t nHandle = strHandle.size() - file_handle_key::FSID_BYTES;
     alignas(file_handle) char szHandle[sizeof(file_handle) + MAX_HANDLE_SZ] = {};
-    if (strPoint.empty() || nHandle > sizeof(szHandle)) {
+    if (nHandle > sizeof(szHandle)) {
         return "";
     }
     std::memcpy(szHandle, strHandle.data() + file_handle_key::FSID_BYTES, nHandle);
-    const Fd point(open(strPoint.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    const Fd directory(open_by_handle_at(point.Get(), reinterpret_cast<file_handle*>(szHandle),
-                                         O_PATH | O_CLOEXEC));
+    Fd directory;
+    for (const std::string& strPoint : m_pMarks->PointsOf(file_handle_key::FileSystem(strHandle),
+                                                          file_handle_key::IsOverlay(strHandle))) {
+        const Fd point(open(strPoint.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        directory.Reset(open_by_handle_at(point.Get(), reinterpret_cast<file_handle*>(szHandle),
+                                          O_PATH | O_CLOEXEC));
+        if (directory.Get() >= 0) {
+            break;
+        }
+    }
     struct stat status = {};
     if (directory.Get() < 0 || fstat(directory.Get(), &status) != 0 || status.st_nlink == 0) {
         return "";

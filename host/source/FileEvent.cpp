@@ -11,6 +11,7 @@ namespace {
 constexpr uint32_t HANDLE_INODE_32 = 1;     // inode, generation: ext4, and xfs in short
 constexpr uint32_t HANDLE_INODE_64 = 0x81;  // xfs
 constexpr uint32_t HANDLE_OBJECT = 0x4d;    // btrfs
+constexpr uint32_t HANDLE_OVERLAY = 0xf8;   // that of a layer, with a head
 constexpr uint32_t SIZE_INODE_32 = 8;
 constexpr uint32_t SIZE_MEMORY = 12;  // generation, inode low, inode high: tmpfs
 
@@ -113,8 +114,20 @@ bool FileEventReader::Next(FileEvent& event) {
 
 namespace file_handle_key {
 
+namespace {
+
+uint32_t TypeOf(std::string_view strHandle) {
+    return Read<uint32_t>(strHandle.data() + FSID_BYTES + sizeof(uint32_t));
+}
+
+}  // namespace
+
 std::string_view FileSystem(std::string_view strHandle) {
     return strHandle.substr(0, FSID_BYTES);
+}
+
+bool IsOverlay(std::string_view strHandle) {
+    return strHandle.size() >= HEAD_BYTES && TypeOf(strHandle) == HANDLE_OVERLAY;
 }
 
 uint64_t Inode(std::string_view strHandle) {
@@ -123,7 +136,7 @@ uint64_t Inode(std::string_view strHandle) {
     }
     const char* const pHandle = strHandle.data() + HEAD_BYTES;
     const size_t nSize = strHandle.size() - HEAD_BYTES;
-    switch (Read<uint32_t>(strHandle.data() + FSID_BYTES + sizeof(uint32_t))) {
+    switch (TypeOf(strHandle)) {
         case HANDLE_INODE_32:
             if (nSize == SIZE_MEMORY) {
                 return Read<uint32_t>(pHandle + 4) |

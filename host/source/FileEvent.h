@@ -47,6 +47,10 @@ constexpr size_t HEAD_BYTES = FSID_BYTES + 8;  // the file system, then the hand
 
 std::string_view FileSystem(std::string_view strHandle);
 
+// Whether overlayfs made it: only this tells one from its upper layer's file system where the
+// kernel gives both the same identifier.
+bool IsOverlay(std::string_view strHandle);
+
 // The inode number where the handle has it in a known place, else 0.
 uint64_t Inode(std::string_view strHandle);
 

@@ -175,18 +175,23 @@ void FileMarks::OnDirectory(const std::string& strPath) {
     }
 }
 
-std::string FileMarks::PointOf(std::string_view strFsid) const {
-    for (const auto& entry : m_systems) {
-        if (entry.second.strFsid == strFsid) {
-            return entry.second.mount.strPoint;
-        }
-    }
-    return "";
+bool FileMarks::System::Is(std::string_view strWanted, bool bOverlay) const {
+    return strFsid == strWanted && (mount.strType == "overlay") == bOverlay;
 }
 
-std::string FileMarks::TypeOf(std::string_view strFsid) const {
+std::vector<std::string> FileMarks::PointsOf(std::string_view strFsid, bool bOverlay) const {
+    std::vector<std::string> points;
     for (const auto& entry : m_systems) {
-        if (entry.second.strFsid == strFsid) {
+        if (entry.second.Is(strFsid, bOverlay)) {
+            points.push_back(entry.second.mount.strPoint);
+        }
+    }
+    return points;
+}
+
+std::string FileMarks::TypeOf(std::string_view strFsid, bool bOverlay) const {
+    for (const auto& entry : m_systems) {
+        if (entry.second.Is(strFsid, bOverlay)) {
             return entry.second.mount.strType;
         }
     }

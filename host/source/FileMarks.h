@@ -46,9 +46,11 @@ public:
     bool IsEmpty() const { return m_systems.empty(); }  // nothing could be marked
     std::vector<std::string> TakeNotices();
 
-    // A mount point of the file system of this handle, and its type; "" when not known.
-    std::string PointOf(std::string_view strFsid) const;
-    std::string TypeOf(std::string_view strFsid) const;
+    // A mount point of each file system with this identifier, and their type; empty when not known.
+    // Before Linux 6.6 an overlayfs has the identifier of its upper layer's file system: bOverlay
+    // says which of the two is meant. Several overlayfs may have their layers on the same one.
+    std::vector<std::string> PointsOf(std::string_view strFsid, bool bOverlay) const;
+    std::string TypeOf(std::string_view strFsid, bool bOverlay) const;
     // The path of a directory marked by itself; "" for others.
     std::string MarkedPath(std::string_view strHandle) const;
     bool IsWhole(uint32_t nDevice) const;
@@ -58,6 +60,7 @@ private:
         MountEntry mount;
         std::string strFsid;
         bool bWhole = false;
+        bool Is(std::string_view strWanted, bool bOverlay) const;
     };
 
     std::map<uint32_t, MountEntry> Wanted(const std::vector<MountEntry>& mounts) const;

@@ -146,3 +146,13 @@ TEST(FileEventTest, TheInodeStandsInHandlesOfKnownLayouts) {
         0u, file_handle_key::Inode(strFsid + Bytes<uint32_t>(8) + Bytes<uint32_t>(0x55) + strWide));
     EXPECT_EQ(0u, file_handle_key::Inode("short"));
 }
+
+TEST(FileEventTest, AHandleOfOverlayfsIsKnownByItsType) {
+    const std::string strFsid = "12345678";
+
+    EXPECT_TRUE(
+        file_handle_key::IsOverlay(strFsid + Bytes<uint32_t>(4) + Bytes<uint32_t>(0xf8) + "fake"));
+    EXPECT_FALSE(file_handle_key::IsOverlay(Handle(34)));
+    EXPECT_FALSE(file_handle_key::IsOverlay("short"));
+    EXPECT_FALSE(file_handle_key::IsOverlay(""));
+}

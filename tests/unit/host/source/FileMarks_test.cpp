@@ -45,7 +45,9 @@ public:
         }
         return names;
     }
-    std::string FsidOf(const std::string& strPath) override { return "fsid" + strPath; }
+    std::string FsidOf(const std::string& strPath) override {
+        return m_fsids.count(strPath) == 0 ? "fsid" + strPath : m_fsids[strPath];
+    }
     std::string HandleOf(const std::string& strPath) override {
         return IsDirectory(strPath) ? "handle" + strPath : "";
     }
@@ -55,6 +57,7 @@ public:
         "3 1 0:6 / /proc rw - proc x rw\n4 1 8:2 / /srv rw - xfs x rw\n";
     std::set<std::string> m_directories = {
         "/etc", "/etc/cron.d", "/etc/systemd", "/etc/systemd/system", "/run", "/srv"};
+    std::map<std::string, std::string> m_fsids;  // where they are others than by the path
     std::map<std::string, int> m_errors;
     std::map<std::string, uint64_t> m_whole;
     std::map<std::string, uint64_t> m_single;
@@ -156,13 +159,14 @@ TEST_F(FileMarksTest, AMountThatComesIsMarkedAndOneThatGoesIsForgotten) {
     m_calls.m_strMounts += "5 1 8:3 / /mnt rw - ext4 x rw\n";
     marks.Refresh();
     EXPECT_TRUE(marks.IsWhole(8U << 20 | 3));
-    EXPECT_EQ("/mnt", marks.PointOf("fsid/mnt"));
-    EXPECT_EQ("ext4", marks.TypeOf("fsid/mnt"));
+    EXPECT_THAT(marks.PointsOf("fsid/mnt", false), ElementsAre("/mnt"));
+    EXPECT_EQ("ext4", marks.TypeOf("fsid/mnt", false));
 
     m_calls.m_strMounts = strBefore;
     marks.Refresh();
     EXPECT_FALSE(marks.IsWhole(8U << 20 | 3));
-    EXPECT_EQ("", marks.PointOf("fsid/mnt"));
+    EXPECT_THAT(marks.PointsOf("fsid/mnt", false), IsEmpty());
+    EXPECT_EQ("", marks.TypeOf("fsid/mnt", false));
     EXPECT_THAT(marks.TakeNotices(), ElementsAre("/mnt is unmounted and watched no more"));
 }
 
@@ -191,7 +195,21 @@ TEST_F(FileMarksTest, APartOfAFileSystemIsMarkedByTheMountOfAllOfIt) {
     FileMarks& marks = Marks();
 
     EXPECT_THAT(m_calls.m_whole, ElementsAre(Pair("/whole", EVENTS)));
-    EXPECT_EQ("/whole", marks.PointOf("fsid/whole"));
+    EXPECT_THAT(marks.PointsOf("fsid/whole", false), ElementsAre("/whole"));
+}
+
+TEST_F(FileMarksTest, OverlaysThatHaveTheIdentifierOfTheirUpperLayerAreToldApartFromIt) {
+    m_bAll = true;
+    m_calls.m_strMounts +=
+        "5 1 0:30 / /one rw - overlay x rw\n6 1 0:31 / /other rw - overlay x rw\n";
+    m_calls.m_fsids = {{"/one", "fsid/run"}, {"/other", "fsid/run"}};
+
+    FileMarks& marks = Marks();
+
+    EXPECT_THAT(marks.PointsOf("fsid/run", true), ElementsAre("/one", "/other"));
+    EXPECT_THAT(marks.PointsOf("fsid/run", false), ElementsAre("/run"));
+    EXPECT_EQ("overlay", marks.TypeOf("fsid/run", true));
+    EXPECT_EQ("tmpfs", marks.TypeOf("fsid/run", false));
 }
 
 TEST_F(FileMarksTest, AMarkedDirectoryIsKnownByItsHandle) {
