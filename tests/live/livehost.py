@@ -65,6 +65,22 @@ def build_tiny(folder):
 
 
 LIBC = ctypes.CDLL(None, use_errno=True)
+LIBC.fanotify_mark.argtypes = [ctypes.c_int, ctypes.c_uint, ctypes.c_uint64, ctypes.c_int,
+                               ctypes.c_char_p]
+
+
+def refused_mark(path, whole=False):
+    """Why the kernel tells nothing of a directory, or of its whole file system; "" when it does."""
+    report_handles_and_names, create = 0xE00, 0x100
+    add, filesystem, current = 1, 0x100, -100
+    group = LIBC.fanotify_init(report_handles_and_names, os.O_RDONLY)
+    if group < 0:
+        return os.strerror(ctypes.get_errno())
+    done = LIBC.fanotify_mark(group, add | (filesystem if whole else 0), create, current,
+                              os.fsencode(path))
+    refusal = "" if done == 0 else os.strerror(ctypes.get_errno())
+    os.close(group)
+    return refusal
 
 
 def end_with_the_test():
