@@ -59,7 +59,7 @@ class FileWays:
     def before(self, path):
         """Files that are there before the watch begins, for the ways that change one."""
         if any(word in str(path) for word in ("truncate", "mapping", "handle", "exchange",
-                                              "cover", "foreign")):
+                                              "cover", "foreign", "upper")):
             path.write_bytes(TEXT * 100)
 
     def w01_write(self, path):
@@ -131,12 +131,22 @@ class FileWays:
 
     def w13_overlay_above(self, path):
         """an overlay whose upper directory is the place"""
+        self.above(lambda merged: (merged / path.name).write_bytes(TEXT))
+
+    def w24_upper_file(self, path):
+        """a file that is there, through such an overlay | through an overlayfs whose upper directory"""
+        def overwrite(merged):
+            with open(merged / path.name, "r+b") as file:
+                file.write(b"#above")
+        self.above(overwrite)
+
+    def above(self, work_in):
         def act():
             lower, work = self.directory("lower"), PLACE.parent / "tevmon-evasion.work"
             work.mkdir()
             merged = self.directory("merged")
             self.overlay(merged, f"lowerdir={lower},upperdir={PLACE},workdir={work}")
-            (merged / path.name).write_bytes(TEXT)
+            work_in(merged)
         try:
             self.in_namespace(act)
         finally:
