@@ -18,7 +18,6 @@ const std::map<long, const char*> NAMES = {
     {SYS_write, "write"},
     {SYS_openat, "openat"},
     {SYS_close, "close"},
-    {SYS_fstat, "fstat"},
     {SYS_fstatfs, "fstatfs"},
     {SYS_newfstatat, "newfstatat"},
     {SYS_stat, "stat"},
@@ -61,6 +60,12 @@ bool IsLeftOut(long nCall) {
         default:
             return false;
     }
+}
+
+// The C library asks for the status of a descriptor by newfstatat, the thread sanitizer's own fstat
+// by the older call.
+long Normalised(long nCall) {
+    return nCall == SYS_fstat ? SYS_newfstatat : nCall;
 }
 
 [[noreturn]] void RunTraced(const std::function<void()>& operation) {
@@ -113,7 +118,7 @@ std::optional<std::vector<long>> SystemCallsOf(const std::function<void()>& oper
         const long nCall = static_cast<long>(info.entry.nr);
         nMarks += nCall == MARK ? 1 : 0;
         if (nMarks == 1 && nCall != MARK && !IsLeftOut(nCall)) {
-            calls.push_back(nCall);
+            calls.push_back(Normalised(nCall));
         }
     }
     if (nMarks != 2) {
