@@ -5,6 +5,7 @@
 
 #include <fcntl.h>
 #include <stdlib.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstddef>
@@ -44,6 +45,7 @@ private:
         std::filesystem::create_directory(m_strDir + "/run");
         std::filesystem::current_path(m_strDir + "/run");
         std::ofstream("program") << "a program";
+        Require(mkfifo("fifo", 0600) == 0);
         (void)setenv("HOSTFRAMEWORK_LOG_LEVEL", "100", 1);
         const int nNull = open("/dev/null", O_WRONLY | O_CLOEXEC);
         (void)dup2(nNull, STDOUT_FILENO);

@@ -104,7 +104,7 @@ class Outcome:
             return (sum(target["runs"] for target in targets),
                     f"{len(targets)} targets, at least {least} minutes each, {found} findings")
         found = self.proof.pattern.findall(text)
-        rest = {rest.lstrip(", ") for _, rest in found}
+        rest = {rest.lstrip(", ") for _, rest in found if rest}
         return sum(int(count) for count, _ in found), rest.pop() if len(rest) == 1 else ""
 
     def row(self, command):

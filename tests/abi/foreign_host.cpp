@@ -53,7 +53,7 @@ struct Journal {
     template <class Condition>
     bool WaitFor(Condition condition) {
         std::unique_lock<std::mutex> lock(mutex);
-        return changed.wait_for(lock, std::chrono::seconds(30), condition);
+        return changed.wait_for(lock, std::chrono::seconds(100), condition);
     }
     void Add(const std::string& strCall) {
         const std::lock_guard<std::mutex> lock(mutex);

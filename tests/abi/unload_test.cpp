@@ -128,7 +128,7 @@ std::map<std::string, int> ExitLinesOf(Work work) {
     EXPECT_EQ(0, pipe2(pipes, O_CLOEXEC));
     const pid_t nChild = fork();
     if (nChild == 0) {
-        (void)alarm(60);
+        (void)alarm(100);
         (void)dup2(pipes[1], STDERR_FILENO);
         work();
         ExitNormally();
@@ -261,7 +261,7 @@ TEST_F(UnloadTest, AChildOfForkThatExitsEndsNormallyAndLeavesItsParentRunning) {
         (void)library->pfnStart();
         const pid_t nChild = fork();
         if (nChild == 0) {
-            (void)alarm(30);  // one that hangs ends too
+            (void)alarm(100);  // one that hangs ends too
             std::exit(0);
         }
         int nStatus = -1;

@@ -370,7 +370,7 @@ void RoadPlace::Reset(uint32_t nSeed) {
 int RoadPlace::InChild(const std::function<int()>& work) const {
     const pid_t nChild = fork();
     if (nChild == 0) {
-        (void)alarm(60);
+        (void)alarm(100);
         const int nNull = open("/dev/null", O_WRONLY | O_CLOEXEC);
         (void)dup2(nNull, STDOUT_FILENO);
         (void)dup2(nNull, STDERR_FILENO);

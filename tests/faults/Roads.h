@@ -54,8 +54,8 @@ public:
     void Reset(uint32_t nSeed);  // files and promises as the seed's roads find them
     Promises& Shared() { return *m_pPromises; }
 
-    // Runs work in a child process, whose standard output goes nowhere and which ends within a
-    // minute. The wait status; the child's exit code is what work returns, 99 after an exception.
+    // Runs work in a child process, whose standard output goes nowhere and which ends when
+    // it hangs. The wait status; the child's exit code is what work returns, 99 after an exception.
     int InChild(const std::function<int()>& work) const;
 
     enum Left {

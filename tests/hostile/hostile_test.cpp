@@ -11,9 +11,11 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <iostream>
 #include <map>
 #include <set>
+#include <sstream>
 
 #include "framework/log/CLogDebug.h"
 #include "public/pluginhelper/CMsgRouterHolder.h"
@@ -28,6 +30,7 @@
 #include "tests/support/trace/OtherConnection.h"
 #include "tevmon/core/CTevChennalMgr.h"
 #include "tevmon/core/CTevCloudCachoMgr.h"
+#include "tevmon/core/CTevFsMonitor.h"
 #include "tevmon/core/CTevMonIpcRecever.h"
 
 namespace fs = std::filesystem;
@@ -403,6 +406,22 @@ TEST_F(HostileTest, AKeyThatIsALongRunningStatementIsNotRunByEveryOneOfTheTries)
     CachoRecord found;
     EXPECT_TRUE(pCache->Record("later", 70, -1, 5, ""));
     EXPECT_TRUE(pCache->GetRecord("later", found));
+}
+
+// What the fuzzer begins with, seen from where it begins: a directory with a program and a pipe.
+TEST_F(HostileTest, TheFuzzersSeedOfFileOperationsReachesEveryHandler) {
+    std::ofstream("program") << "a program";
+    ASSERT_EQ(0, mkfifo("fifo", 0600));
+    CMsgRouterHolder::Instance()->SetRouter(&m_router);
+    std::ostringstream seed;
+    seed << std::ifstream(SOURCE_DIR "/fuzz/seeds/file_batch/operations").rdbuf();
+
+    EXPECT_TRUE(CTevFsMonitor::Instance()->ParseFsOpMsg("", seed.str()));
+
+    for (const char* pszEvent :
+         {"FileDelete", "FileModify", "FileRename", "ProcessPipe", "AddAutoRuns"}) {
+        EXPECT_EQ(1, Queries(m_router, pszEvent)) << pszEvent;
+    }
 }
 
 // path_kinds.py runs this under a trace of system calls.

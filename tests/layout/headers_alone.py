@@ -9,7 +9,7 @@ import goodstate
 import layout
 
 INCLUDE = re.compile(r"^\s*#\s*include\s*(\S+)", re.MULTILINE)
-GUARD = re.compile(r"\s*#ifndef (\w+)\n#define \1\n.*\n#endif\s*\Z", re.DOTALL)
+GUARD = re.compile(r"\s*#ifndef (\w+)\n#define \1\n(.*)\n#endif\s*\Z", re.DOTALL)
 
 
 def is_compiled_first(root, header):
@@ -20,7 +20,18 @@ def is_compiled_first(root, header):
         return False
     first = INCLUDE.search(layout.without_comments(source.read_text(encoding="utf-8")))
     guarded = GUARD.match(layout.without_comments(layout.read(root, header)))
-    return first is not None and first[1] == f'"{header}"' and guarded is not None
+    return (first is not None and first[1] == f'"{header}"' and guarded is not None
+            and closes_what_it_opens(guarded[2]))
+
+
+def closes_what_it_opens(text):
+    """True when no #endif of the text ends a condition from before it."""
+    depth = 0
+    for word in re.findall(r"(?m)^[ \t]*#[ \t]*(if|ifdef|ifndef|endif)\b", text):
+        depth += -1 if word == "endif" else 1
+        if depth < 0:
+            return False
+    return depth == 0
 
 
 def compile_headers(root, headers, arguments):
@@ -69,6 +80,8 @@ BAD = [
     # Not the first that its source includes, or not guarded as a whole: compiled like any other.
     ({"a.h": GUARDED.format("struct A { std::string strA; };"),
       "a.cpp": '#include <string>\n#include "a.h"\n'}, "a.h:"),
+    ({"a.h": "#ifndef A_H\n#define A_H\n\n#endif\nstruct A {};\n#if 1\n\n#endif\n",
+      "a.cpp": '#include "a.h"\n'}, "redefinition"),
     ({"a.h": "struct A {};\n#ifndef A_H\n#define A_H\n\n#endif\n", "a.cpp": '#include "a.h"\n'},
      "redefinition"),
     ({"b/a.h": GUARDED.format('#include "gone.h"')}, "b/a.h:"),

@@ -101,7 +101,7 @@ inline long ResidentKilobytes() {
 // Runs work in a child of fork that ends by exit() with what it returns; a child that hangs ends by
 // SIGALRM. Answers the wait status.
 template <class Work>
-int StatusOfChild(Work work, unsigned nSeconds = 60) {
+int StatusOfChild(Work work, unsigned nSeconds = 100) {
     const pid_t nChild = fork();
     if (nChild == 0) {
         (void)alarm(nSeconds);

@@ -5,6 +5,7 @@
 #include <chrono>
 
 #include "framework/base/CStr.h"
+#include "tests/support/Event.h"
 
 namespace {
 
@@ -46,8 +47,7 @@ std::vector<SentMessage> FakeRouter::Sends() const {
 
 bool FakeRouter::WaitForPosts(size_t nCount) {
     std::unique_lock<std::mutex> lock(m_mutex);
-    return m_changed.wait_for(lock, std::chrono::seconds(10),
-                              [&] { return m_posts.size() >= nCount; });
+    return m_changed.wait_for(lock, HANGS_AFTER, [&] { return m_posts.size() >= nCount; });
 }
 
 bool FakeRouter::Deliver(int64_t nMsgType, const std::string& strBody, void* pReplyHandle) {

@@ -27,7 +27,7 @@ public:
     std::vector<SentMessage> Posts() const;
     std::vector<SentMessage> Replies() const;  // target is zero
     std::vector<SentMessage> Sends() const;
-    // Waits until nCount messages were posted; false after ten seconds.
+    // Waits until nCount messages were posted; false when it hangs.
     bool WaitForPosts(size_t nCount);
     // Calls the receiver registered for the type; false when there is none.
     bool Deliver(int64_t nMsgType, const std::string& strBody, void* pReplyHandle = nullptr);

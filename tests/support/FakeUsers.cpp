@@ -2,6 +2,7 @@
 
 #include <pwd.h>
 
+#include <cerrno>
 #include <new>
 #include <utility>
 
@@ -12,6 +13,7 @@ int g_nSetCalls = 0;
 int g_nGetCalls = 0;
 int g_nEndCalls = 0;
 int g_nEntriesLeft = -1;  // until a failure; negative for none
+int g_nFailure = 0;       // errno of the failure; 0 for an exception
 passwd g_entry = {};
 }  // namespace
 
@@ -29,6 +31,10 @@ extern "C" __attribute__((visibility("default"))) passwd* getpwent() {
     ++g_nGetCalls;
     if (g_nEntriesLeft == 0) {
         g_nEntriesLeft = -1;
+        if (g_nFailure != 0) {
+            errno = g_nFailure;
+            return nullptr;
+        }
         throw std::bad_alloc();  // stands for a caller's that fails right after
     }
     g_nEntriesLeft -= g_nEntriesLeft > 0 ? 1 : 0;
@@ -57,8 +63,9 @@ FakeUsers::~FakeUsers() {
     g_nEntriesLeft = -1;
 }
 
-void FakeUsers::FailOnceAfter(int nEntries) {
+void FakeUsers::FailOnceAfter(int nEntries, int nErrno) {
     g_nEntriesLeft = nEntries;
+    g_nFailure = nErrno;
 }
 
 int FakeUsers::SetCalls() {

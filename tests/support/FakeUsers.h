@@ -24,8 +24,9 @@ public:
     FakeUsers(const FakeUsers&) = delete;
     FakeUsers& operator=(const FakeUsers&) = delete;
 
-    // The next nEntries entries are given, then one call throws std::bad_alloc.
-    static void FailOnceAfter(int nEntries);
+    // The next nEntries entries are given, then one call throws std::bad_alloc, or gives none with
+    // nErrno as the C library's does.
+    static void FailOnceAfter(int nEntries, int nErrno = 0);
 
     // Calls since construction.
     static int SetCalls();

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <chrono>
 
+#include "tests/support/Event.h"
+
 LogCapture::LogCapture() {
     CLogDebug::Instance()->SetLevel(0);
     CLogDebug::Instance()->SetSink(this);
@@ -54,7 +56,7 @@ std::vector<std::string> LogCapture::Texts(int nLevel) const {
 
 bool LogCapture::WaitFor(const std::string& strText, size_t nTimes) {
     std::unique_lock<std::mutex> lock(m_mutex);
-    return m_changed.wait_for(lock, std::chrono::seconds(10), [&] {
+    return m_changed.wait_for(lock, HANGS_AFTER, [&] {
         const auto nFound =
             std::count_if(m_records.begin(), m_records.end(),
                           [&](const CapturedLog& record) { return record.strText == strText; });

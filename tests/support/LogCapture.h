@@ -32,7 +32,7 @@ public:
     size_t Count(const std::string& strText) const { return Find(strText).size(); }
     // The texts in order, one per record, of level nLevel only unless it is 0.
     std::vector<std::string> Texts(int nLevel = 0) const;
-    // Waits until a record with exactly strText stands there; false after ten seconds.
+    // Waits until a record with exactly strText stands there; false when it hangs.
     bool WaitFor(const std::string& strText, size_t nTimes = 1);
     void Clear();
 

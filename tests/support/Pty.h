@@ -11,6 +11,8 @@
 #include <cstdlib>
 #include <string>
 
+#include "tests/support/Event.h"
+
 class Pty {
 public:
     Pty() : m_nMaster(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC)) {
@@ -43,9 +45,9 @@ public:
         }
     }
 
-    // What came since the last call, at least until strText is in it; 10 seconds at most.
+    // What came since the last call, at least until strText is in it; until it hangs.
     std::string ReadUntil(const std::string& strText) const {
-        const auto due = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        const auto due = std::chrono::steady_clock::now() + HANGS_AFTER;
         std::string strAll;
         while (strAll.find(strText) == std::string::npos &&
                std::chrono::steady_clock::now() < due) {

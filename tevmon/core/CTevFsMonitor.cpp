@@ -88,7 +88,7 @@ void CTevFsMonitor::HandleElement(const Json::Value& jsonElement) {
     if (event.operation == "create") {
         Fenced(&CTevFsMonitor::FileCreateHandler, event);
         Fenced(&CTevFsMonitor::ProcessPipeHandler, event);
-        AddAutoRunsHandler(event);
+        Fenced(&CTevFsMonitor::AddAutoRunsHandler, event);
     } else if (event.operation == "remove") {
         FileDeleteHandler(event);
     } else if (event.operation == "rename") {

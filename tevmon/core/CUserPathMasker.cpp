@@ -3,6 +3,7 @@
 #include <pwd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <vector>
 
 #include "framework/base/CStr.h"
@@ -14,6 +15,18 @@ constexpr char HOME_ROOT[] = "/home/";
 
 std::string Text(const char* pszText) {
     return pszText != nullptr ? pszText : "";
+}
+
+// Null at the end of the database and after a failure, which errno then names.
+const passwd* NextEntry() {
+    errno = 0;
+    return getpwent();
+}
+
+// Other values are left there by some services at the database's very end.
+bool IsFailure(int nErrno) {
+    return nErrno == ENOMEM || nErrno == EIO || nErrno == EMFILE || nErrno == ENFILE ||
+           nErrno == EINTR;
 }
 
 }  // namespace
@@ -67,7 +80,7 @@ void CUserPathMasker::LoadUsers() {
     // A failure half-way leaves the old map: a part of the users would stay for the process's life.
     std::map<std::string, LocalUser, std::less<>> users;
     setpwent();
-    while (const passwd* pEntry = getpwent()) {
+    while (const passwd* pEntry = NextEntry()) {
         const std::string strName = Text(pEntry->pw_name);
         const std::string strHome = Text(pEntry->pw_dir);
         if (!file_utils::IsExist(strHome, FOLLOW_LINK_YES) || strName.empty() ||
@@ -77,6 +90,9 @@ void CUserPathMasker::LoadUsers() {
         (void)users.try_emplace(strName, LocalUser{strName, pEntry->pw_uid, pEntry->pw_gid, strHome,
                                                    Text(pEntry->pw_shell)});
     }
+    const bool bWhole = !IsFailure(errno);
     setpwent();  // rewound, not closed with endpwent: this is relied on
-    m_users.swap(users);
+    if (bWhole) {
+        m_users.swap(users);
+    }
 }

@@ -2,7 +2,7 @@
 // user with a home under /home/ becomes "$username".
 //
 // Threads: [channel] only; the map has no lock and getpwent has process-wide state.
-// Errors: none; an unreadable user database masks nothing.
+// Errors: std::bad_alloc, with the users as they were; an unreadable user database masks nothing.
 // Ownership: one object per process, made by Instance().
 #ifndef TEVMON_CORE_CUSERPATHMASKER_H
 #define TEVMON_CORE_CUSERPATHMASKER_H
@@ -33,8 +33,8 @@ public:
     // A masked copy of strPath by the process's masker.
     static std::string Masked(std::string strPath);
 
-    // Fills the map afresh from the system's user database, which is rewound and left open. Throws
-    // std::bad_alloc with the map as it was.
+    // Fills the map afresh from the system's user database, which is rewound and left open. After a
+    // failure half-way the map is as it was.
     void LoadUsers();
 
 protected:

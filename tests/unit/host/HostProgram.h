@@ -20,6 +20,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/Event.h"
 #include "tests/support/TestDir.h"
 
 inline std::string ProgramFolder() {
@@ -98,7 +99,7 @@ public:
 
     // Waits likewise for strText on standard error.
     bool WaitForError(const std::string& strText) const {
-        const auto due = std::chrono::steady_clock::now() + std::chrono::minutes(1);
+        const auto due = std::chrono::steady_clock::now() + HANGS_AFTER;
         while (Error().find(strText) == std::string::npos) {
             if (std::chrono::steady_clock::now() > due) {
                 return false;
@@ -152,7 +153,7 @@ private:
 
     bool ReadMore() {
         pollfd fd = {m_nOutput, POLLIN, 0};
-        if (poll(&fd, 1, 60000) <= 0) {
+        if (poll(&fd, 1, 100000) <= 0) {
             return false;
         }
         char szBuffer[4096];

@@ -40,9 +40,9 @@ public:
         return std::string(szBuffer, nRead > 0 ? static_cast<size_t>(nRead) : 0);
     }
 
-    // True when a message with strText comes within a minute of the one before.
+    // True when a message with strText comes; false when it hangs.
     bool WaitFor(const std::string& strText) const {
-        for (std::string strNext = Next(60000); !strNext.empty(); strNext = Next(60000)) {
+        for (std::string strNext = Next(100000); !strNext.empty(); strNext = Next(100000)) {
             if (strNext.find(strText) != std::string::npos) {
                 return true;
             }

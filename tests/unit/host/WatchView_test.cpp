@@ -145,7 +145,7 @@ TEST(WatchViewTest, ATerminalThatHungUpIsToldOnce) {
         });
     ASSERT_TRUE(view.Begin());
     pty.HangUp();
-    EXPECT_TRUE(gone.WaitFor(std::chrono::seconds(10)));
+    EXPECT_TRUE(gone.WaitFor(HANGS_AFTER));
     view.End();
 
     EXPECT_EQ(1, nGone);

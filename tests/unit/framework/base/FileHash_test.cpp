@@ -464,7 +464,7 @@ TEST_F(FileHashTest, AnotherUsersReadableFileIsHashed) {
 TEST_F(FileHashTest, AThreadHashesAlsoAfterTheProcessesFirstThreadHasEnded) {
     const std::string strAbc = m_dir.WriteFile("abc", "abc");
     const auto work = [&] {
-        (void)alarm(30);
+        (void)alarm(100);
         std::thread([&] {
             std::string strStat;
             while (strStat.find(") Z ") == std::string::npos) {

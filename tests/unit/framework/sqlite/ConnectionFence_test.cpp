@@ -8,6 +8,7 @@
 
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "framework/sqlite/CppSQLite3.h"
 #include "tests/support/TestDir.h"
@@ -179,21 +180,26 @@ TEST_F(ConnectionFenceTest, AStatementIsEndedForTheProcessorTimeOfItsThread) {
     EXPECT_LT(1, LeapingClocks::WallLooks());
 }
 
+std::vector<int> Values(CppSQLite3Query query) {
+    std::vector<int> values;
+    for (; !query.eof(); query.nextRow()) {
+        values.push_back(query.getIntField("c"));
+    }
+    return values;
+}
+
 TEST_F(ConnectionFenceTest, ALookWithoutForeignTextTakesItsTimeAndTheNextStatementIsFenced) {
     std::string strInsert = "insert into u values(0)";
     for (int i = 0; i < 400; ++i) {
         strInsert += ",(1)";
     }
-    m_db.execDML(strInsert.c_str());
+    m_db.execDML((strInsert + ",(2)").c_str());
     const LeapingClocks clocks(10, 10);
 
-    CppSQLite3Query query = m_db.execOwnQuery("select * from u limit 300,101");
-    int nRows = 0;
-    for (; !query.eof(); query.nextRow()) {
-        ++nRows;
-    }
-
-    EXPECT_EQ(101, nRows);
+    // One has passed over three hundred rows at its first step, the other steps over them later.
+    EXPECT_EQ(102u, Values(m_db.execOwnQuery("select c from u limit 300,102")).size());
+    EXPECT_EQ((std::vector<int>{0, 2}), Values(m_db.execOwnQuery("select c from u where c != 1")));
+    EXPECT_THROW(Values(m_db.execQuery("select c from u where c != 1")), CppSQLite3Exception);
     EXPECT_EQ(9, CodeOf(LONG_STATEMENT));
 }
 

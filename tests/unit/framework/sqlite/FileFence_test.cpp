@@ -68,7 +68,7 @@ void Bare(const std::string& strFile, const char* pszSQL) {
 class FileFenceTest : public testing::Test {
 protected:
     FileFenceTest() {
-        (void)alarm(30);  // what waits for a FIFO waits for ever
+        (void)alarm(100);  // what waits for a FIFO waits for ever
         Bare(m_strFile, "pragma synchronous = off; create table t(a); insert into t values(1)");
     }
     ~FileFenceTest() override { (void)alarm(0); }

@@ -409,7 +409,7 @@ TEST_F(CTaskTimerTest, ExecuteRunsWithTheMutexHeldThatAddTaskDoesNotTake) {
         Add("b");
         added.Set();
     });
-    EXPECT_TRUE(added.WaitFor(std::chrono::seconds(10)));
+    EXPECT_TRUE(added.Wait());
     EXPECT_EQ(1, pStanding->nExecuted.load());  // and still stands in it
 
     pStanding->goOn.Set();

@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cerrno>
+
 #include "tests/support/FakeUsers.h"
 #include "tests/support/TestDir.h"
 #include "tests/support/trace/CallTrace.h"
@@ -237,6 +239,28 @@ TEST_F(CUserPathMaskerTest, AFailureHalfWayLeavesNoPartOfTheUsers) {
 
     EXPECT_EQ("/home/$username/x", m_masker.Mask("/home/carol/x"));
     EXPECT_EQ("/home/$username/x", m_masker.Mask("/home/alice/x"));
+}
+
+TEST_F(CUserPathMaskerTest, AFailureOfTheDatabaseHalfWayLeavesNoPartOfTheUsersEither) {
+    for (const int nErrno : {ENOMEM, EIO, EMFILE, ENFILE, EINTR}) {
+        const FakeUsers users({{"alice", "/home/alice"}, {"carol", "/home/carol"}});
+        Masker masker;
+        FakeUsers::FailOnceAfter(1, nErrno);
+
+        EXPECT_EQ("/home/alice/x", masker.Mask("/home/alice/x")) << nErrno;
+
+        EXPECT_EQ("/home/$username/x", masker.Mask("/home/carol/x")) << nErrno;
+        EXPECT_EQ("/home/$username/x", masker.Mask("/home/alice/x")) << nErrno;
+    }
+}
+
+TEST_F(CUserPathMaskerTest, AnErrorThatIsLeftAtTheDatabasesEndCountsForNothing) {
+    const FakeUsers users({{"alice", "/home/alice"}});
+    FakeUsers::FailOnceAfter(1, ENOENT);
+
+    EXPECT_EQ("/home/$username/x", m_masker.Mask("/home/alice/x"));
+
+    EXPECT_EQ(2, FakeUsers::GetCalls());
 }
 
 TEST_F(CUserPathMaskerTest, AFailureHalfWayLeavesTheUsersKnownBefore) {
