@@ -2,7 +2,9 @@
 
 #include <fcntl.h>
 #include <linux/magic.h>
+#include <linux/openat2.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/vfs.h>
 #include <unistd.h>
 
@@ -10,8 +12,10 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <iterator>
+#include <memory>
 #include <utility>
 
 #include "framework/base/DigestPair.h"
@@ -65,32 +69,42 @@ bool IsKernelsOwn(int nFd) {
                      static_cast<uint32_t>(status.f_type)) != std::end(KERNEL_FILE_SYSTEMS);
 }
 
-int OpenToRead(const char* pszPath) {
-    constexpr int FLAGS = O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY;
-    const int nFd = open(pszPath, FLAGS | O_NOATIME);
-    // Only the owner may leave the access time alone.
-    return nFd < 0 && errno == EPERM ? open(pszPath, FLAGS) : nFd;
-}
+// Only the owner may leave the access time alone besides.
+constexpr int READ_FLAGS = O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY;
 
 // Opens for reading the very file that nPathFd stands on, whatever its path names by now. Asks for
 // the thread's own descriptors: those of "self" are gone once the host's first thread has ended.
 int Reopen(int nPathFd) {
     char szLink[40];
     (void)snprintf(szLink, sizeof(szLink), "/proc/thread-self/fd/%d", nPathFd);
-    return OpenToRead(szLink);
+    const int nFd = open(szLink, READ_FLAGS | O_NOATIME);
+    return nFd < 0 && errno == EPERM ? open(szLink, READ_FLAGS) : nFd;
 }
 
-// The same where /proc is not mounted: by the path once more. It may lead to another file by now,
-// whose opening does not wait either; what was looked at before counts.
-int ReopenByPath(const std::string& strPath, const struct stat& seen) {
-    const int nFd = OpenToRead(strPath.c_str());
-    struct stat status = {};
-    if (nFd >= 0 && (fstat(nFd, &status) != 0 || status.st_dev != seen.st_dev ||
-                     status.st_ino != seen.st_ino)) {
-        close(nFd);
+// The same where /proc is not mounted: by its path once more, with the links resolved beforehand.
+// On the way to the opening no link counts, so that whoever exchanges parts of the path cannot lead
+// it to a device.
+int ReopenByPath(const std::string& strPath) {
+    const std::unique_ptr<char, void (*)(void*)> pResolved(realpath(strPath.c_str(), nullptr),
+                                                           free);
+    if (pResolved == nullptr) {
         return -1;
     }
-    return nFd;
+    open_how how = {};
+    how.flags = static_cast<uint64_t>(READ_FLAGS | O_NOATIME);
+    how.resolve = RESOLVE_NO_SYMLINKS;
+    long nFd = syscall(SYS_openat2, AT_FDCWD, pResolved.get(), &how, sizeof(how));
+    if (nFd < 0 && errno == EPERM) {
+        how.flags = static_cast<uint64_t>(READ_FLAGS);
+        nFd = syscall(SYS_openat2, AT_FDCWD, pResolved.get(), &how, sizeof(how));
+    }
+    return static_cast<int>(nFd);
+}
+
+bool IsSameFile(int nFd, const struct stat& seen) {
+    struct stat status = {};
+    return fstat(nFd, &status) == 0 && status.st_dev == seen.st_dev &&
+           status.st_ino == seen.st_ino && S_ISREG(status.st_mode);
 }
 
 bool IsProcMounted() {
@@ -159,10 +173,10 @@ bool HashFile(const std::string& strPath, unsigned char* pMd5, unsigned char* pS
     }
     int nFd = Reopen(path.Get());
     if (nFd < 0 && errno == ENOENT && !IsProcMounted()) {
-        nFd = ReopenByPath(strPath, status);
+        nFd = ReopenByPath(strPath);
     }
     const CFileHandle file(nFd);
-    if (file.Get() < 0) {
+    if (file.Get() < 0 || !IsSameFile(file.Get(), status)) {
         return false;
     }
     CHashKit kit;

@@ -23,9 +23,9 @@ constexpr int64_t HASH_SIZELESS_LIMIT = 64LL * 1024 * 1024;
 // after following links, the kernel's own files (under /proc, /sys and their like, but not what a
 // link such as /proc/PID/exe leads to), whatever is too large, may not be read or ends before its
 // size. The file that is read is the one that was looked at: it is opened through /proc, and where
-// that is not mounted by its path once more, which must then still lead to that file.
+// that is not mounted by its path once more, without a link on the way (Linux 5.6).
 //
-// Threads: any. With /proc it never opens a FIFO or a device; it never waits for one, never maps
+// Threads: any. Never opens a device, never waits for a FIFO, never maps
 // the file, leaves the access time alone where the system allows that. Nothing throws.
 HOSTFRAMEWORK_API bool getMD5AndSHA1(const std::string& strPath, std::string& strMd5,
                                      std::string& strSha1);

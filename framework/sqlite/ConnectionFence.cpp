@@ -32,7 +32,9 @@ bool IsUnbounded(const char* pszFunction) {
 }
 
 constexpr int64_t STEP_LIMIT_NS = 1000000000;
+constexpr int64_t OWN_STEP_LIMIT_NS = 60 * STEP_LIMIT_NS;  // ten million rows take less
 constexpr int INSTRUCTIONS_BETWEEN_LOOKS = 100;  // a change of one row has fewer and is never ended
+constexpr int MANY_LOOKS = 1000;
 
 int64_t Now(clockid_t eClock) {
     timespec now = {};
@@ -43,32 +45,30 @@ int64_t Now(clockid_t eClock) {
 // Of the step in hand on this thread.
 struct StepTime {
     bool bLimited = true;
-    bool bLookedAt = false;   // most steps end before their first look
+    int nLooks = 0;           // most steps end before their first
     int64_t nUsedBefore = 0;  // processor time at the first look
-    int64_t nNextLook = 0;    // on the wall clock, when the processor time is asked for again
+    int64_t nBegin = 0;       // the wall clock's
 };
 thread_local StepTime t_step;
 
-// Processor time counts: a process that was stopped, suspended or starved has used none. Asking for
-// it is a system call, so the wall clock is asked first, coarsely: nobody uses more than passes.
+// A process that was stopped, suspended or starved has used no processor time, so that counts; but
+// many instructions are no statement of the stores' own, and end when a second has passed in which
+// they waited for the disk or the processor. The processor time is asked for once the wall clock
+// says that it may be used up: that is a system call.
 int IsStepTooLong(void*) {
     StepTime& step = t_step;
-    if (!step.bLimited) {
-        return 0;
-    }
+    const int64_t nLimit = step.bLimited ? STEP_LIMIT_NS : OWN_STEP_LIMIT_NS;
     const int64_t nWall = Now(CLOCK_MONOTONIC_COARSE);
-    if (!step.bLookedAt) {
-        step.bLookedAt = true;
+    if (++step.nLooks == 1) {
+        step.nBegin = nWall;
         step.nUsedBefore = Now(CLOCK_THREAD_CPUTIME_ID);
-        step.nNextLook = nWall + STEP_LIMIT_NS;
         return 0;
     }
-    if (nWall < step.nNextLook) {
+    if (nWall - step.nBegin < nLimit) {
         return 0;
     }
-    const int64_t nUsed = Now(CLOCK_THREAD_CPUTIME_ID) - step.nUsedBefore;
-    step.nNextLook = nWall + STEP_LIMIT_NS - nUsed;
-    return nUsed >= STEP_LIMIT_NS ? 1 : 0;
+    const bool bForeignWork = step.bLimited && step.nLooks > MANY_LOOKS;
+    return bForeignWork || Now(CLOCK_THREAD_CPUTIME_ID) - step.nUsedBefore >= nLimit ? 1 : 0;
 }
 
 int Authorize(void*, int nAction, const char* pszFirst, const char* pszSecond, const char*,
@@ -124,5 +124,9 @@ int FenceConnection(sqlite3* pDB) {
 
 void BeginFencedStep(bool bLimited) {
     t_step.bLimited = bLimited;
-    t_step.bLookedAt = false;
+    t_step.nLooks = 0;
+}
+
+bool WasLongStep() {
+    return t_step.nLooks > MANY_LOOKS;
 }

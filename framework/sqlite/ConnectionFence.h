@@ -8,9 +8,10 @@
 // virtual tables, DROP, ALTER, REINDEX, ANALYZE, savepoints and recursive queries.
 //
 // What passes also ends. Functions whose one call could take hours are refused with code 1: those
-// that search, trim, replace, pad and multiply texts. A step that takes more than a second of its
-// thread's processor time, and a hundred instructions of SQLite's machine, ends with code 9. A
-// caller may exempt a statement without foreign text from that.
+// that search, trim, replace, pad and multiply texts. A step ends with code 9 when it takes more
+// than a second of its thread's processor time and a hundred instructions of SQLite's machine, or
+// more than a second in all and a hundred thousand instructions. A look whose statement holds no
+// foreign text may take a minute of processor time: a file from elsewhere can make it endless.
 #ifndef FRAMEWORK_SQLITE_CONNECTIONFENCE_H
 #define FRAMEWORK_SQLITE_CONNECTIONFENCE_H
 
@@ -21,7 +22,10 @@ struct sqlite3;
 int FenceConnection(sqlite3* pDB);
 
 // Called before every preparation and step of a statement, on the thread that makes it. Without
-// bLimited the step may take as long as it does.
+// bLimited it is a look without foreign text.
 void BeginFencedStep(bool bLimited);
+
+// Whether the thread's last step took a hundred thousand instructions, however it ended.
+bool WasLongStep();
 
 #endif

@@ -244,9 +244,7 @@ int CppSQLite3DB::tryDML(const char* pszSQL, std::string& strError) {
         return 0;
     }
     strError = sqlite3_errmsg(m_pDB);
-    if ((nResult & PRIMARY_CODE_MASK) == SQLITE_INTERRUPT) {
-        KeepInMind(pStmt);
-    }
+    KeepInMind(pStmt, nResult & PRIMARY_CODE_MASK, strError.c_str());
     return nResult & PRIMARY_CODE_MASK;
 }
 
@@ -268,7 +266,8 @@ CppSQLite3Query CppSQLite3DB::Query(const char* pszSQL, bool bLimited) {
 bool CppSQLite3DB::tableExists(const char* pszTable) {
     RequireHandle(pszTable, "no table name given");
     const CStmtGuard stmt(Prepare(
-        "select count(*) from sqlite_master where type = 'table' and name = ? collate nocase"));
+        "select count(*) from sqlite_master where type = 'table' and rootpage > 0 and name = ? "
+        "collate nocase"));
     const int nResult = sqlite3_bind_text(stmt.Get(), 1, pszTable, -1, SQLITE_STATIC);
     if (nResult != SQLITE_OK) {
         ThrowLast(m_pDB, nResult);
@@ -292,9 +291,9 @@ int CppSQLite3DB::TryPrepare(const char* pszSQL, sqlite3_stmt*& pStmt, const cha
         pszError = m_pDB == nullptr ? "the database is not open" : "no statement given";
         return CPPSQLITE_ERROR;
     }
-    if (HasEnded(pszSQL)) {
-        pszError = sqlite3_errstr(SQLITE_INTERRUPT);
-        return SQLITE_INTERRUPT;
+    if (const Ended* pEnded = FindEnded(pszSQL)) {
+        pszError = pEnded->strError.c_str();
+        return pEnded->nCode;
     }
     if (IsTooLong(m_pDB, pszSQL)) {
         pszError = sqlite3_errstr(SQLITE_TOOBIG);
@@ -316,30 +315,31 @@ int CppSQLite3DB::TryPrepare(const char* pszSQL, sqlite3_stmt*& pStmt, const cha
     return SQLITE_OK;
 }
 
-// As Step, and keeps in mind what the fence has ended.
+// As Step, and keeps in mind what failed after a long time.
 bool CppSQLite3DB::FirstStep(sqlite3_stmt* pStmt) {
     try {
         return Step(pStmt);
     } catch (const CppSQLite3Exception& ex) {
-        if (ex.errorCode() == SQLITE_INTERRUPT) {
-            KeepInMind(pStmt);
-        }
+        KeepInMind(pStmt, ex.errorCode(), ex.errorMessage());
         throw;
     }
 }
 
-void CppSQLite3DB::KeepInMind(sqlite3_stmt* pEnded) {
+void CppSQLite3DB::KeepInMind(sqlite3_stmt* pEnded, int nCode, const char* pszError) {
+    if (nCode != SQLITE_INTERRUPT && !WasLongStep()) {
+        return;
+    }
     if (m_ended.size() >= ENDED_KEPT) {
         m_ended.erase(m_ended.begin());
     }
-    m_ended.push_back({sqlite3_sql(pEnded), SteadyMilliseconds()});
+    m_ended.push_back({sqlite3_sql(pEnded), SteadyMilliseconds(), nCode, pszError});
 }
 
-bool CppSQLite3DB::HasEnded(const char* pszSQL) const {
+const CppSQLite3DB::Ended* CppSQLite3DB::FindEnded(const char* pszSQL) const {
     for (const Ended& ended : m_ended) {
         if (ended.strSQL == pszSQL && SteadyMilliseconds() - ended.nMilliseconds < ENDED_KEPT_MS) {
-            return true;
+            return &ended;
         }
     }
-    return false;
+    return nullptr;
 }

@@ -4,8 +4,9 @@
 // The connection is fenced (see ConnectionFence.h for its statements, FileFence.h for its files),
 // without touching a statement's text or result:
 // a busy database answers at once, codes are primary ones, and a call runs exactly one statement.
-// One that the fence ended because it went on for too long fails at once, with the same code, when
-// it is tried again within ten seconds: callers try what fails hundreds of times.
+// One that failed after going on for long, ended by the fence or not, fails at once, with the same
+// code and text, when it is tried again within ten seconds: callers try what fails hundreds of
+// times.
 //
 // Threads: none of its own; one connection and its queries belong to one caller at a time.
 // Errors: calls that fail throw CppSQLite3Exception, unless they say otherwise. A call on what is
@@ -110,26 +111,30 @@ public:
     // Runs one statement, likewise, to its first row.
     CppSQLite3Query execQuery(const char* pszSQL);
 
-    // The same for a look at rows whose statement holds no foreign text: its steps take the time
-    // that the table's size asks for. Not for changes: a file from elsewhere may hold triggers.
+    // The same for a look at rows whose statement holds no foreign text: a step may take a
+    // minute of processor time, which a table's size asks for. Not for changes: a file from
+    // elsewhere may hold triggers.
     CppSQLite3Query execOwnQuery(const char* pszSQL);
 
-    // True when the database has a table of that name; case is not looked at, as in SQL.
+    // True when the database has a table of that name; case is not looked at, as in SQL. A virtual
+    // table is none: one row of it may take for ever.
     bool tableExists(const char* pszTable);
 
 private:
-    // A statement whose step went on for too long and was ended.
+    // A statement that failed after a long step.
     struct Ended {
         std::string strSQL;
         int64_t nMilliseconds;  // when, on the steady clock
+        int nCode;
+        std::string strError;
     };
 
     sqlite3_stmt* Prepare(const char* pszSQL);  // null for an empty statement
     int TryPrepare(const char* pszSQL, sqlite3_stmt*& pStmt, const char*& pszError);
     bool FirstStep(sqlite3_stmt* pStmt);
     CppSQLite3Query Query(const char* pszSQL, bool bLimited);
-    void KeepInMind(sqlite3_stmt* pEnded);
-    bool HasEnded(const char* pszSQL) const;
+    void KeepInMind(sqlite3_stmt* pEnded, int nCode, const char* pszError);
+    const Ended* FindEnded(const char* pszSQL) const;  // null for none
 
     std::shared_ptr<FileFence> m_pFence;
     sqlite3* m_pDB = nullptr;

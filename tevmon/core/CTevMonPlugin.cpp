@@ -143,9 +143,13 @@ bool CTevMonPlugin::TearDown() {
     }
     // Without a start it must not bring up what it would stop. No exit lines here: each manager's
     // destructor, which follows, writes its own.
-    const bool bStopped =
-        s_pPlugin == nullptr || !s_bStarted.load() || s_pPlugin->StopThreads(false);
-    return CTevCallGate::Shut(TEARDOWN_WAIT_MS) && bStopped;
+    const bool bStarted = s_pPlugin != nullptr && s_bStarted.load();
+    const bool bStopped = !bStarted || s_pPlugin->StopThreads(false);
+    const bool bMayDestroy = CTevCallGate::Shut(TEARDOWN_WAIT_MS) && bStopped;
+    if (bStarted && !bMayDestroy) {
+        (void)s_pPlugin->StopThreads(true);  // no destructor will write the lines
+    }
+    return bMayDestroy;
 }
 
 void CTevMonPlugin::End() {

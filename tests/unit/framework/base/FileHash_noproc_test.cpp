@@ -1,8 +1,11 @@
 // The same where /proc is not mounted: in a mount namespace of the test's own.
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <limits.h>
 #include <linux/mount.h>
 #include <sched.h>
+#include <sys/inotify.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -17,9 +20,21 @@
 
 namespace {
 
-std::function<void()> s_accessHook;  // runs at a call of access() while it is set
+std::function<void()> s_accessHook;    // runs before a call of access() while it is set
+std::function<void()> s_resolvedHook;  // runs after a call of realpath() while it is set
 
 }  // namespace
+
+extern "C" __attribute__((visibility("default"))) char* realpath(const char* pszPath,
+                                                                 char* pszResolved) noexcept {
+    using Function = char* (*)(const char*, char*);
+    static const auto pfnNext = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "realpath"));
+    char* const pszResult = pfnNext(pszPath, pszResolved);
+    if (s_resolvedHook) {
+        s_resolvedHook();
+    }
+    return pszResult;
+}
 
 extern "C" __attribute__((visibility("default"))) int access(const char* pszPath,
                                                              int nMode) noexcept {
@@ -36,7 +51,10 @@ constexpr char ABC_SHA1[] = "a9993e364706816aba3e25717850c26c9cd0d89d";
 
 class FileHashNoProcTest : public ::testing::Test {
 protected:
-    ~FileHashNoProcTest() override { s_accessHook = nullptr; }
+    ~FileHashNoProcTest() override {
+        s_accessHook = nullptr;
+        s_resolvedHook = nullptr;
+    }
 
     const TestDir m_dir;
 };
@@ -109,6 +127,31 @@ TEST_F(FileHashNoProcTest, WhatIsNoRegularFileHasNoDigestEither) {
 }
 
 // The look and the opening are two steps there.
+TEST_F(FileHashNoProcTest, ALinkThatTookTheFilesPlaceAfterTheLookIsNotFollowed) {
+    const std::string strFile = m_dir.WriteFile("abc", "abc", 0644);
+    const std::string strOther = m_dir.WriteFile("other", "another file", 0644);
+    const std::string strLink = m_dir.Path() + "/link";
+    ASSERT_EQ(0, symlink(strOther.c_str(), strLink.c_str()));
+    const int nOpened = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+    ASSERT_LE(0, inotify_add_watch(nOpened, strOther.c_str(), IN_OPEN));
+
+    const int nResult = WithoutProc([&] {
+        std::string strMd5;
+        std::string strSha1;
+        s_resolvedHook = [&] { (void)rename(strLink.c_str(), strFile.c_str()); };
+        const bool bHashed = utils::getMD5AndSHA1(strFile, strMd5, strSha1);
+        return std::filesystem::is_symlink(strFile) && !bHashed;
+    });
+
+    if (nResult == -1) {
+        GTEST_SKIP() << NO_NAMESPACE;
+    }
+    EXPECT_EQ(1, nResult);
+    char event[sizeof(inotify_event) + NAME_MAX + 1];
+    EXPECT_EQ(-1, read(nOpened, event, sizeof(event))) << "it was opened";
+    (void)close(nOpened);
+}
+
 TEST_F(FileHashNoProcTest, AFileThatWasReplacedAfterTheLookHasNoDigest) {
     const std::string strFile = m_dir.WriteFile("abc", "abc", 0644);
     const std::string strOther = m_dir.WriteFile("other", "another program", 0644);

@@ -172,6 +172,43 @@ TEST_F(ConnectionFenceTest, AStatementIsNotEndedForTimeThatItsThreadDidNotUse) {
     EXPECT_LT(100, LeapingClocks::WallLooks());
 }
 
+// It may wait for the disk: the lock that its caller holds is held all the time.
+TEST_F(ConnectionFenceTest, AStatementOfManyInstructionsIsEndedForTheTimeThatPasses) {
+    const LeapingClocks clocks(10, 0);
+
+    EXPECT_EQ(9, CodeOf("with n(a) as (values(1),(2),(3),(4),(5),(6),(7),(8),(9),(10)) "
+                        "select count(*) as c from n a,n b,n c,n d,n e"));
+
+    EXPECT_LT(1000, LeapingClocks::WallLooks());
+}
+
+TEST_F(ConnectionFenceTest, AStatementThatFailsAfterALongTimeFailsAtOnceWhenItIsTriedAgain) {
+    const std::string strLong =
+        "with n(a) as (values(1),(2),(3),(4),(5),(6),(7),(8),(9),(10)) select (select count(*) "
+        "from n a,n b,n c,n d,n e) >= 0 and abs(-9223372036854775807 - 1)";
+    EXPECT_EQ(1, CodeOf(strLong.c_str()));
+    std::string strMessage;
+    const LeapingClocks clocks(0, 0);
+
+    for (int i = 0; i < 300; ++i) {
+        try {
+            m_db.execDML(strLong.c_str());
+        } catch (const CppSQLite3Exception& ex) {
+            strMessage = ex.errorMessage();
+        }
+    }
+
+    EXPECT_EQ("integer overflow", strMessage);
+    EXPECT_EQ(0, LeapingClocks::WallLooks());
+}
+
+// A file from elsewhere may make one row of a look take years.
+TEST_F(ConnectionFenceTest, AlsoALookWithoutForeignTextEndsAfterAMinuteOfProcessorTime) {
+    const LeapingClocks clocks(61, 61);
+
+    EXPECT_THROW((void)m_db.execOwnQuery(LONG_STATEMENT), CppSQLite3Exception);
+}
+
 TEST_F(ConnectionFenceTest, AStatementIsEndedForTheProcessorTimeOfItsThread) {
     const LeapingClocks clocks(10, 10);
 
@@ -194,7 +231,7 @@ TEST_F(ConnectionFenceTest, ALookWithoutForeignTextTakesItsTimeAndTheNextStateme
         strInsert += ",(1)";
     }
     m_db.execDML((strInsert + ",(2)").c_str());
-    const LeapingClocks clocks(10, 10);
+    const LeapingClocks clocks(10, 1);
 
     // One has passed over three hundred rows at its first step, the other steps over them later.
     EXPECT_EQ(102u, Values(m_db.execOwnQuery("select c from u limit 300,102")).size());

@@ -355,12 +355,14 @@ TEST_F(CppSQLite3Test, ADatabasePreparedWithAWriteAheadLogIsUsedAsItIs) {
 TEST_F(CppSQLite3Test, TableExistsKnowsTablesByNameInAnyCaseAndNothingElse) {
     CPlainConnection host(m_strFile);
     ASSERT_EQ(SQLITE_OK, host.Exec("create table one(a); create view two as select 1; "
-                                   "create index three on one(a)"));
+                                   "create index three on one(a);"
+                                   "create virtual table four using fts4(content='one')"));
 
     EXPECT_TRUE(m_db.tableExists("one"));
     EXPECT_TRUE(m_db.tableExists("ONE"));
     EXPECT_FALSE(m_db.tableExists("two"));
     EXPECT_FALSE(m_db.tableExists("three"));
+    EXPECT_FALSE(m_db.tableExists("four"));
     EXPECT_FALSE(m_db.tableExists("on"));
     EXPECT_FALSE(m_db.tableExists(""));
     EXPECT_FALSE(m_db.tableExists("one' or '1'='1"));

@@ -332,7 +332,7 @@ TEST_F(CTevCloudCachoDBTest, APageAtALargeOffsetMayTakeItsTimeAndALookupMayNot) 
                           "< 999) insert into cachotable(vkey,level,tmcreate,tminternal,mid) "
                           "select 'k'||i,40,1,1,5 from n"));
     }
-    const LeapingClocks clocks(10, 10);
+    const LeapingClocks clocks(10, 1);
     CachoPage page;
     page.nOffset = 900;
 

@@ -25,10 +25,12 @@ public:
             inside.Set();
             bLeft = bForGood ? forGood.Wait() : Eventually([] { return !CTevCallGate().IsOpen(); });
         }
+        nExitLines += strstr(record.pszFormat, " exit.\n") != nullptr ? 1 : 0;
         return 1;
     }
 
-    bool bForGood = false;  // otherwise it goes when it sees others turned away
+    std::atomic<int> nExitLines{0};  // of the managers
+    bool bForGood = false;           // otherwise it goes when it sees others turned away
     Event inside;
     Event forGood;
     std::atomic<bool> bLeft{false};
@@ -44,6 +46,11 @@ void WasWaitedFor() {
 // Exit code 0 when it has not, and all of the module's is still there for it.
 void WasLeftInside() {
     _exit(!s_pSink->bLeft && CMsgRouterHolder::Instance() != nullptr ? 0 : 1);
+}
+
+// Exit code 0 when each of the two managers has written its exit line, once.
+void HasWrittenItsExitLines() {
+    _exit(!s_pSink->bLeft && s_pSink->nExitLines == 2 ? 0 : 1);
 }
 
 class CTevMonPluginExitTest : public testing::Test {
@@ -64,10 +71,14 @@ protected:
     [[noreturn]] void ExitWithAThreadInside(void (*pfnLast)()) {
         (void)std::atexit(pfnLast);
         GetPluginInstance()->zkp_setopt(&m_router);
+        if (m_bStart) {
+            (void)GetPluginInstance()->zkp_start();
+        }
         std::thread([this] { (void)m_router.Deliver(20002, "x"); }).detach();
         std::exit(m_sink.inside.Wait() ? 2 : 3);
     }
 
+    bool m_bStart = false;
     const TestDir m_dir;
     FakeRouter m_router;
     HoldingSink m_sink;
@@ -83,4 +94,11 @@ TEST_F(CTevMonPluginExitTest, AnExitGivesUpOnAHostThreadThatStaysInsideAndKeepsE
     m_sink.bForGood = true;
 
     EXPECT_EXIT(ExitWithAThreadInside(&WasLeftInside), testing::ExitedWithCode(0), "");
+}
+
+TEST_F(CTevMonPluginExitTest, AnExitThatGivesUpHasEachManagersExitLineOnce) {
+    m_sink.bForGood = true;
+    m_bStart = true;
+
+    EXPECT_EXIT(ExitWithAThreadInside(&HasWrittenItsExitLines), testing::ExitedWithCode(0), "");
 }

@@ -22,7 +22,8 @@ using Texts = std::vector<std::string>;
 namespace {
 
 constexpr char LOOK_FOR_TABLE[] =
-    "select count(*) from sqlite_master where type = 'table' and name = ? collate nocase";
+    "select count(*) from sqlite_master where type = 'table' and rootpage > 0 and name = ? collate "
+    "nocase";
 
 class Things : public CTevStore {
 public:
