@@ -25,8 +25,11 @@ std::function<void()> s_resolvedHook;  // runs after a call of realpath() while 
 
 }  // namespace
 
-extern "C" __attribute__((visibility("default"))) char* realpath(const char* pszPath,
-                                                                 char* pszResolved) noexcept {
+// This program's realpath(), under another name because a fortified header has one in line.
+extern "C" __attribute__((visibility("default"))) char* HookedRealpath(
+    const char* pszPath, char* pszResolved) __asm__("realpath");
+
+char* HookedRealpath(const char* pszPath, char* pszResolved) {
     using Function = char* (*)(const char*, char*);
     static const auto pfnNext = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "realpath"));
     char* const pszResult = pfnNext(pszPath, pszResolved);
