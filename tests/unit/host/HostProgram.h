@@ -149,7 +149,10 @@ public:
     std::string ModuleCalls() const { return FileText(StateDir() + "/run/calls"); }
 
 private:
-    std::string ErrorFile() const { return m_strDir + "/stderr"; }
+    // Each object's own: two hosts of one directory must not write over each other's lines.
+    std::string ErrorFile() const {
+        return m_strDir + "/stderr-" + std::to_string(reinterpret_cast<uintptr_t>(this));
+    }
 
     bool ReadMore() {
         pollfd fd = {m_nOutput, POLLIN, 0};

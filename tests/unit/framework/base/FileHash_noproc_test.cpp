@@ -85,7 +85,8 @@ int WithoutProc(const std::function<bool()>& call) {
     return nResult == 2 ? -1 : nResult;
 }
 
-constexpr char NO_NAMESPACE[] = "this system allows no mount namespace of one's own";
+constexpr char NO_NAMESPACE[] =
+    "no mount namespace of one's own in which /proc can be covered (as in a chroot)";
 
 TEST_F(FileHashNoProcTest, AFileIsHashedAllTheSame) {
     const std::string strFile = m_dir.WriteFile("abc", "abc", 0644);
