@@ -14,6 +14,7 @@
 #include <chrono>
 #include <climits>
 #include <csignal>
+#include <cstdint>
 #include <fstream>
 #include <iterator>
 #include <sstream>
