@@ -25,6 +25,18 @@ public:
     ~LogCache() override { Exit(); }
 };
 
+// Records key K while other's lock fails every attempt to look it up; what was printed. The lock is
+// given back before the insert.
+Texts RecordWithoutLookup(LogCache& cache, OtherConnection& other) {
+    EXPECT_TRUE(other.LockAll());
+    const SqlTrace trace([&](const std::string& strStatement) {
+        if (strStatement.compare(0, 7, "insert ") == 0) {
+            (void)other.Release();
+        }
+    });
+    return PrintedBy([&] { EXPECT_TRUE(cache.Record("K", 40, -1, 5, "")); });
+}
+
 }  // namespace
 
 TEST(CTevCloudCachoMgrLogTest, ALifetimePast32BitsIsPrintedCutAndStoredWhole) {
@@ -45,19 +57,10 @@ TEST(CTevCloudCachoMgrLogTest, AKeyThatCouldNotBeLookedUpCountsAsNewAndIsInserte
     const TestDir dir;
     LogCache cache;
     OtherConnection other(dir.Database("tevcloudcacho.db"));
-    ASSERT_TRUE(other.LockAll());
-    // The lock is given back when all attempts have failed.
-    const SqlTrace trace([&](const std::string& strStatement) {
-        if (strStatement.compare(0, 7, "insert ") == 0) {
-            (void)other.Release();
-        }
-    });
     const LogCapture log;
-    bool bRecorded = false;
 
-    const Texts lines = PrintedBy([&] { bRecorded = cache.Record("K", 40, -1, 5, ""); });
+    const Texts lines = RecordWithoutLookup(cache, other);
 
-    EXPECT_TRUE(bRecorded);
     EXPECT_EQ(Texts(300, "database is locked"), lines);
     EXPECT_EQ(Texts{NEW_K}, log.Texts());
     EXPECT_EQ(Texts{"K|40"}, other.Rows("select vkey,level from cachotable"));
@@ -68,18 +71,10 @@ TEST(CTevCloudCachoMgrLogTest, AKnownKeyThatCouldNotBeLookedUpCountsAsNewAndKeep
     LogCache cache;
     ASSERT_TRUE(cache.Record("K", 70, -1, 6, ""));
     OtherConnection other(dir.Database("tevcloudcacho.db"));
-    ASSERT_TRUE(other.LockAll());
-    const SqlTrace trace([&](const std::string& strStatement) {
-        if (strStatement.compare(0, 7, "insert ") == 0) {
-            (void)other.Release();
-        }
-    });
     const LogCapture log;
-    bool bRecorded = false;
 
-    const Texts lines = PrintedBy([&] { bRecorded = cache.Record("K", 40, -1, 5, ""); });
+    const Texts lines = RecordWithoutLookup(cache, other);
 
-    EXPECT_TRUE(bRecorded);
     ASSERT_EQ(301u, lines.size());
     EXPECT_EQ("UNIQUE constraint failed: cachotable.vkey", lines.back());
     EXPECT_EQ(Texts{NEW_K}, log.Texts());
