@@ -48,6 +48,8 @@ if(TEVMON_FUZZ)
     # The fuzzer steers by the edges it has seen in our code.
     add_compile_options(-fsanitize=fuzzer-no-link)
     add_link_options(-fsanitize=fuzzer-no-link)
+    # A finding's stack names lines; nobody steps through these programs.
+    add_compile_options(-gline-tables-only)
 endif()
 
 # Shared libraries of ours resolve every symbol at link time. Sanitizers leave theirs open.

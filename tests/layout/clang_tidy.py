@@ -12,7 +12,13 @@ import goodstate
 import layout
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
-BAD = "int* F() {\n    int* p = new int(1);\n    delete p;\n    return p;\n}\n"
+# What is wrong with a file, and the check that must say so.
+BAD = {
+    "clang-analyzer": "int* F() {\n    int* p = new int(1);\n    delete p;\n    return p;\n}\n",
+    "bugprone-suspicious-semicolon": "int F(int n) {\n    if (n > 1);\n    n = 2;\n    return n;\n}\n",
+    "reserved-identifier": "int F(int __n) {\n    return __n;\n}\n",
+    "reserved-macro-identifier": "#define _N 1\nint F();\n",
+}
 
 
 # Options of g++ that clang does not know.
@@ -60,13 +66,17 @@ def tidy(program, build, sources):
 
 
 def self_test(program):
-    """A file that uses freed memory, checked with the tree's own .clang-tidy, must be refused."""
-    with tempfile.TemporaryDirectory(prefix="tevmon-layout-") as folder:
-        config = (ROOT / ".clang-tidy").read_text(encoding="utf-8")
-        layout.write_tree(folder, {"bad.cpp": BAD, ".clang-tidy": config,
-                                   "compile_flags.txt": "-std=c++17\n"})
-        complaints = "\n".join(tidy(program, folder, [pathlib.Path(folder, "bad.cpp")]))
-    return [] if "clang-analyzer" in complaints else [f"freed memory is let pass: {complaints}"]
+    """Bad files, checked with the tree's own .clang-tidy, must be refused."""
+    config = (ROOT / ".clang-tidy").read_text(encoding="utf-8")
+    let_pass = []
+    for check_name, text in BAD.items():
+        with tempfile.TemporaryDirectory(prefix="tevmon-layout-") as folder:
+            layout.write_tree(folder, {"bad.cpp": text, ".clang-tidy": config,
+                                       "compile_flags.txt": "-std=c++17\n"})
+            complaints = "\n".join(tidy(program, folder, [pathlib.Path(folder, "bad.cpp")]))
+        if check_name not in complaints:
+            let_pass.append(f"{check_name} says nothing of a bad file: {complaints}")
+    return let_pass
 
 
 def main():
