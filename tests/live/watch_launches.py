@@ -39,6 +39,7 @@ import livehost
 
 CAPABILITIES_DROPPED = 24  # prctl's PR_CAPBSET_DROP
 WORKERS = 2
+MOST_ANNOUNCEMENTS = 10  # of one stop; a host that is slow at first may lose a few more afterwards
 
 
 def balance_text(balance):
@@ -302,7 +303,8 @@ def stopped(args):
           f"{len(announced)} announcement(s) of {sum(r['launches'] for r in announced)}; "
           f"a start after it was told in {back or -1:.2f} s; {balance_text(balance)}; exit code {code}")
     good = (code == 0 and back is not None and right == told and balance["unexplained"] == 0
-            and missing <= balance["lost"] and len(announced) == (1 if balance["lost"] else 0))
+            and missing <= balance["lost"] and len(announced) <= MOST_ANNOUNCEMENTS
+            and sum(record["launches"] for record in announced) == balance["lost"])
     return 0 if good else 1
 
 
