@@ -12,6 +12,7 @@
 #include "host/ModuleStdout.h"
 #include "host/Privileges.h"
 #include "host/StateDir.h"
+#include "host/Terminal.h"
 #include "host/Text.h"
 #include "host/verdict/HashListSource.h"
 #include "host/verdict/PackageSource.h"
@@ -57,7 +58,7 @@ int RunSession::Run() {
     if (!m_options.bKeepPrivileges) {
         privileges::Confine();
     }
-    m_stop.Begin();
+    m_stop.Begin(Terminal::Restore);
     m_output.TakeStandardOutput();
     m_pass.nPasses = m_options.nPasses;
     m_pass.strUnit = m_options.strUnit;

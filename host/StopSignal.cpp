@@ -6,8 +6,6 @@
 #include <csignal>
 #include <utility>
 
-#include "host/Terminal.h"
-
 #include "host/Privileges.h"
 
 namespace {
@@ -25,7 +23,8 @@ sigset_t StopSet() {
 
 }  // namespace
 
-void StopSignal::Begin() {
+void StopSignal::Begin(void (*pBeforeEnd)()) {
+    m_pBeforeEnd = pBeforeEnd;
     // A reader that left and a file that grew too long are error codes, not deaths.
     (void)std::signal(SIGPIPE, SIG_IGN);
     (void)std::signal(SIGXFSZ, SIG_IGN);
@@ -96,7 +95,9 @@ void StopSignal::TakeSignals() {
             continue;
         }
         if (m_nSignal != 0) {
-            Terminal::Restore();
+            if (m_pBeforeEnd != nullptr) {
+                m_pBeforeEnd();
+            }
             _exit(128 + nSignal);
         }
         m_nSignal = nSignal;

@@ -23,8 +23,9 @@ public:
     StopSignal(const StopSignal&) = delete;
     StopSignal& operator=(const StopSignal&) = delete;
 
-    void
-    Begin();  // blocks SIGINT, SIGTERM and SIGHUP, ignores SIGPIPE and SIGXFSZ, starts the thread
+    // Blocks SIGINT, SIGTERM and SIGHUP, ignores SIGPIPE and SIGXFSZ, starts the thread. A second
+    // signal ends the process at once; pBeforeEnd, null for nothing, is called before that.
+    void Begin(void (*pBeforeEnd)() = nullptr);
     void End();  // ends the thread; the signals stay blocked
 
     void Request();
@@ -45,6 +46,7 @@ private:
     bool m_bEnd = false;
     bool m_bBalance = false;
     int m_nSignal = 0;
+    void (*m_pBeforeEnd)() = nullptr;  // written before the thread starts
     std::thread m_thread;
 };
 
