@@ -12,16 +12,8 @@
 #include <string>
 #include <vector>
 
+#include "host/Finding.h"
 #include "host/GlobalOptions.h"
-
-enum FindingState { FINDING_OK, FINDING_WARNING, FINDING_FAILED };
-
-struct Finding {
-    FindingState eState = FINDING_OK;
-    std::string strCheck;   // what was looked at
-    std::string strText;    // what was found, and what it means
-    std::string strRemedy;  // what to do; "" when it is ok
-};
 
 namespace doctor {
 

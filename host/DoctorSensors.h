@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "host/Doctor.h"
+#include "host/Finding.h"
 
 namespace doctor {
 

@@ -5,8 +5,6 @@
 
 #include <utility>
 
-#include "host/WatchReport.h"
-
 namespace metric_list {
 
 namespace {

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-struct WatchBalance;
+#include "host/WatchBalance.h"
 
 namespace metric_list {
 

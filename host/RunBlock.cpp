@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "framework/base/CStr.h"
-#include "host/RunReport.h"
 
 namespace run_block {
 

@@ -10,11 +10,8 @@
 #include "host/CloudEndpoint.h"
 #include "host/Output.h"
 #include "host/RunCounters.h"
+#include "host/RunFacts.h"
 #include "host/Text.h"
-
-struct PassInfo;
-struct PassResult;
-struct RunEnd;
 
 namespace run_block {
 

@@ -20,25 +20,8 @@
 #include "host/Output.h"
 #include "host/QueueBound.h"
 #include "host/RunCounters.h"
+#include "host/RunFacts.h"
 #include "host/source/IEventSource.h"
-
-struct PassInfo {
-    int nPass = 1;
-    int nPasses = 1;
-    std::string strUnit;  // what a batch is made of: "line" of a recording, "batch" of a walk
-    std::string strName;  // the source
-};
-
-struct PassResult {
-    RunCounters counters;
-    double dSeconds = 0;
-};
-
-struct RunEnd {
-    std::optional<uint64_t> queueDepth;  // nothing when the queue could not be read
-    bool bDrained = false;
-    int nSignal = 0;  // the signal that ended the run, or 0
-};
 
 class RunReport : public ICloudObserver, public IModuleLogObserver, public IEndpoint {
 public:

@@ -3,7 +3,6 @@
 #include <vector>
 
 #include "framework/base/CStr.h"
-#include "host/WatchReport.h"
 
 namespace watch_block {
 

@@ -8,8 +8,7 @@
 
 #include "host/Output.h"
 #include "host/Text.h"
-
-struct WatchBalance;
+#include "host/WatchBalance.h"
 
 namespace watch_block {
 

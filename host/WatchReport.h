@@ -20,31 +20,12 @@
 #include "host/MetricsFile.h"
 #include "host/ProgramTable.h"
 #include "host/RunReport.h"
+#include "host/WatchBalance.h"
 #include "host/WatchLine.h"
 #include "host/WatchView.h"
 #include "host/source/FileOperation.h"
-#include "host/source/LaunchSource.h"
+#include "host/source/Launch.h"
 #include "host/verdict/VerdictService.h"
-
-// All numbers of a balance: what the kernel had, and what became of each of it.
-struct WatchBalance {
-    LaunchCounters launches;
-    FileCounters files;
-    LedgerState events;
-    RunCounters module;
-    bool bFinal = false;  // nothing is on its way any more
-
-    // Programs, scripts and file operations that were told.
-    uint64_t Told() const { return launches.nPrograms + launches.nScripts + files.nTold; }
-    // Of these: in a batch in the making.
-    uint64_t Batched() const { return launches.nBatched + files.nBatched; }
-    // Of the messages that the router took: events of those whose delivery was not refused.
-    uint64_t Delivered() const { return events.nSent - events.nRefused; }
-    // Queries that no answer is due for or was given to.
-    uint64_t Outstanding() const;
-    // Launches, file operations, events and queries that no cause was found for.
-    uint64_t Unexplained() const;
-};
 
 struct WatchOptions {
     std::shared_ptr<FILE> pRecord;  // gets every message, one a line; null for none
