@@ -1,4 +1,4 @@
-# The launch sensor: host/bpf/launch.bpf.c compiled for the kernel and embedded in the program.
+# The launch sensor: host/kernel/bpf/launch.bpf.c compiled for the kernel and embedded in the program.
 # Without clang or libbpf it is left out, and tevmon-host watch says so.
 find_program(TEVMON_BPF_CLANG NAMES clang clang-14)
 find_program(TEVMON_BPF_STRIP NAMES llvm-strip llvm-strip-14)
@@ -11,7 +11,7 @@ function(tev_launch_sensor target)
         return()
     endif()
     message(STATUS "Launch sensor: compiled with ${TEVMON_BPF_CLANG}")
-    set(folder ${CMAKE_BINARY_DIR}/generated/host/bpf)
+    set(folder ${CMAKE_BINARY_DIR}/generated/host/kernel/bpf)
     file(MAKE_DIRECTORY ${folder})
     set(strip)
     if(TEVMON_BPF_STRIP)
@@ -25,12 +25,12 @@ function(tev_launch_sensor target)
         # The debugging information becomes the types by which the loader fits it to a kernel.
         COMMAND ${TEVMON_BPF_CLANG} -target bpf -mcpu=v3 -O2 -g -Wall -Wextra -Werror
             -ffile-prefix-map=${CMAKE_SOURCE_DIR}/= -I${CMAKE_SOURCE_DIR} ${includes}
-            -c ${CMAKE_SOURCE_DIR}/host/bpf/launch.bpf.c -o ${folder}/launch.bpf.o
+            -c ${CMAKE_SOURCE_DIR}/host/kernel/bpf/launch.bpf.c -o ${folder}/launch.bpf.o
         ${strip}
         COMMAND ${CMAKE_COMMAND} -DINPUT=${folder}/launch.bpf.o -DOUTPUT=${folder}/launch_object.inc
             -P ${CMAKE_SOURCE_DIR}/cmake/EmbedBytes.cmake
-        DEPENDS ${CMAKE_SOURCE_DIR}/host/bpf/launch.bpf.c ${CMAKE_SOURCE_DIR}/host/bpf/launch_record.h
-            ${CMAKE_SOURCE_DIR}/host/bpf/kernel_types.h ${CMAKE_SOURCE_DIR}/cmake/EmbedBytes.cmake
+        DEPENDS ${CMAKE_SOURCE_DIR}/host/kernel/bpf/launch.bpf.c ${CMAKE_SOURCE_DIR}/host/kernel/bpf/launch_record.h
+            ${CMAKE_SOURCE_DIR}/host/kernel/bpf/kernel_types.h ${CMAKE_SOURCE_DIR}/cmake/EmbedBytes.cmake
         COMMENT "Compiling the launch sensor" VERBATIM)
     target_sources(${target} PRIVATE ${folder}/launch_object.inc)
     target_include_directories(${target} PRIVATE ${CMAKE_BINARY_DIR}/generated)

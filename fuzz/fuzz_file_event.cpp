@@ -4,7 +4,7 @@
 #include <string_view>
 
 #include "fuzz/Require.h"
-#include "host/source/FileEvent.h"
+#include "host/kernel/file/FileEvent.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t nSize) {
     const auto* const pBegin = reinterpret_cast<const char*>(pData);

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "fuzz/Require.h"
-#include "host/source/LaunchEvent.h"
+#include "host/kernel/launch/LaunchEvent.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t nSize) {
     LaunchEvent event;

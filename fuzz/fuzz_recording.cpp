@@ -4,7 +4,7 @@
 #include <string>
 
 #include "fuzz/Place.h"
-#include "host/source/ReplaySource.h"
+#include "host/event/ReplaySource.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* pData, size_t nSize) {
     (void)Place::Instance();

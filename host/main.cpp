@@ -1,4 +1,4 @@
-#include "host/HostMain.h"
+#include "host/command/HostMain.h"
 
 int main(int argc, char** argv) {
     return HostMain(argc, argv);

@@ -14,7 +14,7 @@
 #include <tuple>
 #include <vector>
 
-#include "host/verdict/HexText.h"
+#include "host/base/HexText.h"
 
 template <size_t N>
 class DigestIndex {

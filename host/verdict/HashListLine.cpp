@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <vector>
 
-#include "host/verdict/HexText.h"
+#include "host/base/HexText.h"
 
 namespace {
 

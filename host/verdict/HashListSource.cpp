@@ -4,9 +4,9 @@
 #include <limits>
 
 #include "framework/base/file_utils.h"
-#include "host/Text.h"
+#include "host/base/LineReader.h"
+#include "host/base/Text.h"
 #include "host/verdict/HashListLine.h"
-#include "host/verdict/LineReader.h"
 
 namespace {
 

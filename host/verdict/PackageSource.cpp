@@ -4,8 +4,8 @@
 #include <filesystem>
 #include <system_error>
 
-#include "host/Text.h"
-#include "host/verdict/LineReader.h"
+#include "host/base/LineReader.h"
+#include "host/base/Text.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "host/verdict/HexText.h"
+#include "host/base/HexText.h"
 
 namespace {
 

@@ -11,6 +11,39 @@ MODULE = {"utils": {ABI, BASE}, HELPER: {"framework", "utils"},
           CORE: {"framework", "utils", HELPER}}
 SUPPORT = "tests/support"
 
+
+def rooms():
+    """The rooms of the host: what each may include of the others, all of them the framework."""
+    base, process, transport = "host/base", "host/process", "host/transport"
+    database, verdict, cloud = "host/database", "host/verdict", "host/cloud"
+    event, module, account = "host/event", "host/module", "host/account"
+    bpf, launch, file = "host/kernel/bpf", "host/kernel/launch", "host/kernel/file"
+    shown = {base, verdict, cloud, event, module, account, launch}
+    table = {
+        base: set(),
+        process: {base},
+        transport: {base},
+        database: {base},
+        verdict: {base},
+        cloud: {base, transport, database, verdict},
+        event: {base},
+        module: {base, event},
+        bpf: set(),
+        launch: {base, process, event, bpf},
+        file: {base, process, event, launch},
+        "host/kernel": {base, process, event},
+        account: {base, event, module, launch},
+        "host/report/text": shown,
+        "host/report/screen": {base, "host/report/text"},
+        "host/report/metrics": {base, account},
+        "host/report": shown | {transport, database},
+        "host/doctor": {base, process, verdict, event, module, "host/kernel"},
+    }
+    table["host/run"] = {*table, "host/report"} - {"host/doctor"}
+    table["host/command"] = {*table, "host/run"}
+    return {room: allowed | {"framework"} for room, allowed in table.items()}
+
+
 # folder -> what it may include besides itself; a folder named here stands for all below it.
 TABLE = {
     ABI: set(),
@@ -18,7 +51,7 @@ TABLE = {
     SQLITE: set(),
     LOG: {ABI, BASE},
     **MODULE,
-    "host": {"framework"},
+    **rooms(),
     "cmake": set(),
     SUPPORT: {"framework"},
     # A host of another maker has none of our headers.
@@ -31,6 +64,9 @@ TABLE = {
     "tests/hostile": {"framework", SUPPORT, *MODULE},
     "tests/stress": {"framework", SUPPORT},
 }
+
+# What the tests of a folder may use besides.
+TESTS_TOO = {"host/kernel/launch": {"host/kernel"}}  # launches are driven by the source of both kinds
 
 INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^>"]+)[>"]')
 OURS = ("framework/", "utils/", "public/", "tevmon/", "host/", "tests/", "bench/", "fuzz/")
@@ -52,9 +88,12 @@ def allowed_for(path):
         if within(path, mirror):
             tested = folder_of(path[len(mirror) + 1 :])
             # A test or benchmark may use what the tested thing may, and the tested thing.
-            return {mirror, SUPPORT, tested} | TABLE[tested] if tested else {mirror, SUPPORT}
+            allowed = {mirror, SUPPORT, tested} | TABLE[tested] if tested else {mirror, SUPPORT}
+            return allowed | TESTS_TOO.get(tested, set())
     if within(path, "fuzz"):
         return {"fuzz", SUPPORT, "framework", *MODULE, "host"}
+    if path == "host/main.cpp":
+        return {"host/command"}
     folder = folder_of(path)
     return None if folder is None else {folder} | TABLE[folder]
 
@@ -89,10 +128,12 @@ def using(path, name):
 GOOD = [
     using("framework/base/A.cpp", "framework/abi/Guid.h"),
     using("tevmon/core/A.h", "public/pluginhelper/A.h"),
-    using("host/view/A.cpp", "host/source/B.h"),
+    using("host/kernel/A.cpp", "host/kernel/launch/B.h"),
+    using("host/main.cpp", "host/command/HostMain.h"),
+    using("tests/unit/host/cloud/A_test.cpp", "host/transport/Router.h"),
     using("tests/unit/tevmon/core/A_test.cpp", "tevmon/core/A.h"),
     using("bench/framework/base/A_bench.cpp", "framework/base/A.h"),
-    {"host/main.cpp": "#include <string>\n#include <sqlite3.h>\n"},
+    {"host/base/A.cpp": "#include <string>\n#include <sqlite3.h>\n"},
 ]
 BAD = [
     (using("framework/abi/A.h", "framework/base/B.h"), "may not use"),
@@ -102,17 +143,40 @@ BAD = [
     (using("utils/A.h", "framework/log/CLog.h"), "may not use"),
     (using("public/pluginhelper/A.h", "tevmon/core/B.h"), "may not use"),
     (using("tevmon/core/A.cpp", "host/B.h"), "may not use"),
-    (using("host/A.cpp", "tevmon/core/B.h"), "may not use"),
-    (using("host/A.cpp", "public/pluginhelper/B.h"), "may not use"),
-    (using("host/A.cpp", "utils/time_utils.h"), "may not use"),
+    (using("host/run/A.cpp", "tevmon/core/B.h"), "may not use"),
+    (using("host/run/A.cpp", "public/pluginhelper/B.h"), "may not use"),
+    (using("host/run/A.cpp", "utils/time_utils.h"), "may not use"),
+    # One refusal for each room of the host.
+    (using("host/A.cpp", "framework/abi/Guid.h"), "outside the folders"),
+    (using("host/main.cpp", "host/run/RunSession.h"), "may not use"),
+    (using("host/base/A.cpp", "host/process/B.h"), "may not use"),
+    (using("host/process/A.cpp", "host/report/screen/B.h"), "may not use"),
+    (using("host/transport/A.cpp", "host/cloud/B.h"), "may not use"),
+    (using("host/database/A.cpp", "host/module/B.h"), "may not use"),
+    (using("host/verdict/A.cpp", "host/database/B.h"), "may not use"),
+    (using("host/cloud/A.cpp", "host/account/B.h"), "may not use"),
+    (using("host/event/A.cpp", "host/module/B.h"), "may not use"),
+    (using("host/module/A.cpp", "host/account/B.h"), "may not use"),
+    (using("host/kernel/bpf/A.h", "host/base/B.h"), "may not use"),
+    (using("host/kernel/launch/A.cpp", "host/kernel/file/B.h"), "may not use"),
+    (using("host/kernel/file/A.cpp", "host/kernel/B.h"), "may not use"),
+    (using("host/kernel/A.cpp", "host/account/B.h"), "may not use"),
+    (using("host/account/A.cpp", "host/report/B.h"), "may not use"),
+    (using("host/report/text/A.cpp", "host/report/B.h"), "may not use"),
+    (using("host/report/screen/A.cpp", "host/report/metrics/B.h"), "may not use"),
+    (using("host/report/metrics/A.cpp", "host/report/text/B.h"), "may not use"),
+    (using("host/report/A.cpp", "host/run/B.h"), "may not use"),
+    (using("host/doctor/A.cpp", "host/run/B.h"), "may not use"),
+    (using("host/run/A.cpp", "host/doctor/B.h"), "may not use"),
+    (using("host/command/A.cpp", "host/main.h"), "may not use"),
     (using("tests/abi/a_test.cpp", "framework/abi/Guid.h"), "may not use"),
-    (using("tests/abi/ours/a.cpp", "host/Router.h"), "may not use"),
+    (using("tests/abi/ours/a.cpp", "host/transport/Router.h"), "may not use"),
     (using("tests/system/a_test.cpp", "tevmon/core/B.h"), "may not use"),
     (using("tests/unit/host/A_test.cpp", "tevmon/core/B.h"), "may not use"),
     (using("tests/unit/framework/base/A_test.cpp", "utils/B.h"), "may not use"),
     (using("tevmon/core/A.cpp", "A.h"), "not written from the root"),
     (using("tevmon/core/A.cpp", "tevmon/core/../../host/B.h"), "not written from the root"),
-    ({"host/A.cpp": "#include <framework/abi/Guid.h>\n"}, "our own header"),
+    ({"host/base/A.cpp": "#include <framework/abi/Guid.h>\n"}, "our own header"),
     ({"extra/A.cpp": ""}, "outside the folders"),
 ]
 

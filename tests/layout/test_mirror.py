@@ -42,7 +42,7 @@ GOOD = [
 ]
 BAD = [
     ({"tevmon/core/A.cpp": ""}, "has no tests/unit/tevmon/core/A_test.cpp"),
-    ({"host/view/A.cpp": "", "tests/unit/host/A_test.cpp": ""}, "has no tests/unit/host/view/A"),
+    ({"host/base/A.cpp": "", "tests/unit/host/A_test.cpp": ""}, "has no tests/unit/host/base/A"),
     ({"tests/unit/utils/gone_test.cpp": ""}, "tests nothing"),
     ({"host/main.cpp": "", "tests/unit/host/main_test.cpp": ""}, "no exception"),
 ]

@@ -8,7 +8,7 @@ import re
 
 import layout
 
-MODULE, HOST = "tevmon/core/AutoRunLocations.cpp", "host/source/FilePlaces.cpp"
+MODULE, HOST = "tevmon/core/AutoRunLocations.cpp", "host/event/FilePlaces.cpp"
 PLACE = re.compile(r'\{?"(/[^"]*/)"(?:, (?:"(\w+)"|nullptr))?\}?')
 
 

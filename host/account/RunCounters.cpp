@@ -1,0 +1,45 @@
+#include "host/account/RunCounters.h"
+
+namespace {
+
+template <class Map>
+void AddMap(Map& sum, const Map& other) {
+    for (const auto& entry : other) {
+        sum[entry.first] += entry.second;
+    }
+}
+
+}  // namespace
+
+void RunCounters::Add(const RunCounters& other) {
+    uint64_t RunCounters::*const NUMBERS[] = {
+        &RunCounters::nMessages,     &RunCounters::nCopies,   &RunCounters::nEvents,
+        &RunCounters::nNotDelivered, &RunCounters::nUnusable, &RunCounters::nAnalysed,
+        &RunCounters::nQueries,      &RunCounters::nAnswers,  &RunCounters::nKnown,
+        &RunCounters::nNoKey,        &RunCounters::nLost,     &RunCounters::nNotSent,
+        &RunCounters::nCached,       &RunCounters::nNoStat,   &RunCounters::nNoHash,
+        &RunCounters::nHashedBytes,  &RunCounters::nCentre};
+    for (uint64_t RunCounters::*const pNumber : NUMBERS) {
+        this->*pNumber += other.*pNumber;
+    }
+    AddMap(queriesByLevel, other.queriesByLevel);
+    AddMap(answersByLevel, other.answersByLevel);
+    AddMap(queriesByPackage, other.queriesByPackage);
+    dWorkBefore += other.WorkSeconds();
+}
+
+uint64_t RunCounters::Silent() const {
+    const uint64_t nSeen = nQueries + nNotSent + nCached + nNoStat + nNoHash;
+    return nAnalysed == nCopies && nEvents > nSeen ? nEvents - nSeen : 0;
+}
+
+double RunCounters::WorkSeconds() const {
+    return dWorkBefore + (firstWork && lastWork
+                              ? std::chrono::duration<double>(*lastWork - *firstWork).count()
+                              : 0);
+}
+
+double RunCounters::BytesPerSecond() const {
+    const double dSeconds = WorkSeconds();
+    return dSeconds > 0.001 ? static_cast<double>(nHashedBytes) / dSeconds : 0;
+}

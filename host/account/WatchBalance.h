@@ -1,0 +1,34 @@
+// The balance of a watch: what the kernel had, what became of each of it, and what does not add up.
+//
+// Threads: any; no state. Errors: none.
+#ifndef HOST_ACCOUNT_WATCHBALANCE_H
+#define HOST_ACCOUNT_WATCHBALANCE_H
+
+#include <cstdint>
+
+#include "host/account/EventLedger.h"
+#include "host/account/RunCounters.h"
+#include "host/event/FileOperation.h"
+#include "host/kernel/launch/Launch.h"
+
+// All numbers of a balance: what the kernel had, and what became of each of it.
+struct WatchBalance {
+    LaunchCounters launches;
+    FileCounters files;
+    LedgerState events;
+    RunCounters module;
+    bool bFinal = false;  // nothing is on its way any more
+
+    // Programs, scripts and file operations that were told.
+    uint64_t Told() const { return launches.nPrograms + launches.nScripts + files.nTold; }
+    // Of these: in a batch in the making.
+    uint64_t Batched() const { return launches.nBatched + files.nBatched; }
+    // Of the messages that the router took: events of those whose delivery was not refused.
+    uint64_t Delivered() const { return events.nSent - events.nRefused; }
+    // Queries that no answer is due for or was given to.
+    uint64_t Outstanding() const;
+    // Launches, file operations, events and queries that no cause was found for.
+    uint64_t Unexplained() const;
+};
+
+#endif

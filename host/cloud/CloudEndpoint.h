@@ -1,0 +1,57 @@
+// The cloud of this host: takes the module's queries, asks the verdict service and answers
+// through the same router.
+//
+// Threads: OnMessage on the transport thread of its lane; answers end on the module's.
+// Errors: whatever is wrong with a query is told to the observer, nothing throws.
+// Ownership: router, service, keys and observer must outlive it.
+#ifndef HOST_CLOUD_CLOUDENDPOINT_H
+#define HOST_CLOUD_CLOUDENDPOINT_H
+
+#include <string>
+
+#include "host/cloud/AnsweredKeys.h"
+#include "host/transport/IEndpoint.h"
+#include "host/transport/Router.h"
+#include "host/verdict/VerdictService.h"
+
+struct CloudQuery {
+    std::string strPath;   // the file concerned, as the module names it
+    std::string strFunc;   // "cloudad", "cloudfd", "cloudfs"
+    std::string strKey;    // SHA-1 and MD5 of the program; "" when no answer is wanted
+    std::string strEvent;  // what happened: "CreateProcess", "FileCreate", ...
+};
+
+enum QueryFate {
+    QUERY_ANSWERED,       // the answer is on its way
+    QUERY_KNOWN,          // not answered: the module has, or is getting, the answer for this key
+    QUERY_NO_KEY,         // not answered: it names no key
+    QUERY_UNREADABLE,     // no query at all
+    QUERY_NOT_DELIVERED,  // the router did not take the answer
+};
+
+class ICloudObserver {
+public:
+    virtual ~ICloudObserver() = default;
+    // [transport] One query and what became of it. verdict is what the service says of the key.
+    virtual void OnQuery(const CloudQuery& query, QueryFate eFate, const Verdict& verdict) = 0;
+};
+
+class CloudEndpoint : public IEndpoint {
+public:
+    CloudEndpoint(Router& router, const VerdictService& service, AnsweredKeys& keys,
+                  ICloudObserver& observer);
+
+    std::string OnMessage(const Guid& sender, int64_t nMsgType,
+                          const std::string& strBody) override;
+
+private:
+    QueryFate Answer(const CloudQuery& query, const Verdict& verdict);
+
+    Router& m_router;
+    const VerdictService& m_service;
+    AnsweredKeys& m_keys;
+    ICloudObserver& m_observer;
+    const Guid m_identity;
+};
+
+#endif

@@ -1,0 +1,83 @@
+#include "host/command/DoctorCommand.h"
+
+#include <algorithm>
+#include <ctime>
+#include <string>
+#include <vector>
+
+#include "host/base/ExitCodes.h"
+#include "host/base/Output.h"
+#include "host/base/Text.h"
+#include "host/doctor/Doctor.h"
+
+namespace {
+
+constexpr const char* WORDS[] = {"ok", "warning", "failed"};
+constexpr Output::Colour COLOURS[] = {Output::COLOUR_GREEN, Output::COLOUR_YELLOW,
+                                      Output::COLOUR_RED};
+constexpr size_t STATE_WIDTH = 9;
+
+std::string Padded(const std::string& strText, size_t nWidth) {
+    return strText + std::string(nWidth - std::min(nWidth, strText.size()), ' ');
+}
+
+void ShowJson(Output& output, const std::vector<Finding>& findings) {
+    const auto tmNow = static_cast<int64_t>(time(nullptr));
+    for (const Finding& finding : findings) {
+        JsonObject record;
+        record.Add("event", "check").Add("time", tmNow).Add("check", finding.strCheck);
+        record.Add("state", WORDS[finding.eState]).Add("text", finding.strText);
+        output.Line(record.Add("remedy", finding.strRemedy).Text());
+    }
+}
+
+void ShowText(Output& output, const std::vector<Finding>& findings) {
+    size_t nWidth = 0;
+    for (const Finding& finding : findings) {
+        nWidth = std::max(nWidth, finding.strCheck.size());
+    }
+    for (const Finding& finding : findings) {
+        output.Line(
+            output.Paint(COLOURS[finding.eState], Padded(WORDS[finding.eState], STATE_WIDTH)) +
+            Padded(text::ForTerminal(finding.strCheck), nWidth) + "  " +
+            text::ForTerminal(finding.strText));
+        if (!finding.strRemedy.empty()) {
+            output.Line(std::string(STATE_WIDTH + nWidth + 2, ' ') +
+                        "to do: " + text::ForTerminal(finding.strRemedy));
+        }
+    }
+}
+
+int ExamineNow(const GlobalOptions& options) {
+    Output output;
+    const std::vector<Finding> findings = doctor::Examine(options);
+    int counts[] = {0, 0, 0};
+    for (const Finding& finding : findings) {
+        ++counts[finding.eState];
+    }
+    if (options.bJson) {
+        ShowJson(output, findings);
+        JsonObject record;
+        record.Add("event", "doctor").Add("time", static_cast<int64_t>(time(nullptr)));
+        record.Add("ok", counts[FINDING_OK]).Add("warnings", counts[FINDING_WARNING]);
+        output.Line(record.Add("failed", counts[FINDING_FAILED]).Text());
+    } else {
+        ShowText(output, findings);
+        output.Line(std::to_string(counts[FINDING_OK]) + " ok, " +
+                    std::to_string(counts[FINDING_WARNING]) + " warnings, " +
+                    std::to_string(counts[FINDING_FAILED]) + " failed");
+    }
+    if (output.IsBroken()) {
+        return EXIT_CODE_OUTPUT;
+    }
+    return counts[FINDING_FAILED] > 0 ? EXIT_CODE_DOCTOR : EXIT_CODE_SUCCESS;
+}
+
+}  // namespace
+
+void AddDoctorCommand(Command& program, const GlobalOptions& options, int& nExitCode) {
+    Command command =
+        program.AddCommand("doctor", "Say what works here, what does not, and what to do");
+    command.Footer("Changes nothing. Exit code 0 when nothing failed, else 11.");
+    command.OnRun([&options, &nExitCode] { nExitCode = ExamineNow(options); });
+}

@@ -1,0 +1,102 @@
+#include "host/command/QueueCommand.h"
+
+#include <cstdint>
+#include <limits>
+#include <memory>
+#include <string>
+
+#include "framework/base/Base64Util.h"
+#include "host/command/ViewOutput.h"
+
+namespace {
+
+constexpr size_t PREVIEW_BYTES = 60;
+
+enum Column { COLUMN_ID, COLUMN_CREATETIME, COLUMN_MID, COLUMN_DETAIL };
+
+view::TableView ChannelTable(const GlobalOptions& options) {
+    return {options.ChannelDatabase(), "msgchennal", {"id", "createtime", "mid", "detail"}};
+}
+
+std::string MessageOf(const TableRow& row) {
+    return Base64Util::Base64Decode(row.values[COLUMN_DETAIL].strText);
+}
+
+std::string TableLine(const std::string& strId, const std::string& strQueued,
+                      const std::string& strFor, const std::string& strBytes,
+                      const std::string& strMessage) {
+    return view::Pad(strId, 8) + "  " + view::Pad(strQueued, 19) + "  " + view::Pad(strFor, 17) +
+           "  " + view::Pad(strBytes, 9) + "  " + strMessage;
+}
+
+std::string ToTableLine(const TableRow& row) {
+    const std::string strMessage = MessageOf(row);
+    return TableLine(text::ForTerminal(row.values[COLUMN_ID].strText),
+                     view::TimeText(row.values[COLUMN_CREATETIME].nNumber),
+                     view::AnalyserWord(row.values[COLUMN_MID]),
+                     row.bTooBig ? "-" : std::to_string(strMessage.size()),
+                     row.bTooBig ? "(too big to show)" : view::Preview(strMessage, PREVIEW_BYTES));
+}
+
+std::string ToText(const TableRow& row) {
+    const std::string strMessage = MessageOf(row);
+    return "id       " + text::ForTerminal(row.values[COLUMN_ID].strText) + "\nqueued   " +
+           view::TimeText(row.values[COLUMN_CREATETIME].nNumber) + "\nfor      " +
+           view::AnalyserWord(row.values[COLUMN_MID]) + "\nbytes    " +
+           (row.bTooBig ? "-" : std::to_string(strMessage.size())) + "\nmessage  " +
+           (row.bTooBig ? "(too big to show)" : text::ForTerminal(strMessage));
+}
+
+std::string ToJson(const TableRow& row) {
+    JsonObject json;
+    view::AddNumber(json, "id", row.values[COLUMN_ID].nNumber);
+    view::AddNumber(json, "createtime", row.values[COLUMN_CREATETIME].nNumber);
+    view::AddTime(json, "queued", row.values[COLUMN_CREATETIME].nNumber);
+    view::AddNumber(json, "mid", row.values[COLUMN_MID].nNumber);
+    json.Add("for", view::AnalyserWord(row.values[COLUMN_MID]));
+    if (row.bTooBig) {
+        json.AddJson("bytes", "null").AddJson("message", "null");
+    } else {
+        const std::string strMessage = MessageOf(row);
+        json.Add("bytes", static_cast<uint64_t>(strMessage.size())).Add("message", strMessage);
+    }
+    return json.Text();
+}
+
+void AddList(Command& queue, const GlobalOptions& options, int& nExitCode) {
+    Command list = queue.AddCommand("list", "Show the waiting messages, oldest first");
+    const auto pnLimit = std::make_shared<int64_t>(std::numeric_limits<int64_t>::max());
+    list.AddOption("--limit", *pnLimit, "Show at most N messages (default: all)")
+        .TypeName("N")
+        .Positive();
+    list.OnRun([&options, &nExitCode, pnLimit] {
+        nExitCode = view::List(
+            ChannelTable(options), *pnLimit,
+            options.bJson ? "" : TableLine("ID", "QUEUED", "FOR", "BYTES", "MESSAGE"),
+            options.bJson ? "" : "the queue is empty", options.bJson ? ToJson : ToTableLine);
+    });
+}
+
+void AddShow(Command& queue, const GlobalOptions& options, int& nExitCode) {
+    Command show = queue.AddCommand("show", "Show one message whole");
+    const auto pnId = std::make_shared<int64_t>(0);
+    show.AddOption("ID", *pnId, "The message's number, as 'queue list' shows it").Required();
+    show.OnRun([&options, &nExitCode, pnId] {
+        nExitCode = view::Show(ChannelTable(options), "id", *pnId,
+                               "no message " + std::to_string(*pnId) +
+                                   " is waiting; 'tevmon-host queue list' shows those that are",
+                               options.bJson ? ToJson : ToText);
+    });
+}
+
+}  // namespace
+
+void AddQueueCommand(Command& program, const GlobalOptions& options, int& nExitCode) {
+    Command queue = program.AddCommand("queue", "Look at the messages that wait for analysis");
+    queue.NeedsCommand();  // --json and the like may stand behind the command
+    AddList(queue, options, nExitCode);
+    queue.AddCommand("count", "Print how many messages are waiting").OnRun([&options, &nExitCode] {
+        nExitCode = view::Count(ChannelTable(options), options.bJson);
+    });
+    AddShow(queue, options, nExitCode);
+}

@@ -1,0 +1,195 @@
+#include "host/command/WatchCommand.h"
+
+#include <fcntl.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "host/base/ExitCodes.h"
+#include "host/base/Text.h"
+#include "host/command/RunArguments.h"
+#include "host/kernel/KernelSource.h"
+#include "host/kernel/file/FanotifySensor.h"
+#include "host/kernel/launch/SensorChoice.h"
+#include "host/process/StateDir.h"
+#include "host/report/WatchReport.h"
+
+namespace {
+
+struct WatchArguments {
+    std::shared_ptr<RunArguments> shared = std::make_shared<RunArguments>();
+    std::string strRecord;
+    std::string strMetricsFile;
+    double dMetricsSeconds = 10;
+    bool bPlain = false;
+    std::string strSensor = "auto";
+    std::vector<std::string> aliases;  // "FROM=TO"
+    bool bNoLaunches = false;
+    bool bNoFiles = false;
+    bool bAllFilesystems = false;
+    bool bAllOperations = false;
+    size_t nBatch = 256;
+    int64_t nBatchMs = 200;
+};
+
+constexpr double SETTLE_SECONDS = 60;  // for the module to look at what was sensed last
+
+// Null and nothing said when no recording is wanted; false when it cannot be made.
+bool OpenRecording(const std::string& strFile, std::shared_ptr<FILE>& pRecord) {
+    if (strFile.empty()) {
+        return true;
+    }
+    // Command lines may hold passwords.
+    const int nFd = open(strFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    FILE* const pFile = nFd < 0 ? nullptr : fdopen(nFd, "w");
+    if (pFile == nullptr) {
+        std::fprintf(stderr, "tevmon-host: cannot write %s: %s\n",
+                     text::ForTerminal(strFile).c_str(), std::strerror(errno));
+        return false;
+    }
+    pRecord.reset(pFile, std::fclose);
+    return true;
+}
+
+FilePlaces::Aliases AliasesOf(const std::vector<std::string>& texts) {
+    FilePlaces::Aliases aliases;
+    for (const std::string& strText : texts) {
+        const size_t nEqual = strText.find('=');
+        aliases.emplace_back(strText.substr(0, nEqual), strText.substr(nEqual + 1));
+    }
+    return aliases;
+}
+
+std::string CheckAlias(const std::string& strText) {
+    const size_t nEqual = strText.find("=/");
+    return strText[0] == '/' && nEqual != std::string::npos ? ""
+                                                            : "wants /FROM=/TO, two directories";
+}
+
+std::unique_ptr<IEventSource> MakeSource(const WatchArguments& arguments,
+                                         const GlobalOptions& options, WatchReport& report) {
+    KernelSourceOptions kernel;
+    kernel.pPlaces = std::make_shared<FilePlaces>(AliasesOf(arguments.aliases));
+    kernel.files.bAll = arguments.bAllOperations;
+    kernel.files.nMostOperations = arguments.nBatch;
+    kernel.files.batchTime = std::chrono::milliseconds(arguments.nBatchMs);
+    kernel.launches.nMostLaunches = arguments.nBatch;
+    kernel.launches.batchTime = std::chrono::milliseconds(arguments.nBatchMs);
+    for (const char* const pszBelow : {"", "/data", "/data/db", "/run"}) {
+        kernel.files.ignored.push_back(options.strStateDir + pszBelow);
+    }
+    std::unique_ptr<ILaunchSensor> pLaunches;
+    std::unique_ptr<IFileSensor> pFiles;
+    if (!arguments.bNoLaunches) {
+        pLaunches = MakeSensor(arguments.strSensor);
+    }
+    if (!arguments.bNoFiles) {
+        pFiles = MakeFileSensor(kernel.pPlaces, arguments.bAllFilesystems);
+    }
+    return std::make_unique<KernelSource>(std::move(pLaunches), report, std::move(pFiles), report,
+                                          std::move(kernel));
+}
+
+int WatchNow(const GlobalOptions& options, WatchArguments& arguments) {
+    WatchOptions watch;
+    if (!OpenRecording(StateDir::Absolute(arguments.strRecord), watch.pRecord)) {
+        return EXIT_CODE_INPUT;
+    }
+    watch.strMetricsFile = StateDir::Absolute(arguments.strMetricsFile);
+    watch.bPlain = arguments.bPlain;
+    watch.metricsInterval =
+        std::chrono::milliseconds(static_cast<int64_t>(arguments.dMetricsSeconds * 1000));
+    RunOptions& run = arguments.shared->run;
+    run.strUnit = "batch";
+    run.dSettleSeconds = SETTLE_SECONDS;
+    run.nNoSourceCode = EXIT_CODE_SENSOR;
+    run.bRefuseWhenFull = true;
+    // The session makes the report first and owns both.
+    const auto pReport = std::make_shared<WatchReport*>(nullptr);
+    run.fnMakeReport = [watch, pReport](Output& output, const GlobalOptions& global,
+                                        const VerdictService& service) {
+        auto pMade = std::make_unique<WatchReport>(output, global, service, watch);
+        *pReport = pMade.get();
+        return pMade;
+    };
+    run.fnMakeSource = [pReport, arguments, &options](const SourceRemark&) {
+        return MakeSource(arguments, options, **pReport);
+    };
+    return RunNow(options, *arguments.shared);
+}
+
+void AddReportOptions(Command& command, WatchArguments& arguments) {
+    command
+        .AddOption("--record", arguments.strRecord, "Write every message to this file, for replay")
+        .TypeName("FILE");
+    command.AddFlag("--plain", arguments.bPlain, "Lines, also on a terminal");
+    CommandOption metrics =
+        command.AddOption("--metrics-file", arguments.strMetricsFile,
+                          "Write the balance to this file, in Prometheus' text format");
+    metrics.TypeName("FILE");
+    command
+        .AddOption("--metrics-interval", arguments.dMetricsSeconds,
+                   "Seconds between two of these files")
+        .TypeName("SECONDS")
+        .InRange(0.1, 86400.0)
+        .ShowDefault()
+        .Needs(metrics);
+}
+
+void AddBatchOptions(Command& command, WatchArguments& arguments) {
+    command.AddOption("--batch", arguments.nBatch, "Launches or file operations in one message")
+        .TypeName("N")
+        .InRange(1, 100000)
+        .ShowDefault();
+    command
+        .AddOption("--batch-time", arguments.nBatchMs,
+                   "Milliseconds from the first of them until it is handed over")
+        .TypeName("MS")
+        .InRange(1, 60000)
+        .ShowDefault();
+}
+
+void AddFileOptions(Command& command, WatchArguments& arguments) {
+    const CommandOption noLaunches =
+        command.AddFlag("--no-launches", arguments.bNoLaunches, "Do not watch launches");
+    command.AddFlag("--no-files", arguments.bNoFiles, "Do not watch file operations")
+        .Excludes(noLaunches);
+    command.AddFlag("--all-filesystems", arguments.bAllFilesystems,
+                    "Watch every local file system, not only those that hold watched places");
+    command.AddFlag("--all-operations", arguments.bAllOperations,
+                    "Tell the module every file operation, also what it cannot act on");
+    command
+        .AddOption("--alias", arguments.aliases,
+                   "Tell paths below FROM as paths below TO where that is a watched place; "
+                   "repeatable")
+        .TypeName("FROM=TO")
+        .Check(CheckAlias)
+        .Repeatable();
+}
+
+}  // namespace
+
+void AddWatchCommand(Command& program, const GlobalOptions& options, int& nExitCode) {
+    const auto pArguments = std::make_shared<WatchArguments>();
+    Command command = program.AddCommand(
+        "watch", "Judge the programs that start on this machine and what happens to its files");
+    command.Footer(
+        "Needs root. Without --for it goes on until Ctrl-C. SIGUSR1 has the balance shown.");
+    AddReportOptions(command, *pArguments);
+    command
+        .AddOption("--sensor", pArguments->strSensor,
+                   "What senses launches: auto takes the best that this machine allows")
+        .OneOf(SensorWords());
+    AddFileOptions(command, *pArguments);
+    AddBatchOptions(command, *pArguments);
+    AddRunOptions(command, pArguments->shared);
+    command.OnRun(
+        [pArguments, &options, &nExitCode] { nExitCode = WatchNow(options, *pArguments); });
+}

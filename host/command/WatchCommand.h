@@ -1,0 +1,12 @@
+// The command that judges what this machine does, live.
+#ifndef HOST_COMMAND_WATCHCOMMAND_H
+#define HOST_COMMAND_WATCHCOMMAND_H
+
+#include "host/base/GlobalOptions.h"
+#include "host/command/CommandLine.h"
+
+// Adds the command to program. options is read and nExitCode (ExitCodes.h) set when it runs, so
+// both outlive the parsing of the command line.
+void AddWatchCommand(Command& program, const GlobalOptions& options, int& nExitCode);
+
+#endif

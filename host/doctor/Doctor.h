@@ -1,0 +1,36 @@
+// Looks whether everything that a run needs works on this machine, by trying it.
+//
+// Nothing is made, changed or left behind; a host that works with the state directory is not
+// disturbed.
+//
+// Threads: the control thread. Errors: what goes wrong is a finding; nothing throws but
+//   std::bad_alloc.
+#ifndef HOST_DOCTOR_DOCTOR_H
+#define HOST_DOCTOR_DOCTOR_H
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "host/base/GlobalOptions.h"
+#include "host/doctor/Finding.h"
+
+namespace doctor {
+
+// All checks, in the order in which a user would mend things.
+std::vector<Finding> Examine(const GlobalOptions& options);
+
+// Single ones. nEffective is the set of capabilities as /proc/self/status has it.
+Finding OfPrivilege(uint64_t nEffective);
+Finding OfKernel(const std::string& strRelease);
+Finding OfClock(int64_t tmNow, int64_t tmNewestFile);  // 0: there is no file
+Finding OfSpace(const std::string& strPlace, uint64_t nFreeBytes, uint64_t nFreeInodes,
+                uint64_t nInodes);
+Finding OfStateDirectory(const std::string& strPath);
+Finding OfDatabase(const std::string& strFile);
+Finding OfModule(const std::string& strFile);
+Finding OfPackages(const std::string& strInfoDir);
+
+}  // namespace doctor
+
+#endif

@@ -1,0 +1,118 @@
+#include "host/doctor/DoctorSensors.h"
+
+#include <fcntl.h>
+#include <sys/fanotify.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <set>
+#include <sstream>
+
+#include "host/base/MountTable.h"
+#include "host/event/FilePlaces.h"
+#include "host/kernel/file/FanotifySensor.h"
+#include "host/kernel/launch/SensorChoice.h"
+
+namespace doctor {
+
+namespace {
+
+std::vector<Finding> OfFileSensor() {
+    const std::unique_ptr<IFileSensor> pSensor =
+        MakeFileSensor(std::make_shared<FilePlaces>(), false);
+    std::string strError;
+    if (!pSensor->Open(strError)) {
+        return {{FINDING_FAILED, "file operations", strError, "watch --no-files goes without"}};
+    }
+    return {{FINDING_OK, "file operations", "fanotify tells them", ""}};
+}
+
+// One mark on each file system that holds a watched place; they go with the group.
+std::vector<Finding> OfMarks() {
+    std::vector<Finding> findings;
+    const int nGroup = fanotify_init(FAN_CLASS_NOTIF | FAN_CLOEXEC | FAN_REPORT_DFID_NAME, 0);
+    if (nGroup < 0) {
+        return findings;  // the file sensor's own finding says why
+    }
+    std::ifstream file("/proc/self/mountinfo");
+    std::ostringstream text;
+    text << file.rdbuf();
+    const std::vector<MountEntry> mounts = mount_table::Parse(text.str());
+    FilePlaces places;
+    places.Resolve();
+    std::set<uint32_t> devices;
+    for (const FilePlaces::Directory& place : places.Directories()) {
+        const MountEntry* const pMount = mount_table::MountOf(mounts, place.strPath);
+        if (pMount == nullptr || !devices.insert(pMount->nDevice).second) {
+            continue;
+        }
+        const int nResult =
+            fanotify_mark(nGroup, FAN_MARK_ADD | FAN_MARK_FILESYSTEM, FAN_CREATE | FAN_ONDIR,
+                          AT_FDCWD, pMount->strPoint.c_str());
+        findings.push_back(OfMark(pMount->strPoint, pMount->strType, nResult == 0 ? 0 : errno));
+    }
+    close(nGroup);
+    return findings;
+}
+
+}  // namespace
+
+std::vector<Finding> OfLaunchSensors(
+    const std::vector<std::pair<std::string, std::string>>& attempts) {
+    bool bAny = false;
+    for (const auto& [strWord, strRefusal] : attempts) {
+        bAny = bAny || strRefusal.empty();
+    }
+    std::vector<Finding> findings;
+    bool bBetter = false;  // one before it works, so it is not needed
+    for (const auto& [strWord, strRefusal] : attempts) {
+        if (strRefusal.empty()) {
+            findings.push_back({FINDING_OK, "launches by " + strWord, "works", ""});
+            bBetter = true;
+        } else {
+            const FindingState eLacking = bBetter ? FINDING_OK : FINDING_WARNING;
+            findings.push_back({bAny ? eLacking : FINDING_FAILED, "launches by " + strWord,
+                                (bBetter ? "not needed; " : "") + strRefusal,
+                                bBetter ? "" : "what it says; watch uses the next that works"});
+        }
+    }
+    return findings;
+}
+
+Finding OfMark(const std::string& strPoint, const std::string& strType, int nError) {
+    const std::string strCheck = "file system " + strPoint;
+    if (nError == 0) {
+        return {FINDING_OK, strCheck, strType + ", can be watched whole", ""};
+    }
+    const std::string strReason = strType + ", cannot be watched whole: " + std::strerror(nError);
+    if (nError == EPERM) {
+        return {FINDING_FAILED, strCheck, strReason, "run as root or with CAP_SYS_ADMIN"};
+    }
+    return {FINDING_WARNING, strCheck,
+            strReason + "; only the watched directories that are there are told",
+            "put the watched places on a file system such as ext4 or xfs"};
+}
+
+std::vector<Finding> OfSensors() {
+    std::vector<std::pair<std::string, std::string>> attempts;
+    for (const std::string& strWord : SensorWords()) {
+        if (strWord == "auto") {
+            continue;
+        }
+        const std::unique_ptr<ILaunchSensor> pSensor = MakeSensor(strWord);
+        std::string strError;
+        const bool bOpen = pSensor->Open(strError);
+        attempts.emplace_back(strWord, bOpen ? "" : strError);
+    }
+    std::vector<Finding> findings = OfLaunchSensors(attempts);
+    for (const std::vector<Finding>& more : {OfFileSensor(), OfMarks()}) {
+        findings.insert(findings.end(), more.begin(), more.end());
+    }
+    return findings;
+}
+
+}  // namespace doctor

@@ -1,0 +1,100 @@
+#include "host/event/EventMessage.h"
+
+#include "host/base/JsonRead.h"
+#include "host/base/MountTable.h"
+#include "host/base/Text.h"
+
+namespace event_message {
+
+namespace {
+
+// The module stores a message once for each tagged element, whatever the queue's bound.
+constexpr uint64_t MOST_STORED = 512 << 20;
+
+}  // namespace
+
+bool IsUsable(const std::string& strBody, uint64_t& nCopies, uint64_t& nEvents,
+              std::string& strReason) {
+    nCopies = 0;
+    nEvents = 0;
+    Json::Value jsonRoot;
+    if (!json_read::Parse(strBody, jsonRoot)) {
+        strReason = "not a JSON text";
+        return false;
+    }
+    if (!jsonRoot.isObject()) {
+        strReason = "not a JSON object";
+        return false;
+    }
+    const Json::Value* const pParam = json_read::Member(jsonRoot, "param");
+    if (pParam == nullptr || !pParam->isArray()) {
+        strReason = "no array \"param\"";
+        return false;
+    }
+    for (const Json::Value& jsonElement : *pParam) {
+        const std::string strContext = json_read::Text(jsonElement, "context");
+        const bool bKnown = strContext == "cloudad" || strContext == "cloudfd";
+        nCopies += bKnown && json_read::Text(jsonElement, "grup") == "cloudquery" ? 1 : 0;
+    }
+    if (nCopies == 0) {
+        strReason = "no element with \"grup\" \"cloudquery\" and a known \"context\"";
+        return false;
+    }
+    nEvents = nCopies * pParam->size();
+    if (nCopies > 1 && nCopies * strBody.size() > MOST_STORED) {
+        strReason = "would be stored " + std::to_string(nCopies) + " times, " +
+                    text::Bytes(nCopies * strBody.size()) + " in all";
+        nCopies = 0;
+        nEvents = 0;
+        return false;
+    }
+    return true;
+}
+
+std::string ProcessCreations(const std::vector<std::string>& paths) {
+    std::vector<Creation> creations;
+    creations.reserve(paths.size());
+    for (const std::string& strPath : paths) {
+        creations.push_back({strPath, strPath, 0});
+    }
+    return CreationsOf(creations);
+}
+
+std::string CreationsOf(const std::vector<Creation>& creations) {
+    std::string strElements;
+    for (const Creation& creation : creations) {
+        JsonObject element;
+        if (strElements.empty()) {
+            element.Add("grup", "cloudquery").Add("context", "cloudad");
+        }
+        element.AddJson("path", text::JsonQuote(creation.strPath, text::BAD_BYTES_KEEP));
+        element.AddJson("cmd", text::JsonQuote(creation.strCommand, text::BAD_BYTES_KEEP));
+        element.Add("pid", static_cast<uint64_t>(creation.nPid));
+        strElements += (strElements.empty() ? "" : ",") + element.Text();
+    }
+    return strElements.empty() ? "" : "{\"param\":[" + strElements + "]}";
+}
+
+std::string OperationsOf(const std::vector<FileOperation>& operations) {
+    static const char* const ACTS[] = {"create", "write", "rename", "remove"};
+    std::string strElements;
+    for (const FileOperation& operation : operations) {
+        JsonObject element;
+        if (strElements.empty()) {
+            element.Add("grup", "cloudquery").Add("context", "cloudfd");
+        }
+        element.AddJson("path", text::JsonQuote(operation.strPath, text::BAD_BYTES_KEEP));
+        element.Add("optertion", ACTS[operation.eAct]);  // spelled so
+        element.AddJson("exe_path", text::JsonQuote(operation.strProgram, text::BAD_BYTES_KEEP));
+        element.Add("exe_pid", static_cast<uint64_t>(operation.nPid));
+        // The module reads 32 bits with a sign.
+        element.Add("ino", operation.nInode <= INT32_MAX ? operation.nInode : uint64_t{0});
+        element.Add("disk_type", mount_table::DiskType(operation.strFsType));
+        element.Add("fs_type", operation.strFsType).Add("result", "0");
+        element.Add("time", operation.tmWhen);
+        strElements += (strElements.empty() ? "" : ",") + element.Text();
+    }
+    return strElements.empty() ? "" : "{\"param\":[" + strElements + "]}";
+}
+
+}  // namespace event_message

@@ -1,0 +1,59 @@
+// What happens to files on this machine, as the kernel tells it, and who is told of it.
+#ifndef HOST_EVENT_FILEOPERATION_H
+#define HOST_EVENT_FILEOPERATION_H
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "host/event/IEventSource.h"
+
+enum FileAct { FILE_CREATE, FILE_WRITE, FILE_RENAME, FILE_REMOVE };
+
+struct FileOperation {
+    FileAct eAct = FILE_CREATE;
+    std::string strPath;         // of a rename: the old one
+    std::string strProgram;      // leads to the acting program's file; "" when no path does
+    std::string strProgramName;  // as the kernel spells it; for people
+    std::string strFsType;
+    uint64_t nInode = 0;  // 0: not known
+    uint32_t nPid = 0;
+    bool bPlace = false;  // in a place that the module watches, by its spelling
+    bool bPipe = false;   // a created named pipe
+    int64_t tmWhen = 0;   // when it was read
+};
+
+struct FileCounters {
+    uint64_t nSensed = 0;        // operations that the kernel told, and those made of them
+    uint64_t nOwn = 0;           // of these: the host's own process
+    uint64_t nElsewhere = 0;     // of these: in no watched place and no pipe; not told
+    uint64_t nUnresolvable = 0;  // of these: no path, their directory is gone
+    uint64_t nTold = 0;          // of these: told
+    uint64_t nBatched = 0;       // told and in the batch in the making
+    uint64_t nNoProgram = 0;     // told without the acting program
+    uint64_t nOverflows = 0;     // times that the kernel's queue was full; what it lost is unknown
+    uint64_t nBroken = 0;        // pieces of what the kernel told that are no event
+    uint64_t nEvents = 0;        // that the kernel told; some hold several operations, some none
+    uint64_t nSenseMicros = 0;   // processor time for all of it, until it is told
+
+    // Sensed, and neither told nor counted for a reason.
+    uint64_t Waiting() const {
+        const uint64_t nKnown = nOwn + nElsewhere + nUnresolvable + nTold;
+        return nSensed > nKnown ? nSensed - nKnown : 0;
+    }
+};
+
+class IFileObserver {
+public:
+    virtual ~IFileObserver() = default;
+    virtual void OnOperation(const FileOperation& operation) = 0;
+    // The kernel's queue was full nTimes more, nTotal since the start.
+    virtual void OnOverflow(uint64_t nTimes, uint64_t nTotal) = 0;
+    // The batch that Next is about to hand out and what is in it.
+    virtual void OnOperations(const EventBatch& batch, std::vector<FileOperation> operations) = 0;
+    virtual void OnFileCounters(const FileCounters& counters) = 0;
+    // A place or file system that cannot be watched, or as a part only; a mount that came or went.
+    virtual void OnNotice(const std::string& strText) = 0;
+};
+
+#endif

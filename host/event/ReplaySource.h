@@ -1,0 +1,51 @@
+// Replays a recording: one whole message a line.
+//
+// Threads, Errors: as IEventSource.
+#ifndef HOST_EVENT_REPLAYSOURCE_H
+#define HOST_EVENT_REPLAYSOURCE_H
+
+#include <atomic>
+#include <string>
+
+#include "host/event/IEventSource.h"
+
+class ReplaySource : public IEventSource {
+public:
+    // A longer line is not held in memory; it counts as unusable.
+    static constexpr size_t LONGEST_LINE = 16 * 1024 * 1024;
+
+    // strFile, or "-" for standard input.
+    ReplaySource(std::string strFile, SourceRemark fnRemark);
+    ~ReplaySource() override;
+
+    ReplaySource(const ReplaySource&) = delete;
+    ReplaySource& operator=(const ReplaySource&) = delete;
+
+    bool Start(std::string& strError) override;
+    SourceResult Next(EventBatch& batch, std::chrono::milliseconds wait) override;
+    void Stop() override;
+    SourceCounters Counters() const override { return m_counters; }
+    std::string Name() const override;
+
+private:
+    enum LineResult { LINE_WHOLE, LINE_TOO_LONG, LINE_NOT_YET };
+
+    LineResult TakeLine(std::string& strLine);
+    SourceResult Fill(std::chrono::steady_clock::time_point due);
+    bool MakeBatch(LineResult eLine, std::string& strLine, EventBatch& batch);
+
+    const std::string m_strFile;
+    const SourceRemark m_fnRemark;
+    int m_nFile = -1;
+    int m_nWake = -1;  // an eventfd that Stop writes
+    std::atomic<bool> m_bStopped{false};
+    std::string m_strBuffer;   // read and not yet taken
+    size_t m_nTaken = 0;       // bytes of it that were
+    size_t m_nSearched = 0;    // bytes of it that hold no further line feed
+    bool m_bSkipping = false;  // inside a line that is too long
+    bool m_bFileEnded = false;
+    uint64_t m_nLine = 0;
+    SourceCounters m_counters;
+};
+
+#endif

@@ -1,0 +1,184 @@
+#include "host/kernel/KernelSource.h"
+
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+namespace {
+
+using std::chrono::milliseconds;
+
+// After the sensor was detached it may still be at work on another processor for a moment.
+constexpr milliseconds LAST_RECORDS(200);
+
+}  // namespace
+
+KernelSource::KernelSource(std::unique_ptr<ILaunchSensor> pLaunches,
+                           ILaunchObserver& launchObserver, std::unique_ptr<IFileSensor> pFiles,
+                           IFileObserver& fileObserver, KernelSourceOptions options)
+    : m_options(std::move(options)),
+      m_fileObserver(fileObserver),
+      m_images(m_options.launches.fnLook) {
+    if (pLaunches != nullptr) {
+        m_pLaunches = std::make_unique<LaunchSource>(std::move(pLaunches), launchObserver, m_images,
+                                                     m_options.launches);
+    }
+    if (pFiles != nullptr) {
+        m_pFiles = std::make_unique<FileSource>(std::move(pFiles), fileObserver, *m_options.pPlaces,
+                                                m_images, m_options.files);
+    }
+}
+
+KernelSource::~KernelSource() {
+    if (m_nWake >= 0) {
+        close(m_nWake);
+    }
+}
+
+bool KernelSource::Start(std::string& strError) {
+    m_nWake = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    if (m_nWake < 0) {
+        strError = std::string("cannot make an eventfd: ") + std::strerror(errno);
+        return false;
+    }
+    if (m_pLaunches != nullptr && !m_pLaunches->Open(strError)) {
+        return false;
+    }
+    std::string strRefused;
+    if (m_pFiles != nullptr && !m_pFiles->Open(strRefused)) {
+        m_pFiles.reset();
+        if (m_pLaunches == nullptr) {
+            strError = strRefused;
+            return false;
+        }
+        m_strNotice = strRefused + "; watching launches only";
+    }
+    if (m_pLaunches != nullptr && m_pFiles != nullptr) {
+        m_images.Seed();
+        m_pLaunches->Drain();  // starts that no opening was told of
+        m_images.CatchUp();
+        m_images.SetTellsStarts(
+            [this](uint32_t nDevice) { return m_pFiles->TellsStarts(nDevice); });
+    }
+    return true;
+}
+
+void KernelSource::Stop() {
+    m_bStopped = true;
+    const uint64_t nOne = 1;
+    (void)!write(m_nWake, &nOne, sizeof(nOne));  // full means that it is awake already
+}
+
+// The host's own directories are there by now, and its observers ready.
+void KernelSource::Begin() {
+    if (std::exchange(m_bBegun, true)) {
+        return;
+    }
+    if (!m_strNotice.empty()) {
+        m_fileObserver.OnNotice(m_strNotice);
+    }
+    if (m_pFiles != nullptr) {
+        m_pFiles->Ignore();
+    }
+}
+
+SourceResult KernelSource::Next(EventBatch& batch, milliseconds wait) {
+    Begin();
+    const auto due = Clock::now() + wait;
+    while (!m_bStopped) {
+        if (m_pFiles != nullptr) {
+            (void)m_pFiles->Read();  // between two batches as well: the kernel's queue is small
+        }
+        if (HandOut(batch, false)) {
+            return SOURCE_BATCH;
+        }
+        const bool bBusy = Look(false);
+        if (HandOut(batch, false)) {
+            return SOURCE_BATCH;
+        }
+        if (Clock::now() >= due) {
+            return SOURCE_NOTHING_YET;
+        }
+        Sleep(bBusy, due);
+    }
+    return Rest(batch);
+}
+
+// True when there was something, so that more is likely.
+bool KernelSource::Look(bool bLast) {
+    m_images.Tick(Clock::now());
+    const bool bFiles = m_pFiles != nullptr && m_pFiles->Read();
+    if (m_pLaunches != nullptr) {
+        m_pLaunches->Drain();
+        m_pLaunches->TakeCounts(bLast);
+    }
+    if (m_pFiles != nullptr) {
+        do {
+            m_pFiles->Resolve();
+        } while (m_pFiles->IsHolding() && !m_pFiles->HasBatch(Clock::now(), false));
+        m_pFiles->TakeCounts(bLast);
+    }
+    return bFiles;
+}
+
+// While something happens it is gathered, so that not every event wakes the host; at rest the
+// first file operation ends the sleep. The ring wakes nobody and is looked into.
+void KernelSource::Sleep(bool bBusy, Clock::time_point due) const {
+    pollfd fds[] = {{m_nWake, POLLIN, 0}, {-1, POLLIN, 0}};
+    if (m_pFiles != nullptr && !bBusy) {
+        fds[1].fd = m_pFiles->Descriptor();
+    }
+    const bool bMaking = m_pFiles != nullptr && m_pFiles->IsMaking();
+    milliseconds sleep = bBusy ? m_options.gather : m_options.look;
+    if (m_pLaunches == nullptr && !bMaking && !bBusy) {
+        sleep = std::max(std::chrono::duration_cast<milliseconds>(due - Clock::now()), sleep);
+    }
+    (void)poll(fds, 2, static_cast<int>(sleep.count()));  // a signal: look earlier
+}
+
+bool KernelSource::HandOut(EventBatch& batch, bool bAny) {
+    const auto now = Clock::now();
+    const uint64_t nNumber = m_counters.nBatches + 1;
+    // The launch of a program before what it did to files.
+    if (m_pLaunches != nullptr && m_pLaunches->HasBatch(now, bAny)) {
+        m_pLaunches->HandOut(batch, nNumber);
+    } else if (m_pFiles != nullptr && m_pFiles->HasBatch(now, bAny)) {
+        m_pFiles->HandOut(batch, nNumber);
+    } else {
+        return false;
+    }
+    ++m_counters.nBatches;
+    m_counters.nEvents += batch.nEvents;
+    m_counters.nUnusable = (m_pLaunches == nullptr ? 0 : m_pLaunches->Counters().nUnresolvable) +
+                           (m_pFiles == nullptr ? 0 : m_pFiles->Counters().nUnresolvable);
+    return true;
+}
+
+// What was sensed before the stop.
+SourceResult KernelSource::Rest(EventBatch& batch) {
+    if (!std::exchange(m_bDetached, true)) {
+        if (m_pLaunches != nullptr) {
+            m_pLaunches->Detach();
+        }
+        if (m_pFiles != nullptr) {
+            m_pFiles->Detach();
+        }
+    }
+    const auto due = Clock::now() + LAST_RECORDS;
+    for (;;) {
+        if (HandOut(batch, false)) {
+            return SOURCE_BATCH;
+        }
+        const bool bFiles = Look(true);
+        const bool bLaunches = m_pLaunches != nullptr && m_pLaunches->Counters().Waiting() > 0 &&
+                               Clock::now() < due && poll(nullptr, 0, 1) == 0;
+        if (!bFiles && !bLaunches) {
+            return HandOut(batch, true) ? SOURCE_BATCH : SOURCE_END;
+        }
+    }
+}

@@ -1,0 +1,70 @@
+// What this machine does, as its kernel tells it: launches and file operations, in batches of one
+// kind each, numbered from one counter.
+//
+// Both come from one thread, in this order: read file operations, take every launch until then,
+// find out who did what. A file operation of a program is thus never looked at before its launch.
+//
+// Threads: as IEventSource; the observers are called on the thread that calls Start and Next.
+// Errors: Start's text says what is missing. Where only the file operations are refused it goes on
+//   without them, and says so.
+// Ownership: owns the sensors; the observers must outlive it.
+#ifndef HOST_KERNEL_KERNELSOURCE_H
+#define HOST_KERNEL_KERNELSOURCE_H
+
+#include <atomic>
+#include <chrono>
+#include <memory>
+#include <string>
+
+#include "host/event/IEventSource.h"
+#include "host/kernel/file/FileSource.h"
+#include "host/kernel/launch/LaunchSource.h"
+
+struct KernelSourceOptions {
+    std::chrono::milliseconds look{15};   // between two looks into the ring
+    std::chrono::milliseconds gather{5};  // between two looks while something happens
+    std::shared_ptr<FilePlaces> pPlaces = std::make_shared<FilePlaces>();
+    LaunchSourceOptions launches;
+    FileSourceOptions files;
+};
+
+class KernelSource : public IEventSource {
+public:
+    // A sensor that is null is left out, with its observer's calls.
+    KernelSource(std::unique_ptr<ILaunchSensor> pLaunches, ILaunchObserver& launchObserver,
+                 std::unique_ptr<IFileSensor> pFiles, IFileObserver& fileObserver,
+                 KernelSourceOptions options = {});
+    ~KernelSource() override;
+
+    KernelSource(const KernelSource&) = delete;
+    KernelSource& operator=(const KernelSource&) = delete;
+
+    bool Start(std::string& strError) override;
+    SourceResult Next(EventBatch& batch, std::chrono::milliseconds wait) override;
+    void Stop() override;
+    SourceCounters Counters() const override { return m_counters; }
+    std::string Name() const override { return "the kernel of this machine"; }
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    void Begin();
+    bool Look(bool bLast);
+    bool HandOut(EventBatch& batch, bool bAny);
+    void Sleep(bool bBusy, Clock::time_point due) const;
+    SourceResult Rest(EventBatch& batch);
+
+    const KernelSourceOptions m_options;
+    IFileObserver& m_fileObserver;
+    ImageTable m_images;
+    std::unique_ptr<LaunchSource> m_pLaunches;
+    std::unique_ptr<FileSource> m_pFiles;
+    int m_nWake = -1;  // an eventfd that Stop writes
+    std::atomic<bool> m_bStopped{false};
+    bool m_bBegun = false;
+    bool m_bDetached = false;
+    std::string m_strNotice;  // to be told when the run has begun
+    SourceCounters m_counters;
+};
+
+#endif

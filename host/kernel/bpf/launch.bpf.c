@@ -1,0 +1,219 @@
+/* SPDX-License-Identifier: GPL-2.0-only OR BSD-2-Clause */
+/* Tells every start, copy and end of a process, from raw tracepoints, into one ring buffer. The
+ * ring wakes nobody up; its reader looks into it every few milliseconds. */
+#include "host/kernel/bpf/kernel_types.h"
+
+#include <bpf/bpf_core_read.h>
+#include <bpf/bpf_helpers.h>
+
+#include "host/kernel/bpf/launch_record.h"
+
+/* The helpers that read kernel memory refuse programs that do not offer GPL terms. */
+char LICENSE[] SEC("license") = "Dual BSD/GPL";
+
+#define TEXT_MASK 0x7fff
+#define NAME_MOST 256
+#define INVOKED_MOST 4096
+#define WALK_STEPS 80
+#define WALK_BYTES 4096
+
+/* One record in the making. The walk keeps its state in here and not in registers: only then does
+ * the verifier see the same state in every round. Texts are written at offsets up to TEXT_MASK and
+ * may be as long again; the room behind is for that. */
+struct scratch {
+    __u32 offset;
+    __u32 walk_start;
+    __u64 walk_dentry;
+    __u64 walk_mount;
+    struct launch_record record;
+    char texts[LAUNCH_TEXTS_MOST];
+};
+
+struct {
+    __uint(type, BPF_MAP_TYPE_RINGBUF);
+    __uint(max_entries, 8 << 20);
+} ring SEC(".maps");
+
+/* One element a processor; the loader sets how many. A per-processor map refuses this size. */
+struct {
+    __uint(type, BPF_MAP_TYPE_ARRAY);
+    __uint(max_entries, 1);
+    __type(key, __u32);
+    __uint(value_size, sizeof(struct scratch));
+} scratches SEC(".maps");
+
+struct {
+    __uint(type, BPF_MAP_TYPE_PERCPU_ARRAY);
+    __uint(max_entries, LAUNCH_COUNTS);
+    __type(key, __u32);
+    __type(value, __u64);
+} counts SEC(".maps");
+
+static __always_inline void count(__u32 which) {
+    __u64* value = bpf_map_lookup_elem(&counts, &which);
+    if (value) {
+        (*value)++;
+    }
+}
+
+/* Appends the names from path up to the root of its mount namespace; the length in bytes. */
+static __noinline __u32 walk(struct scratch* s, const struct path* path) {
+    struct dentry* dentry = BPF_CORE_READ(path, dentry);
+    struct vfsmount* vfsmount = BPF_CORE_READ(path, mnt);
+    s->walk_start = s->offset;
+    s->walk_dentry = (__u64)dentry;
+    s->walk_mount = (__u64)vfsmount - bpf_core_field_offset(struct mount, mnt);
+    for (int i = 0; i < WALK_STEPS; i++) {
+        dentry = (struct dentry*)s->walk_dentry;
+        struct mount* mount = (struct mount*)s->walk_mount;
+        struct dentry* parent = BPF_CORE_READ(dentry, d_parent);
+        if (dentry == BPF_CORE_READ(mount, mnt.mnt_root)) {
+            struct mount* above = BPF_CORE_READ(mount, mnt_parent);
+            if (above == mount) {
+                return s->offset - s->walk_start;
+            }
+            s->walk_dentry = (__u64)BPF_CORE_READ(mount, mnt_mountpoint);
+            s->walk_mount = (__u64)above;
+            continue;
+        }
+        if (dentry == parent) { /* stands in no tree: a memfd, a pipe */
+            return s->offset - s->walk_start;
+        }
+        __u32 offset = s->offset;
+        if (offset - s->walk_start > WALK_BYTES) {
+            break;
+        }
+        long length = bpf_probe_read_kernel_str(&s->texts[offset & TEXT_MASK], NAME_MOST,
+                                                BPF_CORE_READ(dentry, d_name.name));
+        if (length > 0) {
+            s->offset = offset + (length & 0x1ff);
+        }
+        s->walk_dentry = (__u64)parent;
+    }
+    s->record.flags |= LAUNCH_PATH_CUT;
+    return s->offset - s->walk_start;
+}
+
+/* Appends a text of the kernel; its length with the NUL. */
+static __always_inline __u32 append(struct scratch* s, const char* text) {
+    __u32 offset = s->offset;
+    long length = bpf_probe_read_kernel_str(&s->texts[offset & TEXT_MASK], INVOKED_MOST, text);
+    if (length <= 0) {
+        return 0;
+    }
+    s->offset = offset + (length & 0x1fff);
+    return length & 0x1fff;
+}
+
+static __always_inline int is_relative(struct scratch* s, __u32 length) {
+    return length == 0 || s->texts[(s->offset - length) & TEXT_MASK] != '/';
+}
+
+static __always_inline void read_file(struct scratch* s, struct file* file) {
+    struct inode* inode = BPF_CORE_READ(file, f_inode);
+    s->record.inode = BPF_CORE_READ(inode, i_ino);
+    s->record.device = BPF_CORE_READ(inode, i_sb, s_dev);
+    s->record.fs_magic = BPF_CORE_READ(inode, i_sb, s_magic);
+    if (BPF_CORE_READ(inode, i_nlink) == 0) {
+        s->record.flags |= LAUNCH_UNLINKED;
+    }
+    s->record.path_length = walk(s, &file->f_path);
+}
+
+/* A mount of another namespace than the task's, or of none: its path leads elsewhere here. */
+static __always_inline int is_foreign(struct task_struct* task, struct vfsmount* vfsmount) {
+    struct mount* mount = (void*)vfsmount - bpf_core_field_offset(struct mount, mnt);
+    return BPF_CORE_READ(mount, mnt_ns) != BPF_CORE_READ(task, nsproxy, mnt_ns);
+}
+
+static __always_inline void read_names(struct scratch* s, struct task_struct* task,
+                                       struct linux_binprm* binprm) {
+    const char* filename = BPF_CORE_READ(binprm, filename);
+    const char* interp = BPF_CORE_READ(binprm, interp);
+    s->record.name_length = append(s, filename);
+    int relative = is_relative(s, s->record.name_length);
+    s->record.interp_length = 0;
+    if (interp != filename) {
+        s->record.interp_length = append(s, interp);
+        relative |= is_relative(s, s->record.interp_length);
+    }
+    struct fs_struct* fs = BPF_CORE_READ(task, fs);
+    s->record.cwd_length = relative ? walk(s, &fs->pwd) : 0;
+    if (relative && is_foreign(task, BPF_CORE_READ(fs, pwd.mnt))) {
+        s->record.flags |= LAUNCH_PATH_CUT;
+    }
+    s->record.root_length = walk(s, &fs->root);
+}
+
+static __always_inline void read_args(struct scratch* s, struct task_struct* task) {
+    unsigned long start = BPF_CORE_READ(task, mm, arg_start);
+    __u64 length = BPF_CORE_READ(task, mm, arg_end) - start;
+    if (length > LAUNCH_ARGS_MOST) {
+        length = LAUNCH_ARGS_MOST;
+        s->record.flags |= LAUNCH_ARGS_CUT;
+    }
+    length &= TEXT_MASK;
+    if (bpf_probe_read_user(&s->texts[s->offset & TEXT_MASK], length, (void*)start)) {
+        s->record.flags |= LAUNCH_ARGS_UNREADABLE;
+        length = 0;
+    }
+    s->record.args_length = length;
+}
+
+SEC("raw_tp/sched_process_exec")
+int on_exec(struct bpf_raw_tracepoint_args* ctx) {
+    struct task_struct* task = (struct task_struct*)ctx->args[0];
+    count(LAUNCH_COUNT_SENSED);
+    __u32 processor = bpf_get_smp_processor_id();
+    struct scratch* s = bpf_map_lookup_elem(&scratches, &processor);
+    if (!s) {
+        count(LAUNCH_COUNT_LOST);
+        return 0;
+    }
+    s->offset = 0;
+    s->record.type = LAUNCH_EXEC;
+    s->record.flags = 0;
+    s->record.pid = BPF_CORE_READ(task, tgid);
+    s->record.ppid = BPF_CORE_READ(task, real_parent, tgid);
+    s->record.uid = bpf_get_current_uid_gid();
+    s->record.mount_ns = BPF_CORE_READ(task, nsproxy, mnt_ns, ns.inum);
+    read_file(s, BPF_CORE_READ(task, mm, exe_file));
+    read_names(s, task, (struct linux_binprm*)ctx->args[2]);
+    read_args(s, task);
+    __u64 size =
+        sizeof(s->record) + ((s->offset & TEXT_MASK) + (s->record.args_length & TEXT_MASK));
+    if (bpf_ringbuf_output(&ring, &s->record, size, BPF_RB_NO_WAKEUP)) {
+        count(LAUNCH_COUNT_LOST);
+    }
+    return 0;
+}
+
+static __always_inline void tell(__u32 type, __u32 pid, __u32 ppid) {
+    struct launch_record record = {};
+    record.type = type;
+    record.pid = pid;
+    record.ppid = ppid;
+    if (bpf_ringbuf_output(&ring, &record, sizeof(record), BPF_RB_NO_WAKEUP)) {
+        count(LAUNCH_COUNT_OTHERS_LOST);
+    }
+}
+
+SEC("raw_tp/sched_process_fork")
+int on_fork(struct bpf_raw_tracepoint_args* ctx) {
+    struct task_struct* parent = (struct task_struct*)ctx->args[0];
+    struct task_struct* child = (struct task_struct*)ctx->args[1];
+    __u32 pid = BPF_CORE_READ(child, tgid);
+    if ((__u32)BPF_CORE_READ(child, pid) == pid) { /* no thread */
+        tell(LAUNCH_FORK, pid, BPF_CORE_READ(parent, tgid));
+    }
+    return 0;
+}
+
+SEC("raw_tp/sched_process_exit")
+int on_exit(struct bpf_raw_tracepoint_args* ctx) {
+    struct task_struct* task = (struct task_struct*)ctx->args[0];
+    if (BPF_CORE_READ(task, signal, live.counter) == 0) { /* the last thread */
+        tell(LAUNCH_EXIT, BPF_CORE_READ(task, tgid), 0);
+    }
+    return 0;
+}

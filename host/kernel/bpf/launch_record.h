@@ -1,0 +1,44 @@
+/* SPDX-License-Identifier: GPL-2.0-only OR BSD-2-Clause */
+/* What launch.bpf.c writes for every start, copy and end of a process: this head, then its texts
+ * one after the other in the order of the lengths. Both sides are built for one machine, so byte
+ * order and sizes are its own. */
+#ifndef HOST_KERNEL_BPF_LAUNCH_RECORD_H
+#define HOST_KERNEL_BPF_LAUNCH_RECORD_H
+
+enum { LAUNCH_EXEC = 1, LAUNCH_FORK = 2, LAUNCH_EXIT = 3 };
+
+enum {
+    LAUNCH_ARGS_CUT = 1,        /* more arguments than LAUNCH_ARGS_MOST bytes */
+    LAUNCH_ARGS_UNREADABLE = 2, /* the arguments could not be read; none follow */
+    LAUNCH_PATH_CUT = 4,        /* path, directory or root is incomplete, or the directory is one of
+                                   another mount namespace */
+    LAUNCH_UNLINKED = 8         /* the file has no name any more, or never had one */
+};
+
+enum { LAUNCH_ARGS_MOST = 16384, LAUNCH_TEXTS_MOST = 0x10000 };
+
+/* Which counter stands where in the map "counts". */
+enum { LAUNCH_COUNT_SENSED, LAUNCH_COUNT_LOST, LAUNCH_COUNT_OTHERS_LOST, LAUNCH_COUNTS };
+
+struct launch_record {
+    unsigned long long inode;    /* of the file that was started */
+    unsigned long long fs_magic; /* of its file system */
+    unsigned int device;         /* in the kernel's form: major << 20 | minor */
+    unsigned int mount_ns;       /* number of the mount namespace */
+    unsigned int type;           /* LAUNCH_EXEC; the other two have pid and ppid and no texts */
+    unsigned int pid;
+    unsigned int ppid;
+    unsigned int uid;
+    unsigned int flags;
+    unsigned int args_length;     /* argument vector, each argument ends in a NUL */
+    unsigned short path_length;   /* names from the file up to the root, each ends in a NUL */
+    unsigned short name_length;   /* as invoked, with its NUL; a script where there is one */
+    unsigned short interp_length; /* a script's interpreter as it names it, with its NUL; or 0 */
+    unsigned short cwd_length;    /* like path; only when one of the two names is relative */
+    unsigned short root_length;   /* like path; 0 unless the process has a root of its own */
+    unsigned short reserved[3];
+};
+
+/* The texts stand in the order path, name, interp, cwd, root, args. */
+
+#endif

@@ -1,0 +1,274 @@
+#include "host/kernel/file/FanotifySensor.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/fanotify.h>
+#include <sys/stat.h>
+#include <sys/vfs.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstring>
+#include <utility>
+
+#include "host/kernel/file/FileEvent.h"
+#include "host/kernel/file/FileMarks.h"
+
+namespace {
+
+// Since Linux 5.17; before that a rename is two events that nothing ties together.
+constexpr unsigned REPORT = FAN_CLASS_NOTIF | FAN_CLOEXEC | FAN_NONBLOCK | FAN_REPORT_DFID_NAME |
+                            FAN_REPORT_FID | FAN_REPORT_TARGET_FID;
+constexpr unsigned REPORT_OLD = REPORT & ~static_cast<unsigned>(FAN_REPORT_TARGET_FID);
+constexpr uint64_t EVENTS_COMMON =
+    FAN_CREATE | FAN_DELETE | FAN_CLOSE_WRITE | FAN_OPEN_EXEC | FAN_ONDIR;
+constexpr uint64_t EVENTS = EVENTS_COMMON | FAN_RENAME;
+constexpr uint64_t EVENTS_OLD = EVENTS_COMMON | FAN_MOVED_FROM | FAN_MOVED_TO;
+
+constexpr int HANDLE_ANY = 0x200;  // AT_HANDLE_FID: also one that cannot be opened
+
+// A descriptor that is closed.
+class Fd {
+public:
+    explicit Fd(int nFd = -1) : m_nFd(nFd) {}
+    ~Fd() { Reset(-1); }
+    Fd(const Fd&) = delete;
+    Fd& operator=(const Fd&) = delete;
+    int Get() const { return m_nFd; }
+    void Reset(int nFd) {
+        if (m_nFd >= 0) {
+            (void)close(m_nFd);
+        }
+        m_nFd = nFd;
+    }
+
+private:
+    int m_nFd;
+};
+
+class KernelCalls : public IMarkCalls {
+public:
+    explicit KernelCalls(const Fd& group) : m_group(group) {}
+
+    int Mark(bool bWhole, uint64_t nMask, const std::string& strPath) override {
+        const unsigned nFlags = FAN_MARK_ADD | (bWhole ? FAN_MARK_FILESYSTEM : FAN_MARK_ONLYDIR);
+        return fanotify_mark(m_group.Get(), nFlags, nMask, AT_FDCWD, strPath.c_str()) == 0 ? 0
+                                                                                           : errno;
+    }
+    std::string Mounts() override {
+        std::string strText;
+        const Fd file(open("/proc/self/mountinfo", O_RDONLY | O_CLOEXEC));
+        char szText[16384];
+        for (ssize_t n = 0; (n = read(file.Get(), szText, sizeof(szText))) > 0;) {
+            strText.append(szText, static_cast<size_t>(n));
+        }
+        return strText;
+    }
+    bool IsDirectory(const std::string& strPath) override {
+        struct stat status = {};
+        return lstat(strPath.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+    }
+    std::vector<std::string> DirectoriesIn(const std::string& strPath) override;
+    std::string FsidOf(const std::string& strPath) override {
+        struct statfs status = {};
+        if (statfs(strPath.c_str(), &status) != 0) {
+            return "";
+        }
+        return std::string(reinterpret_cast<const char*>(&status.f_fsid), sizeof(status.f_fsid));
+    }
+    std::string HandleOf(const std::string& strPath) override;
+
+private:
+    const Fd& m_group;
+};
+
+std::vector<std::string> KernelCalls::DirectoriesIn(const std::string& strPath) {
+    std::vector<std::string> names;
+    DIR* const pDir = opendir(strPath.c_str());
+    for (const dirent* pEntry = nullptr; pDir != nullptr && (pEntry = readdir(pDir)) != nullptr;) {
+        const std::string strName = pEntry->d_name;
+        if (strName != "." && strName != ".." && IsDirectory(strPath + "/" + strName)) {
+            names.push_back(strName);
+        }
+    }
+    if (pDir != nullptr) {
+        (void)closedir(pDir);
+    }
+    return names;
+}
+
+std::string KernelCalls::HandleOf(const std::string& strPath) {
+    alignas(file_handle) char szHandle[sizeof(file_handle) + MAX_HANDLE_SZ] = {};
+    auto* const pHandle = reinterpret_cast<file_handle*>(szHandle);
+    int nMount = 0;
+    for (const int nFlags : {0, HANDLE_ANY}) {
+        pHandle->handle_bytes = MAX_HANDLE_SZ;
+        if (name_to_handle_at(AT_FDCWD, strPath.c_str(), pHandle, &nMount, nFlags) == 0) {
+            return FsidOf(strPath) +
+                   std::string(szHandle, sizeof(file_handle) + pHandle->handle_bytes);
+        }
+    }
+    return "";
+}
+
+class FanotifySensor : public IFileSensor {
+public:
+    FanotifySensor(std::shared_ptr<FilePlaces> pPlaces, bool bAll)
+        : m_pPlaces(std::move(pPlaces)), m_bAll(bAll), m_calls(m_group) {}
+
+    bool Open(std::string& strError) override;
+    int Descriptor() const override { return m_group.Get(); }
+    size_t Read(char* pBuffer, size_t nSize) override;
+    void Detach() override;
+    bool Tend() override;
+    void OnDirectory(const std::string& strPath) override { m_pMarks->OnDirectory(strPath); }
+    void Ignore(const std::string& strDirectory) override;
+    std::vector<std::string> TakeNotices() override;
+    std::string PathOf(std::string_view strHandle) override;
+    std::string FsTypeOf(std::string_view strHandle) const override {
+        return m_pMarks->TypeOf(file_handle_key::FileSystem(strHandle),
+                                file_handle_key::IsOverlay(strHandle));
+    }
+    bool TellsStarts(uint32_t nDevice) const override { return m_pMarks->IsWhole(nDevice); }
+
+private:
+    bool MayWatch() const;
+    std::string OpenedPath(std::string_view strHandle) const;
+
+    const std::shared_ptr<FilePlaces> m_pPlaces;
+    const bool m_bAll;
+    Fd m_group;
+    Fd m_mounts;  // readable with POLLPRI after each change
+    KernelCalls m_calls;
+    std::unique_ptr<FileMarks> m_pMarks;
+    uint64_t m_nEvents = EVENTS;
+    std::vector<std::string> m_notices;
+};
+
+std::string Refusal(int nError) {
+    const std::string strText =
+        std::string("the kernel refuses to tell file operations: ") + std::strerror(nError);
+    if (nError == EPERM) {
+        return strText +
+               "; run as root, or with the capabilities CAP_SYS_ADMIN and CAP_DAC_READ_SEARCH";
+    }
+    return strText + "; it needs Linux 5.9 or newer with CONFIG_FANOTIFY, as Debian's kernels are";
+}
+
+// Since Linux 5.13 anybody may have a group, to watch single directories, without process numbers.
+bool FanotifySensor::MayWatch() const {
+    constexpr unsigned WHOLE = FAN_MARK_FILESYSTEM;
+    if (fanotify_mark(m_group.Get(), FAN_MARK_ADD | WHOLE, FAN_OPEN_EXEC, AT_FDCWD, "/") == 0) {
+        (void)fanotify_mark(m_group.Get(), FAN_MARK_REMOVE | WHOLE, FAN_OPEN_EXEC, AT_FDCWD, "/");
+        return true;
+    }
+    return errno != EPERM;
+}
+
+bool FanotifySensor::Open(std::string& strError) {
+    m_group.Reset(fanotify_init(REPORT, O_RDONLY));
+    if (m_group.Get() < 0 && errno == EINVAL) {
+        m_nEvents = EVENTS_OLD;
+        m_group.Reset(fanotify_init(REPORT_OLD, O_RDONLY));
+        m_notices.emplace_back(
+            "this kernel is older than Linux 5.17: a rename is told as two operations, and "
+            "paths below a directory that is removed at once may be missing");
+    }
+    if (m_group.Get() < 0 || !MayWatch()) {
+        strError = Refusal(errno);
+        return false;
+    }
+    m_mounts.Reset(open("/proc/self/mountinfo", O_RDONLY | O_CLOEXEC));
+    m_pMarks = std::make_unique<FileMarks>(m_calls, *m_pPlaces, m_nEvents, m_bAll);
+    m_pMarks->Refresh();
+    if (m_pMarks->IsEmpty()) {
+        strError = "no file system that holds a watched place could be found";
+        return false;
+    }
+    return true;
+}
+
+size_t FanotifySensor::Read(char* pBuffer, size_t nSize) {
+    for (;;) {
+        const ssize_t nRead = read(m_group.Get(), pBuffer, nSize);
+        if (nRead >= 0 || errno != EINTR) {
+            return nRead > 0 ? static_cast<size_t>(nRead) : 0;
+        }
+    }
+}
+
+void FanotifySensor::Detach() {
+    for (const unsigned nKind : {0U, static_cast<unsigned>(FAN_MARK_FILESYSTEM)}) {
+        (void)fanotify_mark(m_group.Get(), FAN_MARK_FLUSH | nKind, 0, AT_FDCWD, "/");
+    }
+}
+
+bool FanotifySensor::Tend() {
+    pollfd fd = {m_mounts.Get(), POLLPRI, 0};
+    if (poll(&fd, 1, 0) <= 0) {
+        return false;
+    }
+    m_pMarks->Refresh();
+    return true;
+}
+
+void FanotifySensor::Ignore(const std::string& strDirectory) {
+    const uint64_t nMask = (m_nEvents & ~static_cast<uint64_t>(FAN_OPEN_EXEC)) | FAN_EVENT_ON_CHILD;
+    if (fanotify_mark(m_group.Get(), FAN_MARK_ADD | FAN_MARK_IGNORE_SURV, nMask, AT_FDCWD,
+                      strDirectory.c_str()) != 0) {
+        // Before Linux 6.0. Refused: its own process number keeps the host's doings out.
+        (void)fanotify_mark(m_group.Get(),
+                            FAN_MARK_ADD | FAN_MARK_IGNORED_MASK | FAN_MARK_IGNORED_SURV_MODIFY,
+                            nMask, AT_FDCWD, strDirectory.c_str());
+    }
+}
+
+std::vector<std::string> FanotifySensor::TakeNotices() {
+    std::vector<std::string> notices = std::exchange(m_notices, {});
+    for (std::string& strNotice : m_pMarks->TakeNotices()) {
+        notices.push_back(std::move(strNotice));
+    }
+    return notices;
+}
+
+std::string FanotifySensor::PathOf(std::string_view strHandle) {
+    std::string strPath = OpenedPath(strHandle);
+    // Not every file system can open a handle.
+    return strPath.empty() ? m_pMarks->MarkedPath(strHandle) : strPath;
+}
+
+// No mount is held open: that would keep it from being unmounted.
+std::string FanotifySensor::OpenedPath(std::string_view strHandle) const {
+    const size_t nHandle = strHandle.size() - file_handle_key::FSID_BYTES;
+    alignas(file_handle) char szHandle[sizeof(file_handle) + MAX_HANDLE_SZ] = {};
+    if (nHandle > sizeof(szHandle)) {
+        return "";
+    }
+    std::memcpy(szHandle, strHandle.data() + file_handle_key::FSID_BYTES, nHandle);
+    Fd directory;
+    for (const std::string& strPoint : m_pMarks->PointsOf(file_handle_key::FileSystem(strHandle),
+                                                          file_handle_key::IsOverlay(strHandle))) {
+        const Fd point(open(strPoint.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        directory.Reset(open_by_handle_at(point.Get(), reinterpret_cast<file_handle*>(szHandle),
+                                          O_PATH | O_CLOEXEC));
+        if (directory.Get() >= 0) {
+            break;
+        }
+    }
+    struct stat status = {};
+    if (directory.Get() < 0 || fstat(directory.Get(), &status) != 0 || status.st_nlink == 0) {
+        return "";
+    }
+    char szPath[PATH_MAX] = "";
+    const std::string strLink = "/proc/self/fd/" + std::to_string(directory.Get());
+    const ssize_t nLength = readlink(strLink.c_str(), szPath, sizeof(szPath));
+    return std::string(szPath, nLength > 0 ? static_cast<size_t>(nLength) : 0);
+}
+
+}  // namespace
+
+std::unique_ptr<IFileSensor> MakeFileSensor(std::shared_ptr<FilePlaces> pPlaces, bool bAll) {
+    return std::make_unique<FanotifySensor>(std::move(pPlaces), bAll);
+}

@@ -1,0 +1,18 @@
+// The kernel's side of the file operations: one fanotify group that is told and never asked, so
+// that a host that stands still does not stop the machine.
+//
+// The kernel keeps at most fs.fanotify.max_queued_events events (16,384 unless set otherwise) for
+// it. Without that bound a host that stands still would take the machine's memory instead; what
+// finds no room is lost, and the kernel tells that it was.
+#ifndef HOST_KERNEL_FILE_FANOTIFYSENSOR_H
+#define HOST_KERNEL_FILE_FANOTIFYSENSOR_H
+
+#include <memory>
+
+#include "host/event/FilePlaces.h"
+#include "host/kernel/file/IFileSensor.h"
+
+// Never null. bAll: every local file system.
+std::unique_ptr<IFileSensor> MakeFileSensor(std::shared_ptr<FilePlaces> pPlaces, bool bAll);
+
+#endif

@@ -1,0 +1,339 @@
+#include "host/kernel/file/FileSource.h"
+
+#include <sys/fanotify.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <ctime>
+#include <utility>
+
+#include "host/event/EventMessage.h"
+
+namespace {
+
+bool LStat(const std::string& strPath, struct stat& status) {
+    return lstat(strPath.c_str(), &status) == 0;
+}
+
+bool Stat(const std::string& strPath, struct stat& status) {
+    return stat(strPath.c_str(), &status) == 0;
+}
+
+// Adds the processor time of its life.
+class TimeTaken {
+public:
+    explicit TimeTaken(uint64_t& nNanos) : m_nNanos(nNanos), m_nBegin(Now()) {}
+    ~TimeTaken() { m_nNanos += Now() - m_nBegin; }
+    TimeTaken(const TimeTaken&) = delete;
+    TimeTaken& operator=(const TimeTaken&) = delete;
+
+private:
+    static uint64_t Now() {
+        timespec time = {};
+        (void)clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+        return static_cast<uint64_t>(time.tv_sec) * 1000000000 +
+               static_cast<uint64_t>(time.tv_nsec);
+    }
+
+    uint64_t& m_nNanos;
+    const uint64_t m_nBegin;
+};
+
+}  // namespace
+
+FileSource::FileSource(std::unique_ptr<IFileSensor> pSensor, IFileObserver& observer,
+                       const FilePlaces& places, ImageTable& images, FileSourceOptions options)
+    : m_pSensor(std::move(pSensor)),
+      m_observer(observer),
+      m_places(places),
+      m_images(images),
+      m_options(std::move(options)),
+      m_nOwnPid(static_cast<uint32_t>(getpid())),
+      m_paths([this](std::string_view strHandle) { return OpenDirectory(strHandle); }),
+      m_buffer(m_options.nReadBytes) {
+    if (!m_options.fnLook) {
+        m_options.fnLook = LStat;
+    }
+    if (!m_options.fnLookThrough) {
+        m_options.fnLookThrough = Stat;
+    }
+}
+
+bool FileSource::Open(std::string& strError) {
+    return m_pSensor->Open(strError);
+}
+
+void FileSource::Ignore() {
+    for (const std::string& strDirectory : m_options.ignored) {
+        m_pSensor->Ignore(strDirectory);
+    }
+}
+
+bool FileSource::Read() {
+    const TimeTaken time(m_nSenseNanos);
+    while (m_nHeld < m_options.nMostHeld) {
+        const size_t nRead = m_pSensor->Read(m_buffer.data(), m_buffer.size());
+        if (nRead == 0) {
+            break;
+        }
+        m_held.emplace_back();
+        m_held.back().bytes.assign(m_buffer.data(), m_buffer.data() + nRead);
+        m_held.back().tmRead = static_cast<int64_t>(::time(nullptr));
+        m_nHeld += nRead;
+    }
+    return IsHolding();
+}
+
+void FileSource::Resolve() {
+    {
+        const TimeTaken time(m_nSenseNanos);
+        if (m_pSensor->Tend()) {
+            m_paths.Clear();
+        }
+        if (IsHolding()) {
+            const Piece& piece = m_held.front();
+            FileEventReader reader(piece.bytes.data(), piece.bytes.size());
+            FileEvent event;
+            while (reader.Next(event)) {
+                Take(event);
+            }
+            m_files.nBroken += reader.Broken();
+            m_nHeld -= piece.bytes.size();
+            m_held.pop_front();
+        }
+    }
+    m_files.nSenseMicros = m_nSenseNanos / 1000;
+    for (const FileOperation& operation : m_told) {
+        m_observer.OnOperation(operation);
+    }
+    m_told.clear();
+}
+
+// A directory that is gone by now stood where its own removal, among the later events, says.
+std::string FileSource::OpenDirectory(std::string_view strHandle) {
+    constexpr int MOST_ABOVE = 64;
+    std::string strPath = m_pSensor->PathOf(strHandle);
+    if (!strPath.empty() || m_nOpening >= MOST_ABOVE) {
+        return strPath;
+    }
+    for (Piece& piece : m_held) {
+        FindRemoved(piece);
+        const auto found = piece.removed.find(strHandle);
+        if (found != piece.removed.end()) {
+            ++m_nOpening;
+            strPath = m_paths.PathOf(found->second);
+            --m_nOpening;
+            return strPath;
+        }
+    }
+    return strPath;
+}
+
+void FileSource::FindRemoved(Piece& piece) {
+    if (std::exchange(piece.bFoundRemoved, true)) {
+        return;
+    }
+    FileEventReader reader(piece.bytes.data(), piece.bytes.size());
+    FileEvent event;
+    while (reader.Next(event)) {
+        if ((event.nMask & FAN_DELETE) != 0 && (event.nMask & FAN_ONDIR) != 0 &&
+            !event.strTarget.empty()) {
+            piece.removed.emplace(event.strTarget, event.spot);
+        }
+    }
+}
+
+void FileSource::Take(const FileEvent& event) {
+    if ((event.nMask & FAN_Q_OVERFLOW) != 0) {
+        TakeOverflow();
+        return;
+    }
+    ++m_files.nEvents;
+    if ((event.nMask & FAN_OPEN_EXEC) != 0) {
+        m_images.Opened(event.nPid, file_handle_key::Inode(event.strTarget));
+    }
+    if ((event.nMask & FAN_RENAME) != 0) {
+        TakeRename(event);
+    }
+    constexpr uint64_t AT_SPOT =
+        FAN_CREATE | FAN_DELETE | FAN_CLOSE_WRITE | FAN_MODIFY | FAN_MOVED_FROM | FAN_MOVED_TO;
+    if ((event.nMask & AT_SPOT) != 0) {
+        TakeSpot(event);
+    }
+}
+
+// One without a path is nothing to mark, and "" would stand for all of them.
+void FileSource::TendDirectory(const std::string& strPath) {
+    if (!strPath.empty()) {
+        m_pSensor->OnDirectory(strPath);
+    }
+}
+
+// Moves and starts may be among what was lost.
+void FileSource::TakeOverflow() {
+    ++m_files.nOverflows;
+    m_paths.Clear();
+    m_images.CatchUp();
+}
+
+void FileSource::TakeRename(const FileEvent& event) {
+    const std::string strFrom = m_paths.PathOf(event.from);
+    const bool bDirectory = (event.nMask & FAN_ONDIR) != 0;
+    if (bDirectory) {
+        m_paths.Moved(event.from, event.to, event.strTarget);
+    }
+    const std::string strTo = m_paths.PathOf(event.to);
+    if (bDirectory) {
+        TendDirectory(strTo);
+    }
+    Tell(FILE_RENAME, event, event.from.strDirectory, strFrom);
+    if (event.from.strDirectory != event.to.strDirectory ||
+        FilePlaces::IsWatched(FILE_CREATE, m_places.Spelled(strTo))) {
+        Tell(FILE_CREATE, event, event.to.strDirectory, strTo);
+    }
+}
+
+// In the order in which they happen to a file; one event may hold them all.
+void FileSource::TakeSpot(const FileEvent& event) {
+    const std::string_view strDirectory = event.spot.strDirectory;
+    const std::string strPath = m_paths.PathOf(event.spot);
+    const bool bDirectory = (event.nMask & FAN_ONDIR) != 0;
+    if ((event.nMask & FAN_CREATE) != 0) {
+        if (bDirectory) {
+            m_paths.Made(event.spot, event.strTarget);
+            TendDirectory(strPath);
+        }
+        Tell(FILE_CREATE, event, strDirectory, strPath);
+    }
+    if ((event.nMask & FAN_MOVED_TO) != 0) {
+        TakeMoveOfOldKernel(event, strPath);
+    }
+    if ((event.nMask & (FAN_CLOSE_WRITE | FAN_MODIFY)) != 0 && !IsRepeat(event, strPath)) {
+        Tell(FILE_WRITE, event, strDirectory, strPath);
+    }
+    if ((event.nMask & FAN_MOVED_FROM) != 0) {
+        TakeMoveOfOldKernel(event, strPath);
+    }
+    if ((event.nMask & FAN_DELETE) != 0) {
+        if (bDirectory) {
+            m_paths.Removed(event.spot, event.strTarget);
+        }
+        Tell(FILE_REMOVE, event, strDirectory, strPath);
+    }
+}
+
+// Before Linux 5.17 nothing tells where a directory was moved to.
+void FileSource::TakeMoveOfOldKernel(const FileEvent& event, const std::string& strPath) {
+    const bool bFrom = (event.nMask & FAN_MOVED_FROM) != 0;
+    if ((event.nMask & FAN_ONDIR) != 0) {
+        m_paths.Clear();
+        TendDirectory(strPath);
+    }
+    Tell(bFrom ? FILE_RENAME : FILE_CREATE, event, event.spot.strDirectory, strPath);
+}
+
+// A process that writes in small pieces leads to one operation in a batch, and to one more when it
+// closes the file.
+bool FileSource::IsRepeat(const FileEvent& event, const std::string& strPath) {
+    if ((event.nMask & FAN_CLOSE_WRITE) != 0 || event.nPid == m_nOwnPid ||
+        !FilePlaces::IsWatched(FILE_WRITE, m_places.Spelled(strPath))) {
+        return false;
+    }
+    return !m_written.insert(std::to_string(event.nPid) + strPath).second;
+}
+
+void FileSource::Tell(FileAct eAct, const FileEvent& event, std::string_view strDirectory,
+                      const std::string& strPath) {
+    ++m_files.nSensed;
+    if (event.nPid == m_nOwnPid) {
+        ++m_files.nOwn;
+        return;
+    }
+    if (strPath.empty()) {
+        ++m_files.nUnresolvable;
+        return;
+    }
+    FileOperation operation;
+    struct stat status = {};
+    operation.eAct = eAct;
+    operation.strPath = m_places.Spelled(strPath);
+    operation.bPlace = FilePlaces::IsWatched(eAct, operation.strPath);
+    operation.bPipe =
+        eAct == FILE_CREATE && (event.nMask & FAN_ONDIR) == 0 && IsPipe(strPath, status);
+    if (!operation.bPlace && !operation.bPipe && !m_options.bAll) {
+        ++m_files.nElsewhere;
+        return;
+    }
+    // Of what became of one file between two looks the removal is the last.
+    constexpr uint64_t BEFORE = FAN_CREATE | FAN_CLOSE_WRITE | FAN_MODIFY;
+    const bool bLast = eAct == FILE_REMOVE && (event.nMask & BEFORE) != 0;
+    ActingProgram program = m_images.ActingOf(event.nPid, bLast);
+    operation.strProgram = std::move(program.strPath);
+    operation.strProgramName = std::move(program.strName);
+    operation.strFsType = m_pSensor->FsTypeOf(strDirectory);
+    operation.nInode = status.st_ino != 0 ? status.st_ino : file_handle_key::Inode(event.strTarget);
+    operation.nPid = event.nPid;
+    operation.tmWhen = m_held.front().tmRead;
+    m_files.nNoProgram += operation.strProgram.empty() ? 1 : 0;
+    ++m_files.nTold;
+    Add(std::move(operation));
+}
+
+// As the module looks: through a link.
+bool FileSource::IsPipe(const std::string& strPath, struct stat& status) const {
+    if (!m_options.fnLook(strPath, status)) {
+        return false;
+    }
+    struct stat target = {};
+    return S_ISFIFO(status.st_mode) ||
+           (S_ISLNK(status.st_mode) && m_options.fnLookThrough(strPath, target) &&
+            S_ISFIFO(target.st_mode));
+}
+
+void FileSource::Add(FileOperation operation) {
+    m_told.push_back(operation);
+    if (!IsMaking()) {
+        m_making.due = Clock::now() + m_options.batchTime;
+    }
+    m_making.nBytes += operation.strPath.size() + operation.strProgram.size();
+    m_making.operations.push_back(std::move(operation));
+    ++m_files.nBatched;
+    if (m_making.operations.size() >= m_options.nMostOperations ||
+        m_making.nBytes >= m_options.nMostBytes) {
+        m_full.push_back(std::exchange(m_making, Batch()));
+        m_written.clear();
+    }
+}
+
+void FileSource::TakeCounts(bool bLast) {
+    for (const std::string& strNotice : m_pSensor->TakeNotices()) {
+        m_observer.OnNotice(strNotice);
+    }
+    const auto now = Clock::now();
+    if (m_files.nOverflows > m_nAnnounced && (bLast || now >= m_announceDue)) {
+        m_observer.OnOverflow(m_files.nOverflows - m_nAnnounced, m_files.nOverflows);
+        m_nAnnounced = m_files.nOverflows;
+        m_announceDue = now + m_options.announce;
+    }
+    m_observer.OnFileCounters(m_files);
+}
+
+bool FileSource::HasBatch(Clock::time_point now, bool bAny) const {
+    return !m_full.empty() || (IsMaking() && (bAny || now >= m_making.due));
+}
+
+void FileSource::HandOut(EventBatch& batch, uint64_t nNumber) {
+    if (m_full.empty()) {
+        m_full.push_back(std::exchange(m_making, Batch()));
+        m_written.clear();
+    }
+    std::vector<FileOperation> operations = std::move(m_full.front().operations);
+    m_full.pop_front();
+    batch.strBody = event_message::OperationsOf(operations);
+    batch.nNumber = nNumber;
+    batch.nCopies = 1;
+    batch.nEvents = operations.size();
+    m_files.nBatched -= operations.size();
+    m_observer.OnOperations(batch, std::move(operations));
+    m_observer.OnFileCounters(m_files);
+}

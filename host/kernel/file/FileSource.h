@@ -1,0 +1,128 @@
+// What happens to files on this machine, as the kernel tells it, in batches: the file operations'
+// half of KernelSource.
+//
+// Threads: one; the observer is called on it.
+// Errors: Open's text says what is missing. What cannot be told is counted.
+// Ownership: owns the sensor; everything else that it is given must outlive it.
+//
+// Memory is bounded by what one Read takes as long as no more is read before what was handed out.
+#ifndef HOST_KERNEL_FILE_FILESOURCE_H
+#define HOST_KERNEL_FILE_FILESOURCE_H
+
+#include <chrono>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <unordered_set>
+#include <vector>
+
+#include "host/event/FileOperation.h"
+#include "host/event/FilePlaces.h"
+#include "host/kernel/file/FileEvent.h"
+#include "host/kernel/file/HandlePaths.h"
+#include "host/kernel/file/IFileSensor.h"
+#include "host/kernel/launch/ImageTable.h"
+
+struct FileSourceOptions {
+    bool bAll = false;                // tell every operation, not only what the module can act on
+    size_t nMostOperations = 256;     // in one batch
+    size_t nMostBytes = 1024 * 1024;  // of paths, passed by one at most
+    size_t nReadBytes = 256 * 1024;   // taken from the kernel at once
+    size_t nMostHeld = 32 << 20;      // bytes taken from the kernel and not yet looked at
+    std::chrono::milliseconds batchTime{200};  // from its first operation until it is handed out
+    std::chrono::milliseconds announce{1000};  // between two announcements of losses
+    std::vector<std::string> ignored;          // directories of the host's own
+    FileLook fnLook;                           // lstat, unless a test brings its own
+    FileLook fnLookThrough;                    // stat, likewise
+};
+
+class FileSource {
+public:
+    using Clock = std::chrono::steady_clock;
+
+    FileSource(std::unique_ptr<IFileSensor> pSensor, IFileObserver& observer,
+               const FilePlaces& places, ImageTable& images, FileSourceOptions options = {});
+
+    FileSource(const FileSource&) = delete;
+    FileSource& operator=(const FileSource&) = delete;
+
+    bool Open(std::string& strError);
+    int Descriptor() const { return m_pSensor->Descriptor(); }
+    bool TellsStarts(uint32_t nDevice) const { return m_pSensor->TellsStarts(nDevice); }
+    // Once the directories in the options are there.
+    void Ignore();
+
+    // Takes from the kernel whatever waits there, as much as there is room for, whose queue is
+    // small; true when anything is held now.
+    bool Read();
+    // After the images have been told of every process until then: looks at the oldest piece held.
+    void Resolve();
+    bool IsHolding() const { return !m_held.empty(); }
+    // No new events from now on; those that wait can still be read.
+    void Detach() { m_pSensor->Detach(); }
+    // Tells the observer notices and counters; bLast: and every loss not yet announced.
+    void TakeCounts(bool bLast);
+
+    // True when a batch is full or its time has come; bAny: or has anything in it.
+    bool HasBatch(Clock::time_point now, bool bAny) const;
+    bool IsMaking() const { return !m_making.operations.empty(); }
+    // The oldest batch, under this number.
+    void HandOut(EventBatch& batch, uint64_t nNumber);
+    const FileCounters& Counters() const { return m_files; }
+
+private:
+    struct Batch {
+        std::vector<FileOperation> operations;
+        size_t nBytes = 0;
+        Clock::time_point due;
+    };
+
+    // Events as the kernel wrote them.
+    struct Piece {
+        std::vector<char> bytes;
+        int64_t tmRead = 0;
+        bool bFoundRemoved = false;
+        // Directories removed in it, by handle, once somebody asked for one of them.
+        std::unordered_map<std::string_view, FileSpot> removed;
+    };
+
+    std::string OpenDirectory(std::string_view strHandle);
+    static void FindRemoved(Piece& piece);
+    void Take(const FileEvent& event);
+    void TakeOverflow();
+    void TendDirectory(const std::string& strPath);
+    void TakeRename(const FileEvent& event);
+    void TakeSpot(const FileEvent& event);
+    void TakeMoveOfOldKernel(const FileEvent& event, const std::string& strPath);
+    bool IsRepeat(const FileEvent& event, const std::string& strPath);
+    void Tell(FileAct eAct, const FileEvent& event, std::string_view strDirectory,
+              const std::string& strPath);
+    bool IsPipe(const std::string& strPath, struct stat& status) const;
+    void Add(FileOperation operation);
+
+    const std::unique_ptr<IFileSensor> m_pSensor;
+    IFileObserver& m_observer;
+    const FilePlaces& m_places;
+    ImageTable& m_images;
+    FileSourceOptions m_options;
+    const uint32_t m_nOwnPid;
+    HandlePaths m_paths;
+    std::vector<char> m_buffer;         // for one read
+    std::deque<Piece> m_held;           // oldest first
+    size_t m_nHeld = 0;                 // their bytes
+    int m_nOpening = 0;                 // directories being opened, one for the sake of another
+    std::vector<FileOperation> m_told;  // to the observer, once the time was taken
+    std::unordered_set<std::string> m_written;  // told as written, in the batch in the making
+    Batch m_making;
+    std::deque<Batch> m_full;
+    uint64_t m_nSenseNanos = 0;
+    uint64_t m_nAnnounced = 0;  // overflows
+    Clock::time_point m_announceDue;
+    FileCounters m_files;
+};
+
+#endif

@@ -1,0 +1,43 @@
+// What senses file operations: the kernel's fanotify, or events made by a test.
+//
+// Threads: one. Errors: Open's text says what is missing and how to get it; what cannot be watched
+//   later is a notice; nothing throws but std::bad_alloc.
+#ifndef HOST_KERNEL_FILE_IFILESENSOR_H
+#define HOST_KERNEL_FILE_IFILESENSOR_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+class IFileSensor {
+public:
+    virtual ~IFileSensor() = default;
+
+    virtual bool Open(std::string& strError) = 0;
+    // Readable while events wait; -1 when there is nothing to wait for.
+    virtual int Descriptor() const = 0;
+    // Whole events in the order in which they came, as FileEventReader takes them; 0: none waits.
+    virtual size_t Read(char* pBuffer, size_t nSize) = 0;
+    // No new events from now on; those that wait can still be read.
+    virtual void Detach() = 0;
+
+    // Looks whether file systems came or went. True when they did: paths may be others now.
+    virtual bool Tend() = 0;
+    // A directory has appeared under this path; a watched place may be in it.
+    virtual void OnDirectory(const std::string& strPath) = 0;
+    // What happens directly in this directory is not told from now on, where the kernel can.
+    virtual void Ignore(const std::string& strDirectory) = 0;
+    // What there was to say since the last call.
+    virtual std::vector<std::string> TakeNotices() = 0;
+
+    // Where the directory with this handle is now; "" when it is gone.
+    virtual std::string PathOf(std::string_view strHandle) = 0;
+    // The type of the file system that this handle is of; "" when not known.
+    virtual std::string FsTypeOf(std::string_view strHandle) const = 0;
+    // True when starts of programs on this device (major << 20 | minor) are among the events.
+    virtual bool TellsStarts(uint32_t nDevice) const = 0;
+};
+
+#endif

@@ -1,0 +1,56 @@
+// The kernel's process connector: copies, starts and ends of processes as netlink messages. They
+// name the process only; what it runs must be looked up while it lives.
+//
+// Threads: one. Errors: Open's text says what is missing; nothing throws but std::bad_alloc.
+#ifndef HOST_KERNEL_LAUNCH_CONNECTORSOCKET_H
+#define HOST_KERNEL_LAUNCH_CONNECTORSOCKET_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "host/kernel/launch/LaunchEvent.h"
+
+struct ConnectorEvent {
+    LaunchKind eKind = LAUNCH_KIND_EXEC;
+    uint32_t nPid = 0;     // of the process, never of a thread
+    uint32_t nParent = 0;  // of LAUNCH_KIND_FORK
+};
+
+// The event in one netlink message; false when it is none of those, or one of a thread.
+bool DecodeConnector(const void* pData, size_t nSize, ConnectorEvent& event);
+
+// How many messages the socket with this port was refused, from the text of /proc/net/netlink.
+uint64_t DropsOf(const std::string& strTable, uint32_t nPort);
+
+class ConnectorSocket {
+public:
+    enum Kinds { EXECS = 2, LIVES = 1 | 0x80000000, ALL_KINDS = EXECS | LIVES };
+
+    ConnectorSocket() = default;
+    ~ConnectorSocket();
+
+    ConnectorSocket(const ConnectorSocket&) = delete;
+    ConnectorSocket& operator=(const ConnectorSocket&) = delete;
+
+    // Whether this kernel sends a socket only the kinds it asks for; older ones send all of them.
+    static bool CanFilter();
+
+    bool Open(Kinds eKinds, std::string& strError);
+    // Appends what waits, some hundred events at most; false when nothing waited any more.
+    bool Receive(std::vector<ConnectorEvent>& events);
+    int Fd() const { return m_nFd; }
+    // Messages that found no room, as of the last Receive that found nothing more.
+    uint64_t Dropped() const { return m_nDropped; }
+
+private:
+    void TakeDrops();
+
+    int m_nFd = -1;
+    uint32_t m_nPort = 0;
+    bool m_bOverrun = false;
+    uint64_t m_nDropped = 0;
+};
+
+#endif

@@ -1,0 +1,133 @@
+#include "host/kernel/launch/ExecOpens.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/fanotify.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <set>
+
+#include "host/base/MountTable.h"
+
+namespace {
+
+constexpr size_t HEAD_BYTES = 2048;  // of a file: its first line, or its table of segments
+constexpr size_t EVENT_BYTES = 16384;
+
+constexpr size_t TABLE_BYTES = 4 << 20;  // of mounts
+
+}  // namespace
+
+ExecOpens::~ExecOpens() {
+    for (const int nFd : {m_nFd, m_nMounts}) {
+        if (nFd >= 0) {
+            close(nFd);
+        }
+    }
+}
+
+bool ExecOpens::Open(std::string& strError) {
+    m_nFd = fanotify_init(FAN_CLASS_NOTIF | FAN_CLOEXEC | FAN_NONBLOCK,
+                          O_RDONLY | O_LARGEFILE | O_CLOEXEC | O_NOATIME);
+    if (m_nFd < 0) {
+        strError = std::string("the kernel refuses to tell executed files: ") +
+                   std::strerror(errno) +
+                   "; it needs root, or the capability CAP_SYS_ADMIN, and Linux 5.0 or newer with "
+                   "CONFIG_FANOTIFY";
+        return false;
+    }
+    m_nMounts = open("/proc/self/mountinfo", O_RDONLY | O_CLOEXEC);
+    Mark();
+    return true;
+}
+
+void ExecOpens::Mark() {
+    const std::string strTable =
+        process_look::ReadFile(AT_FDCWD, "/proc/self/mountinfo", TABLE_BYTES);
+    std::set<uint32_t> devices;
+    m_strUnmarked.clear();
+    for (const MountEntry& mount : mount_table::Parse(strTable)) {
+        if (!mount_table::IsLocal(mount.strType) || devices.count(mount.nDevice) != 0) {
+            continue;
+        }
+        const char* const pszPoint = mount.strPoint.c_str();
+        struct stat status = {};
+        // A mount that another one hides leads to that one: what was marked is what stat says.
+        if (fanotify_mark(m_nFd, FAN_MARK_ADD | FAN_MARK_FILESYSTEM, FAN_OPEN_EXEC, AT_FDCWD,
+                          pszPoint) != 0) {
+            m_strUnmarked += (m_strUnmarked.empty() ? "" : ", ") + mount.strPoint;
+        } else if (stat(pszPoint, &status) == 0) {
+            devices.insert(process_look::IdOf(status).nDevice);
+        }
+    }
+}
+
+void ExecOpens::Read() {
+    pollfd mounts = {m_nMounts, POLLPRI, 0};
+    if (m_nMounts >= 0 && poll(&mounts, 1, 0) > 0) {
+        Mark();
+    }
+    alignas(fanotify_event_metadata) char bytes[EVENT_BYTES];
+    for (;;) {
+        const ssize_t nRead = read(m_nFd, bytes, sizeof(bytes));
+        if (nRead > 0) {
+            TakeEvents(bytes, static_cast<size_t>(nRead));
+        } else if (nRead == 0 || errno == EAGAIN || errno == EBADF || errno == EINVAL) {
+            return;
+        }
+        // Anything else belongs to one file that could not be opened; the next may be.
+    }
+}
+
+void ExecOpens::TakeEvents(const char* pBytes, size_t nSize) {
+    fanotify_event_metadata event = {};
+    for (size_t nAt = 0; nAt + sizeof(event) <= nSize; nAt += event.event_len) {
+        std::memcpy(&event, pBytes + nAt, sizeof(event));
+        if (event.event_len < sizeof(event)) {
+            return;
+        }
+        if ((event.mask & FAN_Q_OVERFLOW) != 0) {
+            m_files.clear();  // what is missing would be taken for other starts
+        } else if (event.fd >= 0) {
+            TakeFile(static_cast<uint32_t>(event.pid), event.fd);
+            close(event.fd);
+        }
+    }
+}
+
+void ExecOpens::TakeFile(uint32_t nPid, int nFd) {
+    struct stat status = {};
+    if (fstat(nFd, &status) != 0 || !S_ISREG(status.st_mode)) {
+        return;
+    }
+    OpenedFile file;
+    file.id = process_look::IdOf(status);
+    if (status.st_nlink > 0) {
+        file.strPath =
+            process_look::LinkOf(AT_FDCWD, ("/proc/self/fd/" + std::to_string(nFd)).c_str());
+    }
+    char head[HEAD_BYTES];
+    const ssize_t nRead = pread(nFd, head, sizeof(head), 0);
+    ReadHead(std::string(head, nRead > 0 ? static_cast<size_t>(nRead) : 0), file);
+    if (m_files.size() >= MOST_PROCESSES && m_files.count(nPid) == 0) {
+        m_files.clear();
+    }
+    std::vector<OpenedFile>& files = m_files[nPid];
+    if (files.size() >= MOST_FILES) {
+        files.erase(files.begin());
+    }
+    files.push_back(std::move(file));
+}
+
+std::vector<OpenedFile> ExecOpens::Take(uint32_t nPid) {
+    const auto found = m_files.find(nPid);
+    if (found == m_files.end()) {
+        return {};
+    }
+    std::vector<OpenedFile> files = std::move(found->second);
+    m_files.erase(found);
+    return files;
+}

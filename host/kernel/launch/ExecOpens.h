@@ -1,0 +1,51 @@
+// The files that the kernel opens to execute them, as fanotify tells them: by process, in their
+// order. Notifications only: nothing ever waits for this reader.
+//
+// Threads: one. Errors: Open's text says what is missing; nothing throws but std::bad_alloc.
+//
+// Memory is bounded: some files for each of some thousand processes; the kernel's own queue holds
+// 16,384 and says when it was full. What is missing then is looked up in /proc instead.
+#ifndef HOST_KERNEL_LAUNCH_EXECOPENS_H
+#define HOST_KERNEL_LAUNCH_EXECOPENS_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "host/kernel/launch/OpenedImage.h"
+
+class ExecOpens {
+public:
+    ExecOpens() = default;
+    ~ExecOpens();
+
+    ExecOpens(const ExecOpens&) = delete;
+    ExecOpens& operator=(const ExecOpens&) = delete;
+
+    // Marks every local file system that is mounted.
+    bool Open(std::string& strError);
+    // Takes what waits in the kernel's queue, and marks what was mounted since.
+    void Read();
+    // The files opened for process nPid since the last call for it.
+    std::vector<OpenedFile> Take(uint32_t nPid);
+    void Forget(uint32_t nPid) { m_files.erase(nPid); }
+    // File systems that could not be marked, for people; "" when there is none.
+    const std::string& Unmarked() const { return m_strUnmarked; }
+
+private:
+    static constexpr size_t MOST_PROCESSES = 4096;
+    static constexpr size_t MOST_FILES = 64;  // of one process
+
+    void Mark();
+    void TakeEvents(const char* pBytes, size_t nSize);
+    void TakeFile(uint32_t nPid, int nFd);
+
+    int m_nFd = -1;
+    int m_nMounts = -1;  // /proc/self/mountinfo; polled for mounts that come
+    std::string m_strUnmarked;
+    std::unordered_map<uint32_t, std::vector<OpenedFile>> m_files;  // by process
+};
+
+#endif

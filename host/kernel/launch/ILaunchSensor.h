@@ -1,0 +1,38 @@
+// What senses launches: the kernel's own program, a fallback, or records made by a test.
+//
+// Threads: one; a sensor may have a thread of its own behind these calls.
+// Errors: Open's text says what is missing and how to get it; nothing throws but std::bad_alloc.
+#ifndef HOST_KERNEL_LAUNCH_ILAUNCHSENSOR_H
+#define HOST_KERNEL_LAUNCH_ILAUNCHSENSOR_H
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <string>
+
+struct SensorCounts {
+    uint64_t nSensed = 0;      // launches, the lost ones included
+    uint64_t nLost = 0;        // launches that no record could be written of
+    uint64_t nOthersLost = 0;  // copies and ends of processes, likewise
+};
+
+class ILaunchSensor {
+public:
+    // One record (host/kernel/bpf/launch_record.h); false to get no more for now.
+    using Sink = std::function<bool(const void* pData, size_t nSize)>;
+
+    virtual ~ILaunchSensor() = default;
+
+    virtual bool Open(std::string& strError) = 0;
+    // Hands over the records that wait, in the order in which they were written.
+    virtual void Drain(const Sink& fnSink) = 0;
+    // No new launches from now on; records that wait can still be drained.
+    virtual void Detach() = 0;
+    virtual SensorCounts Counts() const = 0;
+
+    // For people, once it is open: what senses, and what it cannot see.
+    virtual std::string Name() const = 0;
+    virtual std::string Limits() const = 0;
+};
+
+#endif

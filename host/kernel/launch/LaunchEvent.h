@@ -1,0 +1,41 @@
+// What the kernel tells of processes, decoded from the sensors' records.
+//
+// Threads: any; no state. Errors: none but std::bad_alloc.
+#ifndef HOST_KERNEL_LAUNCH_LAUNCHEVENT_H
+#define HOST_KERNEL_LAUNCH_LAUNCHEVENT_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+enum LaunchKind { LAUNCH_KIND_EXEC, LAUNCH_KIND_FORK, LAUNCH_KIND_EXIT };
+
+struct LaunchEvent {
+    LaunchKind eKind = LAUNCH_KIND_EXEC;
+    uint32_t nPid = 0;
+    uint32_t nPpid = 0;
+    // What follows is filled for LAUNCH_KIND_EXEC only.
+    uint32_t nUid = 0;
+    uint32_t nMountNs = 0;
+    uint32_t nDevice = 0;  // in the kernel's form: major << 20 | minor
+    uint64_t nInode = 0;
+    uint64_t nMagic = 0;  // of the file system
+    bool bArgsCut = false;
+    bool bArgsUnreadable = false;
+    bool bPathCut = false;     // strPath, strDirectory or strRoot may lead elsewhere
+    std::string strPath;       // as its mount namespace spells it; "" for a file that is in no tree
+    std::string strName;       // as invoked: absolute or relative, a script where there is one
+    std::string strInterp;     // a script's interpreter as the script names it; "" without one
+    std::string strDirectory;  // the current directory; "" when neither name is relative
+    std::string strRoot;       // the process's own root directory; "" when it has none
+    std::string strCommand;    // the arguments with one blank between
+};
+
+// False for bytes that are no whole record; event is then untouched.
+bool DecodeLaunch(const void* pData, size_t nSize, LaunchEvent& event);
+
+// The record that is decoded as event: how a sensor outside the kernel writes. A path too long for
+// a record is left out, arguments too long for it are cut and flagged.
+std::string EncodeLaunch(const LaunchEvent& event);
+
+#endif

@@ -1,0 +1,50 @@
+// Under which path a launch is told. Never under one that names another file than the one that
+// was started: a verdict on that one would be borrowed.
+//
+// Threads: any; no state. Errors: none but std::bad_alloc.
+#ifndef HOST_KERNEL_LAUNCH_LAUNCHPATH_H
+#define HOST_KERNEL_LAUNCH_LAUNCHPATH_H
+
+#include <sys/stat.h>
+
+#include <functional>
+#include <string>
+
+#include "host/kernel/launch/LaunchEvent.h"
+
+enum LaunchPathOrigin {
+    LAUNCH_PATH_NONE,      // no path names the file
+    LAUNCH_PATH_INVOKED,   // the name it was started by, made absolute
+    LAUNCH_PATH_RESOLVED,  // the kernel's spelling, links followed
+    LAUNCH_PATH_PROC       // /proc/PID/exe; good while the process lives
+};
+
+struct LaunchPath {
+    std::string strPath;
+    LaunchPathOrigin eOrigin = LAUNCH_PATH_NONE;
+};
+
+// stat: false when there is no such file.
+using FileLook = std::function<bool(const std::string& strPath, struct stat& status)>;
+
+// True when strPath leads to the file that was started. Of event only its device, inode and file
+// system are looked at.
+bool LeadsTo(const std::string& strPath, const LaunchEvent& event, const FileLook& fnLook);
+
+// The name as invoked where stat says that it is the file started, else the resolved path where
+// that is, else /proc/PID/exe. Only where the resolved name alone is one by which the module
+// knows an interpreter, that comes first: sh is dash.
+LaunchPath ChooseLaunchPath(const LaunchEvent& event, const FileLook& fnLook);
+
+// The script that the launch runs by its first line, absolute. "" when it runs none, and when it
+// cannot be told which file that is: with a root or mount namespace of its own (nOwnMountNs is
+// HostMountNs), from a directory that may lead elsewhere, or by a name that means another file in
+// every process.
+std::string ScriptPath(const LaunchEvent& event, uint32_t nOwnMountNs, const FileLook& fnLook);
+
+// The number of the mount namespace whose paths lead the host to the same files; 0: unknown. That
+// is the first process's where both have one root: a service manager's sandbox gives the host a
+// namespace of its own, in which paths lead where they do outside. Else it is the host's own.
+uint32_t HostMountNs(const FileLook& fnLook);
+
+#endif

@@ -1,0 +1,179 @@
+#include "host/kernel/launch/LaunchSource.h"
+
+#include <fcntl.h>
+#include <linux/openat2.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <utility>
+
+namespace {
+
+bool Stat(const std::string& strPath, struct stat& status) {
+    return stat(strPath.c_str(), &status) == 0;
+}
+
+// A name that leads over /proc/self/cwd or the like is another file for each process.
+bool StatWithoutMagic(const std::string& strPath, struct stat& status) {
+    open_how how = {};
+    how.flags = O_PATH | O_CLOEXEC;
+    how.resolve = RESOLVE_NO_MAGICLINKS;
+    const auto nFd =
+        static_cast<int>(syscall(SYS_openat2, AT_FDCWD, strPath.c_str(), &how, sizeof(how)));
+    if (nFd < 0) {
+        return errno == ENOSYS && Stat(strPath, status);  // before Linux 5.6
+    }
+    const bool bKnown = fstat(nFd, &status) == 0;
+    (void)close(nFd);
+    return bKnown;
+}
+
+}  // namespace
+
+LaunchSource::LaunchSource(std::unique_ptr<ILaunchSensor> pSensor, ILaunchObserver& observer,
+                           ImageTable& images, LaunchSourceOptions options)
+    : m_pSensor(std::move(pSensor)),
+      m_observer(observer),
+      m_images(images),
+      m_options(std::move(options)),
+      m_nOwnPid(static_cast<uint32_t>(getpid())) {
+    if (!m_options.fnLookAtScript) {
+        m_options.fnLookAtScript = m_options.fnLook ? m_options.fnLook : StatWithoutMagic;
+    }
+    if (!m_options.fnLook) {
+        m_options.fnLook = Stat;
+    }
+    if (!m_options.nMountNs) {
+        m_options.nMountNs = HostMountNs(Stat);
+    }
+}
+
+bool LaunchSource::Open(std::string& strError) {
+    if (!m_pSensor->Open(strError)) {
+        return false;
+    }
+    m_observer.OnNotice("launches are sensed by " + m_pSensor->Name() + ": " + m_pSensor->Limits());
+    return true;
+}
+
+void LaunchSource::Drain() {
+    m_pSensor->Drain([this](const void* pData, size_t nSize) {
+        TakeRecord(pData, nSize);
+        return true;
+    });
+}
+
+void LaunchSource::Detach() {
+    if (!m_bDetached) {
+        m_pSensor->Detach();
+        m_bDetached = true;
+    }
+}
+
+void LaunchSource::TakeRecord(const void* pData, size_t nSize) {
+    LaunchEvent event;
+    if (!DecodeLaunch(pData, nSize, event)) {
+        ++m_launches.nBroken;
+    } else if (event.eKind != LAUNCH_KIND_EXEC) {
+        m_images.Note(event, "");
+    } else if (event.nPid == m_nOwnPid) {
+        ++m_launches.nOwn;
+    } else {
+        TakeExec(event);
+    }
+}
+
+void LaunchSource::TakeExec(const LaunchEvent& event) {
+    m_launches.nArgsCut += event.bArgsCut ? 1 : 0;
+    m_launches.nArgsUnreadable += event.bArgsUnreadable ? 1 : 0;
+    Launch launch;
+    launch.strStarter = m_images.StarterOf(event);
+    launch.bArgsCut = event.bArgsCut;
+    LaunchPath path = ChooseLaunchPath(event, m_options.fnLook);
+    launch.eOrigin = path.eOrigin;
+    launch.creation = {std::move(path.strPath), event.strCommand, event.nPid};
+    m_images.Note(event, launch.creation.strPath);
+    if (launch.eOrigin == LAUNCH_PATH_NONE) {
+        ++m_launches.nUnresolvable;
+        m_observer.OnUnresolvable(event);
+    } else {
+        ++m_launches.nPrograms;
+        Add(launch);
+    }
+    if (!event.strInterp.empty()) {
+        TakeScript(event, launch);
+    }
+}
+
+void LaunchSource::TakeScript(const LaunchEvent& event, const Launch& launch) {
+    Launch script = launch;
+    script.creation.strPath = ScriptPath(event, *m_options.nMountNs, m_options.fnLookAtScript);
+    if (script.creation.strPath.empty()) {
+        ++m_launches.nScriptsUntold;
+        return;
+    }
+    script.eOrigin = LAUNCH_PATH_INVOKED;
+    script.bScript = true;
+    ++m_launches.nScripts;
+    Add(std::move(script));
+}
+
+void LaunchSource::Add(Launch launch) {
+    m_observer.OnLaunch(launch);
+    if (!IsMaking()) {
+        m_making.due = Clock::now() + m_options.batchTime;
+    }
+    m_making.nBytes += launch.creation.strPath.size() + launch.creation.strCommand.size();
+    m_making.creations.push_back(std::move(launch.creation));
+    ++m_launches.nBatched;
+    if (m_making.creations.size() >= m_options.nMostLaunches ||
+        m_making.nBytes >= m_options.nMostBytes) {
+        m_full.push_back(std::exchange(m_making, Batch()));
+    }
+}
+
+void LaunchSource::TakeCounts(bool bLast) {
+    const SensorCounts counts = m_pSensor->Counts();
+    m_launches.nSensed = counts.nSensed;
+    m_launches.nLost = counts.nLost;
+    m_launches.nOthersLost = counts.nOthersLost;
+    const auto now = Clock::now();
+    if (counts.nLost > m_nLostSeen) {
+        m_lossBegun = m_nLostSeen == m_nAnnounced ? now : m_lossBegun;
+        m_lossGrown = now;
+        m_nLostSeen = counts.nLost;
+    }
+    // One outage is one announcement, though more is lost while the buffer is being emptied.
+    const bool bDue =
+        now >= m_lossGrown + m_options.calm || now >= m_lossBegun + m_options.announce;
+    if (m_nLostSeen > m_nAnnounced && (bLast || bDue)) {
+        m_observer.OnLost(m_nLostSeen - m_nAnnounced, m_nLostSeen);
+        m_nAnnounced = m_nLostSeen;
+    }
+    m_observer.OnCounters(m_launches);
+}
+
+bool LaunchSource::HasBatch(Clock::time_point now, bool bAny) const {
+    return !m_full.empty() || (IsMaking() && (bAny || now >= m_making.due));
+}
+
+void LaunchSource::HandOut(EventBatch& batch, uint64_t nNumber) {
+    if (m_full.empty()) {
+        m_full.push_back(std::exchange(m_making, Batch()));
+    }
+    std::vector<event_message::Creation> creations = std::move(m_full.front().creations);
+    m_full.pop_front();
+    batch.strBody = event_message::CreationsOf(creations);
+    batch.nNumber = nNumber;
+    batch.nCopies = 1;
+    batch.nEvents = creations.size();
+    std::vector<std::string> paths;
+    paths.reserve(creations.size());
+    for (event_message::Creation& creation : creations) {
+        paths.push_back(std::move(creation.strPath));
+    }
+    m_observer.OnBatch(batch, std::move(paths));
+    m_launches.nBatched -= creations.size();
+    m_observer.OnCounters(m_launches);
+}

@@ -1,0 +1,92 @@
+// The programs that start on this machine, as the kernel tells them, in batches: the launches' half
+// of KernelSource.
+//
+// Threads: one; the observer is called on it.
+// Errors: Open's text says what is missing. A launch that cannot be told is told the observer.
+// Ownership: owns the sensor; the observer and the images must outlive it.
+//
+// Memory is bounded by the kernel's ring as long as no more is drained before what was handed out;
+// what finds no room in the ring is counted as lost.
+#ifndef HOST_KERNEL_LAUNCH_LAUNCHSOURCE_H
+#define HOST_KERNEL_LAUNCH_LAUNCHSOURCE_H
+
+#include <chrono>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/event/EventMessage.h"
+#include "host/event/IEventSource.h"
+#include "host/kernel/launch/ILaunchSensor.h"
+#include "host/kernel/launch/ImageTable.h"
+#include "host/kernel/launch/Launch.h"
+#include "host/kernel/launch/LaunchPath.h"
+
+struct LaunchSourceOptions {
+    size_t nMostLaunches = 256;                // in one batch
+    size_t nMostBytes = 1024 * 1024;           // of paths and command lines, passed by one at most
+    std::chrono::milliseconds batchTime{200};  // from its first launch until it is handed out
+    std::chrono::milliseconds calm{250};       // without a further loss: announced together
+    std::chrono::milliseconds announce{1000};  // from a loss to its announcement at the latest
+    FileLook fnLook;                           // stat, unless a test brings its own
+    FileLook fnLookAtScript;                   // likewise, but not through a link of /proc
+    std::optional<uint32_t> nMountNs;          // the host's, unless a test brings its own
+};
+
+class LaunchSource {
+public:
+    using Clock = std::chrono::steady_clock;
+
+    // images is told of every process.
+    LaunchSource(std::unique_ptr<ILaunchSensor> pSensor, ILaunchObserver& observer,
+                 ImageTable& images, LaunchSourceOptions options = {});
+
+    LaunchSource(const LaunchSource&) = delete;
+    LaunchSource& operator=(const LaunchSource&) = delete;
+
+    bool Open(std::string& strError);
+    // Takes everything that waits in the ring.
+    void Drain();
+    // No new launches from now on; records that wait can still be drained.
+    void Detach();
+    // Tells the observer the counters; bLast: and every loss that is not yet announced.
+    void TakeCounts(bool bLast);
+
+    // True when a batch is full or its time has come; bAny: or has anything in it.
+    bool HasBatch(Clock::time_point now, bool bAny) const;
+    bool IsMaking() const { return !m_making.creations.empty(); }
+    // The oldest batch, under this number.
+    void HandOut(EventBatch& batch, uint64_t nNumber);
+    const LaunchCounters& Counters() const { return m_launches; }
+
+private:
+    struct Batch {
+        std::vector<event_message::Creation> creations;
+        size_t nBytes = 0;
+        Clock::time_point due;
+    };
+
+    void TakeRecord(const void* pData, size_t nSize);
+    void TakeExec(const LaunchEvent& event);
+    void TakeScript(const LaunchEvent& event, const Launch& launch);
+    void Add(Launch launch);
+
+    const std::unique_ptr<ILaunchSensor> m_pSensor;
+    ILaunchObserver& m_observer;
+    ImageTable& m_images;
+    LaunchSourceOptions m_options;
+    const uint32_t m_nOwnPid;
+    bool m_bDetached = false;
+    Batch m_making;
+    std::deque<Batch> m_full;
+    uint64_t m_nAnnounced = 0;  // losses
+    uint64_t m_nLostSeen = 0;
+    Clock::time_point m_lossBegun;  // of those not announced yet
+    Clock::time_point m_lossGrown;
+    LaunchCounters m_launches;
+};
+
+#endif

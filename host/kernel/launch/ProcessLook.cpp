@@ -1,0 +1,86 @@
+#include "host/kernel/launch/ProcessLook.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
+#include <climits>
+#include <cstdlib>
+
+#include "host/kernel/bpf/launch_record.h"
+
+namespace {
+
+// The fourth field; the second one is a name in brackets that may hold anything.
+uint32_t ParentIn(const std::string& strStat) {
+    const size_t nBracket = strStat.rfind(')');
+    return nBracket == std::string::npos || nBracket + 4 > strStat.size()
+               ? 0
+               : static_cast<uint32_t>(std::strtoul(strStat.c_str() + nBracket + 4, nullptr, 10));
+}
+
+}  // namespace
+
+FileId process_look::IdOf(const struct stat& status) {
+    return {status.st_ino,
+            static_cast<uint32_t>(major(status.st_dev) << 20 | minor(status.st_dev))};
+}
+
+std::string process_look::ReadFile(int nDir, const char* pszName, size_t nMost) {
+    std::string strText;
+    const int nFd = openat(nDir, pszName, O_RDONLY | O_CLOEXEC);
+    if (nFd < 0) {
+        return strText;
+    }
+    strText.resize(nMost);
+    size_t nRead = 0;
+    ssize_t nNow = 0;
+    while (nRead < nMost && (nNow = read(nFd, &strText[nRead], nMost - nRead)) > 0) {
+        nRead += static_cast<size_t>(nNow);
+    }
+    strText.resize(nRead);
+    close(nFd);
+    return strText;
+}
+
+std::string process_look::LinkOf(int nDir, const char* pszName) {
+    static const std::string DELETED = " (deleted)";
+    char szPath[PATH_MAX];
+    const ssize_t nLength = readlinkat(nDir, pszName, szPath, sizeof(szPath));
+    const std::string strPath(szPath, nLength > 0 ? static_cast<size_t>(nLength) : 0);
+    const bool bDeleted =
+        strPath.size() > DELETED.size() &&
+        strPath.compare(strPath.size() - DELETED.size(), DELETED.size(), DELETED) == 0;
+    return bDeleted || strPath.empty() || strPath[0] != '/' ? "" : strPath;
+}
+
+ProcessState process_look::Look(uint32_t nPid, const std::string& strProc) {
+    ProcessState state;
+    // Everything through one descriptor: should the number be given away, nothing more is read.
+    const int nDir =
+        open((strProc + "/" + std::to_string(nPid)).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+    if (nDir < 0) {
+        return state;
+    }
+    state.strArgs = ReadFile(nDir, "cmdline", LAUNCH_ARGS_MOST + 1);
+    if (state.strArgs.size() > LAUNCH_ARGS_MOST) {
+        state.strArgs.resize(LAUNCH_ARGS_MOST);
+        state.bArgsCut = true;
+    }
+    struct stat status = {};
+    if (fstatat(nDir, "exe", &status, 0) == 0) {
+        state.exe = IdOf(status);
+        state.strExe = LinkOf(nDir, "exe");
+        state.strDirectory = LinkOf(nDir, "cwd");
+    }
+    if (fstatat(nDir, "ns/mnt", &status, 0) == 0) {
+        state.nMountNs = static_cast<uint32_t>(status.st_ino);
+    }
+    if (fstat(nDir, &status) == 0) {
+        state.nUid = status.st_uid;
+    }
+    state.nParent = ParentIn(ReadFile(nDir, "stat", 512));
+    close(nDir);
+    return state;
+}

@@ -1,0 +1,50 @@
+// What /proc says of a process that has just started a program.
+//
+// Threads: any; no state. Errors: none but std::bad_alloc; what could not be read is empty.
+#ifndef HOST_KERNEL_LAUNCH_PROCESSLOOK_H
+#define HOST_KERNEL_LAUNCH_PROCESSLOOK_H
+
+#include <sys/stat.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+// Which file; a device in the kernel's form: major << 20 | minor. 0, 0: not known.
+struct FileId {
+    uint64_t nInode = 0;
+    uint32_t nDevice = 0;
+
+    bool IsKnown() const { return nInode != 0; }
+    bool operator==(const FileId& other) const {
+        return nInode == other.nInode && nDevice == other.nDevice;
+    }
+};
+
+struct ProcessState {
+    FileId exe;           // looked at after the arguments, so that they are this program's
+    std::string strExe;   // the kernel's spelling; "" for a file that has no name
+    std::string strArgs;  // each ends in a NUL; at most LAUNCH_ARGS_MOST bytes
+    bool bArgsCut = false;
+    std::string strDirectory;  // the current one
+    uint32_t nMountNs = 0;
+    uint32_t nParent = 0;
+    uint32_t nUid = 0;
+};
+
+namespace process_look {
+
+FileId IdOf(const struct stat& status);
+
+// A file below nDir, at most nMost bytes of it.
+std::string ReadFile(int nDir, const char* pszName, size_t nMost);
+
+// A link below /proc: "" when it cannot be read or its file has no name any more.
+std::string LinkOf(int nDir, const char* pszName);
+
+// strProc is /proc, unless a test brings its own.
+ProcessState Look(uint32_t nPid, const std::string& strProc = "/proc");
+
+}  // namespace process_look
+
+#endif

@@ -1,0 +1,119 @@
+#include "host/module/ModuleLog.h"
+
+#include <algorithm>
+#include <cstring>
+#include <exception>
+#include <string_view>
+
+#include "framework/base/CStr.h"
+#include "host/base/Text.h"
+
+namespace {
+
+constexpr int LEVEL_FAILURE = 4;
+constexpr int LEVEL_ALL = 1;
+
+// What a record's texts are.
+enum Texts {
+    TEXTS_NONE,
+    TEXTS_FILE,               // the file of the question; the message of NOTE_ANALYSED
+    TEXTS_FILE_OPERATION,     // likewise, then the operation
+    TEXTS_PROGRAM,            // the acting program
+    TEXTS_PROGRAM_OPERATION,  // likewise, then the operation
+};
+
+struct KnownFormat {
+    std::string_view strFormat;  // without a line feed at its end
+    ModuleNote eNote;
+    QuestionKind eQuestion;
+    Texts eTexts;
+};
+
+constexpr KnownFormat KNOWN_FORMATS[] = {
+    // clang-format off
+    {"handler===> %s", NOTE_ANALYSED, QUESTION_NONE, TEXTS_FILE},
+    {"[CTevPsMonitor] %s in cacho, skip [lanuch]", NOTE_CACHED, QUESTION_LAUNCH, TEXTS_FILE},
+    {"[CTevPsMonitor] stat faid [%s]", NOTE_NO_STAT, QUESTION_LAUNCH, TEXTS_FILE},
+    {"[CTevPsMonitor] calc md5 faid! [%s][lanuch]", NOTE_NO_HASH, QUESTION_LAUNCH, TEXTS_FILE},
+    {"[CTevFsMonitor] %s in cacho, skip [%s]", NOTE_CACHED, QUESTION_FILE, TEXTS_FILE_OPERATION},
+    {"[CTevFsMonitor] stat faid [%s]", NOTE_NO_STAT, QUESTION_PIPE, TEXTS_FILE},
+    {"[CTevFsMonitor] calc exepath md5 faid! [%s][%s]", NOTE_NO_HASH, QUESTION_FILE,
+     TEXTS_PROGRAM_OPERATION},
+    {"[CTevFsMonitor] calc md5 faid! [%s]", NOTE_NO_HASH, QUESTION_PIPE, TEXTS_FILE},
+    {"[AddAutoRunsHandler] %s in cacho, skip [%s]", NOTE_CACHED, QUESTION_UNIT, TEXTS_FILE},
+    {"[AddAutoRunsHandler] calc md5 faid! [%s]", NOTE_NO_HASH, QUESTION_UNIT, TEXTS_PROGRAM},
+    {"[CTevCloudInterface] : ipc fail.", NOTE_NOT_SENT, QUESTION_NONE, TEXTS_NONE},
+    // clang-format on
+};
+
+}  // namespace
+
+ModuleLog::ModuleLog(Output& output, IModuleLogObserver& observer, int nShowLevel)
+    : m_output(output), m_observer(observer), m_nShowLevel(nShowLevel) {
+    CLogDebug::Instance()->SetSink(this);
+    CLogDebug::Instance()->SetLevel(std::min(nShowLevel, LEVEL_ALL));
+}
+
+ModuleLog::~ModuleLog() {
+    CLogDebug::Instance()->SetSink(nullptr);
+    CLogDebug::Instance()->SetLevel(LEVEL_FAILURE);
+}
+
+int ModuleLog::OnLog(const LogRecord& record, va_list args) {
+    va_list noteArgs;
+    va_copy(noteArgs, args);
+    try {
+        Note(record, noteArgs);
+        if (record.nLevel >= m_nShowLevel) {
+            Show(record, args);
+        }
+    } catch (const std::exception&) {
+        // Out of memory: the record is lost, the module goes on.
+    }
+    va_end(noteArgs);
+    return 1;
+}
+
+void ModuleLog::Note(const LogRecord& record, va_list args) {
+    std::string_view strFormat = record.pszFormat;
+    if (!strFormat.empty() && strFormat.back() == '\n') {
+        strFormat.remove_suffix(1);
+    }
+    for (const KnownFormat& known : KNOWN_FORMATS) {
+        if (known.strFormat != strFormat) {
+            continue;
+        }
+        ModuleRecord note;
+        note.eNote = known.eNote;
+        note.eQuestion = known.eQuestion;
+        if (known.eTexts != TEXTS_NONE) {
+            note.strText = va_arg(args, const char*);
+        }
+        note.bNamesProgram =
+            known.eTexts == TEXTS_PROGRAM || known.eTexts == TEXTS_PROGRAM_OPERATION;
+        if (known.eTexts == TEXTS_FILE_OPERATION || known.eTexts == TEXTS_PROGRAM_OPERATION) {
+            note.strOperation = va_arg(args, const char*);
+        }
+        // One text for two questions: only the function tells them apart.
+        if (note.eNote == NOTE_NO_STAT &&
+            std::strcmp(record.pszFunction, "FileModifyHandler") == 0) {
+            note.eQuestion = QUESTION_FILE;
+            note.strOperation = "write";
+        }
+        m_observer.OnModuleNote(note);
+        return;
+    }
+}
+
+void ModuleLog::Show(const LogRecord& record, va_list args) {
+    std::string strMessage = CLogDebug::MessageOf(record, args);
+    if (!strMessage.empty() && strMessage.back() == '\n') {
+        strMessage.pop_back();
+    }
+    std::string strLine = text::ClockNow() + CStr::stdformat("  module L%d  ", record.nLevel) +
+                          text::ForTerminal(strMessage);
+    if (*record.pszFunction != '\0') {
+        strLine += std::string("  (") + record.pszFunction + ")";
+    }
+    m_output.Error(strLine);
+}

@@ -1,0 +1,58 @@
+// The module's log as the host sees it: failures are shown, and the records that say what became
+// of an event are told to an observer. They are known by their format, before any argument is
+// put into it.
+//
+// Threads: any. Errors: nothing throws.
+#ifndef HOST_MODULE_MODULELOG_H
+#define HOST_MODULE_MODULELOG_H
+
+#include <string>
+
+#include "framework/log/CLogDebug.h"
+#include "host/base/Output.h"
+#include "host/module/ModuleQuestions.h"
+
+enum ModuleNote {
+    NOTE_ANALYSED,  // a message of the queue is looked at from now on, on this thread
+    NOTE_CACHED,    // an event was skipped, its program's verdict is known
+    NOTE_NO_STAT,   // an event was skipped, its file cannot be looked at
+    NOTE_NO_HASH,   // an event was skipped, its program cannot be read
+    NOTE_NOT_SENT,  // a query could not be sent
+};
+
+struct ModuleRecord {
+    ModuleNote eNote = NOTE_ANALYSED;
+    std::string strText;  // the file that it names, or the message; "" where it has none
+    QuestionKind eQuestion = QUESTION_NONE;  // the question that this ends
+    std::string strOperation = {};           // of QUESTION_FILE
+    bool bNamesProgram = false;              // strText is the acting program
+};
+
+class IModuleLogObserver {
+public:
+    virtual ~IModuleLogObserver() = default;
+    // [any] A record that says what became of an event.
+    virtual void OnModuleNote(const ModuleRecord& record) = 0;
+};
+
+class ModuleLog : public ILogSink {
+public:
+    // Takes the process's log; records of nShowLevel and above are shown on standard error.
+    ModuleLog(Output& output, IModuleLogObserver& observer, int nShowLevel);
+    ~ModuleLog() override;  // gives the log back; no module may be running
+
+    ModuleLog(const ModuleLog&) = delete;
+    ModuleLog& operator=(const ModuleLog&) = delete;
+
+    int OnLog(const LogRecord& record, va_list args) override;
+
+private:
+    void Note(const LogRecord& record, va_list args);
+    void Show(const LogRecord& record, va_list args);
+
+    Output& m_output;
+    IModuleLogObserver& m_observer;
+    const int m_nShowLevel;
+};
+
+#endif

@@ -1,0 +1,135 @@
+#include "host/module/ModuleStdout.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <pthread.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <exception>
+#include <system_error>
+#include <utility>
+
+namespace {
+
+void CloseIfOpen(int& nFd) {
+    if (nFd >= 0) {
+        close(nFd);
+        nFd = -1;
+    }
+}
+
+}  // namespace
+
+ModuleStdout::ModuleStdout(Sink fnSink) : m_fnSink(std::move(fnSink)) {}
+
+ModuleStdout::~ModuleStdout() {
+    End();
+}
+
+bool ModuleStdout::Begin() {
+    int fds[2] = {-1, -1};
+    if (m_thread.joinable() || pipe2(fds, O_CLOEXEC) != 0) {
+        return false;
+    }
+    m_nRead = fds[0];
+    // Read to the last byte at the end, also when somebody still holds the other side.
+    bool bReady = fcntl(m_nRead, F_SETFL, O_NONBLOCK) == 0;
+    m_nEnd = eventfd(0, EFD_CLOEXEC);
+    m_nSaved = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    try {
+        if (bReady && m_nEnd >= 0 && m_nSaved >= 0) {
+            m_thread = std::thread(&ModuleStdout::Read, this);
+        }
+    } catch (const std::system_error&) {  // no thread
+    }
+    bReady = m_thread.joinable() && dup2(fds[1], STDOUT_FILENO) == STDOUT_FILENO;
+    close(fds[1]);
+    if (!bReady) {
+        End();
+    }
+    return bReady;
+}
+
+void ModuleStdout::End() {
+    if (m_nSaved >= 0) {
+        (void)std::fflush(stdout);  // what the module left in the buffer is the module's
+        (void)dup2(m_nSaved, STDOUT_FILENO);
+    }
+    if (m_thread.joinable()) {
+        const uint64_t nOne = 1;
+        (void)!write(m_nEnd, &nOne, sizeof(nOne));  // cannot fail: it was 0
+        m_thread.join();
+    }
+    CloseIfOpen(m_nSaved);
+    CloseIfOpen(m_nRead);
+    CloseIfOpen(m_nEnd);
+}
+
+void ModuleStdout::Read() {
+    pthread_setname_np(pthread_self(), "host_modstdout");
+    std::string strRest;  // a line in the making
+    bool bEnd = false;
+    while (!bEnd) {
+        pollfd fds[2] = {{m_nRead, POLLIN, 0}, {m_nEnd, POLLIN, 0}};
+        (void)poll(fds, 2, WaitTime());
+        bEnd = (fds[1].revents & POLLIN) != 0;
+        try {
+            while (ReadSome(strRest)) {
+                Tell(m_folder.Take(LineFolder::Clock::now()));
+            }
+            Tell(m_folder.Take(LineFolder::Clock::now()));
+        } catch (const std::exception&) {
+            strRest.clear();  // no memory: these lines are lost, reading goes on
+        }
+        // Every writer is gone, which poll would tell for ever.
+        bEnd = bEnd || (fds[0].revents & (POLLIN | POLLHUP)) == POLLHUP;
+    }
+    try {
+        if (!strRest.empty()) {
+            m_folder.Add(strRest, LineFolder::Clock::now());
+        }
+        Tell(m_folder.TakeAll());
+    } catch (const std::exception&) {  // as above
+    }
+}
+
+// False when nothing is there at the moment.
+bool ModuleStdout::ReadSome(std::string& strRest) {
+    char szBuffer[16384];
+    const ssize_t nRead = read(m_nRead, szBuffer, sizeof(szBuffer));
+    if (nRead <= 0) {
+        return false;
+    }
+    const auto now = LineFolder::Clock::now();
+    for (ssize_t i = 0; i < nRead; ++i) {
+        if (szBuffer[i] != '\n') {
+            strRest += szBuffer[i];
+        }
+        if (szBuffer[i] == '\n' || strRest.size() >= MOST_BYTES) {
+            m_folder.Add(strRest, now);
+            Tell(m_folder.Take(now));
+            strRest.clear();
+        }
+    }
+    return true;
+}
+
+void ModuleStdout::Tell(const std::vector<std::string>& lines) const {
+    for (const std::string& strLine : lines) {
+        m_fnSink(strLine);
+    }
+}
+
+// In milliseconds, for poll.
+int ModuleStdout::WaitTime() const {
+    const auto due = m_folder.Due();
+    if (!due) {
+        return -1;
+    }
+    const auto wait = std::chrono::ceil<std::chrono::milliseconds>(*due - LineFolder::Clock::now());
+    return static_cast<int>(std::clamp<int64_t>(wait.count(), 0, LineFolder::HOLD.count()));
+}

@@ -1,0 +1,49 @@
+// What a module prints on file descriptor 1, always read, told line by line with its repeats
+// folded. A module prints up to 300 lines about one failed operation, and a writer whose pipe
+// nobody reads stands still.
+//
+// Threads: Begin and End on the control thread; fnSink is called on a thread of this class.
+// Errors: without a pipe or a thread file descriptor 1 stays what it was.
+// Ownership: fnSink must not wait for the module.
+#ifndef HOST_MODULE_MODULESTDOUT_H
+#define HOST_MODULE_MODULESTDOUT_H
+
+#include <functional>
+#include <string>
+#include <thread>
+
+#include "host/module/LineFolder.h"
+
+class ModuleStdout {
+public:
+    // One line without its line feed; longer ones come in pieces of this size.
+    using Sink = std::function<void(const std::string& strLine)>;
+    static constexpr size_t MOST_BYTES = 4096;
+
+    explicit ModuleStdout(Sink fnSink);
+    ~ModuleStdout();  // End
+
+    ModuleStdout(const ModuleStdout&) = delete;
+    ModuleStdout& operator=(const ModuleStdout&) = delete;
+
+    // Before the module is loaded: file descriptor 1 leads here from now on.
+    bool Begin();
+    // After it was unloaded: everything printed until now is told, and file descriptor 1 is what
+    // it was before Begin.
+    void End();
+
+private:
+    void Read();
+    bool ReadSome(std::string& strRest);
+    void Tell(const std::vector<std::string>& lines) const;
+    int WaitTime() const;
+
+    const Sink m_fnSink;
+    LineFolder m_folder;  // of the thread
+    int m_nSaved = -1;
+    int m_nRead = -1;
+    int m_nEnd = -1;  // an eventfd that End writes
+    std::thread m_thread;
+};
+
+#endif

@@ -1,0 +1,103 @@
+#include "host/report/metrics/MetricsFile.h"
+
+#include <fcntl.h>
+#include <pthread.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <utility>
+
+namespace {
+
+int WriteAll(int nFd, const std::string& strText) {
+    size_t nDone = 0;
+    while (nDone < strText.size()) {
+        const ssize_t nWritten = write(nFd, strText.data() + nDone, strText.size() - nDone);
+        if (nWritten < 0 && errno != EINTR) {
+            return errno;
+        }
+        nDone += nWritten > 0 ? static_cast<size_t>(nWritten) : 0;
+    }
+    return 0;
+}
+
+}  // namespace
+
+MetricsFile::MetricsFile(std::string strFile, std::chrono::milliseconds interval, MakeText fnText,
+                         Tell fnTell)
+    : m_strFile(std::move(strFile)),
+      m_interval(interval),
+      m_fnText(std::move(fnText)),
+      m_fnTell(std::move(fnTell)) {}
+
+void MetricsFile::Begin() {
+    if (!m_thread.joinable()) {
+        m_thread = std::thread(&MetricsFile::Run, this);
+    }
+}
+
+void MetricsFile::End() {
+    if (!m_thread.joinable()) {
+        return;
+    }
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_bEnd = true;
+        m_changed.NotifyAll();
+    }
+    m_thread.join();
+}
+
+void MetricsFile::Run() {
+    pthread_setname_np(pthread_self(), "host_metrics");
+    bool bEnd = false;
+    while (!bEnd) {
+        WriteNow();
+        std::unique_lock<std::mutex> lock(m_mutex);
+        const auto due = MonotonicCondition::Clock::now() + m_interval;
+        while (!m_bEnd && MonotonicCondition::Clock::now() < due) {
+            m_changed.WaitUntil(lock, due);
+        }
+        bEnd = m_bEnd;
+    }
+    WriteNow();
+}
+
+void MetricsFile::WriteNow() {
+    try {
+        const int nError = Write(m_strFile, m_fnText());
+        if (nError != 0 && !m_bTold) {
+            m_fnTell("cannot write " + m_strFile + ": " + std::strerror(nError));
+        }
+        m_bTold = nError != 0;
+    } catch (const std::exception&) {
+        // Out of memory: the file stays as it is until the next time.
+    }
+}
+
+int MetricsFile::Write(const std::string& strFile, const std::string& strText) {
+    std::string strBeside = strFile + ".XXXXXX";
+    const int nFd = mkostemp(strBeside.data(), O_CLOEXEC);
+    if (nFd < 0) {
+        return errno;
+    }
+    int nError = WriteAll(nFd, strText);
+    if (nError == 0 && fchmod(nFd, 0644) != 0) {
+        nError = errno;
+    }
+    if (close(nFd) != 0 && nError == 0) {
+        nError = errno;
+    }
+    if (nError == 0 && std::rename(strBeside.c_str(), strFile.c_str()) != 0) {
+        nError = errno;
+    }
+    if (nError != 0) {
+        (void)unlink(strBeside.c_str());  // nothing more can be done
+    }
+    return nError;
+}

@@ -1,0 +1,310 @@
+#include "host/transport/Router.h"
+
+#include <algorithm>
+#include <chrono>
+#include <exception>
+#include <utility>
+#include <vector>
+
+// One SendWithCompletion: its completion is called by whoever ends it first.
+struct Router::Send {
+    std::atomic<bool> bEnded{false};
+    IMRSendComplete* pComplete = nullptr;
+    Guid target = {};
+
+    void End(uint32_t nResult, const std::string& strAnswer) {
+        if (!bEnded.exchange(true) && pComplete != nullptr) {
+            (void)pComplete->SendComplete(nResult, &target, strAnswer.data(),
+                                          static_cast<uint32_t>(strAnswer.size()), nullptr, 0);
+        }
+    }
+};
+
+namespace {
+
+// The calls that a plug-in makes promise not to throw; memory and threads may run out in them.
+template <class Function>
+uint32_t Guarded(const Function& function) {
+    try {
+        return function();
+    } catch (const std::exception&) {
+        return ERROR_OUT_OF_MEMORY;
+    }
+}
+
+constexpr int64_t LONGEST_TIMEOUT = 24LL * 3600 * 1000;  // a day, in milliseconds
+
+std::string Body(const void* pData, uint32_t nLength) {
+    return pData == nullptr ? std::string() : std::string(static_cast<const char*>(pData), nLength);
+}
+
+}  // namespace
+
+Router::Router(const Lane::Limits& limits) : m_limits(limits) {}
+
+Router::~Router() {
+    Close();
+}
+
+void Router::AddEndpoint(const Guid& identity, IEndpoint* pEndpoint) {
+    const auto pNew = std::make_shared<Endpoint>();
+    pNew->pEndpoint = pEndpoint;
+    pNew->pLane = std::make_unique<Lane>("host_endpoint", m_limits);
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_endpoints[identity] = pNew;
+}
+
+uint32_t Router::Push(Lane& lane, size_t nBytes, Lane::Job job) {
+    // Counted before it can run, so that Pending never reads 0 with the message under way.
+    ++m_nPending;
+    try {
+        const bool bPushed = lane.Push(nBytes, [this, job = std::move(job)](bool bRun) {
+            job(bRun);
+            --m_nPending;
+        });
+        if (bPushed) {
+            return 0;
+        }
+    } catch (const std::exception&) {
+        --m_nPending;
+        return ERROR_OUT_OF_MEMORY;
+    }
+    --m_nPending;
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_bClosed) {
+        return ROUTER_CLOSED;
+    }
+    return m_bWaiting ? ROUTER_NO_RECEIVER : ROUTER_NO_ROOM;
+}
+
+uint32_t Router::Deliver(const Guid& sender, int64_t nMsgType, std::string strBody, Done fnDone,
+                         Answer fnAnswer) {
+    std::shared_ptr<Receiver> pReceiver;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        if (m_bClosed) {
+            return ROUTER_CLOSED;
+        }
+        const auto it = m_receivers.find(nMsgType);
+        if (it == m_receivers.end()) {
+            return ROUTER_NO_RECEIVER;
+        }
+        pReceiver = it->second;
+    }
+    const size_t nBytes = strBody.size();
+    Receiver* const pTarget = pReceiver.get();  // the lane of a receiver ends before it does
+    return Push(*pReceiver->pLane, nBytes,
+                [this, pTarget, sender, nMsgType, strBody = std::move(strBody),
+                 fnDone = std::move(fnDone), fnAnswer = std::move(fnAnswer)](bool bRun) {
+                    if (bRun) {
+                        Call(*pTarget, sender, nMsgType, strBody, fnAnswer);
+                    }
+                    if (fnDone) {
+                        fnDone(bRun ? 0 : ROUTER_NO_RECEIVER);
+                    }
+                });
+}
+
+void Router::Call(Receiver& receiver, const Guid& sender, int64_t nMsgType,
+                  const std::string& strBody, const Answer& fnAnswer) {
+    uintptr_t nHandle = 0;
+    if (fnAnswer) {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        nHandle = m_nNextHandle++;
+        m_replies[nHandle] = fnAnswer;
+    }
+    (void)receiver.pReceiver.load()->ReceiveCallback(&sender, nMsgType, strBody.data(),
+                                                     static_cast<uint32_t>(strBody.size()),
+                                                     reinterpret_cast<void*>(nHandle), 0);
+    if (nHandle != 0) {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_replies.erase(nHandle);
+    }
+}
+
+void Router::EndWaiting() {
+    std::vector<std::shared_ptr<Receiver>> receivers;
+    std::vector<std::shared_ptr<Endpoint>> endpoints;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_bWaiting = false;
+        for (const auto& entry : m_receivers) {
+            receivers.push_back(entry.second);
+        }
+        for (const auto& entry : m_endpoints) {
+            endpoints.push_back(entry.second);
+        }
+    }
+    for (const auto& pReceiver : receivers) {
+        pReceiver->pLane->EndWaiting();
+    }
+    for (const auto& pEndpoint : endpoints) {
+        pEndpoint->pLane->EndWaiting();
+    }
+}
+
+Guid Router::LocalIdentity() const {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_identity;
+}
+
+uint32_t Router::SetLocalIdentity(const Guid* pIdentity) {
+    if (pIdentity == nullptr) {
+        return ERROR_BAD_ARGUMENT;
+    }
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_identity = *pIdentity;
+    return 0;
+}
+
+void Router::Close() {
+    std::map<int64_t, std::shared_ptr<Receiver>> receivers;
+    std::map<Guid, std::shared_ptr<Endpoint>, GuidLess> endpoints;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_bClosed = true;
+        receivers.swap(m_receivers);
+        endpoints.swap(m_endpoints);
+    }
+    for (const auto& entry : receivers) {
+        entry.second->pLane->Stop();
+    }
+    for (const auto& entry : endpoints) {
+        entry.second->pLane->Stop();
+    }
+    m_deadlines.Stop();
+}
+
+uint32_t Router::FindEndpoint(const Guid* pTarget, std::shared_ptr<Endpoint>& pFound) const {
+    if (pTarget == nullptr) {
+        return ERROR_BAD_ARGUMENT;
+    }
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_bClosed) {
+        return ROUTER_CLOSED;
+    }
+    const auto it = m_endpoints.find(*pTarget);
+    if (it == m_endpoints.end()) {
+        return ROUTER_UNKNOWN_ENDPOINT;
+    }
+    pFound = it->second;
+    return 0;
+}
+
+uint32_t Router::Post(const Guid* pTarget, int64_t nMsgType, const void* pData, uint32_t nLength) {
+    std::shared_ptr<Endpoint> pEndpoint;
+    const uint32_t nFound = FindEndpoint(pTarget, pEndpoint);
+    if (nFound != 0) {
+        return nFound;
+    }
+    const Guid sender = LocalIdentity();
+    IEndpoint* const pReceiver = pEndpoint->pEndpoint;
+    return Guarded([&] {
+        return Push(*pEndpoint->pLane, nLength,
+                    [sender, nMsgType, pReceiver, strBody = Body(pData, nLength)](bool bRun) {
+                        if (bRun) {
+                            (void)pReceiver->OnMessage(sender, nMsgType, strBody);
+                        }
+                    });
+    });
+}
+
+uint32_t Router::RegisterReceiver(int64_t nMsgType, IMRReceiveComplete* pReceiver,
+                                  int64_t /*nReserved*/) {
+    if (pReceiver == nullptr) {
+        return ERROR_BAD_ARGUMENT;
+    }
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_bClosed) {
+        return ROUTER_CLOSED;
+    }
+    return Guarded([&]() -> uint32_t {
+        const auto it = m_receivers.find(nMsgType);
+        if (it != m_receivers.end()) {
+            it->second->pReceiver.store(pReceiver);
+            return 0;
+        }
+        const auto pNew = std::make_shared<Receiver>();
+        pNew->pReceiver.store(pReceiver);
+        pNew->pLane = std::make_unique<Lane>("host_receive", m_limits);
+        m_receivers[nMsgType] = pNew;
+        return 0;
+    });
+}
+
+uint32_t Router::UnregisterReceiver(int64_t nMsgType) {
+    std::shared_ptr<Receiver> pEntry;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        const auto it = m_receivers.find(nMsgType);
+        if (it == m_receivers.end()) {
+            return ROUTER_NO_RECEIVER;
+        }
+        pEntry = it->second;
+        m_receivers.erase(it);
+    }
+    pEntry->pLane->Stop();
+    return 0;
+}
+
+uint32_t Router::Reply(int64_t /*nReserved*/, int64_t nMsgType, const void* pData, uint32_t nLength,
+                       void* pReplyHandle) {
+    Answer fnAnswer;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        const auto it = m_replies.find(reinterpret_cast<uintptr_t>(pReplyHandle));
+        if (it == m_replies.end()) {
+            return ERROR_BAD_ARGUMENT;
+        }
+        fnAnswer = std::move(it->second);
+        m_replies.erase(it);
+    }
+    fnAnswer(nMsgType, Body(pData, nLength));
+    return 0;
+}
+
+uint32_t Router::SendWithCompletion(const Guid* pTarget, int64_t nMsgType, const void* pData,
+                                    uint32_t nLength, IMRSendComplete* pComplete,
+                                    int64_t /*nReserved*/, uint32_t* pOut, int64_t nTimeout) {
+    std::shared_ptr<Endpoint> pEndpoint;
+    const uint32_t nFound = FindEndpoint(pTarget, pEndpoint);
+    if (nFound != 0) {
+        return nFound;
+    }
+    return Guarded([&] {
+        return SendTo(*pEndpoint, *pTarget, nMsgType, Body(pData, nLength), pComplete, pOut,
+                      nTimeout);
+    });
+}
+
+uint32_t Router::SendTo(Endpoint& endpoint, const Guid& target, int64_t nMsgType,
+                        std::string strBody, IMRSendComplete* pComplete, uint32_t* pOut,
+                        int64_t nTimeout) {
+    const auto pSend = std::make_shared<Send>();
+    pSend->pComplete = pComplete;
+    pSend->target = target;
+    const Guid sender = LocalIdentity();
+    const uint32_t nSend = m_nNextSend++;
+    IEndpoint* const pReceiver = endpoint.pEndpoint;
+    const size_t nBytes = strBody.size();
+    const uint32_t nPushed =
+        Push(*endpoint.pLane, nBytes,
+             [pSend, sender, nMsgType, pReceiver, strBody = std::move(strBody)](bool bRun) {
+                 if (!bRun) {
+                     pSend->End(ROUTER_CLOSED, "");
+                 } else if (!pSend->bEnded) {  // what is too late is not delivered at all
+                     pSend->End(0, pReceiver->OnMessage(sender, nMsgType, strBody));
+                 }
+             });
+    if (nPushed != 0) {
+        return nPushed;
+    }
+    if (pOut != nullptr) {
+        *pOut = nSend;
+    }
+    const int64_t nWait = std::clamp<int64_t>(nTimeout, 0, LONGEST_TIMEOUT);
+    const auto due = Deadlines::Clock::now() + std::chrono::milliseconds(nWait);
+    // Not taken only when the router was closed, which ends the send with its lane.
+    (void)m_deadlines.Add(due, [pSend] { pSend->End(ROUTER_TIMEOUT, ""); });
+    return 0;
+}

@@ -1,0 +1,249 @@
+#include "host/account/EventLedger.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include "host/event/EventMessage.h"
+#include "tests/support/TestDir.h"
+
+namespace {
+
+ModuleSign Sign(SignEnd eEnd, QuestionKind eKind, const std::string& strName,
+                const std::string& strOperation = "") {
+    ModuleSign sign;
+    sign.eEnd = eEnd;
+    sign.eKind = eKind;
+    sign.strName = strName;
+    sign.strOperation = strOperation;
+    return sign;
+}
+
+ModuleSign OfProgram(SignEnd eEnd, QuestionKind eKind, const std::string& strProgram,
+                     const std::string& strOperation = "") {
+    ModuleSign sign = Sign(eEnd, eKind, strProgram, strOperation);
+    sign.bNamesProgram = true;
+    return sign;
+}
+
+std::string FileMessage(const std::string& strOperation, const std::string& strPath,
+                        const std::string& strProgram = "/bin/actor") {
+    return R"({"param":[{"grup":"cloudquery","context":"cloudfd","path":")" + strPath +
+           R"(","exe_path":")" + strProgram + R"(","optertion":")" + strOperation + R"("}]})";
+}
+
+class EventLedgerTest : public testing::Test {
+protected:
+    EventLedgerTest() : m_strThere(m_dir.WriteFile("there", "x", 0755)) {}
+
+    // A message of launches, handed over.
+    std::string Launches(uint64_t nNumber, const std::vector<std::string>& paths) {
+        const std::string strBody = event_message::ProcessCreations(paths);
+        m_ledger.Send(nNumber, strBody, paths.size());
+        return strBody;
+    }
+    // A message of one file operation, handed over and begun with.
+    void BeginFile(const std::string& strBody) {
+        m_ledger.Send(++m_nNumber, strBody, 1);
+        m_ledger.Begin(strBody);
+    }
+    std::string Pipe() {
+        const std::string strPath = m_dir.Path() + "/pipe";
+        EXPECT_EQ(0, mkfifo(strPath.c_str(), 0600));
+        return strPath;
+    }
+
+    TestDir m_dir;
+    const std::string m_strThere;
+    uint64_t m_nNumber = 0;
+    bool m_bKnownMaker = false;
+    EventLedger m_ledger{[this](const std::string&) { return m_bKnownMaker; }};
+};
+
+}  // namespace
+
+TEST_F(EventLedgerTest, AnEventWaitsUntilTheModuleBeginsWithItsMessage) {
+    const std::string strFirst = Launches(1, {m_strThere, m_strThere});
+    Launches(2, {m_strThere});
+    m_ledger.Begin(strFirst);
+
+    const LedgerState state = m_ledger.FinalState();
+    EXPECT_EQ(3u, state.nSent);
+    EXPECT_EQ(1u, state.nWaiting);
+    EXPECT_EQ(1u, state.nWaitingMessages);
+    EXPECT_EQ(2u, state.nBegun);
+    EXPECT_EQ(2u, state.nSilent);
+}
+
+TEST_F(EventLedgerTest, EveryLaunchIsOneQuestionThatOneSignEnds) {
+    m_ledger.Begin(Launches(1, {m_strThere, m_strThere}));
+
+    EXPECT_TRUE(m_ledger.Hear(Sign(SIGN_QUERIED, QUESTION_LAUNCH, m_strThere)).has_value());
+    EXPECT_TRUE(m_ledger.Hear(Sign(SIGN_CACHED, QUESTION_LAUNCH, m_strThere)).has_value());
+    EXPECT_FALSE(m_ledger.Hear(Sign(SIGN_CACHED, QUESTION_LAUNCH, m_strThere)).has_value());
+
+    const LedgerState state = m_ledger.FinalState();
+    EXPECT_EQ(2u, state.nQuestions);
+    EXPECT_EQ(1u, state.nQueried);
+    EXPECT_EQ(1u, state.nCached);
+    EXPECT_EQ(1u, state.nBeside);
+    EXPECT_EQ(0u, state.nSilent);
+}
+
+TEST_F(EventLedgerTest, AProgramThatIsGoneExplainsTheSilence) {
+    m_ledger.Begin(Launches(1, {m_dir.Path() + "/gone", m_dir.Path()}));
+
+    EXPECT_EQ(2u, m_ledger.State().nGone);
+    EXPECT_EQ(2u, m_ledger.FinalState().nGone);
+    EXPECT_EQ(0u, m_ledger.FinalState().nSilent);
+}
+
+TEST_F(EventLedgerTest, AProgramThatWasGoneWhenTheModuleLookedIsExplainedAlsoWhenItCameBack) {
+    const std::string strLater = m_dir.Path() + "/later";
+    m_ledger.Begin(Launches(1, {strLater}));
+    m_dir.WriteFile("later", "x", 0755);
+
+    EXPECT_EQ(1u, m_ledger.FinalState().nGone);
+}
+
+TEST_F(EventLedgerTest, AMessageOfAnEarlierRunIsCountedApartAndLeavesNothingUnexplained) {
+    const std::string strEarlier = event_message::ProcessCreations({m_strThere, m_strThere});
+    m_ledger.SetEarlier(1);
+    const std::string strOwn = Launches(1, {m_strThere});
+    m_ledger.Begin(strEarlier);
+
+    LedgerState state = m_ledger.State();
+    EXPECT_EQ(0u, state.nEarlierWaiting);
+    EXPECT_EQ(2u, state.nEarlierBegun);
+    EXPECT_EQ(1u, state.nWaiting);
+    EXPECT_EQ(2u, state.nQuestions);
+
+    m_ledger.Begin(strOwn);
+    EXPECT_EQ(1u, m_ledger.State().nBegun);
+    EXPECT_EQ(3u, m_ledger.State().nSilent);
+}
+
+TEST_F(EventLedgerTest, ARefusedMessageDoesNotWait) {
+    Launches(1, {m_strThere});
+    Launches(2, {m_strThere, m_strThere});
+    m_ledger.Refuse(2);
+    m_ledger.Refuse(9);
+
+    EXPECT_EQ(2u, m_ledger.State().nRefused);
+    EXPECT_EQ(1u, m_ledger.State().nWaiting);
+}
+
+TEST_F(EventLedgerTest, AMessageThatIsPassedOverWasNotStored) {
+    Launches(1, {m_strThere, m_strThere});
+    const std::string strSecond = Launches(2, {m_strThere});
+    m_ledger.Begin(strSecond);
+
+    EXPECT_EQ(2u, m_ledger.State().nNotStored);
+    EXPECT_EQ(1u, m_ledger.State().nBegun);
+    EXPECT_EQ(0u, m_ledger.State().nWaiting);
+}
+
+TEST_F(EventLedgerTest, AMessageThatIsNotInTheQueueAtTheEndWasNotStored) {
+    m_ledger.SetEarlier(2);
+    Launches(1, {m_strThere});
+    Launches(2, {m_strThere, m_strThere});
+    m_ledger.End(3);  // the two earlier ones, and one of ours
+
+    EXPECT_EQ(2u, m_ledger.State().nNotStored);
+    EXPECT_EQ(1u, m_ledger.State().nWaiting);
+}
+
+TEST_F(EventLedgerTest, ANameThatIsNotUtf8IsHeardOfUnderItsReplacement) {
+    m_ledger.Begin(Launches(1, {"/bin/a\xff\xfez"}));
+    const auto question =
+        m_ledger.Hear(Sign(SIGN_QUERIED, QUESTION_LAUNCH, "/bin/a\xef\xbf\xbd\xef\xbf\xbdz"));
+
+    ASSERT_TRUE(question.has_value());
+    EXPECT_EQ("/bin/a\xff\xfez", question->strFile);
+}
+
+TEST_F(EventLedgerTest, AFileOperationOutsideTheWatchedPlacesIsOfNoInterest) {
+    BeginFile(FileMessage("write", "/tmp/x"));
+    BeginFile(FileMessage("create", m_strThere));
+    BeginFile(FileMessage("create", m_dir.Path() + "/gone"));
+    // The last one is gone when the module looks whether it is a pipe, and it says so.
+    EXPECT_FALSE(m_ledger.Hear(Sign(SIGN_NO_STAT, QUESTION_PIPE, m_dir.Path() + "/gone")));
+
+    const LedgerState state = m_ledger.FinalState();
+    EXPECT_EQ(3u, state.nNoInterest);
+    EXPECT_EQ(0u, state.nQuestions);
+    EXPECT_EQ(1u, state.nBeside);
+}
+
+TEST_F(EventLedgerTest, ASignNamesTheProgramOrTheFileOfAFileOperation) {
+    BeginFile(FileMessage("write", "/etc/cron.d/a"));
+    BeginFile(FileMessage("rename", "/etc/cron.d/a"));
+    BeginFile(FileMessage("create", "/etc/systemd/system/x.service"));
+
+    EXPECT_FALSE(m_ledger.Hear(Sign(SIGN_CACHED, QUESTION_FILE, "/etc/cron.d/a", "remove")));
+    EXPECT_TRUE(m_ledger.Hear(Sign(SIGN_CACHED, QUESTION_FILE, "/etc/cron.d/a", "rename")));
+    const auto write = m_ledger.Hear(OfProgram(SIGN_NO_HASH, QUESTION_FILE, "/bin/actor", "write"));
+    const auto unit = m_ledger.Hear(OfProgram(SIGN_QUERIED, QUESTION_UNIT, "/bin/actor"));
+
+    ASSERT_TRUE(write && unit);
+    EXPECT_EQ("/etc/cron.d/a", write->strFile);
+    EXPECT_EQ("/etc/systemd/system/x.service", unit->strFile);
+    EXPECT_EQ(0u, m_ledger.FinalState().nSilent);
+    EXPECT_EQ(1u, m_ledger.FinalState().nNoHash);
+}
+
+TEST_F(EventLedgerTest, AFileOperationThatNothingIsHeardOfIsUnexplained) {
+    BeginFile(FileMessage("remove", "/etc/cron.d/gone"));
+
+    EXPECT_EQ(1u, m_ledger.FinalState().nSilent);
+}
+
+TEST_F(EventLedgerTest, APipeOfAProgramWithAGoodVerdictIsSkippedWithoutASign) {
+    const std::string strPipe = Pipe();
+    m_bKnownMaker = true;
+    BeginFile(FileMessage("create", strPipe));
+    EXPECT_EQ(1u, m_ledger.State().nKnownMaker);
+
+    m_bKnownMaker = false;
+    BeginFile(FileMessage("create", strPipe, "/bin/other"));
+    EXPECT_EQ(1u, m_ledger.State().nKnownMaker);
+    EXPECT_EQ(1u, m_ledger.State().nSilent);
+    EXPECT_TRUE(m_ledger.Hear(OfProgram(SIGN_QUERIED, QUESTION_PIPE, "/bin/other")));
+    EXPECT_EQ(0u, m_ledger.FinalState().nSilent);
+}
+
+TEST_F(EventLedgerTest, APipeThatBecameAFileIsExplained) {
+    const std::string strPipe = Pipe();
+    BeginFile(FileMessage("create", strPipe));
+    EXPECT_EQ(0, unlink(strPipe.c_str()));
+    m_dir.WriteFile("pipe", "x", 0600);
+
+    EXPECT_EQ(1u, m_ledger.State().nSilent);
+    EXPECT_EQ(1u, m_ledger.FinalState().nGone);
+}
+
+TEST_F(EventLedgerTest, WhatNothingWasHeardOfForLongStaysAsItIs) {
+    const EventLedger::Clock::time_point begun;
+    m_ledger.Begin(Launches(1, {m_strThere, m_dir.Path() + "/gone"}), begun);
+    m_ledger.Begin("{}", begun + EventLedger::LONGEST_OPEN + std::chrono::seconds(1));
+
+    EXPECT_FALSE(m_ledger.Hear(Sign(SIGN_QUERIED, QUESTION_LAUNCH, m_strThere)));
+    EXPECT_EQ(1u, m_ledger.State().nGone);
+    EXPECT_EQ(1u, m_ledger.State().nSilent);
+}
+
+// 12,000 programs that are gone, with names of 4 KiB, would be held for two minutes.
+TEST_F(EventLedgerTest, LongNamesOfWhatIsNeverHeardOfAreNotHeldAll) {
+    for (int i = 0; i < 120; ++i) {
+        std::vector<std::string> paths(100, m_dir.Path() + "/" + std::string(4000, 'g'));
+        m_ledger.Begin(Launches(static_cast<uint64_t>(i), paths));
+    }
+
+    EXPECT_EQ(12000u, m_ledger.State().nGone);
+    for (int i = 0; i < 12000; ++i) {
+        (void)m_ledger.Hear(
+            Sign(SIGN_CACHED, QUESTION_LAUNCH, m_dir.Path() + "/" + std::string(4000, 'g')));
+    }
+    EXPECT_GT(m_ledger.State().nCached, 5000u);
+    EXPECT_LT(m_ledger.State().nCached, 9000u);
+    EXPECT_EQ(12000u, m_ledger.State().nCached + m_ledger.State().nGone);
+}

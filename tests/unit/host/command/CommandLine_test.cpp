@@ -1,0 +1,122 @@
+#include "host/command/CommandLine.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tests/support/StdoutCapture.h"
+
+namespace {
+
+using Texts = std::vector<std::string>;
+using testing::HasSubstr;
+
+class CommandLineTest : public testing::Test {
+protected:
+    CommandLineTest() {
+        m_program.NeedsCommand();
+        (void)m_program.AddFlag("-v,--verbose", m_bVerbose, "Say more");
+        m_program.OnParsed([this] { m_calls.push_back("parsed"); });
+        Command run = m_program.AddCommand("run", "Run it");
+        (void)run.AddOption("--name", m_strName, "A name").OneOf({"red", "blue"});
+        (void)run.AddOption("--number", m_nNumber, "A number").TypeName("N").InRange(1, 9);
+        (void)run.AddOption("--share", m_dShare, "A share").InRange(0.5, 1.5);
+        (void)run.AddOption("--size", m_nSize, "A size").ByteSize().Positive();
+        (void)run.AddOption("--list", m_list, "Some").Repeatable();
+        (void)run.AddOption("--checked", m_strChecked, "Checked").Check([](const std::string& str) {
+            return str == "good" ? "" : "is not good";
+        });
+        const CommandOption one = run.AddFlag("--one", m_bOne, "One");
+        (void)run.AddFlag("--not-with-one", m_bTwo, "Two").Excludes(one);
+        (void)run.AddFlag("--with-one", m_bThree, "Three").Needs(one);
+        (void)run.AddOption("PLACE", m_places, "Places");
+        run.Footer("The end.");
+        run.OnRun([this] { m_calls.push_back("run"); });
+        Command need = m_program.AddCommand("need", "Needs a file");
+        (void)need.AddOption("FILE", m_strFile, "A file").Required();
+        need.OnRun([this] { m_calls.push_back("need"); });
+    }
+
+    // The exit code, or -1 when a command ran; what was printed and said is kept.
+    int Parse(const std::string& strArguments) {
+        const StdoutCapture output;
+        testing::internal::CaptureStderr();
+        int nExitCode = -1;
+        const bool bRan = m_program.Parse(strArguments, nExitCode);
+        m_strError = testing::internal::GetCapturedStderr();
+        m_strOutput = output.Text();
+        EXPECT_EQ(bRan, nExitCode == -1);
+        return nExitCode;
+    }
+
+    CommandLine m_program{"prog", "A program"};
+    Texts m_calls;
+    std::string m_strOutput;
+    std::string m_strError;
+    bool m_bVerbose = false;
+    bool m_bOne = false;
+    bool m_bTwo = false;
+    bool m_bThree = false;
+    std::string m_strName;
+    std::string m_strChecked;
+    std::string m_strFile;
+    int m_nNumber = 0;
+    double m_dShare = 0;
+    uint64_t m_nSize = 0;
+    Texts m_list;
+    Texts m_places;
+};
+
+}  // namespace
+
+TEST_F(CommandLineTest, ACommandRunsOnceEverythingIsUnderstood) {
+    EXPECT_EQ(-1, Parse("run --name red --number 9 --share 1.5 --size 2K --checked good"));
+
+    EXPECT_EQ((Texts{"parsed", "run"}), m_calls);
+    EXPECT_EQ("red", m_strName);
+    EXPECT_EQ(9, m_nNumber);
+    EXPECT_EQ(1.5, m_dShare);
+    EXPECT_EQ(2048u, m_nSize);
+    EXPECT_EQ("good", m_strChecked);
+}
+
+TEST_F(CommandLineTest, OptionsOfTheProgramMayStandBehindTheCommand) {
+    EXPECT_EQ(-1, Parse("run -v"));
+
+    EXPECT_TRUE(m_bVerbose);
+}
+
+TEST_F(CommandLineTest, ARepeatableOptionTakesOneValueEachTime) {
+    EXPECT_EQ(-1, Parse("run --list a /place --list b"));
+
+    EXPECT_EQ((Texts{"a", "b"}), m_list);
+    EXPECT_EQ(Texts{"/place"}, m_places);
+}
+
+TEST_F(CommandLineTest, WhatIsRefusedRunsNothingAndExitsWithUsage) {
+    for (const char* pszArguments :
+         {"run --name green", "run --number 0", "run --number 10", "run --share 0.4",
+          "run --size 0", "run --checked bad", "run --one --not-with-one", "run --with-one", "need",
+          "run --nonsense", "nonsense", ""}) {
+        EXPECT_EQ(2, Parse(pszArguments)) << pszArguments;
+        EXPECT_NE("", m_strError) << pszArguments;
+    }
+    EXPECT_THAT(m_calls, testing::Not(testing::Contains("run")));
+}
+
+TEST_F(CommandLineTest, AMissingCommandIsToldWhichThereAre) {
+    EXPECT_EQ(2, Parse(""));
+    EXPECT_THAT(m_strError, HasSubstr("prog: no command given; there are run, need\n"));
+
+    EXPECT_EQ(2, Parse("nonsense"));
+    EXPECT_THAT(m_strError, HasSubstr("prog: no command 'nonsense'; there are run, need\n"));
+}
+
+TEST_F(CommandLineTest, HelpAndVersionAreNoFailure) {
+    m_program.AddVersion("prog 1");
+
+    EXPECT_EQ(0, Parse("--version"));
+    EXPECT_EQ("prog 1\n", m_strOutput);
+    EXPECT_EQ(0, Parse("run --help"));
+    EXPECT_THAT(m_strOutput, HasSubstr("--number N:INT in [1 - 9]"));
+    EXPECT_THAT(m_strOutput, HasSubstr("The end."));
+}

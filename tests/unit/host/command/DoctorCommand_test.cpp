@@ -1,0 +1,45 @@
+#include "host/command/DoctorCommand.h"
+
+#include <json/json.h>
+
+#include <memory>
+
+#include "tests/support/HostProgram.h"
+
+namespace {
+
+class DoctorCommandTest : public testing::Test {
+protected:
+    TestDir m_dir;
+    HostProgram m_host{m_dir};
+};
+
+}  // namespace
+
+TEST_F(DoctorCommandTest, EveryCheckIsOneRecordAndTheLastOneCountsThem) {
+    (void)m_host.Run({"--module", FakeModule("works"), "doctor", "--json"});
+
+    int nFailed = 0;
+    Json::Value jsonLast;
+    const std::unique_ptr<Json::CharReader> pReader(Json::CharReaderBuilder().newCharReader());
+    for (const std::string& strLine : m_host.OutputLines()) {
+        ASSERT_TRUE(
+            pReader->parse(strLine.data(), strLine.data() + strLine.size(), &jsonLast, nullptr))
+            << strLine;
+        nFailed += jsonLast["state"] == "failed" ? 1 : 0;
+        EXPECT_EQ(jsonLast["state"] == "ok" || jsonLast["event"] == "doctor",
+                  jsonLast["remedy"].asString().empty())
+            << strLine;
+    }
+    EXPECT_EQ("doctor", jsonLast["event"].asString());
+    EXPECT_EQ(nFailed, jsonLast["failed"].asInt());
+    EXPECT_LE(10, jsonLast["ok"].asInt() + jsonLast["warnings"].asInt() + nFailed);
+}
+
+TEST_F(DoctorCommandTest, AFailureHasItsExitCodeAndRemedyAndNothingIsMade) {
+    EXPECT_EQ(11, m_host.Run({"--module", FakeModule("lacks_function"), "doctor"}));
+
+    EXPECT_NE(std::string::npos, m_host.Output().find("\nfailed   module "));
+    EXPECT_NE(std::string::npos, m_host.Output().find("to do: name the module with --module"));
+    EXPECT_NE(0, access(m_host.StateDir().c_str(), F_OK));
+}

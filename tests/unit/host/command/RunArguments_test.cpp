@@ -1,0 +1,58 @@
+#include "host/command/RunArguments.h"
+
+#include "tests/support/HostProgram.h"
+
+namespace {
+
+class RunArgumentsTest : public HostProgramTest {};
+
+}  // namespace
+
+TEST_F(RunArgumentsTest, APathFromTheCurrentDirectoryIsFoundAlthoughTheHostLeavesIt) {
+    m_dir.WriteFile("run/events",
+                    "{\"param\":[{\"grup\":\"cloudquery\",\"context\":\"cloudad\"}]}\n");
+
+    EXPECT_EQ(0, Run({"replay", "events", "--drain"}));
+
+    EXPECT_NE(std::string::npos, m_host.Output().find("1 event in 1 message")) << m_host.Output();
+}
+
+TEST_F(RunArgumentsTest, AListThatCannotBeReadEndsTheRunBeforeItBegins) {
+    EXPECT_EQ(3, Run({"scan", m_dir.Path(), "--block", "/no/such/list"}));
+
+    EXPECT_NE(std::string::npos, m_host.Error().find("/no/such/list"));
+    EXPECT_EQ("", m_host.ModuleCalls());
+}
+
+TEST_F(RunArgumentsTest, ABlockListGoesBeforeAnAllowListForTheSameProgram) {
+    // The fake module makes its key of the path, so the lists are written for that key.
+    const std::string strProgram = m_dir.WriteFile("bin/a", "#!/bin/sh\n", 0755);
+    std::string strSha1;
+    for (size_t i = 0; strSha1.size() < 40; ++i) {
+        strSha1 += "0123456789abcdef"[strProgram[i % strProgram.size()] & 15];
+    }
+    const std::string strList = m_dir.WriteFile("list", strSha1 + "  bad thing\n");
+
+    EXPECT_EQ(0, Run({"scan", "--allow", strList, "--block", strList, m_dir.Path() + "/bin"}));
+
+    EXPECT_NE(std::string::npos, m_host.Output().find("blocked    70  " + strProgram + "  bad"))
+        << m_host.Output();
+    EXPECT_NE(std::string::npos, m_host.ModuleCalls().find("\"result\":\"70\""));
+}
+
+TEST_F(RunArgumentsTest, APlaceAfterAListIsAPlace) {
+    const std::string strList = m_dir.WriteFile("list", "# nothing\n");
+    m_dir.WriteFile("bin/a", "#!/bin/sh\n", 0755);
+
+    EXPECT_EQ(0, Run({"scan", "--no-packages", "--allow", strList, "--block", strList,
+                      m_dir.Path() + "/bin"}));
+}
+
+TEST_F(RunArgumentsTest, SizesHaveSuffixesAndNothingIsNoSize) {
+    const std::string strEvents = m_dir.WriteFile("events", "");
+
+    EXPECT_EQ(0, Run({"replay", strEvents, "--drain", "--queue-bytes", "64M"}));
+    EXPECT_EQ(2, Run({"replay", strEvents, "--drain", "--queue-bytes", "0"}));
+    EXPECT_EQ(2, Run({"replay", strEvents, "--drain", "--queue-bytes", "64X"}));
+    EXPECT_EQ(2, Run({"replay", strEvents, "--drain", "--queue-rows", "0"}));
+}

@@ -1,0 +1,322 @@
+#include "host/kernel/KernelSource.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <deque>
+#include <thread>
+
+#include "host/base/JsonRead.h"
+#include "host/kernel/bpf/launch_record.h"
+#include "tests/unit/host/kernel/file/FileEventBytes.h"
+
+using std::chrono::milliseconds;
+using std::chrono::minutes;
+using testing::ElementsAre;
+
+namespace {
+
+struct FakeState {
+    std::deque<std::string> records;  // of launches
+    std::deque<std::string> events;   // of files
+    std::string strOrder;             // who was asked, in order
+    std::vector<std::string> ignored;
+    bool bFilesOpen = true;
+    bool bLaunchesOpen = true;
+    bool bDetached = false;
+};
+
+class FakeLaunches : public ILaunchSensor {
+public:
+    explicit FakeLaunches(FakeState& state) : m_state(state) {}
+    bool Open(std::string& strError) override {
+        strError = m_state.bLaunchesOpen ? "" : "no launches here";
+        return m_state.bLaunchesOpen;
+    }
+    void Drain(const Sink& fnSink) override {
+        m_state.strOrder += "L";
+        while (!m_state.records.empty()) {
+            const std::string strRecord = std::move(m_state.records.front());
+            m_state.records.pop_front();
+            ++m_counts.nSensed;
+            (void)fnSink(strRecord.data(), strRecord.size());
+        }
+    }
+    void Detach() override { m_state.bDetached = true; }
+    SensorCounts Counts() const override { return m_counts; }
+    std::string Name() const override { return "a test"; }
+    std::string Limits() const override { return ""; }
+
+private:
+    FakeState& m_state;
+    SensorCounts m_counts;
+};
+
+class FakeFiles : public IFileSensor {
+public:
+    explicit FakeFiles(FakeState& state) : m_state(state) {}
+    bool Open(std::string& strError) override {
+        strError = m_state.bFilesOpen ? "" : "no files here";
+        return m_state.bFilesOpen;
+    }
+    int Descriptor() const override { return -1; }
+    size_t Read(char* pBuffer, size_t nSize) override {
+        m_state.strOrder += "F";
+        if (m_state.events.empty()) {
+            return 0;
+        }
+        const std::string strEvent = std::move(m_state.events.front());
+        m_state.events.pop_front();
+        EXPECT_LE(strEvent.size(), nSize);
+        std::memcpy(pBuffer, strEvent.data(), strEvent.size());
+        return strEvent.size();
+    }
+    void Detach() override {}
+    bool Tend() override { return false; }
+    void OnDirectory(const std::string&) override {}
+    void Ignore(const std::string& strDirectory) override {
+        m_state.ignored.push_back(strDirectory);
+    }
+    std::vector<std::string> TakeNotices() override { return {}; }
+    std::string PathOf(std::string_view strHandle) override {
+        return strHandle == file_event_bytes::Handle(1) ? "/etc/cron.d" : "";
+    }
+    std::string FsTypeOf(std::string_view) const override { return "ext4"; }
+    bool TellsStarts(uint32_t) const override { return true; }
+
+private:
+    FakeState& m_state;
+};
+
+class Observer : public ILaunchObserver, public IFileObserver {
+public:
+    void OnLaunch(const Launch&) override {}
+    void OnUnresolvable(const LaunchEvent&) override {}
+    void OnLost(uint64_t, uint64_t) override {}
+    void OnBatch(const EventBatch& batch, std::vector<std::string>) override {
+        m_batches.push_back("launches " + std::to_string(batch.nNumber));
+    }
+    void OnCounters(const LaunchCounters&) override {}
+    void OnOperation(const FileOperation& operation) override { m_operations.push_back(operation); }
+    void OnOverflow(uint64_t, uint64_t) override {}
+    void OnOperations(const EventBatch& batch, std::vector<FileOperation>) override {
+        m_batches.push_back("files " + std::to_string(batch.nNumber));
+    }
+    void OnFileCounters(const FileCounters& counters) override { m_files = counters; }
+    void OnNotice(const std::string& strText) override { m_notices.push_back(strText); }
+
+    std::vector<std::string> m_batches;
+    std::vector<FileOperation> m_operations;
+    std::vector<std::string> m_notices;
+    FileCounters m_files;
+};
+
+class KernelSourceTest : public testing::Test {
+protected:
+    KernelSourceTest() {
+        m_options.look = milliseconds(1);
+        m_options.gather = milliseconds(1);
+        m_options.launches.batchTime = m_options.files.batchTime = milliseconds(0);
+        m_options.launches.fnLook = [](const std::string& strPath, struct stat& status) {
+            status.st_mode = S_IFREG | 0755;
+            status.st_ino = strPath.rfind("/bin/", 0) == 0 ? strPath.size() : 0;
+            return strPath.rfind("/bin/", 0) == 0;
+        };
+    }
+    KernelSource& Source(bool bLaunches = true, bool bFiles = true) {
+        m_pSource = std::make_unique<KernelSource>(
+            bLaunches ? std::make_unique<FakeLaunches>(m_state) : nullptr, m_observer,
+            bFiles ? std::make_unique<FakeFiles>(m_state) : nullptr, m_observer, m_options);
+        return *m_pSource;
+    }
+    KernelSource& Started(bool bLaunches = true, bool bFiles = true) {
+        std::string strError;
+        EXPECT_TRUE(Source(bLaunches, bFiles).Start(strError)) << strError;
+        m_state.strOrder.clear();
+        return *m_pSource;
+    }
+    // The inode of a program is the length of its path.
+    void Start(uint32_t nPid, const std::string& strPath) {
+        launch_record head = {};
+        head.type = LAUNCH_EXEC;
+        head.pid = nPid;
+        head.ppid = 0x7ffffff0;
+        head.inode = strPath.size();
+        head.name_length = static_cast<unsigned short>(strPath.size() + 1);
+        head.args_length = static_cast<unsigned int>(strPath.size() + 1);
+        std::string strBytes(sizeof(head), '\0');
+        std::memcpy(strBytes.data(), &head, sizeof(head));
+        const std::string strText = strPath + std::string(1, '\0');
+        m_state.records.push_back(strBytes + strText + strText);
+    }
+    void Opened(uint32_t nPid, const std::string& strPath) {
+        m_state.events.push_back(file_event_bytes::At(FAN_OPEN_EXEC, static_cast<int32_t>(nPid), 3,
+                                                      "x", static_cast<uint32_t>(strPath.size())));
+    }
+    void Touched(uint32_t nPid, uint64_t nMask = FAN_CREATE) {
+        m_state.events.push_back(file_event_bytes::At(nMask, static_cast<int32_t>(nPid), 1, "job"));
+    }
+    // Everything, to the end.
+    void Run(KernelSource& source) {
+        source.Stop();
+        EventBatch batch;
+        while (source.Next(batch, minutes(1)) != SOURCE_END) {
+        }
+    }
+
+    FakeState m_state;
+    Observer m_observer;
+    KernelSourceOptions m_options;
+    std::unique_ptr<KernelSource> m_pSource;
+};
+
+}  // namespace
+
+TEST_F(KernelSourceTest, LaunchesAndFileOperationsComeInBatchesOfTheirOwnWithOneNumbering) {
+    KernelSource& source = Started();
+    Start(4711, "/bin/tool");
+    Touched(4711);
+    EventBatch batch;
+
+    ASSERT_EQ(SOURCE_BATCH, source.Next(batch, minutes(1)));
+    EXPECT_NE(std::string::npos, batch.strBody.find("cloudad"));
+    EXPECT_EQ(std::string::npos, batch.strBody.find("cloudfd"));
+    ASSERT_EQ(SOURCE_BATCH, source.Next(batch, minutes(1)));
+    EXPECT_NE(std::string::npos, batch.strBody.find("cloudfd"));
+    EXPECT_EQ(2u, batch.nNumber);
+    EXPECT_THAT(m_observer.m_batches, ElementsAre("launches 1", "files 2"));
+    EXPECT_EQ(2u, source.Counters().nBatches);
+    EXPECT_EQ(2u, source.Counters().nEvents);
+}
+
+TEST_F(KernelSourceTest, FilesAreReadBeforeLaunchesSoThatWhoActedIsKnown) {
+    KernelSource& source = Started();
+    Start(4711, "/bin/tool");
+    Opened(4711, "/bin/tool");
+    Touched(4711);
+    Run(source);
+
+    EXPECT_LT(m_state.strOrder.find('F'), m_state.strOrder.find('L'));
+    ASSERT_EQ(1u, m_observer.m_operations.size());
+    EXPECT_EQ("/bin/tool", m_observer.m_operations[0].strProgram);
+    EXPECT_EQ(4711u, m_observer.m_operations[0].nPid);
+}
+
+// The kernel's queue is small, and whoever takes a batch may be slow.
+TEST_F(KernelSourceTest, WhatWaitsInTheKernelIsTakenBetweenTwoBatchesAsWell) {
+    m_options.files.nMostOperations = 1;
+    KernelSource& source = Started();
+    Touched(4711);
+    Touched(4711);
+    Touched(4711);
+    EventBatch batch;
+
+    ASSERT_EQ(SOURCE_BATCH, source.Next(batch, minutes(1)));
+    EXPECT_TRUE(m_state.events.empty());
+    EXPECT_EQ(1u, m_observer.m_operations.size());
+    Touched(4711);
+    ASSERT_EQ(SOURCE_BATCH, source.Next(batch, minutes(1)));
+    EXPECT_TRUE(m_state.events.empty());
+    Run(source);
+
+    EXPECT_EQ(4u, m_observer.m_operations.size());
+}
+
+TEST_F(KernelSourceTest, NoMoreIsTakenFromTheKernelThanThereIsRoomFor) {
+    m_options.files.nMostOperations = 1;
+    m_options.files.nMostHeld = 1;
+    KernelSource& source = Started();
+    Touched(4711);
+    Touched(4711);
+    EventBatch batch;
+
+    ASSERT_EQ(SOURCE_BATCH, source.Next(batch, minutes(1)));
+
+    EXPECT_EQ(1u, m_state.events.size());
+}
+
+TEST_F(KernelSourceTest, TwoProgramsOfOneProcessAreToldApart) {
+    KernelSource& source = Started();
+    Start(4711, "/bin/sh");
+    Start(4711, "/bin/other");
+    Opened(4711, "/bin/sh");
+    Touched(4711, FAN_CREATE);
+    Opened(4711, "/bin/other");
+    Touched(4711, FAN_DELETE);
+    Run(source);
+
+    ASSERT_EQ(2u, m_observer.m_operations.size());
+    EXPECT_EQ("/bin/sh", m_observer.m_operations[0].strProgram);
+    EXPECT_EQ("/bin/other", m_observer.m_operations[1].strProgram);
+}
+
+TEST_F(KernelSourceTest, LaunchesAreWatchedAlone) {
+    KernelSource& source = Started(true, false);
+    Start(4711, "/bin/tool");
+    Touched(4711);
+    Run(source);
+
+    EXPECT_THAT(m_observer.m_batches, ElementsAre("launches 1"));
+}
+
+TEST_F(KernelSourceTest, FilesAreWatchedAlone) {
+    KernelSource& source = Started(false, true);
+    Touched(0);
+    Run(source);
+
+    EXPECT_THAT(m_observer.m_batches, ElementsAre("files 1"));
+    EXPECT_EQ(1u, m_observer.m_files.nNoProgram);
+}
+
+TEST_F(KernelSourceTest, WhereFilesAreRefusedLaunchesGoOnAndThatIsSaid) {
+    m_state.bFilesOpen = false;
+    KernelSource& source = Started();
+    Start(4711, "/bin/tool");
+    Run(source);
+
+    EXPECT_THAT(m_observer.m_batches, ElementsAre("launches 1"));
+    EXPECT_THAT(m_observer.m_notices, testing::Contains("no files here; watching launches only"));
+}
+
+TEST_F(KernelSourceTest, WhatIsRefusedAloneEndsTheStart) {
+    std::string strError;
+    m_state.bFilesOpen = false;
+    EXPECT_FALSE(Source(false, true).Start(strError));
+    EXPECT_EQ("no files here", strError);
+
+    m_state.bLaunchesOpen = false;
+    EXPECT_FALSE(Source(true, false).Start(strError));
+    EXPECT_EQ("no launches here", strError);
+}
+
+TEST_F(KernelSourceTest, TheHostsDirectoriesAreIgnoredOnceTheRunHasBegun) {
+    m_options.files.ignored = {"/state"};
+    KernelSource& source = Started();
+    EXPECT_THAT(m_state.ignored, testing::IsEmpty());
+    EventBatch batch;
+    (void)source.Next(batch, milliseconds(0));
+    (void)source.Next(batch, milliseconds(0));
+
+    EXPECT_THAT(m_state.ignored, ElementsAre("/state"));
+}
+
+TEST_F(KernelSourceTest, StopEndsAWaitAndHandsOutWhatWasSensed) {
+    m_options.look = minutes(1);
+    m_options.launches.batchTime = m_options.files.batchTime = minutes(10);
+    KernelSource& source = Started();
+    Start(4711, "/bin/tool");
+    Touched(4711);
+    std::thread stopper([&source] { source.Stop(); });
+    EventBatch batch;
+
+    EXPECT_EQ(SOURCE_BATCH, source.Next(batch, minutes(1)));
+    stopper.join();
+    EXPECT_TRUE(m_state.bDetached);
+    EXPECT_EQ(SOURCE_BATCH, source.Next(batch, minutes(1)));
+    EXPECT_EQ(SOURCE_END, source.Next(batch, minutes(1)));
+    EXPECT_EQ(0u, m_observer.m_files.Waiting());
+    EXPECT_EQ(0u, m_observer.m_files.nBatched);
+}

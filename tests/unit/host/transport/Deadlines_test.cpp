@@ -1,0 +1,51 @@
+#include "host/transport/Deadlines.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <vector>
+
+#include "tests/support/Event.h"
+
+using std::chrono::hours;
+using std::chrono::milliseconds;
+
+TEST(DeadlinesTest, CallsAreMadeInTheOrderOfTheirTimes) {
+    std::vector<int> order;
+    Event done;
+    Deadlines deadlines;
+    const auto now = Deadlines::Clock::now();
+
+    ASSERT_TRUE(deadlines.Add(now + milliseconds(20), [&] {
+        order.push_back(2);
+        done.Set();
+    }));
+    ASSERT_TRUE(deadlines.Add(now + milliseconds(10), [&] { order.push_back(1); }));
+
+    ASSERT_TRUE(done.Wait());
+    EXPECT_EQ((std::vector<int>{1, 2}), order);
+}
+
+TEST(DeadlinesTest, StopMakesTheCallsThatAreLeft) {
+    std::atomic<int> nCalls{0};
+    Deadlines deadlines;
+    ASSERT_TRUE(deadlines.Add(Deadlines::Clock::now() + hours(1), [&] { ++nCalls; }));
+    ASSERT_TRUE(deadlines.Add(Deadlines::Clock::now() + hours(2), [&] { ++nCalls; }));
+
+    deadlines.Stop();
+
+    EXPECT_EQ(2, nCalls);
+    EXPECT_FALSE(deadlines.Add(Deadlines::Clock::now(), [] { FAIL() << "taken after the stop"; }));
+}
+
+TEST(DeadlinesTest, ACallMayStopThem) {
+    Event done;
+    Deadlines deadlines;
+
+    ASSERT_TRUE(deadlines.Add(Deadlines::Clock::now(), [&] {
+        deadlines.Stop();
+        done.Set();
+    }));
+
+    EXPECT_TRUE(done.Wait());
+}
