@@ -60,7 +60,7 @@ void EventLedger::Refuse(uint64_t nNumber) {
 
 void EventLedger::Begin(const std::string& strBody, Clock::time_point now) {
     const size_t nHash = std::hash<std::string>()(strBody);
-    MessageQuestions all = module_questions::Of(strBody);
+    MessageQuestions all = expected_queries::Of(strBody);
     std::vector<Excuse> excuses;
     for (const ModuleQuestion& question : all.questions) {
         excuses.push_back(ExcuseOf(question));

@@ -20,7 +20,7 @@
 #include <optional>
 #include <string>
 
-#include "host/module/ModuleQuestions.h"
+#include "host/module/ExpectedQueries.h"
 
 struct LedgerState {
     uint64_t nSent = 0;             // events handed to the router

@@ -2,17 +2,17 @@
 
 #include <exception>
 
-#include "host/base/JsonRead.h"
+#include "host/base/JsonReader.h"
 #include "host/base/Text.h"
 
 namespace {
 
 std::string EventName(const Json::Value& jsonParam) {
-    const Json::Value* const pItems = json_read::Member(jsonParam, "ext");
+    const Json::Value* const pItems = json_reader::Member(jsonParam, "ext");
     if (pItems != nullptr && pItems->isArray()) {
         for (const Json::Value& jsonItem : *pItems) {
-            if (json_read::Text(jsonItem, "key") == "hi.event_name") {
-                return json_read::Text(jsonItem, "value");
+            if (json_reader::Text(jsonItem, "key") == "hi.event_name") {
+                return json_reader::Text(jsonItem, "value");
             }
         }
     }
@@ -21,16 +21,17 @@ std::string EventName(const Json::Value& jsonParam) {
 
 bool ReadQuery(const std::string& strBody, CloudQuery& query) {
     Json::Value jsonRoot;
-    if (!json_read::Parse(strBody, jsonRoot) || json_read::Text(jsonRoot, "msg_type") != "cloudq") {
+    if (!json_reader::Parse(strBody, jsonRoot) ||
+        json_reader::Text(jsonRoot, "msg_type") != "cloudq") {
         return false;
     }
-    const Json::Value* const pParam = json_read::Member(jsonRoot, "param");
+    const Json::Value* const pParam = json_reader::Member(jsonRoot, "param");
     if (pParam == nullptr) {
         return false;
     }
-    query.strPath = json_read::Text(*pParam, "path");
-    query.strFunc = json_read::Text(*pParam, "func");
-    query.strKey = json_read::Text(*pParam, "context");
+    query.strPath = json_reader::Text(*pParam, "path");
+    query.strFunc = json_reader::Text(*pParam, "func");
+    query.strKey = json_reader::Text(*pParam, "context");
     query.strEvent = EventName(*pParam);
     return true;
 }
@@ -45,7 +46,7 @@ std::string AnswerBody(const CloudQuery& query, int nLevel) {
 
 }  // namespace
 
-CloudEndpoint::CloudEndpoint(Router& router, const VerdictService& service, AnsweredKeys& keys,
+CloudEndpoint::CloudEndpoint(Router& router, const VerdictService& service, AnswerTracker& keys,
                              ICloudObserver& observer)
     : m_router(router),
       m_service(service),

@@ -9,7 +9,7 @@
 
 #include <string>
 
-#include "host/cloud/AnsweredKeys.h"
+#include "host/cloud/AnswerTracker.h"
 #include "host/transport/IEndpoint.h"
 #include "host/transport/Router.h"
 #include "host/verdict/VerdictService.h"
@@ -38,7 +38,7 @@ public:
 
 class CloudEndpoint : public IEndpoint {
 public:
-    CloudEndpoint(Router& router, const VerdictService& service, AnsweredKeys& keys,
+    CloudEndpoint(Router& router, const VerdictService& service, AnswerTracker& keys,
                   ICloudObserver& observer);
 
     std::string OnMessage(const Guid& sender, int64_t nMsgType,
@@ -49,7 +49,7 @@ private:
 
     Router& m_router;
     const VerdictService& m_service;
-    AnsweredKeys& m_keys;
+    AnswerTracker& m_keys;
     ICloudObserver& m_observer;
     const Guid m_identity;
 };

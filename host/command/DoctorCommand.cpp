@@ -5,23 +5,23 @@
 #include <string>
 #include <vector>
 
+#include "host/base/Console.h"
 #include "host/base/ExitCodes.h"
-#include "host/base/Output.h"
 #include "host/base/Text.h"
 #include "host/doctor/Doctor.h"
 
 namespace {
 
 constexpr const char* WORDS[] = {"ok", "warning", "failed"};
-constexpr Output::Colour COLOURS[] = {Output::COLOUR_GREEN, Output::COLOUR_YELLOW,
-                                      Output::COLOUR_RED};
+constexpr Console::Colour COLOURS[] = {Console::COLOUR_GREEN, Console::COLOUR_YELLOW,
+                                       Console::COLOUR_RED};
 constexpr size_t STATE_WIDTH = 9;
 
 std::string Padded(const std::string& strText, size_t nWidth) {
     return strText + std::string(nWidth - std::min(nWidth, strText.size()), ' ');
 }
 
-void ShowJson(Output& output, const std::vector<Finding>& findings) {
+void ShowJson(Console& output, const std::vector<Finding>& findings) {
     const auto tmNow = static_cast<int64_t>(time(nullptr));
     for (const Finding& finding : findings) {
         JsonObject record;
@@ -31,7 +31,7 @@ void ShowJson(Output& output, const std::vector<Finding>& findings) {
     }
 }
 
-void ShowText(Output& output, const std::vector<Finding>& findings) {
+void ShowText(Console& output, const std::vector<Finding>& findings) {
     size_t nWidth = 0;
     for (const Finding& finding : findings) {
         nWidth = std::max(nWidth, finding.strCheck.size());
@@ -48,8 +48,8 @@ void ShowText(Output& output, const std::vector<Finding>& findings) {
     }
 }
 
-int ExamineNow(const GlobalOptions& options) {
-    Output output;
+int ExamineNow(const HostOptions& options) {
+    Console output;
     const std::vector<Finding> findings = doctor::Examine(options);
     int counts[] = {0, 0, 0};
     for (const Finding& finding : findings) {
@@ -75,7 +75,7 @@ int ExamineNow(const GlobalOptions& options) {
 
 }  // namespace
 
-void AddDoctorCommand(Command& program, const GlobalOptions& options, int& nExitCode) {
+void AddDoctorCommand(Command& program, const HostOptions& options, int& nExitCode) {
     Command command =
         program.AddCommand("doctor", "Say what works here, what does not, and what to do");
     command.Footer("Changes nothing. Exit code 0 when nothing failed, else 11.");

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "host/base/ExitCodes.h"
-#include "host/base/GlobalOptions.h"
+#include "host/base/HostOptions.h"
 #include "host/command/CommandLine.h"
 #include "host/command/DoctorCommand.h"
 #include "host/command/QueueCommand.h"
@@ -18,7 +18,7 @@ namespace {
 
 constexpr char VERSION_TEXT[] = "tevmon-host " TEVMON_VERSION;
 
-void AddGlobalOptions(Command& program, GlobalOptions& options) {
+void AddGlobalOptions(Command& program, HostOptions& options) {
     program
         .AddOption("--state-dir", options.strStateDir,
                    "Where the databases are kept (default: " + options.strStateDir + ")")
@@ -42,7 +42,7 @@ void AddGlobalOptions(Command& program, GlobalOptions& options) {
 
 int HostMain(int argc, const char* const* argv) {
     try {
-        GlobalOptions options;
+        HostOptions options;
         int nExitCode = EXIT_CODE_SUCCESS;
         options.strStateDir = StateDir::DefaultPath();
         CommandLine program("tevmon-host", "The reference host of the tevmon module");

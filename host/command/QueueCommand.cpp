@@ -6,7 +6,7 @@
 #include <string>
 
 #include "framework/base/Base64Util.h"
-#include "host/command/ViewOutput.h"
+#include "host/command/TablePrinter.h"
 
 namespace {
 
@@ -14,7 +14,7 @@ constexpr size_t PREVIEW_BYTES = 60;
 
 enum Column { COLUMN_ID, COLUMN_CREATETIME, COLUMN_MID, COLUMN_DETAIL };
 
-view::TableView ChannelTable(const GlobalOptions& options) {
+view::TableView ChannelTable(const HostOptions& options) {
     return {options.ChannelDatabase(), "msgchennal", {"id", "createtime", "mid", "detail"}};
 }
 
@@ -63,7 +63,7 @@ std::string ToJson(const TableRow& row) {
     return json.Text();
 }
 
-void AddList(Command& queue, const GlobalOptions& options, int& nExitCode) {
+void AddList(Command& queue, const HostOptions& options, int& nExitCode) {
     Command list = queue.AddCommand("list", "Show the waiting messages, oldest first");
     const auto pnLimit = std::make_shared<int64_t>(std::numeric_limits<int64_t>::max());
     list.AddOption("--limit", *pnLimit, "Show at most N messages (default: all)")
@@ -77,7 +77,7 @@ void AddList(Command& queue, const GlobalOptions& options, int& nExitCode) {
     });
 }
 
-void AddShow(Command& queue, const GlobalOptions& options, int& nExitCode) {
+void AddShow(Command& queue, const HostOptions& options, int& nExitCode) {
     Command show = queue.AddCommand("show", "Show one message whole");
     const auto pnId = std::make_shared<int64_t>(0);
     show.AddOption("ID", *pnId, "The message's number, as 'queue list' shows it").Required();
@@ -91,7 +91,7 @@ void AddShow(Command& queue, const GlobalOptions& options, int& nExitCode) {
 
 }  // namespace
 
-void AddQueueCommand(Command& program, const GlobalOptions& options, int& nExitCode) {
+void AddQueueCommand(Command& program, const HostOptions& options, int& nExitCode) {
     Command queue = program.AddCommand("queue", "Look at the messages that wait for analysis");
     queue.NeedsCommand();  // --json and the like may stand behind the command
     AddList(queue, options, nExitCode);

@@ -34,7 +34,7 @@ void AddRunOptions(Command& command, const std::shared_ptr<RunArguments>& pArgum
         .Positive();
 }
 
-int RunNow(const GlobalOptions& options, RunArguments& arguments) {
+int RunNow(const HostOptions& options, RunArguments& arguments) {
     // The session changes the current directory, so every path is made absolute before it.
     for (std::vector<std::string>* pPaths :
          {&arguments.run.blockLists, &arguments.run.allowLists, &arguments.places}) {

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "host/base/GlobalOptions.h"
+#include "host/base/HostOptions.h"
 #include "host/command/CommandLine.h"
 #include "host/run/RunSession.h"
 
@@ -24,6 +24,6 @@ struct RunArguments {
 void AddRunOptions(Command& command, const std::shared_ptr<RunArguments>& pArguments);
 
 // Makes every path absolute and runs the module; an ExitCode.
-int RunNow(const GlobalOptions& options, RunArguments& arguments);
+int RunNow(const HostOptions& options, RunArguments& arguments);
 
 #endif

@@ -9,7 +9,7 @@
 #include "host/event/ScanSource.h"
 #include "host/process/StateDir.h"
 
-void AddReplayCommand(Command& program, const GlobalOptions& options, int& nExitCode) {
+void AddReplayCommand(Command& program, const HostOptions& options, int& nExitCode) {
     const auto pArguments = std::make_shared<RunArguments>();
     Command command = program.AddCommand("replay", "Deliver recorded event messages to the module");
     command.Footer(
@@ -35,7 +35,7 @@ void AddReplayCommand(Command& program, const GlobalOptions& options, int& nExit
     });
 }
 
-void AddScanCommand(Command& program, const GlobalOptions& options, int& nExitCode) {
+void AddScanCommand(Command& program, const HostOptions& options, int& nExitCode) {
     const auto pArguments = std::make_shared<RunArguments>();
     Command command = program.AddCommand("scan", "Ask what the cloud knows of the programs here");
     command.Footer(

@@ -8,7 +8,7 @@
 #include <string>
 
 #include "framework/base/Base64Util.h"
-#include "host/command/ViewOutput.h"
+#include "host/command/TablePrinter.h"
 
 namespace {
 
@@ -21,7 +21,7 @@ enum Column {
     COLUMN_DETAIL,
 };
 
-view::TableView CacheTable(const GlobalOptions& options) {
+view::TableView CacheTable(const HostOptions& options) {
     return {options.CacheDatabase(),
             "cachotable",
             {"vkey", "level", "tmcreate", "tminternal", "mid", "detail"}};
@@ -99,7 +99,7 @@ std::string ToJson(const TableRow& row) {
     return json.Text();
 }
 
-void AddList(Command& verdicts, const GlobalOptions& options, int& nExitCode) {
+void AddList(Command& verdicts, const HostOptions& options, int& nExitCode) {
     Command list = verdicts.AddCommand("list", "Show the stored verdicts, oldest first");
     const auto pnLimit = std::make_shared<int64_t>(std::numeric_limits<int64_t>::max());
     list.AddOption("--limit", *pnLimit, "Show at most N verdicts (default: all)")
@@ -113,7 +113,7 @@ void AddList(Command& verdicts, const GlobalOptions& options, int& nExitCode) {
     });
 }
 
-void AddGet(Command& verdicts, const GlobalOptions& options, int& nExitCode) {
+void AddGet(Command& verdicts, const HostOptions& options, int& nExitCode) {
     Command get = verdicts.AddCommand("get", "Show the verdict on one program");
     const auto pstrKey = std::make_shared<std::string>();
     get.AddOption("KEY", *pstrKey, "The program's SHA-1 and MD5 digests, one after the other")
@@ -128,7 +128,7 @@ void AddGet(Command& verdicts, const GlobalOptions& options, int& nExitCode) {
 
 }  // namespace
 
-void AddVerdictsCommand(Command& program, const GlobalOptions& options, int& nExitCode) {
+void AddVerdictsCommand(Command& program, const HostOptions& options, int& nExitCode) {
     Command verdicts = program.AddCommand("verdicts", "Look at the verdicts that are stored");
     verdicts.NeedsCommand();  // --json and the like may stand behind the command
     AddList(verdicts, options, nExitCode);

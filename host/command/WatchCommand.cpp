@@ -58,8 +58,8 @@ bool OpenRecording(const std::string& strFile, std::shared_ptr<FILE>& pRecord) {
     return true;
 }
 
-FilePlaces::Aliases AliasesOf(const std::vector<std::string>& texts) {
-    FilePlaces::Aliases aliases;
+WatchedPaths::Aliases AliasesOf(const std::vector<std::string>& texts) {
+    WatchedPaths::Aliases aliases;
     for (const std::string& strText : texts) {
         const size_t nEqual = strText.find('=');
         aliases.emplace_back(strText.substr(0, nEqual), strText.substr(nEqual + 1));
@@ -74,9 +74,9 @@ std::string CheckAlias(const std::string& strText) {
 }
 
 std::unique_ptr<IEventSource> MakeSource(const WatchArguments& arguments,
-                                         const GlobalOptions& options, WatchReport& report) {
+                                         const HostOptions& options, WatchReport& report) {
     KernelSourceOptions kernel;
-    kernel.pPlaces = std::make_shared<FilePlaces>(AliasesOf(arguments.aliases));
+    kernel.pPlaces = std::make_shared<WatchedPaths>(AliasesOf(arguments.aliases));
     kernel.files.bAll = arguments.bAllOperations;
     kernel.files.nMostOperations = arguments.nBatch;
     kernel.files.batchTime = std::chrono::milliseconds(arguments.nBatchMs);
@@ -97,7 +97,7 @@ std::unique_ptr<IEventSource> MakeSource(const WatchArguments& arguments,
                                           std::move(kernel));
 }
 
-int WatchNow(const GlobalOptions& options, WatchArguments& arguments) {
+int WatchNow(const HostOptions& options, WatchArguments& arguments) {
     WatchOptions watch;
     if (!OpenRecording(StateDir::Absolute(arguments.strRecord), watch.pRecord)) {
         return EXIT_CODE_INPUT;
@@ -113,7 +113,7 @@ int WatchNow(const GlobalOptions& options, WatchArguments& arguments) {
     run.bRefuseWhenFull = true;
     // The session makes the report first and owns both.
     const auto pReport = std::make_shared<WatchReport*>(nullptr);
-    run.fnMakeReport = [watch, pReport](Output& output, const GlobalOptions& global,
+    run.fnMakeReport = [watch, pReport](Console& output, const HostOptions& global,
                                         const VerdictService& service) {
         auto pMade = std::make_unique<WatchReport>(output, global, service, watch);
         *pReport = pMade.get();
@@ -176,7 +176,7 @@ void AddFileOptions(Command& command, WatchArguments& arguments) {
 
 }  // namespace
 
-void AddWatchCommand(Command& program, const GlobalOptions& options, int& nExitCode) {
+void AddWatchCommand(Command& program, const HostOptions& options, int& nExitCode) {
     const auto pArguments = std::make_shared<WatchArguments>();
     Command command = program.AddCommand(
         "watch", "Judge the programs that start on this machine and what happens to its files");

@@ -2,11 +2,11 @@
 #ifndef HOST_COMMAND_WATCHCOMMAND_H
 #define HOST_COMMAND_WATCHCOMMAND_H
 
-#include "host/base/GlobalOptions.h"
+#include "host/base/HostOptions.h"
 #include "host/command/CommandLine.h"
 
 // Adds the command to program. options is read and nExitCode (ExitCodes.h) set when it runs, so
 // both outlive the parsing of the command line.
-void AddWatchCommand(Command& program, const GlobalOptions& options, int& nExitCode);
+void AddWatchCommand(Command& program, const HostOptions& options, int& nExitCode);
 
 #endif

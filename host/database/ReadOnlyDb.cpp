@@ -180,11 +180,11 @@ bool ReadOnlyDb::QueryUnlocked(const std::string& strSql, const Argument& argume
     using std::chrono::steady_clock;
     const auto tmDeadline = steady_clock::now() + std::chrono::milliseconds(m_nBusyMs);
     for (;;) {
-        const ChangeWatch::State eState = m_watch.Begin();
-        if (eState == ChangeWatch::STATE_WRITE_AHEAD) {
+        const ChangeDetector::State eState = m_watch.Begin();
+        if (eState == ChangeDetector::STATE_WRITE_AHEAD) {
             return false;
         }
-        if (eState == ChangeWatch::STATE_QUIET) {
+        if (eState == ChangeDetector::STATE_QUIET) {
             if (!m_pUnlocked) {
                 m_pUnlocked = Connect(VFS_WITHOUT_LOCKS, outcome);
             }

@@ -4,7 +4,7 @@
 // its queue by then is lost. A reader that holds SQLite's shared lock, however shortly, loses
 // some: it needs but be put aside by the scheduler while it has the lock. So statements are
 // executed without any lock, and what they gave is thrown away and read again when the file
-// was changed meanwhile (ChangeWatch.h). Pieces are small, so that they fit between two changes.
+// was changed meanwhile (ChangeDetector.h). Pieces are small, so that they fit between two changes.
 // `immutable=1` would leave that check out and show torn rows; a copy of the file needs either
 // the lock for as long as it takes or the same check for the whole of it.
 //
@@ -28,7 +28,7 @@
 #include <variant>
 #include <vector>
 
-#include "host/database/ChangeWatch.h"
+#include "host/database/ChangeDetector.h"
 
 // A stored value. The files are foreign data: any column may hold any type.
 struct DbValue {
@@ -91,7 +91,7 @@ private:
     std::string m_strFile;
     std::string m_strTable;
     std::string m_strError;
-    ChangeWatch m_watch;
+    ChangeDetector m_watch;
     Connection m_pUnlocked;
 };
 

@@ -234,7 +234,7 @@ Finding OfPackages(const std::string& strInfoDir) {
             ""};
 }
 
-std::vector<Finding> Examine(const GlobalOptions& options) {
+std::vector<Finding> Examine(const HostOptions& options) {
     utsname system = {};
     (void)uname(&system);
     std::vector<Finding> findings = {OfPrivilege(EffectiveCapabilities()),

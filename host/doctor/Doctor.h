@@ -12,13 +12,13 @@
 #include <string>
 #include <vector>
 
-#include "host/base/GlobalOptions.h"
+#include "host/base/HostOptions.h"
 #include "host/doctor/Finding.h"
 
 namespace doctor {
 
 // All checks, in the order in which a user would mend things.
-std::vector<Finding> Examine(const GlobalOptions& options);
+std::vector<Finding> Examine(const HostOptions& options);
 
 // Single ones. nEffective is the set of capabilities as /proc/self/status has it.
 Finding OfPrivilege(uint64_t nEffective);

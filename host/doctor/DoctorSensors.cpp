@@ -13,7 +13,7 @@
 #include <sstream>
 
 #include "host/base/MountTable.h"
-#include "host/event/FilePlaces.h"
+#include "host/event/WatchedPaths.h"
 #include "host/kernel/file/FanotifySensor.h"
 #include "host/kernel/launch/SensorChoice.h"
 
@@ -23,7 +23,7 @@ namespace {
 
 std::vector<Finding> OfFileSensor() {
     const std::unique_ptr<IFileSensor> pSensor =
-        MakeFileSensor(std::make_shared<FilePlaces>(), false);
+        MakeFileSensor(std::make_shared<WatchedPaths>(), false);
     std::string strError;
     if (!pSensor->Open(strError)) {
         return {{FINDING_FAILED, "file operations", strError, "watch --no-files goes without"}};
@@ -42,10 +42,10 @@ std::vector<Finding> OfMarks() {
     std::ostringstream text;
     text << file.rdbuf();
     const std::vector<MountEntry> mounts = mount_table::Parse(text.str());
-    FilePlaces places;
+    WatchedPaths places;
     places.Resolve();
     std::set<uint32_t> devices;
-    for (const FilePlaces::Directory& place : places.Directories()) {
+    for (const WatchedPaths::Directory& place : places.Directories()) {
         const MountEntry* const pMount = mount_table::MountOf(mounts, place.strPath);
         if (pMount == nullptr || !devices.insert(pMount->nDevice).second) {
             continue;

@@ -1,6 +1,6 @@
 #include "host/event/EventMessage.h"
 
-#include "host/base/JsonRead.h"
+#include "host/base/JsonReader.h"
 #include "host/base/MountTable.h"
 #include "host/base/Text.h"
 
@@ -18,7 +18,7 @@ bool IsUsable(const std::string& strBody, uint64_t& nCopies, uint64_t& nEvents,
     nCopies = 0;
     nEvents = 0;
     Json::Value jsonRoot;
-    if (!json_read::Parse(strBody, jsonRoot)) {
+    if (!json_reader::Parse(strBody, jsonRoot)) {
         strReason = "not a JSON text";
         return false;
     }
@@ -26,15 +26,15 @@ bool IsUsable(const std::string& strBody, uint64_t& nCopies, uint64_t& nEvents,
         strReason = "not a JSON object";
         return false;
     }
-    const Json::Value* const pParam = json_read::Member(jsonRoot, "param");
+    const Json::Value* const pParam = json_reader::Member(jsonRoot, "param");
     if (pParam == nullptr || !pParam->isArray()) {
         strReason = "no array \"param\"";
         return false;
     }
     for (const Json::Value& jsonElement : *pParam) {
-        const std::string strContext = json_read::Text(jsonElement, "context");
+        const std::string strContext = json_reader::Text(jsonElement, "context");
         const bool bKnown = strContext == "cloudad" || strContext == "cloudfd";
-        nCopies += bKnown && json_read::Text(jsonElement, "grup") == "cloudquery" ? 1 : 0;
+        nCopies += bKnown && json_reader::Text(jsonElement, "grup") == "cloudquery" ? 1 : 0;
     }
     if (nCopies == 0) {
         strReason = "no element with \"grup\" \"cloudquery\" and a known \"context\"";

@@ -23,7 +23,7 @@
 struct KernelSourceOptions {
     std::chrono::milliseconds look{15};   // between two looks into the ring
     std::chrono::milliseconds gather{5};  // between two looks while something happens
-    std::shared_ptr<FilePlaces> pPlaces = std::make_shared<FilePlaces>();
+    std::shared_ptr<WatchedPaths> pPlaces = std::make_shared<WatchedPaths>();
     LaunchSourceOptions launches;
     FileSourceOptions files;
 };
@@ -56,7 +56,7 @@ private:
 
     const KernelSourceOptions m_options;
     IFileObserver& m_fileObserver;
-    ImageTable m_images;
+    ProcessTable m_images;
     std::unique_ptr<LaunchSource> m_pLaunches;
     std::unique_ptr<FileSource> m_pFiles;
     int m_nWake = -1;  // an eventfd that Stop writes

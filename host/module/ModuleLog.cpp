@@ -48,7 +48,7 @@ constexpr KnownFormat KNOWN_FORMATS[] = {
 
 }  // namespace
 
-ModuleLog::ModuleLog(Output& output, IModuleLogObserver& observer, int nShowLevel)
+ModuleLog::ModuleLog(Console& output, IModuleLogObserver& observer, int nShowLevel)
     : m_output(output), m_observer(observer), m_nShowLevel(nShowLevel) {
     CLogDebug::Instance()->SetSink(this);
     CLogDebug::Instance()->SetLevel(std::min(nShowLevel, LEVEL_ALL));

@@ -9,8 +9,8 @@
 #include <string>
 
 #include "framework/log/CLogDebug.h"
-#include "host/base/Output.h"
-#include "host/module/ModuleQuestions.h"
+#include "host/base/Console.h"
+#include "host/module/ExpectedQueries.h"
 
 enum ModuleNote {
     NOTE_ANALYSED,  // a message of the queue is looked at from now on, on this thread
@@ -38,7 +38,7 @@ public:
 class ModuleLog : public ILogSink {
 public:
     // Takes the process's log; records of nShowLevel and above are shown on standard error.
-    ModuleLog(Output& output, IModuleLogObserver& observer, int nShowLevel);
+    ModuleLog(Console& output, IModuleLogObserver& observer, int nShowLevel);
     ~ModuleLog() override;  // gives the log back; no module may be running
 
     ModuleLog(const ModuleLog&) = delete;
@@ -50,7 +50,7 @@ private:
     void Note(const LogRecord& record, va_list args);
     void Show(const LogRecord& record, va_list args);
 
-    Output& m_output;
+    Console& m_output;
     IModuleLogObserver& m_observer;
     const int m_nShowLevel;
 };

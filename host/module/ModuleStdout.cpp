@@ -79,9 +79,9 @@ void ModuleStdout::Read() {
         bEnd = (fds[1].revents & POLLIN) != 0;
         try {
             while (ReadSome(strRest)) {
-                Tell(m_folder.Take(LineFolder::Clock::now()));
+                Tell(m_folder.Take(RepeatFilter::Clock::now()));
             }
-            Tell(m_folder.Take(LineFolder::Clock::now()));
+            Tell(m_folder.Take(RepeatFilter::Clock::now()));
         } catch (const std::exception&) {
             strRest.clear();  // no memory: these lines are lost, reading goes on
         }
@@ -90,7 +90,7 @@ void ModuleStdout::Read() {
     }
     try {
         if (!strRest.empty()) {
-            m_folder.Add(strRest, LineFolder::Clock::now());
+            m_folder.Add(strRest, RepeatFilter::Clock::now());
         }
         Tell(m_folder.TakeAll());
     } catch (const std::exception&) {  // as above
@@ -104,7 +104,7 @@ bool ModuleStdout::ReadSome(std::string& strRest) {
     if (nRead <= 0) {
         return false;
     }
-    const auto now = LineFolder::Clock::now();
+    const auto now = RepeatFilter::Clock::now();
     for (ssize_t i = 0; i < nRead; ++i) {
         if (szBuffer[i] != '\n') {
             strRest += szBuffer[i];
@@ -130,6 +130,7 @@ int ModuleStdout::WaitTime() const {
     if (!due) {
         return -1;
     }
-    const auto wait = std::chrono::ceil<std::chrono::milliseconds>(*due - LineFolder::Clock::now());
-    return static_cast<int>(std::clamp<int64_t>(wait.count(), 0, LineFolder::HOLD.count()));
+    const auto wait =
+        std::chrono::ceil<std::chrono::milliseconds>(*due - RepeatFilter::Clock::now());
+    return static_cast<int>(std::clamp<int64_t>(wait.count(), 0, RepeatFilter::HOLD.count()));
 }

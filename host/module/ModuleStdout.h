@@ -12,7 +12,7 @@
 #include <string>
 #include <thread>
 
-#include "host/module/LineFolder.h"
+#include "host/module/RepeatFilter.h"
 
 class ModuleStdout {
 public:
@@ -39,7 +39,7 @@ private:
     int WaitTime() const;
 
     const Sink m_fnSink;
-    LineFolder m_folder;  // of the thread
+    RepeatFilter m_folder;  // of the thread
     int m_nSaved = -1;
     int m_nRead = -1;
     int m_nEnd = -1;  // an eventfd that End writes

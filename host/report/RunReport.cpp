@@ -7,7 +7,7 @@
 
 #include "framework/base/CStr.h"
 #include "host/base/Text.h"
-#include "host/report/text/RunBlock.h"
+#include "host/report/text/RunText.h"
 
 namespace {
 
@@ -42,7 +42,7 @@ JsonObject Record(const char* pszEvent) {
 
 }  // namespace
 
-RunReport::RunReport(Output& output, const GlobalOptions& options)
+RunReport::RunReport(Console& output, const HostOptions& options)
     : m_output(output),
       m_options(options),
       m_passBegun(RunCounters::Clock::now()),
@@ -65,7 +65,7 @@ void RunReport::SetPass(const PassInfo& pass) {
 void RunReport::BeginPass(const PassInfo& pass) {
     SetPass(pass);
     if (!m_options.bJson) {
-        m_output.Line(run_block::Heading(m_output, pass));
+        m_output.Line(run_text::Heading(m_output, pass));
     }
 }
 
@@ -85,9 +85,9 @@ void RunReport::EndPass(bool bDrained) {
     if (m_options.bJson) {
         JsonObject record = Record("pass");
         record.Add("pass", m_pass.nPass).Add("passes", m_pass.nPasses).Add("drained", bDrained);
-        m_output.Line(run_block::AddCounters(record, counters, taken.count()).Text());
+        m_output.Line(run_text::AddCounters(record, counters, taken.count()).Text());
     } else if (m_pass.nPasses > 1) {
-        m_output.Line(run_block::Text(m_output, counters, taken.count()));
+        m_output.Line(run_text::Text(m_output, counters, taken.count()));
     }
 }
 
@@ -106,13 +106,13 @@ void RunReport::Summary(const RunEnd& end) {
         record.Add("drained", end.bDrained).Add("signal", end.nSignal);
         record.AddJson("queue_depth",
                        end.queueDepth ? std::to_string(*end.queueDepth) : std::string("null"));
-        m_output.Line(run_block::AddCounters(record, counters, taken.count()).Text());
+        m_output.Line(run_text::AddCounters(record, counters, taken.count()).Text());
         return;
     }
-    m_output.Line(run_block::SummaryHeading(m_output, end));
-    m_output.Line(m_passes.size() > 1 ? run_block::PassTable(m_output, m_passes)
-                                      : run_block::Text(m_output, counters, taken.count()));
-    m_output.Line(run_block::QueueLine(end));
+    m_output.Line(run_text::SummaryHeading(m_output, end));
+    m_output.Line(m_passes.size() > 1 ? run_text::PassTable(m_output, m_passes)
+                                      : run_text::Text(m_output, counters, taken.count()));
+    m_output.Line(run_text::QueueLine(end));
 }
 
 void RunReport::Progress(const std::string& strDoing) {
@@ -143,9 +143,9 @@ void RunReport::OnQueue(const QueueLoad& load) {
         strLine += "; refused so far " + std::to_string(load.nRefusedMessages) + " messages with " +
                    std::to_string(load.nRefusedEvents) + " events";
     }
-    const auto eColour = load.eState == QUEUE_FULL ? Output::COLOUR_RED : Output::COLOUR_YELLOW;
+    const auto eColour = load.eState == QUEUE_FULL ? Console::COLOUR_RED : Console::COLOUR_YELLOW;
     m_output.Line(
-        m_output.Paint(load.eState == QUEUE_NORMAL ? Output::COLOUR_NONE : eColour, strLine));
+        m_output.Paint(load.eState == QUEUE_NORMAL ? Console::COLOUR_NONE : eColour, strLine));
 }
 
 void RunReport::OnRemark(uint64_t nNumber, const std::string& strText) {
@@ -241,8 +241,8 @@ void RunReport::WriteQueryLine(const CloudQuery& query, QueryFate eFate, const V
     if (bVerdict && verdict.nLevel == LEVEL_PACKAGED && !m_options.bVerbose) {
         return;
     }
-    m_output.Line(bVerdict ? run_block::VerdictLine(m_output, query, verdict)
-                           : run_block::QueryLine(m_output, query, FateWord(eFate)));
+    m_output.Line(bVerdict ? run_text::VerdictLine(m_output, query, verdict)
+                           : run_text::QueryLine(m_output, query, FateWord(eFate)));
 }
 
 void RunReport::OnModuleNote(const ModuleRecord& note) {
@@ -274,7 +274,7 @@ void RunReport::WriteNote(const ModuleRecord& note) {
         m_output.Line(
             Record("skip").Add("path", note.strText).Add("reason", REASONS[eNote]).Text());
     } else if (m_options.bVerbose && eNote == NOTE_CACHED) {
-        m_output.Line(run_block::SkipLine(m_output, note.strText));
+        m_output.Line(run_text::SkipLine(m_output, note.strText));
     }
 }
 

@@ -15,17 +15,17 @@
 
 #include "host/account/RunCounters.h"
 #include "host/account/RunFacts.h"
-#include "host/base/GlobalOptions.h"
-#include "host/base/Output.h"
+#include "host/base/Console.h"
+#include "host/base/HostOptions.h"
 #include "host/cloud/CloudEndpoint.h"
 #include "host/event/IEventSource.h"
 #include "host/module/ModuleLog.h"
-#include "host/module/QueueBound.h"
+#include "host/module/QueueLimiter.h"
 #include "host/transport/IEndpoint.h"
 
 class RunReport : public ICloudObserver, public IModuleLogObserver, public IEndpoint {
 public:
-    RunReport(Output& output, const GlobalOptions& options);
+    RunReport(Console& output, const HostOptions& options);
 
     virtual void Begin(const std::string& strModule);
     virtual void BeginPass(const PassInfo& pass);
@@ -55,8 +55,8 @@ protected:
     virtual void WriteNote(const ModuleRecord& note);
     RunCounters TotalCounters() const;  // of all passes
 
-    Output& m_output;
-    const GlobalOptions& m_options;
+    Console& m_output;
+    const HostOptions& m_options;
 
 private:
     PassInfo m_pass;

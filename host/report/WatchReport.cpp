@@ -9,10 +9,10 @@
 #include <utility>
 
 #include "host/base/Text.h"
-#include "host/database/DatabaseLook.h"
-#include "host/report/metrics/MetricList.h"
-#include "host/report/text/RunBlock.h"
-#include "host/report/text/WatchBlock.h"
+#include "host/database/DatabaseProbe.h"
+#include "host/report/metrics/MetricsText.h"
+#include "host/report/text/BalanceText.h"
+#include "host/report/text/RunText.h"
 
 namespace {
 
@@ -36,8 +36,8 @@ struct WatchReport::Judgement {
     bool bRecorded = false;  // --json has a record of the verdict already
 };
 
-WatchReport::WatchReport(Output& output, const GlobalOptions& options,
-                         const VerdictService& service, WatchOptions watch)
+WatchReport::WatchReport(Console& output, const HostOptions& options, const VerdictService& service,
+                         WatchOptions watch)
     : RunReport(output, options),
       m_service(service),
       m_programs(service),
@@ -47,11 +47,11 @@ WatchReport::WatchReport(Output& output, const GlobalOptions& options,
 
 // The module is loaded and not started: the queue is still what the last run left.
 void WatchReport::Begin(const std::string& strModule) {
-    m_ledger.SetEarlier(database_look::QueueDepth(m_options.ChannelDatabase()).value_or(0));
+    m_ledger.SetEarlier(database_probe::QueueDepth(m_options.ChannelDatabase()).value_or(0));
     RunReport::Begin(strModule);
     BeginMetrics();
     if (!m_options.bJson && !m_watch.bPlain) {
-        auto pView = std::make_unique<WatchView>(
+        auto pView = std::make_unique<LiveScreen>(
             m_output, [this] { return HeadNumbers(); }, [this] { m_output.Break(EIO); });
         if (pView->Begin()) {
             m_pView = std::move(pView);
@@ -65,7 +65,7 @@ void WatchReport::BeginMetrics() {
     }
     m_pMetrics = std::make_unique<MetricsFile>(
         m_watch.strMetricsFile, m_watch.metricsInterval,
-        [this] { return metric_list::Text(Numbers(m_bEnded), m_tmStart); },
+        [this] { return metrics_text::Text(Numbers(m_bEnded), m_tmStart); },
         [this](const std::string& strError) {
             m_output.Error("tevmon-host: " + text::ForTerminal(strError));
         });
@@ -132,9 +132,9 @@ void WatchReport::Balance() {
 void WatchReport::Write(const WatchBalance& balance) {
     if (m_options.bJson) {
         JsonObject record = Record("balance");
-        m_output.Line(watch_block::AddNumbers(record, balance).Text());
+        m_output.Line(balance_text::AddNumbers(record, balance).Text());
     } else {
-        m_output.Line(watch_block::Text(m_output, balance));
+        m_output.Line(balance_text::Text(m_output, balance));
     }
 }
 
@@ -177,11 +177,11 @@ void WatchReport::Announce(const char* pszRecord, const char* pszWhy, uint64_t n
         m_output.Line(Record(pszRecord).Add("events", nNew).Add("total", nTotal).Text());
         return;
     }
-    const WatchRow row =
-        watch_line::Told("lost", "event", std::to_string(nNew) + (nNew == 1 ? " event" : " events"),
-                         std::string(pszWhy) + "; " + std::to_string(nTotal) + " since the start");
+    const VerdictRow row = verdict_row::Told(
+        "lost", "event", std::to_string(nNew) + (nNew == 1 ? " event" : " events"),
+        std::string(pszWhy) + "; " + std::to_string(nTotal) + " since the start");
     if (m_bEnded) {
-        m_output.Line(watch_line::Text(m_output, row));  // the view is gone
+        m_output.Line(verdict_row::Text(m_output, row));  // the view is gone
     } else {
         Show(row);
     }
@@ -197,7 +197,7 @@ void WatchReport::OnDelivered(const EventBatch& batch, uint32_t nResult) {
 void WatchReport::OnQuery(const CloudQuery& query, QueryFate eFate, const Verdict& verdict) {
     RunReport::OnQuery(query, eFate, verdict);
     ModuleSign sign;
-    sign.eKind = module_questions::KindOfEvent(query.strEvent, sign.strOperation);
+    sign.eKind = expected_queries::KindOfEvent(query.strEvent, sign.strOperation);
     sign.strName = query.strPath;
     sign.bNamesProgram = sign.eKind == QUESTION_PIPE || sign.eKind == QUESTION_UNIT;
     const std::optional<ModuleQuestion> question = m_ledger.Hear(sign);
@@ -253,7 +253,7 @@ void WatchReport::OnModuleNote(const ModuleRecord& note) {
     }
     const bool bLaunch = note.eQuestion == QUESTION_LAUNCH;
     Judgement judgement;
-    judgement.strWhat = module_questions::EventOf(note.eQuestion, note.strOperation);
+    judgement.strWhat = expected_queries::EventOf(note.eQuestion, note.strOperation);
     judgement.strSubject = note.strText;
     judgement.strProgram = bLaunch ? note.strText : question ? question->strProgram : "";
     judgement.verdict = m_programs.VerdictOf(judgement.strProgram);
@@ -270,12 +270,12 @@ void WatchReport::WriteNote(const ModuleRecord& note) {
 }
 
 void WatchReport::ShowJudgement(const Judgement& judgement) {
-    const bool bBad = judgement.verdict.nLevel >= watch_line::LEVEL_BAD;
+    const bool bBad = judgement.verdict.nLevel >= verdict_row::LEVEL_BAD;
     m_nBadSeen += bBad ? 1 : 0;
     if (!m_options.bJson) {
         if (bBad || !judgement.bCached || m_options.bVerbose || m_pView != nullptr) {
-            Show(watch_line::Judged(judgement.strWhat, judgement.strSubject, judgement.strBy,
-                                    judgement.verdict, judgement.bCached));
+            Show(verdict_row::Judged(judgement.strWhat, judgement.strSubject, judgement.strBy,
+                                     judgement.verdict, judgement.bCached));
         }
     } else if (bBad && !judgement.bRecorded) {
         JsonObject record = Record("bad");
@@ -285,19 +285,19 @@ void WatchReport::ShowJudgement(const Judgement& judgement) {
     }
 }
 
-void WatchReport::Show(const WatchRow& row) {
+void WatchReport::Show(const VerdictRow& row) {
     if (m_pView != nullptr) {
         m_pView->Add(row);
     } else {
-        m_output.Line(watch_line::Text(m_output, row));
+        m_output.Line(verdict_row::Text(m_output, row));
     }
 }
 
 // The module skips a pipe whose maker has a verdict of 20 or less in its cache.
 bool WatchReport::IsKnownMaker(const std::string& strProgram) const {
-    const std::string strKey = ProgramTable::KeyOf(strProgram);
+    const std::string strKey = ProgramVerdicts::KeyOf(strProgram);
     return !strKey.empty() && m_service.Decide(strKey).nLevel <= LEVEL_GOOD &&
-           database_look::HasVerdict(m_options.CacheDatabase(), strKey).value_or(false);
+           database_probe::HasVerdict(m_options.CacheDatabase(), strKey).value_or(false);
 }
 
 void WatchReport::OnLaunch(const Launch& launch) {
@@ -321,8 +321,8 @@ void WatchReport::OnUnresolvable(const LaunchEvent& event) {
         record.Add("name", strName).Add("cmd", event.strCommand);
         m_output.Line(record.Add("pid", static_cast<uint64_t>(event.nPid)).Text());
     } else {
-        Show(watch_line::Told("unresolvable", "launch", strName,
-                              "no path names its file, so it is not judged"));
+        Show(verdict_row::Told("unresolvable", "launch", strName,
+                               "no path names its file, so it is not judged"));
     }
 }
 
@@ -330,7 +330,7 @@ void WatchReport::OnLost(uint64_t nLost, uint64_t nTotal) {
     if (m_options.bJson) {
         m_output.Line(Record("lost").Add("launches", nLost).Add("total", nTotal).Text());
     } else {
-        Show(watch_line::Told(
+        Show(verdict_row::Told(
             "lost", "launch", std::to_string(nLost) + (nLost == 1 ? " launch" : " launches"),
             "the kernel's buffer was full; " + std::to_string(nTotal) + " since the start"));
     }

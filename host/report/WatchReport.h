@@ -22,9 +22,9 @@
 #include "host/kernel/launch/Launch.h"
 #include "host/report/RunReport.h"
 #include "host/report/metrics/MetricsFile.h"
-#include "host/report/screen/WatchView.h"
-#include "host/report/text/WatchLine.h"
-#include "host/verdict/ProgramTable.h"
+#include "host/report/screen/LiveScreen.h"
+#include "host/report/text/VerdictRow.h"
+#include "host/verdict/ProgramVerdicts.h"
 #include "host/verdict/VerdictService.h"
 
 struct WatchOptions {
@@ -36,7 +36,7 @@ struct WatchOptions {
 
 class WatchReport : public RunReport, public ILaunchObserver, public IFileObserver {
 public:
-    WatchReport(Output& output, const GlobalOptions& options, const VerdictService& service,
+    WatchReport(Console& output, const HostOptions& options, const VerdictService& service,
                 WatchOptions watch = {});
 
     void Begin(const std::string& strModule) override;
@@ -71,7 +71,7 @@ private:
     void BeginMetrics();
     void AnnounceLosses(bool bLast);
     void Announce(const char* pszRecord, const char* pszWhy, uint64_t nTotal, uint64_t& nAnnounced);
-    void Show(const WatchRow& row);
+    void Show(const VerdictRow& row);
     ViewNumbers HeadNumbers() const;
     void ShowJudgement(const Judgement& judgement);
     void WriteQueryLine(const CloudQuery& query, QueryFate eFate, const Verdict& verdict) override;
@@ -79,7 +79,7 @@ private:
     bool IsKnownMaker(const std::string& strProgram) const;
 
     const VerdictService& m_service;
-    ProgramTable m_programs;
+    ProgramVerdicts m_programs;
     EventLedger m_ledger;
     WatchOptions m_watch;
     const int64_t m_tmStart;
@@ -94,7 +94,7 @@ private:
     std::atomic<uint64_t> m_nBadSeen{0};
     // Last: their threads read the numbers.
     std::unique_ptr<MetricsFile> m_pMetrics;
-    std::unique_ptr<WatchView> m_pView;  // while the terminal is drawn
+    std::unique_ptr<LiveScreen> m_pView;  // while the terminal is drawn
 };
 
 #endif

@@ -5,10 +5,10 @@
 
 #include "host/base/ExitCodes.h"
 #include "host/base/Text.h"
-#include "host/cloud/AnsweredKeys.h"
+#include "host/cloud/AnswerTracker.h"
 #include "host/cloud/CloudEndpoint.h"
-#include "host/database/DatabaseFile.h"
-#include "host/database/DatabaseLook.h"
+#include "host/database/DatabaseProbe.h"
+#include "host/database/ModuleDatabase.h"
 #include "host/module/ModuleLog.h"
 #include "host/module/ModuleStdout.h"
 #include "host/process/Privileges.h"
@@ -41,7 +41,7 @@ steady_clock::time_point After(double dSeconds) {
 
 }  // namespace
 
-RunSession::RunSession(const GlobalOptions& global, RunOptions options)
+RunSession::RunSession(const HostOptions& global, RunOptions options)
     : m_global(global),
       m_options(std::move(options)),
       m_health(m_manager.Watchdog()),
@@ -77,7 +77,7 @@ int RunSession::Run() {
         privileges::KeepForWatching();  // the module's threads begin with that
     }
     for (const std::string& strFile : {m_global.ChannelDatabase(), m_global.CacheDatabase()}) {
-        if (!DatabaseFile(strFile).Prepare(strError)) {
+        if (!ModuleDatabase(strFile).Prepare(strError)) {
             return Fail(EXIT_CODE_DATABASE, strError);
         }
     }
@@ -87,7 +87,7 @@ int RunSession::Run() {
 void RunSession::TidyUpDatabases() {
     for (const std::string& strFile : {m_global.ChannelDatabase(), m_global.CacheDatabase()}) {
         std::string strError;
-        if (!DatabaseFile(strFile).TidyUp(strError)) {
+        if (!ModuleDatabase(strFile).TidyUp(strError)) {
             (void)Fail(EXIT_CODE_DATABASE, strError);  // nothing is lost: the run was good
         }
     }
@@ -145,7 +145,7 @@ bool RunSession::StartSource() {
 int RunSession::RunModule() {
     const std::string strModule =
         m_global.strModule.empty() ? PluginLoader::DefaultPath() : m_global.strModule;
-    AnsweredKeys keys(m_global.CacheDatabase());  // reads the cache while nobody works with it
+    AnswerTracker keys(m_global.CacheDatabase());  // reads the cache while nobody works with it
     ModuleLog log(m_output, *m_pReport, m_global.nLogLevel);
     ModuleStdout printed(
         [this](const std::string& strLine) { m_output.Error(text::ForTerminal(strLine)); });
@@ -160,8 +160,8 @@ int RunSession::RunModule() {
     m_pRouter->AddEndpoint(GuidFromText(CENTRE_ENDPOINT), m_pReport.get());
 
     m_pReport->Begin(strModule);
-    m_queue.Begin(database_look::QueueDepth(m_global.ChannelDatabase()).value_or(0),
-                  DatabaseFile(m_global.ChannelDatabase()).UsedBytes());
+    m_queue.Begin(database_probe::QueueDepth(m_global.ChannelDatabase()).value_or(0),
+                  ModuleDatabase(m_global.ChannelDatabase()).UsedBytes());
     m_loader.Start(m_pRouter.get());
     if (m_options.dForSeconds > 0) {
         m_due = After(m_options.dForSeconds);
@@ -326,7 +326,7 @@ void RunSession::WatchQueue() {
         return;
     }
     m_queueLook = now;
-    const auto depth = database_look::QueueDepth(m_global.ChannelDatabase());
+    const auto depth = database_probe::QueueDepth(m_global.ChannelDatabase());
     if (depth) {
         m_queue.Correct(*depth);
     }
@@ -366,7 +366,7 @@ RunSession::DrainResult RunSession::Drain() {
         const auto heard = m_pReport->PassCounters().lastWork;
         const bool bQuiet =
             m_pRouter->Pending() == 0 && (!heard || steady_clock::now() - *heard > MODULE_QUIET);
-        const auto depth = bQuiet ? database_look::QueueDepth(m_global.ChannelDatabase())
+        const auto depth = bQuiet ? database_probe::QueueDepth(m_global.ChannelDatabase())
                                   : std::optional<uint64_t>();
         if (depth == 0u && m_pRouter->Pending() == 0) {
             return DRAINED;
@@ -396,7 +396,7 @@ void RunSession::EndModule() {
     m_loader.Stop();
     // Answers under way still find the module's cache; messages under way still find its queue.
     const auto due = steady_clock::now() + LAST_ANSWERS;
-    StopSignal clock;
+    ShutdownSignal clock;
     while (m_pRouter->Pending() > 0 && steady_clock::now() < due) {
         clock.WaitFor(ROUTER_LOOK);
     }
@@ -408,6 +408,6 @@ void RunSession::Summarise() {
     RunEnd end;
     end.bDrained = m_bDrained;
     end.nSignal = m_stop.Signal();
-    end.queueDepth = database_look::QueueDepth(m_global.ChannelDatabase());
+    end.queueDepth = database_probe::QueueDepth(m_global.ChannelDatabase());
     m_pReport->Summary(end);
 }

@@ -13,15 +13,15 @@
 #include <string>
 #include <vector>
 
+#include "host/base/Console.h"
 #include "host/base/ExitCodes.h"
-#include "host/base/GlobalOptions.h"
-#include "host/base/Output.h"
+#include "host/base/HostOptions.h"
 #include "host/event/IEventSource.h"
 #include "host/module/PluginLoader.h"
-#include "host/module/QueueBound.h"
-#include "host/process/ServiceHealth.h"
-#include "host/process/ServiceNotify.h"
-#include "host/process/StopSignal.h"
+#include "host/module/QueueLimiter.h"
+#include "host/process/ShutdownSignal.h"
+#include "host/process/SystemdNotifier.h"
+#include "host/process/Watchdog.h"
 #include "host/report/RunReport.h"
 #include "host/transport/Router.h"
 #include "host/verdict/VerdictService.h"
@@ -42,13 +42,13 @@ struct RunOptions {
     // A new source for each pass.
     std::function<std::unique_ptr<IEventSource>(SourceRemark)> fnMakeSource;
     // The run's report, when it is another than RunReport; it goes after the source.
-    std::function<std::unique_ptr<RunReport>(Output&, const GlobalOptions&, const VerdictService&)>
+    std::function<std::unique_ptr<RunReport>(Console&, const HostOptions&, const VerdictService&)>
         fnMakeReport;
 };
 
 class RunSession {
 public:
-    RunSession(const GlobalOptions& global, RunOptions options);
+    RunSession(const HostOptions& global, RunOptions options);
 
     int Run();  // an ExitCode
 
@@ -76,17 +76,17 @@ private:
     int Fail(int nExitCode, const std::string& strError);
     std::string Doing(const std::string& strWhat) const;
 
-    const GlobalOptions m_global;
+    const HostOptions m_global;
     const RunOptions m_options;
-    const ServiceNotify m_manager;
-    ServiceHealth m_health;
-    StopSignal m_stop;
-    Output m_output;
+    const SystemdNotifier m_manager;
+    Watchdog m_health;
+    ShutdownSignal m_stop;
+    Console m_output;
     VerdictService m_service;
     const std::unique_ptr<RunReport> m_pReport;
     std::unique_ptr<IEventSource> m_pSource;
     std::unique_ptr<Router> m_pRouter;
-    QueueBound m_queue;
+    QueueLimiter m_queue;
     uint64_t m_nAnalysed = 0;                           // of the pass, as far as m_queue was told
     std::chrono::steady_clock::time_point m_queueLook;  // when the queue was looked into
     PluginLoader m_loader;                              // goes before the router

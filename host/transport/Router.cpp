@@ -40,7 +40,7 @@ std::string Body(const void* pData, uint32_t nLength) {
 
 }  // namespace
 
-Router::Router(const Lane::Limits& limits) : m_limits(limits) {}
+Router::Router(const SerialExecutor::Limits& limits) : m_limits(limits) {}
 
 Router::~Router() {
     Close();
@@ -49,12 +49,12 @@ Router::~Router() {
 void Router::AddEndpoint(const Guid& identity, IEndpoint* pEndpoint) {
     const auto pNew = std::make_shared<Endpoint>();
     pNew->pEndpoint = pEndpoint;
-    pNew->pLane = std::make_unique<Lane>("host_endpoint", m_limits);
+    pNew->pLane = std::make_unique<SerialExecutor>("host_endpoint", m_limits);
     const std::lock_guard<std::mutex> lock(m_mutex);
     m_endpoints[identity] = pNew;
 }
 
-uint32_t Router::Push(Lane& lane, size_t nBytes, Lane::Job job) {
+uint32_t Router::Push(SerialExecutor& lane, size_t nBytes, SerialExecutor::Job job) {
     // Counted before it can run, so that Pending never reads 0 with the message under way.
     ++m_nPending;
     try {
@@ -226,7 +226,7 @@ uint32_t Router::RegisterReceiver(int64_t nMsgType, IMRReceiveComplete* pReceive
         }
         const auto pNew = std::make_shared<Receiver>();
         pNew->pReceiver.store(pReceiver);
-        pNew->pLane = std::make_unique<Lane>("host_receive", m_limits);
+        pNew->pLane = std::make_unique<SerialExecutor>("host_receive", m_limits);
         m_receivers[nMsgType] = pNew;
         return 0;
     });
@@ -303,7 +303,7 @@ uint32_t Router::SendTo(Endpoint& endpoint, const Guid& target, int64_t nMsgType
         *pOut = nSend;
     }
     const int64_t nWait = std::clamp<int64_t>(nTimeout, 0, LONGEST_TIMEOUT);
-    const auto due = Deadlines::Clock::now() + std::chrono::milliseconds(nWait);
+    const auto due = TimerQueue::Clock::now() + std::chrono::milliseconds(nWait);
     // Not taken only when the router was closed, which ends the send with its lane.
     (void)m_deadlines.Add(due, [pSend] { pSend->End(ROUTER_TIMEOUT, ""); });
     return 0;

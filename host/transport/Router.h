@@ -19,10 +19,10 @@
 #include <string>
 
 #include "framework/abi/IMsgRouter.h"
-#include "host/transport/Deadlines.h"
-#include "host/transport/Guids.h"
+#include "host/transport/EndpointIds.h"
 #include "host/transport/IEndpoint.h"
-#include "host/transport/Lane.h"
+#include "host/transport/SerialExecutor.h"
+#include "host/transport/TimerQueue.h"
 
 constexpr uint32_t ROUTER_CLOSED = 0xE0020001U;            // Close was called
 constexpr uint32_t ROUTER_UNKNOWN_ENDPOINT = 0xE0020002U;  // nobody stands behind the target
@@ -35,7 +35,7 @@ public:
     using Done = std::function<void(uint32_t nResult)>;
     using Answer = std::function<void(int64_t nMsgType, const std::string& strData)>;
 
-    explicit Router(const Lane::Limits& limits = Lane::Limits());
+    explicit Router(const SerialExecutor::Limits& limits = SerialExecutor::Limits());
     ~Router() override;  // Close
 
     // Puts pEndpoint behind identity. Before the plug-in is started.
@@ -81,22 +81,22 @@ public:
 private:
     struct Receiver {
         std::atomic<IMRReceiveComplete*> pReceiver{nullptr};
-        std::unique_ptr<Lane> pLane;
+        std::unique_ptr<SerialExecutor> pLane;
     };
     struct Endpoint {
         IEndpoint* pEndpoint = nullptr;
-        std::unique_ptr<Lane> pLane;
+        std::unique_ptr<SerialExecutor> pLane;
     };
     struct Send;
 
     void Call(Receiver& receiver, const Guid& sender, int64_t nMsgType, const std::string& strBody,
               const Answer& fnAnswer);
-    uint32_t Push(Lane& lane, size_t nBytes, Lane::Job job);
+    uint32_t Push(SerialExecutor& lane, size_t nBytes, SerialExecutor::Job job);
     uint32_t SendTo(Endpoint& endpoint, const Guid& target, int64_t nMsgType, std::string strBody,
                     IMRSendComplete* pComplete, uint32_t* pOut, int64_t nTimeout);
     uint32_t FindEndpoint(const Guid* pTarget, std::shared_ptr<Endpoint>& pFound) const;
 
-    const Lane::Limits m_limits;
+    const SerialExecutor::Limits m_limits;
     mutable std::mutex m_mutex;  // guards what follows; not held during calls or waits
     bool m_bClosed = false;
     bool m_bWaiting = true;
@@ -108,7 +108,7 @@ private:
 
     std::atomic<uint32_t> m_nNextSend{1};
     std::atomic<uint64_t> m_nPending{0};
-    Deadlines m_deadlines;
+    TimerQueue m_deadlines;
 };
 
 #endif

@@ -8,7 +8,7 @@ import re
 
 import layout
 
-MODULE, HOST = "tevmon/core/AutoRunLocations.cpp", "host/event/FilePlaces.cpp"
+MODULE, HOST = "tevmon/core/AutoRunLocations.cpp", "host/event/WatchedPaths.cpp"
 PLACE = re.compile(r'\{?"(/[^"]*/)"(?:, (?:"(\w+)"|nullptr))?\}?')
 
 
@@ -36,7 +36,7 @@ def check(root, _arguments):
 def tree(host):
     return {MODULE: 'const char* AUTORUN_LOCATIONS[] = {\n    "/a/", "/b/",\n    "/a/",\n};\n'
                     'constexpr UnitLocation UNIT_LOCATIONS[] = {\n    {"/u/", "service"},\n};\n',
-            HOST: "const std::vector<FilePlaces::Place> PLACES = {\n" + host + "\n};\n"}
+            HOST: "const std::vector<WatchedPaths::Place> PLACES = {\n" + host + "\n};\n"}
 
 
 A, B, U = '{"/a/", nullptr},', '{"/b/", nullptr},', '{"/u/", "service"},'

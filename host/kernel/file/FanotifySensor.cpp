@@ -13,8 +13,8 @@
 #include <cstring>
 #include <utility>
 
+#include "host/kernel/file/FanotifyMarks.h"
 #include "host/kernel/file/FileEvent.h"
-#include "host/kernel/file/FileMarks.h"
 
 namespace {
 
@@ -115,7 +115,7 @@ std::string KernelCalls::HandleOf(const std::string& strPath) {
 
 class FanotifySensor : public IFileSensor {
 public:
-    FanotifySensor(std::shared_ptr<FilePlaces> pPlaces, bool bAll)
+    FanotifySensor(std::shared_ptr<WatchedPaths> pPlaces, bool bAll)
         : m_pPlaces(std::move(pPlaces)), m_bAll(bAll), m_calls(m_group) {}
 
     bool Open(std::string& strError) override;
@@ -137,12 +137,12 @@ private:
     bool MayWatch() const;
     std::string OpenedPath(std::string_view strHandle) const;
 
-    const std::shared_ptr<FilePlaces> m_pPlaces;
+    const std::shared_ptr<WatchedPaths> m_pPlaces;
     const bool m_bAll;
     Fd m_group;
     Fd m_mounts;  // readable with POLLPRI after each change
     KernelCalls m_calls;
-    std::unique_ptr<FileMarks> m_pMarks;
+    std::unique_ptr<FanotifyMarks> m_pMarks;
     uint64_t m_nEvents = EVENTS;
     std::vector<std::string> m_notices;
 };
@@ -181,7 +181,7 @@ bool FanotifySensor::Open(std::string& strError) {
         return false;
     }
     m_mounts.Reset(open("/proc/self/mountinfo", O_RDONLY | O_CLOEXEC));
-    m_pMarks = std::make_unique<FileMarks>(m_calls, *m_pPlaces, m_nEvents, m_bAll);
+    m_pMarks = std::make_unique<FanotifyMarks>(m_calls, *m_pPlaces, m_nEvents, m_bAll);
     m_pMarks->Refresh();
     if (m_pMarks->IsEmpty()) {
         strError = "no file system that holds a watched place could be found";
@@ -269,6 +269,6 @@ std::string FanotifySensor::OpenedPath(std::string_view strHandle) const {
 
 }  // namespace
 
-std::unique_ptr<IFileSensor> MakeFileSensor(std::shared_ptr<FilePlaces> pPlaces, bool bAll) {
+std::unique_ptr<IFileSensor> MakeFileSensor(std::shared_ptr<WatchedPaths> pPlaces, bool bAll) {
     return std::make_unique<FanotifySensor>(std::move(pPlaces), bAll);
 }

@@ -9,10 +9,10 @@
 
 #include <memory>
 
-#include "host/event/FilePlaces.h"
+#include "host/event/WatchedPaths.h"
 #include "host/kernel/file/IFileSensor.h"
 
 // Never null. bAll: every local file system.
-std::unique_ptr<IFileSensor> MakeFileSensor(std::shared_ptr<FilePlaces> pPlaces, bool bAll);
+std::unique_ptr<IFileSensor> MakeFileSensor(std::shared_ptr<WatchedPaths> pPlaces, bool bAll);
 
 #endif

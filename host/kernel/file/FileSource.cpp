@@ -42,7 +42,7 @@ private:
 }  // namespace
 
 FileSource::FileSource(std::unique_ptr<IFileSensor> pSensor, IFileObserver& observer,
-                       const FilePlaces& places, ImageTable& images, FileSourceOptions options)
+                       const WatchedPaths& places, ProcessTable& images, FileSourceOptions options)
     : m_pSensor(std::move(pSensor)),
       m_observer(observer),
       m_places(places),
@@ -188,7 +188,7 @@ void FileSource::TakeRename(const FileEvent& event) {
     }
     Tell(FILE_RENAME, event, event.from.strDirectory, strFrom);
     if (event.from.strDirectory != event.to.strDirectory ||
-        FilePlaces::IsWatched(FILE_CREATE, m_places.Spelled(strTo))) {
+        WatchedPaths::IsWatched(FILE_CREATE, m_places.Spelled(strTo))) {
         Tell(FILE_CREATE, event, event.to.strDirectory, strTo);
     }
 }
@@ -236,7 +236,7 @@ void FileSource::TakeMoveOfOldKernel(const FileEvent& event, const std::string& 
 // closes the file.
 bool FileSource::IsRepeat(const FileEvent& event, const std::string& strPath) {
     if ((event.nMask & FAN_CLOSE_WRITE) != 0 || event.nPid == m_nOwnPid ||
-        !FilePlaces::IsWatched(FILE_WRITE, m_places.Spelled(strPath))) {
+        !WatchedPaths::IsWatched(FILE_WRITE, m_places.Spelled(strPath))) {
         return false;
     }
     return !m_written.insert(std::to_string(event.nPid) + strPath).second;
@@ -257,7 +257,7 @@ void FileSource::Tell(FileAct eAct, const FileEvent& event, std::string_view str
     struct stat status = {};
     operation.eAct = eAct;
     operation.strPath = m_places.Spelled(strPath);
-    operation.bPlace = FilePlaces::IsWatched(eAct, operation.strPath);
+    operation.bPlace = WatchedPaths::IsWatched(eAct, operation.strPath);
     operation.bPipe =
         eAct == FILE_CREATE && (event.nMask & FAN_ONDIR) == 0 && IsPipe(strPath, status);
     if (!operation.bPlace && !operation.bPipe && !m_options.bAll) {

@@ -21,11 +21,11 @@
 #include <vector>
 
 #include "host/event/FileOperation.h"
-#include "host/event/FilePlaces.h"
+#include "host/event/WatchedPaths.h"
+#include "host/kernel/file/DirectoryPathCache.h"
 #include "host/kernel/file/FileEvent.h"
-#include "host/kernel/file/HandlePaths.h"
 #include "host/kernel/file/IFileSensor.h"
-#include "host/kernel/launch/ImageTable.h"
+#include "host/kernel/launch/ProcessTable.h"
 
 struct FileSourceOptions {
     bool bAll = false;                // tell every operation, not only what the module can act on
@@ -45,7 +45,7 @@ public:
     using Clock = std::chrono::steady_clock;
 
     FileSource(std::unique_ptr<IFileSensor> pSensor, IFileObserver& observer,
-               const FilePlaces& places, ImageTable& images, FileSourceOptions options = {});
+               const WatchedPaths& places, ProcessTable& images, FileSourceOptions options = {});
 
     FileSource(const FileSource&) = delete;
     FileSource& operator=(const FileSource&) = delete;
@@ -106,11 +106,11 @@ private:
 
     const std::unique_ptr<IFileSensor> m_pSensor;
     IFileObserver& m_observer;
-    const FilePlaces& m_places;
-    ImageTable& m_images;
+    const WatchedPaths& m_places;
+    ProcessTable& m_images;
     FileSourceOptions m_options;
     const uint32_t m_nOwnPid;
-    HandlePaths m_paths;
+    DirectoryPathCache m_paths;
     std::vector<char> m_buffer;         // for one read
     std::deque<Piece> m_held;           // oldest first
     size_t m_nHeld = 0;                 // their bytes

@@ -32,7 +32,7 @@ bool StatWithoutMagic(const std::string& strPath, struct stat& status) {
 }  // namespace
 
 LaunchSource::LaunchSource(std::unique_ptr<ILaunchSensor> pSensor, ILaunchObserver& observer,
-                           ImageTable& images, LaunchSourceOptions options)
+                           ProcessTable& images, LaunchSourceOptions options)
     : m_pSensor(std::move(pSensor)),
       m_observer(observer),
       m_images(images),

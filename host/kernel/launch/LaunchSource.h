@@ -21,9 +21,9 @@
 #include "host/event/EventMessage.h"
 #include "host/event/IEventSource.h"
 #include "host/kernel/launch/ILaunchSensor.h"
-#include "host/kernel/launch/ImageTable.h"
 #include "host/kernel/launch/Launch.h"
 #include "host/kernel/launch/LaunchPath.h"
+#include "host/kernel/launch/ProcessTable.h"
 
 struct LaunchSourceOptions {
     size_t nMostLaunches = 256;                // in one batch
@@ -42,7 +42,7 @@ public:
 
     // images is told of every process.
     LaunchSource(std::unique_ptr<ILaunchSensor> pSensor, ILaunchObserver& observer,
-                 ImageTable& images, LaunchSourceOptions options = {});
+                 ProcessTable& images, LaunchSourceOptions options = {});
 
     LaunchSource(const LaunchSource&) = delete;
     LaunchSource& operator=(const LaunchSource&) = delete;
@@ -76,7 +76,7 @@ private:
 
     const std::unique_ptr<ILaunchSensor> m_pSensor;
     ILaunchObserver& m_observer;
-    ImageTable& m_images;
+    ProcessTable& m_images;
     LaunchSourceOptions m_options;
     const uint32_t m_nOwnPid;
     bool m_bDetached = false;

@@ -67,7 +67,7 @@ protected:
 
     TestDir m_dir;
     VerdictService m_service;
-    AnsweredKeys m_keys{m_dir.Database("tevcloudcacho.db")};
+    AnswerTracker m_keys{m_dir.Database("tevcloudcacho.db")};
     Module m_module;
     Router m_router;
     CloudEndpoint m_cloud{m_router, m_service, m_keys, *this};

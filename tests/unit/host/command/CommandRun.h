@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "host/base/GlobalOptions.h"
+#include "host/base/HostOptions.h"
 #include "host/command/CommandLine.h"
 #include "host/command/QueueCommand.h"
 #include "host/command/VerdictsCommand.h"
@@ -29,7 +29,7 @@ protected:
     // The exit code, or -1 when the command line is not understood. Afterwards m_lines holds
     // standard output and m_strError standard error.
     int Run(const std::string& strArguments) {
-        GlobalOptions options;
+        HostOptions options;
         options.strStateDir = m_dir.Path();
         int nExitCode = 0;
         CommandLine program("tevmon-host", "");

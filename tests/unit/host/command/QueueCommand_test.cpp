@@ -227,7 +227,7 @@ TEST_F(QueueCommandTest, AFullStandardOutputEndsTheListAndIsSaid) {
     Row("'1000'", "'eA=='", "5");
     const int nFull = open("/dev/full", O_WRONLY | O_CLOEXEC);
     ASSERT_GE(nFull, 0);
-    GlobalOptions options;
+    HostOptions options;
     options.strStateDir = m_dir.Path();
     int nExitCode = 0;
     CommandLine program("tevmon-host", "");

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "host/base/JsonRead.h"
+#include "host/base/JsonReader.h"
 
 namespace {
 
@@ -97,7 +97,7 @@ TEST(EventMessageTest, AnyFileNameComesBackByteForByte) {
     const std::string strPath = "/a \"b\"\\\n\t\x01\xff\xc3/\xe6\x97\xa5";
     Json::Value jsonRoot;
 
-    ASSERT_TRUE(json_read::Parse(event_message::ProcessCreations({strPath}), jsonRoot));
+    ASSERT_TRUE(json_reader::Parse(event_message::ProcessCreations({strPath}), jsonRoot));
 
     EXPECT_EQ(strPath, jsonRoot["param"][0]["path"].asString());
 }

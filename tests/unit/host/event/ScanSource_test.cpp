@@ -6,7 +6,7 @@
 
 #include <filesystem>
 
-#include "host/base/JsonRead.h"
+#include "host/base/JsonReader.h"
 #include "tests/support/TestDir.h"
 
 namespace {
@@ -33,10 +33,10 @@ protected:
         EventBatch batch;
         while (source.Next(batch, std::chrono::milliseconds(0)) == SOURCE_BATCH) {
             Json::Value jsonRoot;
-            EXPECT_TRUE(json_read::Parse(batch.strBody, jsonRoot));
+            EXPECT_TRUE(json_reader::Parse(batch.strBody, jsonRoot));
             batches.emplace_back();
             for (const Json::Value& jsonElement : jsonRoot["param"]) {
-                batches.back().push_back(json_read::Text(jsonElement, "path"));
+                batches.back().push_back(json_reader::Text(jsonElement, "path"));
             }
             EXPECT_EQ(batches.size(), batch.nNumber);
             EXPECT_EQ(batches.back().size(), batch.nEvents);

@@ -9,7 +9,7 @@
 #include <deque>
 #include <thread>
 
-#include "host/base/JsonRead.h"
+#include "host/base/JsonReader.h"
 #include "host/kernel/bpf/launch_record.h"
 #include "tests/unit/host/kernel/file/FileEventBytes.h"
 

@@ -38,7 +38,7 @@ protected:
     }
 
     using Notes = std::vector<std::tuple<ModuleNote, std::string, QuestionKind, std::string, bool>>;
-    Output m_output;
+    Console m_output;
     Notes m_notes;
 };
 

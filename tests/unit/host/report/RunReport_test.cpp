@@ -25,8 +25,8 @@ protected:
 
     TestDir m_dir;
     const StdoutCapture m_standardOutput;
-    Output m_output;
-    GlobalOptions m_options;
+    Console m_output;
+    HostOptions m_options;
     RunReport m_report{m_output, m_options};
 };
 

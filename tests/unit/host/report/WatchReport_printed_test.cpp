@@ -74,7 +74,7 @@ protected:
 
     TestDir m_dir;
     VerdictService m_service;
-    GlobalOptions m_options;
+    HostOptions m_options;
 
 private:
     static void Launched(WatchReport& report, const std::string& strPath, LaunchPathOrigin eOrigin,
@@ -211,7 +211,7 @@ TEST_F(WatchReportPrintedTest, LinesAndBalance) {
     for (const bool bVerbose : {false, true}) {
         m_options.bVerbose = bVerbose;
         const StdoutCapture standardOutput;
-        Output output;
+        Console output;
         WatchReport report(output, m_options, m_service);
         Happen(report);
         Compare(bVerbose ? "watch_verbose" : "watch", Usual(standardOutput.Text()));
@@ -221,7 +221,7 @@ TEST_F(WatchReportPrintedTest, LinesAndBalance) {
 TEST_F(WatchReportPrintedTest, JsonRecords) {
     m_options.bJson = true;
     const StdoutCapture standardOutput;
-    Output output;
+    Console output;
     WatchReport report(output, m_options, m_service);
     Happen(report);
     Compare("watch_json", Usual(standardOutput.Text()));
@@ -229,7 +229,7 @@ TEST_F(WatchReportPrintedTest, JsonRecords) {
 
 TEST_F(WatchReportPrintedTest, Metrics) {
     const StdoutCapture standardOutput;
-    Output output;
+    Console output;
     WatchOptions watch;
     watch.strMetricsFile = m_dir.Path() + "/metrics.prom";
     WatchReport report(output, m_options, m_service, watch);

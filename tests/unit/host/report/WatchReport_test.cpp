@@ -55,8 +55,8 @@ protected:
 
     TestDir m_dir;
     const StdoutCapture m_standardOutput;
-    Output m_output;
-    GlobalOptions m_options;
+    Console m_output;
+    HostOptions m_options;
     VerdictService m_service;
     WatchReport m_report{m_output, m_options, m_service};
 };

@@ -18,7 +18,7 @@ namespace {
         std::_Exit(3);
     }
     std::string strError;
-    const bool bOpen = MakeFileSensor(std::make_shared<FilePlaces>(), false)->Open(strError);
+    const bool bOpen = MakeFileSensor(std::make_shared<WatchedPaths>(), false)->Open(strError);
     (void)std::fprintf(stderr, "%s\n", strError.c_str());
     std::_Exit(bOpen ? 2 : 0);
 }

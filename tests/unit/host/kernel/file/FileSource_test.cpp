@@ -7,7 +7,7 @@
 #include <deque>
 #include <map>
 
-#include "host/base/JsonRead.h"
+#include "host/base/JsonReader.h"
 #include "tests/unit/host/kernel/file/FileEventBytes.h"
 
 using namespace file_event_bytes;
@@ -113,9 +113,9 @@ protected:
     std::map<std::string, int> m_pipes;
     std::map<std::string, mode_t> m_links;
     std::map<std::string, std::string> m_moreDisk;
-    FilePlaces m_places{
+    WatchedPaths m_places{
         {}, [](const std::string& strPath) { return strPath == "/lib" ? "/usr/lib" : ""; }};
-    ImageTable m_images{{}, "/nowhere"};
+    ProcessTable m_images{{}, "/nowhere"};
     Observer m_observer;
     FileSourceOptions m_options;
     FakeSensor* m_pSensor = nullptr;
@@ -312,7 +312,7 @@ TEST_F(FileSourceTest, AnyBytesOfANameReachTheMessage) {
     m_pSource->HandOut(batch, 1);
 
     Json::Value jsonRoot;
-    ASSERT_TRUE(json_read::Parse(batch.strBody, jsonRoot));
+    ASSERT_TRUE(json_reader::Parse(batch.strBody, jsonRoot));
     EXPECT_EQ("/etc/cron.d/" + strName, jsonRoot["param"][0]["path"].asString());
 }
 

@@ -7,7 +7,7 @@
 #include <deque>
 #include <thread>
 
-#include "host/base/JsonRead.h"
+#include "host/base/JsonReader.h"
 #include "host/kernel/KernelSource.h"
 #include "host/kernel/bpf/launch_record.h"
 #include "tests/support/TestDir.h"
@@ -288,7 +288,7 @@ TEST_F(LaunchSourceTest, AnyBytesOfANameReachTheMessage) {
 
     EXPECT_EQ(std::string::npos, m_batch.strBody.find('\n'));
     Json::Value jsonRoot;
-    ASSERT_TRUE(json_read::Parse(m_batch.strBody, jsonRoot));
+    ASSERT_TRUE(json_reader::Parse(m_batch.strBody, jsonRoot));
     EXPECT_EQ(strName, jsonRoot["param"][0]["path"].asString());
     EXPECT_EQ(strName + " x", jsonRoot["param"][0]["cmd"].asString());
 }

@@ -1,0 +1,19 @@
+// What the command line says for every command, filled before a command's callback runs.
+#ifndef HOST_BASE_HOSTOPTIONS_H
+#define HOST_BASE_HOSTOPTIONS_H
+
+#include <string>
+
+struct HostOptions {
+    std::string strStateDir;  // absolute, without a final "/"; never empty in a callback
+    std::string strModule;    // the module to load, absolute; "" for the one beside the executable
+    bool bJson = false;       // one JSON object per line on standard output
+    bool bVerbose = false;    // every query and verdict, not only the interesting ones
+    int nLogLevel = 4;        // the lowest level of the module's log that is shown
+
+    std::string DatabaseDir() const { return strStateDir + "/data/db/"; }
+    std::string ChannelDatabase() const { return DatabaseDir() + "tevchennaldb.db"; }
+    std::string CacheDatabase() const { return DatabaseDir() + "tevcloudcacho.db"; }
+};
+
+#endif

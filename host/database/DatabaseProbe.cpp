@@ -1,0 +1,107 @@
+#include "host/database/DatabaseProbe.h"
+
+#include <sqlite3.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <functional>
+
+namespace database_probe {
+
+namespace {
+
+// One statement on a connection of its own, both gone when the object is.
+class Look {
+public:
+    Look(const std::string& strFile, const char* pszStatement) {
+        const int nFlags = SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX;
+        if (sqlite3_open_v2(strFile.c_str(), &m_pDb, nFlags, nullptr) == SQLITE_OK) {
+            (void)sqlite3_prepare_v2(m_pDb, pszStatement, -1, &m_pStatement, nullptr);
+        }
+    }
+    ~Look() {
+        (void)sqlite3_finalize(m_pStatement);
+        (void)sqlite3_close_v2(m_pDb);
+    }
+
+    Look(const Look&) = delete;
+    Look& operator=(const Look&) = delete;
+
+    sqlite3_stmt* Statement() { return m_pStatement; }
+    // SQLITE_ROW, SQLITE_DONE or an error.
+    int Step() { return m_pStatement == nullptr ? SQLITE_ERROR : sqlite3_step(m_pStatement); }
+
+private:
+    sqlite3* m_pDb = nullptr;
+    sqlite3_stmt* m_pStatement = nullptr;
+};
+
+bool Exists(const std::string& strFile) {
+    return access(strFile.c_str(), F_OK) == 0;
+}
+
+// A database that the module has not opened yet.
+bool HasNoTable(const std::string& strFile) {
+    Look look(strFile, "select count(*) from sqlite_master");
+    return look.Step() == SQLITE_ROW && sqlite3_column_int64(look.Statement(), 0) == 0;
+}
+
+}  // namespace
+
+std::optional<uint64_t> QueueDepth(const std::string& strFile) {
+    if (!Exists(strFile)) {
+        return 0;
+    }
+    // Two ends of the row ids: their cost does not grow with the queue, a count's does.
+    Look look(strFile, "select (select min(id) from msgchennal),(select max(id) from msgchennal)");
+    if (look.Step() != SQLITE_ROW) {
+        return HasNoTable(strFile) ? std::optional<uint64_t>(0) : std::nullopt;
+    }
+    if (sqlite3_column_type(look.Statement(), 0) == SQLITE_NULL) {
+        return 0;
+    }
+    const sqlite3_int64 nFirst = sqlite3_column_int64(look.Statement(), 0);
+    const sqlite3_int64 nLast = sqlite3_column_int64(look.Statement(), 1);
+    return static_cast<uint64_t>(nLast) - static_cast<uint64_t>(nFirst) + 1;
+}
+
+std::optional<bool> HasVerdict(const std::string& strFile, const std::string& strKey) {
+    if (!Exists(strFile)) {
+        return false;
+    }
+    Look look(strFile, "select 1 from cachotable where vkey = ?");
+    if (look.Statement() == nullptr ||
+        sqlite3_bind_text64(look.Statement(), 1, strKey.data(), strKey.size(), SQLITE_STATIC,
+                            SQLITE_UTF8) != SQLITE_OK) {
+        return std::nullopt;
+    }
+    const int nStep = look.Step();
+    if (nStep != SQLITE_ROW && nStep != SQLITE_DONE) {
+        return std::nullopt;
+    }
+    return nStep == SQLITE_ROW;
+}
+
+std::vector<uint64_t> VerdictKeys(const std::string& strFile) {
+    std::vector<uint64_t> keys;
+    if (!Exists(strFile)) {
+        return keys;
+    }
+    Look look(strFile, "select vkey from cachotable");
+    while (look.Step() == SQLITE_ROW) {
+        const void* const pText = sqlite3_column_blob(look.Statement(), 0);
+        const int nLength = sqlite3_column_bytes(look.Statement(), 0);
+        if (pText != nullptr && nLength > 0) {
+            keys.push_back(
+                HashKey({static_cast<const char*>(pText), static_cast<size_t>(nLength)}));
+        }
+    }
+    std::sort(keys.begin(), keys.end());
+    return keys;
+}
+
+uint64_t HashKey(const std::string& strKey) {
+    return std::hash<std::string>()(strKey);
+}
+
+}  // namespace database_probe

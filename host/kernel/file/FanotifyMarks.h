@@ -1,0 +1,86 @@
+// What fanotify is asked to watch: the file systems that hold the watched places, whole; and
+// directory by directory what a whole file system cannot tell.
+//
+//   file system   every creation, removal, rename, close after writing and start of a program
+//   directory     each write in the places where files are started from, subdirectories included;
+//                 on a file system that cannot be watched whole, everything of the places, or of
+//                 the nearest directory above a place that does not exist yet
+//
+// Threads: one. Errors: what cannot be watched is a notice.
+#ifndef HOST_KERNEL_FILE_FANOTIFYMARKS_H
+#define HOST_KERNEL_FILE_FANOTIFYMARKS_H
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/base/MountTable.h"
+#include "host/event/WatchedPaths.h"
+
+// The system calls; a test brings its own.
+class IMarkCalls {
+public:
+    virtual ~IMarkCalls() = default;
+    virtual int Mark(bool bWhole, uint64_t nMask, const std::string& strPath) = 0;  // 0 or errno
+    virtual std::string Mounts() = 0;                          // the text of /proc/self/mountinfo
+    virtual bool IsDirectory(const std::string& strPath) = 0;  // not for a link
+    virtual std::vector<std::string> DirectoriesIn(const std::string& strPath) = 0;
+    virtual std::string FsidOf(const std::string& strPath) = 0;    // as in handles; "" for none
+    virtual std::string HandleOf(const std::string& strPath) = 0;  // as in events; "" for none
+};
+
+class FanotifyMarks {
+public:
+    static constexpr size_t MOST_DIRECTORIES = 4096;  // marked one by one
+
+    // nEvents is the mask of a whole file system. bAll: every local file system.
+    FanotifyMarks(IMarkCalls& calls, WatchedPaths& places, uint64_t nEvents, bool bAll);
+
+    // Reads what is mounted, marks it and forgets what is gone.
+    void Refresh();
+    // A directory has appeared: marks it when it is a place, or above or in one.
+    void OnDirectory(const std::string& strPath);
+
+    bool IsEmpty() const { return m_systems.empty(); }  // nothing could be marked
+    std::vector<std::string> TakeNotices();
+
+    // A mount point of each file system with this identifier, and their type; empty when not known.
+    // Before Linux 6.6 an overlayfs has the identifier of its upper layer's file system: bOverlay
+    // says which of the two is meant. Several overlayfs may have their layers on the same one.
+    std::vector<std::string> PointsOf(std::string_view strFsid, bool bOverlay) const;
+    std::string TypeOf(std::string_view strFsid, bool bOverlay) const;
+    // The path of a directory marked by itself; "" for others.
+    std::string MarkedPath(std::string_view strHandle) const;
+    bool IsWhole(uint32_t nDevice) const;
+
+private:
+    struct System {
+        MountEntry mount;
+        std::string strFsid;
+        bool bWhole = false;
+        bool Is(std::string_view strWanted, bool bOverlay) const;
+    };
+
+    std::map<uint32_t, MountEntry> Wanted(const std::vector<MountEntry>& mounts) const;
+    std::string Existing(const std::string& strPath) const;
+    void MarkSystem(const MountEntry& mount);
+    void MarkPlace(const WatchedPaths::Directory& place);
+    void MarkTree(const std::string& strPath, uint64_t nMask);
+    void MarkDirectory(const std::string& strPath, uint64_t nMask);
+    void ForgetGone();
+    uint64_t MaskFor(const WatchedPaths::Directory& place) const;
+
+    IMarkCalls& m_calls;
+    WatchedPaths& m_places;
+    const uint64_t m_nEvents;
+    const bool m_bAll;
+    std::vector<MountEntry> m_mounts;
+    std::map<uint32_t, System> m_systems;                      // by device
+    std::map<std::string, std::string, std::less<>> m_marked;  // handle -> path
+    std::vector<std::string> m_notices;
+    bool m_bFullSaid = false;
+};
+
+#endif

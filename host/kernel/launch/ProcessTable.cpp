@@ -1,0 +1,241 @@
+#include "host/kernel/launch/ProcessTable.h"
+
+#include <dirent.h>
+#include <sys/sysmacros.h>
+#include <sys/vfs.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <climits>
+#include <cstdlib>
+
+namespace {
+
+bool Stat(const std::string& strPath, struct stat& status) {
+    return stat(strPath.c_str(), &status) == 0;
+}
+
+std::string ReadLink(const std::string& strLink) {
+    char szPath[PATH_MAX] = "";
+    const ssize_t nLength = readlink(strLink.c_str(), szPath, sizeof(szPath));
+    return std::string(szPath, nLength > 0 ? static_cast<size_t>(nLength) : 0);
+}
+
+uint32_t KernelDevice(dev_t device) {
+    return static_cast<uint32_t>(major(device) << 20 | minor(device));
+}
+
+}  // namespace
+
+ProcessTable::ProcessTable(FileLook fnLook, std::string strProc)
+    : m_fnLook(fnLook ? std::move(fnLook) : Stat), m_strProc(std::move(strProc)) {}
+
+std::string ProcessTable::ExeLink(uint32_t nPid) const {
+    return m_strProc + "/" + std::to_string(nPid) + "/exe";
+}
+
+ProcessTable::ImageRef ProcessTable::ImageFromProc(uint32_t nPid) const {
+    const std::string strLink = ExeLink(nPid);
+    struct stat status = {};
+    struct statfs system = {};
+    if (!m_fnLook(strLink, status)) {
+        return nullptr;  // a kernel thread, or gone
+    }
+    auto pImage = std::make_shared<Image>();
+    pImage->strName = ReadLink(strLink);
+    pImage->strPath = pImage->strName;
+    pImage->nDevice = KernelDevice(status.st_dev);
+    pImage->nInode = status.st_ino;
+    if (statfs(strLink.c_str(), &system) == 0) {
+        pImage->nMagic = static_cast<uint64_t>(system.f_type);
+    }
+    return pImage;
+}
+
+void ProcessTable::Seed() {
+    DIR* const pDir = opendir(m_strProc.c_str());
+    if (pDir == nullptr) {
+        return;
+    }
+    while (const dirent* const pEntry = readdir(pDir)) {
+        const auto nPid = static_cast<uint32_t>(std::strtoul(pEntry->d_name, nullptr, 10));
+        if (nPid == 0 || m_processes.count(nPid) != 0) {
+            continue;
+        }
+        if (const ImageRef pImage = ImageFromProc(nPid)) {
+            Put(nPid).images.push_back(Kept(*pImage));
+        }
+    }
+    (void)closedir(pDir);
+}
+
+// A table that is full of running processes, after ends that were lost, begins anew; /proc fills
+// the gaps.
+ProcessTable::Process& ProcessTable::Put(uint32_t nPid) {
+    if (m_processes.count(nPid) == 0) {
+        while (m_processes.size() >= MOST_PROCESSES && !m_ends.empty()) {
+            DropOldestEnd();
+        }
+        if (m_processes.size() >= MOST_PROCESSES) {
+            m_processes.clear();
+        }
+    }
+    Process& process = m_processes[nPid];
+    if (process.nEnd != 0) {
+        process = Process();  // a number that is used again
+    }
+    return process;
+}
+
+void ProcessTable::DropOldestEnd() {
+    const auto found = m_processes.find(m_ends.front().nPid);
+    if (found != m_processes.end() && found->second.nEnd == m_ends.front().nNumber) {
+        m_processes.erase(found);
+    }
+    m_ends.pop_front();
+}
+
+// Names may be as long as a path, and a process may start programs one after the other.
+void ProcessTable::MakeRoom() {
+    while (m_nBytes > MOST_BYTES && !m_ends.empty()) {
+        DropOldestEnd();
+    }
+    if (m_nBytes > MOST_BYTES) {
+        m_processes.clear();
+    }
+}
+
+ProcessTable::ImageRef ProcessTable::Kept(Image image) {
+    const size_t nBytes = sizeof(Image) + image.strPath.size() + image.strName.size();
+    auto pImage = std::make_unique<const Image>(std::move(image));
+    m_nBytes += nBytes;  // after what may throw; a shared pointer that cannot be made deletes
+    return ImageRef(pImage.release(), [this, nBytes](const Image* pOld) {
+        m_nBytes -= nBytes;
+        delete pOld;
+    });
+}
+
+void ProcessTable::Tick(Clock::time_point now) {
+    m_now = now;
+    while (!m_ends.empty() && m_ends.front().when + KEPT < now) {
+        DropOldestEnd();
+    }
+}
+
+void ProcessTable::Note(const LaunchEvent& event, const std::string& strPath) {
+    if (event.eKind == LAUNCH_KIND_EXEC) {
+        MakeRoom();
+        Process& process = Put(event.nPid);
+        process.images.push_back(
+            Kept({strPath, event.strPath.empty() ? event.strName : event.strPath, event.nDevice,
+                  event.nInode, event.nMagic}));
+        if (process.images.size() > MOST_IMAGES) {
+            process.images.erase(process.images.begin());
+            process.nCurrent -= process.nCurrent > 0 ? 1 : 0;
+        }
+    } else if (event.eKind == LAUNCH_KIND_FORK) {
+        const auto parent = m_processes.find(event.nPpid);
+        ImageRef pImage;
+        if (parent != m_processes.end() && !parent->second.images.empty()) {
+            pImage = parent->second.images.back();
+        }
+        m_processes.erase(event.nPid);
+        if (pImage != nullptr) {
+            Put(event.nPid).images.push_back(std::move(pImage));
+        }
+    } else {
+        const auto found = m_processes.find(event.nPid);
+        if (found != m_processes.end()) {
+            found->second.nEnd = ++m_nEnds;
+            m_ends.push_back({m_now, event.nPid, m_nEnds});
+        }
+    }
+}
+
+void ProcessTable::Opened(uint32_t nPid, uint64_t nInode) {
+    const auto found = m_processes.find(nPid);
+    if (found == m_processes.end()) {
+        return;
+    }
+    std::vector<uint64_t>& openings = found->second.openings;
+    openings.push_back(nInode);
+    if (openings.size() > MOST_OPENINGS) {
+        openings.erase(openings.begin());
+    }
+}
+
+void ProcessTable::CatchUp() {
+    for (auto& entry : m_processes) {
+        entry.second.openings.clear();
+        if (!entry.second.images.empty()) {
+            entry.second.nCurrent = entry.second.images.size() - 1;
+        }
+    }
+}
+
+// An opening that no start follows is one of a script, of a program's loader, or of a start that
+// failed.
+void ProcessTable::Advance(Process& process) const {
+    const auto& images = process.images;
+    for (size_t i = 0; i < process.openings.size();) {
+        const auto next = std::find_if(
+            images.begin() + static_cast<ptrdiff_t>(process.nCurrent) + 1, images.end(),
+            [&](const ImageRef& pImage) { return pImage->nInode == process.openings[i]; });
+        if (next == images.end()) {
+            ++i;
+            continue;
+        }
+        process.nCurrent = static_cast<size_t>(next - images.begin());
+        process.openings.erase(process.openings.begin(),
+                               process.openings.begin() + static_cast<ptrdiff_t>(i) + 1);
+        i = 0;
+    }
+    while (process.nCurrent + 1 < images.size() &&
+           !(m_fnTells && m_fnTells(images[process.nCurrent + 1]->nDevice))) {
+        ++process.nCurrent;
+    }
+}
+
+std::string ProcessTable::StarterOf(const LaunchEvent& event) const {
+    const auto found = m_processes.find(event.nPpid);
+    if (found == m_processes.end() || found->second.images.empty()) {
+        return ReadLink(ExeLink(event.nPpid));
+    }
+    return found->second.images.back()->strName;
+}
+
+ActingProgram ProcessTable::ActingOf(uint32_t nPid, bool bNewest) {
+    const auto found = m_processes.find(nPid);
+    if (found == m_processes.end() || found->second.images.empty()) {
+        return FromProc(nPid);
+    }
+    Process& process = found->second;
+    Advance(process);
+    return Verified(*process.images[bNewest ? process.images.size() - 1 : process.nCurrent], nPid);
+}
+
+// Never a path that leads to another file by now: a verdict on that one would be borrowed.
+ActingProgram ProcessTable::Verified(const Image& image, uint32_t nPid) const {
+    LaunchEvent event;
+    event.nDevice = image.nDevice;
+    event.nInode = image.nInode;
+    event.nMagic = image.nMagic;
+    const auto leads = [&](const std::string& strPath) {
+        return !strPath.empty() && strPath[0] == '/' && LeadsTo(strPath, event, m_fnLook);
+    };
+    for (const std::string* pPath : {&image.strPath, &image.strName}) {
+        if (leads(*pPath)) {
+            return {*pPath, image.strName};
+        }
+    }
+    std::string strLink = ExeLink(nPid);
+    if (leads(strLink)) {
+        return {std::move(strLink), image.strName};
+    }
+    return {"", image.strName};
+}
+
+ActingProgram ProcessTable::FromProc(uint32_t nPid) const {
+    const ImageRef pImage = nPid == 0 ? nullptr : ImageFromProc(nPid);
+    return pImage == nullptr ? ActingProgram() : Verified(*pImage, nPid);
+}

@@ -1,0 +1,78 @@
+// How much may wait in the module's queue. The module itself stores whatever it is given, until the
+// disk is full.
+//
+// Counted, not looked up: what was there at the start, what was handed over since, less what the
+// module began with. Now and then the count is set right by the number of rows that are there.
+//
+// Normal until nine tenths of one of the limits; then high, which is only a warning; full at the
+// limit, and then nothing more is taken until both are down to seven tenths.
+//
+// Threads: any; one mutex. Errors: none but std::bad_alloc.
+#ifndef HOST_MODULE_QUEUELIMITER_H
+#define HOST_MODULE_QUEUELIMITER_H
+
+#include <cstdint>
+#include <deque>
+#include <mutex>
+#include <vector>
+
+// The result of a delivery that the bound refused, beside those of the router.
+constexpr uint32_t QUEUE_BOUND_REACHED = 0xE0020007U;
+
+struct QueueLimits {
+    uint64_t nRows = 200000;
+    uint64_t nBytes = 512ULL * 1024 * 1024;  // of rows as the file holds them
+};
+
+enum QueueState { QUEUE_NORMAL, QUEUE_HIGH, QUEUE_FULL };
+
+struct QueueLoad {
+    QueueState eState = QUEUE_NORMAL;
+    uint64_t nRows = 0;
+    uint64_t nBytes = 0;
+    uint64_t nRefusedMessages = 0;  // since the start
+    uint64_t nRefusedEvents = 0;    // in those
+};
+
+class QueueLimiter {
+public:
+    explicit QueueLimiter(const QueueLimits& limits) : m_limits(limits) {}
+
+    // What waits before the module starts.
+    void Begin(uint64_t nRows, uint64_t nBytes);
+
+    // Takes room for a message of nBytes that will be stored nRows times. False when there is none;
+    // a queue in which nothing waits has room for any message.
+    bool Take(uint64_t nRows, uint64_t nBytes);
+    // It is in the queue.
+    void Stored(uint64_t nRows);
+    // It was not delivered after all.
+    void GiveBack(uint64_t nRows, uint64_t nBytes);
+    // Counts a message for which there was no room and which will not be tried again.
+    void Refuse(uint64_t nEvents);
+    // The module began with the oldest row, and deletes it afterwards.
+    void Analysed();
+    // nRows are stored at this moment.
+    void Correct(uint64_t nRows);
+
+    QueueLoad Load() const;
+    // The changes of state since the last call, in their order.
+    std::vector<QueueLoad> TakeChanges();
+
+private:
+    bool HasRoom(uint64_t nRows, uint64_t nBytes) const;
+    void RemoveOldest();
+    void Judge();
+    void Change(QueueState eState);
+
+    const QueueLimits m_limits;
+    mutable std::mutex m_mutex;    // guards what follows
+    QueueLoad m_load;              // all rows, those on their way included
+    uint64_t m_nEarlierRows = 0;   // of these: rows whose sizes are not known one by one
+    uint64_t m_nEarlierBytes = 0;  // their sum
+    std::deque<uint64_t> m_sizes;  // of the other rows, the oldest first
+    uint64_t m_nOnTheWay = 0;      // rows taken and not stored yet
+    std::vector<QueueLoad> m_changes;
+};
+
+#endif

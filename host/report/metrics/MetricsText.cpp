@@ -1,0 +1,220 @@
+#include "host/report/metrics/MetricsText.h"
+
+#include <prometheus/metric_family.h>
+#include <prometheus/text_serializer.h>
+
+#include <utility>
+
+namespace metrics_text {
+
+namespace {
+
+using Labels = std::vector<std::string>;  // values of the metric's labels
+using Samples = std::vector<std::pair<Labels, double>>;
+
+double Value(uint64_t nNumber) {
+    return static_cast<double>(nNumber);
+}
+
+struct Moment {
+    const WatchBalance& balance;
+    int64_t tmStart;
+};
+
+struct Entry {
+    Metric metric;
+    Samples (*pSamples)(const Moment& moment);
+};
+
+Samples Sensed(const Moment& moment) {
+    return {{{"launch"}, Value(moment.balance.launches.nSensed)},
+            {{"file"}, Value(moment.balance.files.nSensed)}};
+}
+
+Samples SensedFates(const Moment& moment) {
+    const LaunchCounters& launches = moment.balance.launches;
+    const FileCounters& files = moment.balance.files;
+    return {{{"launch", "told"}, Value(launches.nPrograms)},
+            {{"launch", "unresolvable"}, Value(launches.nUnresolvable)},
+            {{"launch", "lost"}, Value(launches.nLost)},
+            {{"launch", "own"}, Value(launches.nOwn)},
+            {{"launch", "broken"}, Value(launches.nBroken)},
+            {{"file", "told"}, Value(files.nTold)},
+            {{"file", "elsewhere"}, Value(files.nElsewhere)},
+            {{"file", "unresolvable"}, Value(files.nUnresolvable)},
+            {{"file", "own"}, Value(files.nOwn)}};
+}
+
+Samples Overflows(const Moment& moment) {
+    return {{{}, Value(moment.balance.files.nOverflows)}};
+}
+
+Samples Flaws(const Moment& moment) {
+    const LaunchCounters& launches = moment.balance.launches;
+    return {{{"script_untold"}, Value(launches.nScriptsUntold)},
+            {{"args_cut"}, Value(launches.nArgsCut)},
+            {{"args_unreadable"}, Value(launches.nArgsUnreadable)},
+            {{"starter_unsure"}, Value(launches.nOthersLost)},
+            {{"file_without_program"}, Value(moment.balance.files.nNoProgram)},
+            {{"file_event_broken"}, Value(moment.balance.files.nBroken)}};
+}
+
+Samples FileEvents(const Moment& moment) {
+    return {{{}, Value(moment.balance.files.nEvents)}};
+}
+
+Samples FileSeconds(const Moment& moment) {
+    return {{{}, Value(moment.balance.files.nSenseMicros) / 1e6}};
+}
+
+Samples Told(const Moment& moment) {
+    return {{{"program"}, Value(moment.balance.launches.nPrograms)},
+            {{"script"}, Value(moment.balance.launches.nScripts)},
+            {{"file"}, Value(moment.balance.files.nTold)}};
+}
+
+Samples EventFates(const Moment& moment) {
+    const LedgerState& events = moment.balance.events;
+    return {{{"refused"}, Value(events.nRefused)},
+            {{"not_stored"}, Value(events.nNotStored)},
+            {{"looked_at"}, Value(events.nBegun)},
+            {{"looked_at_earlier"}, Value(events.nEarlierBegun)}};
+}
+
+Samples BacklogEvents(const Moment& moment) {
+    return {{{}, Value(moment.balance.events.nWaiting)}};
+}
+
+Samples BacklogMessages(const Moment& moment) {
+    return {{{"this"}, Value(moment.balance.events.nWaitingMessages)},
+            {{"earlier"}, Value(moment.balance.events.nEarlierWaiting)}};
+}
+
+Samples NoInterest(const Moment& moment) {
+    return {{{}, Value(moment.balance.events.nNoInterest)}};
+}
+
+Samples QuestionEnds(const Moment& moment) {
+    const LedgerState& events = moment.balance.events;
+    return {{{"asked"}, Value(events.nQueried)},  {{"cached"}, Value(events.nCached)},
+            {{"gone"}, Value(events.nGone)},      {{"no_hash"}, Value(events.nNoHash)},
+            {{"no_stat"}, Value(events.nNoStat)}, {{"known_maker"}, Value(events.nKnownMaker)}};
+}
+
+Samples QuestionsOpen(const Moment& moment) {
+    return {{{}, Value(moment.balance.events.nSilent)}};
+}
+
+Samples QueryFates(const Moment& moment) {
+    const RunCounters& module = moment.balance.module;
+    return {{{"answered"}, Value(module.nAnswers)},
+            {{"known"}, Value(module.nKnown)},
+            {{"no_key"}, Value(module.nNoKey)},
+            {{"lost"}, Value(module.nLost)},
+            {{"not_sent"}, Value(module.nNotSent)}};
+}
+
+Samples Answers(const Moment& moment) {
+    std::map<int, uint64_t> byLevel = {{10, 0}, {20, 0}, {40, 0}, {70, 0}};
+    for (const auto& entry : moment.balance.module.answersByLevel) {
+        byLevel[entry.first] = entry.second;
+    }
+    Samples samples;
+    for (const auto& entry : byLevel) {
+        samples.push_back({{std::to_string(entry.first)}, Value(entry.second)});
+    }
+    return samples;
+}
+
+Samples Outstanding(const Moment& moment) {
+    return {{{}, Value(moment.balance.Outstanding())}};
+}
+
+Samples HashedBytes(const Moment& moment) {
+    return {{{}, Value(moment.balance.module.nHashedBytes)}};
+}
+
+Samples Unexplained(const Moment& moment) {
+    return {{{}, Value(moment.balance.Unexplained())}};
+}
+
+Samples StartTime(const Moment& moment) {
+    return {{{}, static_cast<double>(moment.tmStart)}};
+}
+
+const std::vector<Entry>& Entries() {
+    static const std::vector<Entry> ENTRIES = {
+        // clang-format off
+        {{"tevmon_sensed_total", true, "source", "Launches and file operations that the kernel had, lost launches included."}, Sensed},
+        {{"tevmon_sensed_fate_total", true, "source,fate", "What became of what was sensed."}, SensedFates},
+        {{"tevmon_file_queue_overflows_total", true, "", "Times that the kernel's queue of file operations was full; what it lost is not known."}, Overflows},
+        {{"tevmon_file_events_total", true, "", "Events of the kernel about files; some hold several operations, some none."}, FileEvents},
+        {{"tevmon_file_sense_seconds_total", true, "", "Processor time spent on them until they are told."}, FileSeconds},
+        {{"tevmon_flaws_total", true, "flaw", "Events told with something missing, and scripts not told."}, Flaws},
+        {{"tevmon_told_total", true, "kind", "Events made for the module."}, Told},
+        {{"tevmon_events_total", true, "fate", "What became of the events handed over: refused by the router or the bound, never stored, or looked at by the module, those of earlier runs apart."}, EventFates},
+        {{"tevmon_backlog_events", false, "", "Events of this run that wait in the module's queue."}, BacklogEvents},
+        {{"tevmon_backlog_messages", false, "run", "Messages that wait in the module's queue, of this run and of earlier ones."}, BacklogMessages},
+        {{"tevmon_events_of_no_interest_total", true, "", "Events looked at about which the module has no question."}, NoInterest},
+        {{"tevmon_questions_total", true, "end", "How the module's questions about events ended."}, QuestionEnds},
+        {{"tevmon_questions_open", false, "", "Questions of which nothing was heard yet."}, QuestionsOpen},
+        {{"tevmon_queries_total", true, "fate", "What became of the queries that the module made."}, QueryFates},
+        {{"tevmon_answers_total", true, "level", "Answers given to queries, by verdict level."}, Answers},
+        {{"tevmon_queries_outstanding", false, "", "Queries that an answer is due for."}, Outstanding},
+        {{"tevmon_hashed_bytes_total", true, "", "Sizes of the programs hashed for launches, as far as they are named."}, HashedBytes},
+        {{"tevmon_unexplained", false, "", "What does not add up in all this; anything but 0 is an error."}, Unexplained},
+        {{"tevmon_start_time_seconds", false, "", "When this run began, in seconds since the epoch."}, StartTime},
+        // clang-format on
+    };
+    return ENTRIES;
+}
+
+std::vector<std::string> LabelNames(const std::string& strLabel) {
+    const size_t nComma = strLabel.find(',');
+    if (nComma == std::string::npos) {
+        return {strLabel};
+    }
+    return {strLabel.substr(0, nComma), strLabel.substr(nComma + 1)};
+}
+
+prometheus::MetricFamily Family(const Entry& entry, const Moment& moment) {
+    prometheus::MetricFamily family;
+    family.name = entry.metric.pszName;
+    family.help = entry.metric.pszHelp;
+    family.type =
+        entry.metric.bCounter ? prometheus::MetricType::Counter : prometheus::MetricType::Gauge;
+    const std::vector<std::string> names = LabelNames(entry.metric.pszLabel);
+    for (const auto& sample : entry.pSamples(moment)) {
+        prometheus::ClientMetric metric;
+        for (size_t i = 0; i < sample.first.size(); ++i) {
+            metric.label.push_back({names[i], sample.first[i]});
+        }
+        (entry.metric.bCounter ? metric.counter.value : metric.gauge.value) = sample.second;
+        family.metric.push_back(std::move(metric));
+    }
+    return family;
+}
+
+}  // namespace
+
+const std::vector<Metric>& All() {
+    static const std::vector<Metric> METRICS = [] {
+        std::vector<Metric> metrics;
+        for (const Entry& entry : Entries()) {
+            metrics.push_back(entry.metric);
+        }
+        return metrics;
+    }();
+    return METRICS;
+}
+
+std::string Text(const WatchBalance& balance, int64_t tmStart) {
+    const Moment moment = {balance, tmStart};
+    std::vector<prometheus::MetricFamily> families;
+    for (const Entry& entry : Entries()) {
+        families.push_back(Family(entry, moment));
+    }
+    return prometheus::TextSerializer().Serialize(families);
+}
+
+}  // namespace metrics_text

@@ -1,0 +1,20 @@
+// The texts of a watch: the balance in lines and as JSON members.
+//
+// Threads: any; no state. Errors: none but std::bad_alloc.
+#ifndef HOST_REPORT_TEXT_BALANCETEXT_H
+#define HOST_REPORT_TEXT_BALANCETEXT_H
+
+#include <string>
+
+#include "host/account/WatchBalance.h"
+#include "host/base/Console.h"
+#include "host/base/Text.h"
+
+namespace balance_text {
+
+std::string Text(const Console& output, const WatchBalance& balance);
+JsonObject& AddNumbers(JsonObject& record, const WatchBalance& balance);
+
+}  // namespace balance_text
+
+#endif

@@ -1,0 +1,45 @@
+// One thing that watch tells, and the line that it makes.
+//
+// Threads: any; no state. Errors: none but std::bad_alloc.
+#ifndef HOST_REPORT_TEXT_VERDICTROW_H
+#define HOST_REPORT_TEXT_VERDICTROW_H
+
+#include <cstdint>
+#include <string>
+
+#include "host/base/Console.h"
+#include "host/verdict/IVerdictSource.h"
+
+// Foreign texts stand in it as they are; who shows them makes them safe.
+struct VerdictRow {
+    std::string strTime;     // "09:30:00"
+    std::string strVerdict;  // "packaged", "lost"; "" for a text of the host or the module
+    int nLevel = 0;          // of the verdict, 0 when it is none
+    std::string strWhat;     // "launch", "FileCreate" and so on
+    std::string strSubject;  // the program started, the file changed, or the text
+    std::string strBy;       // the program that did it; "" when nobody knows
+    std::string strWhy;      // package and list, or what it means
+    std::string strOwner;    // the package, the entry of a list, or the list
+    bool bCached = false;    // the module skipped it, the verdict is known
+    uint64_t nTimes = 1;     // so often in a row
+};
+
+namespace verdict_row {
+
+constexpr int LEVEL_BAD = 60;  // shown every time, also when the module skips it
+
+// A row for a verdict, at this moment.
+VerdictRow Judged(const std::string& strWhat, const std::string& strSubject,
+                  const std::string& strBy, const Verdict& verdict, bool bCached);
+
+// A row for something else, at this moment.
+VerdictRow Told(const std::string& strVerdict, const std::string& strWhat,
+                const std::string& strSubject, const std::string& strWhy);
+
+std::string Text(const Console& output, const VerdictRow& row);
+
+Console::Colour LevelColour(int nLevel);
+
+}  // namespace verdict_row
+
+#endif

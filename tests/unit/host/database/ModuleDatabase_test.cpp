@@ -1,0 +1,164 @@
+#include "host/database/ModuleDatabase.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+
+#include "tests/support/TestDir.h"
+#include "tests/unit/host/database/DbFile.h"
+
+namespace {
+
+unsigned Mode(const std::string& strFile) {
+    struct stat status = {};
+    return stat(strFile.c_str(), &status) == 0 ? status.st_mode & 07777U : 0;
+}
+
+class ModuleDatabaseTest : public testing::Test {
+protected:
+    bool Prepare() { return ModuleDatabase(m_strFile).Prepare(m_strError); }
+    bool TidyUp() { return ModuleDatabase(m_strFile).TidyUp(m_strError); }
+    bool Exists(const char* pszEnd) const { return std::filesystem::exists(m_strFile + pszEnd); }
+    void FillAndEmpty(DbFile& db) {
+        db.Execute(CHANNEL_TABLE);
+        db.Execute(
+            "with recursive n(i) as (select 1 union all select i + 1 from n where i < 200) "
+            "insert into msgchennal(detail) select hex(zeroblob(4000)) from n");
+        db.Execute("delete from msgchennal where id > 1");
+    }
+
+    TestDir m_dir;
+    const std::string m_strFile = m_dir.Database("tevchennaldb.db");
+    std::string m_strError;
+};
+
+}  // namespace
+
+TEST_F(ModuleDatabaseTest, AMissingFileIsMadePrivateWhateverTheUmask) {
+    const mode_t nOld = umask(0);
+
+    const bool bReady = Prepare();
+
+    umask(nOld);
+    ASSERT_TRUE(bReady) << m_strError;
+    EXPECT_EQ(0600u, Mode(m_strFile));
+}
+
+TEST_F(ModuleDatabaseTest, AReaderInTheMiddleOfAReadDoesNotMakeAWriterBusy) {
+    ASSERT_TRUE(Prepare()) << m_strError;
+    DbFile writer(m_strFile);
+    writer.Execute(CHANNEL_TABLE);
+    DbFile reader(m_strFile);
+    reader.Execute("begin; select count(*) from msgchennal;");
+
+    EXPECT_EQ(SQLITE_OK, writer.TryExecute("insert into msgchennal(detail) values('a')"));
+}
+
+TEST_F(ModuleDatabaseTest, ADatabaseInAnotherModeIsChangedOverWithItsRows) {
+    {
+        DbFile old(m_strFile);
+        old.Execute(CHANNEL_TABLE);
+        old.Execute("insert into msgchennal(detail) values('kept')");
+    }
+    ASSERT_EQ(0, chmod(m_strFile.c_str(), 0644));
+
+    ASSERT_TRUE(Prepare()) << m_strError;
+
+    EXPECT_EQ(0600u, Mode(m_strFile));
+    DbFile writer(m_strFile);
+    writer.Execute("insert into msgchennal(detail) values('more')");
+    EXPECT_TRUE(Exists("-wal"));
+    EXPECT_EQ(SQLITE_CONSTRAINT, writer.TryExecute("insert into msgchennal(id) values(1)"));
+}
+
+TEST_F(ModuleDatabaseTest, TidyUpGivesSpaceBackAndLeavesOneFile) {
+    ASSERT_TRUE(Prepare()) << m_strError;
+    {
+        DbFile module(m_strFile);
+        FillAndEmpty(module);
+        EXPECT_TRUE(Exists("-wal"));
+    }
+    ASSERT_LT(1000000u, std::filesystem::file_size(m_strFile));
+
+    ASSERT_TRUE(TidyUp()) << m_strError;
+
+    EXPECT_GT(40000u, std::filesystem::file_size(m_strFile));
+    EXPECT_FALSE(Exists("-wal"));
+    EXPECT_FALSE(Exists("-shm"));
+    EXPECT_EQ(SQLITE_CONSTRAINT,
+              DbFile(m_strFile).TryExecute("insert into msgchennal(id) values(1)"));
+}
+
+TEST_F(ModuleDatabaseTest, AReaderDoesNotKeepTidyUpFromEmptyingTheLog) {
+    ASSERT_TRUE(Prepare()) << m_strError;
+    DbFile other(m_strFile);
+    other.Execute(CHANNEL_TABLE);
+
+    EXPECT_FALSE(TidyUp());
+
+    EXPECT_NE(std::string::npos, m_strError.find(m_strFile)) << m_strError;
+    EXPECT_EQ(0u, std::filesystem::file_size(m_strFile + "-wal"));
+}
+
+TEST_F(ModuleDatabaseTest, WhatAKilledWriterLeftIsComplete) {
+    ASSERT_TRUE(Prepare()) << m_strError;
+    DbFile writer(m_strFile);
+    writer.Execute(CHANNEL_TABLE);
+    writer.Execute("insert into msgchennal(detail) values('kept')");
+    const std::string strCopy = m_dir.Database("copy.db");
+    std::filesystem::copy_file(m_strFile, strCopy);
+    std::filesystem::copy_file(m_strFile + "-wal", strCopy + "-wal");
+
+    ASSERT_TRUE(ModuleDatabase(strCopy).Prepare(m_strError)) << m_strError;
+
+    EXPECT_EQ(SQLITE_CONSTRAINT,
+              DbFile(strCopy).TryExecute("insert into msgchennal(id) values(1)"));
+}
+
+TEST_F(ModuleDatabaseTest, ADamagedFileIsNamedWithTheRemedy) {
+    m_dir.WriteFile("data/db/tevchennaldb.db", "no database, and longer than none at all");
+    EXPECT_FALSE(Prepare());
+    EXPECT_NE(std::string::npos, m_strError.find(m_strFile + ": file is not a database"));
+    EXPECT_NE(std::string::npos, m_strError.find("move it away")) << m_strError;
+}
+
+TEST_F(ModuleDatabaseTest, ATornPageIsFound) {
+    {
+        DbFile old(m_strFile);
+        FillAndEmpty(old);
+    }
+    std::FILE* const pFile = std::fopen(m_strFile.c_str(), "r+");
+    ASSERT_NE(nullptr, pFile);
+    std::fseek(pFile, 4096, SEEK_SET);
+    std::fputs("this is no page of a table", pFile);
+    std::fclose(pFile);
+
+    EXPECT_FALSE(Prepare());
+
+    EXPECT_NE(std::string::npos, m_strError.find("damaged")) << m_strError;
+}
+
+TEST_F(ModuleDatabaseTest, ALinkOrAFileWithASecondNameIsRefused) {
+    m_dir.WriteFile("elsewhere", "");
+    std::filesystem::create_symlink(m_dir.Path() + "/elsewhere", m_strFile);
+    EXPECT_FALSE(Prepare());
+
+    std::filesystem::remove(m_strFile);
+    std::filesystem::create_hard_link(m_dir.Path() + "/elsewhere", m_strFile);
+    EXPECT_FALSE(Prepare());
+    EXPECT_NE(std::string::npos, m_strError.find("move it away")) << m_strError;
+}
+
+TEST_F(ModuleDatabaseTest, UsedBytesLeaveOutWhatIsFree) {
+    ASSERT_TRUE(Prepare()) << m_strError;
+    {
+        DbFile module(m_strFile);
+        FillAndEmpty(module);
+    }
+
+    const uint64_t nUsed = ModuleDatabase(m_strFile).UsedBytes();
+
+    EXPECT_LT(4096u, nUsed);
+    EXPECT_GT(60000u, nUsed);
+}

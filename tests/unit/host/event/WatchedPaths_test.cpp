@@ -1,0 +1,80 @@
+#include "host/event/WatchedPaths.h"
+
+#include <gtest/gtest.h>
+
+#include <map>
+
+namespace {
+
+// The links of a system where /lib is usr/lib and one place is a link itself.
+std::string Real(const std::string& strPath) {
+    static const std::map<std::string, std::string> LINKS = {{"/lib", "/usr/lib"},
+                                                             {"/etc/init.d", "/etc/rc.d/init.d"}};
+    const auto found = LINKS.find(strPath);
+    return found == LINKS.end() ? (strPath == "/etc" || strPath == "/var" ? strPath : "")
+                                : found->second;
+}
+
+bool Holds(const WatchedPaths& places, const std::string& strPath, bool bUnits) {
+    for (const WatchedPaths::Directory& directory : places.Directories()) {
+        if (directory.strPath == strPath && directory.bUnits == bUnits) {
+            return true;
+        }
+    }
+    return false;
+}
+
+}  // namespace
+
+TEST(WatchedPathsTest, EveryOperationOnAnyNameInAStartPlaceIsWatched) {
+    for (const FileAct eAct : {FILE_CREATE, FILE_WRITE, FILE_RENAME, FILE_REMOVE}) {
+        EXPECT_TRUE(WatchedPaths::IsWatched(eAct, "/etc/cron.d/job"));
+        EXPECT_TRUE(WatchedPaths::IsWatched(eAct, "/etc/cron.d/below/job"));
+        EXPECT_FALSE(WatchedPaths::IsWatched(eAct, "/etc/cron.d"));
+        EXPECT_FALSE(WatchedPaths::IsWatched(eAct, "/etc/cron.days/job"));
+        EXPECT_FALSE(WatchedPaths::IsWatched(eAct, "/srv/etc/cron.d/job"));
+    }
+}
+
+TEST(WatchedPathsTest, OfUnitsOnlyTheCreationIsWatched) {
+    EXPECT_TRUE(WatchedPaths::IsWatched(FILE_CREATE, "/etc/systemd/system/a.service"));
+    EXPECT_TRUE(WatchedPaths::IsWatched(FILE_CREATE, "/etc/systemd/system/x.wants/a.service"));
+    EXPECT_TRUE(WatchedPaths::IsWatched(FILE_CREATE, "/etc/xdg/autostart/a.desktop"));
+    EXPECT_FALSE(WatchedPaths::IsWatched(FILE_CREATE, "/etc/systemd/system/a.timer"));
+    EXPECT_FALSE(WatchedPaths::IsWatched(FILE_WRITE, "/etc/systemd/system/a.service"));
+    EXPECT_FALSE(WatchedPaths::IsWatched(FILE_REMOVE, "/etc/systemd/system/a.service"));
+}
+
+TEST(WatchedPathsTest, APathBehindALinkIsToldAsThePlaceIsWritten) {
+    const WatchedPaths places({}, Real);
+
+    EXPECT_EQ("/lib/systemd/system/a.service", places.Spelled("/usr/lib/systemd/system/a.service"));
+    EXPECT_EQ("/usr/lib/other/a.service", places.Spelled("/usr/lib/other/a.service"));
+    EXPECT_EQ("/etc/init.d/job", places.Spelled("/etc/rc.d/init.d/job"));
+    EXPECT_EQ("/etc/cron.d/job", places.Spelled("/etc/cron.d/job"));
+    EXPECT_TRUE(Holds(places, "/usr/lib/systemd/system", true));
+    EXPECT_TRUE(Holds(places, "/etc/cron.d", false));
+}
+
+TEST(WatchedPathsTest, AGivenAliasIsWatchedAndTold) {
+    const WatchedPaths places({{"/srv/root/etc/", "/etc"}}, Real);
+
+    EXPECT_EQ("/etc/cron.d/job", places.Spelled("/srv/root/etc/cron.d/job"));
+    EXPECT_EQ("/srv/root/etc/passwd", places.Spelled("/srv/root/etc/passwd"));
+    EXPECT_EQ("/srv/root/etcetera/cron.d/job", places.Spelled("/srv/root/etcetera/cron.d/job"));
+    EXPECT_TRUE(Holds(places, "/srv/root/etc/cron.d", false));
+}
+
+TEST(WatchedPathsTest, LinksMadeLaterCountAfterTheNextLook) {
+    std::string strLib = "/lib";
+    WatchedPaths places({}, [&strLib](const std::string& strPath) {
+        return strPath == "/lib" ? strLib : std::string();
+    });
+    EXPECT_EQ("/usr/lib/systemd/system/a.service",
+              places.Spelled("/usr/lib/systemd/system/a.service"));
+
+    strLib = "/usr/lib";
+    places.Resolve();
+
+    EXPECT_EQ("/lib/systemd/system/a.service", places.Spelled("/usr/lib/systemd/system/a.service"));
+}

@@ -1,0 +1,70 @@
+#include "host/report/metrics/MetricsText.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <iterator>
+#include <set>
+
+#include "host/account/WatchBalance.h"
+
+namespace {
+
+// The row that docs/metrics.md has for it.
+std::string Row(const metrics_text::Metric& metric) {
+    std::string strLabels;
+    for (const char* psz = metric.pszLabel; *psz != '\0'; ++psz) {
+        strLabels += *psz == ',' ? std::string("`, `") : std::string(1, *psz);
+    }
+    return std::string("| `") + metric.pszName + "` | " + (metric.bCounter ? "counter" : "gauge") +
+           " | " + (strLabels.empty() ? "" : "`" + strLabels + "`") + " | " + metric.pszHelp +
+           " |\n";
+}
+
+}  // namespace
+
+TEST(MetricsTextTest, TheDocumentHasTheRowsOfTheListAndNoOthers) {
+    std::ifstream file(TEV_SOURCE_DIR "/docs/metrics.md");
+    const std::string strDocument{std::istreambuf_iterator<char>(file),
+                                  std::istreambuf_iterator<char>()};
+    std::string strRows;
+    for (const metrics_text::Metric& metric : metrics_text::All()) {
+        strRows += Row(metric);
+    }
+
+    const size_t nBegin = strDocument.find("| `tevmon_");
+    ASSERT_NE(std::string::npos, nBegin);
+    const size_t nEnd = strDocument.find("\n\n", nBegin);
+    EXPECT_EQ(strRows, strDocument.substr(nBegin, nEnd - nBegin + 1));
+}
+
+TEST(MetricsTextTest, NamesAreUniqueAndOnlyCountersEndInTotal) {
+    std::set<std::string> names;
+    for (const metrics_text::Metric& metric : metrics_text::All()) {
+        const std::string strName = metric.pszName;
+        EXPECT_TRUE(names.insert(strName).second) << strName;
+        const bool bTotal = strName.size() > 6 && strName.substr(strName.size() - 6) == "_total";
+        EXPECT_EQ(metric.bCounter, bTotal) << strName;
+    }
+}
+
+TEST(MetricsTextTest, TheTextHasTheNumbersOfTheBalance) {
+    WatchBalance balance;
+    balance.launches.nSensed = 1234567890;
+    balance.files.nElsewhere = 7;
+    balance.events.nCached = 3;
+    balance.module.answersByLevel = {{70, 2}};
+    balance.module.nQueries = 1;
+
+    const std::string strText = metrics_text::Text(balance, 1700000000);
+
+    for (const char* pszLine :
+         {"# TYPE tevmon_sensed_total counter\n",
+          "tevmon_sensed_total{source=\"launch\"} 1234567890\n",
+          "tevmon_sensed_fate_total{source=\"file\",fate=\"elsewhere\"} 7\n",
+          "tevmon_questions_total{end=\"cached\"} 3\n", "tevmon_answers_total{level=\"70\"} 2\n",
+          "tevmon_answers_total{level=\"40\"} 0\n", "# TYPE tevmon_queries_outstanding gauge\n",
+          "tevmon_queries_outstanding 1\n", "tevmon_start_time_seconds 1700000000\n"}) {
+        EXPECT_NE(std::string::npos, strText.find(pszLine)) << pszLine << "\n" << strText;
+    }
+}
