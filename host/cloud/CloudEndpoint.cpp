@@ -3,7 +3,7 @@
 #include <exception>
 
 #include "host/base/JsonReader.h"
-#include "host/base/Text.h"
+#include "host/base/JsonWriter.h"
 
 namespace {
 

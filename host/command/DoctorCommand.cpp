@@ -6,8 +6,9 @@
 #include <vector>
 
 #include "host/base/Console.h"
+#include "host/base/EscapedText.h"
 #include "host/base/ExitCodes.h"
-#include "host/base/Text.h"
+#include "host/base/JsonWriter.h"
 #include "host/doctor/Doctor.h"
 
 namespace {

@@ -6,6 +6,8 @@
 #include <string>
 
 #include "framework/base/Base64Util.h"
+#include "host/base/EscapedText.h"
+#include "host/base/JsonWriter.h"
 #include "host/command/TablePrinter.h"
 
 namespace {

@@ -4,6 +4,9 @@
 #include <limits>
 
 #include "host/base/Console.h"
+#include "host/base/EscapedText.h"
+#include "host/base/HumanText.h"
+#include "host/verdict/VerdictLevel.h"
 
 namespace {
 
@@ -58,7 +61,8 @@ std::string LevelWord(const DbValue& level) {
     const int64_t nLevel = *level.nNumber;
     const bool bFits =
         nLevel >= std::numeric_limits<int>::min() && nLevel <= std::numeric_limits<int>::max();
-    return bFits ? text::LevelWord(static_cast<int>(nLevel)) : "level " + std::to_string(nLevel);
+    return bFits ? verdict_level::Word(static_cast<int>(nLevel))
+                 : "level " + std::to_string(nLevel);
 }
 
 std::string TimeText(const std::optional<int64_t>& tmSeconds) {
@@ -70,7 +74,7 @@ void AddNumber(JsonObject& json, const std::string& strKey, const std::optional<
 }
 
 void AddTime(JsonObject& json, const std::string& strKey, const std::optional<int64_t>& tmSeconds) {
-    json.AddJson(strKey, tmSeconds ? text::JsonQuote(text::LocalTime(*tmSeconds)) : "null");
+    json.AddJson(strKey, tmSeconds ? json_writer::Quote(text::LocalTime(*tmSeconds)) : "null");
 }
 
 ExitCode List(const TableView& table, int64_t nLimit, const std::string& strHeader,

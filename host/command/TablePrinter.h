@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "host/base/ExitCodes.h"
-#include "host/base/Text.h"
+#include "host/base/JsonWriter.h"
 #include "host/database/ReadOnlyDb.h"
 #include "host/database/TablePager.h"
 

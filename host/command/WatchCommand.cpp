@@ -12,8 +12,8 @@
 #include <utility>
 #include <vector>
 
+#include "host/base/EscapedText.h"
 #include "host/base/ExitCodes.h"
-#include "host/base/Text.h"
 #include "host/command/RunArguments.h"
 #include "host/kernel/KernelSource.h"
 #include "host/kernel/file/FanotifySensor.h"

@@ -8,7 +8,8 @@
 #include <system_error>
 #include <thread>
 
-#include "host/base/Text.h"
+#include "host/base/EscapedText.h"
+#include "host/base/HumanText.h"
 
 namespace {
 

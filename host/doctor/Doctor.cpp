@@ -16,7 +16,7 @@
 #include <iterator>
 #include <sstream>
 
-#include "host/base/Text.h"
+#include "host/base/HumanText.h"
 #include "host/doctor/DoctorSensors.h"
 #include "host/module/PluginLoader.h"
 #include "host/process/StateDir.h"

@@ -1,8 +1,9 @@
 #include "host/event/EventMessage.h"
 
+#include "host/base/HumanText.h"
 #include "host/base/JsonReader.h"
+#include "host/base/JsonWriter.h"
 #include "host/base/MountTable.h"
-#include "host/base/Text.h"
 
 namespace event_message {
 
@@ -67,8 +68,9 @@ std::string CreationsOf(const std::vector<Creation>& creations) {
         if (strElements.empty()) {
             element.Add("grup", "cloudquery").Add("context", "cloudad");
         }
-        element.AddJson("path", text::JsonQuote(creation.strPath, text::BAD_BYTES_KEEP));
-        element.AddJson("cmd", text::JsonQuote(creation.strCommand, text::BAD_BYTES_KEEP));
+        element.AddJson("path", json_writer::Quote(creation.strPath, json_writer::BAD_BYTES_KEEP));
+        element.AddJson("cmd",
+                        json_writer::Quote(creation.strCommand, json_writer::BAD_BYTES_KEEP));
         element.Add("pid", static_cast<uint64_t>(creation.nPid));
         strElements += (strElements.empty() ? "" : ",") + element.Text();
     }
@@ -83,9 +85,10 @@ std::string OperationsOf(const std::vector<FileOperation>& operations) {
         if (strElements.empty()) {
             element.Add("grup", "cloudquery").Add("context", "cloudfd");
         }
-        element.AddJson("path", text::JsonQuote(operation.strPath, text::BAD_BYTES_KEEP));
+        element.AddJson("path", json_writer::Quote(operation.strPath, json_writer::BAD_BYTES_KEEP));
         element.Add("optertion", ACTS[operation.eAct]);  // spelled so
-        element.AddJson("exe_path", text::JsonQuote(operation.strProgram, text::BAD_BYTES_KEEP));
+        element.AddJson("exe_path",
+                        json_writer::Quote(operation.strProgram, json_writer::BAD_BYTES_KEEP));
         element.Add("exe_pid", static_cast<uint64_t>(operation.nPid));
         // The module reads 32 bits with a sign.
         element.Add("ino", operation.nInode <= INT32_MAX ? operation.nInode : uint64_t{0});

@@ -6,7 +6,8 @@
 #include <string_view>
 
 #include "framework/base/CStr.h"
-#include "host/base/Text.h"
+#include "host/base/EscapedText.h"
+#include "host/base/HumanText.h"
 
 namespace {
 

@@ -6,12 +6,14 @@
 #include <ctime>
 
 #include "framework/base/CStr.h"
-#include "host/base/Text.h"
+#include "host/base/EscapedText.h"
+#include "host/base/HumanText.h"
+#include "host/base/JsonWriter.h"
 #include "host/report/text/RunText.h"
+#include "host/verdict/VerdictLevel.h"
 
 namespace {
 
-constexpr int LEVEL_PACKAGED = 10;
 constexpr size_t PASSES_SHOWN = 6;
 
 const char* FateWord(QueryFate eFate) {
@@ -217,7 +219,7 @@ void RunReport::CountQuery(const CloudQuery& query, QueryFate eFate, const Verdi
     }
     if (eFate == QUERY_ANSWERED || eFate == QUERY_KNOWN) {
         ++m_counters.queriesByLevel[verdict.nLevel];
-        if (verdict.nLevel == LEVEL_PACKAGED) {
+        if (verdict.nLevel == verdict_level::PACKAGED) {
             ++m_counters.queriesByPackage[verdict.strOwner];
         }
     }
@@ -230,7 +232,7 @@ void RunReport::WriteQueryJson(const CloudQuery& query, QueryFate eFate, const V
     if (eFate == QUERY_ANSWERED) {
         JsonObject answer = Record("verdict");
         answer.Add("path", query.strPath).Add("key", query.strKey).Add("level", verdict.nLevel);
-        answer.Add("verdict", text::LevelWord(verdict.nLevel)).Add("owner", verdict.strOwner);
+        answer.Add("verdict", verdict_level::Word(verdict.nLevel)).Add("owner", verdict.strOwner);
         m_output.Line(answer.Add("source", verdict.strSource).Text());
     }
 }
@@ -238,7 +240,7 @@ void RunReport::WriteQueryJson(const CloudQuery& query, QueryFate eFate, const V
 // Packaged programs are the many that nobody needs to look at.
 void RunReport::WriteQueryLine(const CloudQuery& query, QueryFate eFate, const Verdict& verdict) {
     const bool bVerdict = eFate == QUERY_ANSWERED || eFate == QUERY_KNOWN;
-    if (bVerdict && verdict.nLevel == LEVEL_PACKAGED && !m_options.bVerbose) {
+    if (bVerdict && verdict.nLevel == verdict_level::PACKAGED && !m_options.bVerbose) {
         return;
     }
     m_output.Line(bVerdict ? run_text::VerdictLine(m_output, query, verdict)

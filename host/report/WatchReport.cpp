@@ -8,15 +8,17 @@
 #include <optional>
 #include <utility>
 
-#include "host/base/Text.h"
+#include "host/base/EscapedText.h"
+#include "host/base/HumanText.h"
+#include "host/base/JsonWriter.h"
 #include "host/database/DatabaseProbe.h"
 #include "host/report/metrics/MetricsText.h"
 #include "host/report/text/BalanceText.h"
 #include "host/report/text/RunText.h"
+#include "host/verdict/VerdictLevel.h"
 
 namespace {
 
-constexpr int LEVEL_GOOD = 20;  // a pipe of a program with such a verdict is not asked about
 constexpr std::chrono::seconds BETWEEN_LOSSES(1);  // announced together
 
 JsonObject Record(const char* pszEvent) {
@@ -103,10 +105,10 @@ ViewNumbers WatchReport::HeadNumbers() const {
     numbers.nBacklogMessages = balance.events.nWaitingMessages + balance.events.nEarlierWaiting;
     numbers.nQueries = balance.module.nQueries;
     numbers.nCached = balance.module.nCached;
-    numbers.nPackaged = answers(10);
-    numbers.nAllowed = answers(20);
-    numbers.nUnknown = answers(40);
-    numbers.nBlocked = answers(70);
+    numbers.nPackaged = answers(verdict_level::PACKAGED);
+    numbers.nAllowed = answers(verdict_level::ALLOWED);
+    numbers.nUnknown = answers(verdict_level::UNKNOWN);
+    numbers.nBlocked = answers(verdict_level::BLOCKED);
     numbers.nBadSeen = m_nBadSeen;
     numbers.nLost = balance.launches.nLost + balance.events.nRefused + balance.events.nNotStored;
     numbers.nOverflows = balance.files.nOverflows;
@@ -270,7 +272,7 @@ void WatchReport::WriteNote(const ModuleRecord& note) {
 }
 
 void WatchReport::ShowJudgement(const Judgement& judgement) {
-    const bool bBad = judgement.verdict.nLevel >= verdict_row::LEVEL_BAD;
+    const bool bBad = verdict_level::ClassOf(judgement.verdict.nLevel) == verdict_level::CLASS_BAD;
     m_nBadSeen += bBad ? 1 : 0;
     if (!m_options.bJson) {
         if (bBad || !judgement.bCached || m_options.bVerbose || m_pView != nullptr) {
@@ -293,10 +295,11 @@ void WatchReport::Show(const VerdictRow& row) {
     }
 }
 
-// The module skips a pipe whose maker has a verdict of 20 or less in its cache.
+// The module skips a pipe whose maker has a good verdict in its cache.
 bool WatchReport::IsKnownMaker(const std::string& strProgram) const {
     const std::string strKey = ProgramVerdicts::KeyOf(strProgram);
-    return !strKey.empty() && m_service.Decide(strKey).nLevel <= LEVEL_GOOD &&
+    return !strKey.empty() &&
+           verdict_level::ClassOf(m_service.Decide(strKey).nLevel) == verdict_level::CLASS_GOOD &&
            database_probe::HasVerdict(m_options.CacheDatabase(), strKey).value_or(false);
 }
 

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "host/base/EscapedText.h"
 #include "host/base/ExitCodes.h"
-#include "host/base/Text.h"
 #include "host/cloud/AnswerTracker.h"
 #include "host/cloud/CloudEndpoint.h"
 #include "host/database/DatabaseProbe.h"
@@ -16,14 +16,12 @@
 #include "host/report/screen/Terminal.h"
 #include "host/verdict/HashListSource.h"
 #include "host/verdict/PackageSource.h"
+#include "host/verdict/VerdictLevel.h"
 
 namespace {
 
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
-
-constexpr int LEVEL_BLOCKED = 70;
-constexpr int LEVEL_ALLOWED = 20;
 
 constexpr milliseconds SOURCE_WAIT(200);     // a signal is seen this much later at most
 constexpr milliseconds QUEUE_LOOK(250);      // between two looks into the queue
@@ -110,12 +108,12 @@ bool RunSession::LoadList(const std::string& strFile, int nLevel) {
 // Lists before packages, block lists before allow lists.
 bool RunSession::LoadVerdicts() {
     for (const std::string& strFile : m_options.blockLists) {
-        if (!LoadList(strFile, LEVEL_BLOCKED)) {
+        if (!LoadList(strFile, verdict_level::BLOCKED)) {
             return false;
         }
     }
     for (const std::string& strFile : m_options.allowLists) {
-        if (!LoadList(strFile, LEVEL_ALLOWED)) {
+        if (!LoadList(strFile, verdict_level::ALLOWED)) {
             return false;
         }
     }

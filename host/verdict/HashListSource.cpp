@@ -4,13 +4,14 @@
 #include <limits>
 
 #include "framework/base/file_utils.h"
+#include "host/base/EscapedText.h"
+#include "host/base/HumanText.h"
 #include "host/base/LineReader.h"
-#include "host/base/Text.h"
 #include "host/verdict/HashListLine.h"
+#include "host/verdict/VerdictLevel.h"
 
 namespace {
 
-constexpr int LEVEL_BLOCKED = 70;
 constexpr size_t EXCERPT_BYTES = 48;
 constexpr std::string_view UTF8_MARK = "\xEF\xBB\xBF";  // editors put it before the first line
 
@@ -108,7 +109,7 @@ std::optional<Verdict> HashListSource::Lookup(const ProgramKey& key) const {
     if (!nOwner) {
         return std::nullopt;
     }
-    const std::string strList = m_nLevel == LEVEL_BLOCKED ? "block list " : "allow list ";
+    const std::string strList = m_nLevel == verdict_level::BLOCKED ? "block list " : "allow list ";
     return Verdict{m_nLevel, strList + file_utils::GetFileName(m_strFile),
                    m_strNames.c_str() + *nOwner};
 }

@@ -8,6 +8,8 @@
 #include <optional>
 #include <string>
 
+#include "host/verdict/VerdictLevel.h"
+
 // The two digests of one program file, lower-case hexadecimal.
 struct ProgramKey {
     std::string strSha1;  // 40 digits
@@ -15,7 +17,7 @@ struct ProgramKey {
 };
 
 struct Verdict {
-    int nLevel = 40;        // 10 packaged, 20 allowed, 40 unknown, 70 blocked
+    int nLevel = verdict_level::UNKNOWN;
     std::string strSource;  // who says so, for people: "packages", "block list bad.hdb", "none"
     std::string strOwner;   // the package or the list entry that matched; foreign text, may be ""
 };

@@ -4,12 +4,12 @@
 #include <filesystem>
 #include <system_error>
 
+#include "host/base/EscapedText.h"
 #include "host/base/LineReader.h"
-#include "host/base/Text.h"
+#include "host/verdict/VerdictLevel.h"
 
 namespace {
 
-constexpr int LEVEL_PACKAGED = 10;
 constexpr std::string_view SUFFIX = ".md5sums";
 constexpr size_t MD5_DIGITS = 32;
 constexpr std::string_view MD5_OF_NOTHING = "d41d8cd98f00b204e9800998ecf8427e";
@@ -115,7 +115,7 @@ std::optional<Verdict> PackageSource::Lookup(const ProgramKey& key) const {
     if (!nPackage) {
         return std::nullopt;
     }
-    return Verdict{LEVEL_PACKAGED, "packages", m_packages[*nPackage]};
+    return Verdict{verdict_level::PACKAGED, "packages", m_packages[*nPackage]};
 }
 
 bool PackageSource::IsProgramPath(std::string_view strPath) {

@@ -3,12 +3,12 @@
 #include <utility>
 
 #include "host/base/HexText.h"
+#include "host/verdict/VerdictLevel.h"
 
 namespace {
 
 constexpr size_t SHA1_DIGITS = 40;
 constexpr size_t MD5_DIGITS = 32;
-constexpr int LEVEL_UNKNOWN = 40;
 
 }  // namespace
 
@@ -26,7 +26,7 @@ Verdict VerdictService::Decide(const std::string& strKey) const {
             }
         }
     }
-    return {LEVEL_UNKNOWN, "none", ""};
+    return {verdict_level::UNKNOWN, "none", ""};
 }
 
 std::optional<ProgramKey> VerdictService::ParseKey(const std::string& strKey) {

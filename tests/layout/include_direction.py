@@ -34,8 +34,8 @@ def rooms():
         "host/kernel": {base, process, event},
         account: {base, event, module, launch},
         "host/report/text": shown,
-        "host/report/screen": {base, "host/report/text"},
-        "host/report/metrics": {base, account},
+        "host/report/screen": {base, verdict, "host/report/text"},
+        "host/report/metrics": {base, verdict, account},
         "host/report": shown | {transport, database},
         "host/doctor": {base, process, verdict, event, module, "host/kernel"},
     }

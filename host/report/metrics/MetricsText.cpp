@@ -1,4 +1,5 @@
 #include "host/report/metrics/MetricsText.h"
+#include "host/verdict/VerdictLevel.h"
 
 #include <prometheus/metric_family.h>
 #include <prometheus/text_serializer.h>
@@ -115,7 +116,10 @@ Samples QueryFates(const Moment& moment) {
 }
 
 Samples Answers(const Moment& moment) {
-    std::map<int, uint64_t> byLevel = {{10, 0}, {20, 0}, {40, 0}, {70, 0}};
+    std::map<int, uint64_t> byLevel;
+    for (const int nLevel : verdict_level::GIVEN) {
+        byLevel[nLevel] = 0;
+    }
     for (const auto& entry : moment.balance.module.answersByLevel) {
         byLevel[entry.first] = entry.second;
     }

@@ -4,7 +4,7 @@
 #include <cwchar>
 #include <vector>
 
-#include "host/base/Text.h"
+#include "host/base/EscapedText.h"
 
 namespace display_width {
 

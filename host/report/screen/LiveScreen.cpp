@@ -8,7 +8,8 @@
 #include <iterator>
 #include <utility>
 
-#include "host/base/Text.h"
+#include "host/base/HumanText.h"
+#include "host/verdict/VerdictLevel.h"
 
 namespace {
 
@@ -45,7 +46,7 @@ std::string FoldKey(const VerdictRow& row) {
 }
 
 bool IsFoldable(const VerdictRow& row) {
-    return row.nLevel != 0 && row.nLevel < verdict_row::LEVEL_BAD;
+    return row.nLevel != 0 && verdict_level::ClassOf(row.nLevel) != verdict_level::CLASS_BAD;
 }
 
 }  // namespace

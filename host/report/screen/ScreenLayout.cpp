@@ -5,8 +5,10 @@
 #include <cmath>
 
 #include "framework/base/CStr.h"
-#include "host/base/Text.h"
+#include "host/base/EscapedText.h"
+#include "host/base/HumanText.h"
 #include "host/report/screen/DisplayWidth.h"
+#include "host/verdict/VerdictLevel.h"
 
 namespace screen_layout {
 
@@ -29,10 +31,8 @@ std::string Paint(const ViewScreen& screen, const char* pszCode, const std::stri
 }
 
 const char* LevelCode(int nLevel) {
-    if (nLevel >= verdict_row::LEVEL_BAD) {
-        return BOLD_RED;
-    }
-    return nLevel <= 20 ? GREEN : YELLOW;
+    static const char* const CODES[] = {GREEN, YELLOW, BOLD_RED};
+    return CODES[verdict_level::ClassOf(nLevel)];
 }
 
 std::string UpText(uint64_t nSeconds) {
@@ -218,7 +218,7 @@ std::string RowLine(const VerdictRow& row, const ViewScreen& screen) {
     const bool bUnicode = screen.bUnicode;
     const std::string strTimes =
         row.nTimes < 2 ? "" : (bUnicode ? "\xC3\x97" : "x") + std::to_string(row.nTimes);
-    const bool bBad = row.nLevel >= verdict_row::LEVEL_BAD;
+    const bool bBad = verdict_level::ClassOf(row.nLevel) == verdict_level::CLASS_BAD;
     const std::string strSubject =
         display_width::FitMiddle(text::ForTerminal(row.strSubject), columns.nSubject, bUnicode);
     std::string strLine =
@@ -231,7 +231,8 @@ std::string RowLine(const VerdictRow& row, const ViewScreen& screen) {
             "  " + display_width::FitMiddle(text::ForTerminal(row.strBy), columns.nBy, bUnicode);
     }
     if (columns.nWhy > 0) {
-        const bool bShort = !row.strOwner.empty() && row.nLevel < verdict_row::LEVEL_BAD;
+        const bool bShort =
+            !row.strOwner.empty() && verdict_level::ClassOf(row.nLevel) != verdict_level::CLASS_BAD;
         const std::string strWhy = text::ForTerminal(bShort ? row.strOwner : row.strWhy);
         strLine += "  " + Paint(screen, DIM, display_width::Fit(strWhy, columns.nWhy, bUnicode));
     }

@@ -1,4 +1,6 @@
 #include "host/report/text/BalanceText.h"
+#include "host/base/HumanText.h"
+#include "host/verdict/VerdictLevel.h"
 
 #include <vector>
 
@@ -100,7 +102,7 @@ std::string QueriesText(const WatchBalance& balance) {
     const RunCounters& module = balance.module;
     std::string strLevels;
     for (const auto& entry : module.answersByLevel) {
-        strLevels += (strLevels.empty() ? "" : ", ") + text::LevelWord(entry.first) + " " +
+        strLevels += (strLevels.empty() ? "" : ", ") + verdict_level::Word(entry.first) + " " +
                      text::Number(entry.second);
     }
     return Sum("queries", module.nQueries, "")

@@ -8,7 +8,7 @@
 
 #include "host/account/WatchBalance.h"
 #include "host/base/Console.h"
-#include "host/base/Text.h"
+#include "host/base/JsonWriter.h"
 
 namespace balance_text {
 

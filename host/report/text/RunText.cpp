@@ -1,4 +1,8 @@
 #include "host/report/text/RunText.h"
+#include "host/base/EscapedText.h"
+#include "host/base/HumanText.h"
+#include "host/report/text/VerdictRow.h"
+#include "host/verdict/VerdictLevel.h"
 
 #include <algorithm>
 #include <cinttypes>
@@ -12,14 +16,6 @@ namespace run_text {
 namespace {
 
 constexpr size_t PACKAGES_NAMED = 5;
-constexpr int KNOWN_LEVELS[] = {10, 20, 40, 70};
-
-Console::Colour LevelColour(int nLevel) {
-    if (nLevel >= 60) {
-        return Console::COLOUR_RED;
-    }
-    return nLevel <= 20 ? Console::COLOUR_GREEN : Console::COLOUR_YELLOW;
-}
 
 using text::Number;
 
@@ -73,13 +69,14 @@ std::string QueriesLine(const RunCounters& counters) {
 
 std::string VerdictsLine(const Console& output, const RunCounters& counters) {
     std::map<int, uint64_t> byLevel = counters.queriesByLevel;
-    for (const int nLevel : KNOWN_LEVELS) {
+    for (const int nLevel : verdict_level::GIVEN) {
         byLevel[nLevel] += 0;
     }
     std::string strLine;
     for (const auto& entry : byLevel) {
-        const std::string strPiece = text::LevelWord(entry.first) + " " + Number(entry.second);
-        const auto eColour = entry.second == 0 ? Console::COLOUR_DIM : LevelColour(entry.first);
+        const std::string strPiece = verdict_level::Word(entry.first) + " " + Number(entry.second);
+        const auto eColour =
+            entry.second == 0 ? Console::COLOUR_DIM : verdict_row::LevelColour(entry.first);
         strLine += (strLine.empty() ? "" : ", ") + output.Paint(eColour, strPiece);
     }
     return Label("verdicts") + strLine;
@@ -180,13 +177,13 @@ std::string QueueLine(const RunEnd& end) {
 
 std::string VerdictLine(const Console& output, const CloudQuery& query, const Verdict& verdict) {
     const std::string strWord =
-        CStr::stdformat("%-9s %3d", text::LevelWord(verdict.nLevel).c_str(), verdict.nLevel);
+        CStr::stdformat("%-9s %3d", verdict_level::Word(verdict.nLevel).c_str(), verdict.nLevel);
     std::string strWhy = verdict.strSource == "none" ? "" : verdict.strSource;
     if (!verdict.strOwner.empty()) {
         strWhy = verdict.strOwner + (strWhy.empty() ? "" : " (" + strWhy + ")");
     }
     std::string strLine = text::ClockNow() + "  " +
-                          output.Paint(LevelColour(verdict.nLevel), strWord) + "  " +
+                          output.Paint(verdict_row::LevelColour(verdict.nLevel), strWord) + "  " +
                           text::ForTerminal(query.strPath);
     if (!strWhy.empty()) {
         strLine += "  " + output.Paint(Console::COLOUR_DIM, text::ForTerminal(strWhy));

@@ -10,7 +10,7 @@
 #include "host/account/RunCounters.h"
 #include "host/account/RunFacts.h"
 #include "host/base/Console.h"
-#include "host/base/Text.h"
+#include "host/base/JsonWriter.h"
 #include "host/cloud/CloudEndpoint.h"
 
 namespace run_text {

@@ -1,7 +1,9 @@
 #include "host/report/text/VerdictRow.h"
 
 #include "framework/base/CStr.h"
-#include "host/base/Text.h"
+#include "host/base/EscapedText.h"
+#include "host/base/HumanText.h"
+#include "host/verdict/VerdictLevel.h"
 
 namespace verdict_row {
 
@@ -23,7 +25,7 @@ VerdictRow Judged(const std::string& strWhat, const std::string& strSubject,
                   const std::string& strBy, const Verdict& verdict, bool bCached) {
     VerdictRow row;
     row.strTime = text::ClockNow();
-    row.strVerdict = text::LevelWord(verdict.nLevel);
+    row.strVerdict = verdict_level::Word(verdict.nLevel);
     row.nLevel = verdict.nLevel;
     row.strWhat = strWhat;
     row.strSubject = strSubject;
@@ -70,10 +72,9 @@ std::string Text(const Console& output, const VerdictRow& row) {
 }
 
 Console::Colour LevelColour(int nLevel) {
-    if (nLevel >= LEVEL_BAD) {
-        return Console::COLOUR_RED;
-    }
-    return nLevel <= 20 ? Console::COLOUR_GREEN : Console::COLOUR_YELLOW;
+    static constexpr Console::Colour COLOURS[] = {Console::COLOUR_GREEN, Console::COLOUR_YELLOW,
+                                                  Console::COLOUR_RED};
+    return COLOURS[verdict_level::ClassOf(nLevel)];
 }
 
 }  // namespace verdict_row

@@ -26,8 +26,6 @@ struct VerdictRow {
 
 namespace verdict_row {
 
-constexpr int LEVEL_BAD = 60;  // shown every time, also when the module skips it
-
 // A row for a verdict, at this moment.
 VerdictRow Judged(const std::string& strWhat, const std::string& strSubject,
                   const std::string& strBy, const Verdict& verdict, bool bCached);
@@ -38,6 +36,7 @@ VerdictRow Told(const std::string& strVerdict, const std::string& strWhat,
 
 std::string Text(const Console& output, const VerdictRow& row);
 
+// Green, yellow and red for a good, a doubtful and a bad level.
 Console::Colour LevelColour(int nLevel);
 
 }  // namespace verdict_row
