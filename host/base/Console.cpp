@@ -10,6 +10,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "host/base/EscapedText.h"
+
 namespace {
 
 bool IsTerminal(int nFd) {
@@ -125,6 +127,10 @@ void Console::Error(const std::string& strLine) {
     }
     m_nDropped += WriteError(strLine + "\n") ? 0 : 1;
     ShowProgress();
+}
+
+void Console::Complain(const std::string& strText) {
+    Error("tevmon-host: " + text::ForTerminal(strText));
 }
 
 void Console::Progress(const std::string& strLine) {

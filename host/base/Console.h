@@ -40,6 +40,8 @@ public:
 
     void Line(const std::string& strLine);   // on standard output; a line feed is added
     void Error(const std::string& strLine);  // on standard error, likewise
+    // Likewise, foreign text made safe and with the program's name before it.
+    void Complain(const std::string& strText);
 
     // Replaces the progress line of standard error, on a terminal only; "" takes it away.
     void Progress(const std::string& strLine);

@@ -160,7 +160,7 @@ void RunReport::OnRemark(uint64_t nNumber, const std::string& strText) {
     }
     const std::string strWhere =
         nNumber == 0 ? "" : m_pass.strName + ", line " + std::to_string(nNumber) + ": ";
-    m_output.Error("tevmon-host: " + text::ForTerminal(strWhere + strText));
+    m_output.Complain(strWhere + strText);
 }
 
 void RunReport::OnDelivered(const EventBatch& batch, uint32_t nResult) {

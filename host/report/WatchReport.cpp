@@ -69,7 +69,7 @@ void WatchReport::BeginMetrics() {
         m_watch.strMetricsFile, m_watch.metricsInterval,
         [this] { return metrics_text::Text(Numbers(m_bEnded), m_tmStart); },
         [this](const std::string& strError) {
-            m_output.Error("tevmon-host: " + text::ForTerminal(strError));
+            m_output.Complain(strError);
         });
     m_pMetrics->Begin();
 }
@@ -400,5 +400,5 @@ void WatchReport::OnNotice(const std::string& strText) {
     if (m_options.bJson) {
         m_output.Line(Record("notice").Add("text", strText).Text());
     }
-    m_output.Error("tevmon-host: " + text::ForTerminal(strText));
+    m_output.Complain(strText);
 }

@@ -1,0 +1,70 @@
+#include "host/run/DrainWait.h"
+
+#include <chrono>
+#include <cstdint>
+#include <limits>
+
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+constexpr milliseconds QUEUE_LOOK(250);     // between two looks into the queue
+constexpr milliseconds MODULE_QUIET(200);   // without a sign of work: a look disturbs nobody
+constexpr milliseconds QUEUE_STILL(30000);  // a queue that stands still this long is remarked
+constexpr int UNREADABLE_LOOKS = 40;        // in a row: the queue cannot be read
+
+// When the queue moved last, and what to say when it stands still.
+class Movement {
+public:
+    explicit Movement(Console& output) : m_output(output) {}
+
+    void See(uint64_t nDepth) {
+        if (nDepth != m_nDepth) {
+            m_nDepth = nDepth;
+            m_moved = steady_clock::now();
+        } else if (steady_clock::now() - m_moved > QUEUE_STILL) {
+            m_output.Error(
+                "tevmon-host: the queue has not moved for a while; see its first "
+                "message with: tevmon-host queue list");
+            m_moved = steady_clock::now();
+        }
+    }
+
+private:
+    Console& m_output;
+    uint64_t m_nDepth = std::numeric_limits<uint64_t>::max();
+    steady_clock::time_point m_moved = steady_clock::now();
+};
+
+}  // namespace
+
+DrainResult WaitUntilDrained(const Router& router, const QueueMonitor& queue,
+                             const RunReport& report, const RunControl& control, Console& output,
+                             const std::function<void(const std::string& strDoing)>& fnTurn) {
+    Movement movement(output);
+    int nUnreadable = 0;
+    for (; !control.MustEnd(); control.WaitFor(QUEUE_LOOK)) {
+        fnTurn("waiting for the module");
+        // In this order: a message leaves the queue after its queries were posted. While the
+        // module is at work a look may meet it deleting a message, which it then keeps for the
+        // next time it looks at its queue, five seconds later.
+        const auto heard = report.PassCounters().lastWork;
+        if (router.Pending() > 0 || (heard && steady_clock::now() - *heard <= MODULE_QUIET)) {
+            nUnreadable = 0;
+            continue;
+        }
+        const auto depth = queue.Depth();
+        if (depth == 0u && router.Pending() == 0) {
+            return DRAINED;
+        }
+        nUnreadable = depth ? 0 : nUnreadable + 1;
+        if (nUnreadable >= UNREADABLE_LOOKS) {
+            return DRAIN_UNREADABLE;
+        }
+        if (depth) {
+            movement.See(*depth);
+        }
+    }
+    return DRAIN_ENDED;
+}

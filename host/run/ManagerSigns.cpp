@@ -1,0 +1,21 @@
+#include "host/run/ManagerSigns.h"
+
+#include <string>
+
+void ManagerSigns::Turn(uint64_t nWaiting,
+                        const std::optional<std::chrono::steady_clock::time_point>& lastWork) {
+    if (!m_manager.IsWanted()) {
+        return;
+    }
+    if (m_health.IsSignDue(std::chrono::steady_clock::now(), nWaiting > 0, lastWork)) {
+        m_manager.Send("WATCHDOG=1\nSTATUS=" + std::to_string(nWaiting) +
+                       " messages wait for the module");
+    }
+    if (m_health.IsModuleSilent() && !m_bToldSilence) {
+        m_manager.Send("STATUS=the module has not been heard of for ten minutes");
+        m_output.Error(
+            "tevmon-host: the module has not been heard of for ten minutes while messages wait; "
+            "the service manager gets no more signs of life");
+    }
+    m_bToldSilence = m_health.IsModuleSilent();
+}

@@ -1,0 +1,34 @@
+// What the service manager hears of a run: that it is ready, signs of life while the module shows
+// some, and that it ends.
+//
+// Threads: the control thread. Errors: none; without a service manager nothing is sent.
+// Ownership: the console must outlive it.
+#ifndef HOST_RUN_MANAGERSIGNS_H
+#define HOST_RUN_MANAGERSIGNS_H
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+
+#include "host/base/Console.h"
+#include "host/process/SystemdNotifier.h"
+#include "host/process/Watchdog.h"
+
+class ManagerSigns {
+public:
+    explicit ManagerSigns(Console& output) : m_output(output), m_health(m_manager.Watchdog()) {}
+
+    void Ready() const { m_manager.Send("READY=1"); }
+    void Stopping() const { m_manager.Send("STOPPING=1"); }
+    // nWaiting messages wait for the module, which was last heard of at lastWork.
+    void Turn(uint64_t nWaiting,
+              const std::optional<std::chrono::steady_clock::time_point>& lastWork);
+
+private:
+    Console& m_output;
+    const SystemdNotifier m_manager;
+    Watchdog m_health;
+    bool m_bToldSilence = false;
+};
+
+#endif

@@ -1,0 +1,49 @@
+#include "host/run/ModuleSession.h"
+
+#include <chrono>
+
+#include "framework/abi/MsgTypes.h"
+#include "host/base/EscapedText.h"
+#include "host/process/ShutdownSignal.h"
+#include "host/transport/EndpointIds.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+constexpr milliseconds LAST_ANSWERS(2000);  // for messages under way when the module stopped
+constexpr milliseconds ROUTER_LOOK(20);     // between two looks at the router
+
+}  // namespace
+
+ModuleSession::ModuleSession(const HostOptions& options, const VerdictService& service,
+                             Console& output, RunReport& report)
+    : m_strFile(options.strModule.empty() ? PluginLoader::DefaultPath() : options.strModule),
+      m_keys(options.CacheDatabase()),
+      m_log(output, report, options.nLogLevel),
+      m_printed(
+          [&output](const std::string& strLine) { output.Error(text::ForTerminal(strLine)); }),
+      m_cloud(m_router, service, m_keys, report) {
+    (void)m_printed.Begin();  // without it, what the module prints goes to standard error unread
+    m_router.AddEndpoint(GuidFromText(CLOUD_ENDPOINT), &m_cloud);
+    m_router.AddEndpoint(GuidFromText(CENTRE_ENDPOINT), &report);
+}
+
+bool ModuleSession::Load(std::string& strError) {
+    return m_loader.Load(m_strFile, strError);
+}
+
+void ModuleSession::End() {
+    m_router.EndWaiting();
+    m_loader.Stop();
+    // Answers under way still find the module's cache; messages under way still find its queue.
+    const auto due = steady_clock::now() + LAST_ANSWERS;
+    const ShutdownSignal clock;
+    while (m_router.Pending() > 0 && steady_clock::now() < due) {
+        clock.WaitFor(ROUTER_LOOK);
+    }
+    m_loader.Unload();
+    m_router.Close();
+    m_printed.End();
+}

@@ -1,0 +1,38 @@
+// What a run is asked for: the commands replay, scan and watch fill it in.
+#ifndef HOST_RUN_RUNOPTIONS_H
+#define HOST_RUN_RUNOPTIONS_H
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "host/base/Console.h"
+#include "host/base/ExitCodes.h"
+#include "host/base/HostOptions.h"
+#include "host/event/IEventSource.h"
+#include "host/module/QueueLimiter.h"
+#include "host/report/RunReport.h"
+#include "host/verdict/VerdictService.h"
+
+struct RunOptions {
+    std::vector<std::string> blockLists;
+    std::vector<std::string> allowLists;
+    bool bPackages = true;
+    double dForSeconds = 0;     // the run's time limit, 0 for none
+    bool bDrain = false;        // end when everything delivered was looked at and answered
+    int nPasses = 1;            // a pass begins when the one before is drained
+    std::string strUnit;        // what the source numbers: "line" or "batch"
+    double dSettleSeconds = 0;  // after dForSeconds, to wait for the module to look at the rest
+    int nNoSourceCode = EXIT_CODE_INPUT;  // when the source cannot be started
+    bool bKeepPrivileges = false;
+    QueueLimits queue;
+    bool bRefuseWhenFull = false;  // messages beyond the limits, rather than wait for room
+    // A new source for each pass.
+    std::function<std::unique_ptr<IEventSource>(SourceRemark)> fnMakeSource;
+    // The run's report, when it is another than RunReport; it goes after the source.
+    std::function<std::unique_ptr<RunReport>(Console&, const HostOptions&, const VerdictService&)>
+        fnMakeReport;
+};
+
+#endif

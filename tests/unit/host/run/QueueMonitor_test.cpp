@@ -1,0 +1,78 @@
+#include "host/run/QueueMonitor.h"
+
+#include <gmock/gmock.h>
+
+#include "tests/unit/host/run/RunParts.h"
+
+using testing::HasSubstr;
+
+namespace {
+
+QueueLimits TenRows() {
+    QueueLimits limits;
+    limits.nRows = 10;
+    return limits;
+}
+
+class QueueMonitorTest : public RunPartsTest {
+protected:
+    QueueMonitorTest() : RunPartsTest(TenRows()) {}
+};
+
+}  // namespace
+
+TEST_F(QueueMonitorTest, WhatAnEarlierRunLeftTakesRoom) {
+    AddRows(9);
+    m_queue.Begin();
+    EXPECT_EQ(9u, m_queue.Waiting());
+    EXPECT_TRUE(m_queue.Limiter().Take(1, 2));
+    EXPECT_FALSE(m_queue.Limiter().Take(1, 2));
+}
+
+TEST_F(QueueMonitorTest, AStateThatChangedIsReportedOnce) {
+    AddRows(8);
+    m_queue.Begin();
+    m_queue.Turn();  // looks into the database; not again so soon
+    EXPECT_EQ("", m_standardOutput.Text());
+    ASSERT_TRUE(m_queue.Limiter().Take(1, 2));
+    m_queue.Turn();
+    m_queue.Turn();
+    ASSERT_EQ(1u, m_standardOutput.Lines().size());
+    EXPECT_THAT(m_standardOutput.Text(), HasSubstr("is nearly full"));
+}
+
+TEST_F(QueueMonitorTest, WhatTheModuleBeganWithLeavesRoomInEachPass) {
+    m_queue.Begin();
+    m_queue.Turn();
+    for (int i = 0; i < 4; ++i) {
+        ASSERT_TRUE(m_queue.Limiter().Take(1, 2));
+        m_queue.Limiter().Stored(1);
+    }
+    m_report.OnModuleNote({NOTE_ANALYSED, "{}"});
+    m_report.OnModuleNote({NOTE_ANALYSED, "{}"});
+    m_queue.Turn();
+    EXPECT_EQ(2u, m_queue.Waiting());
+    m_report.EndPass(true);  // the report counts from 0 again
+    m_report.OnModuleNote({NOTE_ANALYSED, "{}"});
+    m_queue.Turn();
+    EXPECT_EQ(1u, m_queue.Waiting());
+}
+
+TEST_F(QueueMonitorTest, TheFirstTurnSetsTheCountRightByTheDatabase) {
+    m_queue.Begin();
+    for (int i = 0; i < 4; ++i) {
+        ASSERT_TRUE(m_queue.Limiter().Take(1, 2));
+        m_queue.Limiter().Stored(1);  // and never was
+    }
+    AddRows(1);
+    m_queue.Turn();
+    EXPECT_EQ(1u, m_queue.Waiting());
+}
+
+TEST_F(QueueMonitorTest, AQueueThatCannotBeReadHasNoDepthAndKeepsItsCount) {
+    ASSERT_TRUE(m_queue.Limiter().Take(1, 2));
+    m_dir.WriteFile("data/db/tevchennaldb.db", std::string(4096, 'x'));
+    EXPECT_FALSE(m_queue.Depth());
+    m_queue.Turn();
+    EXPECT_EQ(1u, m_queue.Waiting());
+}
