@@ -4,6 +4,8 @@
 
 #include <string>
 
+#include "host/base/ModuleFacts.h"
+
 struct HostOptions {
     std::string strStateDir;  // absolute, without a final "/"; never empty in a callback
     std::string strModule;    // the module to load, absolute; "" for the one beside the executable
@@ -12,8 +14,8 @@ struct HostOptions {
     int nLogLevel = 4;        // the lowest level of the module's log that is shown
 
     std::string DatabaseDir() const { return strStateDir + "/data/db/"; }
-    std::string ChannelDatabase() const { return DatabaseDir() + "tevchennaldb.db"; }
-    std::string CacheDatabase() const { return DatabaseDir() + "tevcloudcacho.db"; }
+    std::string ChannelDatabase() const { return DatabaseDir() + module_facts::CHANNEL_FILE; }
+    std::string CacheDatabase() const { return DatabaseDir() + module_facts::CACHE_FILE; }
 };
 
 #endif

@@ -6,12 +6,10 @@
 #include <optional>
 #include <utility>
 
+#include "host/base/ModuleFacts.h"
 #include "host/database/DatabaseProbe.h"
 
 namespace {
-
-constexpr int64_t LONG_LIFETIME = 1296000;  // 15 days
-constexpr int64_t SHORT_LIFETIME = 1200;    // 20 minutes
 
 // So soon after an answer its row is there; the cache need not be asked.
 constexpr int64_t SURE_SECONDS = 5;
@@ -23,21 +21,6 @@ constexpr size_t MANY_ANSWERS = 200000;
 AnswerTracker::AnswerTracker(std::string strCacheFile)
     : m_strCacheFile(std::move(strCacheFile)),
       m_before(database_probe::VerdictKeys(m_strCacheFile)) {}
-
-int64_t AnswerTracker::Lifetime(int nLevel) {
-    switch (nLevel) {
-        case 10:
-        case 20:
-        case 70:
-            return LONG_LIFETIME;
-        case 30:
-        case 40:
-        case 50:
-            return SHORT_LIFETIME;
-        default:
-            return 0;
-    }
-}
 
 // [with m_mutex held]
 AnswerTracker::Known AnswerTracker::Look(const std::string& strKey, int64_t tmNow,
@@ -79,9 +62,10 @@ void AnswerTracker::End(const std::string& strKey, int nLevel, bool bDelivered) 
     const int64_t tmNow = time(nullptr);
     const std::lock_guard<std::mutex> lock(m_mutex);
     m_underWay.erase(strKey);
-    if (bDelivered && Lifetime(nLevel) > 0) {
+    if (bDelivered && module_facts::Lifetime(nLevel) > 0) {
         Prune(tmNow);
-        m_answers[database_probe::HashKey(strKey)] = {tmNow, tmNow + Lifetime(nLevel)};
+        m_answers[database_probe::HashKey(strKey)] = {tmNow,
+                                                      tmNow + module_facts::Lifetime(nLevel)};
     }
 }
 

@@ -28,9 +28,6 @@ public:
     // The answer with nLevel has reached the module, or has not.
     void End(const std::string& strKey, int nLevel, bool bDelivered);
 
-    // How long the module keeps a verdict, in seconds; 0 for a level that it does not keep.
-    static int64_t Lifetime(int nLevel);
-
 private:
     struct Answer {
         int64_t tmGiven;

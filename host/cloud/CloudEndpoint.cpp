@@ -4,6 +4,7 @@
 
 #include "host/base/JsonReader.h"
 #include "host/base/JsonWriter.h"
+#include "host/base/ModuleFacts.h"
 
 namespace {
 
@@ -22,7 +23,7 @@ std::string EventName(const Json::Value& jsonParam) {
 bool ReadQuery(const std::string& strBody, CloudQuery& query) {
     Json::Value jsonRoot;
     if (!json_reader::Parse(strBody, jsonRoot) ||
-        json_reader::Text(jsonRoot, "msg_type") != "cloudq") {
+        json_reader::Text(jsonRoot, "msg_type") != module_facts::QUERY_TYPE) {
         return false;
     }
     const Json::Value* const pParam = json_reader::Member(jsonRoot, "param");

@@ -8,6 +8,7 @@
 #include "framework/base/Base64Util.h"
 #include "host/base/EscapedText.h"
 #include "host/base/JsonWriter.h"
+#include "host/base/ModuleFacts.h"
 #include "host/command/TablePrinter.h"
 
 namespace {
@@ -17,7 +18,9 @@ constexpr size_t PREVIEW_BYTES = 60;
 enum Column { COLUMN_ID, COLUMN_CREATETIME, COLUMN_MID, COLUMN_DETAIL };
 
 view::TableView ChannelTable(const HostOptions& options) {
-    return {options.ChannelDatabase(), "msgchennal", {"id", "createtime", "mid", "detail"}};
+    return {options.ChannelDatabase(),
+            module_facts::CHANNEL_TABLE,
+            {"id", "createtime", "mid", "detail"}};
 }
 
 std::string MessageOf(const TableRow& row) {

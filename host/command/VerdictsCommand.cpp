@@ -10,6 +10,7 @@
 #include "framework/base/Base64Util.h"
 #include "host/base/EscapedText.h"
 #include "host/base/JsonWriter.h"
+#include "host/base/ModuleFacts.h"
 #include "host/command/TablePrinter.h"
 
 namespace {
@@ -25,7 +26,7 @@ enum Column {
 
 view::TableView CacheTable(const HostOptions& options) {
     return {options.CacheDatabase(),
-            "cachotable",
+            module_facts::CACHE_TABLE,
             {"vkey", "level", "tmcreate", "tminternal", "mid", "detail"}};
 }
 

@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <functional>
 
+#include "host/base/ModuleFacts.h"
+
 namespace database_probe {
 
 namespace {
@@ -13,10 +15,10 @@ namespace {
 // One statement on a connection of its own, both gone when the object is.
 class Look {
 public:
-    Look(const std::string& strFile, const char* pszStatement) {
+    Look(const std::string& strFile, const std::string& strStatement) {
         const int nFlags = SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX;
         if (sqlite3_open_v2(strFile.c_str(), &m_pDb, nFlags, nullptr) == SQLITE_OK) {
-            (void)sqlite3_prepare_v2(m_pDb, pszStatement, -1, &m_pStatement, nullptr);
+            (void)sqlite3_prepare_v2(m_pDb, strStatement.c_str(), -1, &m_pStatement, nullptr);
         }
     }
     ~Look() {
@@ -53,7 +55,9 @@ std::optional<uint64_t> QueueDepth(const std::string& strFile) {
         return 0;
     }
     // Two ends of the row ids: their cost does not grow with the queue, a count's does.
-    Look look(strFile, "select (select min(id) from msgchennal),(select max(id) from msgchennal)");
+    const std::string strTable = module_facts::CHANNEL_TABLE;
+    Look look(strFile, "select (select min(id) from " + strTable + "),(select max(id) from " +
+                           strTable + ")");
     if (look.Step() != SQLITE_ROW) {
         return HasNoTable(strFile) ? std::optional<uint64_t>(0) : std::nullopt;
     }
@@ -69,7 +73,8 @@ std::optional<bool> HasVerdict(const std::string& strFile, const std::string& st
     if (!Exists(strFile)) {
         return false;
     }
-    Look look(strFile, "select 1 from cachotable where vkey = ?");
+    Look look(strFile,
+              std::string("select 1 from ") + module_facts::CACHE_TABLE + " where vkey = ?");
     if (look.Statement() == nullptr ||
         sqlite3_bind_text64(look.Statement(), 1, strKey.data(), strKey.size(), SQLITE_STATIC,
                             SQLITE_UTF8) != SQLITE_OK) {
@@ -87,7 +92,7 @@ std::vector<uint64_t> VerdictKeys(const std::string& strFile) {
     if (!Exists(strFile)) {
         return keys;
     }
-    Look look(strFile, "select vkey from cachotable");
+    Look look(strFile, std::string("select vkey from ") + module_facts::CACHE_TABLE);
     while (look.Step() == SQLITE_ROW) {
         const void* const pText = sqlite3_column_blob(look.Statement(), 0);
         const int nLength = sqlite3_column_bytes(look.Statement(), 0);

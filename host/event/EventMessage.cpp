@@ -3,6 +3,7 @@
 #include "host/base/HumanText.h"
 #include "host/base/JsonReader.h"
 #include "host/base/JsonWriter.h"
+#include "host/base/ModuleFacts.h"
 #include "host/base/MountTable.h"
 
 namespace event_message {
@@ -34,8 +35,12 @@ bool IsUsable(const std::string& strBody, uint64_t& nCopies, uint64_t& nEvents,
     }
     for (const Json::Value& jsonElement : *pParam) {
         const std::string strContext = json_reader::Text(jsonElement, "context");
-        const bool bKnown = strContext == "cloudad" || strContext == "cloudfd";
-        nCopies += bKnown && json_reader::Text(jsonElement, "grup") == "cloudquery" ? 1 : 0;
+        const bool bKnown = strContext == module_facts::CONTEXT_LAUNCHES ||
+                            strContext == module_facts::CONTEXT_FILES;
+        nCopies += bKnown && json_reader::Text(jsonElement, module_facts::MEMBER_GROUP) ==
+                                 module_facts::GROUP_QUERY
+                       ? 1
+                       : 0;
     }
     if (nCopies == 0) {
         strReason = "no element with \"grup\" \"cloudquery\" and a known \"context\"";
@@ -66,7 +71,8 @@ std::string CreationsOf(const std::vector<Creation>& creations) {
     for (const Creation& creation : creations) {
         JsonObject element;
         if (strElements.empty()) {
-            element.Add("grup", "cloudquery").Add("context", "cloudad");
+            element.Add(module_facts::MEMBER_GROUP, module_facts::GROUP_QUERY);
+            element.Add("context", module_facts::CONTEXT_LAUNCHES);
         }
         element.AddJson("path", json_writer::Quote(creation.strPath, json_writer::BAD_BYTES_KEEP));
         element.AddJson("cmd",
@@ -83,10 +89,11 @@ std::string OperationsOf(const std::vector<FileOperation>& operations) {
     for (const FileOperation& operation : operations) {
         JsonObject element;
         if (strElements.empty()) {
-            element.Add("grup", "cloudquery").Add("context", "cloudfd");
+            element.Add(module_facts::MEMBER_GROUP, module_facts::GROUP_QUERY);
+            element.Add("context", module_facts::CONTEXT_FILES);
         }
         element.AddJson("path", json_writer::Quote(operation.strPath, json_writer::BAD_BYTES_KEEP));
-        element.Add("optertion", ACTS[operation.eAct]);  // spelled so
+        element.Add(module_facts::MEMBER_OPERATION, ACTS[operation.eAct]);
         element.AddJson("exe_path",
                         json_writer::Quote(operation.strProgram, json_writer::BAD_BYTES_KEEP));
         element.Add("exe_pid", static_cast<uint64_t>(operation.nPid));

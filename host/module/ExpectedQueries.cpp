@@ -8,6 +8,7 @@
 
 #include "framework/base/file_utils.h"
 #include "host/base/JsonReader.h"
+#include "host/base/ModuleFacts.h"
 #include "host/event/WatchedPaths.h"
 
 namespace expected_queries {
@@ -21,10 +22,13 @@ struct EventName {
 };
 
 constexpr EventName EVENT_NAMES[] = {
-    {"CreateProcess", QUESTION_LAUNCH, ""},  {"FileCreate", QUESTION_FILE, "create"},
-    {"FileModify", QUESTION_FILE, "write"},  {"FileRename", QUESTION_FILE, "rename"},
-    {"FileDelete", QUESTION_FILE, "remove"}, {"ProcessPipe", QUESTION_PIPE, ""},
-    {"AddAutoRuns", QUESTION_UNIT, ""},
+    {module_facts::EVENT_LAUNCH, QUESTION_LAUNCH, ""},
+    {module_facts::EVENT_CREATE, QUESTION_FILE, "create"},
+    {module_facts::EVENT_WRITE, QUESTION_FILE, "write"},
+    {module_facts::EVENT_RENAME, QUESTION_FILE, "rename"},
+    {module_facts::EVENT_REMOVE, QUESTION_FILE, "remove"},
+    {module_facts::EVENT_PIPE, QUESTION_PIPE, ""},
+    {module_facts::EVENT_UNIT, QUESTION_UNIT, ""},
 };
 
 bool BeginsWith(const std::string& strText, std::string_view strPrefix) {
@@ -41,7 +45,7 @@ void AddFile(const Json::Value& jsonElement, MessageQuestions& all) {
     ModuleQuestion question;
     question.strFile = json_reader::Text(jsonElement, "path");
     question.strProgram = json_reader::Text(jsonElement, "exe_path");
-    const std::string strOperation = json_reader::Text(jsonElement, "optertion");
+    const std::string strOperation = json_reader::Text(jsonElement, module_facts::MEMBER_OPERATION);
     const auto add = [&all, &question](QuestionKind eKind, const std::string& strWhat) {
         question.eKind = eKind;
         question.strOperation = strWhat;
@@ -64,8 +68,9 @@ void AddFile(const Json::Value& jsonElement, MessageQuestions& all) {
 
 bool IsOfFiles(const Json::Value& jsonParam) {
     for (const Json::Value& jsonElement : jsonParam) {
-        if (json_reader::Text(jsonElement, "grup") == "cloudquery") {
-            return json_reader::Text(jsonElement, "context") == "cloudfd";
+        if (json_reader::Text(jsonElement, module_facts::MEMBER_GROUP) ==
+            module_facts::GROUP_QUERY) {
+            return json_reader::Text(jsonElement, "context") == module_facts::CONTEXT_FILES;
         }
     }
     return false;

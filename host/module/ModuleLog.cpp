@@ -8,6 +8,7 @@
 #include "framework/base/CStr.h"
 #include "host/base/EscapedText.h"
 #include "host/base/HumanText.h"
+#include "host/base/ModuleFacts.h"
 
 namespace {
 
@@ -32,18 +33,18 @@ struct KnownFormat {
 
 constexpr KnownFormat KNOWN_FORMATS[] = {
     // clang-format off
-    {"handler===> %s", NOTE_ANALYSED, QUESTION_NONE, TEXTS_FILE},
-    {"[CTevPsMonitor] %s in cacho, skip [lanuch]", NOTE_CACHED, QUESTION_LAUNCH, TEXTS_FILE},
-    {"[CTevPsMonitor] stat faid [%s]", NOTE_NO_STAT, QUESTION_LAUNCH, TEXTS_FILE},
-    {"[CTevPsMonitor] calc md5 faid! [%s][lanuch]", NOTE_NO_HASH, QUESTION_LAUNCH, TEXTS_FILE},
-    {"[CTevFsMonitor] %s in cacho, skip [%s]", NOTE_CACHED, QUESTION_FILE, TEXTS_FILE_OPERATION},
-    {"[CTevFsMonitor] stat faid [%s]", NOTE_NO_STAT, QUESTION_PIPE, TEXTS_FILE},
-    {"[CTevFsMonitor] calc exepath md5 faid! [%s][%s]", NOTE_NO_HASH, QUESTION_FILE,
+    {module_facts::LOG_ANALYSED, NOTE_ANALYSED, QUESTION_NONE, TEXTS_FILE},
+    {module_facts::LOG_LAUNCH_CACHED, NOTE_CACHED, QUESTION_LAUNCH, TEXTS_FILE},
+    {module_facts::LOG_LAUNCH_NO_STAT, NOTE_NO_STAT, QUESTION_LAUNCH, TEXTS_FILE},
+    {module_facts::LOG_LAUNCH_NO_HASH, NOTE_NO_HASH, QUESTION_LAUNCH, TEXTS_FILE},
+    {module_facts::LOG_FILE_CACHED, NOTE_CACHED, QUESTION_FILE, TEXTS_FILE_OPERATION},
+    {module_facts::LOG_FILE_NO_STAT, NOTE_NO_STAT, QUESTION_PIPE, TEXTS_FILE},
+    {module_facts::LOG_FILE_NO_HASH, NOTE_NO_HASH, QUESTION_FILE,
      TEXTS_PROGRAM_OPERATION},
-    {"[CTevFsMonitor] calc md5 faid! [%s]", NOTE_NO_HASH, QUESTION_PIPE, TEXTS_FILE},
-    {"[AddAutoRunsHandler] %s in cacho, skip [%s]", NOTE_CACHED, QUESTION_UNIT, TEXTS_FILE},
-    {"[AddAutoRunsHandler] calc md5 faid! [%s]", NOTE_NO_HASH, QUESTION_UNIT, TEXTS_PROGRAM},
-    {"[CTevCloudInterface] : ipc fail.", NOTE_NOT_SENT, QUESTION_NONE, TEXTS_NONE},
+    {module_facts::LOG_PIPE_NO_HASH, NOTE_NO_HASH, QUESTION_PIPE, TEXTS_FILE},
+    {module_facts::LOG_UNIT_CACHED, NOTE_CACHED, QUESTION_UNIT, TEXTS_FILE},
+    {module_facts::LOG_UNIT_NO_HASH, NOTE_NO_HASH, QUESTION_UNIT, TEXTS_PROGRAM},
+    {module_facts::LOG_NOT_SENT, NOTE_NOT_SENT, QUESTION_NONE, TEXTS_NONE},
     // clang-format on
 };
 
@@ -97,7 +98,7 @@ void ModuleLog::Note(const LogRecord& record, va_list args) {
         }
         // One text for two questions: only the function tells them apart.
         if (note.eNote == NOTE_NO_STAT &&
-            std::strcmp(record.pszFunction, "FileModifyHandler") == 0) {
+            std::strcmp(record.pszFunction, module_facts::FUNCTION_MODIFY) == 0) {
             note.eQuestion = QUESTION_FILE;
             note.strOperation = "write";
         }

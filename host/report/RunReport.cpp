@@ -9,6 +9,7 @@
 #include "host/base/EscapedText.h"
 #include "host/base/HumanText.h"
 #include "host/base/JsonWriter.h"
+#include "host/base/ModuleFacts.h"
 #include "host/report/text/RunText.h"
 #include "host/verdict/VerdictLevel.h"
 
@@ -204,7 +205,8 @@ void RunReport::OnQuery(const CloudQuery& query, QueryFate eFate, const Verdict&
 }
 
 void RunReport::CountQuery(const CloudQuery& query, QueryFate eFate, const Verdict& verdict) {
-    const bool bHashed = query.strFunc == "cloudad" || query.strFunc == "cloudfs";
+    const bool bHashed = query.strFunc == module_facts::CONTEXT_LAUNCHES ||
+                         query.strFunc == module_facts::FUNC_MAKER;
     const uint64_t nBytes = bHashed ? FileSize(query.strPath) : 0;
     const std::lock_guard<std::mutex> lock(m_mutex);
     ++m_counters.nQueries;

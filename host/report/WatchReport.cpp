@@ -68,9 +68,7 @@ void WatchReport::BeginMetrics() {
     m_pMetrics = std::make_unique<MetricsFile>(
         m_watch.strMetricsFile, m_watch.metricsInterval,
         [this] { return metrics_text::Text(Numbers(m_bEnded), m_tmStart); },
-        [this](const std::string& strError) {
-            m_output.Complain(strError);
-        });
+        [this](const std::string& strError) { m_output.Complain(strError); });
     m_pMetrics->Begin();
 }
 

@@ -102,13 +102,3 @@ TEST_F(AnswerTrackerTest, WhenTheCacheCannotBeReadTheLifetimeDecides) {
     m_clock.Advance(1);
     EXPECT_TRUE(keys.Begin("k"));
 }
-
-TEST_F(AnswerTrackerTest, LifetimesGoByLevel) {
-    for (const int nLevel : {10, 20, 70}) {
-        EXPECT_EQ(1296000, AnswerTracker::Lifetime(nLevel));
-    }
-    for (const int nLevel : {30, 40, 50}) {
-        EXPECT_EQ(1200, AnswerTracker::Lifetime(nLevel));
-    }
-    EXPECT_EQ(0, AnswerTracker::Lifetime(60));
-}
