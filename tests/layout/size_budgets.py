@@ -8,6 +8,15 @@ import layout
 SOURCE_LINES, SOURCE_WARNING = 600, 400
 HEADER_LINES = 200
 FUNCTION_LINES = 80
+# In a room of the host: a file, all files, and units, a source counted with its header.
+ROOM_SOURCE_LINES, ROOM_LINES, ROOM_UNITS = 300, 2600, 15
+# Longer sources of rooms, with the lines they may have until they are divided.
+UNDIVIDED = {
+    "host/kernel/file/FileSource.cpp": 339,
+    "host/kernel/launch/ConnectorSensor.cpp": 333,
+    "host/report/WatchReport.cpp": 404,
+    "host/transport/Router.cpp": 310,
+}
 
 TYPE_HEAD = re.compile(r"\b(namespace|class|struct|union|enum|extern)\b")
 
@@ -55,8 +64,27 @@ def functions(text):
     return found
 
 
+def rooms(root):
+    """What is too large in the rooms of the host."""
+    complaints, lines, units = [], {}, {}
+    for path in layout.files(root, layout.CPP, "host"):
+        room, _, name = path.rpartition("/")
+        count = layout.read(root, path).count("\n")
+        lines[room] = lines.get(room, 0) + count
+        units.setdefault(room, set()).add(name.rpartition(".")[0])
+        limit = UNDIVIDED.get(path, ROOM_SOURCE_LINES)
+        if count > limit:
+            complaints.append(f"{path}: {count} lines, {limit} at most in a room")
+        elif path in UNDIVIDED and count <= ROOM_SOURCE_LINES:
+            complaints.append(f"{path}: {count} lines, so it is no exception")
+    complaints += [f"{room}: {count} lines, {ROOM_LINES} at most" for room, count in lines.items()
+                   if count > ROOM_LINES]
+    return complaints + [f"{room}: {len(names)} units, {ROOM_UNITS} at most" for room, names in units.items()
+                         if len(names) > ROOM_UNITS]
+
+
 def check(root, arguments):
-    complaints = []
+    complaints = rooms(root)
     for path in layout.files(root, layout.CPP):
         text = layout.read(root, path)
         lines = text.count("\n")
@@ -83,6 +111,10 @@ GOOD = [
     {"a.h": "class A {\npublic:\n" + "    int m_nA{0};\n" * 150 + "};\n"},
     {"a.cpp": 'const char* p = R"({)";\nchar c = \'{\'; // {\n' + function_of(70) + function_of(70)},
     {"a.cpp": "\n" * 600},
+    {"host/a/a.cpp": "\n" * 300},
+    {f"host/a/{n}.{suffix}": "" for n in range(15) for suffix in ("h", "cpp")},
+    {f"host/a/{n}.h": "\n" * 200 for n in range(13)},
+    {"host/report/WatchReport.cpp": "\n" * 404},
 ]
 BAD = [
     ({"a.cpp": function_of(81)}, "a function of 81 lines"),
@@ -93,6 +125,11 @@ BAD = [
     ({"a.cpp": function_of(85, "int F(struct stat* p)")}, "a function of 85 lines"),
     ({"a.cpp": "\n" * 601}, "601 lines, 600 at most"),
     ({"a.h": "\n" * 201}, "201 lines, 200 at most"),
+    ({"host/a/a.cpp": "\n" * 301}, "301 lines, 300 at most in a room"),
+    ({"host/report/WatchReport.cpp": "\n" * 405}, "405 lines, 404 at most"),
+    ({"host/report/WatchReport.cpp": "\n" * 300}, "so it is no exception"),
+    ({f"host/a/{n}.h": "" for n in range(16)}, "host/a: 16 units, 15 at most"),
+    ({f"host/a/{n}.h": "\n" * 187 for n in range(14)}, "host/a: 2618 lines, 2600 at most"),
 ]
 
 if __name__ == "__main__":
