@@ -3,7 +3,7 @@
 
 Usage: digest_tools.py HASH_FILES [--json] [--list] [--rounds N] [--folder DIR] [--large MIB]
 
-HASH_FILES is the program of bench/framework/base/hash_files.cpp. Every command hashes the same files,
+HASH_FILES is the program of bench/framework/digest/hash_files.cpp. Every command hashes the same files,
 which are read once before, so that all of them come from memory. The commands run in rounds, in an
 order that is shuffled for each. The ratio is that of the shortest processor times (user and system),
 behind it the median of the rounds' ratios. Exit code 0: everything ran; 1: something failed.

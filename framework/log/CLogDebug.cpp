@@ -13,8 +13,8 @@
 #include <string>
 
 #include "framework/base/CStr.h"
-#include "framework/base/DigestPair.h"
 #include "framework/base/FdWriter.h"
+#include "framework/digest/DigestPair.h"
 
 namespace {
 
@@ -99,7 +99,7 @@ int Log(int nLevel, const char* pszSource, const char* pszFunction, int nLine,
 
 // The digests stand below the log and cannot call it themselves.
 void TellDigestCheck(const char* pszPath) {
-    (void)Log(LEVEL_FAILURE, "framework/base/DigestPair", "ChooseDigestPath", __LINE__,
+    (void)Log(LEVEL_FAILURE, "framework/digest/DigestPair", "ChooseDigestPath", __LINE__,
               "[DigestPair] the digests of path [%s] are wrong here, OpenSSL's are in use",
               pszPath);
 }

@@ -1,6 +1,6 @@
 #include "host/verdict/ProgramVerdicts.h"
 
-#include "framework/base/FileHash.h"
+#include "framework/digest/FileHash.h"
 
 namespace {
 

@@ -5,7 +5,8 @@ import re
 
 import layout
 
-ABI, BASE, SQLITE, LOG = "framework/abi", "framework/base", "framework/sqlite", "framework/log"
+ABI, BASE, DIGEST = "framework/abi", "framework/base", "framework/digest"
+SQLITE, LOG = "framework/sqlite", "framework/log"
 HELPER, CORE = "public/pluginhelper", "tevmon/core"
 MODULE = {"utils": {ABI, BASE}, HELPER: {"framework", "utils"},
           CORE: {"framework", "utils", HELPER}}
@@ -48,8 +49,9 @@ def rooms():
 TABLE = {
     ABI: set(),
     BASE: {ABI},
+    DIGEST: {ABI, BASE},
     SQLITE: set(),
-    LOG: {ABI, BASE},
+    LOG: {ABI, BASE, DIGEST},
     **MODULE,
     **rooms(),
     "cmake": set(),
@@ -138,6 +140,8 @@ GOOD = [
 BAD = [
     (using("framework/abi/A.h", "framework/base/B.h"), "may not use"),
     (using("framework/base/A.h", "framework/log/CLog.h"), "may not use"),
+    (using("framework/base/A.h", "framework/digest/B.h"), "may not use"),
+    (using("framework/digest/A.h", "framework/log/B.h"), "may not use"),
     (using("framework/sqlite/A.h", "framework/abi/Guid.h"), "may not use"),
     (using("framework/log/A.h", "utils/time_utils.h"), "may not use"),
     (using("utils/A.h", "framework/log/CLog.h"), "may not use"),

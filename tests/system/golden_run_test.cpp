@@ -15,7 +15,7 @@
 #include <set>
 #include <sstream>
 
-#include "framework/base/FileHash.h"
+#include "framework/digest/FileHash.h"
 #include "tests/support/FakeRouter.h"
 #include "tests/support/FakeUsers.h"
 #include "tests/support/LoadedModule.h"

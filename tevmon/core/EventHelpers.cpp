@@ -4,8 +4,8 @@
 #include <utility>
 
 #include "framework/base/CStr.h"
-#include "framework/base/FileHash.h"
 #include "framework/base/file_utils.h"
+#include "framework/digest/FileHash.h"
 #include "utils/time_utils.h"
 
 namespace {

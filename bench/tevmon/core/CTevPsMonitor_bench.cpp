@@ -19,7 +19,7 @@
 #include "bench/support/Ratios.h"
 #include "bench/tevmon/core/TakingRouter.h"
 #include "framework/base/Base64Util.h"
-#include "framework/base/FileHash.h"
+#include "framework/digest/FileHash.h"
 #include "public/pluginhelper/CMsgRouterHolder.h"
 #include "tests/support/FakeUsers.h"
 #include "tests/support/TestDir.h"

@@ -6,7 +6,7 @@
 #include <atomic>
 #include <cerrno>
 
-#include "framework/base/FileHash.h"
+#include "framework/digest/FileHash.h"
 #include "tests/support/trace/CallTrace.h"
 
 namespace {

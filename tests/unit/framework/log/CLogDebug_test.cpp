@@ -17,7 +17,7 @@
 #include <thread>
 #include <vector>
 
-#include "framework/base/DigestPair.h"
+#include "framework/digest/DigestPair.h"
 
 namespace {
 
@@ -160,7 +160,7 @@ TEST(CLogDebugTest, DigestsThatFailTheirCheckAreToldInTheLog) {
 
     EXPECT_EQ(utils::DIGEST_PATH_LIBRARY, eChosen);
     const std::string strText = AfterTime(capture.Text());
-    EXPECT_EQ(0u, strText.find("L4 framework/base/DigestPair ChooseDigestPath:")) << strText;
+    EXPECT_EQ(0u, strText.find("L4 framework/digest/DigestPair ChooseDigestPath:")) << strText;
     EXPECT_NE(std::string::npos,
               strText.find(" [DigestPair] the digests of path [portable] are wrong here, OpenSSL's "
                            "are in use\n"))

@@ -1,4 +1,4 @@
-#include "framework/base/FileHash.h"
+#include "framework/digest/FileHash.h"
 
 #include <gtest/gtest.h>
 

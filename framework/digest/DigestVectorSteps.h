@@ -1,10 +1,10 @@
 // Both digests for processors without instructions for SHA-1: its message schedule in vectors, its
 // steps and those of MD5 in turn, five and four. Included like DigestSteps.h.
-#ifndef FRAMEWORK_BASE_DIGESTVECTORSTEPS_H
-#define FRAMEWORK_BASE_DIGESTVECTORSTEPS_H
+#ifndef FRAMEWORK_DIGEST_DIGESTVECTORSTEPS_H
+#define FRAMEWORK_DIGEST_DIGESTVECTORSTEPS_H
 
-#include "framework/base/DigestBlocks.h"
-#include "framework/base/DigestSteps.h"
+#include "framework/digest/DigestBlocks.h"
+#include "framework/digest/DigestSteps.h"
 
 namespace {
 

@@ -5,8 +5,8 @@
 // forward. A path may be called only where DigestPathRuns says so.
 //
 // Threads: any; no state of their own. Errors: none.
-#ifndef FRAMEWORK_BASE_DIGESTBLOCKS_H
-#define FRAMEWORK_BASE_DIGESTBLOCKS_H
+#ifndef FRAMEWORK_DIGEST_DIGESTBLOCKS_H
+#define FRAMEWORK_DIGEST_DIGESTBLOCKS_H
 
 #include <cstddef>
 #include <cstdint>

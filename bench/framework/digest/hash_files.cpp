@@ -3,8 +3,8 @@
 #include <cstring>
 #include <string>
 
-#include "framework/base/DigestPair.h"
-#include "framework/base/FileHash.h"
+#include "framework/digest/DigestPair.h"
+#include "framework/digest/FileHash.h"
 
 namespace {
 

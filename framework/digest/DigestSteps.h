@@ -4,8 +4,8 @@
 //
 // State stands in single variables and every loop is written out: in arrays and loops the compiler
 // keeps it in memory.
-#ifndef FRAMEWORK_BASE_DIGESTSTEPS_H
-#define FRAMEWORK_BASE_DIGESTSTEPS_H
+#ifndef FRAMEWORK_DIGEST_DIGESTSTEPS_H
+#define FRAMEWORK_DIGEST_DIGESTSTEPS_H
 
 #include <immintrin.h>
 

@@ -2,14 +2,14 @@
 //
 // Threads: any, one object on one thread. Errors: nothing throws. Only the library's path can fail,
 // for want of memory or of an algorithm; the others cannot.
-#ifndef FRAMEWORK_BASE_DIGESTPAIR_H
-#define FRAMEWORK_BASE_DIGESTPAIR_H
+#ifndef FRAMEWORK_DIGEST_DIGESTPAIR_H
+#define FRAMEWORK_DIGEST_DIGESTPAIR_H
 
 #include <cstddef>
 #include <cstdint>
 
 #include "framework/abi/Export.h"
-#include "framework/base/DigestBlocks.h"
+#include "framework/digest/DigestBlocks.h"
 
 namespace utils {
 

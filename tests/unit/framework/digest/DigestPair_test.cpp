@@ -1,4 +1,4 @@
-#include "framework/base/DigestPair.h"
+#include "framework/digest/DigestPair.h"
 
 #include <gtest/gtest.h>
 #include <openssl/evp.h>
@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "framework/base/FileHash.h"
+#include "framework/digest/FileHash.h"
 #include "tests/support/TestDir.h"
 
 namespace {

@@ -1,6 +1,6 @@
 // The two digests that make a program's key.
-#ifndef FRAMEWORK_BASE_FILEHASH_H
-#define FRAMEWORK_BASE_FILEHASH_H
+#ifndef FRAMEWORK_DIGEST_FILEHASH_H
+#define FRAMEWORK_DIGEST_FILEHASH_H
 
 #include <cstdint>
 #include <string>

@@ -1,4 +1,4 @@
-#include "framework/base/DigestPair.h"
+#include "framework/digest/DigestPair.h"
 
 #include <cpuid.h>
 #include <openssl/evp.h>

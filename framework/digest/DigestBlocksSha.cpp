@@ -1,8 +1,8 @@
 // Processors with instructions for SHA-1: it then vanishes in the gaps of MD5.
 #define DIGEST_TARGET __attribute__((target("sha,sse4.1,ssse3,bmi,bmi2")))
 
-#include "framework/base/DigestBlocks.h"
-#include "framework/base/DigestSteps.h"
+#include "framework/digest/DigestBlocks.h"
+#include "framework/digest/DigestSteps.h"
 
 namespace {
 

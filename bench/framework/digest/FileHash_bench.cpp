@@ -1,7 +1,7 @@
 // Both digests of a file against MD5 alone. The reference opens and reads the file by the very same
 // steps (looked at without opening, opened again through /proc, 64 KiB reads, a block and a context
 // made for each call, the algorithm fetched once), so that the second digest is the difference.
-#include "framework/base/FileHash.h"
+#include "framework/digest/FileHash.h"
 
 #include <fcntl.h>
 #include <openssl/evp.h>
@@ -14,7 +14,7 @@
 #include <string>
 
 #include "bench/support/Ratios.h"
-#include "framework/base/DigestPair.h"
+#include "framework/digest/DigestPair.h"
 #include "tests/support/TestDir.h"
 
 namespace {

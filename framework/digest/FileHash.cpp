@@ -1,4 +1,4 @@
-#include "framework/base/FileHash.h"
+#include "framework/digest/FileHash.h"
 
 #include <fcntl.h>
 #include <linux/magic.h>
@@ -18,7 +18,7 @@
 #include <memory>
 #include <utility>
 
-#include "framework/base/DigestPair.h"
+#include "framework/digest/DigestPair.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "framework/base/FileHash.h"
+#include "framework/digest/FileHash.h"
 
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -26,7 +26,7 @@
 #include <thread>
 #include <vector>
 
-#include "framework/base/DigestPair.h"
+#include "framework/digest/DigestPair.h"
 #include "tests/support/TestDir.h"
 
 namespace {

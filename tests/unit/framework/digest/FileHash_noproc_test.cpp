@@ -15,7 +15,7 @@
 #include <functional>
 #include <string>
 
-#include "framework/base/FileHash.h"
+#include "framework/digest/FileHash.h"
 #include "tests/support/TestDir.h"
 
 namespace {
