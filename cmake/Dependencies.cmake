@@ -5,6 +5,7 @@ find_package(OpenSSL REQUIRED COMPONENTS Crypto)
 find_package(SQLite3 REQUIRED)
 pkg_check_modules(JSONCPP REQUIRED IMPORTED_TARGET jsoncpp)
 find_package(CLI11 CONFIG REQUIRED)
+pkg_check_modules(LIBCAP_NG REQUIRED IMPORTED_TARGET libcap-ng)
 # The texts of metrics only; nothing listens on a port.
 pkg_check_modules(PROMETHEUS REQUIRED IMPORTED_TARGET prometheus-cpp-core)
 if(TEVMON_TESTS)

@@ -1,10 +1,9 @@
 #include "host/process/Privileges.h"
 
+#include <cap-ng.h>
 #include <linux/capability.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
-#include <sys/syscall.h>
-#include <unistd.h>
 
 #include <cstdint>
 
@@ -28,18 +27,22 @@ constexpr uint64_t STARTING = WATCHING | Bit(CAPABILITY_PERFMON) | Bit(CAP_NET_A
 
 // Of the calling thread: what is there and in nKeep stays permitted and in effect.
 void Keep(uint64_t nKeep) {
-    __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
-    __user_cap_data_struct data[_LINUX_CAPABILITY_U32S_3] = {};
-    if (syscall(SYS_capget, &header, data) != 0) {
+    // Its state is the thread's own, so threads do not meet here.
+    if (capng_get_caps_process() != 0) {
         return;
     }
-    for (int i = 0; i < _LINUX_CAPABILITY_U32S_3; ++i) {
-        data[i].permitted &= static_cast<uint32_t>(nKeep >> (32 * i));
-        data[i].effective = data[i].permitted;
-        data[i].inheritable = 0;
+    for (int nCapability = 0; nCapability < 64; ++nCapability) {  // those unknown here too
+        const auto nNumber = static_cast<unsigned>(nCapability);
+        const bool bKept =
+            (nKeep & Bit(nCapability)) != 0 && capng_have_capability(CAPNG_PERMITTED, nNumber) != 0;
+        constexpr auto IN_USE = static_cast<capng_type_t>(CAPNG_EFFECTIVE | CAPNG_PERMITTED);
+        constexpr auto LEFT_TO_OTHERS =
+            static_cast<capng_type_t>(CAPNG_INHERITABLE | CAPNG_AMBIENT);
+        (void)capng_update(bKept ? CAPNG_ADD : CAPNG_DROP, IN_USE, nNumber);
+        (void)capng_update(CAPNG_DROP, LEFT_TO_OTHERS, nNumber);
     }
+    (void)capng_apply(CAPNG_SELECT_CAPS);
     (void)prctl(PR_CAP_AMBIENT, PR_CAP_AMBIENT_CLEAR_ALL, 0, 0, 0);
-    (void)syscall(SYS_capset, &header, data);
 }
 
 }  // namespace

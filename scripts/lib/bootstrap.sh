@@ -26,7 +26,7 @@ TEXT
 packages_of() {
     case "$1" in
         run) echo g++ cmake ninja-build pkg-config libsqlite3-dev libjsoncpp-dev libssl-dev \
-                libcli11-dev prometheus-cpp-dev clang libbpf-dev ;;
+                libcli11-dev prometheus-cpp-dev libcap-ng-dev clang libbpf-dev ;;
         test) echo libgtest-dev libgmock-dev sqlite3 python3 python3-jsonschema strace binutils clang-format clang-tidy ;;
         clang) echo clang libclang-rt-14-dev python3 ;;
         bench) echo libbenchmark-dev python3 rhash hashdeep openssl ;;
