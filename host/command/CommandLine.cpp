@@ -2,7 +2,7 @@
 
 #include <CLI/CLI.hpp>
 
-#include "host/base/ExitCodes.h"
+#include "host/process/ExitCodes.h"
 
 namespace {
 

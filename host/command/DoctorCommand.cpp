@@ -7,9 +7,9 @@
 
 #include "host/base/Console.h"
 #include "host/base/EscapedText.h"
-#include "host/base/ExitCodes.h"
 #include "host/base/JsonWriter.h"
 #include "host/doctor/Doctor.h"
+#include "host/process/ExitCodes.h"
 
 namespace {
 

@@ -4,7 +4,6 @@
 #include <exception>
 #include <string>
 
-#include "host/base/ExitCodes.h"
 #include "host/base/HostOptions.h"
 #include "host/command/CommandLine.h"
 #include "host/command/DoctorCommand.h"
@@ -12,6 +11,7 @@
 #include "host/command/RunCommands.h"
 #include "host/command/VerdictsCommand.h"
 #include "host/command/WatchCommand.h"
+#include "host/process/ExitCodes.h"
 #include "host/process/StateDir.h"
 
 namespace {

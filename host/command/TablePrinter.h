@@ -10,10 +10,10 @@
 #include <string>
 #include <vector>
 
-#include "host/base/ExitCodes.h"
 #include "host/base/JsonWriter.h"
 #include "host/database/ReadOnlyDb.h"
 #include "host/database/TablePager.h"
+#include "host/process/ExitCodes.h"
 
 namespace view {
 

@@ -13,11 +13,11 @@
 #include <vector>
 
 #include "host/base/EscapedText.h"
-#include "host/base/ExitCodes.h"
 #include "host/command/RunArguments.h"
 #include "host/kernel/KernelSource.h"
 #include "host/kernel/file/FanotifySensor.h"
 #include "host/kernel/launch/SensorChoice.h"
+#include "host/process/ExitCodes.h"
 #include "host/process/StateDir.h"
 #include "host/report/WatchReport.h"
 

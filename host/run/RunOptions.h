@@ -8,10 +8,10 @@
 #include <vector>
 
 #include "host/base/Console.h"
-#include "host/base/ExitCodes.h"
 #include "host/base/HostOptions.h"
 #include "host/event/IEventSource.h"
 #include "host/module/QueueLimiter.h"
+#include "host/process/ExitCodes.h"
 #include "host/report/RunReport.h"
 #include "host/verdict/VerdictService.h"
 

@@ -1,6 +1,6 @@
 // How tevmon-host ends. docs/host.md lists the same numbers for its users.
-#ifndef HOST_BASE_EXITCODES_H
-#define HOST_BASE_EXITCODES_H
+#ifndef HOST_PROCESS_EXITCODES_H
+#define HOST_PROCESS_EXITCODES_H
 
 enum ExitCode : int {
     EXIT_CODE_SUCCESS = 0,     // done, also when a signal ended it cleanly
