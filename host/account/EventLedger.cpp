@@ -34,20 +34,20 @@ bool Stat(const std::string& strPath, struct stat& status) {
 }  // namespace
 
 void EventLedger::SetEarlier(uint64_t nMessages) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     m_state.nEarlierWaiting = nMessages;
 }
 
 void EventLedger::Send(uint64_t nNumber, const std::string& strBody, uint64_t nEvents) {
     const size_t nHash = std::hash<std::string>()(strBody);
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     m_state.nSent += nEvents;
     m_state.nWaiting += nEvents;
     m_waiting.push_back({nNumber, nHash, nEvents});
 }
 
 void EventLedger::Refuse(uint64_t nNumber) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     const auto found =
         std::find_if(m_waiting.begin(), m_waiting.end(),
                      [nNumber](const Message& message) { return message.nNumber == nNumber; });
@@ -65,7 +65,7 @@ void EventLedger::Begin(const std::string& strBody, Clock::time_point now) {
     for (const ModuleQuestion& question : all.questions) {
         excuses.push_back(ExcuseOf(question));
     }
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     (TakeWaiting(nHash) ? m_state.nBegun : m_state.nEarlierBegun) += all.nEvents;
     m_state.nNoInterest += all.nNoInterest;
     m_state.nQuestions += all.questions.size();
@@ -84,7 +84,7 @@ void EventLedger::Begin(const std::string& strBody, Clock::time_point now) {
     DropOld(now);
 }
 
-// [with m_mutex held] Whether the message is one of this run. Those that were handed over before
+// Whether the message is one of this run. Those that were handed over before
 // it and still wait were not stored: the module takes the oldest first.
 bool EventLedger::TakeWaiting(size_t nHash) {
     const auto found =
@@ -121,7 +121,7 @@ EventLedger::Excuse EventLedger::ExcuseOf(const ModuleQuestion& question) const 
 
 std::optional<ModuleQuestion> EventLedger::Hear(const ModuleSign& sign) {
     const std::string strKey = KeyOf(sign.eKind, sign.strOperation, sign.strName);
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     Index& index = sign.bNamesProgram ? m_byProgram : m_byFile;
     const auto found = index.find(strKey);
     if (found == index.end()) {
@@ -137,7 +137,6 @@ std::optional<ModuleQuestion> EventLedger::Hear(const ModuleSign& sign) {
     return ended;
 }
 
-// [with m_mutex held]
 void EventLedger::Close(std::list<Open>::iterator question) {
     Count(m_openState, question->eExcuse, ~uint64_t{0});
     m_byFile.erase(question->byFile);
@@ -153,7 +152,7 @@ void EventLedger::Count(LedgerState& state, Excuse eExcuse, uint64_t nTimes) {
     state.nSilent += eExcuse == EXCUSE_NONE ? nTimes : 0;
 }
 
-// [with m_mutex held] What is open for so long is not heard of any more. Few are, so that a look
+// What is open for so long is not heard of any more. Few are, so that a look
 // at their files here costs nothing.
 void EventLedger::DropOld(Clock::time_point now) {
     while (!m_open.empty() && (m_open.size() > MOST_QUESTIONS || m_nOpenBytes > MOST_BYTES ||
@@ -165,7 +164,7 @@ void EventLedger::DropOld(Clock::time_point now) {
 }
 
 void EventLedger::End(uint64_t nStoredMessages) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     const uint64_t nOurs = nStoredMessages - std::min(nStoredMessages, m_state.nEarlierWaiting);
     while (m_waiting.size() > nOurs) {
         m_state.nNotStored += m_waiting.back().nEvents;
@@ -175,7 +174,7 @@ void EventLedger::End(uint64_t nStoredMessages) {
 }
 
 LedgerState EventLedger::State() const {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     LedgerState state = m_state;
     state.nWaitingMessages = m_waiting.size();
     state.nGone += m_openState.nGone;
@@ -188,7 +187,7 @@ LedgerState EventLedger::FinalState() const {
     LedgerState state;
     std::vector<ModuleQuestion> unexplained;
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         state = m_state;
         state.nWaitingMessages = m_waiting.size();
         for (const Open& open : m_open) {

@@ -16,10 +16,10 @@
 #include <functional>
 #include <list>
 #include <map>
-#include <mutex>
 #include <optional>
 #include <string>
 
+#include "host/base/Mutex.h"
 #include "host/module/ExpectedQueries.h"
 
 struct LedgerState {
@@ -112,20 +112,23 @@ private:
     };
 
     Excuse ExcuseOf(const ModuleQuestion& question) const;
-    bool TakeWaiting(size_t nHash);
-    void Close(std::list<Open>::iterator question);
+    bool TakeWaiting(size_t nHash) TEV_REQUIRES(m_mutex);
+    void Close(std::list<Open>::iterator question) TEV_REQUIRES(m_mutex);
     static void Count(LedgerState& state, Excuse eExcuse, uint64_t nTimes = 1);
-    void DropOld(Clock::time_point now);
+    void DropOld(Clock::time_point now) TEV_REQUIRES(m_mutex);
 
     const KnownMaker m_fnKnownMaker;
-    mutable std::mutex m_mutex;  // guards what follows
-    std::deque<Message> m_waiting;
-    std::list<Open> m_open;   // in the order in which they were begun with
-    size_t m_nOpenBytes = 0;  // the texts of those, which are held twice
-    LedgerState m_openState;  // the excuses of those, counted
-    Index m_byFile;
-    Index m_byProgram;
-    LedgerState m_state;  // without what is open
+    mutable Mutex m_mutex;
+    std::deque<Message> m_waiting TEV_GUARDED_BY(m_mutex);
+    // In the order in which they were begun with.
+    std::list<Open> m_open TEV_GUARDED_BY(m_mutex);
+    // The texts of those, which are held twice.
+    size_t m_nOpenBytes TEV_GUARDED_BY(m_mutex) = 0;
+    // The excuses of those, counted.
+    LedgerState m_openState TEV_GUARDED_BY(m_mutex);
+    Index m_byFile TEV_GUARDED_BY(m_mutex);
+    Index m_byProgram TEV_GUARDED_BY(m_mutex);
+    LedgerState m_state TEV_GUARDED_BY(m_mutex);  // without what is open
 };
 
 #endif

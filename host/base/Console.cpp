@@ -74,7 +74,7 @@ void Console::TakeStandardOutput() {
             break;
         }
     }
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     const int nPrivate = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
     if (!m_bOwnsOut && nPrivate >= 0) {
         m_nOut = nPrivate;
@@ -84,7 +84,7 @@ void Console::TakeStandardOutput() {
 }
 
 void Console::Line(const std::string& strLine) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     if (m_bBroken) {
         return;
     }
@@ -102,18 +102,18 @@ void Console::Line(const std::string& strLine) {
 }
 
 void Console::SetScreen(IScreen* pScreen) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     m_pScreen = pScreen;
 }
 
 void Console::Break(int nError) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     m_nBrokenError = m_bBroken ? m_nBrokenError : nError;
     m_bBroken = true;
 }
 
 void Console::Error(const std::string& strLine) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     if (m_pScreen != nullptr) {
         m_pScreen.load()->ScreenLine(strLine, true);
         if (m_bErrorTerminal) {
@@ -134,7 +134,7 @@ void Console::Complain(const std::string& strText) {
 }
 
 void Console::Progress(const std::string& strLine) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     if (!m_bErrorTerminal || m_pScreen != nullptr || strLine == m_strProgress) {
         return;
     }
@@ -153,11 +153,11 @@ std::string Console::Paint(Colour eColour, const std::string& strText) const {
 }
 
 std::string Console::BrokenReason() const {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     return !m_bBroken || m_nBrokenError == EPIPE ? "" : std::strerror(m_nBrokenError);
 }
 
-// [with m_mutex held] False when standard error is not read; an error counts as written, for there
+// False when standard error is not read; an error counts as written, for there
 // is nowhere to report it to.
 bool Console::WriteError(const std::string& strText) {
     size_t nDone = 0;
@@ -179,14 +179,12 @@ bool Console::WriteError(const std::string& strText) {
     return true;
 }
 
-// [with m_mutex held]
 void Console::HideProgress() {
     if (!m_strProgress.empty()) {
         (void)WriteError("\r\033[K");
     }
 }
 
-// [with m_mutex held]
 void Console::ShowProgress() {
     if (!m_strProgress.empty()) {
         (void)WriteError(m_strProgress);

@@ -13,8 +13,9 @@
 
 #include <atomic>
 #include <cstdint>
-#include <mutex>
 #include <string>
+
+#include "host/base/Mutex.h"
 
 // What takes the place of lines while it draws the whole terminal.
 class IScreen {
@@ -66,9 +67,9 @@ public:
     std::string BrokenReason() const;  // "" when its reader left, which needs no words
 
 private:
-    bool WriteError(const std::string& strText);
-    void HideProgress();
-    void ShowProgress();
+    bool WriteError(const std::string& strText) TEV_REQUIRES(m_mutex);
+    void HideProgress() TEV_REQUIRES(m_mutex);
+    void ShowProgress() TEV_REQUIRES(m_mutex);
 
     int m_nOut;
     bool m_bOwnsOut = false;
@@ -76,12 +77,12 @@ private:
     const bool m_bColour;
     const bool m_bErrorTerminal;
     std::atomic<bool> m_bBroken{false};
-    mutable std::mutex m_mutex;  // guards what follows and the order of lines
-    int m_nBrokenError = 0;
     std::atomic<IScreen*> m_pScreen{nullptr};  // written with the mutex held
-    bool m_bErrorStalled = false;
-    uint64_t m_nDropped = 0;  // lines of standard error
-    std::string m_strProgress;
+    mutable Mutex m_mutex;                     // keeps the order of lines, too
+    int m_nBrokenError TEV_GUARDED_BY(m_mutex) = 0;
+    bool m_bErrorStalled TEV_GUARDED_BY(m_mutex) = false;
+    uint64_t m_nDropped TEV_GUARDED_BY(m_mutex) = 0;  // lines of standard error
+    std::string m_strProgress TEV_GUARDED_BY(m_mutex);
 };
 
 #endif

@@ -12,7 +12,8 @@
 
 #include <chrono>
 #include <ctime>
-#include <mutex>
+
+#include "host/base/Mutex.h"
 
 class MonotonicCondition {
 public:
@@ -32,18 +33,19 @@ public:
 
     void NotifyAll() { pthread_cond_broadcast(&m_condition); }
 
-    // Both may return early; callers test what they wait for.
-    void Wait(std::unique_lock<std::mutex>& lock) {
-        pthread_cond_wait(&m_condition, lock.mutex()->native_handle());
+    // Both give mutex up while they wait and have it again when they return. They may return
+    // early; callers test what they wait for.
+    void Wait(Mutex& mutex) TEV_REQUIRES(mutex) {
+        pthread_cond_wait(&m_condition, mutex.m_mutex.native_handle());
     }
-    void WaitUntil(std::unique_lock<std::mutex>& lock, Clock::time_point end) {
+    void WaitUntil(Mutex& mutex, Clock::time_point end) TEV_REQUIRES(mutex) {
         const auto sinceStart = end.time_since_epoch();
         const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(sinceStart);
         timespec when = {};
         when.tv_sec = static_cast<time_t>(seconds.count());
         when.tv_nsec = static_cast<long>(
             std::chrono::duration_cast<std::chrono::nanoseconds>(sinceStart - seconds).count());
-        pthread_cond_timedwait(&m_condition, lock.mutex()->native_handle(), &when);
+        pthread_cond_timedwait(&m_condition, mutex.m_mutex.native_handle(), &when);
     }
 
 private:

@@ -22,7 +22,6 @@ AnswerTracker::AnswerTracker(std::string strCacheFile)
     : m_strCacheFile(std::move(strCacheFile)),
       m_before(database_probe::VerdictKeys(m_strCacheFile)) {}
 
-// [with m_mutex held]
 AnswerTracker::Known AnswerTracker::Look(const std::string& strKey, int64_t tmNow,
                                          int64_t& tmExpiry) const {
     const uint64_t nHash = database_probe::HashKey(strKey);
@@ -40,7 +39,7 @@ bool AnswerTracker::Begin(const std::string& strKey) {
     const int64_t tmNow = time(nullptr);
     int64_t tmExpiry = 0;
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         const Known eKnown = Look(strKey, tmNow, tmExpiry);
         if (eKnown == KNOWN_TAKEN || !m_underWay.insert(strKey).second) {
             return false;
@@ -52,7 +51,7 @@ bool AnswerTracker::Begin(const std::string& strKey) {
     const std::optional<bool> held = database_probe::HasVerdict(m_strCacheFile, strKey);
     const bool bFree = held.has_value() ? !*held : tmNow > tmExpiry;
     if (!bFree) {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         m_underWay.erase(strKey);
     }
     return bFree;
@@ -60,7 +59,7 @@ bool AnswerTracker::Begin(const std::string& strKey) {
 
 void AnswerTracker::End(const std::string& strKey, int nLevel, bool bDelivered) {
     const int64_t tmNow = time(nullptr);
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     m_underWay.erase(strKey);
     if (bDelivered && module_facts::Lifetime(nLevel) > 0) {
         Prune(tmNow);
@@ -69,7 +68,7 @@ void AnswerTracker::End(const std::string& strKey, int nLevel, bool bDelivered) 
     }
 }
 
-// [with m_mutex held] A row lives on for a scan or two after its expiry; an hour is ample.
+// A row lives on for a scan or two after its expiry; an hour is ample.
 void AnswerTracker::Prune(int64_t tmNow) {
     constexpr int64_t GRACE = 3600;
     if (m_answers.size() < MANY_ANSWERS || m_answers.size() % 1024 != 0) {

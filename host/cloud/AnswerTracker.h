@@ -11,11 +11,12 @@
 #define HOST_CLOUD_ANSWERTRACKER_H
 
 #include <cstdint>
-#include <mutex>
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
 #include <vector>
+
+#include "host/base/Mutex.h"
 
 class AnswerTracker {
 public:
@@ -35,14 +36,15 @@ private:
     };
     enum Known { KNOWN_FREE, KNOWN_TAKEN, KNOWN_PERHAPS };
 
-    Known Look(const std::string& strKey, int64_t tmNow, int64_t& tmExpiry) const;
-    void Prune(int64_t tmNow);
+    Known Look(const std::string& strKey, int64_t tmNow, int64_t& tmExpiry) const
+        TEV_REQUIRES(m_mutex);
+    void Prune(int64_t tmNow) TEV_REQUIRES(m_mutex);
 
     const std::string m_strCacheFile;
     const std::vector<uint64_t> m_before;  // sorted
-    std::mutex m_mutex;                    // guards what follows
-    std::unordered_set<std::string> m_underWay;
-    std::unordered_map<uint64_t, Answer> m_answers;
+    Mutex m_mutex;
+    std::unordered_set<std::string> m_underWay TEV_GUARDED_BY(m_mutex);
+    std::unordered_map<uint64_t, Answer> m_answers TEV_GUARDED_BY(m_mutex);
 };
 
 #endif

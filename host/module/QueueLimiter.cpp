@@ -22,7 +22,7 @@ uint64_t Tenths(uint64_t nLimit, uint64_t nTenths) {
 }  // namespace
 
 void QueueLimiter::Begin(uint64_t nRows, uint64_t nBytes) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     m_nEarlierRows = nRows;
     m_nEarlierBytes = nRows == 0 ? 0 : nBytes;
     m_load.nRows = nRows;
@@ -30,7 +30,6 @@ void QueueLimiter::Begin(uint64_t nRows, uint64_t nBytes) {
     Judge();
 }
 
-// [with m_mutex held]
 bool QueueLimiter::HasRoom(uint64_t nRows, uint64_t nBytes) const {
     if (m_load.nRows == 0) {
         return true;
@@ -40,7 +39,7 @@ bool QueueLimiter::HasRoom(uint64_t nRows, uint64_t nBytes) const {
 }
 
 bool QueueLimiter::Take(uint64_t nRows, uint64_t nBytes) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     const uint64_t nSize = StoredSize(nBytes);
     if (!HasRoom(nRows, nRows * nSize)) {
         Change(QUEUE_FULL);
@@ -55,12 +54,12 @@ bool QueueLimiter::Take(uint64_t nRows, uint64_t nBytes) {
 }
 
 void QueueLimiter::Stored(uint64_t nRows) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     m_nOnTheWay -= std::min(m_nOnTheWay, nRows);
 }
 
 void QueueLimiter::GiveBack(uint64_t nRows, uint64_t nBytes) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     const uint64_t nSize = StoredSize(nBytes);
     m_nOnTheWay -= std::min(m_nOnTheWay, nRows);
     for (; nRows > 0; --nRows) {
@@ -76,18 +75,22 @@ void QueueLimiter::GiveBack(uint64_t nRows, uint64_t nBytes) {
 }
 
 void QueueLimiter::Refuse(uint64_t nEvents) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     ++m_load.nRefusedMessages;
     m_load.nRefusedEvents += nEvents;
 }
 
 void QueueLimiter::Analysed() {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     RemoveOldest();
     Judge();
 }
 
-// [with m_mutex held]
+bool QueueLimiter::IsAbove(uint64_t nTenths) const {
+    return m_load.nRows > Tenths(m_limits.nRows, nTenths) ||
+           m_load.nBytes > Tenths(m_limits.nBytes, nTenths);
+}
+
 void QueueLimiter::RemoveOldest() {
     uint64_t nSize = 0;
     if (m_nEarlierRows > 0) {
@@ -105,7 +108,7 @@ void QueueLimiter::RemoveOldest() {
 }
 
 void QueueLimiter::Correct(uint64_t nRows) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     const uint64_t nTrue = nRows + m_nOnTheWay;
     while (m_load.nRows > nTrue) {
         RemoveOldest();
@@ -120,24 +123,19 @@ void QueueLimiter::Correct(uint64_t nRows) {
 }
 
 QueueLoad QueueLimiter::Load() const {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     return m_load;
 }
 
 std::vector<QueueLoad> QueueLimiter::TakeChanges() {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     return std::exchange(m_changes, {});
 }
 
-// [with m_mutex held]
 void QueueLimiter::Judge() {
-    const auto isAbove = [this](uint64_t nTenths) {
-        return m_load.nRows > Tenths(m_limits.nRows, nTenths) ||
-               m_load.nBytes > Tenths(m_limits.nBytes, nTenths);
-    };
     if (m_load.nRows >= m_limits.nRows || m_load.nBytes >= m_limits.nBytes) {
         Change(QUEUE_FULL);
-    } else if (!isAbove(NORMAL_TENTHS)) {
+    } else if (!IsAbove(NORMAL_TENTHS)) {
         Change(QUEUE_NORMAL);
     } else if (m_load.eState == QUEUE_NORMAL &&
                (m_load.nRows >= Tenths(m_limits.nRows, HIGH_TENTHS) ||
@@ -146,7 +144,6 @@ void QueueLimiter::Judge() {
     }
 }
 
-// [with m_mutex held]
 void QueueLimiter::Change(QueueState eState) {
     if (m_load.eState != eState) {
         m_load.eState = eState;

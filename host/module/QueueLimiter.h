@@ -13,8 +13,9 @@
 
 #include <cstdint>
 #include <deque>
-#include <mutex>
 #include <vector>
+
+#include "host/base/Mutex.h"
 
 // The result of a delivery that the bound refused, beside those of the router.
 constexpr uint32_t QUEUE_BOUND_REACHED = 0xE0020007U;
@@ -60,19 +61,23 @@ public:
     std::vector<QueueLoad> TakeChanges();
 
 private:
-    bool HasRoom(uint64_t nRows, uint64_t nBytes) const;
-    void RemoveOldest();
-    void Judge();
-    void Change(QueueState eState);
+    bool HasRoom(uint64_t nRows, uint64_t nBytes) const TEV_REQUIRES(m_mutex);
+    bool IsAbove(uint64_t nTenths) const TEV_REQUIRES(m_mutex);
+    void RemoveOldest() TEV_REQUIRES(m_mutex);
+    void Judge() TEV_REQUIRES(m_mutex);
+    void Change(QueueState eState) TEV_REQUIRES(m_mutex);
 
     const QueueLimits m_limits;
-    mutable std::mutex m_mutex;    // guards what follows
-    QueueLoad m_load;              // all rows, those on their way included
-    uint64_t m_nEarlierRows = 0;   // of these: rows whose sizes are not known one by one
-    uint64_t m_nEarlierBytes = 0;  // their sum
-    std::deque<uint64_t> m_sizes;  // of the other rows, the oldest first
-    uint64_t m_nOnTheWay = 0;      // rows taken and not stored yet
-    std::vector<QueueLoad> m_changes;
+    mutable Mutex m_mutex;
+    // All rows, those on their way included.
+    QueueLoad m_load TEV_GUARDED_BY(m_mutex);
+    // Of these: rows whose sizes are not known one by one.
+    uint64_t m_nEarlierRows TEV_GUARDED_BY(m_mutex) = 0;
+    uint64_t m_nEarlierBytes TEV_GUARDED_BY(m_mutex) = 0;  // their sum
+    // Of the other rows, the oldest first.
+    std::deque<uint64_t> m_sizes TEV_GUARDED_BY(m_mutex);
+    uint64_t m_nOnTheWay TEV_GUARDED_BY(m_mutex) = 0;  // rows taken and not stored yet
+    std::vector<QueueLoad> m_changes TEV_GUARDED_BY(m_mutex);
 };
 
 #endif

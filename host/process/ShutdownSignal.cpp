@@ -39,7 +39,7 @@ void ShutdownSignal::End() {
         return;
     }
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         m_bEnd = true;
     }
     pthread_kill(m_thread.native_handle(), SIGNAL_END);
@@ -47,31 +47,31 @@ void ShutdownSignal::End() {
 }
 
 void ShutdownSignal::Request() {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     m_bRequested = true;
     m_changed.NotifyAll();
 }
 
 bool ShutdownSignal::IsRequested() const {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     return m_bRequested;
 }
 
 bool ShutdownSignal::TakeBalanceRequest() {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     return std::exchange(m_bBalance, false);
 }
 
 int ShutdownSignal::Signal() const {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     return m_nSignal;
 }
 
 bool ShutdownSignal::WaitFor(std::chrono::milliseconds wait) const {
-    std::unique_lock<std::mutex> lock(m_mutex);
+    MutexLock lock(m_mutex);
     const auto end = MonotonicCondition::Clock::now() + wait;
     while (!m_bRequested && MonotonicCondition::Clock::now() < end) {
-        m_changed.WaitUntil(lock, end);
+        m_changed.WaitUntil(m_mutex, end);
     }
     return m_bRequested;
 }
@@ -86,7 +86,7 @@ void ShutdownSignal::TakeSignals() {
         if (sigwait(&waitSet, &nSignal) != 0) {
             continue;
         }
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         if (m_bEnd) {
             return;
         }

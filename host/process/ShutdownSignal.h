@@ -10,10 +10,10 @@
 #define HOST_PROCESS_SHUTDOWNSIGNAL_H
 
 #include <chrono>
-#include <mutex>
 #include <thread>
 
 #include "host/base/MonotonicCondition.h"
+#include "host/base/Mutex.h"
 
 class ShutdownSignal {
 public:
@@ -40,12 +40,12 @@ public:
 private:
     void TakeSignals();
 
-    mutable std::mutex m_mutex;
+    mutable Mutex m_mutex;
     mutable MonotonicCondition m_changed;
-    bool m_bRequested = false;
-    bool m_bEnd = false;
-    bool m_bBalance = false;
-    int m_nSignal = 0;
+    bool m_bRequested TEV_GUARDED_BY(m_mutex) = false;
+    bool m_bEnd TEV_GUARDED_BY(m_mutex) = false;
+    bool m_bBalance TEV_GUARDED_BY(m_mutex) = false;
+    int m_nSignal TEV_GUARDED_BY(m_mutex) = 0;
     void (*m_pBeforeEnd)() = nullptr;  // written before the thread starts
     std::thread m_thread;
 };

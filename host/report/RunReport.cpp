@@ -75,7 +75,7 @@ void RunReport::BeginPass(const PassInfo& pass) {
 void RunReport::EndPass(bool bDrained) {
     RunCounters counters;
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         counters = m_counters;
         m_total.Add(m_counters);
         m_counters = RunCounters();
@@ -97,7 +97,7 @@ void RunReport::EndPass(bool bDrained) {
 void RunReport::Summary(const RunEnd& end) {
     RunCounters counters;
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         m_total.Add(m_counters);  // what came after the last pass
         m_counters = RunCounters();
         counters = m_total;
@@ -153,7 +153,7 @@ void RunReport::OnQueue(const QueueLoad& load) {
 
 void RunReport::OnRemark(uint64_t nNumber, const std::string& strText) {
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         ++m_counters.nUnusable;
     }
     if (m_options.bJson) {
@@ -166,7 +166,7 @@ void RunReport::OnRemark(uint64_t nNumber, const std::string& strText) {
 
 void RunReport::OnDelivered(const EventBatch& batch, uint32_t nResult) {
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         if (nResult == 0) {
             ++m_counters.nMessages;
             m_counters.nCopies += batch.nCopies;
@@ -184,14 +184,14 @@ void RunReport::OnDelivered(const EventBatch& batch, uint32_t nResult) {
 }
 
 RunCounters RunReport::TotalCounters() const {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     RunCounters total = m_total;
     total.Add(m_counters);
     return total;
 }
 
 RunCounters RunReport::PassCounters() const {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     return m_counters;
 }
 
@@ -208,7 +208,7 @@ void RunReport::CountQuery(const CloudQuery& query, QueryFate eFate, const Verdi
     const bool bHashed = query.strFunc == module_facts::CONTEXT_LAUNCHES ||
                          query.strFunc == module_facts::FUNC_MAKER;
     const uint64_t nBytes = bHashed ? FileSize(query.strPath) : 0;
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     ++m_counters.nQueries;
     m_counters.nHashedBytes += nBytes;
     m_counters.lastWork = RunCounters::Clock::now();
@@ -258,7 +258,7 @@ void RunReport::CountNote(const ModuleRecord& note) {
     const ModuleNote eNote = note.eNote;
     const bool bHashed = eNote == NOTE_CACHED && note.eQuestion == QUESTION_LAUNCH;
     const uint64_t nBytes = bHashed ? FileSize(note.strText) : 0;
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     m_counters.nAnalysed += eNote == NOTE_ANALYSED ? 1 : 0;
     m_counters.nCached += eNote == NOTE_CACHED ? 1 : 0;
     m_counters.nNoStat += eNote == NOTE_NO_STAT ? 1 : 0;
@@ -285,7 +285,7 @@ void RunReport::WriteNote(const ModuleRecord& note) {
 std::string RunReport::OnMessage(const Guid& /*sender*/, int64_t nMsgType,
                                  const std::string& strBody) {
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         ++m_counters.nCentre;
     }
     const auto nBytes = static_cast<uint64_t>(strBody.size());

@@ -8,7 +8,6 @@
 #define HOST_REPORT_RUNREPORT_H
 
 #include <cstdint>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -17,6 +16,7 @@
 #include "host/account/RunFacts.h"
 #include "host/base/Console.h"
 #include "host/base/HostOptions.h"
+#include "host/base/Mutex.h"
 #include "host/cloud/CloudEndpoint.h"
 #include "host/event/IEventSource.h"
 #include "host/module/ModuleLog.h"
@@ -63,9 +63,9 @@ private:
     RunCounters::Clock::time_point m_passBegun;
     RunCounters::Clock::time_point m_runBegun;
     std::vector<PassResult> m_passes;  // the first few that ended
-    mutable std::mutex m_mutex;        // guards what follows
-    RunCounters m_counters;            // of the pass
-    RunCounters m_total;               // of the passes before
+    mutable Mutex m_mutex;
+    RunCounters m_counters TEV_GUARDED_BY(m_mutex);  // of the pass
+    RunCounters m_total TEV_GUARDED_BY(m_mutex);     // of the passes before
 };
 
 #endif

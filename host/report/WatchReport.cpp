@@ -119,7 +119,7 @@ WatchBalance WatchReport::Numbers(bool bFinal) const {
     balance.bFinal = bFinal;
     balance.module = TotalCounters();
     balance.events = bFinal ? m_ledger.FinalState() : m_ledger.State();
-    const std::lock_guard<std::mutex> lock(m_watchMutex);
+    const MutexLock lock(m_watchMutex);
     balance.launches = m_launches;
     balance.files = m_files;
     return balance;
@@ -358,7 +358,7 @@ void WatchReport::Keep(const EventBatch& batch) {
 }
 
 void WatchReport::OnCounters(const LaunchCounters& counters) {
-    const std::lock_guard<std::mutex> lock(m_watchMutex);
+    const MutexLock lock(m_watchMutex);
     m_launches = counters;
 }
 
@@ -390,7 +390,7 @@ void WatchReport::OnOperations(const EventBatch& batch, std::vector<FileOperatio
 }
 
 void WatchReport::OnFileCounters(const FileCounters& counters) {
-    const std::lock_guard<std::mutex> lock(m_watchMutex);
+    const MutexLock lock(m_watchMutex);
     m_files = counters;
 }
 

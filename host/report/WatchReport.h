@@ -12,12 +12,12 @@
 #include <chrono>
 #include <cstdio>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include "host/account/EventLedger.h"
 #include "host/account/WatchBalance.h"
+#include "host/base/Mutex.h"
 #include "host/event/FileOperation.h"
 #include "host/kernel/launch/Launch.h"
 #include "host/report/RunReport.h"
@@ -88,9 +88,9 @@ private:
     uint64_t m_nRefusedTold = 0;
     uint64_t m_nNotStoredTold = 0;
     std::chrono::steady_clock::time_point m_lossesTold;
-    mutable std::mutex m_watchMutex;  // guards what follows
-    LaunchCounters m_launches;
-    FileCounters m_files;
+    mutable Mutex m_watchMutex;
+    LaunchCounters m_launches TEV_GUARDED_BY(m_watchMutex);
+    FileCounters m_files TEV_GUARDED_BY(m_watchMutex);
     std::atomic<uint64_t> m_nBadSeen{0};
     // Last: their threads read the numbers.
     std::unique_ptr<MetricsFile> m_pMetrics;

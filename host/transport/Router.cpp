@@ -50,7 +50,7 @@ void Router::AddEndpoint(const Guid& identity, IEndpoint* pEndpoint) {
     const auto pNew = std::make_shared<Endpoint>();
     pNew->pEndpoint = pEndpoint;
     pNew->pLane = std::make_unique<SerialExecutor>("host_endpoint", m_limits);
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     m_endpoints[identity] = pNew;
 }
 
@@ -70,7 +70,7 @@ uint32_t Router::Push(SerialExecutor& lane, size_t nBytes, SerialExecutor::Job j
         return ERROR_OUT_OF_MEMORY;
     }
     --m_nPending;
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     if (m_bClosed) {
         return ROUTER_CLOSED;
     }
@@ -81,7 +81,7 @@ uint32_t Router::Deliver(const Guid& sender, int64_t nMsgType, std::string strBo
                          Answer fnAnswer) {
     std::shared_ptr<Receiver> pReceiver;
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         if (m_bClosed) {
             return ROUTER_CLOSED;
         }
@@ -109,7 +109,7 @@ void Router::Call(Receiver& receiver, const Guid& sender, int64_t nMsgType,
                   const std::string& strBody, const Answer& fnAnswer) {
     uintptr_t nHandle = 0;
     if (fnAnswer) {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         nHandle = m_nNextHandle++;
         m_replies[nHandle] = fnAnswer;
     }
@@ -117,7 +117,7 @@ void Router::Call(Receiver& receiver, const Guid& sender, int64_t nMsgType,
                                                      static_cast<uint32_t>(strBody.size()),
                                                      reinterpret_cast<void*>(nHandle), 0);
     if (nHandle != 0) {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         m_replies.erase(nHandle);
     }
 }
@@ -126,7 +126,7 @@ void Router::EndWaiting() {
     std::vector<std::shared_ptr<Receiver>> receivers;
     std::vector<std::shared_ptr<Endpoint>> endpoints;
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         m_bWaiting = false;
         for (const auto& entry : m_receivers) {
             receivers.push_back(entry.second);
@@ -144,7 +144,7 @@ void Router::EndWaiting() {
 }
 
 Guid Router::LocalIdentity() const {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     return m_identity;
 }
 
@@ -152,7 +152,7 @@ uint32_t Router::SetLocalIdentity(const Guid* pIdentity) {
     if (pIdentity == nullptr) {
         return ERROR_BAD_ARGUMENT;
     }
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     m_identity = *pIdentity;
     return 0;
 }
@@ -161,7 +161,7 @@ void Router::Close() {
     std::map<int64_t, std::shared_ptr<Receiver>> receivers;
     std::map<Guid, std::shared_ptr<Endpoint>, GuidLess> endpoints;
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         m_bClosed = true;
         receivers.swap(m_receivers);
         endpoints.swap(m_endpoints);
@@ -179,7 +179,7 @@ uint32_t Router::FindEndpoint(const Guid* pTarget, std::shared_ptr<Endpoint>& pF
     if (pTarget == nullptr) {
         return ERROR_BAD_ARGUMENT;
     }
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     if (m_bClosed) {
         return ROUTER_CLOSED;
     }
@@ -214,11 +214,11 @@ uint32_t Router::RegisterReceiver(int64_t nMsgType, IMRReceiveComplete* pReceive
     if (pReceiver == nullptr) {
         return ERROR_BAD_ARGUMENT;
     }
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    if (m_bClosed) {
-        return ROUTER_CLOSED;
-    }
     return Guarded([&]() -> uint32_t {
+        const MutexLock lock(m_mutex);
+        if (m_bClosed) {
+            return ROUTER_CLOSED;
+        }
         const auto it = m_receivers.find(nMsgType);
         if (it != m_receivers.end()) {
             it->second->pReceiver.store(pReceiver);
@@ -235,7 +235,7 @@ uint32_t Router::RegisterReceiver(int64_t nMsgType, IMRReceiveComplete* pReceive
 uint32_t Router::UnregisterReceiver(int64_t nMsgType) {
     std::shared_ptr<Receiver> pEntry;
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         const auto it = m_receivers.find(nMsgType);
         if (it == m_receivers.end()) {
             return ROUTER_NO_RECEIVER;
@@ -251,7 +251,7 @@ uint32_t Router::Reply(int64_t /*nReserved*/, int64_t nMsgType, const void* pDat
                        void* pReplyHandle) {
     Answer fnAnswer;
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         const auto it = m_replies.find(reinterpret_cast<uintptr_t>(pReplyHandle));
         if (it == m_replies.end()) {
             return ERROR_BAD_ARGUMENT;

@@ -15,10 +15,10 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 
 #include "framework/abi/IMsgRouter.h"
+#include "host/base/Mutex.h"
 #include "host/transport/EndpointIds.h"
 #include "host/transport/IEndpoint.h"
 #include "host/transport/SerialExecutor.h"
@@ -97,14 +97,14 @@ private:
     uint32_t FindEndpoint(const Guid* pTarget, std::shared_ptr<Endpoint>& pFound) const;
 
     const SerialExecutor::Limits m_limits;
-    mutable std::mutex m_mutex;  // guards what follows; not held during calls or waits
-    bool m_bClosed = false;
-    bool m_bWaiting = true;
-    Guid m_identity = {};
-    std::map<int64_t, std::shared_ptr<Receiver>> m_receivers;
-    std::map<Guid, std::shared_ptr<Endpoint>, GuidLess> m_endpoints;
-    std::map<uintptr_t, Answer> m_replies;  // by handle
-    uintptr_t m_nNextHandle = 1;
+    mutable Mutex m_mutex;  // not held during calls or waits
+    bool m_bClosed TEV_GUARDED_BY(m_mutex) = false;
+    bool m_bWaiting TEV_GUARDED_BY(m_mutex) = true;
+    Guid m_identity TEV_GUARDED_BY(m_mutex) = {};
+    std::map<int64_t, std::shared_ptr<Receiver>> m_receivers TEV_GUARDED_BY(m_mutex);
+    std::map<Guid, std::shared_ptr<Endpoint>, GuidLess> m_endpoints TEV_GUARDED_BY(m_mutex);
+    std::map<uintptr_t, Answer> m_replies TEV_GUARDED_BY(m_mutex);  // by handle
+    uintptr_t m_nNextHandle TEV_GUARDED_BY(m_mutex) = 1;
 
     std::atomic<uint32_t> m_nNextSend{1};
     std::atomic<uint64_t> m_nPending{0};

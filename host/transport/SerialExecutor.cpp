@@ -2,12 +2,13 @@
 
 #include <pthread.h>
 
-#include <condition_variable>
 #include <csignal>
 #include <deque>
-#include <mutex>
 #include <thread>
 #include <utility>
+
+#include "host/base/MonotonicCondition.h"
+#include "host/base/Mutex.h"
 
 struct SerialExecutor::State {
     struct Entry {
@@ -15,28 +16,28 @@ struct SerialExecutor::State {
         Job job;
     };
 
-    bool HasRoom(size_t nMore) const {
+    bool HasRoom(size_t nMore) const TEV_REQUIRES(mutex) {
         return entries.empty() ||
                (entries.size() < limits.nJobs && nBytes + nMore <= limits.nBytes);
     }
 
     std::string strThreadName;
     Limits limits;
-    std::mutex mutex;
-    std::condition_variable changed;
-    std::deque<Entry> entries;
-    size_t nBytes = 0;
-    bool bWaiting = true;  // callers may wait for room
-    bool bStopped = false;
-    std::thread thread;  // guarded by mutex; joined by whoever takes it out
-    std::thread::id threadId;
+    Mutex mutex;
+    MonotonicCondition changed;
+    std::deque<Entry> entries TEV_GUARDED_BY(mutex);
+    size_t nBytes TEV_GUARDED_BY(mutex) = 0;
+    bool bWaiting TEV_GUARDED_BY(mutex) = true;  // callers may wait for room
+    bool bStopped TEV_GUARDED_BY(mutex) = false;
+    std::thread thread TEV_GUARDED_BY(mutex);  // joined by whoever takes it out
+    std::thread::id threadId TEV_GUARDED_BY(mutex);
 };
 
 SerialExecutor::SerialExecutor(const std::string& strThreadName, const Limits& limits)
     : m_pState(std::make_shared<State>()) {
     m_pState->strThreadName = strThreadName;
     m_pState->limits = limits;
-    const std::lock_guard<std::mutex> lock(m_pState->mutex);
+    const MutexLock lock(m_pState->mutex);
     m_pState->thread = std::thread(&SerialExecutor::Run, m_pState);
     m_pState->threadId = m_pState->thread.get_id();
 }
@@ -47,27 +48,27 @@ SerialExecutor::~SerialExecutor() {
 
 bool SerialExecutor::Push(size_t nBytes, Job job) {
     State& state = *m_pState;
-    std::unique_lock<std::mutex> lock(state.mutex);
+    MutexLock lock(state.mutex);
     const bool bOwnThread = std::this_thread::get_id() == state.threadId;
     while (!state.bStopped && !bOwnThread && !state.HasRoom(nBytes)) {
         if (!state.bWaiting) {
             return false;
         }
-        state.changed.wait(lock);
+        state.changed.Wait(state.mutex);
     }
     if (state.bStopped) {
         return false;
     }
     state.entries.push_back({nBytes, std::move(job)});
     state.nBytes += nBytes;
-    state.changed.notify_all();
+    state.changed.NotifyAll();
     return true;
 }
 
 void SerialExecutor::EndWaiting() {
-    const std::lock_guard<std::mutex> lock(m_pState->mutex);
+    const MutexLock lock(m_pState->mutex);
     m_pState->bWaiting = false;
-    m_pState->changed.notify_all();
+    m_pState->changed.NotifyAll();
 }
 
 void SerialExecutor::Stop() {
@@ -75,11 +76,11 @@ void SerialExecutor::Stop() {
     std::deque<State::Entry> dropped;
     std::thread thread;
     {
-        const std::lock_guard<std::mutex> lock(state.mutex);
+        const MutexLock lock(state.mutex);
         state.bStopped = true;
         dropped.swap(state.entries);
         thread.swap(state.thread);
-        state.changed.notify_all();
+        state.changed.NotifyAll();
     }
     // Before the wait for the job in hand, which may be a long one.
     for (State::Entry& entry : dropped) {
@@ -100,19 +101,21 @@ void SerialExecutor::Run(const std::shared_ptr<State>& pState) {
     pthread_sigmask(SIG_BLOCK, &allSet, nullptr);
     pthread_setname_np(pthread_self(), pState->strThreadName.substr(0, 15).c_str());
 
-    std::unique_lock<std::mutex> lock(pState->mutex);
+    MutexLock lock(pState->mutex);
     for (;;) {
-        pState->changed.wait(lock, [&] { return pState->bStopped || !pState->entries.empty(); });
+        while (!pState->bStopped && pState->entries.empty()) {
+            pState->changed.Wait(pState->mutex);
+        }
         if (pState->bStopped) {
             return;
         }
         State::Entry entry = std::move(pState->entries.front());
         pState->entries.pop_front();
         pState->nBytes -= entry.nBytes;
-        pState->changed.notify_all();
-        lock.unlock();
+        pState->changed.NotifyAll();
+        lock.Unlock();
         entry.job(true);
         entry.job = nullptr;  // what it holds goes before the lock is taken again
-        lock.lock();
+        lock.Lock();
     }
 }

@@ -6,7 +6,7 @@
 #include <utility>
 
 bool TimerQueue::Add(Clock::time_point due, std::function<void()> fnDue) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     if (m_bStopped) {
         return false;
     }
@@ -22,7 +22,7 @@ void TimerQueue::Stop() {
     std::multimap<Clock::time_point, std::function<void()>> left;
     std::thread thread;
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         m_bStopped = true;
         left.swap(m_due);
         if (m_thread.joinable() && m_thread.get_id() != std::this_thread::get_id()) {
@@ -44,21 +44,21 @@ void TimerQueue::Run() {
     pthread_sigmask(SIG_BLOCK, &allSet, nullptr);
     pthread_setname_np(pthread_self(), "host_deadlines");
 
-    std::unique_lock<std::mutex> lock(m_mutex);
+    MutexLock lock(m_mutex);
     while (!m_bStopped) {
         if (m_due.empty()) {
-            m_changed.Wait(lock);
+            m_changed.Wait(m_mutex);
             continue;
         }
         const Clock::time_point due = m_due.begin()->first;
         if (Clock::now() < due) {
-            m_changed.WaitUntil(lock, due);
+            m_changed.WaitUntil(m_mutex, due);
             continue;
         }
         const std::function<void()> fnDue = std::move(m_due.begin()->second);
         m_due.erase(m_due.begin());
-        lock.unlock();
+        lock.Unlock();
         fnDue();
-        lock.lock();
+        lock.Lock();
     }
 }

@@ -7,10 +7,10 @@
 #include <chrono>
 #include <functional>
 #include <map>
-#include <mutex>
 #include <thread>
 
 #include "host/base/MonotonicCondition.h"
+#include "host/base/Mutex.h"
 
 class TimerQueue {
 public:
@@ -32,11 +32,11 @@ public:
 private:
     void Run();
 
-    std::mutex m_mutex;
+    Mutex m_mutex;
     MonotonicCondition m_changed;
-    std::multimap<Clock::time_point, std::function<void()>> m_due;
-    bool m_bStopped = false;
-    std::thread m_thread;  // started by the first Add
+    std::multimap<Clock::time_point, std::function<void()>> m_due TEV_GUARDED_BY(m_mutex);
+    bool m_bStopped TEV_GUARDED_BY(m_mutex) = false;
+    std::thread m_thread TEV_GUARDED_BY(m_mutex);  // started by the first Add
 };
 
 #endif

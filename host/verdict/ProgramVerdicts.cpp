@@ -22,7 +22,6 @@ bool IsSame(const struct stat& left, const struct stat& right) {
 
 }  // namespace
 
-// [with m_mutex held]
 ProgramVerdicts::Program& ProgramVerdicts::Entry(const std::string& strPath) {
     if (m_programs.size() >= MOST_PROGRAMS && m_programs.count(strPath) == 0) {
         m_programs.clear();
@@ -31,19 +30,19 @@ ProgramVerdicts::Program& ProgramVerdicts::Entry(const std::string& strPath) {
 }
 
 void ProgramVerdicts::SetStarter(const std::string& strPath, const std::string& strStarter) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     Entry(strPath).strStarter = strStarter;
 }
 
 std::string ProgramVerdicts::Starter(const std::string& strPath) const {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     const auto found = m_programs.find(strPath);
     return found == m_programs.end() ? "" : found->second.strStarter;
 }
 
 void ProgramVerdicts::SetVerdict(const std::string& strPath, const Verdict& verdict) {
     const struct stat status = StatusOf(strPath);
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     Program& program = Entry(strPath);
     program.bJudged = true;
     program.verdict = verdict;
@@ -53,7 +52,7 @@ void ProgramVerdicts::SetVerdict(const std::string& strPath, const Verdict& verd
 Verdict ProgramVerdicts::VerdictOf(const std::string& strPath) {
     const struct stat status = StatusOf(strPath);
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         const auto found = m_programs.find(strPath);
         if (found != m_programs.end() && found->second.bJudged &&
             IsSame(found->second.status, status)) {
@@ -61,7 +60,7 @@ Verdict ProgramVerdicts::VerdictOf(const std::string& strPath) {
         }
     }
     Verdict verdict = m_service.Decide(KeyOf(strPath));
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     Program& program = Entry(strPath);
     program.bJudged = true;
     program.verdict = verdict;

@@ -6,10 +6,10 @@
 
 #include <sys/stat.h>
 
-#include <mutex>
 #include <string>
 #include <unordered_map>
 
+#include "host/base/Mutex.h"
 #include "host/verdict/VerdictService.h"
 
 class ProgramVerdicts {
@@ -38,11 +38,11 @@ private:
         struct stat status = {};  // of the file that the verdict is on
     };
 
-    Program& Entry(const std::string& strPath);
+    Program& Entry(const std::string& strPath) TEV_REQUIRES(m_mutex);
 
     const VerdictService& m_service;
-    mutable std::mutex m_mutex;  // guards what follows
-    std::unordered_map<std::string, Program> m_programs;
+    mutable Mutex m_mutex;
+    std::unordered_map<std::string, Program> m_programs TEV_GUARDED_BY(m_mutex);
 };
 
 #endif

@@ -14,7 +14,6 @@
 #include <csignal>
 #include <cstring>
 #include <deque>
-#include <mutex>
 #include <new>
 #include <optional>
 #include <string>
@@ -23,6 +22,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/base/Mutex.h"
 #include "host/kernel/launch/ConnectorSocket.h"
 #include "host/kernel/launch/ExecOpens.h"
 #include "host/kernel/launch/LaunchPath.h"
@@ -73,6 +73,7 @@ public:
 private:
     void Run();
     void Round();
+    void LoseRound();
     bool TakeSockets();
     void TakeExecs(const std::vector<ConnectorEvent>& execs);
     void TakeExec(uint32_t nPid, size_t nStarts);
@@ -95,11 +96,11 @@ private:
     std::vector<ConnectorEvent> m_lifeEvents;
     std::unordered_map<uint32_t, uint32_t> m_parents;  // process by process
 
-    mutable std::mutex m_mutex;  // guards what follows
-    std::deque<std::string> m_records;
-    size_t m_nRecordBytes = 0;
-    SensorCounts m_counts;    // without what the socket dropped
-    uint64_t m_nDropped = 0;  // launches
+    mutable Mutex m_mutex;
+    std::deque<std::string> m_records TEV_GUARDED_BY(m_mutex);
+    size_t m_nRecordBytes TEV_GUARDED_BY(m_mutex) = 0;
+    SensorCounts m_counts TEV_GUARDED_BY(m_mutex);    // without what the socket dropped
+    uint64_t m_nDropped TEV_GUARDED_BY(m_mutex) = 0;  // launches
 };
 
 bool ConnectorSensor::Open(std::string& strError) {
@@ -184,13 +185,19 @@ void ConnectorSensor::Round() {
             m_lifeEvents.clear();
         }
     } catch (const std::bad_alloc&) {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        m_counts.nSensed += m_execEvents.size();
-        m_counts.nLost += m_execEvents.size();
-        m_counts.nOthersLost += m_lifeEvents.size();
-        m_execEvents.clear();
-        m_lifeEvents.clear();
+        LoseRound();
     }
+}
+
+// What was taken and finds no memory. A function of its own, because the analysis of locks passes
+// over handlers.
+void ConnectorSensor::LoseRound() {
+    const MutexLock lock(m_mutex);
+    m_counts.nSensed += m_execEvents.size();
+    m_counts.nLost += m_execEvents.size();
+    m_counts.nOthersLost += m_lifeEvents.size();
+    m_execEvents.clear();
+    m_lifeEvents.clear();
 }
 
 // True when more waits.
@@ -209,7 +216,7 @@ bool ConnectorSensor::TakeSockets() {
             }
         }
     }
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     m_nDropped = m_execs.Dropped();
     m_counts.nOthersLost = m_lives.Dropped();
     return bMore;
@@ -280,7 +287,7 @@ uint32_t ConnectorSensor::ParentOf(uint32_t nPid) const {
 void ConnectorSensor::Put(const LaunchEvent& event) {
     const bool bExec = event.eKind == LAUNCH_KIND_EXEC;
     std::string strRecord = EncodeLaunch(event);
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     m_counts.nSensed += bExec ? 1 : 0;
     if (m_nRecordBytes + strRecord.size() > WAITING_BYTES) {
         ++(bExec ? m_counts.nLost : m_counts.nOthersLost);
@@ -295,7 +302,7 @@ void ConnectorSensor::Drain(const Sink& fnSink) {
     while (bMore) {
         std::string strRecord;
         {
-            const std::lock_guard<std::mutex> lock(m_mutex);
+            const MutexLock lock(m_mutex);
             if (m_records.empty()) {
                 return;
             }
@@ -319,7 +326,7 @@ void ConnectorSensor::Detach() {
 }
 
 SensorCounts ConnectorSensor::Counts() const {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     SensorCounts counts = m_counts;
     counts.nSensed += m_nDropped;
     counts.nLost += m_nDropped;

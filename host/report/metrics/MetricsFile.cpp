@@ -46,7 +46,7 @@ void MetricsFile::End() {
         return;
     }
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         m_bEnd = true;
         m_changed.NotifyAll();
     }
@@ -58,10 +58,10 @@ void MetricsFile::Run() {
     bool bEnd = false;
     while (!bEnd) {
         WriteNow();
-        std::unique_lock<std::mutex> lock(m_mutex);
+        MutexLock lock(m_mutex);
         const auto due = MonotonicCondition::Clock::now() + m_interval;
         while (!m_bEnd && MonotonicCondition::Clock::now() < due) {
-            m_changed.WaitUntil(lock, due);
+            m_changed.WaitUntil(m_mutex, due);
         }
         bEnd = m_bEnd;
     }

@@ -9,11 +9,11 @@
 
 #include <chrono>
 #include <functional>
-#include <mutex>
 #include <string>
 #include <thread>
 
 #include "host/base/MonotonicCondition.h"
+#include "host/base/Mutex.h"
 
 class MetricsFile {
 public:
@@ -42,9 +42,9 @@ private:
     const MakeText m_fnText;
     const Tell m_fnTell;
     bool m_bTold = false;  // [the writing thread]
-    std::mutex m_mutex;    // guards what follows
+    Mutex m_mutex;
     MonotonicCondition m_changed;
-    bool m_bEnd = false;
+    bool m_bEnd TEV_GUARDED_BY(m_mutex) = false;
     std::thread m_thread;
 };
 

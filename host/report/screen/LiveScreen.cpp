@@ -79,21 +79,25 @@ void LiveScreen::End() {
         return;
     }
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         m_bEnd = true;
         m_changed.NotifyAll();
     }
     m_thread.join();
     m_terminal.Close();
     m_output.SetScreen(nullptr);
-    for (const std::string& strError : m_errors) {
+    std::deque<std::string> errors;
+    {
+        const MutexLock lock(m_mutex);
+        errors.swap(m_errors);
+    }
+    for (const std::string& strError : errors) {
         m_output.Error(strError);
     }
-    m_errors.clear();
 }
 
 void LiveScreen::Add(VerdictRow row) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     const bool bFoldable = IsFoldable(row);
     const std::string strKey = bFoldable ? FoldKey(row) : "";
     if (bFoldable) {
@@ -117,7 +121,7 @@ void LiveScreen::Add(VerdictRow row) {
 }
 
 void LiveScreen::State(const std::string& strState) {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     m_strState = strState;
 }
 
@@ -133,7 +137,7 @@ void LiveScreen::ScreenLine(const std::string& strLine, bool bError) {
         Add(std::move(row));
     }
     if (bError) {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         m_errors.push_back(strLine);
         if (m_errors.size() > MOST_ERRORS) {
             m_errors.pop_front();
@@ -142,29 +146,29 @@ void LiveScreen::ScreenLine(const std::string& strLine, bool bError) {
 }
 
 std::vector<VerdictRow> LiveScreen::Rows() const {
-    const std::lock_guard<std::mutex> lock(m_mutex);
+    const MutexLock lock(m_mutex);
     return {m_rows.begin(), m_rows.end()};
 }
 
 void LiveScreen::Run() {
     pthread_setname_np(pthread_self(), "host_view");
-    std::unique_lock<std::mutex> lock(m_mutex);
+    MutexLock lock(m_mutex);
     while (!m_bEnd) {
-        lock.unlock();
+        lock.Unlock();
         try {
             DrawNow();
         } catch (const std::exception&) {
             // Out of memory: this screen is left out.
         }
-        lock.lock();
+        lock.Lock();
         if (m_terminal.IsGone()) {
-            lock.unlock();
+            lock.Unlock();
             m_fnGone();
             return;
         }
         const auto due = Clock::now() + BETWEEN_SCREENS;
         while (!m_bEnd && Clock::now() < due) {
-            m_changed.WaitUntil(lock, due);
+            m_changed.WaitUntil(m_mutex, due);
         }
     }
 }
@@ -181,7 +185,7 @@ void LiveScreen::DrawNow() {
     numbers.nUpSeconds = static_cast<uint64_t>(up.count());
     std::vector<VerdictRow> rows;
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
+        const MutexLock lock(m_mutex);
         numbers.strState = m_strState;
         const auto nShown = static_cast<std::ptrdiff_t>(std::min(m_rows.size(), screen.nRows));
         rows.assign(std::prev(m_rows.end(), nShown), m_rows.end());

@@ -15,7 +15,6 @@
 #include <deque>
 #include <functional>
 #include <list>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <unordered_map>
@@ -23,6 +22,7 @@
 
 #include "host/base/Console.h"
 #include "host/base/MonotonicCondition.h"
+#include "host/base/Mutex.h"
 #include "host/report/screen/ScreenLayout.h"
 #include "host/report/screen/Terminal.h"
 
@@ -74,13 +74,14 @@ private:
     Terminal m_terminal;
     std::deque<Sample> m_samples;  // [the drawing thread]
     Clock::time_point m_wholeDue;  // [the drawing thread]
-    mutable std::mutex m_mutex;    // guards what follows
+    mutable Mutex m_mutex;
     MonotonicCondition m_changed;
-    bool m_bEnd = false;
-    std::string m_strState;
-    std::list<VerdictRow> m_rows;
-    std::unordered_map<std::string, std::list<VerdictRow>::iterator> m_foldable;
-    std::deque<std::string> m_errors;
+    bool m_bEnd TEV_GUARDED_BY(m_mutex) = false;
+    std::string m_strState TEV_GUARDED_BY(m_mutex);
+    std::list<VerdictRow> m_rows TEV_GUARDED_BY(m_mutex);
+    std::unordered_map<std::string, std::list<VerdictRow>::iterator> m_foldable
+        TEV_GUARDED_BY(m_mutex);
+    std::deque<std::string> m_errors TEV_GUARDED_BY(m_mutex);
     std::thread m_thread;
 };
 
