@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include "host/base/EscapedText.h"
 
@@ -53,32 +54,29 @@ size_t TerminalWidth() {
 }  // namespace
 
 Console::Console()
-    : m_nOut(STDOUT_FILENO),
-      m_bTerminal(IsTerminal(STDOUT_FILENO)),
+    : m_bTerminal(IsTerminal(STDOUT_FILENO)),
       m_bColour(m_bTerminal && WantsColour()),
       m_bErrorTerminal(IsTerminal(STDERR_FILENO)) {}
 
 Console::~Console() {
     Progress("");
-    if (m_bOwnsOut) {
-        (void)dup2(m_nOut, STDOUT_FILENO);
-        close(m_nOut);
+    if (m_ownOut) {
+        (void)dup2(m_ownOut.Get(), STDOUT_FILENO);
     }
 }
 
 void Console::TakeStandardOutput() {
     // A low descriptor that is closed would be taken by the first file opened, a database perhaps.
-    for (int nFd = open("/dev/null", O_RDWR); nFd >= 0; nFd = open("/dev/null", O_RDWR)) {
-        if (nFd > STDERR_FILENO) {
-            close(nFd);
+    for (UniqueFd fd(open("/dev/null", O_RDWR)); fd; fd.Reset(open("/dev/null", O_RDWR))) {
+        if (fd.Get() > STDERR_FILENO) {
             break;
         }
+        (void)fd.Release();  // stays where it is
     }
     const MutexLock lock(m_mutex);
-    const int nPrivate = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-    if (!m_bOwnsOut && nPrivate >= 0) {
-        m_nOut = nPrivate;
-        m_bOwnsOut = true;
+    UniqueFd own(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+    if (!m_ownOut && own) {
+        m_ownOut = std::move(own);
         (void)dup2(STDERR_FILENO, STDOUT_FILENO);
     }
 }
@@ -93,7 +91,7 @@ void Console::Line(const std::string& strLine) {
         return;
     }
     HideProgress();
-    const int nError = WriteAll(m_nOut, strLine + "\n");
+    const int nError = WriteAll(Out(), strLine + "\n");
     if (nError != 0) {
         m_nBrokenError = nError;
         m_bBroken = true;

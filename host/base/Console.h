@@ -11,11 +11,14 @@
 #ifndef HOST_BASE_CONSOLE_H
 #define HOST_BASE_CONSOLE_H
 
+#include <unistd.h>
+
 #include <atomic>
 #include <cstdint>
 #include <string>
 
 #include "host/base/Mutex.h"
+#include "host/base/UniqueFd.h"
 
 // What takes the place of lines while it draws the whole terminal.
 class IScreen {
@@ -54,7 +57,7 @@ public:
     bool HasColour() const { return m_bColour; }
     // The descriptor of standard output when that is a terminal that a screen can be drawn on,
     // else -1.
-    int TerminalFd() const { return m_bTerminal ? m_nOut : -1; }
+    int TerminalFd() const { return m_bTerminal ? Out() : -1; }
 
     // Lines go to pScreen from now on, without colours, and errors as well; errors go to standard
     // error in addition when that is no terminal. Null ends it. When it has returned no call into
@@ -67,12 +70,12 @@ public:
     std::string BrokenReason() const;  // "" when its reader left, which needs no words
 
 private:
+    int Out() const { return m_ownOut ? m_ownOut.Get() : STDOUT_FILENO; }
     bool WriteError(const std::string& strText) TEV_REQUIRES(m_mutex);
     void HideProgress() TEV_REQUIRES(m_mutex);
     void ShowProgress() TEV_REQUIRES(m_mutex);
 
-    int m_nOut;
-    bool m_bOwnsOut = false;
+    UniqueFd m_ownOut;  // standard output, once that was taken away
     const bool m_bTerminal;
     const bool m_bColour;
     const bool m_bErrorTerminal;

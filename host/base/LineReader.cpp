@@ -16,17 +16,11 @@ std::string ErrnoText() {
 
 }  // namespace
 
-LineReader::~LineReader() {
-    if (m_nFd >= 0) {
-        close(m_nFd);
-    }
-}
-
 bool LineReader::Open(const std::string& strFile, bool bRegularOnly) {
     const int nFlags = O_RDONLY | O_CLOEXEC | O_NOCTTY | (bRegularOnly ? O_NONBLOCK : 0);
-    m_nFd = open(strFile.c_str(), nFlags);
+    m_fd.Reset(open(strFile.c_str(), nFlags));
     struct stat status = {};
-    if (m_nFd < 0 || fstat(m_nFd, &status) != 0) {
+    if (!m_fd || fstat(m_fd.Get(), &status) != 0) {
         m_strError = ErrnoText();
         return false;
     }
@@ -81,7 +75,7 @@ bool LineReader::Refill() {
         m_nBegin = 0;
     }
     for (;;) {
-        const ssize_t nRead = read(m_nFd, m_buffer.data() + m_nEnd, m_buffer.size() - m_nEnd);
+        const ssize_t nRead = read(m_fd.Get(), m_buffer.data() + m_nEnd, m_buffer.size() - m_nEnd);
         if (nRead >= 0) {
             m_nEnd += static_cast<size_t>(nRead);
             m_bAtEnd = nRead == 0;

@@ -9,6 +9,8 @@
 #include <string_view>
 #include <vector>
 
+#include "host/base/UniqueFd.h"
+
 class LineReader {
 public:
     // More than two names of the longest possible path, each byte of them escaped.
@@ -22,7 +24,6 @@ public:
     };
 
     LineReader() = default;
-    ~LineReader();
     LineReader(const LineReader&) = delete;
     LineReader& operator=(const LineReader&) = delete;
 
@@ -39,7 +40,7 @@ public:
 private:
     bool Refill();
 
-    int m_nFd = -1;
+    UniqueFd m_fd;
     bool m_bAtEnd = false;
     size_t m_nBegin = 0;  // what is read and not yet given out: m_buffer[m_nBegin, m_nEnd)
     size_t m_nEnd = 0;

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "host/base/EscapedText.h"
+#include "host/base/UniqueFd.h"
 #include "host/command/RunArguments.h"
 #include "host/kernel/KernelSource.h"
 #include "host/kernel/file/FanotifySensor.h"
@@ -47,13 +48,14 @@ bool OpenRecording(const std::string& strFile, std::shared_ptr<FILE>& pRecord) {
         return true;
     }
     // Command lines may hold passwords.
-    const int nFd = open(strFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-    FILE* const pFile = nFd < 0 ? nullptr : fdopen(nFd, "w");
+    UniqueFd fd(open(strFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+    FILE* const pFile = fd ? fdopen(fd.Get(), "w") : nullptr;
     if (pFile == nullptr) {
         std::fprintf(stderr, "tevmon-host: cannot write %s: %s\n",
                      text::ForTerminal(strFile).c_str(), std::strerror(errno));
         return false;
     }
+    (void)fd.Release();  // the stream's now
     pRecord.reset(pFile, std::fclose);
     return true;
 }

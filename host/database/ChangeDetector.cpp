@@ -10,17 +10,9 @@ constexpr size_t WRITE_VERSION = 18;  // 1 rollback journal, 2 write-ahead log
 
 }  // namespace
 
-ChangeDetector::~ChangeDetector() {
-    if (m_nFd >= 0) {
-        close(m_nFd);
-    }
-}
-
 void ChangeDetector::Open(const std::string& strFile) {
-    if (m_nFd >= 0) {
-        close(m_nFd);
-    }
-    m_nFd = open(strFile.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+    m_fd.Reset();
+    m_fd.Reset(open(strFile.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     m_strJournal = strFile + "-journal";
 }
 
@@ -46,8 +38,8 @@ bool ChangeDetector::IsUnchanged() const {
 bool ChangeDetector::Read(Stamp& stamp) const {
     struct stat status = {};
     stamp.header.fill(0);  // an empty file has no header yet
-    if (fstat(m_nFd, &status) != 0 ||
-        pread(m_nFd, stamp.header.data(), stamp.header.size(), 0) < 0) {
+    if (fstat(m_fd.Get(), &status) != 0 ||
+        pread(m_fd.Get(), stamp.header.data(), stamp.header.size(), 0) < 0) {
         return false;
     }
     stamp.nSize = status.st_size;
@@ -57,12 +49,12 @@ bool ChangeDetector::Read(Stamp& stamp) const {
 
 // A journal that is kept between changes begins with a zero while it is not in use.
 bool ChangeDetector::IsJournalInUse() const {
-    const int nFd = open(m_strJournal.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-    if (nFd < 0) {
+    const UniqueFd journal(
+        open(m_strJournal.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    if (!journal) {
         return access(m_strJournal.c_str(), F_OK) == 0;
     }
     unsigned char cFirst = 0;
-    const ssize_t nRead = read(nFd, &cFirst, 1);
-    close(nFd);
+    const ssize_t nRead = read(journal.Get(), &cFirst, 1);
     return nRead < 0 || cFirst != 0;
 }

@@ -13,6 +13,8 @@
 #include <ctime>
 #include <string>
 
+#include "host/base/UniqueFd.h"
+
 class ChangeDetector {
 public:
     enum State {
@@ -22,7 +24,6 @@ public:
     };
 
     ChangeDetector() = default;
-    ~ChangeDetector();
     ChangeDetector(const ChangeDetector&) = delete;
     ChangeDetector& operator=(const ChangeDetector&) = delete;
 
@@ -48,7 +49,7 @@ private:
     bool IsJournalInUse() const;
 
     std::string m_strJournal;
-    int m_nFd = -1;
+    UniqueFd m_fd;
     Stamp m_before;
 };
 

@@ -8,6 +8,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "host/base/UniqueFd.h"
+
 namespace {
 
 using std::chrono::milliseconds;
@@ -59,19 +61,19 @@ std::string ModuleDatabase::Reason(const char* pszWhat) const {
 
 // SQLite would make the file with the umask's mode, and follow a link.
 bool ModuleDatabase::TakeFile(std::string& strError) const {
-    const int nFd = open(m_strFile.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC,
-                         PRIVATE_FILE);
-    if (nFd < 0) {
+    UniqueFd fd(open(m_strFile.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC,
+                     PRIVATE_FILE));
+    if (!fd) {
         strError = "cannot open the database " + m_strFile + ": " + std::strerror(errno) +
                    "; it must be a regular file of the user who runs the host";
         return false;
     }
     struct stat status = {};
-    const bool bOurs = fstat(nFd, &status) == 0 && S_ISREG(status.st_mode) &&
+    const bool bOurs = fstat(fd.Get(), &status) == 0 && S_ISREG(status.st_mode) &&
                        status.st_uid == geteuid() && status.st_nlink == 1;
     const bool bPrivate =
-        bOurs && ((status.st_mode & 07777) == PRIVATE_FILE || fchmod(nFd, PRIVATE_FILE) == 0);
-    close(nFd);
+        bOurs && ((status.st_mode & 07777) == PRIVATE_FILE || fchmod(fd.Get(), PRIVATE_FILE) == 0);
+    fd.Reset();
     if (!bPrivate) {
         strError = "the database " + m_strFile +
                    " is no regular file of its own that belongs to the user who runs the host; "

@@ -13,6 +13,7 @@
 #include <sstream>
 
 #include "host/base/MountTable.h"
+#include "host/base/UniqueFd.h"
 #include "host/event/WatchedPaths.h"
 #include "host/kernel/file/FanotifySensor.h"
 #include "host/kernel/launch/SensorChoice.h"
@@ -34,8 +35,8 @@ std::vector<Finding> OfFileSensor() {
 // One mark on each file system that holds a watched place; they go with the group.
 std::vector<Finding> OfMarks() {
     std::vector<Finding> findings;
-    const int nGroup = fanotify_init(FAN_CLASS_NOTIF | FAN_CLOEXEC | FAN_REPORT_DFID_NAME, 0);
-    if (nGroup < 0) {
+    const UniqueFd group(fanotify_init(FAN_CLASS_NOTIF | FAN_CLOEXEC | FAN_REPORT_DFID_NAME, 0));
+    if (!group) {
         return findings;  // the file sensor's own finding says why
     }
     std::ifstream file("/proc/self/mountinfo");
@@ -51,11 +52,10 @@ std::vector<Finding> OfMarks() {
             continue;
         }
         const int nResult =
-            fanotify_mark(nGroup, FAN_MARK_ADD | FAN_MARK_FILESYSTEM, FAN_CREATE | FAN_ONDIR,
+            fanotify_mark(group.Get(), FAN_MARK_ADD | FAN_MARK_FILESYSTEM, FAN_CREATE | FAN_ONDIR,
                           AT_FDCWD, pMount->strPoint.c_str());
         findings.push_back(OfMark(pMount->strPoint, pMount->strType, nResult == 0 ? 0 : errno));
     }
-    close(nGroup);
     return findings;
 }
 

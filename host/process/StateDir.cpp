@@ -10,6 +10,7 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include "framework/base/CDir.h"
 
@@ -41,17 +42,18 @@ bool MakeWithParents(const std::string& strPath, std::string& strError) {
     }
 }
 
-// Opens the directory strName below nParent, made when missing. -1 with strError set.
-int OpenPart(int nParent, const char* pszName, const std::string& strShown, std::string& strError) {
+// The directory strName below nParent, made when missing. None with strError set.
+UniqueFd OpenPart(int nParent, const char* pszName, const std::string& strShown,
+                  std::string& strError) {
     if (mkdirat(nParent, pszName, PRIVATE_DIR) != 0 && errno != EEXIST) {
         strError = SystemError("cannot make", strShown);
-        return -1;
+        return UniqueFd();
     }
-    const int nFd = openat(nParent, pszName, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-    if (nFd < 0) {
+    UniqueFd fd(openat(nParent, pszName, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (!fd) {
         strError = SystemError("cannot open", strShown);
     }
-    return nFd;
+    return fd;
 }
 
 bool IsPrivate(int nDirFd, const std::string& strPath, std::string& strError) {
@@ -123,12 +125,6 @@ bool IsWaySafe(const std::string& strPath, std::string& strError) {
 
 }  // namespace
 
-StateDir::~StateDir() {
-    if (m_nLockFd >= 0) {
-        close(m_nLockFd);
-    }
-}
-
 std::string StateDir::DefaultPath() {
     if (geteuid() == 0) {
         return "/var/lib/tevmon";
@@ -163,26 +159,27 @@ bool StateDir::Enter(const std::string& strPath, std::string& strError) {
     if (!MakeWithParents(strPath, strError) || !IsWaySafe(strPath, strError)) {
         return false;
     }
-    const int nDir = open(strPath.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (nDir < 0) {
+    const UniqueFd dir(open(strPath.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!dir) {
         strError = SystemError("cannot open the state directory", strPath);
         return false;
     }
-    bool bEntered = IsPrivate(nDir, strPath, strError) && TakeLock(nDir, strPath, strError);
-    const int nData = bEntered ? OpenPart(nDir, "data", strPath + "/data", strError) : -1;
-    const int nDb = nData >= 0 ? OpenPart(nData, "db", strPath + "/data/db", strError) : -1;
-    const int nRun = nDb >= 0 ? OpenPart(nDir, "run", strPath + "/run", strError) : -1;
-    bEntered = nRun >= 0;
-    if (bEntered && fchdir(nRun) != 0) {
+    if (!IsPrivate(dir.Get(), strPath, strError) || !TakeLock(dir.Get(), strPath, strError)) {
+        return false;
+    }
+    const UniqueFd data = OpenPart(dir.Get(), "data", strPath + "/data", strError);
+    if (!data || !OpenPart(data.Get(), "db", strPath + "/data/db", strError)) {
+        return false;
+    }
+    const UniqueFd run = OpenPart(dir.Get(), "run", strPath + "/run", strError);
+    if (!run) {
+        return false;
+    }
+    if (fchdir(run.Get()) != 0) {
         strError = SystemError("cannot change into", strPath + "/run");
-        bEntered = false;
+        return false;
     }
-    for (const int nFd : {nRun, nDb, nData, nDir}) {
-        if (nFd >= 0) {
-            close(nFd);
-        }
-    }
-    return bEntered;
+    return true;
 }
 
 bool StateDir::IsUsable(const std::string& strPath, std::string& strText) {
@@ -201,13 +198,12 @@ bool StateDir::IsUsable(const std::string& strPath, std::string& strText) {
         strText = SystemError("cannot make the state directory in", strExisting);
         return false;
     }
-    const int nDir = open(strExisting.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (nDir < 0) {
+    const UniqueFd dir(open(strExisting.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!dir) {
         strText = SystemError("cannot open the state directory", strExisting);
         return false;
     }
-    const bool bUsable = !bMade || IsPrivate(nDir, strPath, strText);
-    close(nDir);
+    const bool bUsable = !bMade || IsPrivate(dir.Get(), strPath, strText);
     if (bUsable) {
         strText = strPath + (bMade ? ", private" : ", not there yet, a run makes it");
     }
@@ -215,26 +211,25 @@ bool StateDir::IsUsable(const std::string& strPath, std::string& strText) {
 }
 
 bool StateDir::TakeLock(int nDirFd, const std::string& strPath, std::string& strError) {
-    const int nFd = openat(nDirFd, "lock", O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC,
-                           PRIVATE_FILE);
-    if (nFd < 0) {
+    UniqueFd lock(openat(nDirFd, "lock", O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC,
+                         PRIVATE_FILE));
+    if (!lock) {
         strError = SystemError("cannot open the lock", strPath + "/lock");
         return false;
     }
-    if (flock(nFd, LOCK_EX | LOCK_NB) != 0) {
+    if (flock(lock.Get(), LOCK_EX | LOCK_NB) != 0) {
         char szHolder[32] = "";
-        const ssize_t nRead = read(nFd, szHolder, sizeof(szHolder) - 1);
+        const ssize_t nRead = read(lock.Get(), szHolder, sizeof(szHolder) - 1);
         const std::string strHolder(szHolder, nRead > 0 ? static_cast<size_t>(nRead) : 0);
         strError = "the state directory " + strPath + " is in use by process " +
                    std::to_string(std::atol(strHolder.c_str())) + "; stop that one, or " + REMEDY;
-        close(nFd);
         return false;
     }
     const std::string strPid = std::to_string(getpid()) + "\n";
     // The number only makes the other host's message better; the lock is what counts.
-    if (ftruncate(nFd, 0) == 0) {
-        (void)!write(nFd, strPid.data(), strPid.size());
+    if (ftruncate(lock.Get(), 0) == 0) {
+        (void)!write(lock.Get(), strPid.data(), strPid.size());
     }
-    m_nLockFd = nFd;
+    m_lock = std::move(lock);
     return true;
 }

@@ -16,10 +16,12 @@
 
 #include <string>
 
+#include "host/base/UniqueFd.h"
+
 class StateDir {
 public:
     StateDir() = default;
-    ~StateDir();  // lets the lock go; the current directory stays
+    ~StateDir() = default;  // lets the lock go; the current directory stays
 
     StateDir(const StateDir&) = delete;
     StateDir& operator=(const StateDir&) = delete;
@@ -41,7 +43,7 @@ public:
 private:
     bool TakeLock(int nDirFd, const std::string& strPath, std::string& strError);
 
-    int m_nLockFd = -1;
+    UniqueFd m_lock;
 };
 
 #endif

@@ -8,6 +8,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "host/base/UniqueFd.h"
+
 namespace {
 
 // The value, taken out so that nothing the module starts speaks for the host.
@@ -38,8 +40,8 @@ void SystemdNotifier::Send(const std::string& strState) const {
     if (m_strSocket.empty()) {
         return;
     }
-    const int nFd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    if (nFd < 0) {
+    const UniqueFd fd(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    if (!fd) {
         return;
     }
     sockaddr_un address = {};
@@ -51,7 +53,6 @@ void SystemdNotifier::Send(const std::string& strState) const {
     const auto nLength =
         static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + m_strSocket.size());
     // A manager that is not there, or busy, misses one sign of life.
-    (void)sendto(nFd, strState.data(), strState.size(), MSG_NOSIGNAL,
+    (void)sendto(fd.Get(), strState.data(), strState.size(), MSG_NOSIGNAL,
                  reinterpret_cast<const sockaddr*>(&address), nLength);
-    close(nFd);
 }

@@ -13,6 +13,7 @@
 #include <cstring>
 #include <utility>
 
+#include "host/base/UniqueFd.h"
 #include "host/kernel/file/FanotifyMarks.h"
 #include "host/kernel/file/FileEvent.h"
 
@@ -29,28 +30,9 @@ constexpr uint64_t EVENTS_OLD = EVENTS_COMMON | FAN_MOVED_FROM | FAN_MOVED_TO;
 
 constexpr int HANDLE_ANY = 0x200;  // AT_HANDLE_FID: also one that cannot be opened
 
-// A descriptor that is closed.
-class Fd {
-public:
-    explicit Fd(int nFd = -1) : m_nFd(nFd) {}
-    ~Fd() { Reset(-1); }
-    Fd(const Fd&) = delete;
-    Fd& operator=(const Fd&) = delete;
-    int Get() const { return m_nFd; }
-    void Reset(int nFd) {
-        if (m_nFd >= 0) {
-            (void)close(m_nFd);
-        }
-        m_nFd = nFd;
-    }
-
-private:
-    int m_nFd;
-};
-
 class KernelCalls : public IMarkCalls {
 public:
-    explicit KernelCalls(const Fd& group) : m_group(group) {}
+    explicit KernelCalls(const UniqueFd& group) : m_group(group) {}
 
     int Mark(bool bWhole, uint64_t nMask, const std::string& strPath) override {
         const unsigned nFlags = FAN_MARK_ADD | (bWhole ? FAN_MARK_FILESYSTEM : FAN_MARK_ONLYDIR);
@@ -59,7 +41,7 @@ public:
     }
     std::string Mounts() override {
         std::string strText;
-        const Fd file(open("/proc/self/mountinfo", O_RDONLY | O_CLOEXEC));
+        const UniqueFd file(open("/proc/self/mountinfo", O_RDONLY | O_CLOEXEC));
         char szText[16384];
         for (ssize_t n = 0; (n = read(file.Get(), szText, sizeof(szText))) > 0;) {
             strText.append(szText, static_cast<size_t>(n));
@@ -81,7 +63,7 @@ public:
     std::string HandleOf(const std::string& strPath) override;
 
 private:
-    const Fd& m_group;
+    const UniqueFd& m_group;
 };
 
 std::vector<std::string> KernelCalls::DirectoriesIn(const std::string& strPath) {
@@ -139,8 +121,8 @@ private:
 
     const std::shared_ptr<WatchedPaths> m_pPlaces;
     const bool m_bAll;
-    Fd m_group;
-    Fd m_mounts;  // readable with POLLPRI after each change
+    UniqueFd m_group;
+    UniqueFd m_mounts;  // readable with POLLPRI after each change
     KernelCalls m_calls;
     std::unique_ptr<FanotifyMarks> m_pMarks;
     uint64_t m_nEvents = EVENTS;
@@ -169,14 +151,14 @@ bool FanotifySensor::MayWatch() const {
 
 bool FanotifySensor::Open(std::string& strError) {
     m_group.Reset(fanotify_init(REPORT, O_RDONLY));
-    if (m_group.Get() < 0 && errno == EINVAL) {
+    if (!m_group && errno == EINVAL) {
         m_nEvents = EVENTS_OLD;
         m_group.Reset(fanotify_init(REPORT_OLD, O_RDONLY));
         m_notices.emplace_back(
             "this kernel is older than Linux 5.17: a rename is told as two operations, and "
             "paths below a directory that is removed at once may be missing");
     }
-    if (m_group.Get() < 0 || !MayWatch()) {
+    if (!m_group || !MayWatch()) {
         strError = Refusal(errno);
         return false;
     }
@@ -247,18 +229,18 @@ std::string FanotifySensor::OpenedPath(std::string_view strHandle) const {
         return "";
     }
     std::memcpy(szHandle, strHandle.data() + file_handle_key::FSID_BYTES, nHandle);
-    Fd directory;
+    UniqueFd directory;
     for (const std::string& strPoint : m_pMarks->PointsOf(file_handle_key::FileSystem(strHandle),
                                                           file_handle_key::IsOverlay(strHandle))) {
-        const Fd point(open(strPoint.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        const UniqueFd point(open(strPoint.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
         directory.Reset(open_by_handle_at(point.Get(), reinterpret_cast<file_handle*>(szHandle),
                                           O_PATH | O_CLOEXEC));
-        if (directory.Get() >= 0) {
+        if (directory) {
             break;
         }
     }
     struct stat status = {};
-    if (directory.Get() < 0 || fstat(directory.Get(), &status) != 0 || status.st_nlink == 0) {
+    if (!directory || fstat(directory.Get(), &status) != 0 || status.st_nlink == 0) {
         return "";
     }
     char szPath[PATH_MAX] = "";

@@ -94,12 +94,6 @@ uint64_t DropsOf(const std::string& strTable, uint32_t nPort) {
     return 0;
 }
 
-ConnectorSocket::~ConnectorSocket() {
-    if (m_nFd >= 0) {
-        close(m_nFd);
-    }
-}
-
 bool ConnectorSocket::CanFilter() {
     utsname name = {};
     unsigned int nMajor = 0, nMinor = 0;
@@ -109,21 +103,21 @@ bool ConnectorSocket::CanFilter() {
 }
 
 bool ConnectorSocket::Open(Kinds eKinds, std::string& strError) {
-    m_nFd = socket(AF_NETLINK, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_CONNECTOR);
+    m_fd.Reset(socket(AF_NETLINK, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_CONNECTOR));
     sockaddr_nl address = {};
     address.nl_family = AF_NETLINK;
     address.nl_groups = CN_IDX_PROC;
     socklen_t nLength = sizeof(address);
     // Its own port stays 0 for the kernel to choose; it is what names the socket in the table.
-    const bool bBound = m_nFd >= 0 &&
-                        bind(m_nFd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0 &&
-                        getsockname(m_nFd, reinterpret_cast<sockaddr*>(&address), &nLength) == 0;
+    const bool bBound =
+        m_fd && bind(m_fd.Get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0 &&
+        getsockname(m_fd.Get(), reinterpret_cast<sockaddr*>(&address), &nLength) == 0;
     if (bBound) {
         m_nPort = address.nl_pid;
         const int nBytes = BUFFER_BYTES;
-        (void)setsockopt(m_nFd, SOL_SOCKET, SO_RCVBUFFORCE, &nBytes, sizeof(nBytes));
+        (void)setsockopt(m_fd.Get(), SOL_SOCKET, SO_RCVBUFFORCE, &nBytes, sizeof(nBytes));
     }
-    if (!bBound || !Subscribe(m_nFd, static_cast<uint32_t>(eKinds), CanFilter())) {
+    if (!bBound || !Subscribe(m_fd.Get(), static_cast<uint32_t>(eKinds), CanFilter())) {
         strError =
             std::string("the kernel's process connector refuses: ") + std::strerror(errno) +
             "; it needs root, or the capability CAP_NET_ADMIN, outside of any process-number "
@@ -143,7 +137,7 @@ bool ConnectorSocket::Receive(std::vector<ConnectorEvent>& events) {
             messages[i].msg_hdr.msg_iov = &vectors[i];
             messages[i].msg_hdr.msg_iovlen = 1;
         }
-        const int nCount = recvmmsg(m_nFd, messages, MESSAGES, 0, nullptr);
+        const int nCount = recvmmsg(m_fd.Get(), messages, MESSAGES, 0, nullptr);
         if (nCount < 0) {
             if (errno == ENOBUFS) {
                 m_bOverrun = true;

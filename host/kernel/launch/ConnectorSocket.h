@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "host/base/UniqueFd.h"
 #include "host/kernel/launch/LaunchEvent.h"
 
 struct ConnectorEvent {
@@ -29,7 +30,6 @@ public:
     enum Kinds { EXECS = 2, LIVES = 1 | 0x80000000, ALL_KINDS = EXECS | LIVES };
 
     ConnectorSocket() = default;
-    ~ConnectorSocket();
 
     ConnectorSocket(const ConnectorSocket&) = delete;
     ConnectorSocket& operator=(const ConnectorSocket&) = delete;
@@ -40,14 +40,14 @@ public:
     bool Open(Kinds eKinds, std::string& strError);
     // Appends what waits, some hundred events at most; false when nothing waited any more.
     bool Receive(std::vector<ConnectorEvent>& events);
-    int Fd() const { return m_nFd; }
+    int Fd() const { return m_fd.Get(); }
     // Messages that found no room, as of the last Receive that found nothing more.
     uint64_t Dropped() const { return m_nDropped; }
 
 private:
     void TakeDrops();
 
-    int m_nFd = -1;
+    UniqueFd m_fd;
     uint32_t m_nPort = 0;
     bool m_bOverrun = false;
     uint64_t m_nDropped = 0;

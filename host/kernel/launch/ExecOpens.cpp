@@ -21,25 +21,17 @@ constexpr size_t TABLE_BYTES = 4 << 20;  // of mounts
 
 }  // namespace
 
-ExecOpens::~ExecOpens() {
-    for (const int nFd : {m_nFd, m_nMounts}) {
-        if (nFd >= 0) {
-            close(nFd);
-        }
-    }
-}
-
 bool ExecOpens::Open(std::string& strError) {
-    m_nFd = fanotify_init(FAN_CLASS_NOTIF | FAN_CLOEXEC | FAN_NONBLOCK,
-                          O_RDONLY | O_LARGEFILE | O_CLOEXEC | O_NOATIME);
-    if (m_nFd < 0) {
+    m_group.Reset(fanotify_init(FAN_CLASS_NOTIF | FAN_CLOEXEC | FAN_NONBLOCK,
+                                O_RDONLY | O_LARGEFILE | O_CLOEXEC | O_NOATIME));
+    if (!m_group) {
         strError = std::string("the kernel refuses to tell executed files: ") +
                    std::strerror(errno) +
                    "; it needs root, or the capability CAP_SYS_ADMIN, and Linux 5.0 or newer with "
                    "CONFIG_FANOTIFY";
         return false;
     }
-    m_nMounts = open("/proc/self/mountinfo", O_RDONLY | O_CLOEXEC);
+    m_mounts.Reset(open("/proc/self/mountinfo", O_RDONLY | O_CLOEXEC));
     Mark();
     return true;
 }
@@ -56,8 +48,8 @@ void ExecOpens::Mark() {
         const char* const pszPoint = mount.strPoint.c_str();
         struct stat status = {};
         // A mount that another one hides leads to that one: what was marked is what stat says.
-        if (fanotify_mark(m_nFd, FAN_MARK_ADD | FAN_MARK_FILESYSTEM, FAN_OPEN_EXEC, AT_FDCWD,
-                          pszPoint) != 0) {
+        if (fanotify_mark(m_group.Get(), FAN_MARK_ADD | FAN_MARK_FILESYSTEM, FAN_OPEN_EXEC,
+                          AT_FDCWD, pszPoint) != 0) {
             m_strUnmarked += (m_strUnmarked.empty() ? "" : ", ") + mount.strPoint;
         } else if (stat(pszPoint, &status) == 0) {
             devices.insert(process_look::IdOf(status).nDevice);
@@ -66,13 +58,13 @@ void ExecOpens::Mark() {
 }
 
 void ExecOpens::Read() {
-    pollfd mounts = {m_nMounts, POLLPRI, 0};
-    if (m_nMounts >= 0 && poll(&mounts, 1, 0) > 0) {
+    pollfd mounts = {m_mounts.Get(), POLLPRI, 0};
+    if (m_mounts && poll(&mounts, 1, 0) > 0) {
         Mark();
     }
     alignas(fanotify_event_metadata) char bytes[EVENT_BYTES];
     for (;;) {
-        const ssize_t nRead = read(m_nFd, bytes, sizeof(bytes));
+        const ssize_t nRead = read(m_group.Get(), bytes, sizeof(bytes));
         if (nRead > 0) {
             TakeEvents(bytes, static_cast<size_t>(nRead));
         } else if (nRead == 0 || errno == EAGAIN || errno == EBADF || errno == EINVAL) {
@@ -92,8 +84,8 @@ void ExecOpens::TakeEvents(const char* pBytes, size_t nSize) {
         if ((event.mask & FAN_Q_OVERFLOW) != 0) {
             m_files.clear();  // what is missing would be taken for other starts
         } else if (event.fd >= 0) {
-            TakeFile(static_cast<uint32_t>(event.pid), event.fd);
-            close(event.fd);
+            const UniqueFd file(event.fd);
+            TakeFile(static_cast<uint32_t>(event.pid), file.Get());
         }
     }
 }

@@ -14,12 +14,12 @@
 #include <unordered_map>
 #include <vector>
 
+#include "host/base/UniqueFd.h"
 #include "host/kernel/launch/OpenedImage.h"
 
 class ExecOpens {
 public:
     ExecOpens() = default;
-    ~ExecOpens();
 
     ExecOpens(const ExecOpens&) = delete;
     ExecOpens& operator=(const ExecOpens&) = delete;
@@ -42,8 +42,8 @@ private:
     void TakeEvents(const char* pBytes, size_t nSize);
     void TakeFile(uint32_t nPid, int nFd);
 
-    int m_nFd = -1;
-    int m_nMounts = -1;  // /proc/self/mountinfo; polled for mounts that come
+    UniqueFd m_group;
+    UniqueFd m_mounts;  // /proc/self/mountinfo; polled for mounts that come
     std::string m_strUnmarked;
     std::unordered_map<uint32_t, std::vector<OpenedFile>> m_files;  // by process
 };

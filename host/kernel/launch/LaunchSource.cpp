@@ -8,6 +8,8 @@
 #include <cerrno>
 #include <utility>
 
+#include "host/base/UniqueFd.h"
+
 namespace {
 
 bool Stat(const std::string& strPath, struct stat& status) {
@@ -19,14 +21,12 @@ bool StatWithoutMagic(const std::string& strPath, struct stat& status) {
     open_how how = {};
     how.flags = O_PATH | O_CLOEXEC;
     how.resolve = RESOLVE_NO_MAGICLINKS;
-    const auto nFd =
-        static_cast<int>(syscall(SYS_openat2, AT_FDCWD, strPath.c_str(), &how, sizeof(how)));
-    if (nFd < 0) {
+    const UniqueFd fd(
+        static_cast<int>(syscall(SYS_openat2, AT_FDCWD, strPath.c_str(), &how, sizeof(how))));
+    if (!fd) {
         return errno == ENOSYS && Stat(strPath, status);  // before Linux 5.6
     }
-    const bool bKnown = fstat(nFd, &status) == 0;
-    (void)close(nFd);
-    return bKnown;
+    return fstat(fd.Get(), &status) == 0;
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include <climits>
 #include <cstdlib>
 
+#include "host/base/UniqueFd.h"
 #include "host/kernel/bpf/launch_record.h"
 
 namespace {
@@ -29,18 +30,17 @@ FileId process_look::IdOf(const struct stat& status) {
 
 std::string process_look::ReadFile(int nDir, const char* pszName, size_t nMost) {
     std::string strText;
-    const int nFd = openat(nDir, pszName, O_RDONLY | O_CLOEXEC);
-    if (nFd < 0) {
+    const UniqueFd fd(openat(nDir, pszName, O_RDONLY | O_CLOEXEC));
+    if (!fd) {
         return strText;
     }
     strText.resize(nMost);
     size_t nRead = 0;
     ssize_t nNow = 0;
-    while (nRead < nMost && (nNow = read(nFd, &strText[nRead], nMost - nRead)) > 0) {
+    while (nRead < nMost && (nNow = read(fd.Get(), &strText[nRead], nMost - nRead)) > 0) {
         nRead += static_cast<size_t>(nNow);
     }
     strText.resize(nRead);
-    close(nFd);
     return strText;
 }
 
@@ -58,11 +58,12 @@ std::string process_look::LinkOf(int nDir, const char* pszName) {
 ProcessState process_look::Look(uint32_t nPid, const std::string& strProc) {
     ProcessState state;
     // Everything through one descriptor: should the number be given away, nothing more is read.
-    const int nDir =
-        open((strProc + "/" + std::to_string(nPid)).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
-    if (nDir < 0) {
+    const UniqueFd process(
+        open((strProc + "/" + std::to_string(nPid)).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    if (!process) {
         return state;
     }
+    const int nDir = process.Get();
     state.strArgs = ReadFile(nDir, "cmdline", LAUNCH_ARGS_MOST + 1);
     if (state.strArgs.size() > LAUNCH_ARGS_MOST) {
         state.strArgs.resize(LAUNCH_ARGS_MOST);
@@ -81,6 +82,5 @@ ProcessState process_look::Look(uint32_t nPid, const std::string& strProc) {
         state.nUid = status.st_uid;
     }
     state.nParent = ParentIn(ReadFile(nDir, "stat", 512));
-    close(nDir);
     return state;
 }

@@ -12,6 +12,8 @@
 #include <exception>
 #include <utility>
 
+#include "host/base/UniqueFd.h"
+
 namespace {
 
 int WriteAll(int nFd, const std::string& strText) {
@@ -82,17 +84,16 @@ void MetricsFile::WriteNow() {
 
 int MetricsFile::Write(const std::string& strFile, const std::string& strText) {
     std::string strBeside = strFile + ".XXXXXX";
-    const int nFd = mkostemp(strBeside.data(), O_CLOEXEC);
-    if (nFd < 0) {
+    UniqueFd fd(mkostemp(strBeside.data(), O_CLOEXEC));
+    if (!fd) {
         return errno;
     }
-    int nError = WriteAll(nFd, strText);
-    if (nError == 0 && fchmod(nFd, 0644) != 0) {
+    int nError = WriteAll(fd.Get(), strText);
+    if (nError == 0 && fchmod(fd.Get(), 0644) != 0) {
         nError = errno;
     }
-    if (close(nFd) != 0 && nError == 0) {
-        nError = errno;
-    }
+    const int nCloseError = fd.Close();
+    nError = nError != 0 ? nError : nCloseError;
     if (nError == 0 && std::rename(strBeside.c_str(), strFile.c_str()) != 0) {
         nError = errno;
     }

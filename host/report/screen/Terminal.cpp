@@ -64,35 +64,34 @@ void ResetHandlers() {
 }  // namespace
 
 bool Terminal::Open(int nFd) {
-    if (m_nFd >= 0 || g_nOpen >= 0) {
+    if (m_fd || g_nOpen >= 0) {
         return false;
     }
     // A description of its own can be non-blocking without making standard error so.
     const std::string strName = "/proc/self/fd/" + std::to_string(nFd);
-    m_nFd = open(strName.c_str(), O_RDWR | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
-    if (m_nFd < 0) {
-        m_nFd = open(strName.c_str(), O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    m_fd.Reset(open(strName.c_str(), O_RDWR | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    if (!m_fd) {
+        m_fd.Reset(open(strName.c_str(), O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     }
-    if (m_nFd < 0 || isatty(m_nFd) != 1) {
+    if (!m_fd || isatty(m_fd.Get()) != 1) {
         Close();
         return false;
     }
-    QuietKeys(m_nFd);
+    QuietKeys(m_fd.Get());
     SetHandlers();
-    g_nOpen = m_nFd;
+    g_nOpen = m_fd.Get();
     return Write(ENTER);
 }
 
 void Terminal::Close() {
-    if (m_nFd < 0) {
+    if (!m_fd) {
         return;
     }
-    if (g_nOpen == m_nFd) {
+    if (g_nOpen == m_fd.Get()) {
         Restore();
         ResetHandlers();
     }
-    close(m_nFd);
-    m_nFd = -1;
+    m_fd.Reset();
 }
 
 void Terminal::Restore() {
@@ -111,7 +110,7 @@ void Terminal::Restore() {
 
 bool Terminal::Size(size_t& nColumns, size_t& nRows) const {
     winsize size = {};
-    if (ioctl(m_nFd, TIOCGWINSZ, &size) != 0 || size.ws_col == 0 || size.ws_row == 0) {
+    if (ioctl(m_fd.Get(), TIOCGWINSZ, &size) != 0 || size.ws_col == 0 || size.ws_row == 0) {
         return false;
     }
     nColumns = size.ws_col;
@@ -137,14 +136,14 @@ bool Terminal::Write(const std::string& strText) {
     const auto due = std::chrono::steady_clock::now() + PATIENCE;
     size_t nDone = 0;
     while (nDone < strText.size()) {
-        const ssize_t nWritten = write(m_nFd, strText.data() + nDone, strText.size() - nDone);
+        const ssize_t nWritten = write(m_fd.Get(), strText.data() + nDone, strText.size() - nDone);
         if (nWritten > 0) {
             nDone += static_cast<size_t>(nWritten);
         } else if (nWritten < 0 && errno == EAGAIN) {
             if (std::chrono::steady_clock::now() >= due) {
                 return false;
             }
-            pollfd fd = {m_nFd, POLLOUT, 0};
+            pollfd fd = {m_fd.Get(), POLLOUT, 0};
             (void)poll(&fd, 1, 50);
         } else if (nWritten < 0 && errno != EINTR) {
             m_bGone = true;

@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+#include "host/base/UniqueFd.h"
+
 class Terminal {
 public:
     Terminal() = default;
@@ -39,7 +41,7 @@ public:
 private:
     bool Write(const std::string& strText);
 
-    int m_nFd = -1;
+    UniqueFd m_fd;
     bool m_bGone = false;
     std::vector<std::string> m_drawn;
 };
