@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <sys/eventfd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -22,24 +21,16 @@ constexpr size_t READ_SIZE = 64 * 1024;
 ReplaySource::ReplaySource(std::string strFile, SourceRemark fnRemark)
     : m_strFile(std::move(strFile)), m_fnRemark(std::move(fnRemark)) {}
 
-ReplaySource::~ReplaySource() {
-    for (const int nFd : {m_nFile, m_nWake}) {
-        if (nFd >= 0) {
-            close(nFd);
-        }
-    }
-}
-
 std::string ReplaySource::Name() const {
     return m_strFile == "-" ? "standard input" : m_strFile;
 }
 
 bool ReplaySource::Start(std::string& strError) {
-    m_nWake = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    m_nFile = m_strFile == "-" ? fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3)
-                               : open(m_strFile.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY);
+    const bool bWake = m_wake.Open();
+    m_file.Reset(m_strFile == "-" ? fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3)
+                                  : open(m_strFile.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
     struct stat status = {};
-    if (m_nFile < 0 || m_nWake < 0 || fstat(m_nFile, &status) != 0) {
+    if (!m_file || !bWake || fstat(m_file.Get(), &status) != 0) {
         strError = "cannot open " + Name() + ": " + std::strerror(errno) +
                    "; name a file of JSON lines, or - for standard input";
         return false;
@@ -53,8 +44,7 @@ bool ReplaySource::Start(std::string& strError) {
 
 void ReplaySource::Stop() {
     m_bStopped = true;
-    const uint64_t nOne = 1;
-    (void)!write(m_nWake, &nOne, sizeof(nOne));  // full means that it is awake already
+    m_wake.Wake();
 }
 
 SourceResult ReplaySource::Next(EventBatch& batch, std::chrono::milliseconds wait) {
@@ -108,7 +98,7 @@ SourceResult ReplaySource::Fill(std::chrono::steady_clock::time_point due) {
     using std::chrono::milliseconds;
     const auto left =
         std::chrono::duration_cast<milliseconds>(due - std::chrono::steady_clock::now());
-    pollfd fds[] = {{m_nFile, POLLIN, 0}, {m_nWake, POLLIN, 0}};
+    pollfd fds[] = {{m_file.Get(), POLLIN, 0}, {m_wake.Fd(), POLLIN, 0}};
     const int nReady = poll(fds, 2, static_cast<int>(std::max<int64_t>(0, left.count())));
     if (nReady == 0 || (nReady < 0 && errno == EINTR)) {
         return SOURCE_NOTHING_YET;
@@ -121,7 +111,7 @@ SourceResult ReplaySource::Fill(std::chrono::steady_clock::time_point due) {
     m_nTaken = 0;
     const size_t nOld = m_strBuffer.size();
     m_strBuffer.resize(nOld + READ_SIZE);
-    const ssize_t nRead = read(m_nFile, &m_strBuffer[nOld], READ_SIZE);
+    const ssize_t nRead = read(m_file.Get(), &m_strBuffer[nOld], READ_SIZE);
     m_strBuffer.resize(nOld + (nRead > 0 ? static_cast<size_t>(nRead) : 0));
     if (nRead < 0 && (errno == EINTR || errno == EAGAIN)) {
         return SOURCE_BATCH;

@@ -7,6 +7,8 @@
 #include <atomic>
 #include <string>
 
+#include "host/base/UniqueFd.h"
+#include "host/base/WakeFd.h"
 #include "host/event/IEventSource.h"
 
 class ReplaySource : public IEventSource {
@@ -16,7 +18,6 @@ public:
 
     // strFile, or "-" for standard input.
     ReplaySource(std::string strFile, SourceRemark fnRemark);
-    ~ReplaySource() override;
 
     ReplaySource(const ReplaySource&) = delete;
     ReplaySource& operator=(const ReplaySource&) = delete;
@@ -36,8 +37,8 @@ private:
 
     const std::string m_strFile;
     const SourceRemark m_fnRemark;
-    int m_nFile = -1;
-    int m_nWake = -1;  // an eventfd that Stop writes
+    UniqueFd m_file;
+    WakeFd m_wake;  // Stop wakes Next
     std::atomic<bool> m_bStopped{false};
     std::string m_strBuffer;   // read and not yet taken
     size_t m_nTaken = 0;       // bytes of it that were

@@ -1,8 +1,6 @@
 #include "host/kernel/KernelSource.h"
 
 #include <poll.h>
-#include <sys/eventfd.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -34,15 +32,8 @@ KernelSource::KernelSource(std::unique_ptr<ILaunchSensor> pLaunches,
     }
 }
 
-KernelSource::~KernelSource() {
-    if (m_nWake >= 0) {
-        close(m_nWake);
-    }
-}
-
 bool KernelSource::Start(std::string& strError) {
-    m_nWake = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    if (m_nWake < 0) {
+    if (!m_wake.Open()) {
         strError = std::string("cannot make an eventfd: ") + std::strerror(errno);
         return false;
     }
@@ -70,8 +61,7 @@ bool KernelSource::Start(std::string& strError) {
 
 void KernelSource::Stop() {
     m_bStopped = true;
-    const uint64_t nOne = 1;
-    (void)!write(m_nWake, &nOne, sizeof(nOne));  // full means that it is awake already
+    m_wake.Wake();
 }
 
 // The host's own directories are there by now, and its observers ready.
@@ -129,7 +119,7 @@ bool KernelSource::Look(bool bLast) {
 // While something happens it is gathered, so that not every event wakes the host; at rest the
 // first file operation ends the sleep. The ring wakes nobody and is looked into.
 void KernelSource::Sleep(bool bBusy, Clock::time_point due) const {
-    pollfd fds[] = {{m_nWake, POLLIN, 0}, {-1, POLLIN, 0}};
+    pollfd fds[] = {{m_wake.Fd(), POLLIN, 0}, {-1, POLLIN, 0}};
     if (m_pFiles != nullptr && !bBusy) {
         fds[1].fd = m_pFiles->Descriptor();
     }

@@ -16,6 +16,7 @@
 #include <memory>
 #include <string>
 
+#include "host/base/WakeFd.h"
 #include "host/event/IEventSource.h"
 #include "host/kernel/file/FileSource.h"
 #include "host/kernel/launch/LaunchSource.h"
@@ -34,7 +35,6 @@ public:
     KernelSource(std::unique_ptr<ILaunchSensor> pLaunches, ILaunchObserver& launchObserver,
                  std::unique_ptr<IFileSensor> pFiles, IFileObserver& fileObserver,
                  KernelSourceOptions options = {});
-    ~KernelSource() override;
 
     KernelSource(const KernelSource&) = delete;
     KernelSource& operator=(const KernelSource&) = delete;
@@ -59,7 +59,7 @@ private:
     ProcessTable m_images;
     std::unique_ptr<LaunchSource> m_pLaunches;
     std::unique_ptr<FileSource> m_pFiles;
-    int m_nWake = -1;  // an eventfd that Stop writes
+    WakeFd m_wake;  // Stop wakes Next
     std::atomic<bool> m_bStopped{false};
     bool m_bBegun = false;
     bool m_bDetached = false;

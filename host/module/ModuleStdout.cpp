@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <pthread.h>
-#include <sys/eventfd.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -12,17 +11,6 @@
 #include <exception>
 #include <system_error>
 #include <utility>
-
-namespace {
-
-void CloseIfOpen(int& nFd) {
-    if (nFd >= 0) {
-        close(nFd);
-        nFd = -1;
-    }
-}
-
-}  // namespace
 
 ModuleStdout::ModuleStdout(Sink fnSink) : m_fnSink(std::move(fnSink)) {}
 
@@ -35,19 +23,20 @@ bool ModuleStdout::Begin() {
     if (m_thread.joinable() || pipe2(fds, O_CLOEXEC) != 0) {
         return false;
     }
-    m_nRead = fds[0];
+    m_read.Reset(fds[0]);
+    UniqueFd writer(fds[1]);
     // Read to the last byte at the end, also when somebody still holds the other side.
-    bool bReady = fcntl(m_nRead, F_SETFL, O_NONBLOCK) == 0;
-    m_nEnd = eventfd(0, EFD_CLOEXEC);
-    m_nSaved = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    bool bReady = fcntl(m_read.Get(), F_SETFL, O_NONBLOCK) == 0;
+    const bool bEnd = m_end.Open();
+    m_saved.Reset(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
     try {
-        if (bReady && m_nEnd >= 0 && m_nSaved >= 0) {
+        if (bReady && bEnd && m_saved) {
             m_thread = std::thread(&ModuleStdout::Read, this);
         }
     } catch (const std::system_error&) {  // no thread
     }
-    bReady = m_thread.joinable() && dup2(fds[1], STDOUT_FILENO) == STDOUT_FILENO;
-    close(fds[1]);
+    bReady = m_thread.joinable() && dup2(writer.Get(), STDOUT_FILENO) == STDOUT_FILENO;
+    writer.Reset();
     if (!bReady) {
         End();
     }
@@ -55,18 +44,17 @@ bool ModuleStdout::Begin() {
 }
 
 void ModuleStdout::End() {
-    if (m_nSaved >= 0) {
+    if (m_saved) {
         (void)std::fflush(stdout);  // what the module left in the buffer is the module's
-        (void)dup2(m_nSaved, STDOUT_FILENO);
+        (void)dup2(m_saved.Get(), STDOUT_FILENO);
     }
     if (m_thread.joinable()) {
-        const uint64_t nOne = 1;
-        (void)!write(m_nEnd, &nOne, sizeof(nOne));  // cannot fail: it was 0
+        m_end.Wake();
         m_thread.join();
     }
-    CloseIfOpen(m_nSaved);
-    CloseIfOpen(m_nRead);
-    CloseIfOpen(m_nEnd);
+    m_saved.Reset();
+    m_read.Reset();
+    m_end.Close();
 }
 
 void ModuleStdout::Read() {
@@ -74,7 +62,7 @@ void ModuleStdout::Read() {
     std::string strRest;  // a line in the making
     bool bEnd = false;
     while (!bEnd) {
-        pollfd fds[2] = {{m_nRead, POLLIN, 0}, {m_nEnd, POLLIN, 0}};
+        pollfd fds[2] = {{m_read.Get(), POLLIN, 0}, {m_end.Fd(), POLLIN, 0}};
         (void)poll(fds, 2, WaitTime());
         bEnd = (fds[1].revents & POLLIN) != 0;
         try {
@@ -100,7 +88,7 @@ void ModuleStdout::Read() {
 // False when nothing is there at the moment.
 bool ModuleStdout::ReadSome(std::string& strRest) {
     char szBuffer[16384];
-    const ssize_t nRead = read(m_nRead, szBuffer, sizeof(szBuffer));
+    const ssize_t nRead = read(m_read.Get(), szBuffer, sizeof(szBuffer));
     if (nRead <= 0) {
         return false;
     }

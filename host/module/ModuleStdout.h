@@ -12,6 +12,8 @@
 #include <string>
 #include <thread>
 
+#include "host/base/UniqueFd.h"
+#include "host/base/WakeFd.h"
 #include "host/module/RepeatFilter.h"
 
 class ModuleStdout {
@@ -40,9 +42,9 @@ private:
 
     const Sink m_fnSink;
     RepeatFilter m_folder;  // of the thread
-    int m_nSaved = -1;
-    int m_nRead = -1;
-    int m_nEnd = -1;  // an eventfd that End writes
+    UniqueFd m_saved;       // file descriptor 1 before Begin
+    UniqueFd m_read;
+    WakeFd m_end;  // End wakes Read
     std::thread m_thread;
 };
 

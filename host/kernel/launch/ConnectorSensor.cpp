@@ -4,7 +4,6 @@
 #include <poll.h>
 #include <pthread.h>
 #include <sched.h>
-#include <sys/eventfd.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -23,6 +22,7 @@
 #include <vector>
 
 #include "host/base/Mutex.h"
+#include "host/base/WakeFd.h"
 #include "host/kernel/launch/ConnectorSocket.h"
 #include "host/kernel/launch/ExecOpens.h"
 #include "host/kernel/launch/LaunchPath.h"
@@ -51,12 +51,7 @@ bool MayLookAtOthers() {
 class ConnectorSensor : public ILaunchSensor {
 public:
     explicit ConnectorSensor(bool bOpens) : m_bOpens(bOpens) {}
-    ~ConnectorSensor() override {
-        Detach();
-        if (m_nWake >= 0) {
-            close(m_nWake);
-        }
-    }
+    ~ConnectorSensor() override { Detach(); }
 
     ConnectorSensor(const ConnectorSensor&) = delete;
     ConnectorSensor& operator=(const ConnectorSensor&) = delete;
@@ -82,7 +77,7 @@ private:
     void Put(const LaunchEvent& event);
 
     const bool m_bOpens;
-    int m_nWake = -1;  // an eventfd that Detach writes
+    WakeFd m_wake;  // Detach wakes Run
     bool m_bRealTime = false;
     uint32_t m_nOwnMountNs = 0;
     std::thread m_thread;
@@ -116,8 +111,7 @@ bool ConnectorSensor::Open(std::string& strError) {
         (m_bOpens && !m_opens.Open(strError))) {
         return false;
     }
-    m_nWake = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    if (m_nWake < 0) {
+    if (!m_wake.Open()) {
         strError = std::string("cannot make an eventfd: ") + std::strerror(errno);
         return false;
     }
@@ -161,7 +155,7 @@ std::string ConnectorSensor::Limits() const {
 void ConnectorSensor::Run() {
     privileges::KeepForWatching();  // they belong to a thread, and this one was made with all
     while (!m_bStop) {
-        pollfd fds[] = {{m_execs.Fd(), POLLIN, 0}, {m_nWake, POLLIN, 0}};
+        pollfd fds[] = {{m_execs.Fd(), POLLIN, 0}, {m_wake.Fd(), POLLIN, 0}};
         (void)poll(fds, 2, IDLE_LOOK_MS);
         Round();
     }
@@ -320,8 +314,7 @@ void ConnectorSensor::Detach() {
         return;
     }
     m_bStop = true;
-    const uint64_t nOne = 1;
-    (void)!write(m_nWake, &nOne, sizeof(nOne));  // full means that it is awake already
+    m_wake.Wake();
     m_thread.join();
 }
 
