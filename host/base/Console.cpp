@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "host/base/EscapedText.h"
+#include "host/base/WriteAll.h"
 
 namespace {
 
@@ -23,23 +24,6 @@ bool IsTerminal(int nFd) {
 bool WantsColour() {
     const char* const pszNoColour = std::getenv("NO_COLOR");
     return pszNoColour == nullptr || *pszNoColour == '\0';
-}
-
-// 0, or the error that stopped it.
-int WriteAll(int nFd, const std::string& strText) {
-    size_t nDone = 0;
-    while (nDone < strText.size()) {
-        const ssize_t nWritten = write(nFd, strText.data() + nDone, strText.size() - nDone);
-        if (nWritten >= 0) {
-            nDone += static_cast<size_t>(nWritten);
-        } else if (errno == EAGAIN) {
-            pollfd fd = {nFd, POLLOUT, 0};
-            (void)poll(&fd, 1, -1);
-        } else if (errno != EINTR) {
-            return errno;
-        }
-    }
-    return 0;
 }
 
 constexpr int STALL_WAIT_MS = 100;  // for standard error to be read, until it was not

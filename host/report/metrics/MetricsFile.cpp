@@ -13,22 +13,7 @@
 #include <utility>
 
 #include "host/base/UniqueFd.h"
-
-namespace {
-
-int WriteAll(int nFd, const std::string& strText) {
-    size_t nDone = 0;
-    while (nDone < strText.size()) {
-        const ssize_t nWritten = write(nFd, strText.data() + nDone, strText.size() - nDone);
-        if (nWritten < 0 && errno != EINTR) {
-            return errno;
-        }
-        nDone += nWritten > 0 ? static_cast<size_t>(nWritten) : 0;
-    }
-    return 0;
-}
-
-}  // namespace
+#include "host/base/WriteAll.h"
 
 MetricsFile::MetricsFile(std::string strFile, std::chrono::milliseconds interval, MakeText fnText,
                          Tell fnTell)

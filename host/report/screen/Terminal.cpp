@@ -1,7 +1,6 @@
 #include "host/report/screen/Terminal.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
@@ -10,6 +9,8 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+
+#include "host/base/WriteAll.h"
 
 namespace {
 
@@ -133,22 +134,7 @@ void Terminal::Draw(const std::vector<std::string>& lines) {
 }
 
 bool Terminal::Write(const std::string& strText) {
-    const auto due = std::chrono::steady_clock::now() + PATIENCE;
-    size_t nDone = 0;
-    while (nDone < strText.size()) {
-        const ssize_t nWritten = write(m_fd.Get(), strText.data() + nDone, strText.size() - nDone);
-        if (nWritten > 0) {
-            nDone += static_cast<size_t>(nWritten);
-        } else if (nWritten < 0 && errno == EAGAIN) {
-            if (std::chrono::steady_clock::now() >= due) {
-                return false;
-            }
-            pollfd fd = {m_fd.Get(), POLLOUT, 0};
-            (void)poll(&fd, 1, 50);
-        } else if (nWritten < 0 && errno != EINTR) {
-            m_bGone = true;
-            return false;
-        }
-    }
-    return true;
+    const int nError = WriteAll(m_fd.Get(), strText, PATIENCE);
+    m_bGone = m_bGone || (nError != 0 && nError != EAGAIN);
+    return nError == 0;
 }
