@@ -19,6 +19,8 @@
 
 #include "framework/digest/DigestPair.h"
 
+using testing::HasSubstr;
+
 namespace {
 
 int Log(int nLevel, const char* pszSource, const char* pszFunction, int nLine,
@@ -161,10 +163,9 @@ TEST(CLogDebugTest, DigestsThatFailTheirCheckAreToldInTheLog) {
     EXPECT_EQ(utils::DIGEST_PATH_LIBRARY, eChosen);
     const std::string strText = AfterTime(capture.Text());
     EXPECT_EQ(0u, strText.find("L4 framework/digest/DigestPair ChooseDigestPath:")) << strText;
-    EXPECT_NE(std::string::npos,
-              strText.find(" [DigestPair] the digests of path [portable] are wrong here, OpenSSL's "
-                           "are in use\n"))
-        << strText;
+    EXPECT_THAT(strText,
+                HasSubstr(" [DigestPair] the digests of path [portable] are wrong here, OpenSSL's "
+                          "are in use\n"));
 }
 
 TEST(CLogDebugTest, AMegabyteIsWrittenWhole) {

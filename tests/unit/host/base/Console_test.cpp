@@ -1,6 +1,7 @@
 #include "host/base/Console.h"
 
 #include <fcntl.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -8,6 +9,8 @@
 #include <cstdio>
 
 #include "tests/support/StdoutCapture.h"
+
+using testing::HasSubstr;
 
 namespace {
 
@@ -122,6 +125,6 @@ TEST(ConsoleTest, AStandardErrorThatNobodyReadsStallsNobodyAndItsDroppedLinesAre
 
     const std::string strMore = strText.substr(0, static_cast<size_t>(nMore));
     EXPECT_EQ(0u, strMore.find("\ntevmon-host: ")) << strMore;
-    EXPECT_NE(std::string::npos, strMore.find(" lines were dropped here")) << strMore;
-    EXPECT_NE(std::string::npos, strMore.find("\nread again\n")) << strMore;
+    EXPECT_THAT(strMore, HasSubstr(" lines were dropped here"));
+    EXPECT_THAT(strMore, HasSubstr("\nread again\n"));
 }

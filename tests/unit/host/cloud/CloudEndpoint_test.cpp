@@ -1,11 +1,14 @@
 #include "host/cloud/CloudEndpoint.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <mutex>
 
 #include "tests/support/Event.h"
 #include "tests/support/TestDir.h"
+
+using testing::HasSubstr;
 
 namespace {
 
@@ -97,7 +100,7 @@ TEST_F(CloudEndpointTest, WhatNobodyKnowsIsLevel40) {
     Send(QueryFor(std::string(72, 'c')));
 
     ASSERT_TRUE(Quiet());
-    EXPECT_NE(std::string::npos, m_module.Answers().at(0).find(R"("result":"40")"));
+    EXPECT_THAT(m_module.Answers().at(0), HasSubstr(R"("result":"40")"));
     EXPECT_EQ("none", m_verdict.strSource);
 }
 
@@ -157,7 +160,7 @@ TEST_F(CloudEndpointTest, AKeyWithQuotesIsEchoedAsItCame) {
     Send(QueryFor(R"(a\"b'c)"));
 
     ASSERT_TRUE(Quiet());
-    EXPECT_NE(std::string::npos, m_module.Answers().at(0).find(R"("context":"a\"b'c")"));
+    EXPECT_THAT(m_module.Answers().at(0), HasSubstr(R"("context":"a\"b'c")"));
 }
 
 TEST_F(CloudEndpointTest, AnAnswerThatTheRouterRefusesMayBeGivenLater) {

@@ -1,10 +1,13 @@
 #include "host/command/DoctorCommand.h"
 
+#include <gmock/gmock.h>
 #include <json/json.h>
 
 #include <memory>
 
 #include "tests/support/HostProgram.h"
+
+using testing::HasSubstr;
 
 namespace {
 
@@ -39,7 +42,7 @@ TEST_F(DoctorCommandTest, EveryCheckIsOneRecordAndTheLastOneCountsThem) {
 TEST_F(DoctorCommandTest, AFailureHasItsExitCodeAndRemedyAndNothingIsMade) {
     EXPECT_EQ(11, m_host.Run({"--module", FakeModule("lacks_function"), "doctor"}));
 
-    EXPECT_NE(std::string::npos, m_host.Output().find("\nfailed   module "));
-    EXPECT_NE(std::string::npos, m_host.Output().find("to do: name the module with --module"));
+    EXPECT_THAT(m_host.Output(), HasSubstr("\nfailed   module "));
+    EXPECT_THAT(m_host.Output(), HasSubstr("to do: name the module with --module"));
     EXPECT_NE(0, access(m_host.StateDir().c_str(), F_OK));
 }

@@ -1,8 +1,12 @@
 #include "host/command/HostMain.h"
 
+#include <gmock/gmock.h>
+
 #include <utility>
 
 #include "tests/support/HostProgram.h"
+
+using testing::HasSubstr;
 
 namespace {
 
@@ -18,7 +22,7 @@ TEST_F(HostMainTest, HelpIsSuccessAndNamesTheCommands) {
     EXPECT_EQ(0, m_host.Run({"--help"}));
 
     for (const char* pszCommand : {"replay", "scan", "queue", "verdicts", "Exit codes"}) {
-        EXPECT_NE(std::string::npos, m_host.Output().find(pszCommand)) << pszCommand;
+        EXPECT_THAT(m_host.Output(), HasSubstr(pszCommand)) << pszCommand;
     }
     EXPECT_EQ("", m_host.Error());
 }
@@ -27,7 +31,7 @@ TEST_F(HostMainTest, EveryCommandHasHelpOfItsOwn) {
     for (const char* pszCommand : {"replay", "scan", "queue", "verdicts"}) {
         HostProgram host(m_dir);
         EXPECT_EQ(0, host.Run({pszCommand, "--help"})) << pszCommand;
-        EXPECT_NE(std::string::npos, host.Output().find("Usage: ")) << pszCommand;
+        EXPECT_THAT(host.Output(), HasSubstr("Usage: ")) << pszCommand;
     }
 }
 

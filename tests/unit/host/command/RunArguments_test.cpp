@@ -1,6 +1,10 @@
 #include "host/command/RunArguments.h"
 
+#include <gmock/gmock.h>
+
 #include "tests/support/HostProgram.h"
+
+using testing::HasSubstr;
 
 namespace {
 
@@ -14,13 +18,13 @@ TEST_F(RunArgumentsTest, APathFromTheCurrentDirectoryIsFoundAlthoughTheHostLeave
 
     EXPECT_EQ(0, Run({"replay", "events", "--drain"}));
 
-    EXPECT_NE(std::string::npos, m_host.Output().find("1 event in 1 message")) << m_host.Output();
+    EXPECT_THAT(m_host.Output(), HasSubstr("1 event in 1 message"));
 }
 
 TEST_F(RunArgumentsTest, AListThatCannotBeReadEndsTheRunBeforeItBegins) {
     EXPECT_EQ(3, Run({"scan", m_dir.Path(), "--block", "/no/such/list"}));
 
-    EXPECT_NE(std::string::npos, m_host.Error().find("/no/such/list"));
+    EXPECT_THAT(m_host.Error(), HasSubstr("/no/such/list"));
     EXPECT_EQ("", m_host.ModuleCalls());
 }
 
@@ -35,9 +39,8 @@ TEST_F(RunArgumentsTest, ABlockListGoesBeforeAnAllowListForTheSameProgram) {
 
     EXPECT_EQ(0, Run({"scan", "--allow", strList, "--block", strList, m_dir.Path() + "/bin"}));
 
-    EXPECT_NE(std::string::npos, m_host.Output().find("blocked    70  " + strProgram + "  bad"))
-        << m_host.Output();
-    EXPECT_NE(std::string::npos, m_host.ModuleCalls().find("\"result\":\"70\""));
+    EXPECT_THAT(m_host.Output(), HasSubstr("blocked    70  " + strProgram + "  bad"));
+    EXPECT_THAT(m_host.ModuleCalls(), HasSubstr("\"result\":\"70\""));
 }
 
 TEST_F(RunArgumentsTest, APlaceAfterAListIsAPlace) {

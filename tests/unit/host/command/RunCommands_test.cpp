@@ -1,6 +1,10 @@
 #include "host/command/RunCommands.h"
 
+#include <gmock/gmock.h>
+
 #include "tests/support/HostProgram.h"
+
+using testing::HasSubstr;
 
 namespace {
 
@@ -23,7 +27,7 @@ TEST_F(RunCommandsTest, AListLineThatIsNoneIsNamedByItsNumber) {
 
     EXPECT_EQ(3, Run({"scan", m_dir.Path(), "--allow", strList}));
 
-    EXPECT_NE(std::string::npos, m_host.Error().find("list:2: ")) << m_host.Error();
+    EXPECT_THAT(m_host.Error(), HasSubstr("list:2: "));
 }
 
 TEST_F(RunCommandsTest, ScanMakesBatchesOfTheSizeAskedFor) {
@@ -33,7 +37,7 @@ TEST_F(RunCommandsTest, ScanMakesBatchesOfTheSizeAskedFor) {
 
     EXPECT_EQ(0, Run({"scan", "--batch", "2", "--no-packages", m_dir.Path() + "/bin"}));
 
-    EXPECT_NE(std::string::npos, m_host.Output().find("3 events in 2 messages")) << m_host.Output();
+    EXPECT_THAT(m_host.Output(), HasSubstr("3 events in 2 messages"));
 }
 
 TEST_F(RunCommandsTest, EachPassLooksAtEverythingAgain) {
@@ -41,8 +45,8 @@ TEST_F(RunCommandsTest, EachPassLooksAtEverythingAgain) {
 
     EXPECT_EQ(0, Run({"scan", "--passes", "3", m_dir.Path() + "/bin", "--no-packages"}));
 
-    EXPECT_NE(std::string::npos, m_host.Output().find("Pass 3 of 3"));
-    EXPECT_NE(std::string::npos, m_host.Output().find("pass 3"));
+    EXPECT_THAT(m_host.Output(), HasSubstr("Pass 3 of 3"));
+    EXPECT_THAT(m_host.Output(), HasSubstr("pass 3"));
     const std::string strCalls = m_host.ModuleCalls();
     EXPECT_EQ(3, std::count(strCalls.begin(), strCalls.end(), '\n') - 6) << strCalls;
 }

@@ -1,8 +1,11 @@
 #include "host/command/WatchCommand.h"
 
+#include <gmock/gmock.h>
 #include <sys/stat.h>
 
 #include "tests/support/HostProgram.h"
+
+using testing::HasSubstr;
 
 namespace {
 
@@ -30,7 +33,7 @@ TEST_F(WatchCommandTest, ARecordingIsItsUsersAlone) {
 TEST_F(WatchCommandTest, WithoutLaunchesAndFilesThereIsNothingToWatch) {
     EXPECT_EQ(2, Run({"watch", "--no-files", "--no-launches"}));
 
-    EXPECT_NE(std::string::npos, m_host.Error().find("--no-launches excludes --no-files"));
+    EXPECT_THAT(m_host.Error(), HasSubstr("--no-launches excludes --no-files"));
 }
 
 TEST_F(WatchCommandTest, AnAliasIsTwoDirectories) {

@@ -1,5 +1,6 @@
 #include "host/database/ModuleDatabase.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -7,6 +8,8 @@
 
 #include "tests/support/TestDir.h"
 #include "tests/unit/host/database/DbFile.h"
+
+using testing::HasSubstr;
 
 namespace {
 
@@ -97,7 +100,7 @@ TEST_F(ModuleDatabaseTest, AReaderDoesNotKeepTidyUpFromEmptyingTheLog) {
 
     EXPECT_FALSE(TidyUp());
 
-    EXPECT_NE(std::string::npos, m_strError.find(m_strFile)) << m_strError;
+    EXPECT_THAT(m_strError, HasSubstr(m_strFile));
     EXPECT_EQ(0u, std::filesystem::file_size(m_strFile + "-wal"));
 }
 
@@ -119,8 +122,8 @@ TEST_F(ModuleDatabaseTest, WhatAKilledWriterLeftIsComplete) {
 TEST_F(ModuleDatabaseTest, ADamagedFileIsNamedWithTheRemedy) {
     m_dir.WriteFile("data/db/tevchennaldb.db", "no database, and longer than none at all");
     EXPECT_FALSE(Prepare());
-    EXPECT_NE(std::string::npos, m_strError.find(m_strFile + ": file is not a database"));
-    EXPECT_NE(std::string::npos, m_strError.find("move it away")) << m_strError;
+    EXPECT_THAT(m_strError, HasSubstr(m_strFile + ": file is not a database"));
+    EXPECT_THAT(m_strError, HasSubstr("move it away"));
 }
 
 TEST_F(ModuleDatabaseTest, ATornPageIsFound) {
@@ -136,7 +139,7 @@ TEST_F(ModuleDatabaseTest, ATornPageIsFound) {
 
     EXPECT_FALSE(Prepare());
 
-    EXPECT_NE(std::string::npos, m_strError.find("damaged")) << m_strError;
+    EXPECT_THAT(m_strError, HasSubstr("damaged"));
 }
 
 TEST_F(ModuleDatabaseTest, ALinkOrAFileWithASecondNameIsRefused) {
@@ -147,7 +150,7 @@ TEST_F(ModuleDatabaseTest, ALinkOrAFileWithASecondNameIsRefused) {
     std::filesystem::remove(m_strFile);
     std::filesystem::create_hard_link(m_dir.Path() + "/elsewhere", m_strFile);
     EXPECT_FALSE(Prepare());
-    EXPECT_NE(std::string::npos, m_strError.find("move it away")) << m_strError;
+    EXPECT_THAT(m_strError, HasSubstr("move it away"));
 }
 
 TEST_F(ModuleDatabaseTest, UsedBytesLeaveOutWhatIsFree) {

@@ -1,11 +1,14 @@
 #include "host/doctor/Doctor.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include "tests/support/HostProgram.h"
 #include "tests/support/TestDir.h"
 #include "tests/unit/host/database/DbFile.h"
+
+using testing::HasSubstr;
 
 namespace {
 
@@ -60,7 +63,7 @@ TEST_F(DoctorTest, AStateDirectoryIsLookedAtAndNotMade) {
     ASSERT_EQ(0, chmod((m_dir.Path() + "/run").c_str(), 0777));
     const Finding finding = doctor::OfStateDirectory(m_dir.Path() + "/run");
     EXPECT_EQ(FINDING_FAILED, finding.eState);
-    EXPECT_NE(std::string::npos, finding.strText.find("chmod 700")) << finding.strText;
+    EXPECT_THAT(finding.strText, HasSubstr("chmod 700"));
 }
 
 TEST_F(DoctorTest, ADatabaseIsCheckedWhileAModuleWorksWithIt) {
@@ -81,7 +84,7 @@ TEST_F(DoctorTest, ADamagedDatabaseHasFailed) {
     const Finding finding = doctor::OfDatabase(m_strDatabase);
 
     EXPECT_EQ(FINDING_FAILED, finding.eState);
-    EXPECT_NE(std::string::npos, finding.strRemedy.find("move the file away"));
+    EXPECT_THAT(finding.strRemedy, HasSubstr("move the file away"));
 }
 
 TEST_F(DoctorTest, AModuleIsLoadedAndNotStarted) {
@@ -90,7 +93,7 @@ TEST_F(DoctorTest, AModuleIsLoadedAndNotStarted) {
 
     const Finding finding = doctor::OfModule(FakeModule("lacks_function"));
     EXPECT_EQ(FINDING_FAILED, finding.eState);
-    EXPECT_NE(std::string::npos, finding.strText.find("DestroyObject"));
+    EXPECT_THAT(finding.strText, HasSubstr("DestroyObject"));
 }
 
 TEST_F(DoctorTest, APackageDatabaseThatIsMissingIsAWarning) {

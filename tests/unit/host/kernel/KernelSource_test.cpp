@@ -16,6 +16,8 @@
 using std::chrono::milliseconds;
 using std::chrono::minutes;
 using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::Not;
 
 namespace {
 
@@ -182,10 +184,10 @@ TEST_F(KernelSourceTest, LaunchesAndFileOperationsComeInBatchesOfTheirOwnWithOne
     EventBatch batch;
 
     ASSERT_EQ(SOURCE_BATCH, source.Next(batch, minutes(1)));
-    EXPECT_NE(std::string::npos, batch.strBody.find("cloudad"));
-    EXPECT_EQ(std::string::npos, batch.strBody.find("cloudfd"));
+    EXPECT_THAT(batch.strBody, HasSubstr("cloudad"));
+    EXPECT_THAT(batch.strBody, Not(HasSubstr("cloudfd")));
     ASSERT_EQ(SOURCE_BATCH, source.Next(batch, minutes(1)));
-    EXPECT_NE(std::string::npos, batch.strBody.find("cloudfd"));
+    EXPECT_THAT(batch.strBody, HasSubstr("cloudfd"));
     EXPECT_EQ(2u, batch.nNumber);
     EXPECT_THAT(m_observer.m_batches, ElementsAre("launches 1", "files 2"));
     EXPECT_EQ(2u, source.Counters().nBatches);

@@ -1,10 +1,13 @@
 #include "host/module/PluginLoader.h"
 
 #include <dlfcn.h>
+#include <gmock/gmock.h>
 
 #include "tests/support/HostProgram.h"
 #include "tests/support/SilentRouter.h"
 #include "tests/support/StdoutCapture.h"
+
+using testing::HasSubstr;
 
 namespace {
 
@@ -70,27 +73,27 @@ TEST_F(PluginLoaderTest, AFileThatIsNoLibraryIsNamed) {
     EXPECT_FALSE(m_loader.Load(strFile, m_strError));
 
     EXPECT_EQ(0u, m_strError.find("cannot load the module " + strFile + ": ")) << m_strError;
-    EXPECT_NE(std::string::npos, m_strError.find("; name the module with --module"));
+    EXPECT_THAT(m_strError, HasSubstr("; name the module with --module"));
 }
 
 TEST_F(PluginLoaderTest, ANameWithoutAFolderIsNotSearchedFor) {
     EXPECT_FALSE(m_loader.Load("libm.so.6", m_strError));
 
-    EXPECT_NE(std::string::npos, m_strError.find("./libm.so.6")) << m_strError;
+    EXPECT_THAT(m_strError, HasSubstr("./libm.so.6"));
 }
 
 TEST_F(PluginLoaderTest, EveryFunctionMustBeThere) {
     EXPECT_FALSE(m_loader.Load(FakeModule("lacks_function"), m_strError));
 
-    EXPECT_NE(std::string::npos, m_strError.find("is not a module: it has no function "
-                                                 "DestroyObject"));
+    EXPECT_THAT(m_strError, HasSubstr("is not a module: it has no function "
+                                      "DestroyObject"));
     EXPECT_FALSE(IsLoaded(FakeModule("lacks_function")));
 }
 
 TEST_F(PluginLoaderTest, TheTableMustBeFilled) {
     EXPECT_FALSE(m_loader.Load(FakeModule("empty_table"), m_strError));
 
-    EXPECT_NE(std::string::npos, m_strError.find("its operation table is not filled"));
+    EXPECT_THAT(m_strError, HasSubstr("its operation table is not filled"));
 }
 
 TEST_F(PluginLoaderTest, TheDefaultStandsBesideTheProgram) {

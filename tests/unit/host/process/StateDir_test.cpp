@@ -1,5 +1,6 @@
 #include "host/process/StateDir.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -11,6 +12,8 @@
 
 #include "framework/base/CDir.h"
 #include "tests/support/TestDir.h"
+
+using testing::HasSubstr;
 
 namespace {
 
@@ -84,7 +87,7 @@ TEST_F(StateDirTest, ADirectoryThatOthersMayWriteIsRefused) {
 
     EXPECT_FALSE(Enter(strPath));
 
-    EXPECT_NE(std::string::npos, m_strError.find("chmod 700")) << m_strError;
+    EXPECT_THAT(m_strError, HasSubstr("chmod 700"));
 }
 
 TEST_F(StateDirTest, AParentThatOthersMayWriteIsRefusedUnlessItIsSticky) {
@@ -94,8 +97,7 @@ TEST_F(StateDirTest, AParentThatOthersMayWriteIsRefusedUnlessItIsSticky) {
     std::filesystem::permissions(strParent, perms::all);
 
     EXPECT_FALSE(Enter(strParent + "/a/state"));
-    EXPECT_NE(std::string::npos, m_strError.find("others may write to " + strParent + ","))
-        << m_strError;
+    EXPECT_THAT(m_strError, HasSubstr("others may write to " + strParent + ","));
 
     std::filesystem::permissions(strParent, perms::all | perms::sticky_bit);
     EXPECT_TRUE(Enter(strParent + "/a/state")) << m_strError;
@@ -121,7 +123,7 @@ TEST_F(StateDirTest, ALinkOnTheWayIsFollowedAndWhereItLeadsIsLookedAt) {
     std::filesystem::permissions(strTarget, perms::all);
 
     EXPECT_FALSE(Enter(m_dir.Path() + "/link/state"));
-    EXPECT_NE(std::string::npos, m_strError.find(strTarget + ",")) << m_strError;
+    EXPECT_THAT(m_strError, HasSubstr(strTarget + ","));
 
     std::filesystem::permissions(strTarget, perms::owner_all);
     EXPECT_TRUE(Enter(m_dir.Path() + "/link/state")) << m_strError;
@@ -131,9 +133,9 @@ TEST_F(StateDirTest, AFileInTheWayIsNamed) {
     const std::string strFile = m_dir.WriteFile("file", "");
 
     EXPECT_FALSE(Enter(strFile));
-    EXPECT_NE(std::string::npos, m_strError.find(strFile + ": Not a directory")) << m_strError;
+    EXPECT_THAT(m_strError, HasSubstr(strFile + ": Not a directory"));
     EXPECT_FALSE(Enter(strFile + "/state"));
-    EXPECT_NE(std::string::npos, m_strError.find("choose another")) << m_strError;
+    EXPECT_THAT(m_strError, HasSubstr("choose another"));
 }
 
 TEST_F(StateDirTest, ALinkInPlaceOfAPartIsRefused) {
@@ -144,13 +146,13 @@ TEST_F(StateDirTest, ALinkInPlaceOfAPartIsRefused) {
 
     EXPECT_FALSE(Enter(strPath));
 
-    EXPECT_NE(std::string::npos, m_strError.find(strPath + "/data")) << m_strError;
+    EXPECT_THAT(m_strError, HasSubstr(strPath + "/data"));
 }
 
 TEST_F(StateDirTest, WithoutAPathTheRemedyIsNamed) {
     EXPECT_FALSE(Enter(""));
 
-    EXPECT_NE(std::string::npos, m_strError.find("--state-dir"));
+    EXPECT_THAT(m_strError, HasSubstr("--state-dir"));
 }
 
 TEST_F(StateDirTest, PathsBecomeAbsolute) {

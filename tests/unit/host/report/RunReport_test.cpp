@@ -1,9 +1,12 @@
 #include "host/report/RunReport.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "tests/support/StdoutCapture.h"
 #include "tests/support/TestDir.h"
+
+using testing::HasSubstr;
 
 namespace {
 
@@ -101,7 +104,7 @@ TEST_F(RunReportTest, ADeliveredMessageIsARecordWithItsLine) {
     m_report.OnDelivered(batch, 0);
 
     EXPECT_EQ(0u, LastLine().find("{\"event\":\"delivered\",\"time\":"));
-    EXPECT_NE(std::string::npos, LastLine().find(",\"line\":17,\"events\":3}"));
+    EXPECT_THAT(LastLine(), HasSubstr(",\"line\":17,\"events\":3}"));
     EXPECT_EQ(1u, m_report.PassCounters().nMessages);
 }
 
@@ -140,11 +143,11 @@ TEST_F(RunReportTest, TheSummaryHoldsEveryPassAndWhatCameAfter) {
     m_options.bJson = true;
     m_report.OnModuleNote({NOTE_NO_STAT, "/a", QUESTION_LAUNCH});
     m_report.EndPass(true);
-    EXPECT_NE(std::string::npos, LastLine().find("\"no_stat\":1"));
+    EXPECT_THAT(LastLine(), HasSubstr("\"no_stat\":1"));
     m_report.OnModuleNote({NOTE_NO_STAT, "/b", QUESTION_LAUNCH});
 
     m_report.Summary(RunEnd());
 
-    EXPECT_NE(std::string::npos, LastLine().find("\"no_stat\":2")) << LastLine();
-    EXPECT_NE(std::string::npos, LastLine().find("\"queue_depth\":null"));
+    EXPECT_THAT(LastLine(), HasSubstr("\"no_stat\":2"));
+    EXPECT_THAT(LastLine(), HasSubstr("\"queue_depth\":null"));
 }

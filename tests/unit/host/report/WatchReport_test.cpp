@@ -1,5 +1,6 @@
 #include "host/report/WatchReport.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -8,6 +9,9 @@
 #include "host/event/EventMessage.h"
 #include "tests/support/StdoutCapture.h"
 #include "tests/support/TestDir.h"
+
+using testing::HasSubstr;
+using testing::Not;
 
 namespace {
 
@@ -107,20 +111,18 @@ TEST_F(WatchReportTest, ABadProgramIsShownEveryTimeItTouchesAFile) {
     m_options.bJson = true;
     m_report.OnModuleNote({NOTE_ANALYSED, FileMessage("write", "/etc/cron.d/x", strBad)});
     m_report.OnModuleNote({NOTE_CACHED, "/etc/cron.d/x", QUESTION_FILE, "write"});
-    EXPECT_NE(std::string::npos,
-              LastLine().find(R"("path":")" + strBad +
-                              R"(","level":70,"what":"FileModify","file":"/etc/cron.d/x")"
-                              R"(,"cached":true})"))
-        << LastLine();
+    EXPECT_THAT(LastLine(), HasSubstr(R"("path":")" + strBad +
+                                      R"(","level":70,"what":"FileModify","file":"/etc/cron.d/x")"
+                                      R"(,"cached":true})"));
 }
 
 TEST_F(WatchReportTest, ABadProgramHasARecordAlsoWhenItsQueryHasNoVerdictOfItsOwn) {
     m_options.bJson = true;
     m_report.OnQuery(Query("/bin/bad"), QUERY_ANSWERED, {70, "block list", "x"});
-    EXPECT_EQ(std::string::npos, LastLine().find(R"("event":"bad")")) << LastLine();
+    EXPECT_THAT(LastLine(), Not(HasSubstr(R"("event":"bad")")));
 
     m_report.OnQuery(Query("/bin/bad"), QUERY_KNOWN, {70, "block list", "x"});
-    EXPECT_NE(std::string::npos, LastLine().find(R"("event":"bad")")) << LastLine();
+    EXPECT_THAT(LastLine(), HasSubstr(R"("event":"bad")"));
 }
 
 TEST_F(WatchReportTest, LossesAndUnresolvableLaunchesAreRecords) {
@@ -136,18 +138,16 @@ TEST_F(WatchReportTest, LossesAndUnresolvableLaunchesAreRecords) {
 
     m_options.bJson = true;
     m_report.OnLost(3, 5);
-    EXPECT_NE(std::string::npos, LastLine().find(R"("launches":3,"total":5})")) << LastLine();
+    EXPECT_THAT(LastLine(), HasSubstr(R"("launches":3,"total":5})"));
 }
 
 TEST_F(WatchReportTest, ALaunchIsAJsonRecord) {
     m_options.bJson = true;
     m_report.OnLaunch(Started("/bin/a", "/bin/shell"));
 
-    EXPECT_NE(
-        std::string::npos,
-        LastLine().find(R"("path":"/bin/a","cmd":"/bin/a x","pid":4711,"starter":"/bin/shell")"
-                        R"(,"origin":"invoked","script":false,"args_cut":false})"))
-        << LastLine();
+    EXPECT_THAT(LastLine(),
+                HasSubstr(R"("path":"/bin/a","cmd":"/bin/a x","pid":4711,"starter":"/bin/shell")"
+                          R"(,"origin":"invoked","script":false,"args_cut":false})"));
 }
 
 TEST_F(WatchReportTest, WhatIsOnItsWayIsUnexplainedOnlyAtTheEnd) {
@@ -244,8 +244,8 @@ TEST_F(WatchReportTest, EventsThatTheModuleDidNotGetAreAnnouncedOnce) {
     m_report.Progress("delivering");
 
     ASSERT_EQ(1u, m_standardOutput.Lines().size());
-    EXPECT_NE(std::string::npos, LastLine().find(R"("event":"refused")")) << LastLine();
-    EXPECT_NE(std::string::npos, LastLine().find(R"("events":1,"total":1})")) << LastLine();
+    EXPECT_THAT(LastLine(), HasSubstr(R"("event":"refused")"));
+    EXPECT_THAT(LastLine(), HasSubstr(R"("events":1,"total":1})"));
 
     m_report.OnBatch(Launches(2, "/bin/a"), {});
     m_report.OnBatch(Launches(3, "/bin/a"), {});
@@ -254,8 +254,8 @@ TEST_F(WatchReportTest, EventsThatTheModuleDidNotGetAreAnnouncedOnce) {
     m_report.Summary(end);
 
     const std::string strAnnounced = m_standardOutput.Lines().at(1);
-    EXPECT_NE(std::string::npos, strAnnounced.find(R"("event":"not_stored")")) << strAnnounced;
-    EXPECT_NE(std::string::npos, strAnnounced.find(R"("events":2,"total":2})")) << strAnnounced;
+    EXPECT_THAT(strAnnounced, HasSubstr(R"("event":"not_stored")"));
+    EXPECT_THAT(strAnnounced, HasSubstr(R"("events":2,"total":2})"));
 }
 
 TEST_F(WatchReportTest, EventsThatTheModuleDidNotGetHaveALine) {
@@ -263,8 +263,8 @@ TEST_F(WatchReportTest, EventsThatTheModuleDidNotGetHaveALine) {
     m_report.OnDelivered(Batch(1), 1);
     m_report.Progress("delivering");
 
-    EXPECT_NE(std::string::npos, LastLine().find("1 event")) << LastLine();
-    EXPECT_NE(std::string::npos, LastLine().find("1 since the start")) << LastLine();
+    EXPECT_THAT(LastLine(), HasSubstr("1 event"));
+    EXPECT_THAT(LastLine(), HasSubstr("1 since the start"));
 }
 
 TEST_F(WatchReportTest, TheRecordingHasOneMessageALine) {
@@ -295,11 +295,9 @@ TEST_F(WatchReportTest, AFileOperationIsAJsonRecord) {
 
     m_report.OnOperation(operation);
 
-    EXPECT_NE(std::string::npos,
-              LastLine().find(R"("op":"rename","path":"/etc/cron.d/x","program":"/bin/mv",)"
-                              R"("program_name":"/usr/bin/mv","pid":4711,"fs":"ext4",)"
-                              R"("place":true,"pipe":false})"))
-        << LastLine();
+    EXPECT_THAT(LastLine(), HasSubstr(R"("op":"rename","path":"/etc/cron.d/x","program":"/bin/mv",)"
+                                      R"("program_name":"/usr/bin/mv","pid":4711,"fs":"ext4",)"
+                                      R"("place":true,"pipe":false})"));
 }
 
 TEST_F(WatchReportTest, AQueueThatWasFullIsTold) {
@@ -310,7 +308,7 @@ TEST_F(WatchReportTest, AQueueThatWasFullIsTold) {
 
     m_options.bJson = true;
     m_report.OnOverflow(1, 3);
-    EXPECT_NE(std::string::npos, LastLine().find(R"("times":1,"total":3})")) << LastLine();
+    EXPECT_THAT(LastLine(), HasSubstr(R"("times":1,"total":3})"));
 }
 
 TEST_F(WatchReportTest, TheMetricsFileHasTheLastNumbers) {
@@ -326,6 +324,6 @@ TEST_F(WatchReportTest, TheMetricsFileHasTheLastNumbers) {
     std::ifstream file(watch.strMetricsFile);
     const std::string strText{std::istreambuf_iterator<char>(file),
                               std::istreambuf_iterator<char>()};
-    EXPECT_NE(std::string::npos,
-              strText.find("tevmon_sensed_fate_total{source=\"launch\",fate=\"lost\"} 4711\n"));
+    EXPECT_THAT(strText,
+                HasSubstr("tevmon_sensed_fate_total{source=\"launch\",fate=\"lost\"} 4711\n"));
 }

@@ -1,6 +1,7 @@
 #include "host/run/RunSession.h"
 
 #include <fcntl.h>
+#include <gmock/gmock.h>
 #include <json/json.h>
 #include <sys/stat.h>
 
@@ -10,6 +11,9 @@
 #include "tests/support/HostProgram.h"
 #include "tests/unit/host/database/DbFile.h"
 #include "tests/unit/host/process/NotifySocket.h"
+
+using testing::HasSubstr;
+using testing::Not;
 
 namespace {
 
@@ -54,14 +58,14 @@ TEST_F(RunSessionTest, TheModuleIsDrivenInOrderAndGetsEventAndAnswer) {
     const std::string strCalls = m_host.ModuleCalls();
     EXPECT_EQ(0u, strCalls.find("init\nsetopt\nstart\nevent " + std::string(EVENT) + "\nanswer "))
         << strCalls;
-    EXPECT_NE(std::string::npos, strCalls.find("\nstop\nuninit\n")) << strCalls;
-    EXPECT_NE(std::string::npos, strCalls.find(R"("func":"cloudad","result":"40")")) << strCalls;
+    EXPECT_THAT(strCalls, HasSubstr("\nstop\nuninit\n"));
+    EXPECT_THAT(strCalls, HasSubstr(R"("func":"cloudad","result":"40")"));
 }
 
 TEST_F(RunSessionTest, WhatTheModulePrintsDoesNotReachStandardOutput) {
     ASSERT_EQ(0, m_host.Run(Replay(std::string(EVENT) + "\n", {"--drain", "--json"})));
 
-    EXPECT_EQ(std::string::npos, m_host.Output().find("printed by the module"));
+    EXPECT_THAT(m_host.Output(), Not(HasSubstr("printed by the module")));
     EXPECT_EQ("printed by the module\n", m_host.Error());
 }
 
@@ -69,9 +73,9 @@ TEST_F(RunSessionTest, WhatTheModulePrintsAgainAndAgainIsFolded) {
     ASSERT_EQ(0, m_host.Run(Replay(std::string(EVENT) + "\n", {"--drain"}, "chatty")));
 
     EXPECT_GT(2000u, m_host.Error().size());
-    EXPECT_NE(std::string::npos, m_host.Error().find("printed by the module\n"));
-    EXPECT_NE(std::string::npos, m_host.Error().find(" times) database is locked\n"));
-    EXPECT_NE(std::string::npos, m_host.Error().find(" times) cannot commit\n"));
+    EXPECT_THAT(m_host.Error(), HasSubstr("printed by the module\n"));
+    EXPECT_THAT(m_host.Error(), HasSubstr(" times) database is locked\n"));
+    EXPECT_THAT(m_host.Error(), HasSubstr(" times) cannot commit\n"));
 }
 
 TEST_F(RunSessionTest, AModuleThatPrintsGoesOnWhileNobodyReadsStandardError) {
@@ -87,7 +91,7 @@ TEST_F(RunSessionTest, AModuleThatPrintsGoesOnWhileNobodyReadsStandardError) {
     const int nStatus = std::system(strCommand.c_str());
 
     EXPECT_EQ(0, WEXITSTATUS(nStatus));
-    EXPECT_NE(std::string::npos, m_host.ModuleCalls().find("uninit"));
+    EXPECT_THAT(m_host.ModuleCalls(), HasSubstr("uninit"));
     close(nFifo);
 }
 
@@ -117,13 +121,13 @@ TEST_F(RunSessionTest, LinesThatAreNoMessagesAreNamedAndNeverFatal) {
     ASSERT_EQ(0, m_host.Run(Replay(strContent, {"--drain"})));
 
     const std::string strFile = "tevmon-host: " + m_dir.Path() + "/events, line ";
-    EXPECT_NE(std::string::npos, m_host.Error().find("printed by the module\n"));
+    EXPECT_THAT(m_host.Error(), HasSubstr("printed by the module\n"));
     for (const char* pszRemark :
          {"1: an empty line\n", "2: not a JSON object\n", "3: no array \"param\"\n",
           "4: not a JSON text\n", "5: not a JSON text\n", "6: not a JSON text\n"}) {
-        EXPECT_NE(std::string::npos, m_host.Error().find(strFile + pszRemark)) << pszRemark;
+        EXPECT_THAT(m_host.Error(), HasSubstr(strFile + pszRemark)) << pszRemark;
     }
-    EXPECT_NE(std::string::npos, m_host.Output().find("1 event in 1 message; 6 unusable"));
+    EXPECT_THAT(m_host.Output(), HasSubstr("1 event in 1 message; 6 unusable"));
 }
 
 TEST_F(RunSessionTest, TheSecondQueryForAKeyIsNotAnswered) {
@@ -146,9 +150,9 @@ TEST_F(RunSessionTest, ASignalEndsTheRunCleanly) {
         host.Signal(nSignal);
 
         EXPECT_EQ(0, host.Wait());
-        EXPECT_NE(std::string::npos, host.Output().find("\"summary\""));
+        EXPECT_THAT(host.Output(), HasSubstr("\"summary\""));
         const std::string strCalls = host.ModuleCalls();
-        EXPECT_NE(std::string::npos, strCalls.find("\nstop\n")) << strCalls;
+        EXPECT_THAT(strCalls, HasSubstr("\nstop\n"));
         EXPECT_EQ(strCalls.size() - 8, strCalls.rfind("\nuninit\n")) << strCalls;
     }
 }
@@ -163,7 +167,7 @@ TEST_F(RunSessionTest, TheServiceManagerIsToldOfStartSignsOfLifeAndStop) {
     unsetenv("WATCHDOG_USEC");
 
     EXPECT_EQ("READY=1", manager.Next(60000));
-    EXPECT_NE(std::string::npos, m_host.ModuleCalls().find("start\n"));
+    EXPECT_THAT(m_host.ModuleCalls(), HasSubstr("start\n"));
     EXPECT_TRUE(manager.WaitFor("WATCHDOG=1\nSTATUS="));
     EXPECT_TRUE(manager.WaitFor("WATCHDOG=1\nSTATUS="));
     m_host.Signal(SIGTERM);
@@ -174,7 +178,7 @@ TEST_F(RunSessionTest, TheServiceManagerIsToldOfStartSignsOfLifeAndStop) {
 TEST_F(RunSessionTest, TheTimeLimitEndsARunThatWouldGoOn) {
     EXPECT_EQ(0, m_host.Run(Replay(std::string(EVENT) + "\n", {"--for", "0.1"})));
 
-    EXPECT_NE(std::string::npos, m_host.ModuleCalls().find("uninit"));
+    EXPECT_THAT(m_host.ModuleCalls(), HasSubstr("uninit"));
 }
 
 TEST_F(RunSessionTest, ATimeLimitThatEndsADrainIsAnExitCodeOfItsOwn) {
@@ -188,7 +192,7 @@ TEST_F(RunSessionTest, ATimeLimitThatEndsADrainIsAnExitCodeOfItsOwn) {
 
     HostProgram second(m_dir);
     EXPECT_EQ(8, second.Run(Replay("", {"--drain", "--for", "0.5"})));
-    EXPECT_NE(std::string::npos, second.Output().find("stopped before everything was looked at"));
+    EXPECT_THAT(second.Output(), HasSubstr("stopped before everything was looked at"));
 }
 
 TEST_F(RunSessionTest, ADamagedDatabaseEndsTheRunBeforeTheModuleIsLoaded) {
@@ -199,7 +203,7 @@ TEST_F(RunSessionTest, ADamagedDatabaseEndsTheRunBeforeTheModuleIsLoaded) {
     HostProgram second(m_dir);
     EXPECT_EQ(6, second.Run(Replay("", {"--drain"})));
 
-    EXPECT_NE(std::string::npos, second.Error().find("move it away")) << second.Error();
+    EXPECT_THAT(second.Error(), HasSubstr("move it away"));
     EXPECT_EQ(strCalls, second.ModuleCalls());
 }
 
@@ -246,7 +250,7 @@ TEST_F(RunSessionTest, AReaderThatLeavesEndsTheRun) {
     m_host.CloseOutput();
 
     EXPECT_EQ(9, m_host.Wait());
-    EXPECT_NE(std::string::npos, m_host.ModuleCalls().find("uninit"));
+    EXPECT_THAT(m_host.ModuleCalls(), HasSubstr("uninit"));
 }
 
 TEST_F(RunSessionTest, AFullDiskUnderStandardOutputIsNamed) {
@@ -260,8 +264,8 @@ TEST_F(RunSessionTest, AFullDiskUnderStandardOutputIsNamed) {
     const int nStatus = std::system(strCommand.c_str());
 
     EXPECT_EQ(9, WEXITSTATUS(nStatus));
-    EXPECT_NE(std::string::npos,
-              FileText(m_dir.Path() + "/errors").find("standard output: No space left on device"));
+    EXPECT_THAT(FileText(m_dir.Path() + "/errors"),
+                HasSubstr("standard output: No space left on device"));
 }
 
 TEST_F(RunSessionTest, TwoHostsDoNotShareAStateDirectory) {
@@ -271,7 +275,7 @@ TEST_F(RunSessionTest, TwoHostsDoNotShareAStateDirectory) {
     HostProgram second(m_dir);
     EXPECT_EQ(5, second.Run(Replay("", {"--drain"})));
 
-    EXPECT_NE(std::string::npos, second.Error().find("is in use by process ")) << second.Error();
+    EXPECT_THAT(second.Error(), HasSubstr("is in use by process "));
     m_host.Signal(SIGTERM);
     EXPECT_EQ(0, m_host.Wait());
 }
@@ -279,5 +283,5 @@ TEST_F(RunSessionTest, TwoHostsDoNotShareAStateDirectory) {
 TEST_F(RunSessionTest, AModuleThatIsNoneIsRefusedByName) {
     EXPECT_EQ(4, m_host.Run(Replay("", {"--drain"}, "lacks_function")));
 
-    EXPECT_NE(std::string::npos, m_host.Error().find("it has no function DestroyObject"));
+    EXPECT_THAT(m_host.Error(), HasSubstr("it has no function DestroyObject"));
 }

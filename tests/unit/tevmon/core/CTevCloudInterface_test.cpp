@@ -13,6 +13,8 @@
 #include "tests/support/memory/MemoryLimit.h"
 
 using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::Not;
 
 namespace {
 
@@ -112,7 +114,7 @@ TEST_F(CTevCloudInterfaceTest, TheMessageHasNoTrailingLineFeedAndNoNul) {
     EXPECT_TRUE(Post(Query()));
 
     EXPECT_EQ('}', Sent().back());
-    EXPECT_EQ(std::string::npos, Sent().find('\n'));
+    EXPECT_THAT(Sent(), Not(HasSubstr("\n")));
 }
 
 TEST_F(CTevCloudInterfaceTest, WithoutARouterThePostFailsAndIsLogged) {

@@ -19,6 +19,8 @@
 #include "tevmon/core/AutoRunLocations.h"
 #include "tevmon/core/CTevCloudCachoMgr.h"
 
+using testing::HasSubstr;
+
 namespace {
 
 // SHA-1 then MD5 of "abc".
@@ -100,7 +102,7 @@ TEST_F(CTevFsMonitorTest, AnElementWithoutPathIsSkippedAndItsNeighboursAreRouted
 
     ASSERT_EQ(2U, Queries().size());
     EXPECT_EQ(CREATE_QUERY, Queries()[0]);
-    EXPECT_NE(std::string::npos, Queries()[1].find("FileDelete"));
+    EXPECT_THAT(Queries()[1], HasSubstr("FileDelete"));
 }
 
 TEST_F(CTevFsMonitorTest, AnEmptyBatchIsAcceptedAndRunsNothing) {
@@ -267,7 +269,7 @@ TEST_F(CTevFsMonitorTest, CreateTakesClassOneOnlyAndTheOthersClassTwoAsWell) {
     }
     ASSERT_EQ(3U, Queries().size());
     for (const std::string& strQuery : Queries()) {
-        EXPECT_NE(std::string::npos, strQuery.find(R"({"key":"hi.type","value":"1"})"));
+        EXPECT_THAT(strQuery, HasSubstr(R"({"key":"hi.type","value":"1"})"));
     }
 }
 
@@ -377,10 +379,9 @@ TEST_F(CTevFsMonitorTest, TheItemIsMaskedAndThePostedPathIsNot) {
     Monitor().FileCreateHandler(Event("create", "/etc/cron.d/job"));
 
     ASSERT_EQ(1U, Queries().size());
-    EXPECT_NE(
-        std::string::npos,
-        Queries()[0].find(R"({"key":"hi.file_create_path","value":"/etc/cron.d/$username"})"));
-    EXPECT_NE(std::string::npos, Queries()[0].find(R"("path":"/etc/cron.d/job")"));
+    EXPECT_THAT(Queries()[0],
+                HasSubstr(R"({"key":"hi.file_create_path","value":"/etc/cron.d/$username"})"));
+    EXPECT_THAT(Queries()[0], HasSubstr(R"("path":"/etc/cron.d/job")"));
 }
 
 TEST_F(CTevFsMonitorTest, ARegularFileIsNoPipe) {
@@ -461,9 +462,9 @@ TEST_F(CTevFsMonitorTest, APipeInAHomeIsMaskedInTheItemAndTheProgramPathIsRaw) {
     Monitor().ProcessPipeHandler(Event("create", strPipe));
 
     ASSERT_EQ(1U, Queries().size());
-    EXPECT_NE(std::string::npos, Queries()[0].find(R"({"key":"hi.filepath","value":")" +
-                                                   m_dir.Path() + R"(/$username"})"));
-    EXPECT_NE(std::string::npos, Queries()[0].find(R"("path":")" + m_strProgram + R"(")"));
+    EXPECT_THAT(Queries()[0],
+                HasSubstr(R"({"key":"hi.filepath","value":")" + m_dir.Path() + R"(/$username"})"));
+    EXPECT_THAT(Queries()[0], HasSubstr(R"("path":")" + m_strProgram + R"(")"));
 }
 
 TEST_F(CTevFsMonitorTest, AUnitPostsTwoItemsAndTheProgramAsPath) {
@@ -578,10 +579,10 @@ TEST_F(CTevFsMonitorTest, OneCreateMayMakeSeveralHandlersPost) {
                       Element("create", "/etc/systemd/system/../../.." + strPipe)));
 
     ASSERT_EQ(4U, Queries().size());
-    EXPECT_NE(std::string::npos, Queries()[0].find("FileCreate"));
-    EXPECT_NE(std::string::npos, Queries()[1].find("ProcessPipe"));
-    EXPECT_NE(std::string::npos, Queries()[2].find("ProcessPipe"));
-    EXPECT_NE(std::string::npos, Queries()[3].find("AddAutoRuns"));
+    EXPECT_THAT(Queries()[0], HasSubstr("FileCreate"));
+    EXPECT_THAT(Queries()[1], HasSubstr("ProcessPipe"));
+    EXPECT_THAT(Queries()[2], HasSubstr("ProcessPipe"));
+    EXPECT_THAT(Queries()[3], HasSubstr("AddAutoRuns"));
 }
 
 }  // namespace

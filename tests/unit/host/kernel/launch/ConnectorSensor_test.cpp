@@ -1,9 +1,12 @@
 #include "host/kernel/launch/ConnectorSensor.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <cstdio>
+
+using testing::HasSubstr;
 
 namespace {
 
@@ -40,7 +43,7 @@ TEST(ConnectorSensorTest, OneThatWasNeverOpenedHasNothingAndEndsQuietly) {
 
 TEST(ConnectorSensorTest, ItsLimitsSayWhatEachFormCannotSee) {
     EXPECT_EQ("process connector with fanotify", MakeConnectorSensor(true)->Name());
-    EXPECT_NE(std::string::npos, MakeConnectorSensor(true)->Limits().find("arguments"));
+    EXPECT_THAT(MakeConnectorSensor(true)->Limits(), HasSubstr("arguments"));
     EXPECT_EQ("process connector", MakeConnectorSensor(false)->Name());
-    EXPECT_NE(std::string::npos, MakeConnectorSensor(false)->Limits().find("unresolvable"));
+    EXPECT_THAT(MakeConnectorSensor(false)->Limits(), HasSubstr("unresolvable"));
 }

@@ -1,5 +1,6 @@
 #include "host/kernel/launch/LaunchSource.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -14,6 +15,8 @@
 
 using std::chrono::milliseconds;
 using std::chrono::minutes;
+using testing::HasSubstr;
+using testing::Not;
 
 namespace {
 
@@ -286,7 +289,7 @@ TEST_F(LaunchSourceTest, AnyBytesOfANameReachTheMessage) {
     Sense(strName);
     ASSERT_EQ(SOURCE_BATCH, Source().Next(m_batch, minutes(1)));
 
-    EXPECT_EQ(std::string::npos, m_batch.strBody.find('\n'));
+    EXPECT_THAT(m_batch.strBody, Not(HasSubstr("\n")));
     Json::Value jsonRoot;
     ASSERT_TRUE(json_reader::Parse(m_batch.strBody, jsonRoot));
     EXPECT_EQ(strName, jsonRoot["param"][0]["path"].asString());

@@ -1,5 +1,6 @@
 #include "host/report/metrics/MetricsText.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -7,6 +8,8 @@
 #include <set>
 
 #include "host/account/WatchBalance.h"
+
+using testing::HasSubstr;
 
 namespace {
 
@@ -65,6 +68,6 @@ TEST(MetricsTextTest, TheTextHasTheNumbersOfTheBalance) {
           "tevmon_questions_total{end=\"cached\"} 3\n", "tevmon_answers_total{level=\"70\"} 2\n",
           "tevmon_answers_total{level=\"40\"} 0\n", "# TYPE tevmon_queries_outstanding gauge\n",
           "tevmon_queries_outstanding 1\n", "tevmon_start_time_seconds 1700000000\n"}) {
-        EXPECT_NE(std::string::npos, strText.find(pszLine)) << pszLine << "\n" << strText;
+        EXPECT_THAT(strText, HasSubstr(pszLine)) << pszLine;
     }
 }

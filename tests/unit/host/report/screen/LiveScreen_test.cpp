@@ -1,5 +1,6 @@
 #include "host/report/screen/LiveScreen.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -7,6 +8,8 @@
 
 #include "tests/support/Event.h"
 #include "tests/support/Pty.h"
+
+using testing::HasSubstr;
 
 namespace {
 
@@ -111,11 +114,11 @@ TEST(LiveScreenTest, LinesOfTheOutputAreLinesOfTheViewAndErrorsAreToldOnceMoreAf
     view.End();
     output.Line("after it");
 
-    EXPECT_NE(std::string::npos, strDrawn.find("a line")) << strDrawn;
-    EXPECT_NE(std::string::npos, strDrawn.find("and another"));
-    EXPECT_NE(std::string::npos, strDrawn.find("an error"));
-    EXPECT_NE(std::string::npos, pty.ReadUntil("after it").find("\033[?1049l"));
-    EXPECT_NE(std::string::npos, testing::internal::GetCapturedStderr().find("an error\n"));
+    EXPECT_THAT(strDrawn, HasSubstr("a line"));
+    EXPECT_THAT(strDrawn, HasSubstr("and another"));
+    EXPECT_THAT(strDrawn, HasSubstr("an error"));
+    EXPECT_THAT(pty.ReadUntil("after it"), HasSubstr("\033[?1049l"));
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("an error\n"));
 }
 
 TEST(LiveScreenTest, TheViewFollowsTheSizeOfTheTerminal) {
@@ -128,7 +131,7 @@ TEST(LiveScreenTest, TheViewFollowsTheSizeOfTheTerminal) {
     pty.ReadUntil("unexplained");
     pty.Resize(120, 30);
 
-    EXPECT_NE(std::string::npos, pty.ReadUntil("OWNER").find("OWNER"));
+    EXPECT_THAT(pty.ReadUntil("OWNER"), HasSubstr("OWNER"));
 }
 
 TEST(LiveScreenTest, ATerminalThatHungUpIsToldOnce) {

@@ -1,8 +1,11 @@
 #include "host/report/screen/ScreenLayout.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "host/report/screen/DisplayWidth.h"
+
+using testing::HasSubstr;
 
 namespace {
 
@@ -93,7 +96,7 @@ TEST(ScreenLayoutTest, WideScreensHaveRatesLevelsAndOwners) {
         " 09:29:59  packaged  10  launch             /usr/bin/ls                       "
         "/usr/bin/bash             coreutils       ",
         lines[6]);
-    EXPECT_NE(std::string::npos, lines[7].find("x (block list"));
+    EXPECT_THAT(lines[7], HasSubstr("x (block list"));
 }
 
 TEST(ScreenLayoutTest, NoLineIsWiderThanTheScreenAndAllRowsAreThere) {
@@ -119,6 +122,6 @@ TEST(ScreenLayoutTest, TheNewestRowsAreShownWhenThereIsNoRoomForAll) {
 
     const Lines lines = screen_layout::Lines(Numbers(), rows, Screen(80, 20));
 
-    EXPECT_NE(std::string::npos, lines.back().find("/bin/29"));
-    EXPECT_NE(std::string::npos, lines[6].find("/bin/16"));
+    EXPECT_THAT(lines.back(), HasSubstr("/bin/29"));
+    EXPECT_THAT(lines[6], HasSubstr("/bin/16"));
 }

@@ -1,5 +1,6 @@
 #include "host/report/screen/Terminal.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -8,6 +9,8 @@
 #include <csignal>
 
 #include "tests/support/Pty.h"
+
+using testing::HasSubstr;
 
 namespace {
 
@@ -85,7 +88,7 @@ TEST(TerminalTest, ATerminalThatTakesNothingHoldsUpNobody) {
 
     ASSERT_EQ(0, tcflow(pty.Terminal(), TCOON));
     terminal.Draw({"again"});  // whole, because nobody knows what is there
-    EXPECT_NE(std::string::npos, pty.ReadUntil("again").find("\033[2J"));
+    EXPECT_THAT(pty.ReadUntil("again"), HasSubstr("\033[2J"));
 }
 
 TEST(TerminalTest, ACrashLeavesTheTerminalSane) {
@@ -103,7 +106,7 @@ TEST(TerminalTest, ACrashLeavesTheTerminalSane) {
     int nStatus = 0;
     ASSERT_EQ(nChild, waitpid(nChild, &nStatus, 0));
 
-    EXPECT_NE(std::string::npos, strAll.find(LEFT));
+    EXPECT_THAT(strAll, HasSubstr(LEFT));
     EXPECT_TRUE(WIFSIGNALED(nStatus));
     EXPECT_EQ(SIGABRT, WTERMSIG(nStatus));
 }

@@ -1,8 +1,11 @@
 #include "host/report/text/BalanceText.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "host/account/WatchBalance.h"
+
+using testing::HasSubstr;
 
 namespace {
 
@@ -64,10 +67,9 @@ TEST(BalanceTextTest, EverySumStandsWithWhatItIsMadeOf) {
 TEST(BalanceTextTest, EventsOfEarlierRunsStandApart) {
     WatchBalance balance = Numbers();
     balance.events.nEarlierBegun = 7;
-    EXPECT_NE(
-        std::string::npos,
-        balance_text::Text(Console(), balance)
-            .find("  looked at         1,009 events          = 1,002 of this run + 7 of "
+    EXPECT_THAT(
+        balance_text::Text(Console(), balance),
+        HasSubstr("  looked at         1,009 events          = 1,002 of this run + 7 of "
                   "earlier runs or once more\n"
                   "                    1,009                 = 1 of no interest + 1,008 with "));
 }

@@ -1,11 +1,14 @@
 #include "host/report/text/RunText.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <optional>
 
 #include "host/account/RunFacts.h"
+
+using testing::HasSubstr;
 
 namespace {
 
@@ -73,9 +76,7 @@ TEST_F(RunTextTest, ManyPackagesAreCutShort) {
 
     const std::string strText = run_text::Text(Out(), counters, 0);
 
-    EXPECT_NE(std::string::npos,
-              strText.find("  packages    h 8, g 7, f 6, e 5, d 4 and 3 more packages\n"))
-        << strText;
+    EXPECT_THAT(strText, HasSubstr("  packages    h 8, g 7, f 6, e 5, d 4 and 3 more packages\n"));
 }
 
 TEST_F(RunTextTest, PassesStandSideBySide) {
