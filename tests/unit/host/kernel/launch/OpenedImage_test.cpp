@@ -1,9 +1,10 @@
 #include "host/kernel/launch/OpenedImage.h"
 
-#include <elf.h>
 #include <gtest/gtest.h>
 
-#include <cstring>
+#include "tests/unit/host/kernel/launch/ExecOpenBytes.h"
+
+using exec_open_bytes::ElfHead;
 
 namespace {
 
@@ -31,22 +32,6 @@ OpenedFile Script(uint64_t nInode, const std::string& strPath, const std::string
 
 const OpenedFile LOADER = Program(9, "/usr/lib/ld-2.so");
 const OpenedFile SHELL = Program(2, "/usr/bin/dash", "/lib64/ld.so");
-
-std::string ElfHead(const std::string& strLoader) {
-    Elf64_Ehdr head = {};
-    std::memcpy(head.e_ident, ELFMAG, SELFMAG);
-    head.e_ident[EI_CLASS] = ELFCLASS64;
-    head.e_phoff = sizeof(head);
-    head.e_phnum = 1;
-    Elf64_Phdr entry = {};
-    entry.p_type = strLoader.empty() ? PT_LOAD : PT_INTERP;
-    entry.p_offset = sizeof(head) + sizeof(entry);
-    entry.p_filesz = strLoader.size() + 1;
-    std::string strBytes(sizeof(head) + sizeof(entry), '\0');
-    std::memcpy(&strBytes[0], &head, sizeof(head));
-    std::memcpy(&strBytes[sizeof(head)], &entry, sizeof(entry));
-    return strBytes + strLoader + std::string(1, '\0');
-}
 
 }  // namespace
 
