@@ -2,8 +2,10 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <ctime>
+#include <cstdint>
+#include <limits>
+
+#include "tests/support/TimeZone.h"
 
 TEST(HumanTextTest, BytesAreWordedByTheirSize) {
     EXPECT_EQ("0 B", text::Bytes(0));
@@ -14,12 +16,41 @@ TEST(HumanTextTest, BytesAreWordedByTheirSize) {
 }
 
 TEST(HumanTextTest, TimesAreLocal) {
-    setenv("TZ", "XXX-2", 1);
-    tzset();
+    const TimeZone zone("XXX-2");
 
     EXPECT_EQ("1970-01-01 02:00:01", text::LocalTime(1));
 
     EXPECT_EQ(8u, text::ClockNow().size());
-    setenv("TZ", "UTC0", 1);
-    tzset();
+}
+
+TEST(HumanTextTest, BytesChangeTheirUnitAtEachPowerOf1024) {
+    EXPECT_EQ("1.0 KiB", text::Bytes(1024));
+    EXPECT_EQ("1023.0 KiB", text::Bytes(1023 * 1024));
+    EXPECT_EQ("1.0 MiB", text::Bytes(1024 * 1024));
+    EXPECT_EQ("1.0 GiB", text::Bytes(1024 * 1024 * 1024));
+    EXPECT_EQ("1.0 TiB", text::Bytes(1099511627776));
+    EXPECT_EQ("16777216.0 TiB", text::Bytes(std::numeric_limits<uint64_t>::max()));
+}
+
+TEST(HumanTextTest, NumbersAreGroupedByThrees) {
+    EXPECT_EQ("0", text::Number(0));
+    EXPECT_EQ("999", text::Number(999));
+    EXPECT_EQ("1,000", text::Number(1000));
+    EXPECT_EQ("12,345", text::Number(12345));
+    EXPECT_EQ("999,999", text::Number(999999));
+    EXPECT_EQ("1,234,567", text::Number(1234567));
+    EXPECT_EQ("18,446,744,073,709,551,615", text::Number(std::numeric_limits<uint64_t>::max()));
+}
+
+TEST(HumanTextTest, TimesBeforeTheEpochAndFarAheadAreTold) {
+    const TimeZone zone("UTC0");
+
+    EXPECT_EQ("1969-12-31 23:59:59", text::LocalTime(-1));
+    EXPECT_EQ("2038-01-19 03:14:08", text::LocalTime(2147483648));
+    EXPECT_EQ("9999-12-31 23:59:59", text::LocalTime(253402300799));
+}
+
+TEST(HumanTextTest, ATimeThatNoCalendarHasIsToldAsItsNumber) {
+    EXPECT_EQ("9223372036854775807", text::LocalTime(std::numeric_limits<int64_t>::max()));
+    EXPECT_EQ("-9223372036854775808", text::LocalTime(std::numeric_limits<int64_t>::min()));
 }

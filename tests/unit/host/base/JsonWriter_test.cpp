@@ -2,6 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
+#include <limits>
+#include <string>
+
+#include "host/base/JsonReader.h"
+
 TEST(JsonWriterTest, AQuotedTextEscapesWhatJsonDemands) {
     EXPECT_EQ(R"("a\"b\\c\u000a\u0000é")", json_writer::Quote(std::string("a\"b\\c\n\0é", 9)));
 }
@@ -27,4 +33,58 @@ TEST(JsonWriterTest, MembersStandInTheOrderOfTheirAdding) {
     object.AddJson("o", JsonObject().Text());
 
     EXPECT_EQ(R"({"z":"text","a":1,"b":true,"c":0.500,"n":-5,"u":5,"o":{}})", object.Text());
+}
+
+TEST(JsonWriterTest, EveryControlCharacterIsEscapedAndNoOtherAscii) {
+    for (int n = 0; n < 0x80; ++n) {
+        const std::string strQuoted = json_writer::Quote(std::string(1, static_cast<char>(n)));
+        const bool bEscaped = n < 0x20 || n == '"' || n == '\\';
+        EXPECT_EQ(bEscaped ? '\\' : static_cast<char>(n), strQuoted[1]) << n;
+        Json::Value jsonRead;
+        ASSERT_TRUE(json_reader::Parse("{\"a\":" + strQuoted + "}", jsonRead)) << n;
+        EXPECT_EQ(std::string(1, static_cast<char>(n)), jsonRead["a"].asString()) << n;
+    }
+}
+
+TEST(JsonWriterTest, EachByteThatIsNotUtf8IsReplacedByItself) {
+    const std::string strBad = "\xEF\xBF\xBD";
+
+    EXPECT_EQ("\"" + strBad + strBad + "\"", json_writer::Quote("\xE2\x82"));
+    EXPECT_EQ("\"" + strBad + "\u20AC\"", json_writer::Quote("\xE2\u20AC"));
+    EXPECT_EQ("\"" + strBad + "\\\"\"", json_writer::Quote("\xC3\""));
+    EXPECT_EQ("\"\xC3\\\"\"", json_writer::Quote("\xC3\"", json_writer::BAD_BYTES_KEEP));
+}
+
+TEST(JsonWriterTest, KeysAreQuotedLikeValues) {
+    JsonObject object;
+    object.Add("a\"\n\xFF", std::string("x\"y"));
+
+    EXPECT_EQ("{\"a\\\"\\u000a\xEF\xBF\xBD\":\"x\\\"y\"}", object.Text());
+}
+
+TEST(JsonWriterTest, NumbersKeepAllTheirDigits) {
+    JsonObject object;
+    object.Add("least", std::numeric_limits<int64_t>::min());
+    object.Add("most", std::numeric_limits<uint64_t>::max());
+    object.Add("third", 1.0 / 3).Add("less", -0.0005).Add("big", 1e15);
+
+    EXPECT_EQ(R"({"least":-9223372036854775808,"most":18446744073709551615,)"
+              R"("third":0.333,"less":-0.001,"big":1000000000000000.000})",
+              object.Text());
+}
+
+TEST(JsonWriterTest, ATextThatIsALiteralIsATextAndNoBool) {
+    EXPECT_EQ(R"({"a":"true","b":"","c":false})",
+              JsonObject().Add("a", "true").Add("b", "").Add("c", false).Text());
+}
+
+TEST(JsonWriterTest, AnObjectCanBeReadBeforeItIsComplete) {
+    JsonObject object;
+    EXPECT_EQ("{}", object.Text());
+
+    object.Add("a", 1);
+    EXPECT_EQ(R"({"a":1})", object.Text());
+
+    object.AddJson("b", "[1,2]");
+    EXPECT_EQ(R"({"a":1,"b":[1,2]})", object.Text());
 }

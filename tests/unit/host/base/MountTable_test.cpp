@@ -39,14 +39,68 @@ TEST(MountTableTest, APathLiesOnTheNearestMountAndTheLatestOfTwo) {
     EXPECT_EQ(nullptr, mount_table::MountOf({}, "/etc"));
 }
 
-TEST(MountTableTest, TextThatIsNoTableIsNone) {
-    for (const char* pszText : {"", "\n\n", "1 2 3", "22 1 254:0 / / rw", "a b c:d / / rw - ext4",
-                                "22 1 254 / / rw - ext4 x rw", "22 1 254:0 / rel rw - ext4 x rw"}) {
-        for (const MountEntry& entry : mount_table::Parse(pszText)) {
-            EXPECT_EQ('/', entry.strPoint[0]) << pszText;
-        }
+TEST(MountTableTest, ALineThatIsNoMountIsLeftOutAndTheNextIsRead) {
+    for (const char* pszLine :
+         {"", "1 2 3", "22 1 254:0 / / rw", "22 1 254:0 / / rw -", "22 1 254 / / rw - ext4 x rw",
+          "22 1 254:0 / rel rw - ext4 x rw", "22 1 254:0 / - ext4 x rw", "- - - - - - -",
+          "22 1 254:0 /  rw - ext4 x rw"}) {
+        const std::vector<MountEntry> mounts =
+            mount_table::Parse(std::string(pszLine) + "\n23 22 8:1 / /next rw - xfs x rw");
+        ASSERT_EQ(1u, mounts.size()) << pszLine;
+        EXPECT_EQ("/next", mounts[0].strPoint) << pszLine;
     }
-    EXPECT_TRUE(mount_table::Parse("22 1 254 / / rw - ext4 x rw").empty());
+    EXPECT_TRUE(mount_table::Parse("").empty());
+    EXPECT_TRUE(mount_table::Parse("\n\n").empty());
+}
+
+TEST(MountTableTest, ATableThatEndsInTheMiddleOfALineLosesThatLineOnly) {
+    const std::string strTable = MOUNTS;
+    size_t nBefore = 0;
+    for (size_t nSize = 0; nSize <= strTable.size(); ++nSize) {
+        const size_t nMounts = mount_table::Parse(strTable.substr(0, nSize)).size();
+        EXPECT_LE(nBefore, nMounts) << nSize;
+        EXPECT_GE(nBefore + 1, nMounts) << nSize;
+        nBefore = nMounts;
+    }
+    EXPECT_EQ(5u, nBefore);
+}
+
+TEST(MountTableTest, OptionalFieldsAreAsManyAsTheLineHas) {
+    const std::vector<MountEntry> mounts = mount_table::Parse(
+        "1 0 8:1 / /none rw - ext4 x rw\n"
+        "2 0 8:2 / /many rw shared:1 master:2 propagate_from:3 unbindable - xfs x rw\n");
+
+    ASSERT_EQ(2u, mounts.size());
+    EXPECT_EQ("ext4", mounts[0].strType);
+    EXPECT_EQ("xfs", mounts[1].strType);
+}
+
+TEST(MountTableTest, EscapesOfPathsAreThreeOctalDigits) {
+    const struct {
+        const char* pszWritten;
+        const char* pszPoint;
+    } CASES[] = {{"/a\\040b", "/a b"},        {"/a\\011b", "/a\tb"},     {"/a\\012b", "/a\nb"},
+                 {"/a\\134b", "/a\\b"},       {"/a\\134040", "/a\\040"}, {"/a\\04", "/a\\04"},
+                 {"/a\\08b", "/a\\08b"},      {"/a\\", "/a\\"},          {"/a\\040", "/a "},
+                 {"/\\303\\244", "/\xC3\xA4"}};
+    for (const auto& each : CASES) {
+        const std::vector<MountEntry> mounts = mount_table::Parse(
+            "1 0 8:1 " + std::string(each.pszWritten) + " " + each.pszWritten + " rw - ext4 x rw");
+        ASSERT_EQ(1u, mounts.size()) << each.pszWritten;
+        EXPECT_EQ(each.pszPoint, mounts[0].strPoint);
+        EXPECT_EQ(each.pszPoint, mounts[0].strRoot);
+    }
+}
+
+TEST(MountTableTest, APathOutsideOfEveryMountLiesOnNone) {
+    const std::vector<MountEntry> mounts = mount_table::Parse("1 0 8:1 / /srv rw - ext4 x rw\n");
+
+    EXPECT_EQ(nullptr, mount_table::MountOf(mounts, "/etc"));
+    EXPECT_EQ(nullptr, mount_table::MountOf(mounts, "/"));
+    EXPECT_EQ(nullptr, mount_table::MountOf(mounts, "/srv2"));
+    EXPECT_EQ(nullptr, mount_table::MountOf(mounts, "/sr"));
+    EXPECT_EQ(nullptr, mount_table::MountOf(mounts, ""));
+    EXPECT_EQ(&mounts[0], mount_table::MountOf(mounts, "/srv"));
 }
 
 TEST(MountTableTest, FileSystemsAreOnDiskInMemoryOrAcrossTheNetwork) {
