@@ -10,11 +10,11 @@
 #include <filesystem>
 #include <fstream>
 #include <list>
-#include <sstream>
 #include <stdexcept>
 
 #include "framework/base/Base64Util.h"
 #include "tests/faults/FaultVfs.h"
+#include "tests/support/FileText.h"
 #include "tests/support/trace/OtherConnection.h"
 #include "tevmon/core/CTevChennalMgr.h"
 #include "tevmon/core/CTevCloudCachoMgr.h"
@@ -216,13 +216,6 @@ void RoadExpire(Promises&, uint32_t) {
     cache.CheckRecords();
 }
 
-std::string ContentOf(const std::string& strFile) {
-    std::ifstream file(strFile, std::ios::binary);
-    std::ostringstream content;
-    content << file.rdbuf();
-    return content.str();
-}
-
 void WriteContent(const std::string& strFile, const std::string& strContent) {
     std::ofstream(strFile, std::ios::binary | std::ios::trunc) << strContent;
     fs::remove(strFile + "-journal");
@@ -234,10 +227,10 @@ constexpr char QUEUE_COPY[] = "queue-copy.db";
 constexpr char CACHE_COPY[] = "cache-copy.db";
 
 void CopyDatabase(const std::string& strFrom, const std::string& strTo) {
-    WriteContent(strTo, ContentOf(strFrom));
+    WriteContent(strTo, FileText(strFrom));
     const std::string strJournal = strFrom + "-journal";
     if (fs::exists(strJournal)) {
-        std::ofstream(strTo + "-journal", std::ios::binary) << ContentOf(strJournal);
+        std::ofstream(strTo + "-journal", std::ios::binary) << FileText(strJournal);
     }
 }
 
@@ -347,8 +340,8 @@ void RoadPlace::Prepare(uint32_t nSeed) {
             (void)cache.Insert(VerdictOf(i, nSeed));
         }
     }
-    m_strQueue = ContentOf(QUEUE_FILE);
-    m_strCache = ContentOf(CACHE_FILE);
+    m_strQueue = FileText(QUEUE_FILE);
+    m_strCache = FileText(CACHE_FILE);
     m_nSeed = nSeed;
 }
 

@@ -15,13 +15,12 @@
 #include <climits>
 #include <csignal>
 #include <cstdint>
-#include <fstream>
 #include <iterator>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "tests/support/Event.h"
+#include "tests/support/FileText.h"
 #include "tests/support/TestDir.h"
 
 inline std::string ProgramFolder() {
@@ -33,13 +32,6 @@ inline std::string ProgramFolder() {
 
 inline std::string FakeModule(const std::string& strKind) {
     return ProgramFolder() + "fakemodules/libfakemodule_" + strKind + ".so";
-}
-
-inline std::string FileText(const std::string& strPath) {
-    std::ifstream file(strPath, std::ios::binary);
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
 }
 
 class HostProgram {

@@ -9,10 +9,10 @@
 
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <string>
 
 #include "framework/sqlite/CppSQLite3.h"
+#include "tests/support/FileText.h"
 #include "tests/support/TestDir.h"
 
 namespace fs = std::filesystem;
@@ -29,12 +29,6 @@ std::string BigEndian(uint32_t nNumber) {
         strBytes += static_cast<char>(nNumber >> nShift);
     }
     return strBytes;
-}
-
-std::string ContentOf(const std::string& strFile) {
-    std::ostringstream content;
-    content << std::ifstream(strFile, std::ios::binary).rdbuf();
-    return content.str();
 }
 
 // A journal that puts the first page back as it is, and says at its end that strOther ties several
@@ -138,11 +132,11 @@ TEST_F(FileFenceTest, ADatabaseMayBeLinkedTo) {
 TEST_F(FileFenceTest, AJournalThatNamesAnotherFileDeletesNothingAndIsDropped) {
     const std::string strOther = m_dir.WriteFile("other", "not a journal");
     std::ofstream(m_strFile + "-journal", std::ios::binary)
-        << JournalThatNames(strOther, ContentOf(m_strFile));
+        << JournalThatNames(strOther, FileText(m_strFile));
 
     EXPECT_EQ(0, CodeOf("insert into t values(2)"));
 
-    EXPECT_EQ("not a journal", ContentOf(strOther));
+    EXPECT_EQ("not a journal", FileText(strOther));
     EXPECT_FALSE(fs::exists(m_strFile + "-journal"));
     EXPECT_EQ(3, Number());
 }

@@ -5,20 +5,15 @@
 
 #include <cstdlib>
 #include <fstream>
-#include <iterator>
 #include <regex>
 
 #include "host/event/EventMessage.h"
 #include "host/report/WatchReport.h"
+#include "tests/support/FileText.h"
 #include "tests/support/StdoutCapture.h"
 #include "tests/support/TestDir.h"
 
 namespace {
-
-std::string FileText(const std::string& strFile) {
-    std::ifstream file(strFile);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
 
 class WatchReportPrintedTest : public testing::Test {
 protected:

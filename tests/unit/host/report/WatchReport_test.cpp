@@ -3,10 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <iterator>
-
 #include "host/event/EventMessage.h"
+#include "tests/support/FileText.h"
 #include "tests/support/StdoutCapture.h"
 #include "tests/support/TestDir.h"
 
@@ -277,9 +275,7 @@ TEST_F(WatchReportTest, TheRecordingHasOneMessageALine) {
         report.OnBatch(Batch(2), {"/bin/a"});
     }
 
-    std::ifstream file(strFile);
-    EXPECT_EQ("{}\n{}\n",
-              std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()));
+    EXPECT_EQ("{}\n{}\n", FileText(strFile));
 }
 
 TEST_F(WatchReportTest, AFileOperationIsAJsonRecord) {
@@ -321,9 +317,6 @@ TEST_F(WatchReportTest, TheMetricsFileHasTheLastNumbers) {
     report.OnCounters(counters);
     report.Summary(RunEnd());
 
-    std::ifstream file(watch.strMetricsFile);
-    const std::string strText{std::istreambuf_iterator<char>(file),
-                              std::istreambuf_iterator<char>()};
-    EXPECT_THAT(strText,
+    EXPECT_THAT(FileText(watch.strMetricsFile),
                 HasSubstr("tevmon_sensed_fate_total{source=\"launch\",fate=\"lost\"} 4711\n"));
 }

@@ -4,12 +4,11 @@
 #include <signal.h>
 
 #include <filesystem>
-#include <fstream>
 #include <memory>
 #include <new>
-#include <sstream>
 
 #include "tests/support/FileSizeLimit.h"
+#include "tests/support/FileText.h"
 #include "tests/support/StdoutCapture.h"
 #include "tests/support/TestDir.h"
 #include "tests/support/WaitsForLock.h"
@@ -47,13 +46,6 @@ public:
     }
     CMutex& Mutex() { return m_mutex; }
 };
-
-std::string ContentOf(const std::string& strFile) {
-    std::ifstream file(strFile, std::ios::binary);
-    std::ostringstream content;
-    content << file.rdbuf();
-    return content.str();
-}
 
 class CTevStoreTest : public testing::Test {
 protected:
@@ -166,7 +158,7 @@ TEST_F(CTevStoreTest, AFileThatIsNoDatabaseFailsToOpenAndStaysAsItIs) {
     EXPECT_FALSE(bOpen);
     ASSERT_FALSE(lines.empty());
     EXPECT_EQ("file is not a database", lines.back());
-    EXPECT_EQ(strText, ContentOf(m_strFile));
+    EXPECT_EQ(strText, FileText(m_strFile));
 }
 
 TEST_F(CTevStoreTest, ADatabaseThatTheHostPreparedInAnotherJournalModeIsUsedAsItIs) {

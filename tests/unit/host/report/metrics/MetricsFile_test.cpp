@@ -5,18 +5,12 @@
 
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <vector>
 
+#include "tests/support/FileText.h"
 #include "tests/support/TestDir.h"
 
 namespace {
-
-std::string Content(const std::string& strFile) {
-    std::ifstream file(strFile);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
 
 size_t FilesIn(const std::string& strDir) {
     size_t nFiles = 0;
@@ -40,7 +34,7 @@ TEST(MetricsFileTest, TheFileIsWholeAndReadableByOthersWhateverTheUmask) {
     struct stat status = {};
     ASSERT_EQ(0, stat(strFile.c_str(), &status));
     EXPECT_EQ(0644u, status.st_mode & 07777u);
-    EXPECT_EQ("second\n", Content(strFile));
+    EXPECT_EQ("second\n", FileText(strFile));
     EXPECT_EQ(1u, FilesIn(dir.Path()));  // nothing is left beside it
 }
 
@@ -65,7 +59,7 @@ TEST(MetricsFileTest, ItIsWrittenAtTheBeginningAndAtTheEnd) {
     file.Begin();
     file.End();
 
-    EXPECT_EQ("2", Content(strFile));
+    EXPECT_EQ("2", FileText(strFile));
 }
 
 TEST(MetricsFileTest, AnErrorIsToldOnce) {

@@ -3,11 +3,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <iterator>
 #include <set>
 
 #include "host/account/WatchBalance.h"
+#include "tests/support/FileText.h"
 
 using testing::HasSubstr;
 
@@ -27,9 +26,7 @@ std::string Row(const metrics_text::Metric& metric) {
 }  // namespace
 
 TEST(MetricsTextTest, TheDocumentHasTheRowsOfTheListAndNoOthers) {
-    std::ifstream file(TEV_SOURCE_DIR "/docs/metrics.md");
-    const std::string strDocument{std::istreambuf_iterator<char>(file),
-                                  std::istreambuf_iterator<char>()};
+    const std::string strDocument = FileText(TEV_SOURCE_DIR "/docs/metrics.md");
     std::string strRows;
     for (const metrics_text::Metric& metric : metrics_text::All()) {
         strRows += Row(metric);
