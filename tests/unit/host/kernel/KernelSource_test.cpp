@@ -11,6 +11,7 @@
 
 #include "host/base/JsonReader.h"
 #include "host/kernel/bpf/launch_record.h"
+#include "tests/support/host/FakeLaunchSensor.h"
 #include "tests/unit/host/kernel/file/FileEventBytes.h"
 
 using std::chrono::milliseconds;
@@ -22,39 +23,10 @@ using testing::Not;
 namespace {
 
 struct FakeState {
-    std::deque<std::string> records;  // of launches
-    std::deque<std::string> events;   // of files
-    std::string strOrder;             // who was asked, in order
+    std::deque<std::string> events;  // of files
+    std::string strOrder;            // who was asked, in order
     std::vector<std::string> ignored;
     bool bFilesOpen = true;
-    bool bLaunchesOpen = true;
-    bool bDetached = false;
-};
-
-class FakeLaunches : public ILaunchSensor {
-public:
-    explicit FakeLaunches(FakeState& state) : m_state(state) {}
-    bool Open(std::string& strError) override {
-        strError = m_state.bLaunchesOpen ? "" : "no launches here";
-        return m_state.bLaunchesOpen;
-    }
-    void Drain(const Sink& fnSink) override {
-        m_state.strOrder += "L";
-        while (!m_state.records.empty()) {
-            const std::string strRecord = std::move(m_state.records.front());
-            m_state.records.pop_front();
-            ++m_counts.nSensed;
-            (void)fnSink(strRecord.data(), strRecord.size());
-        }
-    }
-    void Detach() override { m_state.bDetached = true; }
-    SensorCounts Counts() const override { return m_counts; }
-    std::string Name() const override { return "a test"; }
-    std::string Limits() const override { return ""; }
-
-private:
-    FakeState& m_state;
-    SensorCounts m_counts;
 };
 
 class FakeFiles : public IFileSensor {
@@ -119,6 +91,7 @@ public:
 class KernelSourceTest : public testing::Test {
 protected:
     KernelSourceTest() {
+        m_launches.fnOnDrain = [this] { m_state.strOrder += "L"; };
         m_options.look = milliseconds(1);
         m_options.gather = milliseconds(1);
         m_options.launches.batchTime = m_options.files.batchTime = milliseconds(0);
@@ -130,7 +103,7 @@ protected:
     }
     KernelSource& Source(bool bLaunches = true, bool bFiles = true) {
         m_pSource = std::make_unique<KernelSource>(
-            bLaunches ? std::make_unique<FakeLaunches>(m_state) : nullptr, m_observer,
+            bLaunches ? std::make_unique<FakeLaunchSensor>(m_launches) : nullptr, m_observer,
             bFiles ? std::make_unique<FakeFiles>(m_state) : nullptr, m_observer, m_options);
         return *m_pSource;
     }
@@ -152,7 +125,8 @@ protected:
         std::string strBytes(sizeof(head), '\0');
         std::memcpy(strBytes.data(), &head, sizeof(head));
         const std::string strText = strPath + std::string(1, '\0');
-        m_state.records.push_back(strBytes + strText + strText);
+        m_launches.records.push_back(strBytes + strText + strText);
+        ++m_launches.counts.nSensed;
     }
     void Opened(uint32_t nPid, const std::string& strPath) {
         m_state.events.push_back(file_event_bytes::At(FAN_OPEN_EXEC, static_cast<int32_t>(nPid), 3,
@@ -170,6 +144,7 @@ protected:
     }
 
     FakeState m_state;
+    FakeLaunchState m_launches;
     Observer m_observer;
     KernelSourceOptions m_options;
     std::unique_ptr<KernelSource> m_pSource;
@@ -289,7 +264,7 @@ TEST_F(KernelSourceTest, WhatIsRefusedAloneEndsTheStart) {
     EXPECT_FALSE(Source(false, true).Start(strError));
     EXPECT_EQ("no files here", strError);
 
-    m_state.bLaunchesOpen = false;
+    m_launches.strRefusal = "no launches here";
     EXPECT_FALSE(Source(true, false).Start(strError));
     EXPECT_EQ("no launches here", strError);
 }
@@ -316,7 +291,7 @@ TEST_F(KernelSourceTest, StopEndsAWaitAndHandsOutWhatWasSensed) {
 
     EXPECT_EQ(SOURCE_BATCH, source.Next(batch, minutes(1)));
     stopper.join();
-    EXPECT_TRUE(m_state.bDetached);
+    EXPECT_TRUE(m_launches.bDetached);
     EXPECT_EQ(SOURCE_BATCH, source.Next(batch, minutes(1)));
     EXPECT_EQ(SOURCE_END, source.Next(batch, minutes(1)));
     EXPECT_EQ(0u, m_observer.m_files.Waiting());

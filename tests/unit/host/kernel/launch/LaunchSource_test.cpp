@@ -5,13 +5,13 @@
 #include <unistd.h>
 
 #include <cstring>
-#include <deque>
 #include <thread>
 
 #include "host/base/JsonReader.h"
 #include "host/kernel/KernelSource.h"
 #include "host/kernel/bpf/launch_record.h"
 #include "tests/support/TestDir.h"
+#include "tests/support/host/FakeLaunchSensor.h"
 
 using std::chrono::milliseconds;
 using std::chrono::minutes;
@@ -21,37 +21,6 @@ using testing::Not;
 namespace {
 
 const std::string NUL(1, '\0');
-
-struct FakeState {
-    std::deque<std::string> records;
-    SensorCounts counts;
-    bool bOpens = true;
-    bool bDetached = false;
-};
-
-class FakeSensor : public ILaunchSensor {
-public:
-    explicit FakeSensor(FakeState& state) : m_state(state) {}
-    bool Open(std::string& strError) override {
-        strError = m_state.bOpens ? "" : "no kernel here";
-        return m_state.bOpens;
-    }
-    void Drain(const Sink& fnSink) override {
-        bool bMore = true;
-        while (bMore && !m_state.records.empty()) {
-            const std::string strRecord = std::move(m_state.records.front());
-            m_state.records.pop_front();
-            bMore = fnSink(strRecord.data(), strRecord.size());
-        }
-    }
-    void Detach() override { m_state.bDetached = true; }
-    SensorCounts Counts() const override { return m_state.counts; }
-    std::string Name() const override { return "a test"; }
-    std::string Limits() const override { return "it sees nothing"; }
-
-private:
-    FakeState& m_state;
-};
 
 // Nobody tells it anything: there is no file sensor here.
 class NoFiles : public IFileObserver {
@@ -83,6 +52,7 @@ public:
 class LaunchSourceTest : public testing::Test {
 protected:
     LaunchSourceTest() {
+        m_state.strLimits = "it sees nothing";
         m_options.batchTime = milliseconds(0);
         m_options.announce = milliseconds(0);
         m_options.nMountNs = 0;
@@ -100,7 +70,7 @@ protected:
             KernelSourceOptions options;
             options.look = m_look;
             options.launches = m_options;
-            m_pSource = std::make_unique<KernelSource>(std::make_unique<FakeSensor>(m_state),
+            m_pSource = std::make_unique<KernelSource>(std::make_unique<FakeLaunchSensor>(m_state),
                                                        m_observer, nullptr, m_noFiles, options);
             std::string strError;
             EXPECT_TRUE(m_pSource->Start(strError)) << strError;
@@ -126,7 +96,7 @@ protected:
         ++m_state.counts.nSensed;
     }
 
-    FakeState m_state;
+    FakeLaunchState m_state;
     Observer m_observer;
     NoFiles m_noFiles;
     LaunchSourceOptions m_options;
@@ -304,8 +274,9 @@ TEST_F(LaunchSourceTest, TheStartSaysWhatSensesAndWhatThatCannotSee) {
 }
 
 TEST_F(LaunchSourceTest, ASensorThatCannotBeOpenedEndsTheStart) {
-    m_state.bOpens = false;
-    KernelSource source(std::make_unique<FakeSensor>(m_state), m_observer, nullptr, m_noFiles);
+    m_state.strRefusal = "no kernel here";
+    KernelSource source(std::make_unique<FakeLaunchSensor>(m_state), m_observer, nullptr,
+                        m_noFiles);
     std::string strError;
 
     EXPECT_FALSE(source.Start(strError));
