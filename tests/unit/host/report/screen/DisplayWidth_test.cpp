@@ -33,11 +33,12 @@ TEST(DisplayWidthTest, AWideCharacterThatDoesNotFitWholeIsLeftOut) {
               display_width::Fit("\xE6\x97\xA5\xE6\x9C\xAC\xE8\xAA\x9E", 4, false));
 }
 
-TEST(DisplayWidthTest, AByteThatIsNotUtf8IsOneCell) {
+TEST(DisplayWidthTest, AByteThatIsNotUtf8AndACharacterThatIsNotPrintableAreOneCell) {
     EXPECT_EQ(0u, display_width::Width(""));
     EXPECT_EQ(1u, display_width::Width("\xFF"));
     EXPECT_EQ(3u, display_width::Width("\xE6\x97x"));  // two bytes of a cut one, and an x
     EXPECT_EQ(3u, display_width::Width("\xE6\x97\xA5\x80"));
+    EXPECT_EQ(1u, display_width::Width("\xC2\x80"));  // a character that cannot be printed
 }
 
 TEST(DisplayWidthTest, TheProcessesOwnLocaleIsLeftAsItWas) {
