@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <thread>
 #include <vector>
 
 #include "tests/support/Event.h"
@@ -48,4 +49,90 @@ TEST(TimerQueueTest, ACallMayStopThem) {
     }));
 
     EXPECT_TRUE(done.Wait());
+}
+
+TEST(TimerQueueTest, ACallThatIsDueEarlierThanTheOneWaitedForIsMadeFirst) {
+    Event early;
+    std::atomic<int> nLate{0};
+    TimerQueue deadlines;
+    ASSERT_TRUE(deadlines.Add(TimerQueue::Clock::now() + hours(1), [&] { ++nLate; }));
+
+    ASSERT_TRUE(deadlines.Add(TimerQueue::Clock::now(), [&] { early.Set(); }));
+
+    EXPECT_TRUE(early.Wait());
+    EXPECT_EQ(0, nLate);
+    deadlines.Stop();
+    EXPECT_EQ(1, nLate);
+}
+
+TEST(TimerQueueTest, CallsThatAreDueAtOneTimeAreMadeInTheOrderOfTheirAdding) {
+    std::vector<int> order;
+    TimerQueue deadlines;
+    const auto due = TimerQueue::Clock::now() + hours(1);
+    for (int i = 0; i < 4; ++i) {
+        ASSERT_TRUE(deadlines.Add(due, [&order, i] { order.push_back(i); }));
+    }
+
+    deadlines.Stop();
+
+    EXPECT_EQ((std::vector<int>{0, 1, 2, 3}), order);
+}
+
+TEST(TimerQueueTest, ACallMayAddAnother) {
+    Event done;
+    TimerQueue deadlines;
+
+    ASSERT_TRUE(deadlines.Add(TimerQueue::Clock::now(), [&] {
+        EXPECT_TRUE(deadlines.Add(TimerQueue::Clock::now(), [&] { done.Set(); }));
+    }));
+
+    EXPECT_TRUE(done.Wait());
+}
+
+TEST(TimerQueueTest, StopWaitsForTheCallThatIsRunning) {
+    Event entered;
+    Event mayEnd;
+    std::atomic<bool> bEnded{false};
+    std::atomic<bool> bStopped{false};
+    TimerQueue deadlines;
+    ASSERT_TRUE(deadlines.Add(TimerQueue::Clock::now(), [&] {
+        entered.Set();
+        EXPECT_TRUE(mayEnd.Wait());
+        EXPECT_FALSE(bStopped);
+        bEnded = true;
+    }));
+    ASSERT_TRUE(entered.Wait());
+    std::thread stopper([&] {
+        deadlines.Stop();
+        EXPECT_TRUE(bEnded);
+        bStopped = true;
+    });
+
+    // Refused: the other thread is in Stop.
+    EXPECT_TRUE(Eventually([&] { return !deadlines.Add(TimerQueue::Clock::now(), [] {}); }));
+    mayEnd.Set();
+    stopper.join();
+
+    EXPECT_TRUE(bStopped);
+}
+
+TEST(TimerQueueTest, ASecondStopHasNothingLeftToCall) {
+    std::atomic<int> nCalls{0};
+    TimerQueue deadlines;
+    ASSERT_TRUE(deadlines.Add(TimerQueue::Clock::now() + hours(1), [&] { ++nCalls; }));
+
+    deadlines.Stop();
+    deadlines.Stop();
+
+    EXPECT_EQ(1, nCalls);
+}
+
+TEST(TimerQueueTest, ItsEndMakesTheCallsThatAreLeft) {
+    std::atomic<int> nCalls{0};
+    {
+        TimerQueue deadlines;
+        ASSERT_TRUE(deadlines.Add(TimerQueue::Clock::now() + hours(1), [&] { ++nCalls; }));
+    }
+    EXPECT_EQ(1, nCalls);
+    TimerQueue().Stop();  // one that never had a call has no thread to wait for
 }

@@ -40,3 +40,72 @@ TEST(VerdictRowTest, NothingOutsideCanForgeALine) {
     EXPECT_EQ("09:30:00  lost           launch       a\\x0Ab  c\\x1B[2J",
               verdict_row::Text(Console(), row));
 }
+
+TEST(VerdictRowTest, WhyIsThePackageAndItsSourceOrWhichOfTheTwoThereIs) {
+    const struct {
+        Verdict verdict;
+        const char* pszWhy;
+        const char* pszOwner;
+    } CASES[] = {{{10, "packages", "coreutils"}, "coreutils (packages)", "coreutils"},
+                 {{70, "block list", ""}, "block list", "block list"},
+                 {{40, "none", "x"}, "x", "x"},
+                 {{40, "none", ""}, "", ""},
+                 {{40, "", ""}, "", ""}};
+    for (const auto& each : CASES) {
+        const VerdictRow row = verdict_row::Judged("launch", "/bin/a", "", each.verdict, false);
+        EXPECT_EQ(each.pszWhy, row.strWhy) << each.pszWhy;
+        EXPECT_EQ(each.pszOwner, row.strOwner) << each.pszWhy;
+    }
+}
+
+TEST(VerdictRowTest, AJudgedRowHasTheVerdictsWordAndLevelAndATime) {
+    const VerdictRow row =
+        verdict_row::Judged("FileModify", "/a", "/b", {55, "block list", "x"}, true);
+
+    EXPECT_EQ("level 55", row.strVerdict);
+    EXPECT_EQ(55, row.nLevel);
+    EXPECT_EQ("FileModify", row.strWhat);
+    EXPECT_EQ("/a", row.strSubject);
+    EXPECT_EQ("/b", row.strBy);
+    EXPECT_TRUE(row.bCached);
+    EXPECT_EQ(8u, row.strTime.size());
+    EXPECT_EQ(1u, row.nTimes);
+}
+
+TEST(VerdictRowTest, ARowThatIsNoVerdictHasNoLevelAndNoOwner) {
+    const VerdictRow row = verdict_row::Told("lost", "launch", "3 launches", "buffer full");
+
+    EXPECT_EQ("lost", row.strVerdict);
+    EXPECT_EQ(0, row.nLevel);
+    EXPECT_EQ("3 launches", row.strSubject);
+    EXPECT_EQ("buffer full", row.strWhy);
+    EXPECT_EQ("", row.strBy);
+    EXPECT_EQ("", row.strOwner);
+    EXPECT_FALSE(row.bCached);
+}
+
+TEST(VerdictRowTest, AWordLongerThanItsColumnMovesTheRestAndIsNotCut) {
+    VerdictRow row = verdict_row::Told("a long word here", "FileSomething", "x", "");
+    row.strTime = "09:30:00";
+
+    EXPECT_EQ("09:30:00  a long word here  FileSomething  x", verdict_row::Text(Console(), row));
+}
+
+TEST(VerdictRowTest, BlanksInANameAreEscapedFromTheSecondOnHoweverManyThereAre) {
+    for (size_t nBlanks = 0; nBlanks < 9; ++nBlanks) {
+        VerdictRow row =
+            verdict_row::Told("lost", "launch", "a" + std::string(nBlanks, ' ') + "b", "why");
+        row.strTime = "09:30:00";
+        const std::string strText = verdict_row::Text(Console(), row);
+        const size_t nName = strText.find("a", 38);
+        EXPECT_EQ("  why", strText.substr(strText.find("  ", nName))) << nBlanks;
+    }
+}
+
+TEST(VerdictRowTest, GoodDoubtfulAndBadLevelsHaveTheirColours) {
+    EXPECT_EQ(Console::COLOUR_GREEN, verdict_row::LevelColour(10));
+    EXPECT_EQ(Console::COLOUR_GREEN, verdict_row::LevelColour(20));
+    EXPECT_EQ(Console::COLOUR_YELLOW, verdict_row::LevelColour(21));
+    EXPECT_EQ(Console::COLOUR_YELLOW, verdict_row::LevelColour(59));
+    EXPECT_EQ(Console::COLOUR_RED, verdict_row::LevelColour(60));
+}
