@@ -81,7 +81,7 @@ TEST(MountTableTest, EscapesOfPathsAreThreeOctalDigits) {
         const char* pszPoint;
     } CASES[] = {{"/a\\040b", "/a b"},        {"/a\\011b", "/a\tb"},     {"/a\\012b", "/a\nb"},
                  {"/a\\134b", "/a\\b"},       {"/a\\134040", "/a\\040"}, {"/a\\04", "/a\\04"},
-                 {"/a\\08b", "/a\\08b"},      {"/a\\", "/a\\"},          {"/a\\040", "/a "},
+                 {"/a\\089", "/a\\089"},      {"/a\\", "/a\\"},          {"/a\\040", "/a "},
                  {"/\\303\\244", "/\xC3\xA4"}};
     for (const auto& each : CASES) {
         const std::vector<MountEntry> mounts = mount_table::Parse(
