@@ -94,8 +94,8 @@ private:
     mutable Mutex m_mutex;
     std::deque<std::string> m_records TEV_GUARDED_BY(m_mutex);
     size_t m_nRecordBytes TEV_GUARDED_BY(m_mutex) = 0;
-    SensorCounts m_counts TEV_GUARDED_BY(m_mutex);    // without what the socket dropped
-    uint64_t m_nDropped TEV_GUARDED_BY(m_mutex) = 0;  // launches
+    SensorCounts m_counts TEV_GUARDED_BY(m_mutex);   // without what the sockets dropped
+    SensorCounts m_dropped TEV_GUARDED_BY(m_mutex);  // by the sockets
 };
 
 bool ConnectorSensor::Open(std::string& strError) {
@@ -183,8 +183,7 @@ void ConnectorSensor::Round() {
     }
 }
 
-// What was taken and finds no memory. A function of its own, because the analysis of locks passes
-// over handlers.
+// What was taken and finds no memory. Apart, because the analysis of locks passes over handlers.
 void ConnectorSensor::LoseRound() {
     const MutexLock lock(m_mutex);
     m_counts.nSensed += m_execEvents.size();
@@ -211,8 +210,8 @@ bool ConnectorSensor::TakeSockets() {
         }
     }
     const MutexLock lock(m_mutex);
-    m_nDropped = m_execs.Dropped();
-    m_counts.nOthersLost = m_lives.Dropped();
+    m_dropped.nLost = m_execs.Dropped();
+    m_dropped.nOthersLost = m_lives.Dropped();
     return bMore;
 }
 
@@ -321,8 +320,9 @@ void ConnectorSensor::Detach() {
 SensorCounts ConnectorSensor::Counts() const {
     const MutexLock lock(m_mutex);
     SensorCounts counts = m_counts;
-    counts.nSensed += m_nDropped;
-    counts.nLost += m_nDropped;
+    counts.nSensed += m_dropped.nLost;
+    counts.nLost += m_dropped.nLost;
+    counts.nOthersLost += m_dropped.nOthersLost;
     return counts;
 }
 

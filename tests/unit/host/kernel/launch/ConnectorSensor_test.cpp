@@ -355,6 +355,18 @@ TEST_F(ConnectorSensorTest, WhatWaitsIsBoundedAndLaunchesThatFindNoRoomAreLost) 
     EXPECT_EQ(10u, m_pSensor->Counts().nLost);
 }
 
+TEST_F(ConnectorSensorTest, CopiesAndEndsThatFindNoRoomStayCounted) {
+    constexpr size_t ROOM = (8 << 20) / 64;
+    ILaunchSensor& sensor = Start(false);
+    m_kernel.Tell({{0, std::vector<FakeKernel::Told>(ROOM, {Exec(GONE)})}}, {});
+    ASSERT_TRUE(Eventually([&sensor] { return sensor.Counts().nSensed == ROOM; }));
+    m_kernel.Tell({{1, {{Fork(PARENT, GONE)}, {Exit(GONE)}}}}, {});
+
+    EXPECT_EQ(ROOM, Records().size());
+
+    EXPECT_EQ(2u, sensor.Counts().nOthersLost);
+}
+
 TEST_F(ConnectorSensorTest, WhatWasDrainedMakesRoomAgain) {
     constexpr size_t ROOM = (8 << 20) / 64;
     ILaunchSensor& sensor = Start(false);
