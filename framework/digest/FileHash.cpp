@@ -57,9 +57,14 @@ private:
 // Where the kernel makes the files up, as regular ones. No program is started from there, and
 // reading may act: it takes lines out of the kernel's log, or reads a device's registers.
 constexpr uint32_t KERNEL_FILE_SYSTEMS[] = {
-    PROC_SUPER_MAGIC, SYSFS_MAGIC,    DEBUGFS_MAGIC,  TRACEFS_MAGIC,        SECURITYFS_MAGIC,
-    SELINUX_MAGIC,    SMACK_MAGIC,    BPF_FS_MAGIC,   CGROUP_SUPER_MAGIC,   CGROUP2_SUPER_MAGIC,
-    PSTOREFS_MAGIC,   EFIVARFS_MAGIC, BINFMTFS_MAGIC, RDTGROUP_SUPER_MAGIC,
+    PROC_SUPER_MAGIC, SYSFS_MAGIC, DEBUGFS_MAGIC, TRACEFS_MAGIC, SECURITYFS_MAGIC, SELINUX_MAGIC,
+    SMACK_MAGIC, AAFS_MAGIC, BPF_FS_MAGIC, CGROUP_SUPER_MAGIC, CGROUP2_SUPER_MAGIC, PSTOREFS_MAGIC,
+    EFIVARFS_MAGIC, BINFMTFS_MAGIC, RDTGROUP_SUPER_MAGIC, BINDERFS_SUPER_MAGIC, XENFS_SUPER_MAGIC,
+    // No header of the kernel's has these.
+    0x65735543,  // fusectl: the connections of FUSE
+    0x62656570,  // configfs
+    0x6e667364,  // nfsd
+    0x19800202,  // mqueue
 };
 
 bool IsKernelsOwn(int nFd) {
