@@ -210,7 +210,8 @@ protected:
             return testing::Test::HasFailure() ? 1 : 0;
         });
         if (nStatus == 77 << 8) {
-            GTEST_SKIP() << "this machine lets nobody mount";
+            GTEST_SKIP()
+                << "no mount namespace of one's own that can be made private (as in a chroot)";
         }
         EXPECT_EQ(0, nStatus);
     }
