@@ -13,9 +13,10 @@ namespace verdict_lists {
 
 namespace {
 
+// The sources make their texts safe themselves.
 void Say(Console& output, const std::string& strText) {
     if (!strText.empty()) {
-        output.Complain(strText);
+        output.Error("tevmon-host: " + strText);
     }
 }
 

@@ -65,6 +65,6 @@ TEST_F(VerdictListsTest, AListThatCannotBeReadIsNamedSafelyAndEndsTheLoading) {
 
     EXPECT_FALSE(bLoaded);
     EXPECT_THAT(strError, HasSubstr("tevmon-host: "));
-    EXPECT_THAT(strError, HasSubstr("x0A: "));
+    EXPECT_THAT(strError, HasSubstr("/none\\x0A: "));
     EXPECT_THAT(strError, testing::Not(HasSubstr("never looked at")));
 }
