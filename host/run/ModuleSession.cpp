@@ -1,10 +1,10 @@
 #include "host/run/ModuleSession.h"
 
 #include <chrono>
+#include <thread>
 
 #include "framework/abi/MsgTypes.h"
 #include "host/base/EscapedText.h"
-#include "host/process/ShutdownSignal.h"
 #include "host/transport/EndpointIds.h"
 
 namespace {
@@ -39,9 +39,8 @@ void ModuleSession::End() {
     m_loader.Stop();
     // Answers under way still find the module's cache; messages under way still find its queue.
     const auto due = steady_clock::now() + LAST_ANSWERS;
-    const ShutdownSignal clock;
     while (m_router.Pending() > 0 && steady_clock::now() < due) {
-        clock.WaitFor(ROUTER_LOOK);
+        std::this_thread::sleep_for(ROUTER_LOOK);
     }
     m_loader.Unload();
     m_router.Close();

@@ -1,7 +1,7 @@
 // The module's queue during a run: room in it for new messages, its state as the report has it, and
 // its depth as the database has it.
 //
-// Threads: TakeRoom, GiveBack, Stored and Load from any; the rest on the control thread.
+// Threads: the limiter's from any; the rest on the control thread.
 // Errors: a queue that cannot be read leaves the count as it is.
 // Ownership: the report must outlive it.
 #ifndef HOST_RUN_QUEUEMONITOR_H

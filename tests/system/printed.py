@@ -5,9 +5,9 @@ Usage: printed.py HOST DATA [--record]
 
 HOST is the program, DATA the folder tests/data. Each case of CASES runs the program on files made
 here, and what it wrote on standard output and standard error, with its exit code, is compared with
-DATA/printed/CASE.txt. Times, durations, process numbers, file sizes of the databases and the place of
-the files are replaced first; the golden recordings name programs made here, so that no machine's own
-take part. --record writes the files instead. Exit code 0: all alike; 1: a difference, shown.
+DATA/printed/CASE.txt. Times, durations, rates and the place of the files are replaced first, and the
+lines of different threads are put in one order; the golden recordings name programs made here, so that
+no machine's own take part. --record writes the files instead. Exit code 0: all alike; 1: a difference, shown.
 """
 
 import argparse

@@ -1,5 +1,6 @@
 #include "host/report/text/BalanceText.h"
 #include "host/base/HumanText.h"
+#include "host/report/text/VerdictRow.h"
 #include "host/verdict/VerdictLevel.h"
 
 #include <vector>
@@ -152,14 +153,6 @@ std::string FilesJson(const FileCounters& files) {
     return object.Add("overflows", files.nOverflows).Text();
 }
 
-std::string LevelsJson(const std::map<int, uint64_t>& byLevel) {
-    JsonObject levels;
-    for (const auto& entry : byLevel) {
-        levels.Add(std::to_string(entry.first), entry.second);
-    }
-    return levels.Text();
-}
-
 }  // namespace
 
 std::string Text(const Console& output, const WatchBalance& balance) {
@@ -194,7 +187,7 @@ JsonObject& AddNumbers(JsonObject& record, const WatchBalance& balance) {
     record.Add("known_maker", events.nKnownMaker).Add("silent", events.nSilent);
     record.Add("beside", events.nBeside).Add("not_sent", module.nNotSent);
     record.Add("queries", module.nQueries).Add("answers", module.nAnswers);
-    record.AddJson("answers_by_level", LevelsJson(module.answersByLevel));
+    record.AddJson("answers_by_level", verdict_row::LevelsJson(module.answersByLevel));
     record.Add("known", module.nKnown).Add("no_key", module.nNoKey).Add("query_lost", module.nLost);
     record.Add("outstanding", balance.Outstanding());
     return record.Add("unexplained", balance.Unexplained());

@@ -139,14 +139,6 @@ std::string TableRow(const std::string& strLabel, const std::vector<PassResult>&
     return strRow + "\n";
 }
 
-std::string LevelsJson(const std::map<int, uint64_t>& byLevel) {
-    JsonObject levels;
-    for (const auto& entry : byLevel) {
-        levels.Add(std::to_string(entry.first), entry.second);
-    }
-    return levels.Text();
-}
-
 }  // namespace
 
 std::string Heading(const Console& output, const PassInfo& pass) {
@@ -247,8 +239,8 @@ JsonObject& AddCounters(JsonObject& record, const RunCounters& counters, double 
     record.Add("analysed", counters.nAnalysed).Add("queries", counters.nQueries);
     record.Add("answers", counters.nAnswers).Add("known", counters.nKnown);
     record.Add("no_key", counters.nNoKey).Add("lost", counters.nLost);
-    record.AddJson("answers_by_level", LevelsJson(counters.answersByLevel));
-    record.AddJson("queries_by_level", LevelsJson(counters.queriesByLevel));
+    record.AddJson("answers_by_level", verdict_row::LevelsJson(counters.answersByLevel));
+    record.AddJson("queries_by_level", verdict_row::LevelsJson(counters.queriesByLevel));
     JsonObject skipped;
     skipped.Add("cached", counters.nCached).Add("no_hash", counters.nNoHash);
     skipped.Add("no_stat", counters.nNoStat).Add("not_sent", counters.nNotSent);

@@ -3,6 +3,7 @@
 #include "framework/base/CStr.h"
 #include "host/base/EscapedText.h"
 #include "host/base/HumanText.h"
+#include "host/base/JsonWriter.h"
 #include "host/verdict/VerdictLevel.h"
 
 namespace verdict_row {
@@ -75,6 +76,14 @@ Console::Colour LevelColour(int nLevel) {
     static constexpr Console::Colour COLOURS[] = {Console::COLOUR_GREEN, Console::COLOUR_YELLOW,
                                                   Console::COLOUR_RED};
     return COLOURS[verdict_level::ClassOf(nLevel)];
+}
+
+std::string LevelsJson(const std::map<int, uint64_t>& byLevel) {
+    JsonObject levels;
+    for (const auto& entry : byLevel) {
+        levels.Add(std::to_string(entry.first), entry.second);
+    }
+    return levels.Text();
 }
 
 }  // namespace verdict_row

@@ -5,6 +5,7 @@
 #define HOST_REPORT_TEXT_VERDICTROW_H
 
 #include <cstdint>
+#include <map>
 #include <string>
 
 #include "host/base/Console.h"
@@ -38,6 +39,9 @@ std::string Text(const Console& output, const VerdictRow& row);
 
 // Green, yellow and red for a good, a doubtful and a bad level.
 Console::Colour LevelColour(int nLevel);
+
+// How many there are of each level, as a JSON object.
+std::string LevelsJson(const std::map<int, uint64_t>& byLevel);
 
 }  // namespace verdict_row
 

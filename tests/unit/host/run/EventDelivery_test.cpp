@@ -10,12 +10,6 @@ using testing::HasSubstr;
 
 namespace {
 
-QueueLimits TwoRows() {
-    QueueLimits limits;
-    limits.nRows = 2;
-    return limits;
-}
-
 // So many batches, then the end; after Stop the end at once.
 class FewBatches : public IEventSource {
 public:
@@ -45,7 +39,7 @@ public:
 
 class EventDeliveryTest : public RunPartsTest {
 protected:
-    explicit EventDeliveryTest(const QueueLimits& limits = {}) : RunPartsTest(limits) {}
+    using RunPartsTest::RunPartsTest;
 
     void Deliver(IEventSource& source, bool bRefuseWhenFull = false) {
         EventDelivery delivery(m_router, m_queue, m_report, m_control, bRefuseWhenFull);
@@ -65,7 +59,7 @@ protected:
 
 class EventDeliveryFullTest : public EventDeliveryTest {
 protected:
-    EventDeliveryFullTest() : EventDeliveryTest(TwoRows()) {}
+    EventDeliveryFullTest() : EventDeliveryTest(2) {}
 };
 
 }  // namespace

@@ -8,15 +8,9 @@ using testing::HasSubstr;
 
 namespace {
 
-QueueLimits TenRows() {
-    QueueLimits limits;
-    limits.nRows = 10;
-    return limits;
-}
-
 class QueueMonitorTest : public RunPartsTest {
 protected:
-    QueueMonitorTest() : RunPartsTest(TenRows()) {}
+    QueueMonitorTest() : RunPartsTest(10) {}
 };
 
 }  // namespace

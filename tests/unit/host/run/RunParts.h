@@ -31,7 +31,8 @@ public:
 
 class RunPartsTest : public testing::Test {
 protected:
-    explicit RunPartsTest(const QueueLimits& limits = {}) : m_limits(limits) {
+    // nRows: what the queue has room for.
+    explicit RunPartsTest(uint64_t nRows = QueueLimits().nRows) : m_limits(RowLimit(nRows)) {
         m_options.strStateDir = m_dir.Path();
         DbFile(m_options.ChannelDatabase()).Execute(CHANNEL_TABLE);
         (void)m_router.RegisterReceiver(MSG_TYPE_HIPS_EVENT, &m_receiver, 0);
@@ -50,6 +51,12 @@ protected:
         batch.nNumber = nNumber;
         batch.nEvents = 3;
         return batch;
+    }
+
+    static QueueLimits RowLimit(uint64_t nRows) {
+        QueueLimits limits;
+        limits.nRows = nRows;
+        return limits;
     }
 
     const TestDir m_dir;
