@@ -108,6 +108,9 @@ public:
     // are expected to fail often; std::bad_alloc is thrown all the same.
     int tryDML(const char* pszSQL, std::string& strError);
 
+    // The same without running it: 0 for a statement that could be run.
+    int tryPrepare(const char* pszSQL, std::string& strError);
+
     // Runs one statement, likewise, to its first row.
     CppSQLite3Query execQuery(const char* pszSQL);
 
@@ -121,7 +124,7 @@ public:
     bool tableExists(const char* pszTable);
 
 private:
-    // A statement that failed after a long step.
+    // A statement that failed after a long time.
     struct Ended {
         std::string strSQL;
         int64_t nMilliseconds;  // when, on the steady clock
@@ -133,12 +136,16 @@ private:
     int TryPrepare(const char* pszSQL, sqlite3_stmt*& pStmt, const char*& pszError);
     bool FirstStep(sqlite3_stmt* pStmt);
     CppSQLite3Query Query(const char* pszSQL, bool bLimited);
-    void KeepInMind(sqlite3_stmt* pEnded, int nCode, const char* pszError);
+    int PrepareOne(const char* pszSQL, sqlite3_stmt*& pStmt, const char*& pszError);
+    bool IsLongFailure(int nCode) const;
+    void StepFailed(sqlite3_stmt* pStmt, int nCode, const char* pszError);
+    void KeepInMind(const char* pszSQL, int nCode, const char* pszError);
     const Ended* FindEnded(const char* pszSQL) const;  // null for none
 
     std::shared_ptr<FileFence> m_pFence;
     sqlite3* m_pDB = nullptr;
     std::vector<Ended> m_ended;  // the latest few
+    int64_t m_nLongBegun = 0;    // when the statement in hand was begun, 0 for a short one
 };
 
 #endif

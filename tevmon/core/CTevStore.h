@@ -65,19 +65,23 @@ protected:
     // make builds a statement's text, work runs it; both may throw. Change runs the statement in a
     // transaction of its own. All return 0, or after rolling back and printing the code of whatever
     // make, begin, work or commit threw.
-    // With pszNotAllowed the statement is tried as it is, for what SQLite says of it, and never
-    // committed: where SQLite takes it, the code is 23 and the text this.
+    // With pszNotAllowed the statement is prepared as it is, for what SQLite says of it, and never
+    // run: where SQLite takes it, the code is 23 and the text this.
     template <class Make>
     int Change(Make make, const char* pszNotAllowed = nullptr) TEV_REQUIRES(m_mutex) {
         std::string strError;
         int nRefused = 0;  // by code, not by exception: one update fails 300 times on end
         const int nResult = Run(true, make, [&](CppSQLite3DB& db, const std::string& strStatement) {
-            nRefused = db.tryDML(strStatement.c_str(), strError);
-            if (nRefused == 0 && pszNotAllowed != nullptr) {
+            if (pszNotAllowed == nullptr) {
+                nRefused = db.tryDML(strStatement.c_str(), strError);
+                return nRefused == 0;
+            }
+            nRefused = db.tryPrepare(strStatement.c_str(), strError);
+            if (nRefused == 0) {
                 strError = pszNotAllowed;
                 nRefused = NOT_ALLOWED;
             }
-            return nRefused == 0;
+            return false;
         });
         return nRefused == 0 ? nResult : Failed(true, nRefused, strError.c_str());
     }

@@ -534,6 +534,24 @@ INSTANTIATE_TEST_SUITE_P(
                     "'||(select max(vkey) from cachotable)||'x", "x'||'y", "''' or 1=1 --",
                     "x''' or ''''=''''"));
 
+// It could not be committed: an expiry scan that ran it would hold the store for as long.
+TEST_F(CTevCloudCachoDBTest, AChangeWhoseKeyEndsItsTextIsNotRun) {
+    const std::string strEndless =
+        "x'||(with n(a) as (values(1),(2),(3),(4),(5),(6),(7),(8),(9),(10)) "
+        "select count(*) from n,n b,n c,n d,n e,n f,n g,n h,n i,n j)||'";
+    CachoRecord record;
+    int nInsert = 0, nSelect = 0;
+
+    const Texts lines = PrintedBy([&] {
+        nInsert = m_store.Insert(Entry(strEndless));
+        nSelect = m_store.Select(strEndless, record);
+    });
+
+    EXPECT_EQ(23, nInsert);
+    EXPECT_EQ(-1, nSelect);  // a look is: it ends after a second
+    EXPECT_EQ((Texts{"the key ends its text", "interrupted"}), lines);
+}
+
 TEST_F(CTevCloudCachoDBTest, AKeyThatEndsItsTextGetsTheCodeOfWhatIsNotAllowed) {
     ASSERT_EQ(0, m_store.Insert(Entry("key0")));
     int nInsert = 0, nDelete = 0;
