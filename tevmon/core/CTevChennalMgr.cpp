@@ -1,9 +1,12 @@
 #include "tevmon/core/CTevChennalMgr.h"
 
+#include <unistd.h>
+
 #include <ctime>
 #include <list>
 #include <optional>
 
+#include "framework/base/FdWriter.h"
 #include "public/pluginhelper/LogPrint.h"
 #include "tevmon/core/CTevFsMonitor.h"
 #include "tevmon/core/CTevPsMonitor.h"
@@ -46,11 +49,15 @@ bool CTevChennalMgr::PushMsg(const std::string& strDetail, int32_t nMid) {
     if (pStore == nullptr) {
         return true;
     }
-    ChennalRecord record;
-    record.createtime = time(nullptr);
-    record.mid = nMid;
-    record.detail = strDetail;
-    WhileBusy([&] { return pStore->Insert(record); });
+    try {
+        ChennalRecord record;
+        record.createtime = time(nullptr);
+        record.mid = nMid;
+        record.detail = strDetail;
+        WhileBusy([&] { return pStore->Insert(record); });
+    } catch (...) {  // the store prints what it has no memory for; so does this
+        (void)CFdWriter::Write(STDOUT_FILENO, "out of memory\n");
+    }
     return true;
 }
 

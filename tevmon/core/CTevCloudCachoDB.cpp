@@ -33,7 +33,7 @@ bool EndsItsLiteral(const std::string& strText) {
     return false;
 }
 
-// For a change of the row of strKey: a key that ends its literal is never committed, since it could
+// For a change of the row of strKey: a key that ends its literal is never run, since it could
 // name any rows. Null for every other.
 const char* NotAllowed(const std::string& strKey) {
     return EndsItsLiteral(strKey) ? "the key ends its text" : nullptr;

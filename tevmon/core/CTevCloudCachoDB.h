@@ -3,7 +3,7 @@
 //
 // The key stands in the statements as it is, unescaped, which is relied on; the connection's fence
 // (see framework/sqlite/CppSQLite3.h) bounds what a hostile key can do. A change whose key has a
-// quote that no second one doubles, and so could name other rows, is rolled back: code 23.
+// quote that no second one doubles, and so could name other rows, is not run: code 23.
 //
 // Threads: any. Every public call but Delete and SelectPage holds the mutex from entry to return;
 //   those two are for a caller that holds it through Lock and Unlock.

@@ -30,6 +30,7 @@ std::string CommandLineText(const std::string& strCmd) {
 
 // The texts that a launch's event is made of, in the order in which they are computed.
 struct LaunchTexts {
+    LaunchTexts() = default;
     explicit LaunchTexts(const struct stat& status)
         : strMode(FormatMode(status.st_mode)),
           // As signed numbers: an id above 2147483647 prints negative, which is relied on.
@@ -67,15 +68,25 @@ std::string LaunchEvent(const Launch& launch, const LaunchTexts& texts) {
     return event.Text();
 }
 
-void PostLaunch(Launch& launch, const LaunchTexts& texts, std::string& strKey) {
+// False when there is no memory for work, which is a part of the event.
+template <class Work>
+bool Built(Work work) {
+    try {
+        work();
+        return true;
+    } catch (...) {
+        return false;
+    }
+}
+
+// Without bBuilt, or when the event cannot be built, as with a message that cannot be written.
+void PostLaunch(Launch& launch, const LaunchTexts& texts, std::string& strKey, bool bBuilt) {
     CTevCloudInterface* pCloud = CTevCloudInterface::Instance();
     if (pCloud == nullptr) {
         return;
     }
     std::string strEvent;
-    try {
-        strEvent = LaunchEvent(launch, texts);
-    } catch (...) {  // no memory; as with a message that cannot be written
+    if (!bBuilt || !Built([&] { strEvent = LaunchEvent(launch, texts); })) {
         (void)pCloud->PostEmpty();
         return;
     }
@@ -112,15 +123,18 @@ void CTevPsMonitor::RunElement(const Json::Value& jsonElement) {
     if (!file_utils::IsFile(launch.strPath, FOLLOW_LINK_YES)) {
         return;
     }
-    launch.strCmd = JsonText(jsonElement, "cmd");
     launch.nPid = JsonInt(jsonElement, "pid");
     // Before the status, so also for a file that is gone by then: this order is relied on.
-    launch.nScriptType = DetectScriptType(launch.strPath, launch.strCmd);
+    bool bBuilt = Built([&] {
+        launch.strCmd = JsonText(jsonElement, "cmd");
+        launch.nScriptType = DetectScriptType(launch.strPath, launch.strCmd);
+    });
     if (!StatFile(launch.strPath, launch.status)) {
         LogPrint(LOG_FAIL, SOURCE, "Run", __LINE__, "[CTevPsMonitor] stat faid [%s]", pszPath);
         return;
     }
-    const LaunchTexts texts(launch.status);
+    LaunchTexts texts;
+    bBuilt = Built([&] { texts = LaunchTexts(launch.status); }) && bBuilt;
     // Hashed before the cache is asked: the hash is the cache key.
     std::string strKey = ProgramKey(launch.strPath);
     if (strKey.empty()) {
@@ -134,5 +148,5 @@ void CTevPsMonitor::RunElement(const Json::Value& jsonElement) {
                  pszPath);
         return;
     }
-    PostLaunch(launch, texts, strKey);
+    PostLaunch(launch, texts, strKey, bBuilt);
 }

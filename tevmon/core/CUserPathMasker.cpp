@@ -1,6 +1,7 @@
 #include "tevmon/core/CUserPathMasker.h"
 
 #include <pwd.h>
+#include <time.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -23,10 +24,23 @@ const passwd* NextEntry() {
     return getpwent();
 }
 
-// Other values are left there by some services at the database's very end.
+// The caller's own lack: nothing that was read is worth more than what is known.
 bool IsFailure(int nErrno) {
     return nErrno == ENOMEM || nErrno == EIO || nErrno == EMFILE || nErrno == ENFILE ||
            nErrno == EINTR;
+}
+
+// Some services leave "no such entry" behind their last one.
+bool IsCleanEnd(int nErrno) {
+    return nErrno == 0 || nErrno == ENOENT || nErrno == ESRCH;
+}
+
+constexpr int64_t SECONDS_TO_NEXT_LOOK = 60;
+
+int64_t SteadySeconds() {
+    timespec now = {};
+    (void)clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    return now.tv_sec;
 }
 
 }  // namespace
@@ -35,7 +49,7 @@ bool CUserPathMasker::MaskUserPath(std::string& strPath) {
     if (strPath.size() < 2) {
         return true;
     }
-    if (m_users.empty()) {
+    if (m_users.empty() || IsDue()) {
         LoadUsers();
     }
     if (!HoldsUser(strPath)) {
@@ -76,9 +90,14 @@ bool CUserPathMasker::HoldsUser(std::string_view strPath) const {
     return false;
 }
 
+bool CUserPathMasker::IsDue() const {
+    return m_bPart && SteadySeconds() - m_nRead >= SECONDS_TO_NEXT_LOOK;
+}
+
 void CUserPathMasker::LoadUsers() {
     // A failure half-way leaves the old map: a part of the users would stay for the process's life.
     std::map<std::string, LocalUser, std::less<>> users;
+    m_nRead = SteadySeconds();
     setpwent();
     while (const passwd* pEntry = NextEntry()) {
         const std::string strName = Text(pEntry->pw_name);
@@ -90,9 +109,14 @@ void CUserPathMasker::LoadUsers() {
         (void)users.try_emplace(strName, LocalUser{strName, pEntry->pw_uid, pEntry->pw_gid, strHome,
                                                    Text(pEntry->pw_shell)});
     }
-    const bool bWhole = !IsFailure(errno);
+    const int nErrno = errno;
     setpwent();  // rewound, not closed with endpwent: this is relied on
-    if (bWhole) {
-        m_users.swap(users);
+    if (IsFailure(nErrno)) {
+        return;
     }
+    m_bPart = !IsCleanEnd(nErrno);
+    if (m_bPart) {
+        users.merge(m_users);
+    }
+    m_users.swap(users);
 }

@@ -3,6 +3,8 @@
 //
 // Threads: [channel] only; the map has no lock and getpwent has process-wide state.
 // Errors: std::bad_alloc, with the users as they were; an unreadable user database masks nothing.
+//   Where the database ends in an error, a service of users behind it may not have answered: those
+//   that were read count, and are read again after a minute until an end is clean.
 // Ownership: one object per process, made by Instance().
 #ifndef TEVMON_CORE_CUSERPATHMASKER_H
 #define TEVMON_CORE_CUSERPATHMASKER_H
@@ -34,7 +36,8 @@ public:
     static std::string Masked(std::string strPath);
 
     // Fills the map afresh from the system's user database, which is rewound and left open. After a
-    // failure half-way the map is as it was.
+    // failure half-way the map is as it was; where the database ends in another error, who was read
+    // is added to it.
     void LoadUsers();
 
 protected:
@@ -44,8 +47,11 @@ protected:
 
 private:
     bool HoldsUser(std::string_view strPath) const;
+    bool IsDue() const;
 
     std::map<std::string, LocalUser, std::less<>> m_users;  // found by pieces of a path, uncopied
+    bool m_bPart = false;                                   // users may be missing
+    int64_t m_nRead = 0;  // when the database was read, in seconds of the steady clock
 };
 
 #endif

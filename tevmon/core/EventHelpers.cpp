@@ -80,7 +80,11 @@ std::string ProgramKey(const std::string& strPath) {
     std::string strMd5;
     std::string strSha1;
     (void)utils::getMD5AndSHA1(strPath, strMd5, strSha1);
-    return strMd5.empty() || strSha1.empty() ? "" : strSha1 + strMd5;
+    try {
+        return strMd5.empty() || strSha1.empty() ? "" : strSha1 + strMd5;
+    } catch (...) {  // no memory for it: as for digests that found none
+        return {};
+    }
 }
 
 void AppendItem(Json::Value& jsonEvent, const char* pszKey, Json::Value jsonValue) {

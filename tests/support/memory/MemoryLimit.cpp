@@ -10,6 +10,7 @@ namespace {
 constexpr size_t NO_LIMIT = std::numeric_limits<size_t>::max();
 
 thread_local size_t t_nLargest = NO_LIMIT;
+thread_local long t_nPiecesBefore = -1;  // the piece that is refused; negative for none
 thread_local long t_nRefused = 0;
 thread_local long t_nKept = 0;
 thread_local int t_nDepth = 0;  // one form of the operators may call another
@@ -31,8 +32,10 @@ Function Next(const char* pszSymbol) {
 }
 
 bool Refuses(size_t nBytes) {
-    t_nRefused += nBytes > t_nLargest ? 1 : 0;
-    return nBytes > t_nLargest;
+    const bool bRefused = nBytes > t_nLargest || t_nPiecesBefore == 0;
+    t_nPiecesBefore -= t_nPiecesBefore >= 0 ? 1 : 0;
+    t_nRefused += bRefused ? 1 : 0;
+    return bRefused;
 }
 
 // next answers null or throws when there is none.
@@ -64,7 +67,12 @@ MemoryLimit::MemoryLimit(size_t nLargest) {
     t_nLargest = nLargest;
 }
 
+MemoryLimit::MemoryLimit(PieceNumber number) : MemoryLimit(NO_LIMIT) {
+    t_nPiecesBefore = number.nPiece;
+}
+
 MemoryLimit::~MemoryLimit() {
+    t_nPiecesBefore = -1;
     t_nLargest = NO_LIMIT;
 }
 

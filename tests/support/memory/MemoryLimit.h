@@ -8,9 +8,15 @@
 
 #include <cstddef>
 
+struct PieceNumber {
+    long nPiece;
+};
+
 class MemoryLimit {
 public:
     explicit MemoryLimit(size_t nLargest);  // 0: nothing is to be had
+    // Refuses one piece only, of that number, counted from 0.
+    explicit MemoryLimit(PieceNumber number);
     ~MemoryLimit();
 
     MemoryLimit(const MemoryLimit&) = delete;

@@ -56,11 +56,11 @@ void CallTrace::Clear() {
     m_calls.clear();
 }
 
-void CallTrace::Note(const std::string& strCall) {
+void CallTrace::Note(const char* pszCall, std::string_view argument) {
     CallTrace* pTrace = g_pTrace;
     if (pTrace != nullptr) {
         const std::lock_guard<std::mutex> lock(pTrace->m_mutex);
-        pTrace->m_calls.push_back(strCall);
+        pTrace->m_calls.emplace_back(pszCall) += argument;
     }
 }
 
@@ -68,7 +68,7 @@ void CallTrace::Note(const std::string& strCall) {
 extern "C" __attribute__((visibility("default"))) tm* localtime_r(const time_t* pTime,
                                                                   tm* pResult) noexcept {
     static const auto pfnNext = Next<tm* (*)(const time_t*, tm*)>("localtime_r");
-    CallTrace::Note("localtime_r " + std::to_string(*pTime));
+    CallTrace::Note("localtime_r ", std::to_string(*pTime));  // no piece of memory
     return pfnNext(pTime, pResult);
 }
 
@@ -80,7 +80,7 @@ extern "C" __attribute__((visibility("default"))) int sqlite3_prepare_v2(sqlite3
     static const auto pfnNext = Next<decltype(&sqlite3_prepare_v2)>("sqlite3_prepare_v2");
     // SQLite prepares statements of its own to read the schema; they are not noted.
     if (!SameLibrary(__builtin_return_address(0), reinterpret_cast<void*>(pfnNext))) {
-        CallTrace::Note(std::string("sql ") + pszStatement);
+        CallTrace::Note("sql ", pszStatement);
         SqlTrace::Note(pszStatement);
     }
     return pfnNext(pDB, pszStatement, nBytes, ppStatement, ppszTail);
@@ -89,6 +89,6 @@ extern "C" __attribute__((visibility("default"))) int sqlite3_prepare_v2(sqlite3
 std::string Base64Util::Base64Encode(const std::string& strData) {
     static const auto pfnNext = Next<std::string (*)(const std::string&)>(
         "_ZN10Base64Util12Base64EncodeERKNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEE");
-    CallTrace::Note("encode " + strData);
+    CallTrace::Note("encode ", strData);
     return pfnNext(strData);
 }

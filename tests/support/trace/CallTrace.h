@@ -7,6 +7,7 @@
 
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <vector>
 
 class CallTrace {
@@ -22,8 +23,8 @@ public:
     std::vector<std::string> Calls(const std::string& strPrefix) const;
     void Clear();
 
-    // Appends to the trace that lives; without one it does nothing.
-    static void Note(const std::string& strCall);
+    // Appends to the trace that lives; without one it does nothing and takes no memory.
+    static void Note(const char* pszCall, std::string_view argument = {});
 
 private:
     mutable std::mutex m_mutex;

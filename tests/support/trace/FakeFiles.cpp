@@ -72,7 +72,7 @@ std::string FakeFiles::RealPath(const std::string& strPath) {
 // These stand before the libraries' own, for this program and every library it loads.
 extern "C" __attribute__((visibility("default"))) int stat(const char* pszPath,
                                                            struct stat* pStatus) noexcept {
-    CallTrace::Note(std::string("stat ") + pszPath);
+    CallTrace::Note("stat ", pszPath);
     FakeFiles* pFiles = g_pFiles;
     int nResult = -1;
     return pFiles != nullptr && pFiles->Stat(pszPath, *pStatus, nResult)
@@ -86,7 +86,8 @@ bool utils::getMD5AndSHA1(const std::string& strPath, std::string& strMd5, std::
         dlsym(RTLD_NEXT,
               "_ZN5utils13getMD5AndSHA1ERKNSt7__cxx1112basic_stringIcSt11char_"
               "traitsIcESaIcEEERS5_S8_"));
-    CallTrace::Note("hash " + strPath);
+    CallTrace::Note("hash ", strPath);
     FakeFiles* pFiles = g_pFiles;
-    return pfnNext(pFiles != nullptr ? pFiles->RealPath(strPath) : strPath, strMd5, strSha1);
+    return pFiles != nullptr ? pfnNext(pFiles->RealPath(strPath), strMd5, strSha1)
+                             : pfnNext(strPath, strMd5, strSha1);
 }

@@ -7,6 +7,7 @@
 
 #include "tests/support/FakeUsers.h"
 #include "tests/support/TestDir.h"
+#include "tests/support/clocks/LeapingClocks.h"
 #include "tests/support/trace/CallTrace.h"
 #include "tests/support/trace/FakeFiles.h"
 
@@ -257,10 +258,34 @@ TEST_F(CUserPathMaskerTest, AFailureOfTheDatabaseHalfWayLeavesNoPartOfTheUsersEi
 TEST_F(CUserPathMaskerTest, AnErrorThatIsLeftAtTheDatabasesEndCountsForNothing) {
     const FakeUsers users({{"alice", "/home/alice"}});
     FakeUsers::FailOnceAfter(1, ENOENT);
+    const LeapingClocks clocks(60, 0);
 
+    EXPECT_EQ("/home/$username/x", m_masker.Mask("/home/alice/x"));
     EXPECT_EQ("/home/$username/x", m_masker.Mask("/home/alice/x"));
 
     EXPECT_EQ(2, FakeUsers::GetCalls());
+}
+
+// A service behind the file of users that does not answer: the file's own are known by then.
+TEST_F(CUserPathMaskerTest, WhereTheDatabaseEndsInAnErrorItIsReadAgainUntilAnEndIsClean) {
+    for (const int nErrno : {EAGAIN, ECONNREFUSED, ETIMEDOUT, EACCES}) {
+        const FakeUsers users({{"alice", "/home/alice"}, {"carol", "/home/carol"}});
+        Masker masker;
+        FakeUsers::FailOnceAfter(1, nErrno);
+        EXPECT_EQ("/home/$username/x", masker.Mask("/home/alice/x")) << nErrno;
+        EXPECT_EQ("/home/carol/x", masker.Mask("/home/carol/x")) << nErrno;  // not a minute later
+        EXPECT_EQ(2, FakeUsers::GetCalls()) << nErrno;
+        const LeapingClocks clocks(60, 0);
+        FakeUsers::FailOnceAfter(0, nErrno);  // nobody answers
+
+        EXPECT_EQ("/home/$username/x", masker.Mask("/home/alice/x")) << nErrno;
+        EXPECT_EQ(3, FakeUsers::GetCalls()) << nErrno;
+        EXPECT_EQ("/home/$username/x", masker.Mask("/home/carol/x")) << nErrno;
+        EXPECT_EQ(6, FakeUsers::GetCalls()) << nErrno;
+
+        EXPECT_EQ("/home/$username/x", masker.Mask("/home/carol/x")) << nErrno;
+        EXPECT_EQ(6, FakeUsers::GetCalls()) << nErrno;  // the last end was clean
+    }
 }
 
 TEST_F(CUserPathMaskerTest, AFailureHalfWayLeavesTheUsersKnownBefore) {

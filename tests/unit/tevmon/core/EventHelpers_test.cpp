@@ -9,6 +9,7 @@
 
 #include "tests/support/TestDir.h"
 #include "tests/support/TimeZone.h"
+#include "tests/support/memory/MemoryLimit.h"
 #include "tests/support/trace/CallTrace.h"
 #include "tests/support/trace/FakeFiles.h"
 
@@ -262,6 +263,20 @@ TEST_F(EventHelpersTest, TheProgramKeyIsTheSha1ThenTheMd5) {
 
     EXPECT_EQ("a9993e364706816aba3e25717850c26c9cd0d89d900150983cd24fb0d6963f7d28e17f72",
               ProgramKey("abc"));
+}
+
+TEST_F(EventHelpersTest, WithoutMemoryForItThereIsNoProgramKey) {
+    const std::string strPath = m_dir.WriteFile("abc", "abc");
+    ASSERT_NE("", ProgramKey(strPath));
+    std::string strKey = "none";
+    {
+        const MemoryLimit limit(71);  // the digests are had, the two of them in one are not
+
+        EXPECT_NO_THROW(strKey = ProgramKey(strPath));
+
+        EXPECT_LT(0, limit.Refused());
+    }
+    EXPECT_EQ("", strKey);
 }
 
 TEST_F(EventHelpersTest, WhatCannotBeHashedHasNoProgramKey) {
