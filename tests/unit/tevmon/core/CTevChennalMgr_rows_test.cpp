@@ -1,4 +1,5 @@
-// The channel over rows that another hand put into its table, or that cannot be removed.
+// The channel over rows that another hand put into its table, that cannot be removed, or for which
+// there is no memory.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -7,6 +8,7 @@
 #include "tests/support/FileSizeLimit.h"
 #include "tests/support/StdoutCapture.h"
 #include "tests/support/TestDir.h"
+#include "tests/support/memory/MemoryLimit.h"
 #include "tests/support/trace/OtherConnection.h"
 #include "tevmon/core/CTevChennalMgr.h"
 
@@ -106,4 +108,21 @@ TEST_F(CTevChennalMgrRowsTest, AHeadThatABusyDatabaseKeepsIsHandledOncePerCycleA
     EXPECT_EQ(Texts(10, "database is locked"), lines);  // five attempts per cycle
     ASSERT_TRUE(m_file.Release());
     EXPECT_EQ((Texts{"a", "b"}), m_channel.HandledInOneCycle());
+}
+
+TEST_F(CTevChennalMgrRowsTest, AMessageWithoutMemoryForItIsSaidAndPushMsgStillReturnsTrue) {
+    const std::string strDetail(1000, 'x');
+    ASSERT_TRUE(m_channel.PushMsg("x", 5));
+    bool bPushed = false;
+    long nRefused = 0;
+    const StdoutCapture output;
+    {
+        const MemoryLimit limit(999);
+        EXPECT_NO_THROW(bPushed = m_channel.PushMsg(strDetail, 5));
+        nRefused = limit.Refused();
+    }
+
+    EXPECT_TRUE(bPushed);
+    EXPECT_EQ(1, nRefused);
+    EXPECT_EQ("out of memory\n", output.Text());
 }

@@ -16,7 +16,6 @@
 #include "tests/support/ShortWaits.h"
 #include "tests/support/StdoutCapture.h"
 #include "tests/support/TestDir.h"
-#include "tests/support/memory/MemoryLimit.h"
 #include "tests/support/trace/OtherConnection.h"
 #include "tests/support/trace/SqlTrace.h"
 
@@ -113,23 +112,6 @@ TEST_F(CTevChennalMgrTest, PushMsgStoresTheMessageWithItsIdAndTheTimeOfThePush) 
                      "values('1700000123','YWJj',6)",
                      "commit transaction"}),
               trace.Statements());
-}
-
-TEST_F(CTevChennalMgrTest, AMessageWithoutMemoryForItIsSaidAndPushMsgStillReturnsTrue) {
-    const std::string strDetail(1000, 'x');
-    ASSERT_TRUE(m_channel.PushMsg("x", 5));
-    bool bPushed = false;
-    long nRefused = 0;
-    StdoutCapture output;
-    {
-        const MemoryLimit limit(999);
-        EXPECT_NO_THROW(bPushed = m_channel.PushMsg(strDetail, 5));
-        nRefused = limit.Refused();
-    }
-
-    EXPECT_TRUE(bPushed);
-    EXPECT_EQ(1, nRefused);
-    EXPECT_EQ("out of memory\n", output.Text());
 }
 
 TEST_F(CTevChennalMgrTest, PushMsgTakesANegativeMid) {
