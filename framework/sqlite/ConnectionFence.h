@@ -1,5 +1,8 @@
 // What a connection may do. Statements are built as text and hold foreign texts unescaped, so what
-// such a text could make of its statement is bounded here.
+// such a text could make of its statement is bounded here. How long SQLite prepares a statement is
+// not: a few hundred bytes with parentheses make it prepare for years, and it asks nobody
+// meanwhile. Who puts a foreign text that may end its literal into a statement keeps parentheses
+// out of it.
 //
 // Passes: select, read, insert, update, delete, transactions, functions, the creation of a table
 // with what SQLite does under it, and "PRAGMA synchronous". Everything else is refused while the
@@ -7,10 +10,9 @@
 // databases (ATTACH, DETACH, VACUUM), other pragmas, temporary tables, indexes, views, triggers,
 // virtual tables, DROP, ALTER, REINDEX, ANALYZE, savepoints and recursive queries.
 //
-// What passes also ends. Functions are refused with code 1 but for those whose one call costs no
-// more than a pass over its text and whose answer is no longer. A statement that makes more than
-// some seven hundred instructions of SQLite's machine is refused with code 7. A step ends with code
-// 9 when it takes more than a second of its thread's processor time and a hundred instructions, or
+// What passes also ends. Functions whose one call could take hours are refused with code 1: those
+// that search, trim, replace, pad and multiply texts. A step ends with code 9 when it takes more
+// than a second of its thread's processor time and a hundred instructions of SQLite's machine, or
 // more than a second in all and a hundred thousand instructions. A look whose statement holds no
 // foreign text may take a minute of processor time: a file from elsewhere can make it endless.
 #ifndef FRAMEWORK_SQLITE_CONNECTIONFENCE_H

@@ -9,7 +9,6 @@
 
 #include "framework/sqlite/ConnectionFence.h"
 #include "framework/sqlite/FileFence.h"
-#include "framework/sqlite/StatementBounds.h"
 
 namespace {
 
@@ -54,6 +53,23 @@ bool Step(sqlite3_stmt* pStmt, bool bLimited = true) {
 
 constexpr size_t ENDED_KEPT = 16;  // more than a host has threads that try again
 constexpr int64_t ENDED_KEPT_MS = 10000;
+constexpr size_t ENDED_LONGEST = 4096;  // bytes of a text that is kept
+
+// Three hundred tries of less take seconds. The clock has ticks of some milliseconds and costs no
+// system call.
+constexpr int64_t LONG_NS = 10000000;
+
+int64_t CoarseNanoseconds() {
+    timespec now = {};
+    (void)clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    return now.tv_sec * 1000000000 + now.tv_nsec;
+}
+
+// Whether the same statement may succeed a moment later.
+bool IsPassing(int nCode) {
+    return nCode == SQLITE_BUSY || nCode == SQLITE_LOCKED || nCode == SQLITE_NOMEM ||
+           nCode == SQLITE_IOERR || nCode == SQLITE_FULL;
+}
 
 int64_t SteadyMilliseconds() {
     const auto now = std::chrono::steady_clock::now().time_since_epoch();
@@ -67,19 +83,11 @@ bool IsSameName(const char* pszField, const char* pszName) {
            (strcmp(pszField, pszName) == 0 || sqlite3_stricmp(pszField, pszName) == 0);
 }
 
-// The clock costs no system call; a statement that is kept in mind has taken many of its ticks.
-constexpr int64_t LONG_NS = 100000000;
-
-int64_t CoarseNanoseconds() {
-    timespec now = {};
-    (void)clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
-    return now.tv_sec * 1000000000 + now.tv_nsec;
-}
-
-// What a statement that failed so would fail with again. Code 7 is one that needs more instructions
-// than it may have, and says the same as no memory.
-bool IsLasting(int nCode) {
-    return nCode == SQLITE_ERROR || nCode == SQLITE_NOMEM || nCode == SQLITE_TOOBIG;
+// SQLite counts what it has read with 32 bits before it looks at its limit, so that a literal of
+// 2 GiB takes it to addresses below the text.
+bool IsTooLong(sqlite3* pDB, const char* pszSQL) {
+    const auto nLimit = static_cast<size_t>(sqlite3_limit(pDB, SQLITE_LIMIT_SQL_LENGTH, -1));
+    return strnlen(pszSQL, nLimit + 1) > nLimit;
 }
 
 bool IsBlank(const char* pszText) {
@@ -215,6 +223,7 @@ void CppSQLite3DB::close() noexcept {
     // The form that waits for the last query, which then frees the connection.
     sqlite3_close_v2(std::exchange(m_pDB, nullptr));
     m_pFence.reset();
+    m_ended.clear();
 }
 
 bool CppSQLite3DB::inTransaction() const {
@@ -254,7 +263,7 @@ int CppSQLite3DB::tryDML(const char* pszSQL, std::string& strError) {
         return 0;
     }
     strError = sqlite3_errmsg(m_pDB);
-    StepFailed(pStmt, nResult & PRIMARY_CODE_MASK, strError.c_str());
+    KeepInMind(pStmt, nResult & PRIMARY_CODE_MASK, strError.c_str());
     return nResult & PRIMARY_CODE_MASK;
 }
 
@@ -305,35 +314,15 @@ int CppSQLite3DB::TryPrepare(const char* pszSQL, sqlite3_stmt*& pStmt, const cha
         pszError = pEnded->strError.c_str();
         return pEnded->nCode;
     }
-    // SQLite counts what it has read with 32 bits before it looks at its limit, so that a literal
-    // of 2 GiB takes it to addresses below the text.
-    const auto nLimit = static_cast<size_t>(sqlite3_limit(m_pDB, SQLITE_LIMIT_SQL_LENGTH, -1));
-    const size_t nLength = strnlen(pszSQL, nLimit + 1);
-    if (nLength > nLimit) {
+    if (IsTooLong(m_pDB, pszSQL)) {
         pszError = sqlite3_errstr(SQLITE_TOOBIG);
         return SQLITE_TOOBIG;
     }
-    m_nLongBegun = 0;
-    if (nLength > SHORT_STATEMENT) {
-        if (!IsWithinBounds(pszSQL)) {
-            pszError = "too much text outside of literals";
-            return SQLITE_ERROR;
-        }
-        m_nLongBegun = CoarseNanoseconds();
-    }
-    const int nResult = PrepareOne(pszSQL, pStmt, pszError);
-    if (IsLongFailure(nResult)) {
-        KeepInMind(pszSQL, nResult, pszError);
-    }
-    return nResult;
-}
-
-int CppSQLite3DB::PrepareOne(const char* pszSQL, sqlite3_stmt*& pStmt, const char*& pszError) {
-    sqlite3_stmt* pPrepared = nullptr;
+    m_nBegun = CoarseNanoseconds();
     const char* pszTail = nullptr;
     BeginFencedStep(true);  // the first one reads the file's tables, by statements of SQLite's own
-    const int nResult = sqlite3_prepare_v2(m_pDB, pszSQL, -1, &pPrepared, &pszTail);
-    CStmtGuard stmt(pPrepared);
+    const int nResult = sqlite3_prepare_v2(m_pDB, pszSQL, -1, &pStmt, &pszTail);
+    CStmtGuard stmt(pStmt);
     if (nResult != SQLITE_OK) {
         pszError = sqlite3_errmsg(m_pDB);
         return nResult & PRIMARY_CODE_MASK;
@@ -350,7 +339,7 @@ int CppSQLite3DB::tryPrepare(const char* pszSQL, std::string& strError) {
     sqlite3_stmt* pStmt = nullptr;
     const char* pszError = nullptr;
     const int nResult = TryPrepare(pszSQL, pStmt, pszError);
-    const CStmtGuard stmt(pStmt);
+    const CStmtGuard stmt(nResult == SQLITE_OK ? pStmt : nullptr);
     if (nResult != SQLITE_OK) {
         strError = pszError;
     }
@@ -362,26 +351,24 @@ bool CppSQLite3DB::FirstStep(sqlite3_stmt* pStmt) {
     try {
         return Step(pStmt);
     } catch (const CppSQLite3Exception& ex) {
-        StepFailed(pStmt, ex.errorCode(), ex.errorMessage());
+        KeepInMind(pStmt, ex.errorCode(), ex.errorMessage());
         throw;
     }
 }
 
-bool CppSQLite3DB::IsLongFailure(int nCode) const {
-    return m_nLongBegun != 0 && IsLasting(nCode) && CoarseNanoseconds() - m_nLongBegun >= LONG_NS;
+bool CppSQLite3DB::TookLong() const {
+    return CoarseNanoseconds() - m_nBegun >= LONG_NS;
 }
 
-void CppSQLite3DB::StepFailed(sqlite3_stmt* pStmt, int nCode, const char* pszError) {
-    if (nCode == SQLITE_INTERRUPT || WasLongStep() || IsLongFailure(nCode)) {
-        KeepInMind(sqlite3_sql(pStmt), nCode, pszError);
+void CppSQLite3DB::KeepInMind(sqlite3_stmt* pEnded, int nCode, const char* pszError) {
+    const bool bLong = WasLongStep() || (!IsPassing(nCode) && TookLong());
+    if ((nCode != SQLITE_INTERRUPT && !bLong) || strlen(sqlite3_sql(pEnded)) > ENDED_LONGEST) {
+        return;
     }
-}
-
-void CppSQLite3DB::KeepInMind(const char* pszSQL, int nCode, const char* pszError) {
     if (m_ended.size() >= ENDED_KEPT) {
         m_ended.erase(m_ended.begin());
     }
-    m_ended.push_back({pszSQL, SteadyMilliseconds(), nCode, pszError});
+    m_ended.push_back({sqlite3_sql(pEnded), SteadyMilliseconds(), nCode, pszError});
 }
 
 const CppSQLite3DB::Ended* CppSQLite3DB::FindEnded(const char* pszSQL) const {

@@ -136,16 +136,14 @@ private:
     int TryPrepare(const char* pszSQL, sqlite3_stmt*& pStmt, const char*& pszError);
     bool FirstStep(sqlite3_stmt* pStmt);
     CppSQLite3Query Query(const char* pszSQL, bool bLimited);
-    int PrepareOne(const char* pszSQL, sqlite3_stmt*& pStmt, const char*& pszError);
-    bool IsLongFailure(int nCode) const;
-    void StepFailed(sqlite3_stmt* pStmt, int nCode, const char* pszError);
-    void KeepInMind(const char* pszSQL, int nCode, const char* pszError);
+    bool TookLong() const;
+    void KeepInMind(sqlite3_stmt* pEnded, int nCode, const char* pszError);
     const Ended* FindEnded(const char* pszSQL) const;  // null for none
 
     std::shared_ptr<FileFence> m_pFence;
     sqlite3* m_pDB = nullptr;
     std::vector<Ended> m_ended;  // the latest few
-    int64_t m_nLongBegun = 0;    // when the statement in hand was begun, 0 for a short one
+    int64_t m_nBegun = 0;        // when the statement in hand was, on the coarse clock
 };
 
 #endif

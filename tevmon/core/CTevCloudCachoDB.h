@@ -3,7 +3,8 @@
 //
 // The key stands in the statements as it is, unescaped, which is relied on; the connection's fence
 // (see framework/sqlite/CppSQLite3.h) bounds what a hostile key can do. A change whose key has a
-// quote that no second one doubles, and so could name other rows, is not run: code 23.
+// quote that no second one doubles, and so could name other rows, is not run: code 23. With a
+// parenthesis in it, or of more than 256 bytes, it is not looked up either.
 //
 // Threads: any. Every public call but Delete and SelectPage holds the mutex from entry to return;
 //   those two are for a caller that holds it through Lock and Unlock.

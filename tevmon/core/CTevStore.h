@@ -37,6 +37,8 @@ public:
     void Rollback() TEV_REQUIRES(m_mutex);
 
 protected:
+    static constexpr int NOT_ALLOWED = 23;  // SQLite's code
+
     // strFile is appended to the current directory when the store opens.
     CTevStore(const char* pszFile, const char* pszTable, const char* pszCreate);
     ~CTevStore();  // closes
@@ -66,9 +68,11 @@ protected:
     // transaction of its own. All return 0, or after rolling back and printing the code of whatever
     // make, begin, work or commit threw.
     // With pszNotAllowed the statement is prepared as it is, for what SQLite says of it, and never
-    // run: where SQLite takes it, the code is 23 and the text this.
+    // run: where SQLite takes it, the code is 23 and the text this. Without bPrepare it is not even
+    // prepared.
     template <class Make>
-    int Change(Make make, const char* pszNotAllowed = nullptr) TEV_REQUIRES(m_mutex) {
+    int Change(Make make, const char* pszNotAllowed = nullptr, bool bPrepare = true)
+        TEV_REQUIRES(m_mutex) {
         std::string strError;
         int nRefused = 0;  // by code, not by exception: one update fails 300 times on end
         const int nResult = Run(true, make, [&](CppSQLite3DB& db, const std::string& strStatement) {
@@ -76,7 +80,7 @@ protected:
                 nRefused = db.tryDML(strStatement.c_str(), strError);
                 return nRefused == 0;
             }
-            nRefused = db.tryPrepare(strStatement.c_str(), strError);
+            nRefused = bPrepare ? db.tryPrepare(strStatement.c_str(), strError) : 0;
             if (nRefused == 0) {
                 strError = pszNotAllowed;
                 nRefused = NOT_ALLOWED;
@@ -95,8 +99,7 @@ protected:
     }
 
 private:
-    static constexpr int OUT_OF_MEMORY = 7;  // SQLite's codes
-    static constexpr int NOT_ALLOWED = 23;
+    static constexpr int OUT_OF_MEMORY = 7;  // SQLite's code
 
     // Work that throws what goes wrong, so that its transaction always ends in a commit.
     template <class Work>

@@ -493,9 +493,9 @@ TEST_F(CppSQLite3Test, AQueryThatOutlivesItsConnectionStaysSafe) {
 
 TEST_F(CppSQLite3Test, AnErrorInALaterRowIsThrownAndEndsTheQuery) {
     m_db.execDML("create table t(a)");
-    m_db.execDML("insert into t(a) values(-7),(-9223372036854775807 - 1)");
-    CppSQLite3Query query = m_db.execQuery("select abs(a) as n from t");
-    ASSERT_EQ(7, query.getIntField("n"));
+    m_db.execDML("insert into t(a) values('{}'),('no json')");
+    CppSQLite3Query query = m_db.execQuery("select json(a) as n from t");
+    ASSERT_EQ("{}", query.getStringField("n"));
 
     EXPECT_EQ(1, CodeOf([&] { query.nextRow(); }));
 

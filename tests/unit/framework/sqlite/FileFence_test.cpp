@@ -173,11 +173,14 @@ TEST_F(FileFenceTest, OpeningLeavesSQLitesListOfFileSystemsAsItWas) {
 }
 
 TEST_F(FileFenceTest, AStatementThatSortsMoreThanItsMemoryMakesNoFile) {
+    const std::string strTen = "(values(1),(2),(3),(4),(5),(6),(7),(8),(9),(10))";
+    std::string strRows = strTen + " a";
+    for (int i = 0; i < 4; ++i) {
+        strRows += "," + strTen + " b" + std::to_string(i);
+    }
     const std::string strText(200, 'x');
 
-    EXPECT_EQ(SQLITE_CANTOPEN,
-              CodeOf(("with n(a) as (values(1),(2),(3),(4),(5),(6),(7),(8),(9),(10)) "
-                      "select count(*) from (select '" +
-                      strText + "' as t from n,n b,n c,n d,n e order by b.a, t limit 90000)")
-                         .c_str()));
+    EXPECT_EQ(SQLITE_CANTOPEN, CodeOf(("select count(*) from (select '" + strText + "' as t from " +
+                                       strRows + " order by b0.column1, t limit 90000)")
+                                          .c_str()));
 }

@@ -342,9 +342,8 @@ TEST_F(CTevCloudCachoDBTest, APageAtALargeOffsetMayTakeItsTimeAndALookupMayNot) 
     EXPECT_EQ(1000, m_store.Count());
     CachoRecord record;
     const Texts lines = PrintedBy([&] {
-        EXPECT_EQ(-1, m_store.Select("x' or (select count(*) from cachotable a,cachotable b) or "
-                                     "'y'='x",
-                                     record));
+        EXPECT_EQ(-1,
+                  m_store.Select("x' union select a.* from cachotable a,cachotable b--", record));
     });
     EXPECT_EQ(Texts{"interrupted"}, lines);
 }
@@ -534,22 +533,58 @@ INSTANTIATE_TEST_SUITE_P(
                     "'||(select max(vkey) from cachotable)||'x", "x'||'y", "''' or 1=1 --",
                     "x''' or ''''=''''"));
 
-// It could not be committed: an expiry scan that ran it would hold the store for as long.
-TEST_F(CTevCloudCachoDBTest, AChangeWhoseKeyEndsItsTextIsNotRun) {
-    const std::string strEndless =
-        "x'||(with n(a) as (values(1),(2),(3),(4),(5),(6),(7),(8),(9),(10)) "
-        "select count(*) from n,n b,n c,n d,n e,n f,n g,n h,n i,n j)||'";
+// SQLite would spend years on some of them before it ran anything.
+TEST_F(CTevCloudCachoDBTest, AKeyThatEndsItsTextIsNotGivenToSQLiteWithAParenthesisOrWhenItIsLong) {
+    const std::string strDoubling =
+        "x' or (with a as (select 1),b as (select 1 from a,a c) select 1 from b)--";
+    for (const std::string& strKey : {strDoubling, "it's" + std::string(253, 'x')}) {
+        CachoRecord record;
+        const SqlTrace trace;
+        int nInsert = 0, nDelete = 0, nSelect = 0, nUpdate = 1;
+
+        const Texts lines = PrintedBy([&] {
+            nInsert = m_store.Insert(Entry(strKey));
+            nSelect = m_store.Select(strKey, record);
+            nUpdate = m_store.Update(Entry(strKey));
+            nDelete = DeleteLocked(m_store, strKey);
+        });
+
+        EXPECT_EQ(23, nInsert);
+        EXPECT_EQ(-1, nSelect);
+        EXPECT_EQ(0, nUpdate);
+        EXPECT_EQ(1, nDelete);
+        EXPECT_EQ(Texts(4, "the key ends its text"), lines);
+        EXPECT_EQ(8u, trace.Statements().size());
+        EXPECT_EQ(4u, trace.Count("begin transaction"));
+        EXPECT_EQ(4u, trace.Count("rollback transaction"));
+    }
+}
+
+TEST_F(CTevCloudCachoDBTest, AShortKeyThatEndsItsTextGetsSQLitesOwnError) {
+    const std::string strKey = "it's" + std::string(252, 'x');
     CachoRecord record;
     int nInsert = 0, nSelect = 0;
 
     const Texts lines = PrintedBy([&] {
-        nInsert = m_store.Insert(Entry(strEndless));
-        nSelect = m_store.Select(strEndless, record);
+        nInsert = m_store.Insert(Entry(strKey));
+        nSelect = m_store.Select(strKey, record);
     });
 
-    EXPECT_EQ(23, nInsert);
-    EXPECT_EQ(-1, nSelect);  // a look is: it ends after a second
-    EXPECT_EQ((Texts{"the key ends its text", "interrupted"}), lines);
+    EXPECT_EQ(1, nInsert);
+    EXPECT_EQ(-1, nSelect);
+    const std::string strError = "near \"s" + std::string(252, 'x') + "\": syntax error";
+    EXPECT_EQ((Texts{strError, strError}), lines);
+}
+
+// A key that ends nothing may have any length.
+TEST_F(CTevCloudCachoDBTest, ALongKeyWithDoubledQuotesIsStoredAndFound) {
+    const std::string strKey = "it''s" + std::string(2000000, 'x');
+    CachoRecord record;
+
+    EXPECT_EQ(0, m_store.Insert(Entry(strKey)));
+    EXPECT_EQ(1, m_store.Select(strKey, record));
+
+    EXPECT_EQ("it's" + std::string(2000000, 'x'), record.key);
 }
 
 TEST_F(CTevCloudCachoDBTest, AKeyThatEndsItsTextGetsTheCodeOfWhatIsNotAllowed) {
