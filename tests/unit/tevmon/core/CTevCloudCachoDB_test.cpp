@@ -550,13 +550,9 @@ TEST_F(CTevCloudCachoDBTest, AKeyThatEndsItsTextIsNotGivenToSQLiteWithAParenthes
         });
 
         EXPECT_EQ(23, nInsert);
-        EXPECT_EQ(-1, nSelect);
-        EXPECT_EQ(0, nUpdate);
-        EXPECT_EQ(1, nDelete);
+        EXPECT_EQ((std::tuple{-1, 0, 1}), (std::tuple{nSelect, nUpdate, nDelete}));
         EXPECT_EQ(Texts(4, "the key ends its text"), lines);
-        EXPECT_EQ(8u, trace.Statements().size());
-        EXPECT_EQ(4u, trace.Count("begin transaction"));
-        EXPECT_EQ(4u, trace.Count("rollback transaction"));
+        EXPECT_EQ(8u, trace.Statements().size());  // to begin and roll back
     }
 }
 
