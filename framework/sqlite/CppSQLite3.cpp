@@ -65,10 +65,11 @@ int64_t CoarseNanoseconds() {
     return now.tv_sec * 1000000000 + now.tv_nsec;
 }
 
-// Whether the same statement may succeed a moment later.
-bool IsPassing(int nCode) {
-    return nCode == SQLITE_BUSY || nCode == SQLITE_LOCKED || nCode == SQLITE_NOMEM ||
-           nCode == SQLITE_IOERR || nCode == SQLITE_FULL;
+// What a look with a foreign text that failed so would fail with again. Code 14 is that of sorting
+// more than fits into memory: there are no temporary files.
+bool IsLasting(int nCode) {
+    return nCode == SQLITE_ERROR || nCode == SQLITE_CANTOPEN || nCode == SQLITE_TOOBIG ||
+           nCode == SQLITE_MISMATCH;
 }
 
 int64_t SteadyMilliseconds() {
@@ -361,7 +362,9 @@ bool CppSQLite3DB::TookLong() const {
 }
 
 void CppSQLite3DB::KeepInMind(sqlite3_stmt* pEnded, int nCode, const char* pszError) {
-    const bool bLong = WasLongStep() || (!IsPassing(nCode) && TookLong());
+    // Of looks only: a commit that failed must not fail again because it did.
+    const bool bLook = sqlite3_stmt_readonly(pEnded) != 0 && sqlite3_column_count(pEnded) > 0;
+    const bool bLong = WasLongStep() || (bLook && IsLasting(nCode) && TookLong());
     if ((nCode != SQLITE_INTERRUPT && !bLong) || strlen(sqlite3_sql(pEnded)) > ENDED_LONGEST) {
         return;
     }

@@ -226,6 +226,20 @@ TEST_F(ConnectionFenceTest, WhatFailsBecauseAnotherHoldsTheDatabaseIsTriedAgain)
     EXPECT_EQ(0, CodeOf("insert into u values('x')"));
 }
 
+// Its text is that of every other change of its kind, or of every commit.
+TEST_F(ConnectionFenceTest, AChangeThatFailsAfterAWhileIsTriedAgain) {
+    m_db.execDML("create table once(a unique)");
+    m_db.execDML("insert into once values(1)");
+    const LeapingClocks clocks(1, 0);
+    EXPECT_EQ(1, CodeOf("commit"));  // there is no transaction
+    EXPECT_EQ(19, CodeOf("insert into once values(1)"));
+    m_db.execDML("begin");
+    m_db.execDML("delete from once");
+
+    EXPECT_EQ(0, CodeOf("insert into once values(1)"));
+    EXPECT_EQ(0, CodeOf("commit"));
+}
+
 TEST_F(ConnectionFenceTest, WhatHadNoMemoryIsTriedAgain) {
     const std::string strInsert = "insert into u values('" + std::string(3000, 'x') + "')";
     const LeapingClocks clocks(1, 0);
