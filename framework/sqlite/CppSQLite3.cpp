@@ -238,7 +238,7 @@ int CppSQLite3DB::execDML(const char* pszSQL) {
     }
     // sqlite3_changes alone would repeat the last change's number for what changes nothing.
     const sqlite3_int64 nBefore = sqlite3_total_changes64(m_pDB);
-    for (bool bRow = FirstStep(stmt.Get()); bRow; bRow = Step(stmt.Get())) {
+    for (bool bRow = FirstStep(stmt.Get(), pszSQL); bRow; bRow = Step(stmt.Get())) {
     }
     return sqlite3_total_changes64(m_pDB) == nBefore ? 0 : sqlite3_changes(m_pDB);
 }
@@ -264,7 +264,7 @@ int CppSQLite3DB::tryDML(const char* pszSQL, std::string& strError) {
         return 0;
     }
     strError = sqlite3_errmsg(m_pDB);
-    KeepInMind(pStmt, nResult & PRIMARY_CODE_MASK, strError.c_str());
+    KeepInMind(pStmt, pszSQL, nResult & PRIMARY_CODE_MASK, strError.c_str());
     return nResult & PRIMARY_CODE_MASK;
 }
 
@@ -278,8 +278,8 @@ CppSQLite3Query CppSQLite3DB::execOwnQuery(const char* pszSQL) {
 
 CppSQLite3Query CppSQLite3DB::Query(const char* pszSQL, bool bLimited) {
     CStmtGuard stmt(Prepare(pszSQL));
-    const bool bRow =
-        stmt.Get() != nullptr && (bLimited ? FirstStep(stmt.Get()) : Step(stmt.Get(), bLimited));
+    const bool bRow = stmt.Get() != nullptr &&
+                      (bLimited ? FirstStep(stmt.Get(), pszSQL) : Step(stmt.Get(), bLimited));
     return CppSQLite3Query(stmt.Release(), !bRow, bLimited, m_pFence);
 }
 
@@ -348,11 +348,11 @@ int CppSQLite3DB::tryPrepare(const char* pszSQL, std::string& strError) {
 }
 
 // As Step, and keeps in mind what failed after a long time.
-bool CppSQLite3DB::FirstStep(sqlite3_stmt* pStmt) {
+bool CppSQLite3DB::FirstStep(sqlite3_stmt* pStmt, const char* pszSQL) {
     try {
         return Step(pStmt);
     } catch (const CppSQLite3Exception& ex) {
-        KeepInMind(pStmt, ex.errorCode(), ex.errorMessage());
+        KeepInMind(pStmt, pszSQL, ex.errorCode(), ex.errorMessage());
         throw;
     }
 }
@@ -361,17 +361,18 @@ bool CppSQLite3DB::TookLong() const {
     return CoarseNanoseconds() - m_nBegun >= LONG_NS;
 }
 
-void CppSQLite3DB::KeepInMind(sqlite3_stmt* pEnded, int nCode, const char* pszError) {
+void CppSQLite3DB::KeepInMind(sqlite3_stmt* pEnded, const char* pszSQL, int nCode,
+                              const char* pszError) {
     // Of looks only: a commit that failed must not fail again because it did.
     const bool bLook = sqlite3_stmt_readonly(pEnded) != 0 && sqlite3_column_count(pEnded) > 0;
     const bool bLong = WasLongStep() || (bLook && IsLasting(nCode) && TookLong());
-    if ((nCode != SQLITE_INTERRUPT && !bLong) || strlen(sqlite3_sql(pEnded)) > ENDED_LONGEST) {
+    if ((nCode != SQLITE_INTERRUPT && !bLong) || strlen(pszSQL) > ENDED_LONGEST) {
         return;
     }
     if (m_ended.size() >= ENDED_KEPT) {
         m_ended.erase(m_ended.begin());
     }
-    m_ended.push_back({sqlite3_sql(pEnded), SteadyMilliseconds(), nCode, pszError});
+    m_ended.push_back({pszSQL, SteadyMilliseconds(), nCode, pszError});
 }
 
 const CppSQLite3DB::Ended* CppSQLite3DB::FindEnded(const char* pszSQL) const {

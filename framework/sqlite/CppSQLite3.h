@@ -134,10 +134,10 @@ private:
 
     sqlite3_stmt* Prepare(const char* pszSQL);  // null for an empty statement
     int TryPrepare(const char* pszSQL, sqlite3_stmt*& pStmt, const char*& pszError);
-    bool FirstStep(sqlite3_stmt* pStmt);
+    bool FirstStep(sqlite3_stmt* pStmt, const char* pszSQL);
     CppSQLite3Query Query(const char* pszSQL, bool bLimited);
     bool TookLong() const;
-    void KeepInMind(sqlite3_stmt* pEnded, int nCode, const char* pszError);
+    void KeepInMind(sqlite3_stmt* pEnded, const char* pszSQL, int nCode, const char* pszError);
     const Ended* FindEnded(const char* pszSQL) const;  // null for none
 
     std::shared_ptr<FileFence> m_pFence;

@@ -1,5 +1,6 @@
 #include "tevmon/core/CTevCloudCachoDB.h"
 
+#include <cstring>
 #include <string_view>
 #include <utility>
 
@@ -23,30 +24,32 @@ std::string Joined(const Piece&... piece) {
 }
 
 // True when the text has a quote that no second one doubles: the literal that it stands in would
-// end there, and what follows would be SQL.
+// end there, and what follows would be SQL. Also with a NUL, where SQLite's text ends.
 bool EndsItsLiteral(const std::string& strText) {
-    for (size_t n = strText.find('\''); n != std::string::npos; n = strText.find('\'', n + 2)) {
-        if (n + 1 == strText.size() || strText[n + 1] != '\'') {
+    bool bOpen = false;
+    for (const char ch : strText) {
+        if (ch == '\'') {
+            bOpen = !bOpen;
+        } else if (bOpen || ch == '\0') {
             return true;
         }
     }
-    return false;
+    return bOpen;
 }
 
 // Whether SQLite is given a statement with a key that ends its literal. In a few bytes without a
-// parenthesis there is no function and no subselect: it prepares them at once.
+// parenthesis, an operator that makes texts, and the word for a further look there is nothing that
+// costs more than one pass over the table, neither to prepare nor to run.
 bool IsHarmless(const std::string& strKey) {
     constexpr size_t LONGEST = 256;
-    return strKey.size() <= LONGEST && strKey.find('(') == std::string::npos;
+    if (strKey.size() > LONGEST || strKey.find_first_of("(|>;") != std::string::npos ||
+        (strKey.find('\0') != std::string::npos && strKey.find('\'') != std::string::npos)) {
+        return false;
+    }
+    return strcasestr(strKey.c_str(), "select") == nullptr;
 }
 
 constexpr char ENDS_ITS_TEXT[] = "the key ends its text";
-
-// For a change of the row of strKey: a key that ends its literal is never run, since it could
-// name any rows. Null for every other.
-const char* NotAllowed(const std::string& strKey) {
-    return EndsItsLiteral(strKey) ? ENDS_ITS_TEXT : nullptr;
-}
 
 void ReadRow(const CppSQLite3Query& query, CachoRecord& record) {
     record.id = query.getInt64Field("id");
@@ -63,6 +66,15 @@ void ReadRow(const CppSQLite3Query& query, CachoRecord& record) {
 
 }  // namespace
 
+// A key that ends its literal could name any rows: its change is never run.
+template <class Make>
+int CTevCloudCachoDB::ChangeRow(const std::string& strKey, Make make) {
+    const bool bEnds = EndsItsLiteral(strKey);
+    const bool bGiven = !bEnds || IsHarmless(strKey);
+    return Change([&] { return bGiven ? make() : std::string(); }, bEnds ? ENDS_ITS_TEXT : nullptr,
+                  bGiven);
+}
+
 CTevCloudCachoDB::CTevCloudCachoDB()
     : CTevStore(DATABASE_FILE, TABLE, CREATE_TABLE),
       m_strInsertPrefix("insert into cachotable(vkey,level,tmcreate,tminternal,detail,mid) values"),
@@ -72,14 +84,12 @@ CTevCloudCachoDB::CTevCloudCachoDB()
 
 int CTevCloudCachoDB::Insert(const CachoRecord& record) {
     const CCall call(*this);
-    return Change(
-        [&] {
-            return Joined(
-                m_strInsertPrefix, "('", record.key, "',", std::to_string(record.nLevel), ",",
-                std::to_string(record.nTmCreate), ",", std::to_string(record.nTmInterval), ",'",
-                Base64Util::Base64Encode(record.strDetail), "',", std::to_string(record.eMid), ")");
-        },
-        NotAllowed(record.key), IsHarmless(record.key));
+    return ChangeRow(record.key, [&] {
+        return Joined(m_strInsertPrefix, "('", record.key, "',", std::to_string(record.nLevel), ",",
+                      std::to_string(record.nTmCreate), ",", std::to_string(record.nTmInterval),
+                      ",'", Base64Util::Base64Encode(record.strDetail), "',",
+                      std::to_string(record.eMid), ")");
+    });
 }
 
 int CTevCloudCachoDB::Select(const std::string& strKey, CachoRecord& record) {
@@ -87,18 +97,18 @@ int CTevCloudCachoDB::Select(const std::string& strKey, CachoRecord& record) {
     CachoRecord found;
     bool bFound = false;
     const bool bRefused = !IsHarmless(strKey) && EndsItsLiteral(strKey);
-    const int nResult =
-        InTransaction([&] { return Joined(m_strSelectPrefix, "vkey = '", strKey, "'"); },
-                      [&](CppSQLite3DB& db, const std::string& strStatement) {
-                          if (bRefused) {
-                              throw CppSQLite3Exception(NOT_ALLOWED, ENDS_ITS_TEXT);
-                          }
-                          const CppSQLite3Query query = db.execQuery(strStatement.c_str());
-                          if (!query.eof()) {
-                              ReadRow(query, found);
-                              bFound = true;
-                          }
-                      });
+    const int nResult = InTransaction(
+        [&] { return bRefused ? "" : Joined(m_strSelectPrefix, "vkey = '", strKey, "'"); },
+        [&](CppSQLite3DB& db, const std::string& strStatement) {
+            if (bRefused) {
+                throw CppSQLite3Exception(NOT_ALLOWED, ENDS_ITS_TEXT);
+            }
+            const CppSQLite3Query query = db.execQuery(strStatement.c_str());
+            if (!query.eof()) {
+                ReadRow(query, found);
+                bFound = true;
+            }
+        });
     if (nResult != 0) {
         return -1;
     }
@@ -111,19 +121,16 @@ int CTevCloudCachoDB::Select(const std::string& strKey, CachoRecord& record) {
 
 int CTevCloudCachoDB::Update(const CachoRecord& record, std::string* pstrErrors) {
     const CCall call(*this, pstrErrors);
-    const int nResult = Change(
-        [&] {
-            // The ")" before "where" makes this a syntax error. It is relied on: a known key's row
-            // keeps its time and level until the expiry scan deletes it.
-            return Joined("update cachotable set vkey = '", record.key,
-                          "',level = ", std::to_string(record.nLevel),
-                          ",tmcreate = ", std::to_string(record.nTmCreate),
-                          ",tminternal = ", std::to_string(record.nTmInterval), ",detail = '",
-                          Base64Util::Base64Encode(record.strDetail),
-                          "',mid = ", std::to_string(record.eMid), ")where vkey = '", record.key,
-                          "'");
-        },
-        NotAllowed(record.key), IsHarmless(record.key));
+    const int nResult = ChangeRow(record.key, [&] {
+        // The ")" before "where" makes this a syntax error. It is relied on: a known key's row
+        // keeps its time and level until the expiry scan deletes it.
+        return Joined("update cachotable set vkey = '", record.key,
+                      "',level = ", std::to_string(record.nLevel),
+                      ",tmcreate = ", std::to_string(record.nTmCreate),
+                      ",tminternal = ", std::to_string(record.nTmInterval), ",detail = '",
+                      Base64Util::Base64Encode(record.strDetail),
+                      "',mid = ", std::to_string(record.eMid), ")where vkey = '", record.key, "'");
+    });
     return nResult == 0 ? 1 : 0;
 }
 
@@ -132,8 +139,7 @@ int CTevCloudCachoDB::Delete(const std::string& strKey) {
         return 1;
     }
     const int nResult =
-        Change([&] { return "delete from cachotable where vkey = '" + strKey + "'"; },
-               NotAllowed(strKey), IsHarmless(strKey));
+        ChangeRow(strKey, [&] { return "delete from cachotable where vkey = '" + strKey + "'"; });
     // Not SQLite's code: so a busy database is not tried again, which is relied on.
     return nResult == 0 ? 0 : 1;
 }

@@ -3,8 +3,9 @@
 //
 // The key stands in the statements as it is, unescaped, which is relied on; the connection's fence
 // (see framework/sqlite/CppSQLite3.h) bounds what a hostile key can do. A change whose key has a
-// quote that no second one doubles, and so could name other rows, is not run: code 23. With a
-// parenthesis in it, or of more than 256 bytes, it is not looked up either.
+// quote that no second one doubles, and so could name other rows, is not run: code 23. Of
+// more than 256 bytes, or where it could cost more than a pass over the table, SQLite is not even
+// given it, and looking it up fails as well.
 //
 // Threads: any. Every public call but Delete and SelectPage holds the mutex from entry to return;
 //   those two are for a caller that holds it through Lock and Unlock.
@@ -61,6 +62,9 @@ public:
     void Unlock() TEV_RELEASE(m_mutex) { UnlockAndPrint(); }
 
 private:
+    template <class Make>
+    int ChangeRow(const std::string& strKey, Make make) TEV_REQUIRES(m_mutex);
+
     const std::string m_strInsertPrefix;  // ends in ") values"
     const std::string m_strSelectPrefix;  // ends in "  where "
 };
