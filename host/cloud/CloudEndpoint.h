@@ -10,24 +10,10 @@
 #include <string>
 
 #include "host/cloud/AnswerTracker.h"
+#include "host/cloud/CloudQuery.h"
 #include "host/transport/IEndpoint.h"
 #include "host/transport/Router.h"
 #include "host/verdict/VerdictService.h"
-
-struct CloudQuery {
-    std::string strPath;   // the file concerned, as the module names it
-    std::string strFunc;   // "cloudad", "cloudfd", "cloudfs"
-    std::string strKey;    // SHA-1 and MD5 of the program; "" when no answer is wanted
-    std::string strEvent;  // what happened: "CreateProcess", "FileCreate", ...
-};
-
-enum QueryFate {
-    QUERY_ANSWERED,       // the answer is on its way
-    QUERY_KNOWN,          // not answered: the module has, or is getting, the answer for this key
-    QUERY_NO_KEY,         // not answered: it names no key
-    QUERY_UNREADABLE,     // no query at all
-    QUERY_NOT_DELIVERED,  // the router did not take the answer
-};
 
 class ICloudObserver {
 public:

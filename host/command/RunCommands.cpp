@@ -28,7 +28,7 @@ void AddReplayCommand(Command& program, const HostOptions& options, int& nExitCo
         }
         pArguments->run.strUnit = "line";
         const std::string strFile = pArguments->strFile;
-        pArguments->run.fnMakeSource = [strFile](SourceRemark fnRemark) {
+        pArguments->run.fnMakeSource = [strFile](SourceRemark fnRemark, SensorObserver&) {
             return std::make_unique<ReplaySource>(strFile, std::move(fnRemark));
         };
         nExitCode = RunNow(options, *pArguments);
@@ -58,7 +58,7 @@ void AddScanCommand(Command& program, const HostOptions& options, int& nExitCode
         pArguments->run.strUnit = "batch";
         // By reference: RunNow makes the places absolute before the first source is made.
         RunArguments* const pHeld = pArguments.get();
-        pArguments->run.fnMakeSource = [pHeld](SourceRemark fnRemark) {
+        pArguments->run.fnMakeSource = [pHeld](SourceRemark fnRemark, SensorObserver&) {
             return std::make_unique<ScanSource>(pHeld->places, pHeld->nBatch, std::move(fnRemark));
         };
         nExitCode = RunNow(options, *pArguments);

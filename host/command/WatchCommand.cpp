@@ -20,7 +20,6 @@
 #include "host/kernel/launch/SensorChoice.h"
 #include "host/process/ExitCodes.h"
 #include "host/process/StateDir.h"
-#include "host/report/WatchReport.h"
 
 namespace {
 
@@ -76,7 +75,7 @@ std::string CheckAlias(const std::string& strText) {
 }
 
 std::unique_ptr<IEventSource> MakeSource(const WatchArguments& arguments,
-                                         const HostOptions& options, WatchReport& report) {
+                                         const HostOptions& options, SensorObserver& observer) {
     KernelSourceOptions kernel;
     kernel.pPlaces = std::make_shared<WatchedPaths>(AliasesOf(arguments.aliases));
     kernel.files.bAll = arguments.bAllOperations;
@@ -95,8 +94,8 @@ std::unique_ptr<IEventSource> MakeSource(const WatchArguments& arguments,
     if (!arguments.bNoFiles) {
         pFiles = MakeFileSensor(kernel.pPlaces, arguments.bAllFilesystems);
     }
-    return std::make_unique<KernelSource>(std::move(pLaunches), report, std::move(pFiles), report,
-                                          std::move(kernel));
+    return std::make_unique<KernelSource>(std::move(pLaunches), observer, std::move(pFiles),
+                                          observer, std::move(kernel));
 }
 
 int WatchNow(const HostOptions& options, WatchArguments& arguments) {
@@ -113,16 +112,13 @@ int WatchNow(const HostOptions& options, WatchArguments& arguments) {
     run.dSettleSeconds = SETTLE_SECONDS;
     run.nNoSourceCode = EXIT_CODE_SENSOR;
     run.bRefuseWhenFull = true;
-    // The session makes the report first and owns both.
-    const auto pReport = std::make_shared<WatchReport*>(nullptr);
-    run.fnMakeReport = [watch, pReport](Console& output, const HostOptions& global,
-                                        const VerdictService& service) {
-        auto pMade = std::make_unique<WatchReport>(output, global, service, watch);
-        *pReport = pMade.get();
-        return pMade;
+    run.bJudge = true;
+    run.fnMakeListeners = [watch](Console& output, const HostOptions& global,
+                                  const RunJournal& journal) {
+        return MakeWatchListeners(output, global, journal, watch);
     };
-    run.fnMakeSource = [pReport, arguments, &options](const SourceRemark&) {
-        return MakeSource(arguments, options, **pReport);
+    run.fnMakeSource = [arguments, &options](const SourceRemark&, SensorObserver& observer) {
+        return MakeSource(arguments, options, observer);
     };
     return RunNow(options, *arguments.shared);
 }

@@ -40,7 +40,7 @@ private:
 }  // namespace
 
 DrainResult WaitUntilDrained(const Router& router, const QueueMonitor& queue,
-                             const RunReport& report, const RunControl& control, Console& output,
+                             const RunJournal& journal, const RunControl& control, Console& output,
                              const std::function<void(const std::string& strDoing)>& fnTurn) {
     Movement movement(output);
     int nUnreadable = 0;
@@ -49,7 +49,7 @@ DrainResult WaitUntilDrained(const Router& router, const QueueMonitor& queue,
         // In this order: a message leaves the queue after its queries were posted. While the
         // module is at work a look may meet it deleting a message, which it then keeps for the
         // next time it looks at its queue, five seconds later.
-        const auto heard = report.PassCounters().lastWork;
+        const auto heard = journal.PassCounters().lastWork;
         if (router.Pending() > 0 || (heard && steady_clock::now() - *heard <= MODULE_QUIET)) {
             nUnreadable = 0;
             continue;

@@ -20,7 +20,7 @@ enum DrainResult {
 
 // fnTurn is called between two looks. A queue that stands still for long is remarked on output.
 DrainResult WaitUntilDrained(const Router& router, const QueueMonitor& queue,
-                             const RunReport& report, const RunControl& control, Console& output,
+                             const RunJournal& journal, const RunControl& control, Console& output,
                              const std::function<void(const std::string& strDoing)>& fnTurn);
 
 #endif

@@ -45,9 +45,10 @@ void EventDelivery::WaitForRouter() const {
 
 void EventDelivery::HandOver(EventBatch& batch, const Turn& fnTurn) {
     static const Guid SENSOR = GuidFromText(SENSOR_ENDPOINT);
+    m_journal.Record(BatchReported{batch});
     if (!TakeRoom(batch, fnTurn)) {
         m_queue.Limiter().Refuse(batch.nEvents);
-        m_report.OnDelivered(batch, QUEUE_BOUND_REACHED);
+        m_journal.Record(BatchDelivered{batch, QUEUE_BOUND_REACHED});
         return;
     }
     const size_t nBytes = batch.strBody.size();
@@ -59,7 +60,7 @@ void EventDelivery::HandOver(EventBatch& batch, const Turn& fnTurn) {
         } else {
             m_queue.Limiter().GiveBack(batch.nCopies, nBytes);
         }
-        m_report.OnDelivered(batch, nCode);
+        m_journal.Record(BatchDelivered{batch, nCode});
     };
     const uint32_t nResult =
         m_router.Deliver(SENSOR, MSG_TYPE_HIPS_EVENT, std::move(strBody), fnDone);

@@ -1,8 +1,8 @@
 // Hands a source's batches to the module, as far as its queue has room.
 //
-// Threads: the control thread; what became of a delivery is reported on the router's.
-// Errors: a message that is refused or not delivered is counted and reported, with its code.
-// Ownership: router, queue and report must outlive it, and it the router's last delivery.
+// Threads: the control thread; what became of a delivery is recorded on the router's.
+// Errors: a message that is refused or not delivered is counted and recorded, with its code.
+// Ownership: router, queue and journal must outlive it, and it the router's last delivery.
 #ifndef HOST_RUN_EVENTDELIVERY_H
 #define HOST_RUN_EVENTDELIVERY_H
 
@@ -20,11 +20,11 @@ public:
     using Turn = std::function<void(const std::string& strDoing)>;
 
     // bRefuseWhenFull: what finds no room is refused, rather than waited for.
-    EventDelivery(Router& router, QueueMonitor& queue, RunReport& report, const RunControl& control,
-                  bool bRefuseWhenFull)
+    EventDelivery(Router& router, QueueMonitor& queue, RunJournal& journal,
+                  const RunControl& control, bool bRefuseWhenFull)
         : m_router(router),
           m_queue(queue),
-          m_report(report),
+          m_journal(journal),
           m_control(control),
           m_bRefuseWhenFull(bRefuseWhenFull) {}
 
@@ -39,7 +39,7 @@ private:
 
     Router& m_router;
     QueueMonitor& m_queue;
-    RunReport& m_report;
+    RunJournal& m_journal;
     const RunControl& m_control;
     const bool m_bRefuseWhenFull;
 };

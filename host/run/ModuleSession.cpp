@@ -18,16 +18,16 @@ constexpr milliseconds ROUTER_LOOK(20);     // between two looks at the router
 }  // namespace
 
 ModuleSession::ModuleSession(const HostOptions& options, const VerdictService& service,
-                             Console& output, RunReport& report)
+                             Console& output, ModuleObserver& observer)
     : m_strFile(options.strModule.empty() ? PluginLoader::DefaultPath() : options.strModule),
       m_keys(options.CacheDatabase()),
-      m_log(output, report, options.nLogLevel),
+      m_log(output, observer, options.nLogLevel),
       m_printed(
           [&output](const std::string& strLine) { output.Error(text::ForTerminal(strLine)); }),
-      m_cloud(m_router, service, m_keys, report) {
+      m_cloud(m_router, service, m_keys, observer) {
     (void)m_printed.Begin();  // without it, what the module prints goes to standard error unread
     m_router.AddEndpoint(GuidFromText(CLOUD_ENDPOINT), &m_cloud);
-    m_router.AddEndpoint(GuidFromText(CENTRE_ENDPOINT), &report);
+    m_router.AddEndpoint(GuidFromText(CENTRE_ENDPOINT), &observer);
 }
 
 bool ModuleSession::Load(std::string& strError) {

@@ -2,7 +2,7 @@
 //
 // Threads: the control thread.
 // Errors: Load's text names what is wrong.
-// Ownership: the console, the service and the report must outlive it.
+// Ownership: the console, the service and the observer must outlive it.
 #ifndef HOST_RUN_MODULESESSION_H
 #define HOST_RUN_MODULESESSION_H
 
@@ -16,7 +16,7 @@
 #include "host/module/ModuleLog.h"
 #include "host/module/ModuleStdout.h"
 #include "host/module/PluginLoader.h"
-#include "host/report/RunReport.h"
+#include "host/run/JournalObservers.h"
 #include "host/transport/Router.h"
 #include "host/verdict/VerdictService.h"
 
@@ -24,7 +24,7 @@ class ModuleSession {
 public:
     // Reads the cache while nobody works with it, and the module's output from now on.
     ModuleSession(const HostOptions& options, const VerdictService& service, Console& output,
-                  RunReport& report);
+                  ModuleObserver& observer);
 
     ModuleSession(const ModuleSession&) = delete;
     ModuleSession& operator=(const ModuleSession&) = delete;

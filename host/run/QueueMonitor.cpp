@@ -11,8 +11,8 @@ constexpr std::chrono::milliseconds BETWEEN_CORRECTIONS(5000);
 
 }  // namespace
 
-QueueMonitor::QueueMonitor(std::string strFile, const QueueLimits& limits, RunReport& report)
-    : m_strFile(std::move(strFile)), m_report(report), m_limiter(limits) {}
+QueueMonitor::QueueMonitor(std::string strFile, const QueueLimits& limits, RunJournal& journal)
+    : m_strFile(std::move(strFile)), m_journal(journal), m_limiter(limits) {}
 
 void QueueMonitor::Begin() {
     m_limiter.Begin(Depth().value_or(0), ModuleDatabase(m_strFile).UsedBytes());
@@ -21,7 +21,7 @@ void QueueMonitor::Begin() {
 void QueueMonitor::Turn() {
     CountAnalysed();
     for (const QueueLoad& load : m_limiter.TakeChanges()) {
-        m_report.OnQueue(load);
+        m_journal.Record(QueueChanged{load});
     }
     const auto now = std::chrono::steady_clock::now();
     if (now - m_corrected < BETWEEN_CORRECTIONS) {
@@ -38,9 +38,9 @@ std::optional<uint64_t> QueueMonitor::Depth() const {
     return database_probe::QueueDepth(m_strFile);
 }
 
-// The report counts what the module begins with, from the beginning of each pass.
+// The journal counts what the module begins with, from the beginning of each pass.
 void QueueMonitor::CountAnalysed() {
-    const uint64_t nAnalysed = m_report.PassCounters().nAnalysed;
+    const uint64_t nAnalysed = m_journal.PassCounters().nAnalysed;
     for (uint64_t i = nAnalysed < m_nAnalysed ? 0 : m_nAnalysed; i < nAnalysed; ++i) {
         m_limiter.Analysed();
     }

@@ -1,9 +1,9 @@
-// The module's queue during a run: room in it for new messages, its state as the report has it, and
-// its depth as the database has it.
+// The module's queue during a run: room in it for new messages, its state as the journal has it,
+// and its depth as the database has it.
 //
 // Threads: the limiter's from any; the rest on the control thread.
 // Errors: a queue that cannot be read leaves the count as it is.
-// Ownership: the report must outlive it.
+// Ownership: the journal must outlive it.
 #ifndef HOST_RUN_QUEUEMONITOR_H
 #define HOST_RUN_QUEUEMONITOR_H
 
@@ -12,13 +12,13 @@
 #include <optional>
 #include <string>
 
+#include "host/account/RunJournal.h"
 #include "host/module/QueueLimiter.h"
-#include "host/report/RunReport.h"
 
 class QueueMonitor {
 public:
     // strFile: the module's channel database.
-    QueueMonitor(std::string strFile, const QueueLimits& limits, RunReport& report);
+    QueueMonitor(std::string strFile, const QueueLimits& limits, RunJournal& journal);
 
     // Counts what waits before the module starts.
     void Begin();
@@ -36,7 +36,7 @@ private:
     void CountAnalysed();
 
     const std::string m_strFile;
-    RunReport& m_report;
+    RunJournal& m_journal;
     QueueLimiter m_limiter;
     uint64_t m_nAnalysed = 0;                           // of the pass, as far as the limiter knows
     std::chrono::steady_clock::time_point m_corrected;  // when the database was looked into

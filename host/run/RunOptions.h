@@ -12,8 +12,8 @@
 #include "host/event/IEventSource.h"
 #include "host/module/QueueLimiter.h"
 #include "host/process/ExitCodes.h"
-#include "host/report/RunReport.h"
-#include "host/verdict/VerdictService.h"
+#include "host/report/RunListeners.h"
+#include "host/run/JournalObservers.h"
 
 struct RunOptions {
     std::vector<std::string> blockLists;
@@ -28,11 +28,12 @@ struct RunOptions {
     bool bKeepPrivileges = false;
     QueueLimits queue;
     bool bRefuseWhenFull = false;  // messages beyond the limits, rather than wait for room
+    bool bJudge =
+        false;  // programs are judged wherever the module meets them, not only when it asks
     // A new source for each pass.
-    std::function<std::unique_ptr<IEventSource>(SourceRemark)> fnMakeSource;
-    // The run's report, when it is another than RunReport; it goes after the source.
-    std::function<std::unique_ptr<RunReport>(Console&, const HostOptions&, const VerdictService&)>
-        fnMakeReport;
+    std::function<std::unique_ptr<IEventSource>(SourceRemark, SensorObserver&)> fnMakeSource;
+    std::function<RunListeners(Console&, const HostOptions&, const RunJournal&)> fnMakeListeners =
+        MakeRunListeners;
 };
 
 #endif

@@ -5,6 +5,7 @@
 #include "host/process/Privileges.h"
 #include "host/process/StateDir.h"
 #include "host/run/DrainWait.h"
+#include "host/run/KnownMaker.h"
 #include "host/run/RunDatabases.h"
 #include "host/run/VerdictLists.h"
 
@@ -20,9 +21,13 @@ constexpr milliseconds BETWEEN_PROGRESS(250);
 RunSession::RunSession(const HostOptions& global, RunOptions options)
     : m_global(global),
       m_options(std::move(options)),
-      m_pReport(m_options.fnMakeReport ? m_options.fnMakeReport(m_output, m_global, m_service)
-                                       : std::make_unique<RunReport>(m_output, m_global)),
-      m_queue(m_global.ChannelDatabase(), m_options.queue, *m_pReport) {}
+      m_journal(m_service, MakeKnownMaker(m_service, m_global.CacheDatabase()), m_options.bJudge),
+      m_listeners(m_options.fnMakeListeners(m_output, m_global, m_journal)),
+      m_queue(m_global.ChannelDatabase(), m_options.queue, m_journal) {
+    for (const auto& pListener : m_listeners) {
+        m_journal.AddListener(*pListener);
+    }
+}
 
 int RunSession::Fail(int nExitCode, const std::string& strError) {
     m_output.Complain(strError);
@@ -58,9 +63,11 @@ int RunSession::Run() {
 }
 
 bool RunSession::StartSource() {
-    m_pSource = m_options.fnMakeSource([this](uint64_t nNumber, const std::string& strText) {
-        m_pReport->OnRemark(nNumber, strText);
-    });
+    m_pSource = m_options.fnMakeSource(
+        [this](uint64_t nNumber, const std::string& strText) {
+            m_journal.Record(InputUnusable{m_pass.strName, nNumber, strText});
+        },
+        m_sensorObserver);
     m_pass.strName = m_pSource->Name();
     std::string strError;
     if (!m_pSource->Start(strError)) {
@@ -71,14 +78,14 @@ bool RunSession::StartSource() {
 }
 
 int RunSession::RunModule() {
-    ModuleSession module(m_global, m_service, m_output, *m_pReport);
-    EventDelivery delivery(module.MessageRouter(), m_queue, *m_pReport, m_control,
+    ModuleSession module(m_global, m_service, m_output, m_moduleObserver);
+    EventDelivery delivery(module.MessageRouter(), m_queue, m_journal, m_control,
                            m_options.bRefuseWhenFull);
     std::string strError;
     if (!module.Load(strError)) {
         return Fail(EXIT_CODE_MODULE, strError);
     }
-    m_pReport->Begin(module.File());
+    m_journal.Begin(module.File(), m_queue.Depth().value_or(0));
     m_queue.Begin();
     module.Start();
     if (m_options.dForSeconds > 0) {
@@ -104,20 +111,20 @@ int RunSession::RunPasses(ModuleSession& module, EventDelivery& delivery) {
         if (m_pass.nPass > 1 && !StartSource()) {
             return m_options.nNoSourceCode;
         }
-        m_pReport->BeginPass(m_pass);
+        m_journal.BeginPass(m_pass);
         Deliver(delivery);
         if (m_options.dSettleSeconds <= 0 && !m_options.bDrain) {
             Wait();
             return EXIT_CODE_SUCCESS;
         }
         const DrainResult eResult =
-            WaitUntilDrained(module.MessageRouter(), m_queue, *m_pReport, m_control, m_output,
+            WaitUntilDrained(module.MessageRouter(), m_queue, m_journal, m_control, m_output,
                              [this](const std::string& strDoing) { Turn(strDoing); });
         m_bDrained = eResult == DRAINED;
         if (m_options.dSettleSeconds > 0) {
             return EXIT_CODE_SUCCESS;
         }
-        m_pReport->EndPass(m_bDrained);
+        m_journal.EndPass(m_bDrained);
         if (eResult == DRAIN_UNREADABLE) {
             return Fail(EXIT_CODE_DATABASE, "cannot read the queue " + m_queue.File() +
                                                 "; look at it with: tevmon-host queue count");
@@ -152,9 +159,9 @@ void RunSession::Wait() {
 // What every loop does that waits or works for long.
 void RunSession::Turn(const std::string& strDoing) {
     m_queue.Turn();
-    m_signs.Turn(m_queue.Waiting(), m_pReport->PassCounters().lastWork);
+    m_signs.Turn(m_queue.Waiting(), m_journal.PassCounters().lastWork);
     if (m_control.TakeBalanceRequest()) {
-        m_pReport->Balance();
+        m_journal.ShowBalance();
     }
     const auto now = steady_clock::now();
     if (now - m_shown < BETWEEN_PROGRESS) {
@@ -162,8 +169,8 @@ void RunSession::Turn(const std::string& strDoing) {
     }
     m_shown = now;
     const bool bNumbered = m_options.nPasses > 1 && strDoing != "waiting";
-    m_pReport->Progress(bNumbered ? "pass " + std::to_string(m_pass.nPass) + ", " + strDoing
-                                  : strDoing);
+    m_journal.Progress(bNumbered ? "pass " + std::to_string(m_pass.nPass) + ", " + strDoing
+                                 : strDoing);
 }
 
 void RunSession::Summarise() {
@@ -171,5 +178,5 @@ void RunSession::Summarise() {
     end.bDrained = m_bDrained;
     end.nSignal = m_control.Signal();
     end.queueDepth = m_queue.Depth();
-    m_pReport->Summary(end);
+    m_journal.End(end);
 }

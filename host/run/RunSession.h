@@ -16,6 +16,7 @@
 #include "host/run/QueueMonitor.h"
 #include "host/run/RunControl.h"
 #include "host/run/RunOptions.h"
+#include "host/verdict/VerdictService.h"
 
 class RunSession {
 public:
@@ -39,10 +40,13 @@ private:
     ManagerSigns m_signs{m_output};
     RunControl m_control{m_output};
     VerdictService m_service;
-    const std::unique_ptr<RunReport> m_pReport;
+    RunJournal m_journal;
+    const RunListeners m_listeners;
+    ModuleObserver m_moduleObserver{m_journal};
+    SensorObserver m_sensorObserver{m_journal};
     QueueMonitor m_queue;
     std::unique_ptr<IEventSource> m_pSource;
-    std::chrono::steady_clock::time_point m_shown;  // when the report was told the progress
+    std::chrono::steady_clock::time_point m_shown;  // when the journal was told the progress
     PassInfo m_pass;
     bool m_bDrained = false;
 };

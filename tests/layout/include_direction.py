@@ -34,11 +34,11 @@ def rooms():
         launch: {base, process, event, bpf},
         file: {base, process, event, launch},
         "host/kernel": {base, process, event},
-        account: {base, event, module, launch},
+        account: {base, verdict, cloud, event, module, launch},
         "host/report/text": shown,
         "host/report/screen": {base, verdict, "host/report/text"},
         "host/report/metrics": {base, verdict, account},
-        "host/report": shown | {transport, database},
+        "host/report": shown,
         "host/doctor": {base, process, verdict, event, module, "host/kernel"},
     }
     table["host/run"] = {*table, "host/report"} - {"host/doctor"}

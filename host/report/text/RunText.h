@@ -11,7 +11,8 @@
 #include "host/account/RunFacts.h"
 #include "host/base/Console.h"
 #include "host/base/JsonWriter.h"
-#include "host/cloud/CloudEndpoint.h"
+#include "host/cloud/CloudQuery.h"
+#include "host/verdict/IVerdictSource.h"
 
 namespace run_text {
 

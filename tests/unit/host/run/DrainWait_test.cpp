@@ -10,7 +10,7 @@ class DrainWaitTest : public RunPartsTest {
 protected:
     // fnTurn gets the number of the turn, from 1.
     DrainResult Wait(const std::function<void(int nTurn)>& fnTurn = {}) {
-        return WaitUntilDrained(m_router, m_queue, m_report, m_control, m_output,
+        return WaitUntilDrained(m_router, m_queue, m_journal, m_control, m_output,
                                 [&](const std::string& strDoing) {
                                     EXPECT_EQ("waiting for the module", strDoing);
                                     ++m_nTurns;
@@ -43,7 +43,8 @@ TEST_F(DrainWaitTest, ItWaitsUntilTheQueueIsEmpty) {
 TEST_F(DrainWaitTest, ASignOfTheModulesWorkPutsTheLookOff) {
     EXPECT_EQ(DRAINED, Wait([this](int nTurn) {
                   if (nTurn <= 2) {
-                      m_report.OnModuleNote({NOTE_ANALYSED, "{}"});  // at work at this moment
+                      m_journal.Record(ModuleNoted{
+                          ModuleRecord{NOTE_ANALYSED, "{}"}});  // at work at this moment
                   }
               }));
     EXPECT_LT(2, m_nTurns);

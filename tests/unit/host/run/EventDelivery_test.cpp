@@ -42,7 +42,7 @@ protected:
     using RunPartsTest::RunPartsTest;
 
     void Deliver(IEventSource& source, bool bRefuseWhenFull = false) {
-        EventDelivery delivery(m_router, m_queue, m_report, m_control, bRefuseWhenFull);
+        EventDelivery delivery(m_router, m_queue, m_journal, m_control, bRefuseWhenFull);
         delivery.DeliverAll(source, [this](const std::string& strDoing) {
             m_doings.insert(strDoing);
             if (fnTurn) {
@@ -68,8 +68,8 @@ TEST_F(EventDeliveryTest, EachBatchReachesTheModuleAndIsReported) {
     FewBatches source(5);
     Deliver(source);
     EXPECT_EQ(5, m_receiver.m_nCalls);
-    EXPECT_EQ(5u, m_report.PassCounters().nMessages);
-    EXPECT_EQ(15u, m_report.PassCounters().nEvents);
+    EXPECT_EQ(5u, m_journal.PassCounters().nMessages);
+    EXPECT_EQ(15u, m_journal.PassCounters().nEvents);
     EXPECT_EQ(5u, m_queue.Waiting());
     EXPECT_EQ(std::set<std::string>{"delivering"}, m_doings);
     EXPECT_EQ(1, source.m_nStops);
@@ -87,8 +87,8 @@ TEST_F(EventDeliveryTest, AMessageThatNobodyReceivesGivesItsRoomBack) {
     (void)m_router.UnregisterReceiver(MSG_TYPE_HIPS_EVENT);
     FewBatches source(2);
     Deliver(source);
-    EXPECT_EQ(2u, m_report.PassCounters().nNotDelivered);
-    EXPECT_EQ(0u, m_report.PassCounters().nMessages);
+    EXPECT_EQ(2u, m_journal.PassCounters().nNotDelivered);
+    EXPECT_EQ(0u, m_journal.PassCounters().nMessages);
     EXPECT_EQ(0u, m_queue.Waiting());
 }
 
@@ -96,7 +96,7 @@ TEST_F(EventDeliveryFullTest, WhatFindsNoRoomIsRefusedWithItsEvents) {
     FewBatches source(5);
     Deliver(source, true);
     EXPECT_EQ(2, m_receiver.m_nCalls);
-    EXPECT_EQ(3u, m_report.PassCounters().nNotDelivered);
+    EXPECT_EQ(3u, m_journal.PassCounters().nNotDelivered);
     EXPECT_EQ(3u, m_queue.Limiter().Load().nRefusedMessages);
     EXPECT_EQ(9u, m_queue.Limiter().Load().nRefusedEvents);
 }

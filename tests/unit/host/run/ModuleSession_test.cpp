@@ -22,13 +22,14 @@ protected:
     HostOptions m_options;
     VerdictService m_service;
     Console m_output;
-    RunReport m_report{m_output, m_options};
+    RunJournal m_journal{m_service, {}, false};
+    ModuleObserver m_observer{m_journal};
 };
 
 }  // namespace
 
 TEST_F(ModuleSessionTest, TheModuleIsDrivenFromStartToUnload) {
-    ModuleSession module(m_options, m_service, m_output, m_report);
+    ModuleSession module(m_options, m_service, m_output, m_observer);
     std::string strError;
     ASSERT_TRUE(module.Load(strError)) << strError;
     EXPECT_EQ(m_options.strModule, module.File());
@@ -43,7 +44,7 @@ TEST_F(ModuleSessionTest, TheModuleIsDrivenFromStartToUnload) {
 
 TEST_F(ModuleSessionTest, AMissingModuleIsNamed) {
     m_options.strModule = m_dir.Path() + "/none.so";
-    ModuleSession module(m_options, m_service, m_output, m_report);
+    ModuleSession module(m_options, m_service, m_output, m_observer);
     std::string strError;
     EXPECT_FALSE(module.Load(strError));
     EXPECT_THAT(strError, HasSubstr("none.so"));
@@ -51,6 +52,6 @@ TEST_F(ModuleSessionTest, AMissingModuleIsNamed) {
 
 TEST_F(ModuleSessionTest, WithoutANameItIsTheOneBesideTheProgram) {
     m_options.strModule.clear();
-    const ModuleSession module(m_options, m_service, m_output, m_report);
+    const ModuleSession module(m_options, m_service, m_output, m_observer);
     EXPECT_EQ(ProgramFolder() + "libtevmon.so", module.File());
 }

@@ -4,13 +4,26 @@
 
 #include "tests/unit/host/run/RunParts.h"
 
-using testing::HasSubstr;
+using testing::ElementsAre;
+using testing::IsEmpty;
 
 namespace {
 
+class StateListener : public IRunListener {
+public:
+    void OnEvent(const RunEvent& event, int64_t /*tmWhen*/) override {
+        if (const auto* pChanged = std::get_if<QueueChanged>(&event)) {
+            states.push_back(pChanged->load.eState);
+        }
+    }
+    std::vector<QueueState> states;
+};
+
 class QueueMonitorTest : public RunPartsTest {
 protected:
-    QueueMonitorTest() : RunPartsTest(10) {}
+    QueueMonitorTest() : RunPartsTest(10) { m_journal.AddListener(m_listener); }
+
+    StateListener m_listener;
 };
 
 }  // namespace
@@ -27,12 +40,11 @@ TEST_F(QueueMonitorTest, AStateThatChangedIsReportedOnce) {
     AddRows(8);
     m_queue.Begin();
     m_queue.Turn();  // looks into the database; not again so soon
-    EXPECT_EQ("", m_standardOutput.Text());
+    EXPECT_THAT(m_listener.states, IsEmpty());
     ASSERT_TRUE(m_queue.Limiter().Take(1, 2));
     m_queue.Turn();
     m_queue.Turn();
-    ASSERT_EQ(1u, m_standardOutput.Lines().size());
-    EXPECT_THAT(m_standardOutput.Text(), HasSubstr("is nearly full"));
+    EXPECT_THAT(m_listener.states, ElementsAre(QUEUE_HIGH));
 }
 
 TEST_F(QueueMonitorTest, WhatTheModuleBeganWithLeavesRoomInEachPass) {
@@ -42,12 +54,12 @@ TEST_F(QueueMonitorTest, WhatTheModuleBeganWithLeavesRoomInEachPass) {
         ASSERT_TRUE(m_queue.Limiter().Take(1, 2));
         m_queue.Limiter().Stored(1);
     }
-    m_report.OnModuleNote({NOTE_ANALYSED, "{}"});
-    m_report.OnModuleNote({NOTE_ANALYSED, "{}"});
+    m_journal.Record(ModuleNoted{ModuleRecord{NOTE_ANALYSED, "{}"}});
+    m_journal.Record(ModuleNoted{ModuleRecord{NOTE_ANALYSED, "{}"}});
     m_queue.Turn();
     EXPECT_EQ(2u, m_queue.Waiting());
-    m_report.EndPass(true);  // the report counts from 0 again
-    m_report.OnModuleNote({NOTE_ANALYSED, "{}"});
+    m_journal.EndPass(true);  // the journal counts from 0 again
+    m_journal.Record(ModuleNoted{ModuleRecord{NOTE_ANALYSED, "{}"}});
     m_queue.Turn();
     EXPECT_EQ(1u, m_queue.Waiting());
 }

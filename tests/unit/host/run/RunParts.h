@@ -12,7 +12,7 @@
 #include "framework/abi/IMRReceiveComplete.h"
 #include "framework/abi/MsgTypes.h"
 #include "host/base/HostOptions.h"
-#include "host/report/RunReport.h"
+#include "host/report/RunListeners.h"
 #include "host/run/QueueMonitor.h"
 #include "host/run/RunControl.h"
 #include "host/transport/Router.h"
@@ -65,8 +65,9 @@ protected:
     HostOptions m_options;
     Console m_output;
     RunControl m_control{m_output};
-    RunReport m_report{m_output, m_options};
-    QueueMonitor m_queue{m_dir.Path() + "/data/db/tevchennaldb.db", m_limits, m_report};
+    VerdictService m_service;
+    RunJournal m_journal{m_service, {}, false};
+    QueueMonitor m_queue{m_dir.Path() + "/data/db/tevchennaldb.db", m_limits, m_journal};
     CountingReceiver m_receiver;  // before the router, which calls it until it is closed
     Router m_router;
 };

@@ -8,17 +8,17 @@
 #include <regex>
 
 #include "host/event/EventMessage.h"
-#include "host/report/WatchReport.h"
 #include "tests/support/FileText.h"
 #include "tests/support/StdoutCapture.h"
 #include "tests/support/TestDir.h"
+#include "tests/unit/host/report/ReportedRun.h"
 
 namespace {
 
-class WatchReportPrintedTest : public testing::Test {
+class WatchLinesPrintedTest : public testing::Test {
 protected:
     // All that the report can be called with. Files lie in the test's own directory.
-    void Happen(WatchReport& report) {
+    void Happen(ReportedRun& report) {
         const std::string strProgram = m_dir.WriteFile("bin/program", "x", 0755);
         const std::string strBad = m_dir.WriteFile("bin/bad", "y", 0755);
         const std::string strGone = m_dir.Path() + "/bin/gone";
@@ -72,7 +72,7 @@ protected:
     HostOptions m_options;
 
 private:
-    static void Launched(WatchReport& report, const std::string& strPath, LaunchPathOrigin eOrigin,
+    static void Launched(ReportedRun& report, const std::string& strPath, LaunchPathOrigin eOrigin,
                          bool bScript) {
         Launch launch;
         launch.creation = {strPath, strPath + " -x \"\n\"", 4711};
@@ -83,7 +83,7 @@ private:
         report.OnLaunch(launch);
     }
 
-    static void Query(WatchReport& report, const std::string& strPath, const char* pszFunc,
+    static void Query(ReportedRun& report, const std::string& strPath, const char* pszFunc,
                       const char* pszEvent, QueryFate eFate, const Verdict& verdict) {
         CloudQuery query;
         query.strPath = strPath;
@@ -101,7 +101,7 @@ private:
         return batch;
     }
 
-    static void Start(WatchReport& report, const std::string& strProgram, const std::string& strBad,
+    static void Start(ReportedRun& report, const std::string& strProgram, const std::string& strBad,
                       const std::string& strGone) {
         Launched(report, strProgram, LAUNCH_PATH_INVOKED, false);
         Launched(report, strBad, LAUNCH_PATH_RESOLVED, true);
@@ -113,7 +113,7 @@ private:
         report.OnUnresolvable(unresolvable);
         const std::vector<std::string> paths = {strProgram, strBad, strGone, "/bin/a"};
         const EventBatch batch = Batch(1, 4, event_message::ProcessCreations(paths));
-        report.OnBatch(batch, paths);
+        report.OnReported(batch);
         report.OnDelivered(batch, 0);
         LaunchCounters counters;
         counters.nSensed = 11;
@@ -141,7 +141,7 @@ private:
         report.OnModuleNote({NOTE_NOT_SENT, "", QUESTION_NONE});
     }
 
-    static void Touch(WatchReport& report, const std::string& strProgram,
+    static void Touch(ReportedRun& report, const std::string& strProgram,
                       const std::string& strBad) {
         std::vector<FileOperation> operations;
         for (const FileAct eAct : {FILE_CREATE, FILE_WRITE, FILE_RENAME, FILE_REMOVE}) {
@@ -160,7 +160,7 @@ private:
             operations.push_back(operation);
         }
         const EventBatch batch = Batch(2, 4, event_message::OperationsOf(operations));
-        report.OnOperations(batch, operations);
+        report.OnReported(batch);
         report.OnDelivered(batch, 0);
         FileCounters counters;
         counters.nSensed = 7;
@@ -177,11 +177,11 @@ private:
         Query(report, "/etc/cron.d/x", "cloudfd", "FileRename", QUERY_NO_KEY, {});
     }
 
-    static void Lose(WatchReport& report) {
+    static void Lose(ReportedRun& report) {
         const std::string strBody = event_message::ProcessCreations({"/bin/e"});
-        report.OnBatch(Batch(3, 1, strBody), {"/bin/e"});
+        report.OnReported(Batch(3, 1, strBody));
         report.OnDelivered(Batch(3, 1, strBody), 1);
-        report.OnBatch(Batch(4, 1, strBody), {"/bin/e"});
+        report.OnReported(Batch(4, 1, strBody));
         report.OnDelivered(Batch(4, 1, strBody), 0);
         report.OnLost(2, 2);
         report.OnLost(1, 3);
@@ -196,38 +196,38 @@ private:
             load.nRefusedEvents = load.nRefusedMessages;
             report.OnQueue(load);
         }
-        (void)report.OnMessage(Guid(), 3, "record");
+        report.OnCentre(3, 6);
     }
 };
 
 }  // namespace
 
-TEST_F(WatchReportPrintedTest, LinesAndBalance) {
+TEST_F(WatchLinesPrintedTest, LinesAndBalance) {
     for (const bool bVerbose : {false, true}) {
         m_options.bVerbose = bVerbose;
         const StdoutCapture standardOutput;
         Console output;
-        WatchReport report(output, m_options, m_service);
+        ReportedRun report(output, m_options, m_service, true);
         Happen(report);
         Compare(bVerbose ? "watch_verbose" : "watch", Usual(standardOutput.Text()));
     }
 }
 
-TEST_F(WatchReportPrintedTest, JsonRecords) {
+TEST_F(WatchLinesPrintedTest, JsonRecords) {
     m_options.bJson = true;
     const StdoutCapture standardOutput;
     Console output;
-    WatchReport report(output, m_options, m_service);
+    ReportedRun report(output, m_options, m_service, true);
     Happen(report);
     Compare("watch_json", Usual(standardOutput.Text()));
 }
 
-TEST_F(WatchReportPrintedTest, Metrics) {
+TEST_F(WatchLinesPrintedTest, Metrics) {
     const StdoutCapture standardOutput;
     Console output;
     WatchOptions watch;
     watch.strMetricsFile = m_dir.Path() + "/metrics.prom";
-    WatchReport report(output, m_options, m_service, watch);
+    ReportedRun report(output, m_options, m_service, true, watch);
     Happen(report);
     Compare("watch_metrics", Usual(FileText(watch.strMetricsFile)));
 }

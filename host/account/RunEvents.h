@@ -1,0 +1,157 @@
+// What happens in a run, as one typed stream: the journal keeps its books by it and hands it on to
+// everyone who shows or keeps something.
+//
+// What an event refers to is there for the call only.
+#ifndef HOST_ACCOUNT_RUNEVENTS_H
+#define HOST_ACCOUNT_RUNEVENTS_H
+
+#include <cstdint>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "host/account/RunFacts.h"
+#include "host/account/WatchBalance.h"
+#include "host/cloud/CloudQuery.h"
+#include "host/event/FileOperation.h"
+#include "host/event/IEventSource.h"
+#include "host/kernel/launch/Launch.h"
+#include "host/module/ModuleLog.h"
+#include "host/module/QueueLimiter.h"
+#include "host/verdict/IVerdictSource.h"
+
+// The module is loaded and not started.
+struct RunBegun {
+    const std::string& strModule;
+};
+
+struct PassBegun {
+    const PassInfo& pass;
+};
+
+struct PassEnded {
+    const PassInfo& pass;
+    const PassResult& result;
+    bool bDrained;
+};
+
+// Now and then, with what the run is at.
+struct RunProgressed {
+    const std::string& strDoing;
+};
+
+// The user asked for the balance.
+struct BalanceAsked {
+    const WatchBalance& balance;
+};
+
+// The module has stopped; what is announced from now on is the last.
+struct RunEnding {};
+
+struct RunEnded {
+    const RunEnd& end;
+    const PassResult& total;
+    const std::vector<PassResult>& passes;  // the first few
+    const WatchBalance& balance;
+};
+
+// A piece of input that no message could be made of.
+struct InputUnusable {
+    const std::string& strSource;
+    uint64_t nNumber;  // its line, 0 when it has none
+    const std::string& strReason;
+};
+
+struct LaunchCaptured {
+    const Launch& launch;
+};
+
+// No path names its file.
+struct LaunchUnresolved {
+    const LaunchEvent& event;
+};
+
+struct LaunchesLost {
+    uint64_t nLaunches;
+    uint64_t nTotal;  // since the start
+};
+
+struct FileOperationCaptured {
+    const FileOperation& operation;
+};
+
+// The kernel's queue of file operations was full.
+struct FileQueueOverflowed {
+    uint64_t nTimes;
+    uint64_t nTotal;  // since the start
+};
+
+// What a sensor says of itself or of what it cannot see.
+struct SensorNotice {
+    const std::string& strText;
+};
+
+// A message is about to be handed over to the module.
+struct BatchReported {
+    const EventBatch& batch;
+};
+
+struct BatchDelivered {
+    const EventBatch& batch;  // without its body
+    uint32_t nResult;         // 0, or the router's or the queue limit's code
+};
+
+enum DropReason { DROP_REFUSED, DROP_NOT_STORED };
+
+// Events that never came into the module's queue.
+struct EventsDropped {
+    DropReason eReason;
+    uint64_t nEvents;
+    uint64_t nTotal;  // since the start
+};
+
+struct QueueChanged {
+    const QueueLoad& load;
+};
+
+struct QueryReceived {
+    const CloudQuery& query;
+    QueryFate eFate;
+    const Verdict& verdict;
+};
+
+struct ModuleNoted {
+    const ModuleRecord& note;
+};
+
+// A program was judged, or its known verdict came up again.
+struct ProgramJudged {
+    const std::string& strWhat;     // "launch", "FileCreate", ...
+    const std::string& strSubject;  // the program started or the file changed
+    const std::string& strProgram;  // that the verdict is on
+    const std::string& strBy;       // the program that did it, "" when nobody knows
+    const Verdict& verdict;
+    bool bCached;    // the module skipped it, the verdict is known
+    bool bAnswered;  // the module was just given this verdict
+};
+
+struct CentreRecord {
+    int64_t nMsgType;
+    uint64_t nBytes;
+};
+
+using RunEvent =
+    std::variant<RunBegun, PassBegun, PassEnded, RunProgressed, BalanceAsked, RunEnding, RunEnded,
+                 InputUnusable, LaunchCaptured, LaunchUnresolved, LaunchesLost, LaunchCounters,
+                 FileOperationCaptured, FileQueueOverflowed, FileCounters, SensorNotice,
+                 BatchReported, BatchDelivered, EventsDropped, QueueChanged, QueryReceived,
+                 ModuleNoted, ProgramJudged, CentreRecord>;
+
+class IRunListener {
+public:
+    virtual ~IRunListener() = default;
+    // [any, of several threads at once] No lock of the journal is held. tmWhen: seconds since 1970.
+    virtual void OnEvent(const RunEvent& event, int64_t tmWhen) = 0;
+};
+
+#endif

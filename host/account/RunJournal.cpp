@@ -1,0 +1,288 @@
+#include "host/account/RunJournal.h"
+
+#include <sys/stat.h>
+
+#include <ctime>
+#include <limits>
+#include <optional>
+#include <utility>
+
+#include "host/base/ModuleFacts.h"
+#include "host/verdict/VerdictLevel.h"
+
+namespace {
+
+constexpr std::chrono::seconds BETWEEN_DROPS(1);  // announced together
+
+uint64_t FileSize(const std::string& strPath) {
+    struct stat status = {};
+    const bool bKnown = stat(strPath.c_str(), &status) == 0 && S_ISREG(status.st_mode);
+    return bKnown ? static_cast<uint64_t>(status.st_size) : 0;
+}
+
+bool HasNoVerdict(QueryFate eFate) {
+    return eFate == QUERY_UNREADABLE || eFate == QUERY_NOT_DELIVERED;
+}
+
+ModuleSign SignOf(const CloudQuery& query) {
+    ModuleSign sign;
+    sign.eKind = expected_queries::KindOfEvent(query.strEvent, sign.strOperation);
+    sign.strName = query.strPath;
+    sign.bNamesProgram = sign.eKind == QUESTION_PIPE || sign.eKind == QUESTION_UNIT;
+    return sign;
+}
+
+ModuleSign SignOf(const ModuleRecord& note) {
+    ModuleSign sign;
+    sign.eEnd = note.eNote == NOTE_CACHED    ? SIGN_CACHED
+                : note.eNote == NOTE_NO_HASH ? SIGN_NO_HASH
+                                             : SIGN_NO_STAT;
+    sign.eKind = note.eQuestion;
+    sign.strName = note.strText;
+    sign.strOperation = note.strOperation;
+    sign.bNamesProgram = note.bNamesProgram;
+    return sign;
+}
+
+}  // namespace
+
+RunJournal::RunJournal(const VerdictService& service, EventLedger::KnownMaker fnKnownMaker,
+                       bool bJudge)
+    : m_programs(service),
+      m_ledger(std::move(fnKnownMaker)),
+      m_bJudge(bJudge),
+      m_passBegun(Clock::now()),
+      m_runBegun(m_passBegun) {}
+
+void RunJournal::Record(const RunEvent& event) {
+    std::visit([this](const auto& happened) { Count(happened); }, event);
+    Publish(event);
+    std::visit([this](const auto& happened) { Follow(happened); }, event);
+}
+
+void RunJournal::Publish(const RunEvent& event) {
+    const auto tmWhen = static_cast<int64_t>(time(nullptr));
+    for (IRunListener* pListener : m_listeners) {
+        pListener->OnEvent(event, tmWhen);
+    }
+}
+
+void RunJournal::Begin(const std::string& strModule, uint64_t nEarlier) {
+    m_ledger.SetEarlier(nEarlier);
+    Publish(RunBegun{strModule});
+}
+
+void RunJournal::BeginPass(const PassInfo& pass) {
+    m_pass = pass;
+    m_passBegun = Clock::now();
+    Publish(PassBegun{m_pass});
+}
+
+void RunJournal::EndPass(bool bDrained) {
+    PassResult result;
+    {
+        const MutexLock lock(m_mutex);
+        result.counters = m_counters;
+        m_total.Add(m_counters);
+        m_counters = RunCounters();
+    }
+    result.dSeconds = std::chrono::duration<double>(Clock::now() - m_passBegun).count();
+    if (m_passes.size() < PASSES_KEPT) {
+        m_passes.push_back(result);
+    }
+    Publish(PassEnded{m_pass, result, bDrained});
+}
+
+void RunJournal::Progress(const std::string& strDoing) {
+    AnnounceDropped(false);
+    Publish(RunProgressed{strDoing});
+}
+
+void RunJournal::ShowBalance() {
+    const WatchBalance balance = Balance(false);
+    Publish(BalanceAsked{balance});
+}
+
+void RunJournal::End(const RunEnd& end) {
+    Publish(RunEnding{});
+    m_ledger.End(end.queueDepth.value_or(std::numeric_limits<uint64_t>::max()));
+    m_bEnded = true;
+    AnnounceDropped(true);
+    const WatchBalance balance = Balance(true);
+    const PassResult total = {balance.module,
+                              std::chrono::duration<double>(Clock::now() - m_runBegun).count()};
+    Publish(RunEnded{end, total, m_passes, balance});
+}
+
+WatchBalance RunJournal::Balance(bool bFinal) const {
+    WatchBalance balance;
+    balance.bFinal = bFinal;
+    balance.module = TotalCounters();
+    balance.events = bFinal ? m_ledger.FinalState() : m_ledger.State();
+    const MutexLock lock(m_mutex);
+    balance.launches = m_launches;
+    balance.files = m_files;
+    return balance;
+}
+
+RunCounters RunJournal::PassCounters() const {
+    const MutexLock lock(m_mutex);
+    return m_counters;
+}
+
+RunCounters RunJournal::TotalCounters() const {
+    const MutexLock lock(m_mutex);
+    RunCounters total = m_total;
+    total.Add(m_counters);
+    return total;
+}
+
+// What was captured and reported, and never came into the module's queue.
+void RunJournal::AnnounceDropped(bool bLast) {
+    const auto now = std::chrono::steady_clock::now();
+    if (!bLast && now < m_announced + BETWEEN_DROPS) {
+        return;
+    }
+    const LedgerState events = m_ledger.State();
+    if (events.nRefused > m_nRefusedAnnounced || events.nNotStored > m_nNotStoredAnnounced) {
+        m_announced = now;
+    }
+    AnnounceDropped(DROP_REFUSED, events.nRefused, m_nRefusedAnnounced);
+    AnnounceDropped(DROP_NOT_STORED, events.nNotStored, m_nNotStoredAnnounced);
+}
+
+void RunJournal::AnnounceDropped(DropReason eReason, uint64_t nTotal, uint64_t& nAnnounced) {
+    if (nTotal > nAnnounced) {
+        const uint64_t nNew = nTotal - std::exchange(nAnnounced, nTotal);
+        Publish(EventsDropped{eReason, nNew, nTotal});
+    }
+}
+
+void RunJournal::Count(const InputUnusable&) {
+    const MutexLock lock(m_mutex);
+    ++m_counters.nUnusable;
+}
+
+void RunJournal::Count(const LaunchCounters& counters) {
+    const MutexLock lock(m_mutex);
+    m_launches = counters;
+}
+
+void RunJournal::Count(const FileCounters& counters) {
+    const MutexLock lock(m_mutex);
+    m_files = counters;
+}
+
+void RunJournal::Count(const LaunchCaptured& event) {
+    m_programs.SetStarter(event.launch.creation.strPath, event.launch.strStarter);
+}
+
+void RunJournal::Count(const BatchReported& event) {
+    m_ledger.Send(event.batch.nNumber, event.batch.strBody, event.batch.nEvents);
+}
+
+void RunJournal::Count(const BatchDelivered& event) {
+    if (event.nResult != 0) {
+        m_ledger.Refuse(event.batch.nNumber);
+    }
+    const MutexLock lock(m_mutex);
+    if (event.nResult == 0) {
+        ++m_counters.nMessages;
+        m_counters.nCopies += event.batch.nCopies;
+        m_counters.nEvents += event.batch.nEvents;
+    } else {
+        ++m_counters.nNotDelivered;
+    }
+}
+
+void RunJournal::Count(const QueryReceived& event) {
+    const CloudQuery& query = event.query;
+    const QueryFate eFate = event.eFate;
+    const bool bHashed = query.strFunc == module_facts::CONTEXT_LAUNCHES ||
+                         query.strFunc == module_facts::FUNC_MAKER;
+    const uint64_t nBytes = bHashed ? FileSize(query.strPath) : 0;
+    const MutexLock lock(m_mutex);
+    ++m_counters.nQueries;
+    m_counters.nHashedBytes += nBytes;
+    m_counters.lastWork = Clock::now();
+    m_counters.nAnswers += eFate == QUERY_ANSWERED ? 1 : 0;
+    m_counters.nKnown += eFate == QUERY_KNOWN ? 1 : 0;
+    m_counters.nNoKey += eFate == QUERY_NO_KEY ? 1 : 0;
+    m_counters.nLost += HasNoVerdict(eFate) ? 1 : 0;
+    if (eFate == QUERY_ANSWERED) {
+        ++m_counters.answersByLevel[event.verdict.nLevel];
+    }
+    if (eFate == QUERY_ANSWERED || eFate == QUERY_KNOWN) {
+        ++m_counters.queriesByLevel[event.verdict.nLevel];
+        if (event.verdict.nLevel == verdict_level::PACKAGED) {
+            ++m_counters.queriesByPackage[event.verdict.strOwner];
+        }
+    }
+}
+
+void RunJournal::Count(const ModuleNoted& event) {
+    const ModuleNote eNote = event.note.eNote;
+    const bool bHashed = eNote == NOTE_CACHED && event.note.eQuestion == QUESTION_LAUNCH;
+    const uint64_t nBytes = bHashed ? FileSize(event.note.strText) : 0;
+    const MutexLock lock(m_mutex);
+    m_counters.nAnalysed += eNote == NOTE_ANALYSED ? 1 : 0;
+    m_counters.nCached += eNote == NOTE_CACHED ? 1 : 0;
+    m_counters.nNoStat += eNote == NOTE_NO_STAT ? 1 : 0;
+    m_counters.nNoHash += eNote == NOTE_NO_HASH ? 1 : 0;
+    m_counters.nNotSent += eNote == NOTE_NOT_SENT ? 1 : 0;
+    m_counters.nHashedBytes += nBytes;
+    m_counters.lastWork = Clock::now();
+    if (!m_counters.firstWork) {
+        m_counters.firstWork = m_counters.lastWork;
+    }
+}
+
+void RunJournal::Count(const CentreRecord&) {
+    const MutexLock lock(m_mutex);
+    ++m_counters.nCentre;
+}
+
+void RunJournal::Follow(const QueryReceived& event) {
+    const CloudQuery& query = event.query;
+    const ModuleSign sign = SignOf(query);
+    const std::optional<ModuleQuestion> question = m_ledger.Hear(sign);
+    if (!m_bJudge || HasNoVerdict(event.eFate)) {
+        return;
+    }
+    const bool bLaunch = sign.eKind == QUESTION_LAUNCH;
+    const std::string strSubject = question ? question->strFile : query.strPath;
+    const std::string strProgram = bLaunch              ? strSubject
+                                   : question           ? question->strProgram
+                                   : sign.bNamesProgram ? query.strPath
+                                                        : "";
+    Verdict verdict = event.verdict;
+    if (event.eFate != QUERY_NO_KEY) {
+        m_programs.SetVerdict(strProgram, verdict);
+    } else if (!strProgram.empty()) {
+        verdict = m_programs.VerdictOf(strProgram);
+    }
+    const std::string strBy = bLaunch ? m_programs.Starter(strSubject) : strProgram;
+    Publish(ProgramJudged{bLaunch ? "launch" : query.strEvent, strSubject, strProgram, strBy,
+                          verdict, false, event.eFate == QUERY_ANSWERED});
+}
+
+void RunJournal::Follow(const ModuleNoted& event) {
+    const ModuleRecord& note = event.note;
+    if (note.eNote == NOTE_ANALYSED) {
+        m_ledger.Begin(note.strText);
+        return;
+    }
+    if (note.eNote == NOTE_NOT_SENT) {
+        return;  // names nothing
+    }
+    const std::optional<ModuleQuestion> question = m_ledger.Hear(SignOf(note));
+    if (!m_bJudge || note.eNote != NOTE_CACHED) {
+        return;
+    }
+    const bool bLaunch = note.eQuestion == QUESTION_LAUNCH;
+    const std::string strProgram = bLaunch ? note.strText : question ? question->strProgram : "";
+    const Verdict verdict = m_programs.VerdictOf(strProgram);
+    const std::string strBy = bLaunch ? m_programs.Starter(note.strText) : strProgram;
+    Publish(ProgramJudged{expected_queries::EventOf(note.eQuestion, note.strOperation),
+                          note.strText, strProgram, strBy, verdict, true, false});
+}

@@ -1,0 +1,160 @@
+#include "host/report/WatchLines.h"
+
+#include <cerrno>
+#include <string>
+#include <utility>
+
+#include "host/base/HumanText.h"
+#include "host/report/text/BalanceText.h"
+#include "host/verdict/VerdictLevel.h"
+
+namespace {
+
+std::string Counted(uint64_t nNumber, const char* pszOne, const char* pszMany) {
+    return std::to_string(nNumber) + " " + (nNumber == 1 ? pszOne : pszMany);
+}
+
+}  // namespace
+
+void WatchLines::OnEvent(const RunEvent& event, int64_t tmWhen) {
+    if (!std::visit([this](const auto& happened) { return Take(happened); }, event)) {
+        m_common.OnEvent(event, tmWhen);
+    }
+}
+
+bool WatchLines::Take(const RunBegun&) {
+    if (!m_bPlain) {
+        auto pScreen = std::make_unique<LiveScreen>(
+            m_output, [this] { return HeadNumbers(); }, [this] { m_output.Break(EIO); });
+        if (pScreen->Begin()) {
+            m_pScreen = std::move(pScreen);
+        }
+    }
+    return true;
+}
+
+bool WatchLines::Take(const PassBegun&) {
+    if (m_pScreen == nullptr) {
+        return false;
+    }
+    m_pScreen->State("watching");
+    return true;
+}
+
+bool WatchLines::Take(const RunProgressed& event) {
+    if (m_pScreen == nullptr) {
+        return false;
+    }
+    m_pScreen->State(event.strDoing == "delivering" ? "watching" : "ending: " + event.strDoing);
+    return true;
+}
+
+bool WatchLines::Take(const BalanceAsked& event) {
+    m_output.Line(balance_text::Text(m_output, event.balance));
+    return true;
+}
+
+bool WatchLines::Take(const RunEnding&) {
+    if (m_pScreen != nullptr) {
+        m_pScreen->End();
+    }
+    return true;
+}
+
+bool WatchLines::Take(const RunEnded& event) {
+    m_output.Line(balance_text::Text(m_output, event.balance));
+    return false;
+}
+
+bool WatchLines::Take(const LaunchUnresolved& event) {
+    const LaunchEvent& launch = event.event;
+    Show(verdict_row::Told("unresolvable", "launch",
+                           launch.strPath.empty() ? launch.strName : launch.strPath,
+                           "no path names its file, so it is not judged"));
+    return true;
+}
+
+bool WatchLines::Take(const LaunchesLost& event) {
+    Show(verdict_row::Told(
+        "lost", "launch", Counted(event.nLaunches, "launch", "launches"),
+        "the kernel's buffer was full; " + std::to_string(event.nTotal) + " since the start"));
+    return true;
+}
+
+bool WatchLines::Take(const FileQueueOverflowed& event) {
+    m_output.Line(text::ClockNow() +
+                  "  lost           file operations, the kernel's queue was full; " +
+                  Counted(event.nTotal, "time", "times") + " since the start");
+    return true;
+}
+
+bool WatchLines::Take(const SensorNotice& event) {
+    m_output.Complain(event.strText);
+    return true;
+}
+
+bool WatchLines::Take(const EventsDropped& event) {
+    static const char* const REASONS[] = {"the module's queue is full, or it takes no messages",
+                                          "the module could not store them"};
+    const VerdictRow row =
+        verdict_row::Told("lost", "event", Counted(event.nEvents, "event", "events"),
+                          std::string(REASONS[event.eReason]) + "; " +
+                              std::to_string(event.nTotal) + " since the start");
+    if (m_journal.HasEnded()) {
+        m_output.Line(verdict_row::Text(m_output, row));  // the screen is gone
+    } else {
+        Show(row);
+    }
+    return true;
+}
+
+// What has a verdict has the line of its judgement.
+bool WatchLines::Take(const QueryReceived& event) {
+    return event.eFate != QUERY_UNREADABLE && event.eFate != QUERY_NOT_DELIVERED;
+}
+
+bool WatchLines::Take(const ModuleNoted&) {
+    return true;
+}
+
+bool WatchLines::Take(const ProgramJudged& event) {
+    const bool bBad = verdict_level::ClassOf(event.verdict.nLevel) == verdict_level::CLASS_BAD;
+    m_nBadSeen += bBad ? 1 : 0;
+    if (bBad || !event.bCached || m_options.bVerbose || m_pScreen != nullptr) {
+        Show(verdict_row::Judged(event.strWhat, event.strSubject, event.strBy, event.verdict,
+                                 event.bCached));
+    }
+    return true;
+}
+
+void WatchLines::Show(const VerdictRow& row) {
+    if (m_pScreen != nullptr) {
+        m_pScreen->Add(row);
+    } else {
+        m_output.Line(verdict_row::Text(m_output, row));
+    }
+}
+
+ViewNumbers WatchLines::HeadNumbers() const {
+    const WatchBalance balance = m_journal.Balance(false);
+    const auto answers = [&balance](int nLevel) {
+        const auto found = balance.module.answersByLevel.find(nLevel);
+        return found == balance.module.answersByLevel.end() ? 0 : found->second;
+    };
+    ViewNumbers numbers;
+    numbers.nLaunches = balance.launches.nSensed;
+    numbers.nFiles = balance.files.nSensed;
+    numbers.nBacklogEvents = balance.events.nWaiting;
+    numbers.nBacklogMessages = balance.events.nWaitingMessages + balance.events.nEarlierWaiting;
+    numbers.nQueries = balance.module.nQueries;
+    numbers.nCached = balance.module.nCached;
+    numbers.nPackaged = answers(verdict_level::PACKAGED);
+    numbers.nAllowed = answers(verdict_level::ALLOWED);
+    numbers.nUnknown = answers(verdict_level::UNKNOWN);
+    numbers.nBlocked = answers(verdict_level::BLOCKED);
+    numbers.nBadSeen = m_nBadSeen;
+    numbers.nLost = balance.launches.nLost + balance.events.nRefused + balance.events.nNotStored;
+    numbers.nOverflows = balance.files.nOverflows;
+    numbers.nUnexplained = balance.Unexplained();
+    return numbers;
+}

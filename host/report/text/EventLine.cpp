@@ -1,0 +1,58 @@
+#include "host/report/text/EventLine.h"
+
+#include <cinttypes>
+
+#include "framework/base/CStr.h"
+#include "host/base/HumanText.h"
+
+namespace event_line {
+
+std::string Queue(const Console& output, const QueueLoad& load) {
+    static const char* const WORDS[] = {"has room again", "is nearly full", "is full"};
+    std::string strLine = text::ClockNow() + "  queue          " + WORDS[load.eState] + ": " +
+                          std::to_string(load.nRows) + " messages, " + text::Bytes(load.nBytes);
+    if (load.nRefusedMessages > 0) {
+        strLine += "; refused so far " + std::to_string(load.nRefusedMessages) + " messages with " +
+                   std::to_string(load.nRefusedEvents) + " events";
+    }
+    const auto eColour = load.eState == QUEUE_FULL ? Console::COLOUR_RED : Console::COLOUR_YELLOW;
+    return output.Paint(load.eState == QUEUE_NORMAL ? Console::COLOUR_NONE : eColour, strLine);
+}
+
+std::string Centre(const CentreRecord& record) {
+    return text::ClockNow() + "  centre         record of type " + std::to_string(record.nMsgType) +
+           ", " + std::to_string(record.nBytes) + " bytes";
+}
+
+std::string Input(const InputUnusable& input) {
+    const std::string strWhere =
+        input.nNumber == 0 ? ""
+                           : input.strSource + ", line " + std::to_string(input.nNumber) + ": ";
+    return strWhere + input.strReason;
+}
+
+std::string Progress(const std::string& strDoing, const RunCounters& counters) {
+    return CStr::stdformat("%s: %" PRIu64 " delivered, %" PRIu64 " looked at, %" PRIu64
+                           " queries, %" PRIu64 " from cache, %s hashed",
+                           strDoing.c_str(), counters.nMessages, counters.nAnalysed,
+                           counters.nQueries, counters.nCached,
+                           text::Bytes(counters.nHashedBytes).c_str());
+}
+
+const char* FateWord(QueryFate eFate) {
+    switch (eFate) {
+        case QUERY_ANSWERED:
+            return "answered";
+        case QUERY_KNOWN:
+            return "known";
+        case QUERY_NO_KEY:
+            return "no key";
+        case QUERY_UNREADABLE:
+            return "unreadable";
+        case QUERY_NOT_DELIVERED:
+            return "not delivered";
+    }
+    return "";
+}
+
+}  // namespace event_line

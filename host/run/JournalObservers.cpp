@@ -1,0 +1,47 @@
+#include "host/run/JournalObservers.h"
+
+void ModuleObserver::OnQuery(const CloudQuery& query, QueryFate eFate, const Verdict& verdict) {
+    m_journal.Record(QueryReceived{query, eFate, verdict});
+}
+
+void ModuleObserver::OnModuleNote(const ModuleRecord& note) {
+    m_journal.Record(ModuleNoted{note});
+}
+
+std::string ModuleObserver::OnMessage(const Guid& /*sender*/, int64_t nMsgType,
+                                      const std::string& strBody) {
+    m_journal.Record(CentreRecord{nMsgType, strBody.size()});
+    return "";
+}
+
+void SensorObserver::OnLaunch(const Launch& launch) {
+    m_journal.Record(LaunchCaptured{launch});
+}
+
+void SensorObserver::OnUnresolvable(const LaunchEvent& event) {
+    m_journal.Record(LaunchUnresolved{event});
+}
+
+void SensorObserver::OnLost(uint64_t nLost, uint64_t nTotal) {
+    m_journal.Record(LaunchesLost{nLost, nTotal});
+}
+
+void SensorObserver::OnCounters(const LaunchCounters& counters) {
+    m_journal.Record(counters);
+}
+
+void SensorObserver::OnOperation(const FileOperation& operation) {
+    m_journal.Record(FileOperationCaptured{operation});
+}
+
+void SensorObserver::OnOverflow(uint64_t nTimes, uint64_t nTotal) {
+    m_journal.Record(FileQueueOverflowed{nTimes, nTotal});
+}
+
+void SensorObserver::OnFileCounters(const FileCounters& counters) {
+    m_journal.Record(counters);
+}
+
+void SensorObserver::OnNotice(const std::string& strText) {
+    m_journal.Record(SensorNotice{strText});
+}

@@ -1,0 +1,50 @@
+// What observers of the module, the cloud and the sensors are called with, recorded in the journal.
+//
+// Threads: as the observers. Errors: none but std::bad_alloc.
+// Ownership: the journal must outlive them.
+#ifndef HOST_RUN_JOURNALOBSERVERS_H
+#define HOST_RUN_JOURNALOBSERVERS_H
+
+#include <string>
+#include <vector>
+
+#include "host/account/RunJournal.h"
+#include "host/cloud/CloudEndpoint.h"
+#include "host/transport/IEndpoint.h"
+
+// Of the module: its log, its queries, and what it sends to the centre, which answers nothing.
+class ModuleObserver : public ICloudObserver, public IModuleLogObserver, public IEndpoint {
+public:
+    explicit ModuleObserver(RunJournal& journal) : m_journal(journal) {}
+
+    void OnQuery(const CloudQuery& query, QueryFate eFate, const Verdict& verdict) override;
+    void OnModuleNote(const ModuleRecord& note) override;
+    std::string OnMessage(const Guid& sender, int64_t nMsgType,
+                          const std::string& strBody) override;
+
+private:
+    RunJournal& m_journal;
+};
+
+// Of the sensors. Their batches are recorded where they are delivered.
+class SensorObserver : public ILaunchObserver, public IFileObserver {
+public:
+    explicit SensorObserver(RunJournal& journal) : m_journal(journal) {}
+
+    void OnLaunch(const Launch& launch) override;
+    void OnUnresolvable(const LaunchEvent& event) override;
+    void OnLost(uint64_t nLost, uint64_t nTotal) override;
+    void OnBatch(const EventBatch&, std::vector<std::string>) override {}
+    void OnCounters(const LaunchCounters& counters) override;
+
+    void OnOperation(const FileOperation& operation) override;
+    void OnOverflow(uint64_t nTimes, uint64_t nTotal) override;
+    void OnOperations(const EventBatch&, std::vector<FileOperation>) override {}
+    void OnFileCounters(const FileCounters& counters) override;
+    void OnNotice(const std::string& strText) override;
+
+private:
+    RunJournal& m_journal;
+};
+
+#endif

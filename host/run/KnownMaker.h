@@ -1,0 +1,18 @@
+// Whether the module skips a pipe without a sign: its maker has a good verdict in the module's
+// cache.
+//
+// Threads: any. Errors: none but std::bad_alloc; a cache that cannot be read knows nobody.
+// Ownership: the service must outlive the answer.
+#ifndef HOST_RUN_KNOWNMAKER_H
+#define HOST_RUN_KNOWNMAKER_H
+
+#include <string>
+
+#include "host/account/EventLedger.h"
+#include "host/verdict/VerdictService.h"
+
+// strCacheFile: the module's cache database.
+EventLedger::KnownMaker MakeKnownMaker(const VerdictService& service,
+                                       const std::string& strCacheFile);
+
+#endif

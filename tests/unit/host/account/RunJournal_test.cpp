@@ -1,0 +1,212 @@
+#include "host/account/RunJournal.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tests/support/TestDir.h"
+#include "tests/support/host/RunHappenings.h"
+
+using testing::ElementsAre;
+
+namespace {
+
+// The names of what it hears of.
+class NamingListener : public IRunListener {
+public:
+    void OnEvent(const RunEvent& event, int64_t /*tmWhen*/) override {
+        if (const auto* pJudged = std::get_if<ProgramJudged>(&event)) {
+            heard.push_back("judged " + pJudged->strSubject + " by " + pJudged->strBy + " " +
+                            std::to_string(pJudged->verdict.nLevel) +
+                            (pJudged->bCached ? " cached" : "") +
+                            (pJudged->bAnswered ? " answered" : ""));
+        } else if (const auto* pDropped = std::get_if<EventsDropped>(&event)) {
+            heard.push_back("dropped " + std::to_string(pDropped->nEvents) + " of " +
+                            std::to_string(pDropped->nTotal));
+        } else if (std::holds_alternative<QueryReceived>(event)) {
+            heard.push_back("query");
+        } else if (std::holds_alternative<RunEnding>(event)) {
+            heard.push_back("ending");
+        } else if (const auto* pEnded = std::get_if<RunEnded>(&event)) {
+            heard.push_back("ended, unexplained " + std::to_string(pEnded->balance.Unexplained()));
+        }
+    }
+    std::vector<std::string> heard;
+};
+
+class RunJournalTest : public testing::Test {
+protected:
+    RunJournalTest() { m_journal.AddListener(m_listener); }
+
+    const TestDir m_dir;
+    VerdictService m_service;
+    RunJournal m_journal{m_service, {}, true};
+    NamingListener m_listener;
+};
+
+}  // namespace
+
+TEST_F(RunJournalTest, AProgramIsJudgedAfterItsQueryAndAgainWhereTheModuleKnowsIt) {
+    const std::string strProgram = m_dir.WriteFile("program", "x", 0755);
+    m_journal.Record(LaunchCaptured{Started(strProgram, "/bin/shell")});
+    m_journal.Record(QueryReceived{LaunchQuery(strProgram), QUERY_ANSWERED, Verdict{70, "", ""}});
+    m_journal.Record(ModuleNoted{ModuleRecord{NOTE_CACHED, strProgram, QUESTION_LAUNCH}});
+
+    EXPECT_THAT(m_listener.heard,
+                ElementsAre("query", "judged " + strProgram + " by /bin/shell 70 answered",
+                            "judged " + strProgram + " by /bin/shell 70 cached"));
+}
+
+TEST_F(RunJournalTest, WithoutJudgementsAQueryIsNoMoreThanAQuery) {
+    RunJournal journal(m_service, {}, false);
+    journal.AddListener(m_listener);
+    journal.Record(QueryReceived{LaunchQuery("/bin/a"), QUERY_ANSWERED, Verdict{70, "", ""}});
+    journal.Record(ModuleNoted{ModuleRecord{NOTE_CACHED, "/bin/a", QUESTION_LAUNCH}});
+
+    EXPECT_THAT(m_listener.heard, ElementsAre("query"));
+}
+
+TEST_F(RunJournalTest, DroppedEventsAreAnnouncedOnceAndBeforeTheEnd) {
+    m_journal.Record(BatchReported{OneLaunch(1, "/bin/a")});
+    m_journal.Record(BatchDelivered{OneEvent(1), 1});
+    m_journal.Progress("delivering");
+    m_journal.Progress("delivering");
+    m_journal.Record(BatchReported{OneLaunch(2, "/bin/a")});
+    m_journal.Record(BatchReported{OneLaunch(3, "/bin/a")});
+    RunEnd end;
+    end.queueDepth = 0;
+    m_journal.End(end);
+
+    EXPECT_THAT(m_listener.heard,
+                ElementsAre("dropped 1 of 1", "ending", "dropped 2 of 2", "ended, unexplained 3"));
+}
+
+TEST_F(RunJournalTest, QueriesAreCountedByFateLevelAndPackage) {
+    const std::string strProgram = m_dir.WriteFile("program", "12345", 0755);
+
+    m_journal.Record(QueryReceived{LaunchQuery(strProgram), QUERY_ANSWERED,
+                                   Verdict{10, "packages", "coreutils"}});
+    m_journal.Record(
+        QueryReceived{LaunchQuery(strProgram), QUERY_KNOWN, Verdict{10, "packages", "coreutils"}});
+    m_journal.Record(QueryReceived{LaunchQuery("/gone"), QUERY_NO_KEY, Verdict{}});
+    m_journal.Record(QueryReceived{LaunchQuery("/gone"), QUERY_UNREADABLE, Verdict{}});
+    m_journal.Record(QueryReceived{LaunchQuery("/gone"), QUERY_NOT_DELIVERED, Verdict{}});
+
+    RunCounters counters = m_journal.PassCounters();
+    EXPECT_EQ(5u, counters.nQueries);
+    EXPECT_EQ(1u, counters.nAnswers);
+    EXPECT_EQ(1u, counters.nKnown);
+    EXPECT_EQ(1u, counters.nNoKey);
+    EXPECT_EQ(2u, counters.nLost);
+    EXPECT_EQ(10u, counters.nHashedBytes);
+    EXPECT_EQ(1u, counters.answersByLevel[10]);
+    EXPECT_EQ(2u, counters.queriesByLevel[10]);
+    EXPECT_EQ(2u, counters.queriesByPackage["coreutils"]);
+}
+
+TEST_F(RunJournalTest, NotesOfTheModuleAreCounted) {
+    const std::string strProgram = m_dir.WriteFile("program", "12345", 0755);
+
+    m_journal.Record(ModuleNoted{ModuleRecord{NOTE_ANALYSED, "", QUESTION_NONE}});
+    m_journal.Record(ModuleNoted{ModuleRecord{NOTE_CACHED, strProgram, QUESTION_LAUNCH}});
+    m_journal.Record(ModuleNoted{
+        ModuleRecord{NOTE_CACHED, strProgram, QUESTION_FILE}});  // a touched file was not hashed
+    m_journal.Record(ModuleNoted{ModuleRecord{NOTE_NO_STAT, "/a", QUESTION_LAUNCH}});
+    m_journal.Record(ModuleNoted{ModuleRecord{NOTE_NO_HASH, "/b", QUESTION_LAUNCH}});
+    m_journal.Record(ModuleNoted{ModuleRecord{NOTE_NOT_SENT, "", QUESTION_NONE}});
+
+    const RunCounters counters = m_journal.PassCounters();
+    EXPECT_EQ(1u, counters.nAnalysed);
+    EXPECT_EQ(2u, counters.nCached);
+    EXPECT_EQ(5u, counters.nHashedBytes);
+    EXPECT_EQ(1u, counters.nNoStat);
+    EXPECT_EQ(1u, counters.nNoHash);
+    EXPECT_EQ(1u, counters.nNotSent);
+}
+
+TEST_F(RunJournalTest, WhatIsOnItsWayIsUnexplainedOnlyAtTheEnd) {
+    LaunchCounters counters;
+    counters.nSensed = 3;
+    counters.nPrograms = 1;
+    m_journal.Record(counters);
+    const EventBatch batch = OneLaunch(1, m_dir.WriteFile("a", "x", 0755));
+    m_journal.Record(BatchReported{batch});
+    m_journal.Record(ModuleNoted{ModuleRecord{NOTE_ANALYSED, batch.strBody}});
+
+    EXPECT_EQ(0u, m_journal.Balance(false).Unexplained());
+    EXPECT_EQ(3u, m_journal.Balance(true).Unexplained());  // two launches and one event
+}
+
+TEST_F(RunJournalTest, ACleanRunOfBothKindsLeavesNothingUnexplained) {
+    const std::string strProgram = m_dir.WriteFile("a", "x", 0755);
+    LaunchCounters launches;
+    launches.nSensed = launches.nPrograms = 1;
+    m_journal.Record(launches);
+    FileCounters files;
+    files.nSensed = 3;
+    files.nElsewhere = 1;
+    files.nTold = 2;
+    m_journal.Record(files);
+    const EventBatch batch = OneLaunch(1, strProgram);
+    m_journal.Record(BatchReported{batch});
+    EventBatch interesting = OneEvent(2);
+    interesting.strBody = FileMessage("remove", "/etc/cron.d/x", strProgram);
+    m_journal.Record(BatchReported{interesting});
+    EventBatch boring = OneEvent(3);
+    boring.strBody = FileMessage("write", "/tmp/x", strProgram);
+    m_journal.Record(BatchReported{boring});
+
+    m_journal.Record(ModuleNoted{ModuleRecord{NOTE_ANALYSED, batch.strBody}});
+    m_journal.Record(
+        QueryReceived{LaunchQuery(strProgram), QUERY_ANSWERED, Verdict{10, "packages", "x"}});
+    m_journal.Record(ModuleNoted{ModuleRecord{NOTE_ANALYSED, interesting.strBody}});
+    EXPECT_EQ(3u, m_journal.Balance(true).Delivered());
+    EXPECT_EQ(1u, m_journal.Balance(true).Unexplained());
+    m_journal.Record(
+        ModuleNoted{ModuleRecord{NOTE_CACHED, "/etc/cron.d/x", QUESTION_FILE, "remove"}});
+    m_journal.Record(ModuleNoted{ModuleRecord{NOTE_ANALYSED, boring.strBody}});
+
+    EXPECT_EQ(0u, m_journal.Balance(true).Unexplained());
+    EXPECT_EQ(1u, m_journal.Balance(true).events.nNoInterest);
+}
+
+TEST_F(RunJournalTest, AFileOperationThatWasNeverHandedOverIsUnexplained) {
+    FileCounters files;
+    files.nSensed = files.nTold = 1;
+    m_journal.Record(files);
+
+    EXPECT_EQ(1u, m_journal.Balance(false).Unexplained());
+}
+
+TEST_F(RunJournalTest, NumbersThatDoNotAddUpAreUnexplained) {
+    LaunchCounters counters;
+    counters.nSensed = 1;
+    counters.nPrograms = 2;
+    m_journal.Record(counters);
+
+    EXPECT_EQ(3u, m_journal.Balance(false).Unexplained());  // one told twice, two not handed over
+}
+
+TEST_F(RunJournalTest, AMessageThatIsNotInTheQueueAtTheEndWasNotStored) {
+    LaunchCounters counters;
+    counters.nSensed = counters.nPrograms = 1;
+    m_journal.Record(counters);
+    m_journal.Record(BatchReported{OneLaunch(1, "/bin/a")});
+    RunEnd end;
+    end.queueDepth = 0;
+
+    m_journal.End(end);
+
+    EXPECT_EQ(1u, m_journal.Balance(true).events.nNotStored);
+    EXPECT_EQ(0u, m_journal.Balance(true).Unexplained());
+}
+
+TEST_F(RunJournalTest, ARefusedMessageIsExplained) {
+    LaunchCounters counters;
+    counters.nSensed = counters.nPrograms = 1;
+    m_journal.Record(counters);
+    m_journal.Record(BatchReported{OneLaunch(1, "/bin/a")});
+    m_journal.Record(BatchDelivered{OneEvent(1), 1});
+
+    EXPECT_EQ(1u, m_journal.Balance(true).events.nRefused);
+    EXPECT_EQ(0u, m_journal.Balance(true).Unexplained());
+}

@@ -1,0 +1,116 @@
+#include "host/report/WatchLines.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tests/support/StdoutCapture.h"
+#include "tests/support/TestDir.h"
+#include "tests/support/host/RunHappenings.h"
+#include "tests/unit/host/report/ReportedRun.h"
+
+using testing::HasSubstr;
+using testing::Not;
+
+namespace {
+
+class WatchLinesTest : public testing::Test {
+protected:
+    std::string LastLine() const {
+        const auto lines = m_standardOutput.Lines();
+        return lines.empty() ? "" : lines.back();
+    }
+
+    TestDir m_dir;
+    const StdoutCapture m_standardOutput;
+    Console m_output;
+    HostOptions m_options;
+    VerdictService m_service;
+    ReportedRun m_report{m_output, m_options, m_service, true};
+};
+
+}  // namespace
+
+TEST_F(WatchLinesTest, EveryVerdictHasALineThatNamesTheStarter) {
+    m_report.OnLaunch(Started("/bin/a", "/bin/shell"));
+    m_report.OnQuery(LaunchQuery("/bin/a"), QUERY_ANSWERED, {10, "packages", "coreutils"});
+
+    EXPECT_EQ("  packaged   10  launch       /bin/a  by /bin/shell  coreutils (packages)",
+              LastLine().substr(8));
+}
+
+TEST_F(WatchLinesTest, AFileOperationIsShownWithTheVerdictOnTheProgramThatDidIt) {
+    m_report.OnModuleNote({NOTE_ANALYSED, FileMessage("create", "/etc/cron.d/x", "/bin/actor")});
+    CloudQuery query;
+    query.strPath = "/etc/cron.d/x";
+    query.strFunc = "cloudfd";
+    query.strEvent = "FileCreate";
+    m_report.OnQuery(query, QUERY_NO_KEY, {});
+
+    EXPECT_EQ("  unknown    40  FileCreate   /etc/cron.d/x  by /bin/actor", LastLine().substr(8));
+}
+
+TEST_F(WatchLinesTest, ABadProgramIsShownEveryTimeAlsoWhenTheModuleSkipsIt) {
+    const std::string strBad = m_dir.WriteFile("bad", "x", 0755);
+    m_report.OnQuery(LaunchQuery(strBad), QUERY_ANSWERED, {70, "block list", "x"});
+    m_report.OnModuleNote({NOTE_CACHED, strBad, QUESTION_LAUNCH});
+    EXPECT_EQ("  blocked    70  launch       " + strBad + "  x (block list)  cached",
+              LastLine().substr(8));
+
+    m_report.OnQuery(LaunchQuery("/bin/good"), QUERY_ANSWERED, {10, "packages", "x"});
+    const size_t nLines = m_standardOutput.Lines().size();
+    m_report.OnModuleNote({NOTE_CACHED, "/bin/good", QUESTION_LAUNCH});
+    EXPECT_EQ(nLines, m_standardOutput.Lines().size());
+}
+
+TEST_F(WatchLinesTest, ABadProgramIsShownEveryTimeItTouchesAFile) {
+    const std::string strBad = m_dir.WriteFile("bad", "x", 0755);
+    m_report.OnQuery(LaunchQuery(strBad), QUERY_ANSWERED, {70, "block list", "x"});
+    m_report.OnModuleNote({NOTE_ANALYSED, FileMessage("write", "/etc/cron.d/x", strBad)});
+    m_report.OnModuleNote({NOTE_CACHED, "/etc/cron.d/x", QUESTION_FILE, "write"});
+    EXPECT_EQ(
+        "  blocked    70  FileModify   /etc/cron.d/x  by " + strBad + "  x (block list)  cached",
+        LastLine().substr(8));
+
+    m_report.UseJson();
+    m_report.OnModuleNote({NOTE_ANALYSED, FileMessage("write", "/etc/cron.d/x", strBad)});
+    m_report.OnModuleNote({NOTE_CACHED, "/etc/cron.d/x", QUESTION_FILE, "write"});
+    EXPECT_THAT(LastLine(), HasSubstr(R"("path":")" + strBad +
+                                      R"(","level":70,"what":"FileModify","file":"/etc/cron.d/x")"
+                                      R"(,"cached":true})"));
+}
+
+TEST_F(WatchLinesTest, LossesAndUnresolvableLaunchesAreRecords) {
+    LaunchEvent event;
+    event.strName = "a\nb";
+    m_report.OnUnresolvable(event);
+    EXPECT_EQ("  unresolvable   launch       a\\x0Ab  no path names its file, so it is not judged",
+              LastLine().substr(8));
+    m_report.OnLost(3, 5);
+    EXPECT_EQ(
+        "  lost           launch       3 launches  the kernel's buffer was full; 5 since the start",
+        LastLine().substr(8));
+
+    m_report.UseJson();
+    m_report.OnLost(3, 5);
+    EXPECT_THAT(LastLine(), HasSubstr(R"("launches":3,"total":5})"));
+}
+
+TEST_F(WatchLinesTest, EventsThatTheModuleDidNotGetHaveALine) {
+    m_report.OnReported(OneLaunch(1, "/bin/a"));
+    m_report.OnDelivered(OneEvent(1), 1);
+    m_report.Progress("delivering");
+
+    EXPECT_THAT(LastLine(), HasSubstr("1 event"));
+    EXPECT_THAT(LastLine(), HasSubstr("1 since the start"));
+}
+
+TEST_F(WatchLinesTest, AQueueThatWasFullIsTold) {
+    m_report.OnOverflow(1, 2);
+    EXPECT_EQ(
+        "  lost           file operations, the kernel's queue was full; 2 times since the start",
+        LastLine().substr(8));
+
+    m_report.UseJson();
+    m_report.OnOverflow(1, 3);
+    EXPECT_THAT(LastLine(), HasSubstr(R"("times":1,"total":3})"));
+}
