@@ -113,6 +113,7 @@ GOOD = [
     {"host/a/a.cpp": "\n" * 300},
     {f"host/a/{n}.{suffix}": "" for n in range(15) for suffix in ("h", "cpp")},
     {f"host/a/{n}.h": "\n" * 200 for n in range(13)},
+    {"host/transport/Router.cpp": "\n" * 310},
 ]
 BAD = [
     ({"a.cpp": function_of(81)}, "a function of 81 lines"),
@@ -124,6 +125,8 @@ BAD = [
     ({"a.cpp": "\n" * 601}, "601 lines, 600 at most"),
     ({"a.h": "\n" * 201}, "201 lines, 200 at most"),
     ({"host/a/a.cpp": "\n" * 301}, "301 lines, 300 at most in a room"),
+    ({"host/transport/Router.cpp": "\n" * 311}, "311 lines, 310 at most"),
+    ({"host/transport/Router.cpp": "\n" * 300}, "so it is no exception"),
     ({f"host/a/{n}.h": "" for n in range(16)}, "host/a: 16 units, 15 at most"),
     ({f"host/a/{n}.h": "\n" * 187 for n in range(14)}, "host/a: 2618 lines, 2600 at most"),
 ]
