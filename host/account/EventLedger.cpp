@@ -38,23 +38,26 @@ void EventLedger::SetEarlier(uint64_t nMessages) {
     m_state.nEarlierWaiting = nMessages;
 }
 
-void EventLedger::Send(uint64_t nNumber, const std::string& strBody, uint64_t nEvents) {
+void EventLedger::Send(uint64_t nNumber, const std::string& strBody, uint64_t nEvents,
+                       uint64_t nCopies) {
     const size_t nHash = std::hash<std::string>()(strBody);
     const MutexLock lock(m_mutex);
     m_state.nSent += nEvents;
     m_state.nWaiting += nEvents;
-    m_waiting.push_back({nNumber, nHash, nEvents});
+    for (uint64_t i = 0; i < nCopies; ++i) {
+        m_waiting.push_back({nNumber, nHash, nEvents / nCopies});
+    }
 }
 
 void EventLedger::Refuse(uint64_t nNumber) {
     const MutexLock lock(m_mutex);
-    const auto found =
-        std::find_if(m_waiting.begin(), m_waiting.end(),
-                     [nNumber](const Message& message) { return message.nNumber == nNumber; });
-    if (found != m_waiting.end()) {
-        m_state.nRefused += found->nEvents;
-        m_state.nWaiting -= found->nEvents;
-        m_waiting.erase(found);
+    const auto isOfMessage = [nNumber](const Message& message) {
+        return message.nNumber == nNumber;
+    };
+    for (auto it = std::find_if(m_waiting.begin(), m_waiting.end(), isOfMessage);
+         it != m_waiting.end() && isOfMessage(*it); it = m_waiting.erase(it)) {
+        m_state.nRefused += it->nEvents;
+        m_state.nWaiting -= it->nEvents;
     }
 }
 

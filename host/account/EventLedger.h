@@ -78,8 +78,9 @@ public:
 
     // Before the module starts: messages that wait from earlier runs.
     void SetEarlier(uint64_t nMessages);
-    // Before message nNumber, with so many events, is handed to the router.
-    void Send(uint64_t nNumber, const std::string& strBody, uint64_t nEvents);
+    // Before message nNumber is handed to the router, which will be stored nCopies times with so
+    // many events in all.
+    void Send(uint64_t nNumber, const std::string& strBody, uint64_t nEvents, uint64_t nCopies = 1);
     void Refuse(uint64_t nNumber);
     // [the module's thread] The module begins with this message now.
     void Begin(const std::string& strBody, Clock::time_point now = Clock::now());

@@ -47,10 +47,10 @@ ModuleSign SignOf(const ModuleRecord& note) {
 }  // namespace
 
 RunJournal::RunJournal(const VerdictService& service, EventLedger::KnownMaker fnKnownMaker,
-                       bool bJudge)
+                       bool bWatch)
     : m_programs(service),
       m_ledger(std::move(fnKnownMaker)),
-      m_bJudge(bJudge),
+      m_bWatch(bWatch),
       m_passBegun(Clock::now()),
       m_runBegun(m_passBegun) {}
 
@@ -122,6 +122,9 @@ WatchBalance RunJournal::Balance(bool bFinal) const {
     const MutexLock lock(m_mutex);
     balance.launches = m_launches;
     balance.files = m_files;
+    if (!m_bWatch) {
+        balance.input = m_nInput;
+    }
     return balance;
 }
 
@@ -178,7 +181,10 @@ void RunJournal::Count(const LaunchCaptured& event) {
 }
 
 void RunJournal::Count(const BatchReported& event) {
-    m_ledger.Send(event.batch.nNumber, event.batch.strBody, event.batch.nEvents);
+    const EventBatch& batch = event.batch;
+    m_ledger.Send(batch.nNumber, batch.strBody, batch.nEvents, batch.nCopies);
+    const MutexLock lock(m_mutex);
+    m_nInput += batch.nEvents;
 }
 
 void RunJournal::Count(const BatchDelivered& event) {
@@ -246,7 +252,7 @@ void RunJournal::Follow(const QueryReceived& event) {
     const CloudQuery& query = event.query;
     const ModuleSign sign = SignOf(query);
     const std::optional<ModuleQuestion> question = m_ledger.Hear(sign);
-    if (!m_bJudge || HasNoVerdict(event.eFate)) {
+    if (!m_bWatch || HasNoVerdict(event.eFate)) {
         return;
     }
     const bool bLaunch = sign.eKind == QUESTION_LAUNCH;
@@ -276,7 +282,7 @@ void RunJournal::Follow(const ModuleNoted& event) {
         return;  // names nothing
     }
     const std::optional<ModuleQuestion> question = m_ledger.Hear(SignOf(note));
-    if (!m_bJudge || note.eNote != NOTE_CACHED) {
+    if (!m_bWatch || note.eNote != NOTE_CACHED) {
         return;
     }
     const bool bLaunch = note.eQuestion == QUESTION_LAUNCH;

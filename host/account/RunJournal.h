@@ -24,9 +24,9 @@ public:
     // Of passes that ended, the first few are kept whole.
     static constexpr size_t PASSES_KEPT = 6;
 
-    // bJudge: ProgramJudged follows from queries and skips. It costs a look at the program, and its
-    // digest where the verdict on it is not known here.
-    RunJournal(const VerdictService& service, EventLedger::KnownMaker fnKnownMaker, bool bJudge);
+    // bWatch: sensors count what they captured, and ProgramJudged follows from queries and skips,
+    // which costs a look at the program, and its digest where the verdict on it is not known here.
+    RunJournal(const VerdictService& service, EventLedger::KnownMaker fnKnownMaker, bool bWatch);
 
     RunJournal(const RunJournal&) = delete;
     RunJournal& operator=(const RunJournal&) = delete;
@@ -78,7 +78,7 @@ private:
     std::vector<IRunListener*> m_listeners;
     ProgramVerdicts m_programs;
     EventLedger m_ledger;
-    const bool m_bJudge;
+    const bool m_bWatch;
     std::atomic<bool> m_bEnded{false};
     // Of the control thread.
     PassInfo m_pass;
@@ -93,6 +93,7 @@ private:
     RunCounters m_total TEV_GUARDED_BY(m_mutex);     // of the passes before
     LaunchCounters m_launches TEV_GUARDED_BY(m_mutex);
     FileCounters m_files TEV_GUARDED_BY(m_mutex);
+    uint64_t m_nInput TEV_GUARDED_BY(m_mutex) = 0;  // events reported, without sensors
 };
 
 #endif

@@ -1,10 +1,12 @@
-// The balance of a watch: what the kernel had, what became of each of it, and what does not add up.
+// The balance of a run: what the kernel or a recording had, what became of each of it, and what
+// does not add up.
 //
 // Threads: any; no state. Errors: none.
 #ifndef HOST_ACCOUNT_WATCHBALANCE_H
 #define HOST_ACCOUNT_WATCHBALANCE_H
 
 #include <cstdint>
+#include <optional>
 
 #include "host/account/EventLedger.h"
 #include "host/account/RunCounters.h"
@@ -17,10 +19,14 @@ struct WatchBalance {
     FileCounters files;
     LedgerState events;
     RunCounters module;
+    // Events in a recording or of a walk; nothing where sensors count what they captured.
+    std::optional<uint64_t> input;
     bool bFinal = false;  // nothing is on its way any more
 
     // Programs, scripts and file operations that were told.
-    uint64_t Told() const { return launches.nPrograms + launches.nScripts + files.nTold; }
+    uint64_t Told() const {
+        return input.value_or(launches.nPrograms + launches.nScripts + files.nTold);
+    }
     // Of these: in a batch in the making.
     uint64_t Batched() const { return launches.nBatched + files.nBatched; }
     // Of the messages that the router took: events of those whose delivery was not refused.

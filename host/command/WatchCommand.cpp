@@ -112,7 +112,7 @@ int WatchNow(const HostOptions& options, WatchArguments& arguments) {
     run.dSettleSeconds = SETTLE_SECONDS;
     run.nNoSourceCode = EXIT_CODE_SENSOR;
     run.bRefuseWhenFull = true;
-    run.bJudge = true;
+    run.bWatch = true;
     run.fnMakeListeners = [watch](Console& output, const HostOptions& global,
                                   const RunJournal& journal) {
         return MakeWatchListeners(output, global, journal, watch);

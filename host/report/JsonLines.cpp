@@ -47,10 +47,8 @@ void JsonLines::Write(const BalanceAsked& event, int64_t tmWhen) {
 }
 
 void JsonLines::WriteBalance(const WatchBalance& balance, int64_t tmWhen) {
-    if (m_bWatch) {
-        JsonObject record = Record("balance", tmWhen);
-        m_output.Line(balance_text::AddNumbers(record, balance).Text());
-    }
+    JsonObject record = Record("balance", tmWhen);
+    m_output.Line(balance_text::AddNumbers(record, balance).Text());
 }
 
 void JsonLines::Write(const RunEnded& event, int64_t tmWhen) {
@@ -125,10 +123,8 @@ void JsonLines::Write(const BatchDelivered& event, int64_t tmWhen) {
 
 void JsonLines::Write(const EventsDropped& event, int64_t tmWhen) {
     static const char* const NAMES[] = {"refused", "not_stored"};
-    if (m_bWatch) {
-        JsonObject record = Record(NAMES[event.eReason], tmWhen);
-        m_output.Line(record.Add("events", event.nEvents).Add("total", event.nTotal).Text());
-    }
+    JsonObject record = Record(NAMES[event.eReason], tmWhen);
+    m_output.Line(record.Add("events", event.nEvents).Add("total", event.nTotal).Text());
 }
 
 void JsonLines::Write(const QueueChanged& event, int64_t tmWhen) {

@@ -14,9 +14,8 @@
 
 class JsonLines : public IRunListener {
 public:
-    // bWatch: records of what only a watch has, its balance among them.
-    JsonLines(Console& output, const HostOptions& options, const RunJournal& journal, bool bWatch)
-        : m_output(output), m_options(options), m_journal(journal), m_bWatch(bWatch) {}
+    JsonLines(Console& output, const HostOptions& options, const RunJournal& journal)
+        : m_output(output), m_options(options), m_journal(journal) {}
 
     void OnEvent(const RunEvent& event, int64_t tmWhen) override;
 
@@ -48,7 +47,6 @@ private:
     Console& m_output;
     const HostOptions& m_options;
     const RunJournal& m_journal;
-    const bool m_bWatch;
     std::string
         m_strUnit;  // what is delivered: a "line", a "batch"; set before anything of the pass is
 };

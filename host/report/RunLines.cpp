@@ -1,5 +1,6 @@
 #include "host/report/RunLines.h"
 
+#include "host/report/text/BalanceText.h"
 #include "host/report/text/EventLine.h"
 #include "host/report/text/RunText.h"
 #include "host/verdict/VerdictLevel.h"
@@ -25,8 +26,13 @@ void RunLines::Write(const RunProgressed& event) {
     }
 }
 
+void RunLines::Write(const BalanceAsked& event) {
+    m_output.Line(balance_text::Text(m_output, event.balance));
+}
+
 void RunLines::Write(const RunEnded& event) {
     m_output.Progress("");
+    m_output.Line(balance_text::Text(m_output, event.balance));
     m_output.Line(run_text::SummaryHeading(m_output, event.end));
     m_output.Line(event.passes.size() > 1
                       ? run_text::PassTable(m_output, event.passes)
@@ -36,6 +42,10 @@ void RunLines::Write(const RunEnded& event) {
 
 void RunLines::Write(const InputUnusable& event) {
     m_output.Complain(event_line::Input(event));
+}
+
+void RunLines::Write(const EventsDropped& event) {
+    m_output.Line(verdict_row::Text(m_output, event_line::Dropped(event)));
 }
 
 void RunLines::Write(const QueueChanged& event) {

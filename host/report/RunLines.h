@@ -1,4 +1,5 @@
-// What happens in a run in lines for people: lines as it goes, a block for each pass, a summary.
+// What happens in a run in lines for people: lines as it goes, a block for each pass, a
+// balance and a summary.
 //
 // Threads: as IRunListener. Errors: none but std::bad_alloc.
 // Ownership: console, options and journal must outlive it.
@@ -22,8 +23,10 @@ private:
     void Write(const PassBegun& event);
     void Write(const PassEnded& event);
     void Write(const RunProgressed& event);
+    void Write(const BalanceAsked& event);
     void Write(const RunEnded& event);
     void Write(const InputUnusable& event);
+    void Write(const EventsDropped& event);
     void Write(const QueueChanged& event);
     void Write(const QueryReceived& event);
     void Write(const ModuleNoted& event);

@@ -9,7 +9,7 @@ RunListeners MakeRunListeners(Console& output, const HostOptions& options,
                               const RunJournal& journal) {
     RunListeners listeners;
     if (options.bJson) {
-        listeners.push_back(std::make_unique<JsonLines>(output, options, journal, false));
+        listeners.push_back(std::make_unique<JsonLines>(output, options, journal));
     } else {
         listeners.push_back(std::make_unique<RunLines>(output, options, journal));
     }
@@ -21,7 +21,7 @@ RunListeners MakeWatchListeners(Console& output, const HostOptions& options,
                                 const RunJournal& journal, const WatchOptions& watch) {
     RunListeners listeners;
     if (options.bJson) {
-        listeners.push_back(std::make_unique<JsonLines>(output, options, journal, true));
+        listeners.push_back(std::make_unique<JsonLines>(output, options, journal));
     } else {
         listeners.push_back(std::make_unique<WatchLines>(output, options, journal, watch.bPlain));
     }

@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "host/base/HumanText.h"
-#include "host/report/text/BalanceText.h"
+#include "host/report/text/EventLine.h"
 #include "host/verdict/VerdictLevel.h"
 
 namespace {
@@ -49,21 +49,11 @@ bool WatchLines::Take(const RunProgressed& event) {
     return true;
 }
 
-bool WatchLines::Take(const BalanceAsked& event) {
-    m_output.Line(balance_text::Text(m_output, event.balance));
-    return true;
-}
-
 bool WatchLines::Take(const RunEnding&) {
     if (m_pScreen != nullptr) {
         m_pScreen->End();
     }
     return true;
-}
-
-bool WatchLines::Take(const RunEnded& event) {
-    m_output.Line(balance_text::Text(m_output, event.balance));
-    return false;
 }
 
 bool WatchLines::Take(const LaunchUnresolved& event) {
@@ -94,17 +84,10 @@ bool WatchLines::Take(const SensorNotice& event) {
 }
 
 bool WatchLines::Take(const EventsDropped& event) {
-    static const char* const REASONS[] = {"the module's queue is full, or it takes no messages",
-                                          "the module could not store them"};
-    const VerdictRow row =
-        verdict_row::Told("lost", "event", Counted(event.nEvents, "event", "events"),
-                          std::string(REASONS[event.eReason]) + "; " +
-                              std::to_string(event.nTotal) + " since the start");
     if (m_journal.HasEnded()) {
-        m_output.Line(verdict_row::Text(m_output, row));  // the screen is gone
-    } else {
-        Show(row);
+        return false;  // the screen is gone
     }
+    Show(event_line::Dropped(event));
     return true;
 }
 

@@ -34,9 +34,7 @@ private:
     bool Take(const RunBegun& event);
     bool Take(const PassBegun& event);
     bool Take(const RunProgressed& event);
-    bool Take(const BalanceAsked& event);
     bool Take(const RunEnding& event);
-    bool Take(const RunEnded& event);
     bool Take(const LaunchUnresolved& event);
     bool Take(const LaunchesLost& event);
     bool Take(const FileQueueOverflowed& event);

@@ -28,8 +28,7 @@ struct RunOptions {
     bool bKeepPrivileges = false;
     QueueLimits queue;
     bool bRefuseWhenFull = false;  // messages beyond the limits, rather than wait for room
-    bool bJudge =
-        false;  // programs are judged wherever the module meets them, not only when it asks
+    bool bWatch = false;           // as RunJournal has it
     // A new source for each pass.
     std::function<std::unique_ptr<IEventSource>(SourceRemark, SensorObserver&)> fnMakeSource;
     std::function<RunListeners(Console&, const HostOptions&, const RunJournal&)> fnMakeListeners =

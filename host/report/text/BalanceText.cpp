@@ -153,22 +153,8 @@ std::string FilesJson(const FileCounters& files) {
     return object.Add("overflows", files.nOverflows).Text();
 }
 
-}  // namespace
-
-std::string Text(const Console& output, const WatchBalance& balance) {
-    const uint64_t nUnexplained = balance.Unexplained();
-    const auto eColour = nUnexplained == 0 ? Console::COLOUR_GREEN : Console::COLOUR_RED;
-    return output.Paint(Console::COLOUR_BOLD, "Balance") + "\n" + SensedText(balance) +
-           EventsText(balance) + QuestionsText(balance) + QueriesText(balance) +
-           RemarksText(balance) +
-           output.Paint(eColour, CStr::stdformat("  %-12s%11s", "unexplained",
-                                                 text::Number(nUnexplained).c_str()));
-}
-
-JsonObject& AddNumbers(JsonObject& record, const WatchBalance& balance) {
+void AddSensed(JsonObject& record, const WatchBalance& balance) {
     const LaunchCounters& launches = balance.launches;
-    const LedgerState& events = balance.events;
-    const RunCounters& module = balance.module;
     record.Add("sensed", launches.nSensed).Add("delivered", launches.nPrograms);
     record.Add("unresolvable", launches.nUnresolvable).Add("lost", launches.nLost);
     record.Add("own", launches.nOwn).Add("broken", launches.nBroken);
@@ -176,6 +162,28 @@ JsonObject& AddNumbers(JsonObject& record, const WatchBalance& balance) {
     record.Add("scripts_untold", launches.nScriptsUntold).Add("args_cut", launches.nArgsCut);
     record.Add("args_unreadable", launches.nArgsUnreadable);
     record.Add("others_lost", launches.nOthersLost).AddJson("files", FilesJson(balance.files));
+}
+
+}  // namespace
+
+std::string Text(const Console& output, const WatchBalance& balance) {
+    const uint64_t nUnexplained = balance.Unexplained();
+    const auto eColour = nUnexplained == 0 ? Console::COLOUR_GREEN : Console::COLOUR_RED;
+    return output.Paint(Console::COLOUR_BOLD, "Balance") + "\n" +
+           (balance.input ? "" : SensedText(balance)) + EventsText(balance) +
+           QuestionsText(balance) + QueriesText(balance) + RemarksText(balance) +
+           output.Paint(eColour, CStr::stdformat("  %-12s%11s", "unexplained",
+                                                 text::Number(nUnexplained).c_str()));
+}
+
+JsonObject& AddNumbers(JsonObject& record, const WatchBalance& balance) {
+    const LedgerState& events = balance.events;
+    const RunCounters& module = balance.module;
+    if (balance.input) {
+        record.Add("input", *balance.input);
+    } else {
+        AddSensed(record, balance);
+    }
     record.Add("told", balance.Told()).Add("in_the_making", balance.Batched());
     record.Add("events", events.nSent).Add("refused", events.nRefused);
     record.Add("not_stored", events.nNotStored).Add("waiting", events.nWaiting);

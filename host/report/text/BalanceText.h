@@ -1,4 +1,4 @@
-// The texts of a watch: the balance in lines and as JSON members.
+// The texts of a run's balance in lines and as JSON members.
 //
 // Threads: any; no state. Errors: none but std::bad_alloc.
 #ifndef HOST_REPORT_TEXT_BALANCETEXT_H

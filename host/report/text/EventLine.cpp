@@ -31,6 +31,16 @@ std::string Input(const InputUnusable& input) {
     return strWhere + input.strReason;
 }
 
+VerdictRow Dropped(const EventsDropped& dropped) {
+    static const char* const REASONS[] = {"the module's queue is full, or it takes no messages",
+                                          "the module could not store them"};
+    return verdict_row::Told(
+        "lost", "event",
+        std::to_string(dropped.nEvents) + (dropped.nEvents == 1 ? " event" : " events"),
+        std::string(REASONS[dropped.eReason]) + "; " + std::to_string(dropped.nTotal) +
+            " since the start");
+}
+
 std::string Progress(const std::string& strDoing, const RunCounters& counters) {
     return CStr::stdformat("%s: %" PRIu64 " delivered, %" PRIu64 " looked at, %" PRIu64
                            " queries, %" PRIu64 " from cache, %s hashed",

@@ -8,12 +8,15 @@
 
 #include "host/account/RunEvents.h"
 #include "host/base/Console.h"
+#include "host/report/text/VerdictRow.h"
 
 namespace event_line {
 
 std::string Queue(const Console& output, const QueueLoad& load);
 std::string Centre(const CentreRecord& record);
 std::string Input(const InputUnusable& input);
+// Events that were dropped, as a row.
+VerdictRow Dropped(const EventsDropped& dropped);
 std::string Progress(const std::string& strDoing, const RunCounters& counters);
 
 // What became of a query: "answered", "known", ...

@@ -122,6 +122,24 @@ TEST_F(EventLedgerTest, AMessageOfAnEarlierRunIsCountedApartAndLeavesNothingUnex
     EXPECT_EQ(3u, m_ledger.State().nSilent);
 }
 
+// The module queues a message once for each of its elements that asks, and looks at each copy.
+TEST_F(EventLedgerTest, EveryCopyOfAMessageIsOfThisRun) {
+    const std::string strBody = event_message::ProcessCreations({m_strThere, m_strThere});
+    m_ledger.Send(1, strBody, 6, 3);
+    m_ledger.Send(2, "{}", 4, 2);
+    EXPECT_EQ(5u, m_ledger.State().nWaitingMessages);
+    for (int i = 0; i < 3; ++i) {
+        m_ledger.Begin(strBody);
+    }
+
+    EXPECT_EQ(6u, m_ledger.State().nBegun);
+    EXPECT_EQ(0u, m_ledger.State().nEarlierBegun);
+    EXPECT_EQ(4u, m_ledger.State().nWaiting);
+    m_ledger.Refuse(2);
+    EXPECT_EQ(4u, m_ledger.State().nRefused);
+    EXPECT_EQ(0u, m_ledger.State().nWaitingMessages);
+}
+
 TEST_F(EventLedgerTest, ARefusedMessageDoesNotWait) {
     Launches(1, {m_strThere});
     Launches(2, {m_strThere, m_strThere});

@@ -210,3 +210,20 @@ TEST_F(RunJournalTest, ARefusedMessageIsExplained) {
     EXPECT_EQ(1u, m_journal.Balance(true).events.nRefused);
     EXPECT_EQ(0u, m_journal.Balance(true).Unexplained());
 }
+
+TEST_F(RunJournalTest, WithoutSensorsWhatWasReportedIsTheInput) {
+    RunJournal journal(m_service, {}, false);
+    const std::string strProgram = m_dir.WriteFile("a", "x", 0755);
+    const EventBatch batch = OneLaunch(1, strProgram);
+    journal.Record(BatchReported{batch});
+    journal.Record(BatchDelivered{batch, 0});
+    EXPECT_EQ(1u, journal.Balance(false).input);
+    EXPECT_EQ(1u, journal.Balance(false).Told());
+
+    journal.Record(ModuleNoted{ModuleRecord{NOTE_ANALYSED, batch.strBody}});
+    EXPECT_EQ(1u, journal.Balance(true).Unexplained());
+    journal.Record(QueryReceived{LaunchQuery(strProgram), QUERY_ANSWERED, Verdict()});
+
+    EXPECT_EQ(0u, journal.Balance(true).Unexplained());
+    EXPECT_EQ(std::nullopt, m_journal.Balance(true).input);
+}

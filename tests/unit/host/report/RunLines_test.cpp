@@ -69,3 +69,17 @@ TEST_F(RunLinesTest, RecordsOfTheCentreAreShownAndCounted) {
     EXPECT_EQ("  centre         record of type 20300, 150 bytes", LastLine().substr(8));
     EXPECT_EQ(1u, m_report.PassCounters().nCentre);
 }
+
+TEST_F(RunLinesTest, DroppedEventsHaveALineAndTheBalanceStandsBeforeTheSummary) {
+    m_report.OnReported(OneLaunch(1, "/bin/a"));
+    m_report.OnDelivered(OneEvent(1), 1);
+    m_report.Progress("delivering");
+    EXPECT_THAT(LastLine(), HasSubstr("1 event  the module's queue is full"));
+
+    m_report.Summary(RunEnd());
+
+    const std::string strText = m_standardOutput.Text();
+    EXPECT_THAT(strText, HasSubstr("Balance\n  told                  1 events          = 0 "
+                                   "delivered + 1 refused\n"));
+    EXPECT_LT(strText.find("Balance"), strText.find("Summary"));
+}

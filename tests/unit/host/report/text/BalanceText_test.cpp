@@ -89,3 +89,17 @@ TEST(BalanceTextTest, TheJsonHasTheSameNumbers) {
         R"("query_lost":0,"outstanding":0,"unexplained":0})",
         balance_text::AddNumbers(record, Numbers()).Text());
 }
+
+TEST(BalanceTextTest, WithoutSensorsItBeginsWithWhatWasTold) {
+    WatchBalance balance;
+    balance.input = balance.events.nSent = 1;
+    EXPECT_EQ(0u,
+              balance_text::Text(Console(), balance)
+                  .find("Balance\n"
+                        "  told                  1 events          = 1 delivered + 0 refused\n"));
+
+    JsonObject record;
+    EXPECT_EQ(0u, balance_text::AddNumbers(record, balance)
+                      .Text()
+                      .find(R"({"input":1,"told":1,"in_the_making":0,"events":1,)"));
+}
