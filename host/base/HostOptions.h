@@ -3,6 +3,7 @@
 #define HOST_BASE_HOSTOPTIONS_H
 
 #include <string>
+#include <utility>
 
 #include "host/base/ModuleFacts.h"
 
@@ -12,6 +13,12 @@ struct HostOptions {
     bool bJson = false;       // one JSON object per line on standard output
     bool bVerbose = false;    // every query and verdict, not only the interesting ones
     int nLogLevel = 4;        // the lowest level of the module's log that is shown
+
+    // What is shown to people, or its record for programs, as the user asked.
+    template <class Shown>
+    Shown Choose(Shown forPeople, Shown forPrograms) const {
+        return bJson ? std::move(forPrograms) : std::move(forPeople);
+    }
 
     std::string DatabaseDir() const { return strStateDir + "/data/db/"; }
     std::string ChannelDatabase() const { return DatabaseDir() + module_facts::CHANNEL_FILE; }

@@ -1,6 +1,7 @@
 #include "host/command/DoctorCommand.h"
 
 #include <algorithm>
+#include <array>
 #include <ctime>
 #include <string>
 #include <vector>
@@ -22,7 +23,10 @@ std::string Padded(const std::string& strText, size_t nWidth) {
     return strText + std::string(nWidth - std::min(nWidth, strText.size()), ' ');
 }
 
-void ShowJson(Console& output, const std::vector<Finding>& findings) {
+// How many findings are in each state.
+using Counts = std::array<int, 3>;
+
+void ShowJson(Console& output, const std::vector<Finding>& findings, const Counts& counts) {
     const auto tmNow = static_cast<int64_t>(time(nullptr));
     for (const Finding& finding : findings) {
         JsonObject record;
@@ -30,9 +34,13 @@ void ShowJson(Console& output, const std::vector<Finding>& findings) {
         record.Add("state", WORDS[finding.eState]).Add("text", finding.strText);
         output.Line(record.Add("remedy", finding.strRemedy).Text());
     }
+    JsonObject record;
+    record.Add("event", "doctor").Add("time", tmNow);
+    record.Add("ok", counts[FINDING_OK]).Add("warnings", counts[FINDING_WARNING]);
+    output.Line(record.Add("failed", counts[FINDING_FAILED]).Text());
 }
 
-void ShowText(Console& output, const std::vector<Finding>& findings) {
+void ShowText(Console& output, const std::vector<Finding>& findings, const Counts& counts) {
     size_t nWidth = 0;
     for (const Finding& finding : findings) {
         nWidth = std::max(nWidth, finding.strCheck.size());
@@ -47,27 +55,19 @@ void ShowText(Console& output, const std::vector<Finding>& findings) {
                         "to do: " + text::ForTerminal(finding.strRemedy));
         }
     }
+    output.Line(std::to_string(counts[FINDING_OK]) + " ok, " +
+                std::to_string(counts[FINDING_WARNING]) + " warnings, " +
+                std::to_string(counts[FINDING_FAILED]) + " failed");
 }
 
 int ExamineNow(const HostOptions& options) {
     Console output;
     const std::vector<Finding> findings = doctor::Examine(options);
-    int counts[] = {0, 0, 0};
+    Counts counts = {};
     for (const Finding& finding : findings) {
         ++counts[finding.eState];
     }
-    if (options.bJson) {
-        ShowJson(output, findings);
-        JsonObject record;
-        record.Add("event", "doctor").Add("time", static_cast<int64_t>(time(nullptr)));
-        record.Add("ok", counts[FINDING_OK]).Add("warnings", counts[FINDING_WARNING]);
-        output.Line(record.Add("failed", counts[FINDING_FAILED]).Text());
-    } else {
-        ShowText(output, findings);
-        output.Line(std::to_string(counts[FINDING_OK]) + " ok, " +
-                    std::to_string(counts[FINDING_WARNING]) + " warnings, " +
-                    std::to_string(counts[FINDING_FAILED]) + " failed");
-    }
+    options.Choose(ShowText, ShowJson)(output, findings, counts);
     if (output.IsBroken()) {
         return EXIT_CODE_OUTPUT;
     }

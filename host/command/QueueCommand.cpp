@@ -77,8 +77,8 @@ void AddList(Command& queue, const HostOptions& options, int& nExitCode) {
     list.OnRun([&options, &nExitCode, pnLimit] {
         nExitCode = view::List(
             ChannelTable(options), *pnLimit,
-            options.bJson ? "" : TableLine("ID", "QUEUED", "FOR", "BYTES", "MESSAGE"),
-            options.bJson ? "" : "the queue is empty", options.bJson ? ToJson : ToTableLine);
+            options.Choose(TableLine("ID", "QUEUED", "FOR", "BYTES", "MESSAGE"), std::string()),
+            options.Choose("the queue is empty", ""), options.Choose(ToTableLine, ToJson));
     });
 }
 
@@ -90,7 +90,7 @@ void AddShow(Command& queue, const HostOptions& options, int& nExitCode) {
         nExitCode = view::Show(ChannelTable(options), "id", *pnId,
                                "no message " + std::to_string(*pnId) +
                                    " is waiting; 'tevmon-host queue list' shows those that are",
-                               options.bJson ? ToJson : ToText);
+                               options.Choose(ToText, ToJson));
     });
 }
 
@@ -101,7 +101,7 @@ void AddQueueCommand(Command& program, const HostOptions& options, int& nExitCod
     queue.NeedsCommand();  // --json and the like may stand behind the command
     AddList(queue, options, nExitCode);
     queue.AddCommand("count", "Print how many messages are waiting").OnRun([&options, &nExitCode] {
-        nExitCode = view::Count(ChannelTable(options), options.bJson);
+        nExitCode = view::Count(ChannelTable(options), options);
     });
     AddShow(queue, options, nExitCode);
 }

@@ -111,7 +111,7 @@ ExitCode List(const TableView& table, int64_t nLimit, const std::string& strHead
     return Finish(output);
 }
 
-ExitCode Count(const TableView& table, bool bJson) {
+ExitCode Count(const TableView& table, const HostOptions& options) {
     Console output;
     ReadOnlyDb db;
     if (!db.Open(table.strFile, table.strTable)) {
@@ -122,7 +122,7 @@ ExitCode Count(const TableView& table, bool bJson) {
     if (!reader.Count(nCount)) {
         return Fail(output, EXIT_CODE_DATABASE, db.Error());
     }
-    output.Line(bJson ? JsonObject().Add("count", nCount).Text() : std::to_string(nCount));
+    output.Line(options.Choose(std::to_string(nCount), JsonObject().Add("count", nCount).Text()));
     return Finish(output);
 }
 

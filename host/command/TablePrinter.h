@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "host/base/HostOptions.h"
 #include "host/base/JsonWriter.h"
 #include "host/database/ReadOnlyDb.h"
 #include "host/database/TablePager.h"
@@ -53,8 +54,8 @@ struct TableView {
 ExitCode List(const TableView& table, int64_t nLimit, const std::string& strHeader,
               const std::string& strEmpty, std::string (*pToLine)(const TableRow& row));
 
-// The number of rows; with bJson as {"count":N}.
-ExitCode Count(const TableView& table, bool bJson);
+// The number of rows; as {"count":N} for programs.
+ExitCode Count(const TableView& table, const HostOptions& options);
 
 // The text of the row whose strColumn equals argument, or EXIT_CODE_NOT_FOUND and strMissing.
 ExitCode Show(const TableView& table, const std::string& strColumn,

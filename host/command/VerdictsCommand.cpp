@@ -111,8 +111,9 @@ void AddList(Command& verdicts, const HostOptions& options, int& nExitCode) {
     list.OnRun([&options, &nExitCode, pnLimit] {
         nExitCode = view::List(
             CacheTable(options), *pnLimit,
-            options.bJson ? "" : TableLine("RECORDED", "VERDICT", "EXPIRES", "FOR", "KEY"),
-            options.bJson ? "" : "no verdict is stored", options.bJson ? ToJson : ToTableLine);
+            options.Choose(TableLine("RECORDED", "VERDICT", "EXPIRES", "FOR", "KEY"),
+                           std::string()),
+            options.Choose("no verdict is stored", ""), options.Choose(ToTableLine, ToJson));
     });
 }
 
@@ -125,7 +126,7 @@ void AddGet(Command& verdicts, const HostOptions& options, int& nExitCode) {
         nExitCode = view::Show(CacheTable(options), "vkey", *pstrKey,
                                "no verdict is stored for " + text::ForTerminal(*pstrKey) +
                                    "; 'tevmon-host verdicts list' shows the keys that have one",
-                               options.bJson ? ToJson : ToText);
+                               options.Choose(ToText, ToJson));
     });
 }
 
@@ -136,8 +137,6 @@ void AddVerdictsCommand(Command& program, const HostOptions& options, int& nExit
     verdicts.NeedsCommand();  // --json and the like may stand behind the command
     AddList(verdicts, options, nExitCode);
     verdicts.AddCommand("count", "Print how many verdicts are stored")
-        .OnRun([&options, &nExitCode] {
-            nExitCode = view::Count(CacheTable(options), options.bJson);
-        });
+        .OnRun([&options, &nExitCode] { nExitCode = view::Count(CacheTable(options), options); });
     AddGet(verdicts, options, nExitCode);
 }

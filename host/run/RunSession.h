@@ -16,7 +16,6 @@
 #include "host/run/QueueMonitor.h"
 #include "host/run/RunControl.h"
 #include "host/run/RunOptions.h"
-#include "host/verdict/VerdictService.h"
 
 class RunSession {
 public:

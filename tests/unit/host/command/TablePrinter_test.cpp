@@ -35,7 +35,9 @@ protected:
             [&] { return view::List(m_table, nLimit, strHeader, "no rows here", ToLine); });
     }
     Printed Count(bool bJson) const {
-        return PrintedOf([&] { return view::Count(m_table, bJson); });
+        HostOptions options;
+        options.bJson = bJson;
+        return PrintedOf([&] { return view::Count(m_table, options); });
     }
     Printed Show(int64_t nName) const {
         return PrintedOf([&] { return view::Show(m_table, "name", nName, "no such row", ToLine); });
