@@ -7,11 +7,11 @@
 void AddRunOptions(Command& command, const std::shared_ptr<RunArguments>& pArguments) {
     RunOptions& run = pArguments->run;
     command
-        .AddOption("--block", run.blockLists,
-                   "List of programs to block (sha1sum, md5sum, .hdb or .hsb); repeatable")
+        .AddOption("--bad", run.badLists,
+                   "List of bad programs (sha1sum, md5sum, .hdb or .hsb); repeatable")
         .TypeName("LIST")
         .Repeatable();
-    command.AddOption("--allow", run.allowLists, "List of programs to allow, likewise; repeatable")
+    command.AddOption("--good", run.goodLists, "List of good programs, likewise; repeatable")
         .TypeName("LIST")
         .Repeatable();
     command.AddFlag("--no-packages", pArguments->bNoPackages,
@@ -37,7 +37,7 @@ void AddRunOptions(Command& command, const std::shared_ptr<RunArguments>& pArgum
 int RunNow(const HostOptions& options, RunArguments& arguments) {
     // The session changes the current directory, so every path is made absolute before it.
     for (std::vector<std::string>* pPaths :
-         {&arguments.run.blockLists, &arguments.run.allowLists, &arguments.places}) {
+         {&arguments.run.badLists, &arguments.run.goodLists, &arguments.places}) {
         for (std::string& strPath : *pPaths) {
             strPath = StateDir::Absolute(strPath);
         }

@@ -226,7 +226,7 @@ Finding OfPackages(const std::string& strInfoDir) {
     if (pPackages->PackageCount() == 0) {
         return {FINDING_WARNING, "packages",
                 pPackages->Note().empty() ? "the package database is empty" : pPackages->Note(),
-                "on a machine without dpkg use allow lists; every program is unknown without"};
+                "on a machine without dpkg use good lists; every program is unknown without"};
     }
     return {FINDING_OK, "packages",
             std::to_string(pPackages->Count()) + " programs of " +

@@ -164,7 +164,7 @@ void JsonLines::Write(const ModuleNoted& event, int64_t tmWhen) {
 void JsonLines::Write(const ProgramJudged& event, int64_t tmWhen) {
     const int nLevel = event.verdict.nLevel;
     if (verdict_level::ClassOf(nLevel) == verdict_level::CLASS_BAD && !event.bAnswered) {
-        JsonObject record = Record("bad", tmWhen);
+        JsonObject record = Record("bad_run", tmWhen);
         record.Add("path", event.strProgram).Add("level", nLevel).Add("what", event.strWhat);
         m_output.Line(record.Add("file", event.strSubject).Add("cached", event.bCached).Text());
     }

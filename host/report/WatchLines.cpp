@@ -102,7 +102,7 @@ bool WatchLines::Take(const ModuleNoted&) {
 
 bool WatchLines::Take(const ProgramJudged& event) {
     const bool bBad = verdict_level::ClassOf(event.verdict.nLevel) == verdict_level::CLASS_BAD;
-    m_nBadSeen += bBad ? 1 : 0;
+    m_nBadRuns += bBad ? 1 : 0;
     if (bBad || !event.bCached || m_options.bVerbose || m_pScreen != nullptr) {
         Show(verdict_row::Judged(event.strWhat, event.strSubject, event.strBy, event.verdict,
                                  event.bCached));
@@ -132,10 +132,10 @@ ViewNumbers WatchLines::HeadNumbers() const {
     numbers.nQueries = balance.module.nQueries;
     numbers.nCached = balance.module.nCached;
     numbers.nPackaged = answers(verdict_level::PACKAGED);
-    numbers.nAllowed = answers(verdict_level::ALLOWED);
+    numbers.nGoodPrograms = answers(verdict_level::GOOD);
     numbers.nUnknown = answers(verdict_level::UNKNOWN);
-    numbers.nBlocked = answers(verdict_level::BLOCKED);
-    numbers.nBadSeen = m_nBadSeen;
+    numbers.nBadPrograms = answers(verdict_level::BAD);
+    numbers.nBadRuns = m_nBadRuns;
     numbers.nLost = balance.launches.nLost + balance.events.nRefused + balance.events.nNotStored;
     numbers.nOverflows = balance.files.nOverflows;
     numbers.nUnexplained = balance.Unexplained();

@@ -52,7 +52,7 @@ private:
     const RunJournal& m_journal;
     const bool m_bPlain;
     RunLines m_common;
-    std::atomic<uint64_t> m_nBadSeen{0};
+    std::atomic<uint64_t> m_nBadRuns{0};
     // Last: its thread reads the numbers. While the terminal is drawn.
     std::unique_ptr<LiveScreen> m_pScreen;
 };

@@ -16,8 +16,8 @@
 #include "host/run/JournalObservers.h"
 
 struct RunOptions {
-    std::vector<std::string> blockLists;
-    std::vector<std::string> allowLists;
+    std::vector<std::string> badLists;
+    std::vector<std::string> goodLists;
     bool bPackages = true;
     double dForSeconds = 0;     // the run's time limit, 0 for none
     bool bDrain = false;        // end when everything delivered was looked at and answered

@@ -37,8 +37,8 @@ bool LoadLists(const std::vector<std::string>& files, int nLevel, VerdictService
 }  // namespace
 
 bool Load(const RunOptions& options, VerdictService& service, Console& output) {
-    if (!LoadLists(options.blockLists, verdict_level::BLOCKED, service, output) ||
-        !LoadLists(options.allowLists, verdict_level::ALLOWED, service, output)) {
+    if (!LoadLists(options.badLists, verdict_level::BAD, service, output) ||
+        !LoadLists(options.goodLists, verdict_level::GOOD, service, output)) {
         return false;
     }
     if (options.bPackages) {

@@ -11,7 +11,7 @@
 namespace verdict_lists {
 
 // Loads what options name into service, in the order in which it is asked: lists before packages,
-// block lists before allow lists. What a list or the packages leave out is said on standard error.
+// bad lists before good lists. What a list or the packages leave out is said on standard error.
 bool Load(const RunOptions& options, VerdictService& service, Console& output);
 
 }  // namespace verdict_lists

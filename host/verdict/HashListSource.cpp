@@ -109,7 +109,7 @@ std::optional<Verdict> HashListSource::Lookup(const ProgramKey& key) const {
     if (!nOwner) {
         return std::nullopt;
     }
-    const std::string strList = m_nLevel == verdict_level::BLOCKED ? "block list " : "allow list ";
+    const std::string strList = m_nLevel == verdict_level::BAD ? "bad list " : "good list ";
     return Verdict{m_nLevel, strList + file_utils::GetFileName(m_strFile),
                    m_strNames.c_str() + *nOwner};
 }

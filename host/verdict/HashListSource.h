@@ -1,4 +1,4 @@
-// A block or allow list: a text file of digests, any mixture of
+// A bad or good list: a text file of digests, any mixture of
 //
 //     <digest>  <name>  and  <digest> *<name>     as sha1sum and md5sum write them
 //     \<digest>  <name with \\, \n and \r>        the same for unusual names
@@ -24,8 +24,8 @@
 
 class HashListSource : public IVerdictSource {
 public:
-    // Reads the whole of strFile; every program in it gets nLevel (70 for a block list, 20 for an
-    // allow list). One unreadable line refuses the file: null, and strError names the file, the
+    // Reads the whole of strFile; every program in it gets nLevel (70 for a bad list, 20 for a
+    // good list). One unreadable line refuses the file: null, and strError names the file, the
     // line, what is wrong with it and the remedy.
     static std::unique_ptr<HashListSource> Load(const std::string& strFile, int nLevel,
                                                 std::string& strError);

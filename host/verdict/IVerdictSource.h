@@ -18,7 +18,7 @@ struct ProgramKey {
 
 struct Verdict {
     int nLevel = verdict_level::UNKNOWN;
-    std::string strSource;  // who says so, for people: "packages", "block list bad.hdb", "none"
+    std::string strSource;  // who says so, for people: "packages", "bad list bad.hdb", "none"
     std::string strOwner;   // the package or the list entry that matched; foreign text, may be ""
 };
 

@@ -12,19 +12,19 @@ Class ClassOf(int nLevel) {
     if (nLevel >= LEAST_BAD) {
         return CLASS_BAD;
     }
-    return nLevel <= ALLOWED ? CLASS_GOOD : CLASS_DOUBTFUL;
+    return nLevel <= GOOD ? CLASS_GOOD : CLASS_DOUBTFUL;
 }
 
 std::string Word(int nLevel) {
     switch (nLevel) {
         case PACKAGED:
             return "packaged";
-        case ALLOWED:
-            return "allowed";
+        case GOOD:
+            return "good";
         case UNKNOWN:
             return "unknown";
-        case BLOCKED:
-            return "blocked";
+        case BAD:
+            return "bad";
         default:
             return "level " + std::to_string(nLevel);
     }

@@ -10,12 +10,12 @@
 namespace verdict_level {
 
 constexpr int PACKAGED = 10;  // a package of this machine brought the program
-constexpr int ALLOWED = 20;   // a list of the operator allows it
+constexpr int GOOD = 20;      // a list of the operator names it as good
 constexpr int UNKNOWN = 40;   // nobody knows it
-constexpr int BLOCKED = 70;   // a list of the operator names it as bad
+constexpr int BAD = 70;       // a list of the operator names it as bad
 
 // Those that this host gives, in order. The module takes others as well.
-constexpr std::array<int, 4> GIVEN = {PACKAGED, ALLOWED, UNKNOWN, BLOCKED};
+constexpr std::array<int, 4> GIVEN = {PACKAGED, GOOD, UNKNOWN, BAD};
 
 enum Class {
     CLASS_GOOD,      // up to 20: the module does not ask about such a program's pipes
@@ -25,7 +25,7 @@ enum Class {
 
 Class ClassOf(int nLevel);
 
-// "packaged", "allowed", "unknown", "blocked", else "level N".
+// "packaged", "good", "unknown", "bad", else "level N".
 std::string Word(int nLevel);
 
 }  // namespace verdict_level

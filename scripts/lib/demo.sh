@@ -8,7 +8,7 @@ Usage: scripts/lib/demo.sh prepare FOLDER
        scripts/lib/demo.sh act FOLDER STATE-DIR
        scripts/lib/demo.sh clean FOLDER
 
-prepare makes the programs and scripts that act starts in FOLDER, and FOLDER/block.list, which names one of
+prepare makes the programs and scripts that act starts in FOLDER, and FOLDER/bad.list, which names one of
 them. act waits until the host on STATE-DIR has opened its queue, then starts programs and touches files in
 /etc/cron.d and /run/systemd/system, under names that cron and systemd never run. clean takes away
 whatever is left. act needs the rights of root.
@@ -23,12 +23,12 @@ prepare() {
     mkdir -p "$folder"
     cp /bin/true "$folder/unknown-tool"
     echo "a build of our own, that no package knows" >>"$folder/unknown-tool"
-    cp /bin/true "$folder/blocked-tool"
-    echo "a program that the block list names" >>"$folder/blocked-tool"
+    cp /bin/true "$folder/bad-tool"
+    echo "a program that the bad list names" >>"$folder/bad-tool"
     printf '#!/bin/sh\ntrue\n' >"$folder/script.sh"
     printf '#!/usr/bin/env bash\nid -u >/dev/null\n' >"$folder/script.bash"
     chmod +x "$folder"/*
-    sha1sum "$folder/blocked-tool" >"$folder/block.list"
+    sha1sum "$folder/bad-tool" >"$folder/bad.list"
     # A program that nobody knows and that runs already when the watch begins: the module has no verdict
     # on it when it touches files.
     cp "$(command -v perl)" "$folder/file-tool"
@@ -44,7 +44,7 @@ programs() {
     env LC_ALL=C grep -c processor /proc/cpuinfo >/dev/null
     find "$folder" -name none
     "$folder/unknown-tool"
-    "$folder/blocked-tool"
+    "$folder/bad-tool"
     "$folder/script.sh"
     bash "$folder/script.bash"
     (cd "$folder" && ./script.bash)

@@ -97,16 +97,16 @@ def shows(program, folder):
     shutil.copy("/bin/true", bad)
     with open(bad, "ab") as file:
         file.write(b"bad")
-    blocked = folder / "blocked.txt"
-    blocked.write_bytes(subprocess.run(["sha1sum", str(bad)], check=True, capture_output=True).stdout)
-    view = View(program, folder, "--block", str(blocked))
+    listed = folder / "bad.txt"
+    listed.write_bytes(subprocess.run(["sha1sum", str(bad)], check=True, capture_output=True).stdout)
+    view = View(program, folder, "--bad", str(listed))
     view.wait_for(b"watching")
     subprocess.run([str(bad)], check=True)
-    view.wait_for(b"blocked   70")
+    view.wait_for(b"bad       70")
     view.wait_for(b"VERDICT")
     since = len(view.screen)
     subprocess.run([str(bad)], check=True)  # the module skips it now
-    view.wait_for(b"blocked   70", since)
+    view.wait_for(b"bad       70", since)
     since = len(view.screen)
     view.resize(200, 40)
     view.wait_for(b"\x1b[40;1H", since)

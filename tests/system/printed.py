@@ -76,7 +76,7 @@ class Machine:
         return word.replace("@", f"{self.root}/")
 
 
-LISTS = ["--no-packages", "--block", "@bad.list", "--allow", "@good.list"]
+LISTS = ["--no-packages", "--bad", "@bad.list", "--good", "@good.list"]
 BAD_KEY = "d191335212c82f5055e72ecdeacc7f159b99207a3e133e9c51ab4124f24a12ccf84bf9e6"  # of bin/bad
 STATE = ["--state-dir", "@state"]
 
@@ -89,8 +89,8 @@ CASES = {
     "usage": [[], ["none"], ["replay"], ["scan"], ["replay", "--for", "0", "x"],
               ["watch", "--no-launches", "--no-files"], ["scan", "--batch", "0", "x"]],
     "input": [["replay", *STATE, "@none.jsonl"], ["scan", *STATE, "@none"],
-              ["replay", *STATE, "--block", "@none.list", "@launches.jsonl"],
-              ["replay", *STATE, "--block", "@broken.list", "@launches.jsonl"],
+              ["replay", *STATE, "--bad", "@none.list", "@launches.jsonl"],
+              ["replay", *STATE, "--bad", "@broken.list", "@launches.jsonl"],
               ["replay", *STATE, "--module", "@none.so", "--no-packages", "@launches.jsonl"],
               ["replay", "--state-dir", "@bad.list", "--no-packages", "@launches.jsonl"],
               ["queue", "list", "--state-dir", "@none"], ["verdicts", "list", "--state-dir", "@none"]],

@@ -2,7 +2,7 @@
 // second.
 //
 // What the module skips because it knows the verdict is folded into the line that the same program
-// has already, with a count. A blocked program has a line of its own every time.
+// has already, with a count. A bad program has a line of its own every time.
 //
 // Threads: Begin and End on one thread; Add, State and ScreenLine from any. A thread of its own
 //   draws. One mutex, not held while numbers are made or something is drawn.

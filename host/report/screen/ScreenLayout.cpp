@@ -99,17 +99,17 @@ std::vector<Field> Fields(const ViewNumbers& numbers, bool bWide) {
                                     ? text::Number(numbers.nLost) + "+"
                                     : text::Number(numbers.nLost);
     const std::string strSeen =
-        numbers.nBadSeen == 0 ? "" : "ran " + text::Number(numbers.nBadSeen);
+        numbers.nBadRuns == 0 ? "" : "ran " + text::Number(numbers.nBadRuns);
     return {
         {"launches", text::Number(numbers.nLaunches), RateText(numbers.dLaunchRate), BOLD},
         {"files", text::Number(numbers.nFiles), RateText(numbers.dFileRate), BOLD},
         {"backlog", text::Number(numbers.nBacklogEvents), strMessages, ""},
         {"cache hits", strHits, "", ""},
         {"packaged", text::Number(numbers.nPackaged), "", WhenSome(numbers.nPackaged, GREEN)},
-        {"allowed", text::Number(numbers.nAllowed), "", WhenSome(numbers.nAllowed, GREEN)},
+        {"good", text::Number(numbers.nGoodPrograms), "", WhenSome(numbers.nGoodPrograms, GREEN)},
         {"unknown", text::Number(numbers.nUnknown), "", WhenSome(numbers.nUnknown, YELLOW)},
-        {"blocked", text::Number(numbers.nBlocked), strSeen,
-         WhenSome(numbers.nBlocked + numbers.nBadSeen, BOLD_RED)},
+        {"bad", text::Number(numbers.nBadPrograms), strSeen,
+         WhenSome(numbers.nBadPrograms + numbers.nBadRuns, BOLD_RED)},
         {"queries", text::Number(numbers.nQueries), "", ""},
         {"cached", text::Number(numbers.nCached), "", ""},
         {"lost", strLost, strOverflows, nLosses == 0 ? GREEN : BOLD_RED},

@@ -99,7 +99,7 @@ TEST(ConsoleTest, WithoutATerminalThereIsNoColourAndNoProgress) {
 
     output.Progress("50 %");
 
-    EXPECT_EQ("blocked", output.Paint(Console::COLOUR_RED, "blocked"));
+    EXPECT_EQ("bad", output.Paint(Console::COLOUR_RED, "bad"));
     EXPECT_FALSE(output.HasProgress());
     EXPECT_EQ("", testing::internal::GetCapturedStderr());
 }

@@ -22,7 +22,7 @@ TEST_F(RunArgumentsTest, APathFromTheCurrentDirectoryIsFoundAlthoughTheHostLeave
 }
 
 TEST_F(RunArgumentsTest, AListThatCannotBeReadEndsTheRunBeforeItBegins) {
-    EXPECT_EQ(3, Run({"scan", m_dir.Path(), "--block", "/no/such/list"}));
+    EXPECT_EQ(3, Run({"scan", m_dir.Path(), "--bad", "/no/such/list"}));
 
     EXPECT_THAT(m_host.Error(), HasSubstr("/no/such/list"));
     EXPECT_EQ("", m_host.ModuleCalls());
@@ -37,9 +37,9 @@ TEST_F(RunArgumentsTest, ABlockListGoesBeforeAnAllowListForTheSameProgram) {
     }
     const std::string strList = m_dir.WriteFile("list", strSha1 + "  bad thing\n");
 
-    EXPECT_EQ(0, Run({"scan", "--allow", strList, "--block", strList, m_dir.Path() + "/bin"}));
+    EXPECT_EQ(0, Run({"scan", "--good", strList, "--bad", strList, m_dir.Path() + "/bin"}));
 
-    EXPECT_THAT(m_host.Output(), HasSubstr("blocked    70  " + strProgram + "  bad"));
+    EXPECT_THAT(m_host.Output(), HasSubstr("bad        70  " + strProgram + "  bad"));
     EXPECT_THAT(m_host.ModuleCalls(), HasSubstr("\"result\":\"70\""));
 }
 
@@ -47,7 +47,7 @@ TEST_F(RunArgumentsTest, APlaceAfterAListIsAPlace) {
     const std::string strList = m_dir.WriteFile("list", "# nothing\n");
     m_dir.WriteFile("bin/a", "#!/bin/sh\n", 0755);
 
-    EXPECT_EQ(0, Run({"scan", "--no-packages", "--allow", strList, "--block", strList,
+    EXPECT_EQ(0, Run({"scan", "--no-packages", "--good", strList, "--bad", strList,
                       m_dir.Path() + "/bin"}));
 }
 

@@ -25,7 +25,7 @@ TEST_F(RunCommandsTest, AnInputThatDoesNotExistIsNamedWithItsRemedy) {
 TEST_F(RunCommandsTest, AListLineThatIsNoneIsNamedByItsNumber) {
     const std::string strList = m_dir.WriteFile("list", "# a comment\nnonsense\n");
 
-    EXPECT_EQ(3, Run({"scan", m_dir.Path(), "--allow", strList}));
+    EXPECT_EQ(3, Run({"scan", m_dir.Path(), "--good", strList}));
 
     EXPECT_THAT(m_host.Error(), HasSubstr("list:2: "));
 }

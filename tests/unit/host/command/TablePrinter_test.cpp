@@ -86,7 +86,7 @@ TEST(TablePrinterTest, NumbersThatAreNoneShowAsDashAndNull) {
 }
 
 TEST(TablePrinterTest, LevelsBeyondAnIntAreShownAsTheyAre) {
-    EXPECT_EQ("blocked", view::LevelWord({70, "70"}));
+    EXPECT_EQ("bad", view::LevelWord({70, "70"}));
     EXPECT_EQ("level -1", view::LevelWord({-1, "-1"}));
     EXPECT_EQ("level 4294967366", view::LevelWord({4294967366, "4294967366"}));
 }

@@ -47,9 +47,9 @@ TEST_F(VerdictsCommandTest, ListShowsLevelAndExpiryInWords) {
         m_lines,
         ElementsAre(HEADER,
                     "1970-01-01 00:15:00  packaged   1970-01-16 00:15:00  process creations  k1",
-                    "1970-01-01 00:15:00  allowed    1970-01-01 00:16:40  process creations  k2",
+                    "1970-01-01 00:15:00  good       1970-01-01 00:16:40  process creations  k2",
                     "1970-01-01 00:15:00  unknown    expired              file operations    k3",
-                    "1970-01-01 00:15:00  blocked    1970-01-16 00:15:00  analyser 0         k4",
+                    "1970-01-01 00:15:00  bad        1970-01-16 00:15:00  analyser 0         k4",
                     "1970-01-01 00:15:00  level 30   1970-01-01 00:35:00  process creations  k5"));
     EXPECT_EQ("", m_strError);
 }
@@ -72,7 +72,7 @@ TEST_F(VerdictsCommandTest, ListAsJsonHasOneObjectALine) {
 
     EXPECT_EQ(0, Run("verdicts list --json --limit 5"));
 
-    EXPECT_THAT(m_lines, ElementsAre("{\"key\":\"k1\",\"level\":70,\"verdict\":\"blocked\","
+    EXPECT_THAT(m_lines, ElementsAre("{\"key\":\"k1\",\"level\":70,\"verdict\":\"bad\","
                                      "\"tmcreate\":900,\"recorded\":\"1970-01-01 00:15:00\","
                                      "\"tminternal\":1296000,\"expires\":\"1970-01-16 00:15:00\","
                                      "\"expired\":false,\"mid\":5,\"for\":\"process creations\","
@@ -86,9 +86,9 @@ TEST_F(VerdictsCommandTest, GetShowsOneVerdict) {
     EXPECT_EQ(0, Run("verdicts get k1"));
 
     EXPECT_THAT(m_lines,
-                ElementsAre("key       k1", "verdict   blocked (70)",
-                            "recorded  1970-01-01 00:15:00", "expires   1970-01-16 00:15:00",
-                            "for       process creations", "detail    detail"));
+                ElementsAre("key       k1", "verdict   bad (70)", "recorded  1970-01-01 00:15:00",
+                            "expires   1970-01-16 00:15:00", "for       process creations",
+                            "detail    detail"));
 }
 
 TEST_F(VerdictsCommandTest, AKeyWithoutVerdictIsNotFound) {

@@ -23,7 +23,7 @@ TEST_F(WatchCommandTest, ARecordingThatCannotBeMadeEndsTheWatchBeforeItBegins) {
 
 TEST_F(WatchCommandTest, ARecordingIsItsUsersAlone) {
     const std::string strFile = m_dir.Path() + "/recording";
-    EXPECT_EQ(3, Run({"watch", "--record", strFile, "--block", "/no/such/list"}));
+    EXPECT_EQ(3, Run({"watch", "--record", strFile, "--bad", "/no/such/list"}));
 
     struct stat status = {};
     ASSERT_EQ(0, stat(strFile.c_str(), &status));

@@ -74,11 +74,11 @@ TEST_F(JsonLinesTest, TheSummaryHoldsEveryPassAndWhatCameAfter) {
     EXPECT_THAT(LastLine(), HasSubstr("\"queue_depth\":null"));
 }
 TEST_F(WatchJsonLinesTest, ABadProgramHasARecordAlsoWhenItsQueryHasNoVerdictOfItsOwn) {
-    m_report.OnQuery(LaunchQuery("/bin/bad"), QUERY_ANSWERED, {70, "block list", "x"});
-    EXPECT_THAT(LastLine(), Not(HasSubstr(R"("event":"bad")")));
+    m_report.OnQuery(LaunchQuery("/bin/bad"), QUERY_ANSWERED, {70, "bad list", "x"});
+    EXPECT_THAT(LastLine(), Not(HasSubstr(R"("event":"bad_run")")));
 
-    m_report.OnQuery(LaunchQuery("/bin/bad"), QUERY_KNOWN, {70, "block list", "x"});
-    EXPECT_THAT(LastLine(), HasSubstr(R"("event":"bad")"));
+    m_report.OnQuery(LaunchQuery("/bin/bad"), QUERY_KNOWN, {70, "bad list", "x"});
+    EXPECT_THAT(LastLine(), HasSubstr(R"("event":"bad_run")"));
 }
 
 TEST_F(WatchJsonLinesTest, ALaunchIsAJsonRecord) {

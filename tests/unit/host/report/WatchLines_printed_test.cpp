@@ -130,10 +130,10 @@ private:
         Query(report, strProgram, "cloudad", "CreateProcess", QUERY_ANSWERED,
               {10, "packages", "coreutils"});
         Query(report, strBad, "cloudad", "CreateProcess", QUERY_ANSWERED,
-              {70, "block list bad.list", "evil"});
+              {70, "bad list bad.list", "evil"});
         report.OnModuleNote({NOTE_NO_STAT, strGone, QUESTION_LAUNCH});
         Query(report, "/bin/a", "cloudad", "CreateProcess", QUERY_ANSWERED, {40, "none", ""});
-        Query(report, "/bin/b", "cloudad", "CreateProcess", QUERY_KNOWN, {20, "allow list", "b"});
+        Query(report, "/bin/b", "cloudad", "CreateProcess", QUERY_KNOWN, {20, "good list", "b"});
         Query(report, "", "", "", QUERY_UNREADABLE, {});
         Query(report, "/bin/c", "cloudad", "CreateProcess", QUERY_NOT_DELIVERED, {});
         report.OnModuleNote({NOTE_CACHED, strBad, QUESTION_LAUNCH});

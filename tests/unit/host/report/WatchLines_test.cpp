@@ -51,9 +51,9 @@ TEST_F(WatchLinesTest, AFileOperationIsShownWithTheVerdictOnTheProgramThatDidIt)
 
 TEST_F(WatchLinesTest, ABadProgramIsShownEveryTimeAlsoWhenTheModuleSkipsIt) {
     const std::string strBad = m_dir.WriteFile("bad", "x", 0755);
-    m_report.OnQuery(LaunchQuery(strBad), QUERY_ANSWERED, {70, "block list", "x"});
+    m_report.OnQuery(LaunchQuery(strBad), QUERY_ANSWERED, {70, "bad list", "x"});
     m_report.OnModuleNote({NOTE_CACHED, strBad, QUESTION_LAUNCH});
-    EXPECT_EQ("  blocked    70  launch       " + strBad + "  x (block list)  cached",
+    EXPECT_EQ("  bad        70  launch       " + strBad + "  x (bad list)  cached",
               LastLine().substr(8));
 
     m_report.OnQuery(LaunchQuery("/bin/good"), QUERY_ANSWERED, {10, "packages", "x"});
@@ -64,11 +64,11 @@ TEST_F(WatchLinesTest, ABadProgramIsShownEveryTimeAlsoWhenTheModuleSkipsIt) {
 
 TEST_F(WatchLinesTest, ABadProgramIsShownEveryTimeItTouchesAFile) {
     const std::string strBad = m_dir.WriteFile("bad", "x", 0755);
-    m_report.OnQuery(LaunchQuery(strBad), QUERY_ANSWERED, {70, "block list", "x"});
+    m_report.OnQuery(LaunchQuery(strBad), QUERY_ANSWERED, {70, "bad list", "x"});
     m_report.OnModuleNote({NOTE_ANALYSED, FileMessage("write", "/etc/cron.d/x", strBad)});
     m_report.OnModuleNote({NOTE_CACHED, "/etc/cron.d/x", QUESTION_FILE, "write"});
     EXPECT_EQ(
-        "  blocked    70  FileModify   /etc/cron.d/x  by " + strBad + "  x (block list)  cached",
+        "  bad        70  FileModify   /etc/cron.d/x  by " + strBad + "  x (bad list)  cached",
         LastLine().substr(8));
 
     m_report.UseJson();

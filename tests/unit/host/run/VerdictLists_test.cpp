@@ -33,8 +33,8 @@ protected:
 
 TEST_F(VerdictListsTest, AProgramOnBothKindsOfListIsBad) {
     const std::string strList = m_dir.WriteFile("list", SHA1 + "  tool\n");
-    m_options.allowLists = {strList};
-    m_options.blockLists = {strList};
+    m_options.goodLists = {strList};
+    m_options.badLists = {strList};
     bool bLoaded = false;
 
     EXPECT_EQ("", Load(bLoaded));
@@ -44,8 +44,8 @@ TEST_F(VerdictListsTest, AProgramOnBothKindsOfListIsBad) {
 }
 
 TEST_F(VerdictListsTest, EachKindOfListGivesItsLevel) {
-    m_options.allowLists = {m_dir.WriteFile("good", SHA1 + "  tool\n")};
-    m_options.blockLists = {m_dir.WriteFile("bad", MD5 + "  other\n")};
+    m_options.goodLists = {m_dir.WriteFile("good", SHA1 + "  tool\n")};
+    m_options.badLists = {m_dir.WriteFile("bad", MD5 + "  other\n")};
     bool bLoaded = false;
 
     (void)Load(bLoaded);
@@ -57,8 +57,8 @@ TEST_F(VerdictListsTest, EachKindOfListGivesItsLevel) {
 }
 
 TEST_F(VerdictListsTest, AListThatCannotBeReadIsNamedSafelyAndEndsTheLoading) {
-    m_options.blockLists = {m_dir.Path() + "/none\n"};
-    m_options.allowLists = {m_dir.Path() + "/never looked at"};
+    m_options.badLists = {m_dir.Path() + "/none\n"};
+    m_options.goodLists = {m_dir.Path() + "/never looked at"};
     bool bLoaded = true;
 
     const std::string strError = Load(bLoaded);

@@ -44,7 +44,7 @@ TEST_F(HashListSourceTest, EitherDigestDecides) {
 
     ASSERT_TRUE(bySha1.has_value());
     EXPECT_EQ(70, bySha1->nLevel);
-    EXPECT_EQ("block list bad.txt", bySha1->strSource);
+    EXPECT_EQ("bad list bad.txt", bySha1->strSource);
     EXPECT_EQ("by sha1", bySha1->strOwner);
     ASSERT_TRUE(byMd5.has_value());
     EXPECT_EQ("by md5", byMd5->strOwner);
@@ -70,7 +70,7 @@ TEST_F(HashListSourceTest, AnAllowListGivesItsLevelAndSaysSo) {
 
     ASSERT_TRUE(verdict.has_value());
     EXPECT_EQ(20, verdict->nLevel);
-    EXPECT_EQ("allow list bad.txt", verdict->strSource);
+    EXPECT_EQ("good list bad.txt", verdict->strSource);
 }
 
 TEST_F(HashListSourceTest, FormatsMayBeMixedInOneFile) {

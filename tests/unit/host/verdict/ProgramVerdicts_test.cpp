@@ -12,7 +12,7 @@ class BadSource : public IVerdictSource {
 public:
     std::optional<Verdict> Lookup(const ProgramKey& key) const override {
         if (key.strMd5 == "bae60998ffe4923b131e3d6e4c19993e") {
-            return Verdict{70, "block list", "bad"};
+            return Verdict{70, "bad list", "bad"};
         }
         return std::nullopt;
     }

@@ -8,9 +8,9 @@ using verdict_level::ClassOf;
 
 TEST(VerdictLevelTest, EachLevelThatIsGivenHasItsNumberAndAWord) {
     EXPECT_EQ("packaged", verdict_level::Word(10));
-    EXPECT_EQ("allowed", verdict_level::Word(20));
+    EXPECT_EQ("good", verdict_level::Word(20));
     EXPECT_EQ("unknown", verdict_level::Word(40));
-    EXPECT_EQ("blocked", verdict_level::Word(70));
+    EXPECT_EQ("bad", verdict_level::Word(70));
     EXPECT_EQ((std::array<int, 4>{10, 20, 40, 70}), verdict_level::GIVEN);
 }
 

@@ -25,8 +25,8 @@ ViewNumbers Numbers() {
     numbers.nCached = 90;
     numbers.nPackaged = 7;
     numbers.nUnknown = 2;
-    numbers.nBlocked = 1;
-    numbers.nBadSeen = 4;
+    numbers.nBadPrograms = 1;
+    numbers.nBadRuns = 4;
     numbers.nOverflows = 1;
     return numbers;
 }
@@ -55,8 +55,7 @@ TEST(ScreenLayoutTest, EightyColumnsShowWhatHappenedAndWhoDidIt) {
     error.strTime = "09:29:59";
     error.strSubject = "module L4  something\nforged";
     const std::vector<VerdictRow> rows = {
-        folded, Row("/opt/some/very/long/folder/program", "", {70, "block list b.txt", "x"}),
-        error};
+        folded, Row("/opt/some/very/long/folder/program", "", {70, "bad list b.txt", "x"}), error};
 
     const Lines lines = screen_layout::Lines(Numbers(), rows, Screen(80, 12));
     ASSERT_EQ(12u, lines.size());
@@ -64,7 +63,7 @@ TEST(ScreenLayoutTest, EightyColumnsShowWhatHappenedAndWhoDidIt) {
               lines[0]);
     EXPECT_EQ(" launches   1234567  files           80  backlog        402  cache hits    90 % ",
               lines[1]);
-    EXPECT_EQ(" packaged         7  allowed          0  unknown          2  blocked          1 ",
+    EXPECT_EQ(" packaged         7  good             0  unknown          2  bad              1 ",
               lines[2]);
     EXPECT_EQ(" queries         10  cached          90  lost            0+  unexplained      0 ",
               lines[3]);
@@ -73,7 +72,7 @@ TEST(ScreenLayoutTest, EightyColumnsShowWhatHappenedAndWhoDidIt) {
               lines[5]);
     EXPECT_EQ(" 09:29:59  packaged  launch        x12  /usr/bin/ls             /usr/bin/bash   ",
               lines[6]);
-    EXPECT_EQ(" 09:29:59  blocked   launch             /opt/so~folder/program                  ",
+    EXPECT_EQ(" 09:29:59  bad       launch             /opt/so~folder/program                  ",
               lines[7]);
     EXPECT_EQ(" 09:29:59  module L4  something\\x0Aforged                                       ",
               lines[8]);
@@ -83,7 +82,7 @@ TEST(ScreenLayoutTest, EightyColumnsShowWhatHappenedAndWhoDidIt) {
 TEST(ScreenLayoutTest, WideScreensHaveRatesLevelsAndOwners) {
     const std::vector<VerdictRow> rows = {
         Row("/usr/bin/ls", "/usr/bin/bash", {10, "packages", "coreutils"}),
-        Row("/tmp/bad", "/usr/bin/bash", {70, "block list b.txt", "x"})};
+        Row("/tmp/bad", "/usr/bin/bash", {70, "bad list b.txt", "x"})};
 
     const Lines lines = screen_layout::Lines(Numbers(), rows, Screen(120, 12));
 
@@ -96,7 +95,7 @@ TEST(ScreenLayoutTest, WideScreensHaveRatesLevelsAndOwners) {
         " 09:29:59  packaged  10  launch             /usr/bin/ls                       "
         "/usr/bin/bash             coreutils       ",
         lines[6]);
-    EXPECT_THAT(lines[7], HasSubstr("x (block list"));
+    EXPECT_THAT(lines[7], HasSubstr("x (bad list"));
 }
 
 TEST(ScreenLayoutTest, NoLineIsWiderThanTheScreenAndAllRowsAreThere) {

@@ -55,7 +55,7 @@ TEST(BalanceTextTest, EverySumStandsWithWhatItIsMadeOf) {
         "questions\n"
         "  questions         1,002                 = 4 asked + 996 cached + 1 gone before that + 1 "
         "pipes of a known program\n"
-        "  queries               4                 = 3 answered (packaged 2, blocked 1) + 1 that "
+        "  queries               4                 = 3 answered (packaged 2, bad 1) + 1 that "
         "want no answer + 0 outstanding\n"
         "  of these              1 times the kernel's queue of file operations was full; what it "
         "lost is not known\n"

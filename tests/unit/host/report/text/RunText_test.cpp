@@ -49,7 +49,7 @@ TEST_F(RunTextTest, ABlockSaysWhatWasCounted) {
     EXPECT_EQ(
         "  events      1,500 events in 47 messages; 2 unusable in the input\n"
         "  queries     1,100: 1,000 answered, 100 for a program already answered\n"
-        "  verdicts    packaged 1,090, allowed 0, unknown 9, blocked 1\n"
+        "  verdicts    packaged 1,090, good 0, unknown 9, bad 1\n"
         "  packages    coreutils 1,000, bash 90\n"
         "  skipped     395 with a live verdict in the cache, 1 that cannot be read, 4 that are no "
         "program or not watched\n"
@@ -105,11 +105,10 @@ TEST_F(RunTextTest, AVerdictLineNamesProgramOwnerAndSource) {
     query.strPath = "/bin/a\033[2J";
 
     const std::string strBlocked =
-        run_text::VerdictLine(Out(), query, {70, "block list x", "Bad\nThing"});
+        run_text::VerdictLine(Out(), query, {70, "bad list x", "Bad\nThing"});
     const std::string strUnknown = run_text::VerdictLine(Out(), query, {40, "none", ""});
 
-    EXPECT_EQ("  blocked    70  /bin/a\\x1B[2J  Bad\\x0AThing (block list x)",
-              strBlocked.substr(8));
+    EXPECT_EQ("  bad        70  /bin/a\\x1B[2J  Bad\\x0AThing (bad list x)", strBlocked.substr(8));
     EXPECT_EQ("  unknown    40  /bin/a\\x1B[2J", strUnknown.substr(8));
 }
 

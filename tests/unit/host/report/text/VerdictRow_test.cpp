@@ -47,7 +47,7 @@ TEST(VerdictRowTest, WhyIsThePackageAndItsSourceOrWhichOfTheTwoThereIs) {
         const char* pszWhy;
         const char* pszOwner;
     } CASES[] = {{{10, "packages", "coreutils"}, "coreutils (packages)", "coreutils"},
-                 {{70, "block list", ""}, "block list", "block list"},
+                 {{70, "bad list", ""}, "bad list", "bad list"},
                  {{40, "none", "x"}, "x", "x"},
                  {{40, "none", ""}, "", ""},
                  {{40, "", ""}, "", ""}};
@@ -60,7 +60,7 @@ TEST(VerdictRowTest, WhyIsThePackageAndItsSourceOrWhichOfTheTwoThereIs) {
 
 TEST(VerdictRowTest, AJudgedRowHasTheVerdictsWordAndLevelAndATime) {
     const VerdictRow row =
-        verdict_row::Judged("FileModify", "/a", "/b", {55, "block list", "x"}, true);
+        verdict_row::Judged("FileModify", "/a", "/b", {55, "bad list", "x"}, true);
 
     EXPECT_EQ("level 55", row.strVerdict);
     EXPECT_EQ(55, row.nLevel);
