@@ -10,8 +10,8 @@
 #include <variant>
 #include <vector>
 
+#include "host/account/Balance.h"
 #include "host/account/RunFacts.h"
-#include "host/account/WatchBalance.h"
 #include "host/cloud/CloudQuery.h"
 #include "host/event/FileOperation.h"
 #include "host/event/IEventSource.h"
@@ -42,7 +42,7 @@ struct RunProgressed {
 
 // The user asked for the balance.
 struct BalanceAsked {
-    const WatchBalance& balance;
+    const Balance& balance;
 };
 
 // The module has stopped; what is announced from now on is the last.
@@ -52,7 +52,7 @@ struct RunEnded {
     const RunEnd& end;
     const PassResult& total;
     const std::vector<PassResult>& passes;  // the first few
-    const WatchBalance& balance;
+    const Balance& balance;
 };
 
 // A piece of input that no message could be made of.

@@ -99,7 +99,7 @@ void RunJournal::Progress(const std::string& strDoing) {
 }
 
 void RunJournal::ShowBalance() {
-    const WatchBalance balance = Balance(false);
+    const Balance balance = CurrentBalance(false);
     Publish(BalanceAsked{balance});
 }
 
@@ -108,14 +108,14 @@ void RunJournal::End(const RunEnd& end) {
     m_ledger.End(end.queueDepth.value_or(std::numeric_limits<uint64_t>::max()));
     m_bEnded = true;
     AnnounceDropped(true);
-    const WatchBalance balance = Balance(true);
+    const Balance balance = CurrentBalance(true);
     const PassResult total = {balance.module,
                               std::chrono::duration<double>(Clock::now() - m_runBegun).count()};
     Publish(RunEnded{end, total, m_passes, balance});
 }
 
-WatchBalance RunJournal::Balance(bool bFinal) const {
-    WatchBalance balance;
+Balance RunJournal::CurrentBalance(bool bFinal) const {
+    Balance balance;
     balance.bFinal = bFinal;
     balance.module = TotalCounters();
     balance.events = bFinal ? m_ledger.FinalState() : m_ledger.State();

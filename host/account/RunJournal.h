@@ -2,7 +2,8 @@
 // event to its end in the ledger, and hands the stream on to its listeners, with what follows from
 // it: programs judged, events dropped.
 //
-// Threads: Record from any; the rest on the control thread but Balance and PassCounters, from any.
+// Threads: Record from any; the rest on the control thread but CurrentBalance and PassCounters,
+// from any.
 //   No lock is held while a listener is called.
 // Errors: nothing throws but std::bad_alloc and what a listener throws.
 // Ownership: the service and the listeners must outlive it.
@@ -46,7 +47,7 @@ public:
     void End(const RunEnd& end);
 
     // bFinal: the module has stopped; files are looked at then for what was not heard of.
-    WatchBalance Balance(bool bFinal) const;
+    Balance CurrentBalance(bool bFinal) const;
     bool HasEnded() const { return m_bEnded; }
     RunCounters PassCounters() const;
 

@@ -46,7 +46,7 @@ void JsonLines::Write(const BalanceAsked& event, int64_t tmWhen) {
     WriteBalance(event.balance, tmWhen);
 }
 
-void JsonLines::WriteBalance(const WatchBalance& balance, int64_t tmWhen) {
+void JsonLines::WriteBalance(const Balance& balance, int64_t tmWhen) {
     JsonObject record = Record("balance", tmWhen);
     m_output.Line(balance_text::AddNumbers(record, balance).Text());
 }

@@ -42,7 +42,7 @@ private:
     void Write(const ModuleNoted& event, int64_t tmWhen);
     void Write(const ProgramJudged& event, int64_t tmWhen);
     void Write(const CentreRecord& event, int64_t tmWhen);
-    void WriteBalance(const WatchBalance& balance, int64_t tmWhen);
+    void WriteBalance(const Balance& balance, int64_t tmWhen);
 
     Console& m_output;
     const HostOptions& m_options;

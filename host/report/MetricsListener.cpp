@@ -9,7 +9,7 @@ MetricsListener::MetricsListener(Console& output, const RunJournal& journal,
     : m_file(
           strFile, interval,
           [&journal, tmStart = static_cast<int64_t>(time(nullptr))] {
-              return metrics_text::Text(journal.Balance(journal.HasEnded()), tmStart);
+              return metrics_text::Text(journal.CurrentBalance(journal.HasEnded()), tmStart);
           },
           [&output](const std::string& strError) { output.Complain(strError); }) {}
 

@@ -119,7 +119,7 @@ void WatchLines::Show(const VerdictRow& row) {
 }
 
 ViewNumbers WatchLines::HeadNumbers() const {
-    const WatchBalance balance = m_journal.Balance(false);
+    const Balance balance = m_journal.CurrentBalance(false);
     const auto answers = [&balance](int nLevel) {
         const auto found = balance.module.answersByLevel.find(nLevel);
         return found == balance.module.answersByLevel.end() ? 0 : found->second;

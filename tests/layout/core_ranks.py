@@ -10,16 +10,18 @@ CORE = "tevmon/core"
 
 # rank -> its files, by name without suffix. A new file is refused until it is placed here.
 RANKS = {
-    8: ["PluginExports"],
-    7: ["CTevMonPlugin"],
-    6: ["CTevMonIpcRecever", "CTevMonTimer"],
-    5: ["CTevMonIpcMsgHandler"],
-    4: ["CTevChennalMgr"],
-    3: ["CTevPsMonitor", "CTevFsMonitor"],
-    2: ["CTevCloudCachoMgr", "CTevCloudInterface"],
-    1: ["CTevChennalDB", "CTevCloudCachoDB"],
-    0: ["IMsgFunc", "CUserPathMasker", "EventHelpers", "CEventText", "AutoRunLocations", "CTevStore",
-        "CachoRecord", "CTevCallGate", "CTevModuleReference", "FsOpEvent"],
+    11: ["PluginExports"],
+    10: ["CTevMonPlugin"],
+    9: ["CTevMonIpcRecever", "CTevMonTimer"],
+    8: ["CTevMonIpcMsgHandler"],
+    7: ["CTevChennalMgr"],
+    6: ["CTevPsMonitor", "CTevFsMonitor"],
+    5: ["CTevCloudCachoMgr", "CTevCloudInterface"],
+    4: ["CTevChennalDB", "CTevCloudCachoDB"],
+    3: ["CTevStore"],
+    2: ["CTevCallGate", "CTevModuleReference"],  # the life of the module in its host
+    1: ["CUserPathMasker", "EventHelpers", "AutoRunLocations"],  # of users, programs and places
+    0: ["IMsgFunc", "FsOpEvent", "CachoRecord", "CEventText"],  # what is handed from one to another
 }
 RANK_OF = {name: rank for rank, names in RANKS.items() for name in names}
 INCLUDE = re.compile(rf'^\s*#\s*include\s*"{CORE}/([^"]+)"')
@@ -53,8 +55,8 @@ GOOD = [
     using("PluginExports.cpp", "CTevMonPlugin.h"),
 ]
 BAD = [
-    (using("CTevChennalDB.cpp", "CTevChennalMgr.h"), "rank 1 includes CTevChennalMgr of rank 4"),
-    (using("CTevPsMonitor.h", "CTevFsMonitor.h"), "rank 3 includes CTevFsMonitor of rank 3"),
+    (using("CTevChennalDB.cpp", "CTevChennalMgr.h"), "rank 4 includes CTevChennalMgr of rank 7"),
+    (using("CTevPsMonitor.h", "CTevFsMonitor.h"), "rank 6 includes CTevFsMonitor of rank 6"),
     (using("CNewThing.h"), "has no rank"),
     (using("CTevMonPlugin.cpp", "CNewThing.h"), "of rank None"),
 ]

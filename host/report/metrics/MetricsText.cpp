@@ -18,7 +18,7 @@ double Value(uint64_t nNumber) {
 }
 
 struct Moment {
-    const WatchBalance& balance;
+    const Balance& balance;
     int64_t tmStart;
 };
 
@@ -212,7 +212,7 @@ const std::vector<Metric>& All() {
     return METRICS;
 }
 
-std::string Text(const WatchBalance& balance, int64_t tmStart) {
+std::string Text(const Balance& balance, int64_t tmStart) {
     const Moment moment = {balance, tmStart};
     std::vector<prometheus::MetricFamily> families;
     for (const Entry& entry : Entries()) {

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "host/account/WatchBalance.h"
+#include "host/account/Balance.h"
 
 namespace metrics_text {
 
@@ -23,7 +23,7 @@ struct Metric {
 const std::vector<Metric>& All();
 
 // Every metric of the list in Prometheus' text format. tmStart: when the run began.
-std::string Text(const WatchBalance& balance, int64_t tmStart);
+std::string Text(const Balance& balance, int64_t tmStart);
 
 }  // namespace metrics_text
 

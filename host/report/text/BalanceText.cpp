@@ -34,7 +34,7 @@ private:
     bool m_bFirst = true;
 };
 
-std::string SensedText(const WatchBalance& balance) {
+std::string SensedText(const Balance& balance) {
     const LaunchCounters& launches = balance.launches;
     const FileCounters& files = balance.files;
     return Sum("sensed", launches.nSensed, "launches")
@@ -54,7 +54,7 @@ std::string SensedText(const WatchBalance& balance) {
                .Text();
 }
 
-std::string EventsText(const WatchBalance& balance) {
+std::string EventsText(const Balance& balance) {
     const LedgerState& events = balance.events;
     const uint64_t nDelivered = balance.Delivered();
     return Sum("told", balance.Told(), "events")
@@ -72,7 +72,7 @@ std::string EventsText(const WatchBalance& balance) {
                .Text();
 }
 
-std::string QuestionsText(const WatchBalance& balance) {
+std::string QuestionsText(const Balance& balance) {
     const LedgerState& events = balance.events;
     const uint64_t nLookedAt = events.nBegun + events.nEarlierBegun;
     const std::string strQuestions = "with " + text::Number(events.nQuestions) + " questions";
@@ -99,7 +99,7 @@ std::string QuestionsText(const WatchBalance& balance) {
                          .Text();
 }
 
-std::string QueriesText(const WatchBalance& balance) {
+std::string QueriesText(const Balance& balance) {
     const RunCounters& module = balance.module;
     std::string strLevels;
     for (const auto& entry : module.answersByLevel) {
@@ -116,7 +116,7 @@ std::string QueriesText(const WatchBalance& balance) {
 }
 
 // What falsifies nothing and is good to know all the same.
-std::string RemarksText(const WatchBalance& balance) {
+std::string RemarksText(const Balance& balance) {
     const LaunchCounters& launches = balance.launches;
     const std::vector<std::pair<uint64_t, const char*>> REMARKS = {
         {balance.files.nOverflows,
@@ -153,7 +153,7 @@ std::string FilesJson(const FileCounters& files) {
     return object.Add("overflows", files.nOverflows).Text();
 }
 
-void AddSensed(JsonObject& record, const WatchBalance& balance) {
+void AddSensed(JsonObject& record, const Balance& balance) {
     const LaunchCounters& launches = balance.launches;
     record.Add("sensed", launches.nSensed).Add("delivered", launches.nPrograms);
     record.Add("unresolvable", launches.nUnresolvable).Add("lost", launches.nLost);
@@ -166,7 +166,7 @@ void AddSensed(JsonObject& record, const WatchBalance& balance) {
 
 }  // namespace
 
-std::string Text(const Console& output, const WatchBalance& balance) {
+std::string Text(const Console& output, const Balance& balance) {
     const uint64_t nUnexplained = balance.Unexplained();
     const auto eColour = nUnexplained == 0 ? Console::COLOUR_GREEN : Console::COLOUR_RED;
     return output.Paint(Console::COLOUR_BOLD, "Balance") + "\n" +
@@ -176,7 +176,7 @@ std::string Text(const Console& output, const WatchBalance& balance) {
                                                  text::Number(nUnexplained).c_str()));
 }
 
-JsonObject& AddNumbers(JsonObject& record, const WatchBalance& balance) {
+JsonObject& AddNumbers(JsonObject& record, const Balance& balance) {
     const LedgerState& events = balance.events;
     const RunCounters& module = balance.module;
     if (balance.input) {

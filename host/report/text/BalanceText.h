@@ -6,14 +6,14 @@
 
 #include <string>
 
-#include "host/account/WatchBalance.h"
+#include "host/account/Balance.h"
 #include "host/base/Console.h"
 #include "host/base/JsonWriter.h"
 
 namespace balance_text {
 
-std::string Text(const Console& output, const WatchBalance& balance);
-JsonObject& AddNumbers(JsonObject& record, const WatchBalance& balance);
+std::string Text(const Console& output, const Balance& balance);
+JsonObject& AddNumbers(JsonObject& record, const Balance& balance);
 
 }  // namespace balance_text
 

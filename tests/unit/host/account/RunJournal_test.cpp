@@ -132,8 +132,8 @@ TEST_F(RunJournalTest, WhatIsOnItsWayIsUnexplainedOnlyAtTheEnd) {
     m_journal.Record(BatchReported{batch});
     m_journal.Record(ModuleNoted{ModuleRecord{NOTE_ANALYSED, batch.strBody}});
 
-    EXPECT_EQ(0u, m_journal.Balance(false).Unexplained());
-    EXPECT_EQ(3u, m_journal.Balance(true).Unexplained());  // two launches and one event
+    EXPECT_EQ(0u, m_journal.CurrentBalance(false).Unexplained());
+    EXPECT_EQ(3u, m_journal.CurrentBalance(true).Unexplained());  // two launches and one event
 }
 
 TEST_F(RunJournalTest, ACleanRunOfBothKindsLeavesNothingUnexplained) {
@@ -159,14 +159,14 @@ TEST_F(RunJournalTest, ACleanRunOfBothKindsLeavesNothingUnexplained) {
     m_journal.Record(
         QueryReceived{LaunchQuery(strProgram), QUERY_ANSWERED, Verdict{10, "packages", "x"}});
     m_journal.Record(ModuleNoted{ModuleRecord{NOTE_ANALYSED, interesting.strBody}});
-    EXPECT_EQ(3u, m_journal.Balance(true).Delivered());
-    EXPECT_EQ(1u, m_journal.Balance(true).Unexplained());
+    EXPECT_EQ(3u, m_journal.CurrentBalance(true).Delivered());
+    EXPECT_EQ(1u, m_journal.CurrentBalance(true).Unexplained());
     m_journal.Record(
         ModuleNoted{ModuleRecord{NOTE_CACHED, "/etc/cron.d/x", QUESTION_FILE, "remove"}});
     m_journal.Record(ModuleNoted{ModuleRecord{NOTE_ANALYSED, boring.strBody}});
 
-    EXPECT_EQ(0u, m_journal.Balance(true).Unexplained());
-    EXPECT_EQ(1u, m_journal.Balance(true).events.nNoInterest);
+    EXPECT_EQ(0u, m_journal.CurrentBalance(true).Unexplained());
+    EXPECT_EQ(1u, m_journal.CurrentBalance(true).events.nNoInterest);
 }
 
 TEST_F(RunJournalTest, AFileOperationThatWasNeverHandedOverIsUnexplained) {
@@ -174,7 +174,7 @@ TEST_F(RunJournalTest, AFileOperationThatWasNeverHandedOverIsUnexplained) {
     files.nSensed = files.nTold = 1;
     m_journal.Record(files);
 
-    EXPECT_EQ(1u, m_journal.Balance(false).Unexplained());
+    EXPECT_EQ(1u, m_journal.CurrentBalance(false).Unexplained());
 }
 
 TEST_F(RunJournalTest, NumbersThatDoNotAddUpAreUnexplained) {
@@ -183,7 +183,8 @@ TEST_F(RunJournalTest, NumbersThatDoNotAddUpAreUnexplained) {
     counters.nPrograms = 2;
     m_journal.Record(counters);
 
-    EXPECT_EQ(3u, m_journal.Balance(false).Unexplained());  // one told twice, two not handed over
+    EXPECT_EQ(
+        3u, m_journal.CurrentBalance(false).Unexplained());  // one told twice, two not handed over
 }
 
 TEST_F(RunJournalTest, AMessageThatIsNotInTheQueueAtTheEndWasNotStored) {
@@ -196,8 +197,8 @@ TEST_F(RunJournalTest, AMessageThatIsNotInTheQueueAtTheEndWasNotStored) {
 
     m_journal.End(end);
 
-    EXPECT_EQ(1u, m_journal.Balance(true).events.nNotStored);
-    EXPECT_EQ(0u, m_journal.Balance(true).Unexplained());
+    EXPECT_EQ(1u, m_journal.CurrentBalance(true).events.nNotStored);
+    EXPECT_EQ(0u, m_journal.CurrentBalance(true).Unexplained());
 }
 
 TEST_F(RunJournalTest, ARefusedMessageIsExplained) {
@@ -207,8 +208,8 @@ TEST_F(RunJournalTest, ARefusedMessageIsExplained) {
     m_journal.Record(BatchReported{OneLaunch(1, "/bin/a")});
     m_journal.Record(BatchDelivered{OneEvent(1), 1});
 
-    EXPECT_EQ(1u, m_journal.Balance(true).events.nRefused);
-    EXPECT_EQ(0u, m_journal.Balance(true).Unexplained());
+    EXPECT_EQ(1u, m_journal.CurrentBalance(true).events.nRefused);
+    EXPECT_EQ(0u, m_journal.CurrentBalance(true).Unexplained());
 }
 
 TEST_F(RunJournalTest, WithoutSensorsWhatWasReportedIsTheInput) {
@@ -217,13 +218,13 @@ TEST_F(RunJournalTest, WithoutSensorsWhatWasReportedIsTheInput) {
     const EventBatch batch = OneLaunch(1, strProgram);
     journal.Record(BatchReported{batch});
     journal.Record(BatchDelivered{batch, 0});
-    EXPECT_EQ(1u, journal.Balance(false).input);
-    EXPECT_EQ(1u, journal.Balance(false).Told());
+    EXPECT_EQ(1u, journal.CurrentBalance(false).input);
+    EXPECT_EQ(1u, journal.CurrentBalance(false).Told());
 
     journal.Record(ModuleNoted{ModuleRecord{NOTE_ANALYSED, batch.strBody}});
-    EXPECT_EQ(1u, journal.Balance(true).Unexplained());
+    EXPECT_EQ(1u, journal.CurrentBalance(true).Unexplained());
     journal.Record(QueryReceived{LaunchQuery(strProgram), QUERY_ANSWERED, Verdict()});
 
-    EXPECT_EQ(0u, journal.Balance(true).Unexplained());
-    EXPECT_EQ(std::nullopt, m_journal.Balance(true).input);
+    EXPECT_EQ(0u, journal.CurrentBalance(true).Unexplained());
+    EXPECT_EQ(std::nullopt, m_journal.CurrentBalance(true).input);
 }

@@ -34,7 +34,7 @@ public:
     void BeginPass(const PassInfo& pass) { m_journal.BeginPass(m_pass = pass); }
     void EndPass(bool bDrained) { m_journal.EndPass(bDrained); }
     void Summary(const RunEnd& end) { m_journal.End(end); }
-    void Balance() { m_journal.ShowBalance(); }
+    void AskForBalance() { m_journal.ShowBalance(); }
     void Progress(const std::string& strDoing) { m_journal.Progress(strDoing); }
     RunCounters PassCounters() const { return m_journal.PassCounters(); }
 

@@ -31,7 +31,7 @@ protected:
         Start(report, strProgram, strBad, strGone);
         Touch(report, strProgram, strBad);
         Lose(report);
-        report.Balance();
+        report.AskForBalance();
         report.EndPass(true);
         RunEnd end;
         end.queueDepth = 1;

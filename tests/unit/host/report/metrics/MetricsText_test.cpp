@@ -5,7 +5,7 @@
 
 #include <set>
 
-#include "host/account/WatchBalance.h"
+#include "host/account/Balance.h"
 #include "tests/support/FileText.h"
 
 using testing::HasSubstr;
@@ -49,7 +49,7 @@ TEST(MetricsTextTest, NamesAreUniqueAndOnlyCountersEndInTotal) {
 }
 
 TEST(MetricsTextTest, TheTextHasTheNumbersOfTheBalance) {
-    WatchBalance balance;
+    Balance balance;
     balance.launches.nSensed = 1234567890;
     balance.files.nElsewhere = 7;
     balance.events.nCached = 3;

@@ -3,14 +3,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "host/account/WatchBalance.h"
+#include "host/account/Balance.h"
 
 using testing::HasSubstr;
 
 namespace {
 
-WatchBalance Numbers() {
-    WatchBalance balance;
+Balance Numbers() {
+    Balance balance;
     balance.bFinal = true;
     balance.launches.nSensed = 1010;
     balance.launches.nPrograms = 1007;
@@ -65,7 +65,7 @@ TEST(BalanceTextTest, EverySumStandsWithWhatItIsMadeOf) {
 }
 
 TEST(BalanceTextTest, EventsOfEarlierRunsStandApart) {
-    WatchBalance balance = Numbers();
+    Balance balance = Numbers();
     balance.events.nEarlierBegun = 7;
     EXPECT_THAT(
         balance_text::Text(Console(), balance),
@@ -91,7 +91,7 @@ TEST(BalanceTextTest, TheJsonHasTheSameNumbers) {
 }
 
 TEST(BalanceTextTest, WithoutSensorsItBeginsWithWhatWasTold) {
-    WatchBalance balance;
+    Balance balance;
     balance.input = balance.events.nSent = 1;
     EXPECT_EQ(0u,
               balance_text::Text(Console(), balance)

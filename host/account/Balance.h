@@ -2,8 +2,8 @@
 // does not add up.
 //
 // Threads: any; no state. Errors: none.
-#ifndef HOST_ACCOUNT_WATCHBALANCE_H
-#define HOST_ACCOUNT_WATCHBALANCE_H
+#ifndef HOST_ACCOUNT_BALANCE_H
+#define HOST_ACCOUNT_BALANCE_H
 
 #include <cstdint>
 #include <optional>
@@ -14,7 +14,7 @@
 #include "host/kernel/launch/Launch.h"
 
 // All numbers of a balance: what the kernel had, and what became of each of it.
-struct WatchBalance {
+struct Balance {
     LaunchCounters launches;
     FileCounters files;
     LedgerState events;

@@ -1,12 +1,12 @@
-#include "host/account/WatchBalance.h"
+#include "host/account/Balance.h"
 
 #include <gtest/gtest.h>
 
 namespace {
 
 // Two launches and one file operation, all of them delivered, looked at and answered.
-WatchBalance Clean() {
-    WatchBalance balance;
+Balance Clean() {
+    Balance balance;
     balance.launches.nSensed = balance.launches.nPrograms = 2;
     balance.files.nSensed = balance.files.nTold = 1;
     balance.events.nSent = balance.events.nBegun = 3;
@@ -17,8 +17,8 @@ WatchBalance Clean() {
 
 }  // namespace
 
-TEST(WatchBalanceTest, WhatAddsUpIsExplained) {
-    WatchBalance balance = Clean();
+TEST(BalanceTest, WhatAddsUpIsExplained) {
+    Balance balance = Clean();
     EXPECT_EQ(0u, balance.Unexplained());
     balance.bFinal = true;
     EXPECT_EQ(0u, balance.Unexplained());
@@ -27,12 +27,12 @@ TEST(WatchBalanceTest, WhatAddsUpIsExplained) {
     EXPECT_EQ(0u, balance.Outstanding());
 }
 
-TEST(WatchBalanceTest, EachEventThatAppearsOrVanishesOnTheWayIsUnexplained) {
+TEST(BalanceTest, EachEventThatAppearsOrVanishesOnTheWayIsUnexplained) {
     uint64_t LaunchCounters::*const LAUNCHES[] = {&LaunchCounters::nLost, &LaunchCounters::nOwn,
                                                   &LaunchCounters::nBroken,
                                                   &LaunchCounters::nUnresolvable};
     for (const auto pCounter : LAUNCHES) {
-        WatchBalance balance = Clean();
+        Balance balance = Clean();
         ++(balance.launches.*pCounter);  // one end more than there were launches
         EXPECT_EQ(1u, balance.Unexplained());
         ++balance.launches.nSensed;
@@ -41,17 +41,17 @@ TEST(WatchBalanceTest, EachEventThatAppearsOrVanishesOnTheWayIsUnexplained) {
     uint64_t LedgerState::*const ENDS[] = {&LedgerState::nRefused, &LedgerState::nNotStored,
                                            &LedgerState::nWaiting, &LedgerState::nBegun};
     for (const auto pCounter : ENDS) {
-        WatchBalance balance = Clean();
+        Balance balance = Clean();
         ++(balance.events.*pCounter);
         EXPECT_EQ(1u, balance.Unexplained());
     }
-    WatchBalance balance = Clean();
+    Balance balance = Clean();
     --balance.files.nTold;
     EXPECT_EQ(1u, balance.Unexplained());  // handed over without having been told
 }
 
-TEST(WatchBalanceTest, WhatIsOnItsWayIsUnexplainedOnlyAtTheEnd) {
-    WatchBalance balance = Clean();
+TEST(BalanceTest, WhatIsOnItsWayIsUnexplainedOnlyAtTheEnd) {
+    Balance balance = Clean();
     ++balance.launches.nSensed;  // not read yet
     ++balance.files.nSensed;
     ++balance.module.nQueries;  // no answer yet
@@ -60,8 +60,8 @@ TEST(WatchBalanceTest, WhatIsOnItsWayIsUnexplainedOnlyAtTheEnd) {
     EXPECT_EQ(3u, balance.Unexplained());
 }
 
-TEST(WatchBalanceTest, AQuestionWhoseQueryCouldNotBeSentIsExplained) {
-    WatchBalance balance = Clean();
+TEST(BalanceTest, AQuestionWhoseQueryCouldNotBeSentIsExplained) {
+    Balance balance = Clean();
     balance.bFinal = true;
     --balance.events.nQueried;
     ++balance.events.nSilent;
@@ -70,8 +70,8 @@ TEST(WatchBalanceTest, AQuestionWhoseQueryCouldNotBeSentIsExplained) {
     EXPECT_EQ(0u, balance.Unexplained());
 }
 
-TEST(WatchBalanceTest, RefusedEventsWereNotDelivered) {
-    WatchBalance balance = Clean();
+TEST(BalanceTest, RefusedEventsWereNotDelivered) {
+    Balance balance = Clean();
     balance.events.nRefused = 1;
     EXPECT_EQ(2u, balance.Delivered());
 }

@@ -1,4 +1,4 @@
-#include "host/account/WatchBalance.h"
+#include "host/account/Balance.h"
 
 #include <algorithm>
 
@@ -10,12 +10,12 @@ uint64_t Difference(uint64_t nLeft, uint64_t nRight) {
 
 }  // namespace
 
-uint64_t WatchBalance::Outstanding() const {
+uint64_t Balance::Outstanding() const {
     const uint64_t nEnds = module.nAnswers + module.nKnown + module.nNoKey + module.nLost;
     return module.nQueries - std::min(module.nQueries, nEnds);
 }
 
-uint64_t WatchBalance::Unexplained() const {
+uint64_t Balance::Unexplained() const {
     const uint64_t nLaunches = launches.nPrograms + launches.nUnresolvable + launches.nLost +
                                launches.nOwn + launches.nBroken;
     const uint64_t nFiles = files.nOwn + files.nElsewhere + files.nUnresolvable + files.nTold;
