@@ -94,7 +94,7 @@ def tevmon(load, folder, args):
         wait_until(lambda: '"event":"start"' in output.read_text(), host, folder / "errors")
         before, begun = machine_busy(), process_seconds(host.pid)
         load.run("t")
-        # Until the module has looked at everything: its work is part of the price.
+        # Until the module has analysed everything: its work is part of the price.
         last = shutil.copy("/bin/true", folder / "last")
         subprocess.run([str(last)], check=True)
         wait_until(lambda: any(f'"path":"{last}"' in line and ('"query"' in line or '"skip"' in line)

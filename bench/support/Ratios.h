@@ -1,4 +1,4 @@
-// Comparisons: a subject and a reference measured side by side in one run, told as their ratio.
+// Comparisons: a subject and a reference measured side by side in one run, printed as their ratio.
 //
 // Every program of this folder has this main. It measures each pair in repetitions that are mixed
 // at random and prints one line per pair, or with --json one JSON object per line: the fastest of
@@ -21,7 +21,7 @@ struct Comparison {
     double dTarget = 0;  // the ratio is to be at most this; 0 for a figure without a target
     Side subject;
     Side reference;
-    int64_t nOperations = 1;  // per iteration; the time told is of one
+    int64_t nOperations = 1;  // per iteration; the time printed is of one
     int nRounds = 0;          // repetitions of a pair that takes long; 0 for the usual 31
     bool bWallTime = false;   // for sides with threads of their own
     // A side that sets the counter "bytes" is compared by that instead of by time.

@@ -1,4 +1,4 @@
-// What a sender gives to IMsgRouter::SendWithCompletion to hear how the send ended.
+// What a sender gives to IMsgRouter::SendWithCompletion to learn how the send ended.
 #ifndef FRAMEWORK_ABI_IMRSENDCOMPLETE_H
 #define FRAMEWORK_ABI_IMRSENDCOMPLETE_H
 

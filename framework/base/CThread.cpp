@@ -167,7 +167,7 @@ void* CThread::State::Body(void* pArg) {
     } catch (const abi::__forced_unwind&) {
         throw;  // pthread_exit and pthread_cancel; the C library aborts when it is swallowed
     } catch (...) {
-        // Nobody is left to tell; the thread ends as if run had returned.
+        // Nobody is left to report to; the thread ends as if run had returned.
     }
     return nullptr;
 }

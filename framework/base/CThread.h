@@ -41,7 +41,7 @@ public:
     CThread& operator=(const CThread&) = delete;
 
     // Creates the thread and returns true; true without doing anything when it runs already,
-    // false when the system refuses another thread. A thread that has ended or was told to end is
+    // false when the system refuses another thread. A thread that has ended or was asked to end is
     // waited for and followed by a fresh one; false on that thread itself. The thread blocks all
     // signals and has a stack of 8 MiB (address space, not memory).
     virtual bool start(Priority ePriority);

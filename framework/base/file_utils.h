@@ -1,6 +1,6 @@
 // Questions about paths and files.
 //
-// Threads: any; no state. Errors: a path that is empty, holds a NUL byte or cannot be looked at
+// Threads: any; no state. Errors: a path that is empty, holds a NUL byte or cannot be read
 //   names no file. Nothing opens a file.
 #ifndef FRAMEWORK_BASE_FILE_UTILS_H
 #define FRAMEWORK_BASE_FILE_UTILS_H

@@ -39,7 +39,7 @@ HOSTFRAMEWORK_API void SetDigestPath(DigestPath ePath);
 // then, and the notice is called.
 HOSTFRAMEWORK_API DigestPath ChooseDigestPath(const DigestBlocksFn (&paths)[DIGEST_PATHS]);
 
-// Who is told of a wrong answer, with the name of the path; the log sets it when it is loaded.
+// Who learns of a wrong answer, with the name of the path; the log sets it when it is loaded.
 using DigestNoticeFn = void (*)(const char* pszPath);
 void SetDigestNotice(DigestNoticeFn fnNotice);
 

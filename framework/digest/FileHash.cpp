@@ -169,7 +169,7 @@ bool HashFile(const std::string& strPath, unsigned char* pMd5, unsigned char* pS
     if (strPath.empty() || strPath.find('\0') != std::string::npos) {
         return false;
     }
-    // Looked at without opening: opening a device may act, opening a FIFO may wait.
+    // Examined without opening: opening a device may act, opening a FIFO may wait.
     const CFileHandle path(open(strPath.c_str(), O_PATH | O_CLOEXEC));
     struct stat status = {};
     if (path.Get() < 0 || fstat(path.Get(), &status) != 0 || !S_ISREG(status.st_mode) ||

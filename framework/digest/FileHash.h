@@ -22,7 +22,7 @@ constexpr int64_t HASH_SIZELESS_LIMIT = 64LL * 1024 * 1024;
 // false with both empty: for an empty path or one with a NUL byte, whatever is not a regular file
 // after following links, the kernel's own files (under /proc, /sys and their like, but not what a
 // link such as /proc/PID/exe leads to), whatever is too large, may not be read or ends before its
-// size. The file that is read is the one that was looked at: it is opened through /proc, and where
+// size. The file that is read is the one that was examined: it is opened through /proc, and where
 // that is not mounted by its path once more, without a link on the way (Linux 5.6).
 //
 // Threads: any. Never opens a device, never waits for a FIFO, never maps

@@ -61,7 +61,7 @@ void AppendEscaped(std::string& strLine, const std::string& strText) {
     }
 }
 
-// A part before the message; never empty, so that a line's parts can be told by their place.
+// A part before the message; never empty, so that a line's parts can be known by their place.
 void AppendName(std::string& strLine, const char* pszName) {
     AppendEscaped(strLine, *pszName == '\0' ? "-" : pszName);
 }

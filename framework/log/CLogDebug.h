@@ -49,7 +49,7 @@ public:
     CLogDebug(const CLogDebug&) = delete;
     CLogDebug& operator=(const CLogDebug&) = delete;
 
-    // True when records of nLevel are written. nModule is not looked at.
+    // True when records of nLevel are written. nModule is ignored.
     bool CheckLogLevel(int nLevel, int nModule) const;
 
     // Hands one record to the sink. Returns the sink's result; the standard sink's is the number

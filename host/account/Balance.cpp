@@ -16,17 +16,17 @@ uint64_t Balance::Outstanding() const {
 }
 
 uint64_t Balance::Unexplained() const {
-    const uint64_t nLaunches = launches.nPrograms + launches.nUnresolvable + launches.nLost +
+    const uint64_t nLaunches = launches.nPrograms + launches.nUnresolved + launches.nLost +
                                launches.nOwn + launches.nBroken;
-    const uint64_t nFiles = files.nOwn + files.nElsewhere + files.nUnresolvable + files.nTold;
-    const uint64_t nTooMany = nLaunches - std::min(launches.nSensed, nLaunches) +
-                              (nFiles - std::min(files.nSensed, nFiles));
-    // A query that could not be sent names nothing: its question is among the silent ones.
-    const uint64_t nSilent = events.nSilent - std::min(events.nSilent, module.nNotSent);
-    const uint64_t nEnds = events.nRefused + events.nNotStored + events.nWaiting + events.nBegun;
+    const uint64_t nFiles = files.nOwn + files.nUnwatched + files.nUnresolved + files.nReported;
+    const uint64_t nTooMany = nLaunches - std::min(launches.nCaptured, nLaunches) +
+                              (nFiles - std::min(files.nCaptured, nFiles));
+    // A query that could not be sent names nothing: its expected query is among the missing ones.
+    const uint64_t nMissing = events.nMissing - std::min(events.nMissing, module.nNotSent);
+    const uint64_t nEnds = events.nRefused + events.nNotStored + events.nWaiting + events.nAnalysed;
     const uint64_t nAtTheEnd =
-        launches.Waiting() + files.Waiting() + nSilent + Outstanding() + Batched();
-    return nTooMany + (bFinal ? nAtTheEnd : 0) + Difference(events.nSent + Batched(), Told()) +
+        launches.Waiting() + files.Waiting() + nMissing + Outstanding() + Batched();
+    return nTooMany + (bFinal ? nAtTheEnd : 0) + Difference(events.nSent + Batched(), Reported()) +
            Difference(events.nSent, nEnds) +
-           Difference(events.nQuestions, events.Settled() + events.nSilent);
+           Difference(events.nExpected, events.Settled() + events.nMissing);
 }

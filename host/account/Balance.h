@@ -23,11 +23,11 @@ struct Balance {
     std::optional<uint64_t> input;
     bool bFinal = false;  // nothing is on its way any more
 
-    // Programs, scripts and file operations that were told.
-    uint64_t Told() const {
-        return input.value_or(launches.nPrograms + launches.nScripts + files.nTold);
+    // Programs, scripts and file operations that were reported.
+    uint64_t Reported() const {
+        return input.value_or(launches.nPrograms + launches.nScripts + files.nReported);
     }
-    // Of these: in a batch in the making.
+    // Of these: in a batch that is not full yet.
     uint64_t Batched() const { return launches.nBatched + files.nBatched; }
     // Of the messages that the router took: events of those whose delivery was not refused.
     uint64_t Delivered() const { return events.nSent - events.nRefused; }

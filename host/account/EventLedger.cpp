@@ -9,7 +9,7 @@
 namespace {
 
 // Queries replace bytes that are not UTF-8, so those of other than ASCII do not count.
-std::string KeyOf(QuestionKind eKind, const std::string& strOperation, const std::string& strName) {
+std::string KeyOf(ExpectedKind eKind, const std::string& strOperation, const std::string& strName) {
     std::string strKey = std::to_string(eKind) + strOperation + "\n";
     const size_t nPrefix = strKey.size();
     for (const char c : strName) {
@@ -23,8 +23,8 @@ std::string KeyOf(QuestionKind eKind, const std::string& strOperation, const std
     return strKey;
 }
 
-size_t TextsOf(const ModuleQuestion& question) {
-    return 2 * (question.strFile.size() + question.strProgram.size());
+size_t TextsOf(const ExpectedQuery& expected) {
+    return 2 * (expected.strFile.size() + expected.strProgram.size());
 }
 
 bool Stat(const std::string& strPath, struct stat& status) {
@@ -38,8 +38,8 @@ void EventLedger::SetEarlier(uint64_t nMessages) {
     m_state.nEarlierWaiting = nMessages;
 }
 
-void EventLedger::Send(uint64_t nNumber, const std::string& strBody, uint64_t nEvents,
-                       uint64_t nCopies) {
+void EventLedger::Report(uint64_t nNumber, const std::string& strBody, uint64_t nEvents,
+                         uint64_t nCopies) {
     const size_t nHash = std::hash<std::string>()(strBody);
     const MutexLock lock(m_mutex);
     m_state.nSent += nEvents;
@@ -61,33 +61,33 @@ void EventLedger::Refuse(uint64_t nNumber) {
     }
 }
 
-void EventLedger::Begin(const std::string& strBody, Clock::time_point now) {
+void EventLedger::Analyse(const std::string& strBody, Clock::time_point now) {
     const size_t nHash = std::hash<std::string>()(strBody);
-    MessageQuestions all = expected_queries::Of(strBody);
+    MessageQueries all = expected_queries::Of(strBody);
     std::vector<Excuse> excuses;
-    for (const ModuleQuestion& question : all.questions) {
-        excuses.push_back(ExcuseOf(question));
+    for (const ExpectedQuery& expected : all.expected) {
+        excuses.push_back(ExcuseOf(expected));
     }
     const MutexLock lock(m_mutex);
-    (TakeWaiting(nHash) ? m_state.nBegun : m_state.nEarlierBegun) += all.nEvents;
-    m_state.nNoInterest += all.nNoInterest;
-    m_state.nQuestions += all.questions.size();
-    for (size_t i = 0; i < all.questions.size(); ++i) {
+    (TakeWaiting(nHash) ? m_state.nAnalysed : m_state.nEarlierAnalysed) += all.nEvents;
+    m_state.nIgnored += all.nIgnored;
+    m_state.nExpected += all.expected.size();
+    for (size_t i = 0; i < all.expected.size(); ++i) {
         const auto open =
-            m_open.insert(m_open.end(), {std::move(all.questions[i]), excuses[i], now, {}, {}});
+            m_open.insert(m_open.end(), {std::move(all.expected[i]), excuses[i], now, {}, {}});
         Count(m_openState, excuses[i]);
-        const ModuleQuestion& question = open->question;
-        m_nOpenBytes += TextsOf(question);
-        const QuestionKind eKind = question.eKind;
+        const ExpectedQuery& expected = open->expected;
+        m_nOpenBytes += TextsOf(expected);
+        const ExpectedKind eKind = expected.eKind;
         open->byFile =
-            m_byFile.emplace(KeyOf(eKind, question.strOperation, question.strFile), open);
+            m_byFile.emplace(KeyOf(eKind, expected.strOperation, expected.strFile), open);
         open->byProgram =
-            m_byProgram.emplace(KeyOf(eKind, question.strOperation, question.strProgram), open);
+            m_byProgram.emplace(KeyOf(eKind, expected.strOperation, expected.strProgram), open);
     }
     DropOld(now);
 }
 
-// Whether the message is one of this run. Those that were handed over before
+// Whether the message is one of this run. Those that were reported before
 // it and still wait were not stored: the module takes the oldest first.
 bool EventLedger::TakeWaiting(size_t nHash) {
     const auto found =
@@ -107,61 +107,61 @@ bool EventLedger::TakeWaiting(size_t nHash) {
     return true;
 }
 
-EventLedger::Excuse EventLedger::ExcuseOf(const ModuleQuestion& question) const {
+EventLedger::Excuse EventLedger::ExcuseOf(const ExpectedQuery& expected) const {
     struct stat status = {};
-    if (question.eKind == QUESTION_LAUNCH) {
-        const bool bThere = Stat(question.strFile, status) && S_ISREG(status.st_mode);
-        return bThere ? EXCUSE_NONE : EXCUSE_GONE;
+    if (expected.eKind == EXPECTED_LAUNCH) {
+        const bool bThere = Stat(expected.strFile, status) && S_ISREG(status.st_mode);
+        return bThere ? EXCUSE_NONE : EXCUSE_VANISHED;
     }
-    if (question.eKind != QUESTION_PIPE) {
+    if (expected.eKind != EXPECTED_PIPE) {
         return EXCUSE_NONE;
     }
-    if (Stat(question.strFile, status) && !S_ISFIFO(status.st_mode)) {
-        return EXCUSE_GONE;
+    if (Stat(expected.strFile, status) && !S_ISFIFO(status.st_mode)) {
+        return EXCUSE_VANISHED;
     }
-    return m_fnKnownMaker && m_fnKnownMaker(question.strProgram) ? EXCUSE_KNOWN_MAKER : EXCUSE_NONE;
+    return m_fnKnownMaker && m_fnKnownMaker(expected.strProgram) ? EXCUSE_KNOWN_MAKER : EXCUSE_NONE;
 }
 
-std::optional<ModuleQuestion> EventLedger::Hear(const ModuleSign& sign) {
-    const std::string strKey = KeyOf(sign.eKind, sign.strOperation, sign.strName);
+std::optional<ExpectedQuery> EventLedger::Match(const ModuleOutcome& outcome) {
+    const std::string strKey = KeyOf(outcome.eKind, outcome.strOperation, outcome.strName);
     const MutexLock lock(m_mutex);
-    Index& index = sign.bNamesProgram ? m_byProgram : m_byFile;
+    Index& index = outcome.bNamesProgram ? m_byProgram : m_byFile;
     const auto found = index.find(strKey);
     if (found == index.end()) {
-        ++m_state.nBeside;
+        ++m_state.nUnmatched;
         return std::nullopt;
     }
     uint64_t LedgerState::*const ENDS[] = {&LedgerState::nQueried, &LedgerState::nCached,
-                                           &LedgerState::nNoHash, &LedgerState::nNoStat};
-    ++(m_state.*ENDS[sign.eEnd]);
-    const auto question = found->second;
-    ModuleQuestion ended = question->question;
-    Close(question);
+                                           &LedgerState::nUnreadable, &LedgerState::nStatFailed};
+    ++(m_state.*ENDS[outcome.eEnd]);
+    const auto expected = found->second;
+    ExpectedQuery ended = expected->expected;
+    Close(expected);
     return ended;
 }
 
-void EventLedger::Close(std::list<Open>::iterator question) {
-    Count(m_openState, question->eExcuse, ~uint64_t{0});
-    m_byFile.erase(question->byFile);
-    m_byProgram.erase(question->byProgram);
-    m_nOpenBytes -= TextsOf(question->question);
-    m_open.erase(question);
+void EventLedger::Close(std::list<Open>::iterator expected) {
+    Count(m_openState, expected->eExcuse, ~uint64_t{0});
+    m_byFile.erase(expected->byFile);
+    m_byProgram.erase(expected->byProgram);
+    m_nOpenBytes -= TextsOf(expected->expected);
+    m_open.erase(expected);
 }
 
 // nTimes may be -1 in its unsigned form.
 void EventLedger::Count(LedgerState& state, Excuse eExcuse, uint64_t nTimes) {
-    state.nGone += eExcuse == EXCUSE_GONE ? nTimes : 0;
+    state.nVanished += eExcuse == EXCUSE_VANISHED ? nTimes : 0;
     state.nKnownMaker += eExcuse == EXCUSE_KNOWN_MAKER ? nTimes : 0;
-    state.nSilent += eExcuse == EXCUSE_NONE ? nTimes : 0;
+    state.nMissing += eExcuse == EXCUSE_NONE ? nTimes : 0;
 }
 
-// What is open for so long is not heard of any more. Few are, so that a look
+// What is open for so long has no end any more. Few are, so that a look
 // at their files here costs nothing.
 void EventLedger::DropOld(Clock::time_point now) {
-    while (!m_open.empty() && (m_open.size() > MOST_QUESTIONS || m_nOpenBytes > MOST_BYTES ||
+    while (!m_open.empty() && (m_open.size() > MOST_EXPECTED || m_nOpenBytes > MOST_BYTES ||
                                now - m_open.front().begun > LONGEST_OPEN)) {
         const Open& oldest = m_open.front();
-        Count(m_state, oldest.eExcuse != EXCUSE_NONE ? oldest.eExcuse : ExcuseOf(oldest.question));
+        Count(m_state, oldest.eExcuse != EXCUSE_NONE ? oldest.eExcuse : ExcuseOf(oldest.expected));
         Close(m_open.begin());
     }
 }
@@ -180,29 +180,29 @@ LedgerState EventLedger::State() const {
     const MutexLock lock(m_mutex);
     LedgerState state = m_state;
     state.nWaitingMessages = m_waiting.size();
-    state.nGone += m_openState.nGone;
+    state.nVanished += m_openState.nVanished;
     state.nKnownMaker += m_openState.nKnownMaker;
-    state.nSilent += m_openState.nSilent;
+    state.nMissing += m_openState.nMissing;
     return state;
 }
 
 LedgerState EventLedger::FinalState() const {
     LedgerState state;
-    std::vector<ModuleQuestion> unexplained;
+    std::vector<ExpectedQuery> unexplained;
     {
         const MutexLock lock(m_mutex);
         state = m_state;
         state.nWaitingMessages = m_waiting.size();
         for (const Open& open : m_open) {
             if (open.eExcuse == EXCUSE_NONE) {
-                unexplained.push_back(open.question);
+                unexplained.push_back(open.expected);
             } else {
                 Count(state, open.eExcuse);
             }
         }
     }
-    for (const ModuleQuestion& question : unexplained) {
-        Count(state, ExcuseOf(question));
+    for (const ExpectedQuery& expected : unexplained) {
+        Count(state, ExcuseOf(expected));
     }
     return state;
 }

@@ -13,11 +13,11 @@ void AddMap(Map& sum, const Map& other) {
 
 void RunCounters::Add(const RunCounters& other) {
     uint64_t RunCounters::*const NUMBERS[] = {
-        &RunCounters::nMessages,     &RunCounters::nCopies,   &RunCounters::nEvents,
-        &RunCounters::nNotDelivered, &RunCounters::nUnusable, &RunCounters::nAnalysed,
-        &RunCounters::nQueries,      &RunCounters::nAnswers,  &RunCounters::nKnown,
-        &RunCounters::nNoKey,        &RunCounters::nLost,     &RunCounters::nNotSent,
-        &RunCounters::nCached,       &RunCounters::nNoStat,   &RunCounters::nNoHash,
+        &RunCounters::nMessages,     &RunCounters::nCopies,     &RunCounters::nEvents,
+        &RunCounters::nNotDelivered, &RunCounters::nUnusable,   &RunCounters::nAnalysed,
+        &RunCounters::nQueries,      &RunCounters::nAnswers,    &RunCounters::nKnown,
+        &RunCounters::nNoKey,        &RunCounters::nLost,       &RunCounters::nNotSent,
+        &RunCounters::nCached,       &RunCounters::nStatFailed, &RunCounters::nUnreadable,
         &RunCounters::nHashedBytes,  &RunCounters::nCentre};
     for (uint64_t RunCounters::*const pNumber : NUMBERS) {
         this->*pNumber += other.*pNumber;
@@ -28,8 +28,8 @@ void RunCounters::Add(const RunCounters& other) {
     dWorkBefore += other.WorkSeconds();
 }
 
-uint64_t RunCounters::Silent() const {
-    const uint64_t nSeen = nQueries + nNotSent + nCached + nNoStat + nNoHash;
+uint64_t RunCounters::Missing() const {
+    const uint64_t nSeen = nQueries + nNotSent + nCached + nStatFailed + nUnreadable;
     return nAnalysed == nCopies && nEvents > nSeen ? nEvents - nSeen : 0;
 }
 

@@ -16,7 +16,7 @@ struct RunCounters {
     uint64_t nEvents = 0;        // events in them
     uint64_t nNotDelivered = 0;  // messages that the router did not take
     uint64_t nUnusable = 0;      // pieces of input that no message could be made of
-    uint64_t nAnalysed = 0;      // messages the module has looked at, older ones included
+    uint64_t nAnalysed = 0;      // messages that the module analysed, older ones included
 
     uint64_t nQueries = 0;  // every query that came
     uint64_t nAnswers = 0;  // answers sent, at most one a key
@@ -26,8 +26,8 @@ struct RunCounters {
     uint64_t nNotSent = 0;  // queries that the module could not send
 
     uint64_t nCached = 0;       // events skipped: verdict in the cache
-    uint64_t nNoStat = 0;       // events skipped: file cannot be looked at
-    uint64_t nNoHash = 0;       // events skipped: program cannot be read
+    uint64_t nStatFailed = 0;   // events skipped: file's status cannot be had
+    uint64_t nUnreadable = 0;   // events skipped: program cannot be read
     uint64_t nHashedBytes = 0;  // sizes of the programs hashed, as far as they are named
     uint64_t nCentre = 0;       // records sent to the centre
 
@@ -36,16 +36,16 @@ struct RunCounters {
     std::map<std::string, uint64_t> queriesByPackage;  // of level 10
 
     std::optional<Clock::time_point> firstWork;  // the module began to look at messages
-    std::optional<Clock::time_point> lastWork;   // the last thing heard of it
+    std::optional<Clock::time_point> lastWork;   // its last query or log record
     double dWorkBefore = 0;                      // seconds of work that Add brought in
 
     // Adds what happened in another pass. Its time of work counts, not the pause before it.
     void Add(const RunCounters& other);
 
-    // Events that led to nothing that could be seen; 0 when that cannot be told.
-    uint64_t Silent() const;
+    // Events that led to nothing that could be seen; 0 when that is not known.
+    uint64_t Missing() const;
     double WorkSeconds() const;
-    double BytesPerSecond() const;  // of work; 0 when that is too short to tell
+    double BytesPerSecond() const;  // of work; 0 when that is too short
 };
 
 #endif

@@ -91,7 +91,7 @@ struct SensorNotice {
     const std::string& strText;
 };
 
-// A message is about to be handed over to the module.
+// A message is about to be sent to the module.
 struct BatchReported {
     const EventBatch& batch;
 };

@@ -24,24 +24,24 @@ bool HasNoVerdict(QueryFate eFate) {
     return eFate == QUERY_UNREADABLE || eFate == QUERY_NOT_DELIVERED;
 }
 
-ModuleSign SignOf(const CloudQuery& query) {
-    ModuleSign sign;
-    sign.eKind = expected_queries::KindOfEvent(query.strEvent, sign.strOperation);
-    sign.strName = query.strPath;
-    sign.bNamesProgram = sign.eKind == QUESTION_PIPE || sign.eKind == QUESTION_UNIT;
-    return sign;
+ModuleOutcome OutcomeOf(const CloudQuery& query) {
+    ModuleOutcome outcome;
+    outcome.eKind = expected_queries::KindOfEvent(query.strEvent, outcome.strOperation);
+    outcome.strName = query.strPath;
+    outcome.bNamesProgram = outcome.eKind == EXPECTED_PIPE || outcome.eKind == EXPECTED_UNIT;
+    return outcome;
 }
 
-ModuleSign SignOf(const ModuleRecord& note) {
-    ModuleSign sign;
-    sign.eEnd = note.eNote == NOTE_CACHED    ? SIGN_CACHED
-                : note.eNote == NOTE_NO_HASH ? SIGN_NO_HASH
-                                             : SIGN_NO_STAT;
-    sign.eKind = note.eQuestion;
-    sign.strName = note.strText;
-    sign.strOperation = note.strOperation;
-    sign.bNamesProgram = note.bNamesProgram;
-    return sign;
+ModuleOutcome OutcomeOf(const ModuleRecord& note) {
+    ModuleOutcome outcome;
+    outcome.eEnd = note.eNote == NOTE_CACHED       ? OUTCOME_CACHED
+                   : note.eNote == NOTE_UNREADABLE ? OUTCOME_UNREADABLE
+                                                   : OUTCOME_STAT_FAILED;
+    outcome.eKind = note.eExpected;
+    outcome.strName = note.strText;
+    outcome.strOperation = note.strOperation;
+    outcome.bNamesProgram = note.bNamesProgram;
+    return outcome;
 }
 
 }  // namespace
@@ -182,7 +182,7 @@ void RunJournal::Count(const LaunchCaptured& event) {
 
 void RunJournal::Count(const BatchReported& event) {
     const EventBatch& batch = event.batch;
-    m_ledger.Send(batch.nNumber, batch.strBody, batch.nEvents, batch.nCopies);
+    m_ledger.Report(batch.nNumber, batch.strBody, batch.nEvents, batch.nCopies);
     const MutexLock lock(m_mutex);
     m_nInput += batch.nEvents;
 }
@@ -228,13 +228,13 @@ void RunJournal::Count(const QueryReceived& event) {
 
 void RunJournal::Count(const ModuleNoted& event) {
     const ModuleNote eNote = event.note.eNote;
-    const bool bHashed = eNote == NOTE_CACHED && event.note.eQuestion == QUESTION_LAUNCH;
+    const bool bHashed = eNote == NOTE_CACHED && event.note.eExpected == EXPECTED_LAUNCH;
     const uint64_t nBytes = bHashed ? FileSize(event.note.strText) : 0;
     const MutexLock lock(m_mutex);
     m_counters.nAnalysed += eNote == NOTE_ANALYSED ? 1 : 0;
     m_counters.nCached += eNote == NOTE_CACHED ? 1 : 0;
-    m_counters.nNoStat += eNote == NOTE_NO_STAT ? 1 : 0;
-    m_counters.nNoHash += eNote == NOTE_NO_HASH ? 1 : 0;
+    m_counters.nStatFailed += eNote == NOTE_STAT_FAILED ? 1 : 0;
+    m_counters.nUnreadable += eNote == NOTE_UNREADABLE ? 1 : 0;
     m_counters.nNotSent += eNote == NOTE_NOT_SENT ? 1 : 0;
     m_counters.nHashedBytes += nBytes;
     m_counters.lastWork = Clock::now();
@@ -250,17 +250,17 @@ void RunJournal::Count(const CentreRecord&) {
 
 void RunJournal::Follow(const QueryReceived& event) {
     const CloudQuery& query = event.query;
-    const ModuleSign sign = SignOf(query);
-    const std::optional<ModuleQuestion> question = m_ledger.Hear(sign);
+    const ModuleOutcome outcome = OutcomeOf(query);
+    const std::optional<ExpectedQuery> expected = m_ledger.Match(outcome);
     if (!m_bWatch || HasNoVerdict(event.eFate)) {
         return;
     }
-    const bool bLaunch = sign.eKind == QUESTION_LAUNCH;
-    const std::string strSubject = question ? question->strFile : query.strPath;
-    const std::string strProgram = bLaunch              ? strSubject
-                                   : question           ? question->strProgram
-                                   : sign.bNamesProgram ? query.strPath
-                                                        : "";
+    const bool bLaunch = outcome.eKind == EXPECTED_LAUNCH;
+    const std::string strSubject = expected ? expected->strFile : query.strPath;
+    const std::string strProgram = bLaunch                 ? strSubject
+                                   : expected              ? expected->strProgram
+                                   : outcome.bNamesProgram ? query.strPath
+                                                           : "";
     Verdict verdict = event.verdict;
     if (event.eFate != QUERY_NO_KEY) {
         m_programs.SetVerdict(strProgram, verdict);
@@ -275,20 +275,20 @@ void RunJournal::Follow(const QueryReceived& event) {
 void RunJournal::Follow(const ModuleNoted& event) {
     const ModuleRecord& note = event.note;
     if (note.eNote == NOTE_ANALYSED) {
-        m_ledger.Begin(note.strText);
+        m_ledger.Analyse(note.strText);
         return;
     }
     if (note.eNote == NOTE_NOT_SENT) {
         return;  // names nothing
     }
-    const std::optional<ModuleQuestion> question = m_ledger.Hear(SignOf(note));
+    const std::optional<ExpectedQuery> expected = m_ledger.Match(OutcomeOf(note));
     if (!m_bWatch || note.eNote != NOTE_CACHED) {
         return;
     }
-    const bool bLaunch = note.eQuestion == QUESTION_LAUNCH;
-    const std::string strProgram = bLaunch ? note.strText : question ? question->strProgram : "";
+    const bool bLaunch = note.eExpected == EXPECTED_LAUNCH;
+    const std::string strProgram = bLaunch ? note.strText : expected ? expected->strProgram : "";
     const Verdict verdict = m_programs.VerdictOf(strProgram);
     const std::string strBy = bLaunch ? m_programs.Starter(note.strText) : strProgram;
-    Publish(ProgramJudged{expected_queries::EventOf(note.eQuestion, note.strOperation),
+    Publish(ProgramJudged{expected_queries::EventOf(note.eExpected, note.strOperation),
                           note.strText, strProgram, strBy, verdict, true, false});
 }

@@ -46,7 +46,7 @@ public:
     void ShowBalance();
     void End(const RunEnd& end);
 
-    // bFinal: the module has stopped; files are looked at then for what was not heard of.
+    // bFinal: the module has stopped; files are examined then for what has no outcome.
     Balance CurrentBalance(bool bFinal) const;
     bool HasEnded() const { return m_bEnded; }
     RunCounters PassCounters() const;

@@ -6,8 +6,8 @@
 // Threads: any; one mutex, lines never mix.
 // Errors: nothing throws but std::bad_alloc. Standard output that cannot be written (its reader
 //   left, the disk is full) is reported once through IsBroken and gets nothing more. Lines for a
-//   standard error that nobody reads are dropped, and their number told once it is read again: the
-//   module's threads come here and must not stand still.
+//   standard error that nobody reads are dropped, and their number is printed once it is read
+//   again: the module's threads come here and must not stand still.
 #ifndef HOST_BASE_CONSOLE_H
 #define HOST_BASE_CONSOLE_H
 

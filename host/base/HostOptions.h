@@ -9,10 +9,11 @@
 
 struct HostOptions {
     std::string strStateDir;  // absolute, without a final "/"; never empty in a callback
-    std::string strModule;    // the module to load, absolute; "" for the one beside the executable
-    bool bJson = false;       // one JSON object per line on standard output
-    bool bVerbose = false;    // every query and verdict, not only the interesting ones
-    int nLogLevel = 4;        // the lowest level of the module's log that is shown
+    std::string
+        strModule;  // the module to load, absolute; "" for the one in the executable's directory
+    bool bJson = false;     // one JSON object per line on standard output
+    bool bVerbose = false;  // every query and verdict, not only the interesting ones
+    int nLogLevel = 4;      // the lowest level of the module's log that is shown
 
     // What is shown to people, or its record for programs, as the user asked.
     template <class Shown>

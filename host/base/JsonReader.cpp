@@ -13,7 +13,7 @@ bool Parse(const std::string& strText, Json::Value& jsonOut) {
     builder["collectComments"] = false;
     try {
         const std::unique_ptr<Json::CharReader> pReader(builder.newCharReader());
-        // No error text is asked for: making it costs more than it tells.
+        // No error text is asked for: making it costs more than it is worth.
         return pReader->parse(strText.data(), strText.data() + strText.size(), &jsonOut, nullptr);
     } catch (const std::exception&) {
         return false;

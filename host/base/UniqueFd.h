@@ -1,6 +1,6 @@
 // A file descriptor with an owner, who closes it.
 //
-// Threads: as an int. Errors: none; what close tells is of use after writing only, see Close.
+// Threads: as an int. Errors: none; what close reports is of use after writing only, see Close.
 #ifndef HOST_BASE_UNIQUEFD_H
 #define HOST_BASE_UNIQUEFD_H
 
@@ -35,7 +35,8 @@ public:
         m_nFd = nFd;
     }
 
-    // 0, or the error of close: on some file systems only it tells that something written is lost.
+    // 0, or the error of close: on some file systems only it reports that something written is
+    // lost.
     int Close() { return m_nFd >= 0 && close(std::exchange(m_nFd, -1)) != 0 ? errno : 0; }
 
     // Hands the descriptor over; whoever takes it closes it.

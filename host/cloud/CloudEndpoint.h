@@ -2,7 +2,7 @@
 // through the same router.
 //
 // Threads: OnMessage on the transport thread of its lane; answers end on the module's.
-// Errors: whatever is wrong with a query is told to the observer, nothing throws.
+// Errors: whatever is wrong with a query is reported to the observer, nothing throws.
 // Ownership: router, service, keys and observer must outlive it.
 #ifndef HOST_CLOUD_CLOUDENDPOINT_H
 #define HOST_CLOUD_CLOUDENDPOINT_H

@@ -25,7 +25,7 @@ void AddGlobalOptions(Command& program, HostOptions& options) {
         .TypeName("DIR");
     program
         .AddOption("--module", options.strModule,
-                   "The module to load (default: libtevmon.so beside this program)")
+                   "The module to load (default: libtevmon.so in this program's directory)")
         .TypeName("FILE");
     program.AddFlag("--json", options.bJson, "One JSON object per line on standard output");
     program.AddFlag("-v,--verbose", options.bVerbose,

@@ -39,7 +39,7 @@ void AddNumber(JsonObject& json, const std::string& strKey, const std::optional<
 // Adds local time, or null when there is none.
 void AddTime(JsonObject& json, const std::string& strKey, const std::optional<int64_t>& tmSeconds);
 
-// What a table is called and looked at with. The last column is the big one.
+// What a table is called and read with. The last column is the big one.
 struct TableView {
     std::string strFile;
     std::string strTable;

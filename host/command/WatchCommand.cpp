@@ -39,7 +39,7 @@ struct WatchArguments {
     int64_t nBatchMs = 200;
 };
 
-constexpr double SETTLE_SECONDS = 60;  // for the module to look at what was sensed last
+constexpr double SETTLE_SECONDS = 60;  // for the module to analyse what was captured last
 
 // Null and nothing said when no recording is wanted; false when it cannot be made.
 bool OpenRecording(const std::string& strFile, std::shared_ptr<FILE>& pRecord) {
@@ -148,7 +148,7 @@ void AddBatchOptions(Command& command, WatchArguments& arguments) {
         .ShowDefault();
     command
         .AddOption("--batch-time", arguments.nBatchMs,
-                   "Milliseconds from the first of them until it is handed over")
+                   "Milliseconds from the first of them until it is reported")
         .TypeName("MS")
         .InRange(1, 60000)
         .ShowDefault();

@@ -1,4 +1,4 @@
-// Tells whether a database with a rollback journal was written while somebody read it without a
+// Finds out whether a database with a rollback journal was written while somebody read it without a
 // lock: its writer begins a journal before the first byte it changes, counts up the number at
 // byte 24 with every change it completes, and takes the journal away last.
 //

@@ -125,7 +125,7 @@ Finding OfKernel(const std::string& strRelease) {
     if (nVersion < 5017) {
         return {FINDING_WARNING, "kernel",
                 "Linux " + strRelease +
-                    " is older than 5.17: a rename is told as two operations that nothing ties "
+                    " is older than 5.17: a rename is reported as two operations that nothing ties "
                     "together",
                 "use a newer kernel, as Debian 12 has it"};
     }
@@ -200,11 +200,11 @@ Finding OfDatabase(const std::string& strFile) {
                 ""};
     }
     if (nCode == SQLITE_BUSY || nCode == SQLITE_LOCKED) {
-        return {FINDING_WARNING, strName, strFile + " is being written: not looked at",
+        return {FINDING_WARNING, strName, strFile + " is being written: not examined",
                 "look again"};
     }
     if (nCode == SQLITE_READONLY || nCode == SQLITE_CANTOPEN) {
-        return {FINDING_WARNING, strName, strFile + " cannot be looked at: " + strAnswer,
+        return {FINDING_WARNING, strName, strFile + " cannot be read: " + strAnswer,
                 "run as the user who runs the host; what a killed host left is completed by the "
                 "next run"};
     }

@@ -29,7 +29,7 @@ std::vector<Finding> OfFileSensor() {
     if (!pSensor->Open(strError)) {
         return {{FINDING_FAILED, "file operations", strError, "watch --no-files goes without"}};
     }
-    return {{FINDING_OK, "file operations", "fanotify tells them", ""}};
+    return {{FINDING_OK, "file operations", "fanotify reports them", ""}};
 }
 
 // One mark on each file system that holds a watched place; they go with the group.
@@ -93,7 +93,7 @@ Finding OfMark(const std::string& strPoint, const std::string& strType, int nErr
         return {FINDING_FAILED, strCheck, strReason, "run as root or with CAP_SYS_ADMIN"};
     }
     return {FINDING_WARNING, strCheck,
-            strReason + "; only the watched directories that are there are told",
+            strReason + "; only the watched directories that are there are reported",
             "put the watched places on a file system such as ext4 or xfs"};
 }
 

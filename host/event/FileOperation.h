@@ -1,4 +1,4 @@
-// What happens to files on this machine, as the kernel tells it, and who is told of it.
+// What happens to files on this machine, as the kernel reports it, and who observes it.
 #ifndef HOST_EVENT_FILEOPERATION_H
 #define HOST_EVENT_FILEOPERATION_H
 
@@ -24,22 +24,22 @@ struct FileOperation {
 };
 
 struct FileCounters {
-    uint64_t nSensed = 0;        // operations that the kernel told, and those made of them
-    uint64_t nOwn = 0;           // of these: the host's own process
-    uint64_t nElsewhere = 0;     // of these: in no watched place and no pipe; not told
-    uint64_t nUnresolvable = 0;  // of these: no path, their directory is gone
-    uint64_t nTold = 0;          // of these: told
-    uint64_t nBatched = 0;       // told and in the batch in the making
-    uint64_t nNoProgram = 0;     // told without the acting program
-    uint64_t nOverflows = 0;     // times that the kernel's queue was full; what it lost is unknown
-    uint64_t nBroken = 0;        // pieces of what the kernel told that are no event
-    uint64_t nEvents = 0;        // that the kernel told; some hold several operations, some none
-    uint64_t nSenseMicros = 0;   // processor time for all of it, until it is told
+    uint64_t nCaptured = 0;       // operations that the kernel reported, and those made of them
+    uint64_t nOwn = 0;            // of these: the host's own process
+    uint64_t nUnwatched = 0;      // of these: in no watched place and no pipe; not reported
+    uint64_t nUnresolved = 0;     // of these: no path, their directory is gone
+    uint64_t nReported = 0;       // of these: reported
+    uint64_t nBatched = 0;        // reported and in a batch that is not full yet
+    uint64_t nNoProgram = 0;      // reported without the acting program
+    uint64_t nOverflows = 0;      // times that the kernel's queue was full; what it lost is unknown
+    uint64_t nBroken = 0;         // records of the kernel that are no event
+    uint64_t nEvents = 0;         // of the kernel; some hold several operations, some none
+    uint64_t nCaptureMicros = 0;  // processor time for all of it, until it is reported
 
-    // Sensed, and neither told nor counted for a reason.
+    // Captured, and neither reported nor counted for a reason.
     uint64_t Waiting() const {
-        const uint64_t nKnown = nOwn + nElsewhere + nUnresolvable + nTold;
-        return nSensed > nKnown ? nSensed - nKnown : 0;
+        const uint64_t nKnown = nOwn + nUnwatched + nUnresolved + nReported;
+        return nCaptured > nKnown ? nCaptured - nKnown : 0;
     }
 };
 

@@ -32,7 +32,7 @@ enum SourceResult {
     SOURCE_END,          // no more will come
 };
 
-// Something to tell the user about the input: where it is (0 when it has no number) and what.
+// A remark for the user about the input: where it is (0 when it has no number) and what.
 using SourceRemark = std::function<void(uint64_t nNumber, const std::string& strText)>;
 
 class IEventSource {
@@ -43,7 +43,7 @@ public:
     // The next batch, waiting for it at most that long.
     virtual SourceResult Next(EventBatch& batch, std::chrono::milliseconds wait) = 0;
     // Makes Next answer SOURCE_END from its next call on; a live source first hands out what it had
-    // sensed until then, without waiting.
+    // captured until then, without waiting.
     virtual void Stop() = 0;
     virtual SourceCounters Counters() const = 0;
     virtual std::string Name() const = 0;  // for people

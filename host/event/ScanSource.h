@@ -39,7 +39,7 @@ private:
     // What is still to be visited, the next one last; true for a place that the user named.
     std::vector<std::pair<std::string, bool>> m_open;
     std::set<std::pair<dev_t, ino_t>> m_walked;
-    std::vector<std::string> m_found;  // programs of the batch in the making
+    std::vector<std::string> m_found;  // programs of the batch that is being filled
     SourceCounters m_counters;
 };
 

@@ -1,7 +1,8 @@
 // The places in which the module looks at file operations, and how paths in them are spelled.
 //
-// The module compares the beginning of a path; the kernel tells paths with every link followed.
-// Where a place is reached over a link (/lib is usr/lib), the path is told as the place is written.
+// The module compares the beginning of a path; the kernel reports paths with every link followed.
+// Where a place is reached over a link (/lib is usr/lib), the path is reported as the place is
+// written.
 //
 // Threads: one. Errors: none but std::bad_alloc.
 #ifndef HOST_EVENT_WATCHEDPATHS_H
@@ -31,7 +32,7 @@ public:
 
     static const std::vector<Place>& All();
 
-    // aliases: pairs of how the kernel spells a directory and how it is to be told.
+    // aliases: pairs of how the kernel spells a directory and how it is to be reported.
     explicit WatchedPaths(const Aliases& aliases = {}, RealPath fnReal = {});
 
     // Looks where the links lead now.

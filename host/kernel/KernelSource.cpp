@@ -51,7 +51,7 @@ bool KernelSource::Start(std::string& strError) {
     }
     if (m_pLaunches != nullptr && m_pFiles != nullptr) {
         m_images.Seed();
-        m_pLaunches->Drain();  // starts that no opening was told of
+        m_pLaunches->Drain();  // starts without an opening
         m_images.CatchUp();
         m_images.SetTellsStarts(
             [this](uint32_t nDevice) { return m_pFiles->TellsStarts(nDevice); });
@@ -144,12 +144,12 @@ bool KernelSource::HandOut(EventBatch& batch, bool bAny) {
     }
     ++m_counters.nBatches;
     m_counters.nEvents += batch.nEvents;
-    m_counters.nUnusable = (m_pLaunches == nullptr ? 0 : m_pLaunches->Counters().nUnresolvable) +
-                           (m_pFiles == nullptr ? 0 : m_pFiles->Counters().nUnresolvable);
+    m_counters.nUnusable = (m_pLaunches == nullptr ? 0 : m_pLaunches->Counters().nUnresolved) +
+                           (m_pFiles == nullptr ? 0 : m_pFiles->Counters().nUnresolved);
     return true;
 }
 
-// What was sensed before the stop.
+// What was captured before the stop.
 SourceResult KernelSource::Rest(EventBatch& batch) {
     if (!std::exchange(m_bDetached, true)) {
         if (m_pLaunches != nullptr) {

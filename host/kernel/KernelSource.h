@@ -1,8 +1,8 @@
-// What this machine does, as its kernel tells it: launches and file operations, in batches of one
+// What this machine does, as its kernel reports it: launches and file operations, in batches of one
 // kind each, numbered from one counter.
 //
 // Both come from one thread, in this order: read file operations, take every launch until then,
-// find out who did what. A file operation of a program is thus never looked at before its launch.
+// find out who did what. A file operation of a program is thus never analysed before its launch.
 //
 // Threads: as IEventSource; the observers are called on the thread that calls Start and Next.
 // Errors: Start's text says what is missing. Where only the file operations are refused it goes on
@@ -63,7 +63,7 @@ private:
     std::atomic<bool> m_bStopped{false};
     bool m_bBegun = false;
     bool m_bDetached = false;
-    std::string m_strNotice;  // to be told when the run has begun
+    std::string m_strNotice;  // to be reported when the run has begun
     SourceCounters m_counters;
 };
 

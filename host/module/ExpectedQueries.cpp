@@ -17,18 +17,18 @@ namespace {
 
 struct EventName {
     std::string_view strEvent;
-    QuestionKind eKind;
+    ExpectedKind eKind;
     std::string_view strOperation;
 };
 
 constexpr EventName EVENT_NAMES[] = {
-    {module_facts::EVENT_LAUNCH, QUESTION_LAUNCH, ""},
-    {module_facts::EVENT_CREATE, QUESTION_FILE, "create"},
-    {module_facts::EVENT_WRITE, QUESTION_FILE, "write"},
-    {module_facts::EVENT_RENAME, QUESTION_FILE, "rename"},
-    {module_facts::EVENT_REMOVE, QUESTION_FILE, "remove"},
-    {module_facts::EVENT_PIPE, QUESTION_PIPE, ""},
-    {module_facts::EVENT_UNIT, QUESTION_UNIT, ""},
+    {module_facts::EVENT_LAUNCH, EXPECTED_LAUNCH, ""},
+    {module_facts::EVENT_CREATE, EXPECTED_FILE, "create"},
+    {module_facts::EVENT_WRITE, EXPECTED_FILE, "write"},
+    {module_facts::EVENT_RENAME, EXPECTED_FILE, "rename"},
+    {module_facts::EVENT_REMOVE, EXPECTED_FILE, "remove"},
+    {module_facts::EVENT_PIPE, EXPECTED_PIPE, ""},
+    {module_facts::EVENT_UNIT, EXPECTED_UNIT, ""},
 };
 
 bool BeginsWith(const std::string& strText, std::string_view strPrefix) {
@@ -41,28 +41,28 @@ bool IsPipe(const std::string& strPath) {
            S_ISFIFO(status.st_mode);
 }
 
-void AddFile(const Json::Value& jsonElement, MessageQuestions& all) {
-    ModuleQuestion question;
-    question.strFile = json_reader::Text(jsonElement, "path");
-    question.strProgram = json_reader::Text(jsonElement, "exe_path");
+void AddFile(const Json::Value& jsonElement, MessageQueries& all) {
+    ExpectedQuery expected;
+    expected.strFile = json_reader::Text(jsonElement, "path");
+    expected.strProgram = json_reader::Text(jsonElement, "exe_path");
     const std::string strOperation = json_reader::Text(jsonElement, module_facts::MEMBER_OPERATION);
-    const auto add = [&all, &question](QuestionKind eKind, const std::string& strWhat) {
-        question.eKind = eKind;
-        question.strOperation = strWhat;
-        all.questions.push_back(question);
+    const auto add = [&all, &expected](ExpectedKind eKind, const std::string& strWhat) {
+        expected.eKind = eKind;
+        expected.strOperation = strWhat;
+        all.expected.push_back(expected);
     };
     const bool bKnown =
         std::any_of(std::begin(EVENT_NAMES), std::end(EVENT_NAMES), [&](const EventName& name) {
-            return name.eKind == QUESTION_FILE && name.strOperation == strOperation;
+            return name.eKind == EXPECTED_FILE && name.strOperation == strOperation;
         });
-    if (bKnown && IsAutostart(question.strFile)) {
-        add(QUESTION_FILE, strOperation);
+    if (bKnown && IsAutostart(expected.strFile)) {
+        add(EXPECTED_FILE, strOperation);
     }
-    if (strOperation == "create" && IsPipe(question.strFile)) {
-        add(QUESTION_PIPE, "");
+    if (strOperation == "create" && IsPipe(expected.strFile)) {
+        add(EXPECTED_PIPE, "");
     }
-    if (strOperation == "create" && IsUnit(question.strFile)) {
-        add(QUESTION_UNIT, "");
+    if (strOperation == "create" && IsUnit(expected.strFile)) {
+        add(EXPECTED_UNIT, "");
     }
 }
 
@@ -78,8 +78,8 @@ bool IsOfFiles(const Json::Value& jsonParam) {
 
 }  // namespace
 
-MessageQuestions Of(const std::string& strBody) {
-    MessageQuestions all;
+MessageQueries Of(const std::string& strBody) {
+    MessageQueries all;
     Json::Value jsonRoot;
     const Json::Value* const pParam =
         json_reader::Parse(strBody, jsonRoot) ? json_reader::Member(jsonRoot, "param") : nullptr;
@@ -88,17 +88,17 @@ MessageQuestions Of(const std::string& strBody) {
     }
     const bool bFiles = IsOfFiles(*pParam);
     for (const Json::Value& jsonElement : *pParam) {
-        const size_t nBefore = all.questions.size();
+        const size_t nBefore = all.expected.size();
         ++all.nEvents;
         if (json_reader::Member(jsonElement, "path") != nullptr) {
             if (bFiles) {
                 AddFile(jsonElement, all);
             } else {
-                all.questions.push_back(
-                    {QUESTION_LAUNCH, json_reader::Text(jsonElement, "path"), "", ""});
+                all.expected.push_back(
+                    {EXPECTED_LAUNCH, json_reader::Text(jsonElement, "path"), "", ""});
             }
         }
-        all.nNoInterest += all.questions.size() == nBefore ? 1 : 0;
+        all.nIgnored += all.expected.size() == nBefore ? 1 : 0;
     }
     return all;
 }
@@ -119,7 +119,7 @@ bool IsUnit(const std::string& strPath) {
     });
 }
 
-QuestionKind KindOfEvent(const std::string& strEvent, std::string& strOperation) {
+ExpectedKind KindOfEvent(const std::string& strEvent, std::string& strOperation) {
     for (const EventName& name : EVENT_NAMES) {
         if (name.strEvent == strEvent) {
             strOperation = name.strOperation;
@@ -127,15 +127,15 @@ QuestionKind KindOfEvent(const std::string& strEvent, std::string& strOperation)
         }
     }
     strOperation.clear();
-    return QUESTION_NONE;
+    return EXPECTED_NONE;
 }
 
-std::string EventOf(QuestionKind eKind, const std::string& strOperation) {
-    if (eKind == QUESTION_LAUNCH) {
+std::string EventOf(ExpectedKind eKind, const std::string& strOperation) {
+    if (eKind == EXPECTED_LAUNCH) {
         return "launch";
     }
     for (const EventName& name : EVENT_NAMES) {
-        if (name.eKind == eKind && (eKind != QUESTION_FILE || name.strOperation == strOperation)) {
+        if (name.eKind == eKind && (eKind != EXPECTED_FILE || name.strOperation == strOperation)) {
             return std::string(name.strEvent);
         }
     }

@@ -1,7 +1,7 @@
-// What the module will ask, or say that it need not ask, about the events of one message.
+// Which queries the events of one message give the module reason for, made or skipped.
 //
-// A launch is one question. A file operation is one question in an autostart place, one more for a
-// new named pipe and one more for a new unit of an autostart place; most are none at all.
+// A launch gives reason for one. A file operation for one in an autostart place, one more for a new
+// named pipe and one more for a new unit of an autostart place; most for none at all.
 //
 // Threads: any; no state but the file system's: whether a created file is a pipe is looked up.
 // Errors: none but std::bad_alloc; a text that is no message has no events.
@@ -12,31 +12,31 @@
 #include <string>
 #include <vector>
 
-enum QuestionKind {
-    QUESTION_NONE,
-    QUESTION_LAUNCH,  // about a program that was started
-    QUESTION_FILE,    // about a change in an autostart place
-    QUESTION_PIPE,    // about a named pipe
-    QUESTION_UNIT,    // about a new service or desktop entry
+enum ExpectedKind {
+    EXPECTED_NONE,
+    EXPECTED_LAUNCH,  // about a program that was started
+    EXPECTED_FILE,    // about a change in an autostart place
+    EXPECTED_PIPE,    // about a named pipe
+    EXPECTED_UNIT,    // about a new service or desktop entry
 };
 
-struct ModuleQuestion {
-    QuestionKind eKind = QUESTION_NONE;
+struct ExpectedQuery {
+    ExpectedKind eKind = EXPECTED_NONE;
     std::string strFile;       // the program of a launch, else the file that was changed
     std::string strProgram;    // the acting program; "" for a launch
-    std::string strOperation;  // of QUESTION_FILE: "create", "write", "rename" or "remove"
+    std::string strOperation;  // of EXPECTED_FILE: "create", "write", "rename" or "remove"
 };
 
-struct MessageQuestions {
-    uint64_t nEvents = 0;      // elements of the message
-    uint64_t nNoInterest = 0;  // of these: nothing will be asked
-    std::vector<ModuleQuestion> questions;
+struct MessageQueries {
+    uint64_t nEvents = 0;   // elements of the message
+    uint64_t nIgnored = 0;  // of these: no query is due
+    std::vector<ExpectedQuery> expected;
 };
 
 namespace expected_queries {
 
-// What the module asks about strBody, a message that it begins to look at now.
-MessageQuestions Of(const std::string& strBody);
+// What the module queries about strBody, a message whose analysis begins now.
+MessageQueries Of(const std::string& strBody);
 
 // Whether a change of strPath is one in an autostart place; by its spelling alone.
 bool IsAutostart(const std::string& strPath);
@@ -44,10 +44,11 @@ bool IsAutostart(const std::string& strPath);
 // Whether a new file at strPath is a unit that starts by itself.
 bool IsUnit(const std::string& strPath);
 
-// "FileCreate" and so on of a query: the kind of question, and its operation where it has one.
-QuestionKind KindOfEvent(const std::string& strEvent, std::string& strOperation);
+// "FileCreate" and so on of a query: the kind of expected query, and its operation where it has
+// one.
+ExpectedKind KindOfEvent(const std::string& strEvent, std::string& strOperation);
 // The same, for people and the other way round; a launch is "launch".
-std::string EventOf(QuestionKind eKind, const std::string& strOperation);
+std::string EventOf(ExpectedKind eKind, const std::string& strOperation);
 
 }  // namespace expected_queries
 

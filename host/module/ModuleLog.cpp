@@ -18,7 +18,7 @@ constexpr int LEVEL_ALL = 1;
 // What a record's texts are.
 enum Texts {
     TEXTS_NONE,
-    TEXTS_FILE,               // the file of the question; the message of NOTE_ANALYSED
+    TEXTS_FILE,               // the file concerned; the message of NOTE_ANALYSED
     TEXTS_FILE_OPERATION,     // likewise, then the operation
     TEXTS_PROGRAM,            // the acting program
     TEXTS_PROGRAM_OPERATION,  // likewise, then the operation
@@ -27,24 +27,24 @@ enum Texts {
 struct KnownFormat {
     std::string_view strFormat;  // without a line feed at its end
     ModuleNote eNote;
-    QuestionKind eQuestion;
+    ExpectedKind eExpected;
     Texts eTexts;
 };
 
 constexpr KnownFormat KNOWN_FORMATS[] = {
     // clang-format off
-    {module_facts::LOG_ANALYSED, NOTE_ANALYSED, QUESTION_NONE, TEXTS_FILE},
-    {module_facts::LOG_LAUNCH_CACHED, NOTE_CACHED, QUESTION_LAUNCH, TEXTS_FILE},
-    {module_facts::LOG_LAUNCH_NO_STAT, NOTE_NO_STAT, QUESTION_LAUNCH, TEXTS_FILE},
-    {module_facts::LOG_LAUNCH_NO_HASH, NOTE_NO_HASH, QUESTION_LAUNCH, TEXTS_FILE},
-    {module_facts::LOG_FILE_CACHED, NOTE_CACHED, QUESTION_FILE, TEXTS_FILE_OPERATION},
-    {module_facts::LOG_FILE_NO_STAT, NOTE_NO_STAT, QUESTION_PIPE, TEXTS_FILE},
-    {module_facts::LOG_FILE_NO_HASH, NOTE_NO_HASH, QUESTION_FILE,
+    {module_facts::LOG_ANALYSED, NOTE_ANALYSED, EXPECTED_NONE, TEXTS_FILE},
+    {module_facts::LOG_LAUNCH_CACHED, NOTE_CACHED, EXPECTED_LAUNCH, TEXTS_FILE},
+    {module_facts::LOG_LAUNCH_NO_STAT, NOTE_STAT_FAILED, EXPECTED_LAUNCH, TEXTS_FILE},
+    {module_facts::LOG_LAUNCH_NO_HASH, NOTE_UNREADABLE, EXPECTED_LAUNCH, TEXTS_FILE},
+    {module_facts::LOG_FILE_CACHED, NOTE_CACHED, EXPECTED_FILE, TEXTS_FILE_OPERATION},
+    {module_facts::LOG_FILE_NO_STAT, NOTE_STAT_FAILED, EXPECTED_PIPE, TEXTS_FILE},
+    {module_facts::LOG_FILE_NO_HASH, NOTE_UNREADABLE, EXPECTED_FILE,
      TEXTS_PROGRAM_OPERATION},
-    {module_facts::LOG_PIPE_NO_HASH, NOTE_NO_HASH, QUESTION_PIPE, TEXTS_FILE},
-    {module_facts::LOG_UNIT_CACHED, NOTE_CACHED, QUESTION_UNIT, TEXTS_FILE},
-    {module_facts::LOG_UNIT_NO_HASH, NOTE_NO_HASH, QUESTION_UNIT, TEXTS_PROGRAM},
-    {module_facts::LOG_NOT_SENT, NOTE_NOT_SENT, QUESTION_NONE, TEXTS_NONE},
+    {module_facts::LOG_PIPE_NO_HASH, NOTE_UNREADABLE, EXPECTED_PIPE, TEXTS_FILE},
+    {module_facts::LOG_UNIT_CACHED, NOTE_CACHED, EXPECTED_UNIT, TEXTS_FILE},
+    {module_facts::LOG_UNIT_NO_HASH, NOTE_UNREADABLE, EXPECTED_UNIT, TEXTS_PROGRAM},
+    {module_facts::LOG_NOT_SENT, NOTE_NOT_SENT, EXPECTED_NONE, TEXTS_NONE},
     // clang-format on
 };
 
@@ -87,7 +87,7 @@ void ModuleLog::Note(const LogRecord& record, va_list args) {
         }
         ModuleRecord note;
         note.eNote = known.eNote;
-        note.eQuestion = known.eQuestion;
+        note.eExpected = known.eExpected;
         if (known.eTexts != TEXTS_NONE) {
             note.strText = va_arg(args, const char*);
         }
@@ -96,10 +96,10 @@ void ModuleLog::Note(const LogRecord& record, va_list args) {
         if (known.eTexts == TEXTS_FILE_OPERATION || known.eTexts == TEXTS_PROGRAM_OPERATION) {
             note.strOperation = va_arg(args, const char*);
         }
-        // One text for two questions: only the function tells them apart.
-        if (note.eNote == NOTE_NO_STAT &&
+        // One text for two expected queries: only the function distinguishes them.
+        if (note.eNote == NOTE_STAT_FAILED &&
             std::strcmp(record.pszFunction, module_facts::FUNCTION_MODIFY) == 0) {
-            note.eQuestion = QUESTION_FILE;
+            note.eExpected = EXPECTED_FILE;
             note.strOperation = "write";
         }
         m_observer.OnModuleNote(note);

@@ -1,5 +1,5 @@
 // The module's log as the host sees it: failures are shown, and the records that say what became
-// of an event are told to an observer. They are known by their format, before any argument is
+// of an event are passed to an observer. They are known by their format, before any argument is
 // put into it.
 //
 // Threads: any. Errors: nothing throws.
@@ -13,18 +13,18 @@
 #include "host/module/ExpectedQueries.h"
 
 enum ModuleNote {
-    NOTE_ANALYSED,  // a message of the queue is looked at from now on, on this thread
-    NOTE_CACHED,    // an event was skipped, its program's verdict is known
-    NOTE_NO_STAT,   // an event was skipped, its file cannot be looked at
-    NOTE_NO_HASH,   // an event was skipped, its program cannot be read
-    NOTE_NOT_SENT,  // a query could not be sent
+    NOTE_ANALYSED,     // the analysis of a message begins, on this thread
+    NOTE_CACHED,       // an event was skipped, its program's verdict is known
+    NOTE_STAT_FAILED,  // an event was skipped, its file's status cannot be had
+    NOTE_UNREADABLE,   // an event was skipped, its program cannot be read
+    NOTE_NOT_SENT,     // a query could not be sent
 };
 
 struct ModuleRecord {
     ModuleNote eNote = NOTE_ANALYSED;
     std::string strText;  // the file that it names, or the message; "" where it has none
-    QuestionKind eQuestion = QUESTION_NONE;  // the question that this ends
-    std::string strOperation = {};           // of QUESTION_FILE
+    ExpectedKind eExpected = EXPECTED_NONE;  // the expected query that this ends
+    std::string strOperation = {};           // of EXPECTED_FILE
     bool bNamesProgram = false;              // strText is the acting program
 };
 

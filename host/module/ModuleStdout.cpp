@@ -59,7 +59,7 @@ void ModuleStdout::End() {
 
 void ModuleStdout::Read() {
     pthread_setname_np(pthread_self(), "host_modstdout");
-    std::string strRest;  // a line in the making
+    std::string strRest;  // a line that has no end yet
     bool bEnd = false;
     while (!bEnd) {
         pollfd fds[2] = {{m_read.Get(), POLLIN, 0}, {m_end.Fd(), POLLIN, 0}};
@@ -73,7 +73,7 @@ void ModuleStdout::Read() {
         } catch (const std::exception&) {
             strRest.clear();  // no memory: these lines are lost, reading goes on
         }
-        // Every writer is gone, which poll would tell for ever.
+        // Every writer is gone, which poll would report for ever.
         bEnd = bEnd || (fds[0].revents & (POLLIN | POLLHUP)) == POLLHUP;
     }
     try {

@@ -1,4 +1,4 @@
-// What a module prints on file descriptor 1, always read, told line by line with its repeats
+// What a module prints on file descriptor 1, always read, passed on line by line with its repeats
 // folded. A module prints up to 300 lines about one failed operation, and a writer whose pipe
 // nobody reads stands still.
 //
@@ -30,8 +30,8 @@ public:
 
     // Before the module is loaded: file descriptor 1 leads here from now on.
     bool Begin();
-    // After it was unloaded: everything printed until now is told, and file descriptor 1 is what
-    // it was before Begin.
+    // After it was unloaded: everything printed until now is passed on, and file descriptor 1 is
+    // what it was before Begin.
     void End();
 
 private:

@@ -101,7 +101,7 @@ void QueueLimiter::RemoveOldest() {
         nSize = m_sizes.front();
         m_sizes.pop_front();
     } else {
-        return;  // one that was begun with before and is looked at again
+        return;  // one whose analysis had begun before
     }
     --m_load.nRows;
     m_load.nBytes -= nSize;

@@ -1,8 +1,9 @@
 // How much may wait in the module's queue. The module itself stores whatever it is given, until the
 // disk is full.
 //
-// Counted, not looked up: what was there at the start, what was handed over since, less what the
-// module began with. Now and then the count is set right by the number of rows that are there.
+// Counted, not looked up: what was there at the start, what was delivered since, less what the
+// module began to analyse. Now and then the count is set right by the number of rows that are
+// there.
 //
 // Normal until nine tenths of one of the limits; then high, which is only a warning; full at the
 // limit, and then nothing more is taken until both are down to seven tenths.
@@ -17,7 +18,7 @@
 
 #include "host/base/Mutex.h"
 
-// The result of a delivery that the bound refused, beside those of the router.
+// The result of a delivery that the bound refused; the router has others.
 constexpr uint32_t QUEUE_BOUND_REACHED = 0xE0020007U;
 
 struct QueueLimits {
@@ -51,7 +52,7 @@ public:
     void GiveBack(uint64_t nRows, uint64_t nBytes);
     // Counts a message for which there was no room and which will not be tried again.
     void Refuse(uint64_t nEvents);
-    // The module began with the oldest row, and deletes it afterwards.
+    // The analysis of the oldest row began; it is deleted afterwards.
     void Analysed();
     // nRows are stored at this moment.
     void Correct(uint64_t nRows);

@@ -1,4 +1,4 @@
-// Lines in which repeats are told once with their number. A line is held for a moment; the equal
+// Lines in which repeats are printed once with their number. A line is held for a moment; the equal
 // ones that come meanwhile, also between others, are only counted.
 //
 // Threads: one. Errors: none but std::bad_alloc.
@@ -16,7 +16,7 @@ public:
     using Clock = std::chrono::steady_clock;
 
     static constexpr std::chrono::milliseconds HOLD{250};  // from the first of the lines held
-    static constexpr size_t MOST_LINES = 16;               // different ones; then all are told
+    static constexpr size_t MOST_LINES = 16;               // different ones; then all are printed
 
     void Add(const std::string& strLine, Clock::time_point now);
 

@@ -13,7 +13,7 @@ enum ExitCode : int {
     EXIT_CODE_NOT_FOUND = 7,   // the row asked for does not exist
     EXIT_CODE_UNFINISHED = 8,  // --for ran out while --drain still waited
     EXIT_CODE_OUTPUT = 9,      // standard output cannot be written: its reader left, or no room
-    EXIT_CODE_SENSOR = 10,     // this machine's events cannot be sensed: privilege, kernel, build
+    EXIT_CODE_SENSOR = 10,     // this machine's events cannot be captured: privilege, kernel, build
     EXIT_CODE_DOCTOR = 11,     // doctor: something that a run needs does not work
 };
 

@@ -1,6 +1,6 @@
-// Tells the service manager that started the host how it is doing: one datagram a message to the
-// socket named in the environment. Twenty lines of its own instead of a library that would bring
-// half a dozen others into a process with privileges.
+// Reports to the service manager that started the host how it is doing: one datagram a message to
+// the socket named in the environment. Twenty lines of its own instead of a library that would
+// bring half a dozen others into a process with privileges.
 //
 // Threads: made before any other thread exists; Send from any.
 // Errors: nobody listening is no error.

@@ -1,6 +1,6 @@
 // Whether a sign of life is due to the service manager, and deserved: it is asked at every turn of
 // the loop that takes events from the sensors, so a loop that stands still gives none; and the
-// module must not have been silent for too long while messages wait for it.
+// module must not have been inactive for too long while messages wait for it.
 //
 // Threads: one. Errors: none.
 #ifndef HOST_PROCESS_WATCHDOG_H
@@ -20,7 +20,7 @@ public:
     explicit Watchdog(std::chrono::milliseconds interval) : m_interval(interval) {}
 
     // True when a sign is to be sent now. bWaiting: messages wait for the module. lastSign: when it
-    // was last heard of.
+    // was last active.
     bool IsSignDue(Clock::time_point now, bool bWaiting, std::optional<Clock::time_point> lastSign);
 
     // As of the last call of IsSignDue.

@@ -82,7 +82,7 @@ void JsonLines::Write(const LaunchCaptured& event, int64_t tmWhen) {
 
 void JsonLines::Write(const LaunchUnresolved& event, int64_t tmWhen) {
     const LaunchEvent& launch = event.event;
-    JsonObject record = Record("unresolvable", tmWhen);
+    JsonObject record = Record("unresolved", tmWhen);
     record.Add("name", launch.strPath.empty() ? launch.strName : launch.strPath);
     record.Add("cmd", launch.strCommand).Add("pid", static_cast<uint64_t>(launch.nPid));
     m_output.Line(record.Text());
@@ -152,7 +152,7 @@ void JsonLines::Write(const QueryReceived& event, int64_t tmWhen) {
 }
 
 void JsonLines::Write(const ModuleNoted& event, int64_t tmWhen) {
-    static const char* const REASONS[] = {"", "cached", "no stat", "no hash", "not sent"};
+    static const char* const REASONS[] = {"", "cached", "stat failed", "unreadable", "not sent"};
     if (event.note.eNote != NOTE_ANALYSED) {
         JsonObject record = Record("skip", tmWhen);
         record.Add("path", event.note.strText).Add("reason", REASONS[event.note.eNote]);

@@ -1,8 +1,8 @@
 // Keeps the metrics file of a run: written from its begin to its end.
 //
 // Threads: OnEvent's begin and end on the control thread; the file has a thread of its own.
-// Errors: a file that cannot be written is told once, and again when writing had worked in between.
-// Ownership: console and journal must outlive it.
+// Errors: a file that cannot be written is reported once, and again when writing had worked in
+// between. Ownership: console and journal must outlive it.
 #ifndef HOST_REPORT_METRICSLISTENER_H
 #define HOST_REPORT_METRICSLISTENER_H
 

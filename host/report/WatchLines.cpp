@@ -58,14 +58,14 @@ bool WatchLines::Take(const RunEnding&) {
 
 bool WatchLines::Take(const LaunchUnresolved& event) {
     const LaunchEvent& launch = event.event;
-    Show(verdict_row::Told("unresolvable", "launch",
-                           launch.strPath.empty() ? launch.strName : launch.strPath,
-                           "no path names its file, so it is not judged"));
+    Show(verdict_row::Notice("unresolved", "launch",
+                             launch.strPath.empty() ? launch.strName : launch.strPath,
+                             "no path names its file, so it is not judged"));
     return true;
 }
 
 bool WatchLines::Take(const LaunchesLost& event) {
-    Show(verdict_row::Told(
+    Show(verdict_row::Notice(
         "lost", "launch", Counted(event.nLaunches, "launch", "launches"),
         "the kernel's buffer was full; " + std::to_string(event.nTotal) + " since the start"));
     return true;
@@ -125,8 +125,8 @@ ViewNumbers WatchLines::HeadNumbers() const {
         return found == balance.module.answersByLevel.end() ? 0 : found->second;
     };
     ViewNumbers numbers;
-    numbers.nLaunches = balance.launches.nSensed;
-    numbers.nFiles = balance.files.nSensed;
+    numbers.nLaunches = balance.launches.nCaptured;
+    numbers.nFiles = balance.files.nCaptured;
     numbers.nBacklogEvents = balance.events.nWaiting;
     numbers.nBacklogMessages = balance.events.nWaitingMessages + balance.events.nEarlierWaiting;
     numbers.nQueries = balance.module.nQueries;

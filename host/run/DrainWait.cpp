@@ -10,7 +10,7 @@ using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
 constexpr milliseconds QUEUE_LOOK(250);     // between two looks into the queue
-constexpr milliseconds MODULE_QUIET(200);   // without a sign of work: a look disturbs nobody
+constexpr milliseconds MODULE_QUIET(200);   // without activity: a look disturbs nobody
 constexpr milliseconds QUEUE_STILL(30000);  // a queue that stands still this long is remarked
 constexpr int UNREADABLE_LOOKS = 40;        // in a row: the queue cannot be read
 

@@ -1,4 +1,4 @@
-// Waits until the module has looked at everything and every query is answered.
+// Waits until the module has analysed everything and every query is answered.
 //
 // Threads: the control thread. Errors: DRAIN_UNREADABLE for a queue that cannot be read.
 #ifndef HOST_RUN_DRAINWAIT_H

@@ -69,7 +69,7 @@ void EventDelivery::HandOver(EventBatch& batch, const Turn& fnTurn) {
     }
 }
 
-// A recording or a walk waits for room; what the kernel tells goes on, so there is no waiting.
+// A recording or a walk waits for room; what the kernel reports goes on, so there is no waiting.
 bool EventDelivery::TakeRoom(const EventBatch& batch, const Turn& fnTurn) {
     while (!m_queue.Limiter().Take(batch.nCopies, batch.strBody.size())) {
         if (m_bRefuseWhenFull || m_control.MustEnd()) {

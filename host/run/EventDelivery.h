@@ -28,7 +28,7 @@ public:
           m_control(control),
           m_bRefuseWhenFull(bRefuseWhenFull) {}
 
-    // Until the source ends, which it is told to when the run must end.
+    // Until the source ends, which it is asked to when the run must end.
     void DeliverAll(IEventSource& source, const Turn& fnTurn);
     // Until the router has nothing under way, or the run must end.
     void WaitForRouter() const;

@@ -18,7 +18,7 @@ void SensorObserver::OnLaunch(const Launch& launch) {
     m_journal.Record(LaunchCaptured{launch});
 }
 
-void SensorObserver::OnUnresolvable(const LaunchEvent& event) {
+void SensorObserver::OnUnresolved(const LaunchEvent& event) {
     m_journal.Record(LaunchUnresolved{event});
 }
 

@@ -32,7 +32,7 @@ public:
     explicit SensorObserver(RunJournal& journal) : m_journal(journal) {}
 
     void OnLaunch(const Launch& launch) override;
-    void OnUnresolvable(const LaunchEvent& event) override;
+    void OnUnresolved(const LaunchEvent& event) override;
     void OnLost(uint64_t nLost, uint64_t nTotal) override;
     void OnBatch(const EventBatch&, std::vector<std::string>) override {}
     void OnCounters(const LaunchCounters& counters) override;

@@ -1,5 +1,5 @@
-// Whether the module skips a pipe without a sign: its maker has a good verdict in the module's
-// cache.
+// Whether the module skips a pipe without a log record: its maker has a good verdict in the
+// module's cache.
 //
 // Threads: any. Errors: none but std::bad_alloc; a cache that cannot be read knows nobody.
 // Ownership: the service must outlive the answer.

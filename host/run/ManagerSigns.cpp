@@ -12,9 +12,9 @@ void ManagerSigns::Turn(uint64_t nWaiting,
                        " messages wait for the module");
     }
     if (m_health.IsModuleSilent() && !m_bToldSilence) {
-        m_manager.Send("STATUS=the module has not been heard of for ten minutes");
+        m_manager.Send("STATUS=the module has shown no activity for ten minutes");
         m_output.Error(
-            "tevmon-host: the module has not been heard of for ten minutes while messages wait; "
+            "tevmon-host: the module has shown no activity for ten minutes while messages wait; "
             "the service manager gets no more signs of life");
     }
     m_bToldSilence = m_health.IsModuleSilent();

@@ -20,7 +20,7 @@ public:
 
     void Ready() const { m_manager.Send("READY=1"); }
     void Stopping() const { m_manager.Send("STOPPING=1"); }
-    // nWaiting messages wait for the module, which was last heard of at lastWork.
+    // nWaiting messages wait for the module, which was last active at lastWork.
     void Turn(uint64_t nWaiting,
               const std::optional<std::chrono::steady_clock::time_point>& lastWork);
 

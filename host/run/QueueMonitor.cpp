@@ -38,7 +38,7 @@ std::optional<uint64_t> QueueMonitor::Depth() const {
     return database_probe::QueueDepth(m_strFile);
 }
 
-// The journal counts what the module begins with, from the beginning of each pass.
+// The journal counts the messages whose analysis begins, from the beginning of each pass.
 void QueueMonitor::CountAnalysed() {
     const uint64_t nAnalysed = m_journal.PassCounters().nAnalysed;
     for (uint64_t i = nAnalysed < m_nAnalysed ? 0 : m_nAnalysed; i < nAnalysed; ++i) {

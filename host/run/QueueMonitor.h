@@ -23,7 +23,7 @@ public:
     // Counts what waits before the module starts.
     void Begin();
     // Announces what changed, and sets the count right now and then: messages that were not stored,
-    // or that were looked at more than once, would falsify it.
+    // or that were analysed more than once, would falsify it.
     void Turn();
 
     QueueLimiter& Limiter() { return m_limiter; }

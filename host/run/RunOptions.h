@@ -20,7 +20,7 @@ struct RunOptions {
     std::vector<std::string> goodLists;
     bool bPackages = true;
     double dForSeconds = 0;     // the run's time limit, 0 for none
-    bool bDrain = false;        // end when everything delivered was looked at and answered
+    bool bDrain = false;        // end when everything delivered was analysed and answered
     int nPasses = 1;            // a pass begins when the one before is drained
     std::string strUnit;        // what the source numbers: "line" or "batch"
     double dSettleSeconds = 0;  // after dForSeconds, to wait for the module to look at the rest

@@ -54,7 +54,7 @@ int RunSession::Run() {
         return m_options.nNoSourceCode;
     }
     if (!m_options.bKeepPrivileges) {
-        privileges::KeepForWatching();  // the module's threads begin with that
+        privileges::KeepForWatching();  // the module's threads start with them
     }
     if (!run_databases::Prepare(m_global, strError)) {
         return Fail(EXIT_CODE_DATABASE, strError);

@@ -45,7 +45,7 @@ private:
     SensorObserver m_sensorObserver{m_journal};
     QueueMonitor m_queue;
     std::unique_ptr<IEventSource> m_pSource;
-    std::chrono::steady_clock::time_point m_shown;  // when the journal was told the progress
+    std::chrono::steady_clock::time_point m_shown;  // when the progress was recorded
     PassInfo m_pass;
     bool m_bDrained = false;
 };

@@ -1,5 +1,5 @@
 // Digests of N bytes and the owner of each, as one sorted array: N + 4 bytes an entry, so that
-// hundreds of thousands of them cost little beside the programs they are compared with.
+// hundreds of thousands of them cost little compared with the programs' digests.
 //
 // Threads: filled by one thread; Find from any once Seal was called.
 #ifndef HOST_VERDICT_DIGESTINDEX_H

@@ -5,7 +5,7 @@
 //     MD5 (<name>) = <digest>                     and SHA1, as their --tag form
 //     <digest>:<size>:<name>                      signatures, .hdb and .hsb
 //
-// The length of a digest tells MD5 from SHA-1; either of a program's two digests decides. A
+// The length of a digest distinguishes MD5 from SHA-1; either of a program's two digests decides. A
 // program's key says nothing of its size, so the size of a signature is not compared. SHA-256
 // digests are counted and otherwise passed over: no key holds one.
 //
@@ -36,7 +36,7 @@ public:
     size_t Count() const { return m_md5.Count() + m_sha1.Count(); }  // different digests
     size_t UnusableCount() const { return m_nUnusable; }             // lines with SHA-256
 
-    // What the user should be told about a list that was loaded; "" most of the time.
+    // A warning about a list that was loaded; "" most of the time.
     std::string Note() const;
 
 private:

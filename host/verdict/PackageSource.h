@@ -4,8 +4,8 @@
 // Only programs and libraries are held (IsProgramPath): manuals, translations and headers are
 // two thirds of the lines and are never started. The empty file's digest is left out, because
 // every empty file on the machine would belong to whichever package happens to ship one.
-// The digests are MD5, all that dpkg keeps. They tell what a package installed from what it did
-// not; someone able to make MD5 collisions with a packaged file is not held off by them.
+// The digests are MD5, all that dpkg keeps. They distinguish what a package installed from what it
+// did not; someone able to make MD5 collisions with a packaged file is not held off by them.
 //
 // Threads: as IVerdictSource. Errors: none that matter; Note() says what was passed over.
 #ifndef HOST_VERDICT_PACKAGESOURCE_H
@@ -35,7 +35,7 @@ public:
     size_t Count() const { return m_md5.Count(); }  // different digests
     size_t PackageCount() const { return m_packages.size(); }
 
-    // What the user should be told, "" when all is well.
+    // A warning for the user, "" when all is well.
     const std::string& Note() const { return m_strNote; }
 
     // True when a package's file strPath (without a leading "/") lies where programs and

@@ -34,7 +34,7 @@ void Check(bool bGood, const char* pszWhat) {
     }
 }
 
-// What the router was told. Calls come from the control thread and from the library's own.
+// What the router was called with. Calls come from the control thread and from the library's own.
 struct Message {
     std::string strTarget;  // 16 bytes
     int64_t nType = 0;
@@ -78,7 +78,7 @@ uint32_t SlotSetIdentity(void*, const void* pGuid) {
                                             0x89, 0xc2, 0x14, 0x8a, 0x09, 0x51, 0xbf, 0xff};
     Check(memcmp(pGuid, IDENTITY, 16) == 0, "slot 2 gets the module's identity");
     s_journal.Add("identity");
-    return 0xE0010009U;  // results of the control calls are not looked at
+    return 0xE0010009U;  // results of the control calls are ignored
 }
 
 void SlotClose(void*) {
@@ -327,7 +327,7 @@ void DriveTheRoad(const std::string& strDir) {
     Deliver(20002, LaunchOf(strFirst));
     Deliver(20002, LaunchOf(strSecond));
     // Messages are taken in their order: the query for the second program comes after the first
-    // program's second launch was looked at.
+    // program's second launch was analysed.
     Check(s_journal.WaitFor([] { return s_journal.posts.size() >= 2; }),
           "a query is posted for the second program");
     Check(s_journal.posts.size() == 2, "no query for the program that has a verdict");

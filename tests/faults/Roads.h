@@ -60,12 +60,12 @@ public:
 
     enum Left {
         LEFT_ANY,      // messages may be queued still
-        LEFT_NONE,     // all have been handed over but the one of QueueOneMore
+        LEFT_NONE,     // all have been passed on but the one of QueueOneMore
         LEFT_UNKNOWN,  // the module's own analysers took them: they are not looked for
     };
 
     // What does not hold in the files and promises, one line each; none when all does. A kill
-    // allows nRepeats messages to be handed over once more, a negative number any. Looks at copies:
+    // allows nRepeats messages to be passed on once more, a negative number any. Looks at copies:
     // a journal that a kill left behind is the next start's to find.
     std::vector<std::string> Broken(int nRepeats, Left eLeft = LEFT_ANY) const;
 
@@ -80,7 +80,7 @@ private:
     Promises* m_pPromises;
 };
 
-// [child] Hands over what is queued until nothing is; as the next start would.
+// [child] Passes on what is queued until nothing is; as the next start would.
 void DrainAll(Promises& promises);
 // [child] Queues one message more, and records one verdict more, with the objects that the road
 // used, and says in the promises whether that worked.

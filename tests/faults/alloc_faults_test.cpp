@@ -109,7 +109,7 @@ struct AllocRoad {
     bool bOwnCache;  // records into the module's own, not into the analysers'
     bool bFirstUse;  // opens the stores; one that could not be opened stays closed
     long nEach;      // after so many allocations
-    long nSteps;     // a road of many like ones is looked at more rarely; by --step=1 it is not
+    long nSteps;     // a road of many like ones is tried more rarely; by --step=1 it is not
 };
 
 void Nothing(Module&) {}

@@ -52,7 +52,7 @@ TEST_P(IoFaultsTest, NothingAcknowledgedIsLostAndNothingEnds) {
     FaultPlan plan;
     plan.eKind = KINDS[std::get<1>(GetParam())].eKind;
     plan.bForGood = std::get<2>(GetParam());
-    // FetchAndRemove, which nobody calls, hands over after its commit.
+    // FetchAndRemove, which nobody calls, returns them after its commit.
     const bool bMayLose = plan.eKind == FaultPlan::UNLOCK && road.pszName == std::string("take");
     const auto eLeft = bMayLose ? RoadPlace::LEFT_UNKNOWN : RoadPlace::LEFT_ANY;
     RoadPlace place;

@@ -32,7 +32,7 @@ protected:
             ADD_FAILURE() << "the run ended otherwise, status " << nStatus;
             return false;
         }
-        // Looked at before the next start and after it: either may be what loses something.
+        // Checked before the next start and after it: either may be what loses something.
         EXPECT_EQ(std::vector<std::string>{}, m_place.Broken(1));
         const int nNext = m_place.InChild([&] {
             DrainAll(m_place.Shared());

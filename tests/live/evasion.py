@@ -253,7 +253,7 @@ class FileWays:
         if child == 0:
             try:
                 act()
-            except Exception as error:  # told to the parent, which judges it
+            except Exception as error:  # reported to the parent, which judges it
                 os.write(write, str(error).encode())
             os._exit(0)
         os.close(write)
@@ -278,7 +278,7 @@ def file_ways(folder, helper):
             yield way, function, path
 
 
-# Words of docs/limitations.md for launches that are told under no path.
+# Words of docs/limitations.md for launches that are reported under no path.
 LAUNCH_LIMITS = {"memfd": "a short-lived memfd", "deleted": "a deleted or replaced file",
                  "mount namespace": "another mount namespace"}
 
@@ -290,14 +290,14 @@ def judge(way, records):
         event = record["event"]
         if event == "file" and record["path"] in way.paths:
             told.append(record["op"] + (" (pipe)" if record["pipe"] else ""))
-        elif event == "unresolvable" and record["pid"] == way.pid:
+        elif event == "unresolved" and record["pid"] == way.pid:
             told.append(event)
         elif event == "launch" and record["pid"] == way.pid:
             paths.add(record["path"])
             told.append(("script " if record["script"] else "launch ") + record["path"])
         elif event in ("query", "skip") and record["path"] in paths:
             module.add("query" if event == "query" else f"skipped: {record['reason']}")
-    seen = [word for word in told if word != "unresolvable"]
+    seen = [word for word in told if word != "unresolved"]
     return ", ".join(told) or "nothing", ", ".join(sorted(module)) or "-", bool(seen)
 
 

@@ -25,8 +25,8 @@ class Image:
         self.resolved = os.path.realpath(file)
         self.paths = [str(path) for path in paths] if paths else [str(file)]
         self.command = command
-        self.script = str(script) if script else None  # told beside it
-        self.perhaps = str(perhaps) if perhaps else None  # a script that may be told beside it
+        self.script = str(script) if script else None  # reported in addition
+        self.perhaps = str(perhaps) if perhaps else None  # a script that may be reported in addition
         self.nameless = nameless  # no path leads to it: /proc/PID/exe, or not resolvable
 
 
@@ -219,7 +219,7 @@ class Kinds:
         self.starts.append(start)
         os.waitpid(start.pid, 0)
 
-    # -- files without a name; each kept running until it was told
+    # -- files without a name; each kept running until it was reported
 
     def nameless(self):
         memory = os.memfd_create("mem", 0)
@@ -279,7 +279,7 @@ class Kinds:
         link = self.folder / "magic.sh"
         link.symlink_to(f"/proc/self/root{other}")
         interpreter = self.shell()
-        interpreter.perhaps = str(other)  # a sensor that knows which file was opened tells it
+        interpreter.perhaps = str(other)  # a sensor that knows which file was opened reports it
         start = self.run("script over a link of /proc", [str(link)], [interpreter])
         start.images[0].command = f"/bin/sh {link} {start.mark}"
         ready, tell = os.pipe()
@@ -389,15 +389,15 @@ class Comparison:
 
     def __init__(self, kinds, records):
         self.execs = self.told = self.right_paths = self.right_arguments = 0
-        self.wrong = []  # must not be, whatever sensed it
+        self.wrong = []  # must not be, whatever captured it
         self.missed = []  # what a fallback may not see
         self.kinds = {start.kind for start in kinds.starts}
         by_pid = {}
         for record in records:
-            if record["event"] in ("launch", "unresolvable"):
+            if record["event"] in ("launch", "unresolved"):
                 by_pid.setdefault(record["pid"], []).append(record)
                 if any(mark in record["cmd"] for mark in kinds.failed):
-                    self.wrong.append(f"a start that failed was told: {record['cmd'][:200]}")
+                    self.wrong.append(f"a start that failed was reported: {record['cmd'][:200]}")
         for start in kinds.starts:
             self.compare(start, by_pid.get(start.pid, []))
 
@@ -415,7 +415,7 @@ class Comparison:
         allowed = wanted + [image.perhaps for image in start.images if image.perhaps]
         for record in scripts:
             if record["path"] not in allowed:
-                self.wrong.append(f"{name}: script told as {record['path']}, not {wanted}")
+                self.wrong.append(f"{name}: script reported as {record['path']}, not {wanted}")
         for script in wanted:
             if script not in [record["path"] for record in scripts]:
                 self.missed.append(f"{name}: the script {script} was not told")
@@ -426,7 +426,7 @@ class Comparison:
                 f"{name}: arguments {record['cmd'][:200]!r}, not {image.command[:200]!r}")
         else:
             self.right_arguments += 1
-        if record["event"] == "unresolvable":
+        if record["event"] == "unresolved":
             self.right_paths += image.nameless
             if not image.nameless:
                 self.missed.append(f"{name}: not resolvable")

@@ -33,7 +33,7 @@ import livehost
 PLACE = pathlib.Path("/etc/cron.d")
 MARK = f"tevmon.{os.getpid()}."
 OWN_NAMESPACE = "TEVMON_LIVE_NAMESPACE"
-# fanotify tells of files by their handles. Before Linux 6.6 an overlayfs has these only when it is mounted
+# fanotify names files by their handles. Before Linux 6.6 an overlayfs has these only when it is mounted
 # for export over NFS; since then it can always be watched by its directories, and so mounted whole.
 OVERLAYS = {"plain": "", "with handles": ",index=on,nfs_export=on"}
 
@@ -71,7 +71,7 @@ def mark_end(host):
     os.unlink(path)
     if not host.wait_for(lambda r: r["event"] == "file" and r["path"] == path):
         host.stop()
-        sys.exit(f"the last file was never told; {host.balance()['files']}")
+        sys.exit(f"the last file was never reported; {host.balance()['files']}")
 
 
 mark_end.number = 0
@@ -84,10 +84,10 @@ def finish(host, code, wrong, text):
     if code:
         wrong.append(f"exit code {code}")
     print("\n".join(wrong[:20]))
-    print(f"{text}; {len(wrong)} wrong; sensed {files['sensed']}, told {files['told']}, elsewhere "
-          f"{files['elsewhere']}, unresolvable {files['unresolvable']}, own {files['own']}, without "
+    print(f"{text}; {len(wrong)} wrong; captured {files['captured']}, reported {files['reported']}, unwatched "
+          f"{files['unwatched']}, unresolved {files['unresolved']}, own {files['own']}, without "
           f"program {files['no_program']}, overflows {files['overflows']}"
-          + (f", {files['sense_us'] / files['events']:.2f} us an event"
+          + (f", {files['capture_us'] / files['events']:.2f} us an event"
              if files.get("events") else ""))
     return 1 if wrong else 0
 
@@ -221,7 +221,7 @@ def kinds(args, folder):
     with open(at("open"), "wb", buffering=0) as file:
         act(at("open"), "create")
         mark_end(host)
-        file.write(b"x")  # told before it is closed
+        file.write(b"x")  # reported before it is closed
         act(at("open"), "write")
         mark_end(host)
         act(at("open"), "write")
@@ -322,7 +322,7 @@ def on_overlay(args, folder, name):
         expected.append(make_pipe(beside / "pipe"))
     mark_end(host)
     mount_tmpfs(later)
-    mark_end(host)  # the host has looked at the mounts by now
+    mark_end(host)  # the host has read the mounts by now
     expected.append(make_pipe(later / "pipe"))
     mark_end(host)
     wrong = [] if subprocess.run(["umount", str(later)]).returncode == 0 else ["umount fails"]

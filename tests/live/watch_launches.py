@@ -43,13 +43,14 @@ MOST_ANNOUNCEMENTS = 10  # of one stop; a host that is slow at first may lose a 
 
 
 def balance_text(balance):
-    names = ("sensed", "delivered", "unresolvable", "lost", "args_unreadable", "looked_at", "gone",
+    names = ("captured", "reported", "unresolved", "lost", "args_unreadable", "analysed", "vanished",
              "waiting", "unexplained")
-    return ", ".join(f"{name} {balance[name]}" for name in names)
+    numbers = {**balance, **balance["launches"]}
+    return ", ".join(f"{name} {numbers[name]}" for name in names)
 
 
 def run_and_wait(kinds, host, name="last"):
-    """Starts one more program and waits until the module has looked at it."""
+    """Starts one more program and waits until the module has analysed it."""
     last = kinds.folder / name
     shutil.copy("/bin/true", last)
     kinds.run("last", [str(last)])
@@ -77,16 +78,16 @@ def launches(args):
     balance = host.balance()
     faults = result.wrong + (result.missed if args.sensor == "ebpf" else [])
     print("\n".join(faults[:20] if args.sensor == "ebpf" else
-                    faults[:20] + [f"  not told so: {each}" for each in result.missed[:20]]))
+                    faults[:20] + [f"  not reported so: {each}" for each in result.missed[:20]]))
     for each in kinds.left_out:
         print(f"left out: {each}")
     print(f"{args.sensor}: {len(result.kinds)} kinds, {result.execs} execs, "
-          f"{100 * result.told / result.execs:.2f} % told, paths {percent(result.right_paths, result)},"
-          f" arguments {percent(result.right_arguments, result)}; {len(result.wrong)} told wrongly, "
+          f"{100 * result.told / result.execs:.2f} % reported, paths {percent(result.right_paths, result)},"
+          f" arguments {percent(result.right_arguments, result)}; {len(result.wrong)} reported wrongly, "
           f"{len(result.missed)} not as expected; {args.runs / seconds:.0f} plain ones a second; "
           f"{balance_text(balance)}; exit code {code}")
     good = (not faults and code == 0 and raw_names and balance["unexplained"] == 0
-            and balance["lost"] == 0 and balance["sensed"] >= result.execs)
+            and balance["launches"]["lost"] == 0 and balance["launches"]["captured"] >= result.execs)
     return 0 if good else 1
 
 
@@ -110,18 +111,18 @@ def overflow(args):
         host.process.send_signal(signal.SIGCONT)
         if not host.wait_for(lambda record: record["event"] == "lost"):
             sys.exit("no loss was announced")
-        # A loss is told while what was kept is still being taken: the first may find no room yet.
+        # A loss is reported while what was kept is still being taken: the first may find no room yet.
         if not any(told_after(host) for _ in range(livehost.DEADLINE)):
             sys.exit("a start after the loss was not told")
         code = host.stop()
     told = sum("overflow-mark" in record["cmd"] for record in host.of("launch"))
     announced = sum(record["launches"] for record in host.of("lost"))
     balance = host.balance()
-    print(f"{args.runs} starts: {told} told, {balance['lost']} lost on the machine, {announced} of "
-          f"them announced; sensed {balance['sensed']}, unexplained {balance['unexplained']}; "
+    print(f"{args.runs} starts: {told} reported, {balance['launches']['lost']} lost on the machine, {announced} of "
+          f"them announced; captured {balance['launches']['captured']}, unexplained {balance['unexplained']}; "
           f"exit code {code}")
-    good = (0 < told < args.runs and told + balance["lost"] >= args.runs
-            and announced == balance["lost"] and balance["unexplained"] == 0 and code == 0)
+    good = (0 < told < args.runs and told + balance["launches"]["lost"] >= args.runs
+            and announced == balance["launches"]["lost"] and balance["unexplained"] == 0 and code == 0)
     return 0 if good else 1
 
 
@@ -224,8 +225,8 @@ def told_of(records, program, mark, count, filler=""):
 
 def counts(right, told, wrong, count, balance):
     return (f"told {told} of {count}, path and arguments right {right} "
-            f"({100 * right / count:.3f} %), wrong {wrong or 0}, lost {balance['lost']}, "
-            f"unresolvable {balance['unresolvable']}, unexplained {balance['unexplained']}")
+            f"({100 * right / count:.3f} %), wrong {wrong or 0}, lost {balance['launches']['lost']}, "
+            f"unresolved {balance['launches']['unresolved']}, unexplained {balance['unexplained']}")
 
 
 def rate(args):
@@ -285,7 +286,7 @@ def stopped(args):
         begun = time.monotonic()
         tries = 0
         back = None
-        while back is None and tries < 100:  # a start is told again from some moment on
+        while back is None and tries < 100:  # a start is reported again from some moment on
             tries += 1
             subprocess.run(["/bin/true", f"after-{tries}-mark"], check=True)
             if host.wait_for(lambda r: r["event"] == "launch" and "-mark" in r["cmd"], 0.2):
@@ -299,12 +300,12 @@ def stopped(args):
     # Other programs of the machine may be among the lost; those of the load that are missing are.
     missing = args.runs - told
     print(f"stopped 3 s at {args.runs / seconds:.0f} starts a second: told {told} + lost "
-          f"{balance['lost']}, {args.runs} started ({missing} of them not told), wrong {wrong or 0}; "
+          f"{balance['launches']['lost']}, {args.runs} started ({missing} of them not reported), wrong {wrong or 0}; "
           f"{len(announced)} announcement(s) of {sum(r['launches'] for r in announced)}; "
           f"a start after it was told in {back or -1:.2f} s; {balance_text(balance)}; exit code {code}")
     good = (code == 0 and back is not None and right == told and balance["unexplained"] == 0
-            and missing <= balance["lost"] and len(announced) <= MOST_ANNOUNCEMENTS
-            and sum(record["launches"] for record in announced) == balance["lost"])
+            and missing <= balance["launches"]["lost"] and len(announced) <= MOST_ANNOUNCEMENTS
+            and sum(record["launches"] for record in announced) == balance["launches"]["lost"])
     return 0 if good else 1
 
 

@@ -98,7 +98,7 @@ TEST_F(LifeTest, StartsAndStopsWithRandomGapsNeverHang) {
     std::mt19937 random(static_cast<uint32_t>(g_options.nSeed));
     const Event never;
     auto longest = std::chrono::nanoseconds(0);
-    // A wait that does not hear of a stop lasts longer than a hang.
+    // A wait that does not notice a stop lasts longer than a hang.
     CThread::SetWaitHook([](uint32_t) -> uint32_t { return 150000; });
 
     for (long i = 0; i < g_options.nStarts; ++i) {

@@ -1,4 +1,4 @@
-// A host router that records what it is told and delivers what the test hands it.
+// A host router that records its calls and delivers what the test hands it.
 #ifndef TESTS_SUPPORT_FAKEROUTER_H
 #define TESTS_SUPPORT_FAKEROUTER_H
 

@@ -13,7 +13,7 @@
 // Thread id -> name. A thread that was joined may stand there for a moment longer.
 inline std::map<int, std::string> ThreadsById() {
     std::map<int, std::string> threads;
-    std::error_code ignored;  // a thread may end while it is looked at
+    std::error_code ignored;  // a thread may end while it is examined
     for (const auto& entry : std::filesystem::directory_iterator("/proc/self/task", ignored)) {
         std::ifstream file(entry.path() / "comm");
         std::string strName;

@@ -34,7 +34,8 @@ int64_t DefaultLifetime(int32_t nLevel) {
     }
 }
 
-// The two texts are formats of their own, so that a sink which tells records by format sees which.
+// The two texts are formats of their own, so that a sink which distinguishes records by format sees
+// which.
 void LogRecording(bool bKnown, const CachoRecord& record) {
     LogPrint(LOG_TRACE, SOURCE, "Record", __LINE__,
              bKnown ? "[CTevCloudCachoMgr]: Record (exist) key = %s, nLevel = %d, tmCacho = %d, "

@@ -1,5 +1,5 @@
 // Both digests of a file against MD5 alone. The reference opens and reads the file by the very same
-// steps (looked at without opening, opened again through /proc, 64 KiB reads, a block and a context
+// steps (examined without opening, opened again through /proc, 64 KiB reads, a block and a context
 // made for each call, the algorithm fetched once), so that the second digest is the difference.
 #include "framework/digest/FileHash.h"
 

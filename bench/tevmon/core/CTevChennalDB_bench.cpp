@@ -88,7 +88,7 @@ public:
         }
         m_keeper.Execute("commit transaction");
     }
-    // What a store takes that has been opened and has handed out and deleted a batch.
+    // What a store takes that has been opened and has returned and deleted a batch.
     double BytesOfAStore() {
         AddNewest(BATCH);
         m_pStore.reset();

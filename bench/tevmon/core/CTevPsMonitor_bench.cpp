@@ -6,7 +6,7 @@
 //     and writes it, with nothing looked up, no status and no times;
 //   - jsoncpp and the same system work: in addition the two looks at the file and the three time
 //     texts that each query has to hold, made by direct calls.
-// A third pair tells how much of the road is work that jsoncpp does not do.
+// A third pair shows how much of the road is work that jsoncpp does not do.
 #include "tevmon/core/CTevPsMonitor.h"
 
 #include <json/reader.h>

@@ -1,5 +1,5 @@
 /* SPDX-License-Identifier: GPL-2.0-only OR BSD-2-Clause */
-/* Tells every start, copy and end of a process, from raw tracepoints, into one ring buffer. The
+/* Reports every start, copy and end of a process, from raw tracepoints, into one ring buffer. The
  * ring wakes nobody up; its reader looks into it every few milliseconds. */
 #include "host/kernel/bpf/kernel_types.h"
 
@@ -17,7 +17,7 @@ char LICENSE[] SEC("license") = "Dual BSD/GPL";
 #define WALK_STEPS 80
 #define WALK_BYTES 4096
 
-/* One record in the making. The walk keeps its state in here and not in registers: only then does
+/* One record that is being filled. The walk keeps its state in here and not in registers: only then does
  * the verifier see the same state in every round. Texts are written at offsets up to TEXT_MASK and
  * may be as long again; the room behind is for that. */
 struct scratch {
@@ -188,7 +188,7 @@ int on_exec(struct bpf_raw_tracepoint_args* ctx) {
     return 0;
 }
 
-static __always_inline void tell(__u32 type, __u32 pid, __u32 ppid) {
+static __always_inline void report(__u32 type, __u32 pid, __u32 ppid) {
     struct launch_record record = {};
     record.type = type;
     record.pid = pid;
@@ -204,7 +204,7 @@ int on_fork(struct bpf_raw_tracepoint_args* ctx) {
     struct task_struct* child = (struct task_struct*)ctx->args[1];
     __u32 pid = BPF_CORE_READ(child, tgid);
     if ((__u32)BPF_CORE_READ(child, pid) == pid) { /* no thread */
-        tell(LAUNCH_FORK, pid, BPF_CORE_READ(parent, tgid));
+        report(LAUNCH_FORK, pid, BPF_CORE_READ(parent, tgid));
     }
     return 0;
 }
@@ -213,7 +213,7 @@ SEC("raw_tp/sched_process_exit")
 int on_exit(struct bpf_raw_tracepoint_args* ctx) {
     struct task_struct* task = (struct task_struct*)ctx->args[0];
     if (BPF_CORE_READ(task, signal, live.counter) == 0) { /* the last thread */
-        tell(LAUNCH_EXIT, BPF_CORE_READ(task, tgid), 0);
+        report(LAUNCH_EXIT, BPF_CORE_READ(task, tgid), 0);
     }
     return 0;
 }

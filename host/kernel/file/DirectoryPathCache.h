@@ -1,5 +1,5 @@
-// The paths of directories by their handles, kept in step with the events told: a directory made
-// is put in, a removed one taken out, a moved one takes everything below it along.
+// The paths of directories by their handles, kept in step with the events reported: a directory
+// made is put in, a removed one taken out, a moved one takes everything below it along.
 //
 // The known paths are a tree of names, so that a move changes one node however much is below it.
 //
@@ -32,7 +32,7 @@ public:
     // "" when the directory is not known and gone, or when the path is longer than PATH_MAX.
     std::string PathOf(const FileSpot& spot);
 
-    // What is told of directories. strTarget is the directory's own handle, "" when not told.
+    // What is reported of directories. strTarget is the directory's own handle, "" when not known.
     void Made(const FileSpot& spot, std::string_view strTarget);
     void Removed(const FileSpot& spot, std::string_view strTarget);
     void Moved(const FileSpot& from, const FileSpot& to, std::string_view strTarget);

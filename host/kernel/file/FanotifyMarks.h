@@ -1,5 +1,5 @@
 // What fanotify is asked to watch: the file systems that hold the watched places, whole; and
-// directory by directory what a whole file system cannot tell.
+// directory by directory what a mark on a whole file system cannot cover.
 //
 //   file system   every creation, removal, rename, close after writing and start of a program
 //   directory     each write in the places where files are started from, subdirectories included;

@@ -131,7 +131,7 @@ private:
 
 std::string Refusal(int nError) {
     const std::string strText =
-        std::string("the kernel refuses to tell file operations: ") + std::strerror(nError);
+        std::string("the kernel refuses to report file operations: ") + std::strerror(nError);
     if (nError == EPERM) {
         return strText +
                "; run as root, or with the capabilities CAP_SYS_ADMIN and CAP_DAC_READ_SEARCH";
@@ -155,7 +155,7 @@ bool FanotifySensor::Open(std::string& strError) {
         m_nEvents = EVENTS_OLD;
         m_group.Reset(fanotify_init(REPORT_OLD, O_RDONLY));
         m_notices.emplace_back(
-            "this kernel is older than Linux 5.17: a rename is told as two operations, and "
+            "this kernel is older than Linux 5.17: a rename is reported as two operations, and "
             "paths below a directory that is removed at once may be missing");
     }
     if (!m_group || !MayWatch()) {

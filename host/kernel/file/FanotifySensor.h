@@ -1,9 +1,9 @@
-// The kernel's side of the file operations: one fanotify group that is told and never asked, so
-// that a host that stands still does not stop the machine.
+// The kernel's side of the file operations: one fanotify group that is notified and never asked for
+// permission, so that a host that stands still does not stop the machine.
 //
 // The kernel keeps at most fs.fanotify.max_queued_events events (16,384 unless set otherwise) for
 // it. Without that bound a host that stands still would take the machine's memory instead; what
-// finds no room is lost, and the kernel tells that it was.
+// finds no room is lost, and the kernel reports that it was.
 #ifndef HOST_KERNEL_FILE_FANOTIFYSENSOR_H
 #define HOST_KERNEL_FILE_FANOTIFYSENSOR_H
 

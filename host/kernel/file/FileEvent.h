@@ -1,4 +1,4 @@
-// What fanotify tells, decoded from its bytes. No length in them is trusted.
+// What fanotify reports, decoded from its bytes. No length in them is trusted.
 //
 // Threads: any; no state beyond the object's own. Errors: none but std::bad_alloc.
 #ifndef HOST_KERNEL_FILE_FILEEVENT_H
@@ -22,7 +22,7 @@ struct FileEvent {
     FileSpot spot;      // of every event but a FAN_RENAME
     FileSpot from;      // of a FAN_RENAME
     FileSpot to;
-    std::string_view strTarget;  // the handle of what it happened to; "" when not told
+    std::string_view strTarget;  // the handle of what it happened to; "" when not known
 };
 
 class FileEventReader {
@@ -47,8 +47,8 @@ constexpr size_t HEAD_BYTES = FSID_BYTES + 8;  // the file system, then the hand
 
 std::string_view FileSystem(std::string_view strHandle);
 
-// Whether overlayfs made it: only this tells one from its upper layer's file system where the
-// kernel gives both the same identifier.
+// Whether overlayfs made it: only this distinguishes one from its upper layer's file system where
+// the kernel gives both the same identifier.
 bool IsOverlay(std::string_view strHandle);
 
 // The inode number where the handle has it in a known place, else 0.

@@ -102,7 +102,7 @@ void FileSource::Resolve() {
             m_held.pop_front();
         }
     }
-    m_files.nSenseMicros = m_nSenseNanos / 1000;
+    m_files.nCaptureMicros = m_nSenseNanos / 1000;
     for (const FileOperation& operation : m_told) {
         m_observer.OnOperation(operation);
     }
@@ -222,7 +222,7 @@ void FileSource::TakeSpot(const FileEvent& event) {
     }
 }
 
-// Before Linux 5.17 nothing tells where a directory was moved to.
+// Before Linux 5.17 nothing reports where a directory was moved to.
 void FileSource::TakeMoveOfOldKernel(const FileEvent& event, const std::string& strPath) {
     const bool bFrom = (event.nMask & FAN_MOVED_FROM) != 0;
     if ((event.nMask & FAN_ONDIR) != 0) {
@@ -244,13 +244,13 @@ bool FileSource::IsRepeat(const FileEvent& event, const std::string& strPath) {
 
 void FileSource::Tell(FileAct eAct, const FileEvent& event, std::string_view strDirectory,
                       const std::string& strPath) {
-    ++m_files.nSensed;
+    ++m_files.nCaptured;
     if (event.nPid == m_nOwnPid) {
         ++m_files.nOwn;
         return;
     }
     if (strPath.empty()) {
-        ++m_files.nUnresolvable;
+        ++m_files.nUnresolved;
         return;
     }
     FileOperation operation;
@@ -261,7 +261,7 @@ void FileSource::Tell(FileAct eAct, const FileEvent& event, std::string_view str
     operation.bPipe =
         eAct == FILE_CREATE && (event.nMask & FAN_ONDIR) == 0 && IsPipe(strPath, status);
     if (!operation.bPlace && !operation.bPipe && !m_options.bAll) {
-        ++m_files.nElsewhere;
+        ++m_files.nUnwatched;
         return;
     }
     // Of what became of one file between two looks the removal is the last.
@@ -275,7 +275,7 @@ void FileSource::Tell(FileAct eAct, const FileEvent& event, std::string_view str
     operation.nPid = event.nPid;
     operation.tmWhen = m_held.front().tmRead;
     m_files.nNoProgram += operation.strProgram.empty() ? 1 : 0;
-    ++m_files.nTold;
+    ++m_files.nReported;
     Add(std::move(operation));
 }
 

@@ -1,11 +1,11 @@
-// What happens to files on this machine, as the kernel tells it, in batches: the file operations'
+// What happens to files on this machine, as the kernel reports it, in batches: the file operations'
 // half of KernelSource.
 //
 // Threads: one; the observer is called on it.
-// Errors: Open's text says what is missing. What cannot be told is counted.
+// Errors: Open's text says what is missing. What cannot be reported is counted.
 // Ownership: owns the sensor; everything else that it is given must outlive it.
 //
-// Memory is bounded by what one Read takes as long as no more is read before what was handed out.
+// Memory is bounded by what one Read takes as long as no more is read before what was returned.
 #ifndef HOST_KERNEL_FILE_FILESOURCE_H
 #define HOST_KERNEL_FILE_FILESOURCE_H
 
@@ -28,12 +28,12 @@
 #include "host/kernel/launch/ProcessTable.h"
 
 struct FileSourceOptions {
-    bool bAll = false;                // tell every operation, not only what the module can act on
+    bool bAll = false;                // report every operation, not only what the module can act on
     size_t nMostOperations = 256;     // in one batch
     size_t nMostBytes = 1024 * 1024;  // of paths, passed by one at most
     size_t nReadBytes = 256 * 1024;   // taken from the kernel at once
-    size_t nMostHeld = 32 << 20;      // bytes taken from the kernel and not yet looked at
-    std::chrono::milliseconds batchTime{200};  // from its first operation until it is handed out
+    size_t nMostHeld = 32 << 20;      // bytes taken from the kernel and not yet decoded
+    std::chrono::milliseconds batchTime{200};  // from its first operation until it is reported
     std::chrono::milliseconds announce{1000};  // between two announcements of losses
     std::vector<std::string> ignored;          // directories of the host's own
     FileLook fnLook;                           // lstat, unless a test brings its own
@@ -59,12 +59,12 @@ public:
     // Takes from the kernel whatever waits there, as much as there is room for, whose queue is
     // small; true when anything is held now.
     bool Read();
-    // After the images have been told of every process until then: looks at the oldest piece held.
+    // After the images know of every process until then: decodes the oldest piece held.
     void Resolve();
     bool IsHolding() const { return !m_held.empty(); }
     // No new events from now on; those that wait can still be read.
     void Detach() { m_pSensor->Detach(); }
-    // Tells the observer notices and counters; bLast: and every loss not yet announced.
+    // Gives the observer notices and counters; bLast: and every loss not yet announced.
     void TakeCounts(bool bLast);
 
     // True when a batch is full or its time has come; bAny: or has anything in it.
@@ -116,7 +116,8 @@ private:
     size_t m_nHeld = 0;                 // their bytes
     int m_nOpening = 0;                 // directories being opened, one for the sake of another
     std::vector<FileOperation> m_told;  // to the observer, once the time was taken
-    std::unordered_set<std::string> m_written;  // told as written, in the batch in the making
+    std::unordered_set<std::string>
+        m_written;  // reported as written, in the batch that is being filled
     Batch m_making;
     std::deque<Batch> m_full;
     uint64_t m_nSenseNanos = 0;

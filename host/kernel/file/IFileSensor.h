@@ -27,7 +27,7 @@ public:
     virtual bool Tend() = 0;
     // A directory has appeared under this path; a watched place may be in it.
     virtual void OnDirectory(const std::string& strPath) = 0;
-    // What happens directly in this directory is not told from now on, where the kernel can.
+    // What happens directly in this directory is not reported from now on, where the kernel can.
     virtual void Ignore(const std::string& strDirectory) = 0;
     // What there was to say since the last call.
     virtual std::vector<std::string> TakeNotices() = 0;

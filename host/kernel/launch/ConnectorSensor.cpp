@@ -40,7 +40,7 @@ FileId FileOf(const std::string& strPath) {
     return stat(strPath.c_str(), &status) == 0 ? process_look::IdOf(status) : FileId();
 }
 
-// Newer kernels tell everybody of processes; what these run is still the affair of a few.
+// Newer kernels notify everybody of processes; what these run is still the affair of a few.
 bool MayLookAtOthers() {
     __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
     __user_cap_data_struct data[_LINUX_CAPABILITY_U32S_3] = {};
@@ -101,7 +101,7 @@ private:
 bool ConnectorSensor::Open(std::string& strError) {
     if (!MayLookAtOthers()) {
         strError =
-            "what other users' processes run cannot be looked at; run as root, or with the "
+            "what other users' processes run cannot be examined; run as root, or with the "
             "capabilities CAP_SYS_PTRACE and CAP_NET_ADMIN";
         return false;
     }
@@ -138,8 +138,8 @@ std::string ConnectorSensor::Limits() const {
                    "process lives: of very short processes they may be missing; names as invoked "
                    "are guessed from the arguments"
                  : "paths and arguments come from /proc while the process lives: very short "
-                   "processes may be unresolvable, and one that starts another program at once is "
-                   "told as that; scripts are told as their interpreter only";
+                   "processes may be unresolved, and one that starts another program at once is "
+                   "reported as that; scripts are reported as their interpreter only";
     if (!m_opens.Unmarked().empty()) {
         strText += "; programs of these file systems by /proc alone: " + m_opens.Unmarked();
     }
@@ -186,7 +186,7 @@ void ConnectorSensor::Round() {
 // What was taken and finds no memory. Apart, because the analysis of locks passes over handlers.
 void ConnectorSensor::LoseRound() {
     const MutexLock lock(m_mutex);
-    m_counts.nSensed += m_execEvents.size();
+    m_counts.nCaptured += m_execEvents.size();
     m_counts.nLost += m_execEvents.size();
     m_counts.nOthersLost += m_lifeEvents.size();
     m_execEvents.clear();
@@ -281,7 +281,7 @@ void ConnectorSensor::Put(const LaunchEvent& event) {
     const bool bExec = event.eKind == LAUNCH_KIND_EXEC;
     std::string strRecord = EncodeLaunch(event);
     const MutexLock lock(m_mutex);
-    m_counts.nSensed += bExec ? 1 : 0;
+    m_counts.nCaptured += bExec ? 1 : 0;
     if (m_nRecordBytes + strRecord.size() > WAITING_BYTES) {
         ++(bExec ? m_counts.nLost : m_counts.nOthersLost);
         return;
@@ -307,7 +307,7 @@ void ConnectorSensor::Drain(const Sink& fnSink) {
     }
 }
 
-// The thread takes what the kernel told until now, and ends.
+// The thread takes what the kernel reported until now, and ends.
 void ConnectorSensor::Detach() {
     if (!m_thread.joinable()) {
         return;
@@ -320,7 +320,7 @@ void ConnectorSensor::Detach() {
 SensorCounts ConnectorSensor::Counts() const {
     const MutexLock lock(m_mutex);
     SensorCounts counts = m_counts;
-    counts.nSensed += m_dropped.nLost;
+    counts.nCaptured += m_dropped.nLost;
     counts.nLost += m_dropped.nLost;
     counts.nOthersLost += m_dropped.nOthersLost;
     return counts;

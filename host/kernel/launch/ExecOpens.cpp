@@ -25,7 +25,7 @@ bool ExecOpens::Open(std::string& strError) {
     m_group.Reset(fanotify_init(FAN_CLASS_NOTIF | FAN_CLOEXEC | FAN_NONBLOCK,
                                 O_RDONLY | O_LARGEFILE | O_CLOEXEC | O_NOATIME));
     if (!m_group) {
-        strError = std::string("the kernel refuses to tell executed files: ") +
+        strError = std::string("the kernel refuses to report executed files: ") +
                    std::strerror(errno) +
                    "; it needs root, or the capability CAP_SYS_ADMIN, and Linux 5.0 or newer with "
                    "CONFIG_FANOTIFY";

@@ -1,4 +1,4 @@
-// The files that the kernel opens to execute them, as fanotify tells them: by process, in their
+// The files that the kernel opens to execute them, as fanotify reports them: by process, in their
 // order. Notifications only: nothing ever waits for this reader.
 //
 // Threads: one. Errors: Open's text says what is missing; nothing throws but std::bad_alloc.

@@ -11,7 +11,7 @@
 #include <string>
 
 struct SensorCounts {
-    uint64_t nSensed = 0;      // launches, the lost ones included
+    uint64_t nCaptured = 0;    // launches, the lost ones included
     uint64_t nLost = 0;        // launches that no record could be written of
     uint64_t nOthersLost = 0;  // copies and ends of processes, likewise
 };
@@ -24,7 +24,7 @@ public:
     virtual ~ILaunchSensor() = default;
 
     virtual bool Open(std::string& strError) = 0;
-    // Hands over the records that wait, in the order in which they were written.
+    // Returns the records that wait, in the order in which they were written.
     virtual void Drain(const Sink& fnSink) = 0;
     // No new launches from now on; records that wait can still be drained.
     virtual void Detach() = 0;

@@ -1,4 +1,4 @@
-// Launches on this machine, as they are told, and who is told of them.
+// Launches on this machine, as they are reported, and who observes them.
 #ifndef HOST_KERNEL_LAUNCH_LAUNCH_H
 #define HOST_KERNEL_LAUNCH_LAUNCH_H
 
@@ -15,28 +15,28 @@ struct Launch {
     event_message::Creation creation;
     std::string strStarter;  // path of the program that started it, "" when nobody knows
     LaunchPathOrigin eOrigin = LAUNCH_PATH_NONE;
-    bool bScript = false;  // told beside its interpreter's launch
+    bool bScript = false;  // reported in addition to its interpreter's launch
     bool bArgsCut = false;
 };
 
 struct LaunchCounters {
-    uint64_t nSensed = 0;        // launches that the kernel had, the lost ones included
-    uint64_t nLost = 0;          // of these: no record
-    uint64_t nBroken = 0;        // of these: a record that is none
-    uint64_t nOwn = 0;           // of these: the host's own process
-    uint64_t nUnresolvable = 0;  // of these: no path names the file
-    uint64_t nPrograms = 0;      // of these: told
-    uint64_t nScripts = 0;       // told in addition
-    uint64_t nBatched = 0;       // programs and scripts in the batch in the making
-    uint64_t nScriptsUntold = 0;
+    uint64_t nCaptured = 0;    // launches that the kernel had, the lost ones included
+    uint64_t nLost = 0;        // of these: no record
+    uint64_t nBroken = 0;      // of these: a record that is none
+    uint64_t nOwn = 0;         // of these: the host's own process
+    uint64_t nUnresolved = 0;  // of these: no path names the file
+    uint64_t nPrograms = 0;    // of these: reported
+    uint64_t nScripts = 0;     // reported in addition
+    uint64_t nBatched = 0;     // programs and scripts in a batch that is not full yet
+    uint64_t nScriptsUnreported = 0;
     uint64_t nArgsCut = 0;
     uint64_t nArgsUnreadable = 0;
     uint64_t nOthersLost = 0;  // copies and ends of processes: starters may be unknown
 
-    // Sensed, and neither told nor counted for a reason.
+    // Captured, and neither reported nor counted for a reason.
     uint64_t Waiting() const {
-        const uint64_t nKnown = nLost + nBroken + nOwn + nUnresolvable + nPrograms;
-        return nSensed > nKnown ? nSensed - nKnown : 0;
+        const uint64_t nKnown = nLost + nBroken + nOwn + nUnresolved + nPrograms;
+        return nCaptured > nKnown ? nCaptured - nKnown : 0;
     }
 };
 
@@ -44,13 +44,13 @@ class ILaunchObserver {
 public:
     virtual ~ILaunchObserver() = default;
     virtual void OnLaunch(const Launch& launch) = 0;
-    virtual void OnUnresolvable(const LaunchEvent& event) = 0;
+    virtual void OnUnresolved(const LaunchEvent& event) = 0;
     // nLost launches more were lost, nTotal since the start.
     virtual void OnLost(uint64_t nLost, uint64_t nTotal) = 0;
     // The batch that Next is about to hand out and the paths in it.
     virtual void OnBatch(const EventBatch& batch, std::vector<std::string> paths) = 0;
     virtual void OnCounters(const LaunchCounters& counters) = 0;
-    // Once, from Start: by what launches are sensed, and what that cannot see.
+    // Once, from Start: by what launches are captured, and what that cannot see.
     virtual void OnNotice(const std::string& strText) = 0;
 };
 

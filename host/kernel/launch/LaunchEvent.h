@@ -1,4 +1,4 @@
-// What the kernel tells of processes, decoded from the sensors' records.
+// What the kernel reports of processes, decoded from the sensors' records.
 //
 // Threads: any; no state. Errors: none but std::bad_alloc.
 #ifndef HOST_KERNEL_LAUNCH_LAUNCHEVENT_H

@@ -88,7 +88,7 @@ std::string ScriptPath(const LaunchEvent& event, uint32_t nOwnMountNs, const Fil
     if (event.strInterp.empty() || event.nMountNs != nOwnMountNs || !event.strRoot.empty()) {
         return "";
     }
-    // Which file was executed is not told, so a doubtful directory is one too many.
+    // Which file was executed is not known, so a doubtful directory is one too many.
     if (event.bPathCut && event.strName.rfind('/', 0) != 0) {
         return "";
     }

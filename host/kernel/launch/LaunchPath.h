@@ -1,4 +1,4 @@
-// Under which path a launch is told. Never under one that names another file than the one that
+// Under which path a launch is reported. Never under one that names another file than the one that
 // was started: a verdict on that one would be borrowed.
 //
 // Threads: any; no state. Errors: none but std::bad_alloc.
@@ -28,7 +28,7 @@ struct LaunchPath {
 using FileLook = std::function<bool(const std::string& strPath, struct stat& status)>;
 
 // True when strPath leads to the file that was started. Of event only its device, inode and file
-// system are looked at.
+// system are tried.
 bool LeadsTo(const std::string& strPath, const LaunchEvent& event, const FileLook& fnLook);
 
 // The name as invoked where stat says that it is the file started, else the resolved path where
@@ -37,7 +37,7 @@ bool LeadsTo(const std::string& strPath, const LaunchEvent& event, const FileLoo
 LaunchPath ChooseLaunchPath(const LaunchEvent& event, const FileLook& fnLook);
 
 // The script that the launch runs by its first line, absolute. "" when it runs none, and when it
-// cannot be told which file that is: with a root or mount namespace of its own (nOwnMountNs is
+// cannot be known which file that is: with a root or mount namespace of its own (nOwnMountNs is
 // HostMountNs), from a directory that may lead elsewhere, or by a name that means another file in
 // every process.
 std::string ScriptPath(const LaunchEvent& event, uint32_t nOwnMountNs, const FileLook& fnLook);

@@ -113,7 +113,7 @@ bool KernelSensor::Load(std::string& strError) {
     return true;
 }
 
-// Copies and ends first: a launch that is told has its parent told already.
+// Copies and ends first: a launch that is reported has its parent reported already.
 bool KernelSensor::Attach(std::string& strError) {
     for (size_t i = PROGRAM_COUNT; i-- > 0;) {
         bpf_program* const pProgram = bpf_object__find_program_by_name(m_pObject, PROGRAMS[i]);
@@ -183,10 +183,10 @@ SensorCounts KernelSensor::Counts() const {
     const bool bKnown = bpf_obj_get_info_by_fd(m_nExecProgram, &info, &nLength) == 0;
     const uint64_t nMissed = bKnown ? info.recursion_misses : 0;
     SensorCounts counts;
-    // The lost ones first: they are never more than those sensed.
+    // The lost ones first: they are never more than those captured.
     counts.nLost = Sum(LAUNCH_COUNT_LOST) + nMissed;
     counts.nOthersLost = Sum(LAUNCH_COUNT_OTHERS_LOST);
-    counts.nSensed = Sum(LAUNCH_COUNT_SENSED) + nMissed;
+    counts.nCaptured = Sum(LAUNCH_COUNT_SENSED) + nMissed;
     return counts;
 }
 

@@ -53,7 +53,8 @@ bool LaunchSource::Open(std::string& strError) {
     if (!m_pSensor->Open(strError)) {
         return false;
     }
-    m_observer.OnNotice("launches are sensed by " + m_pSensor->Name() + ": " + m_pSensor->Limits());
+    m_observer.OnNotice("launches are captured by " + m_pSensor->Name() + ": " +
+                        m_pSensor->Limits());
     return true;
 }
 
@@ -95,8 +96,8 @@ void LaunchSource::TakeExec(const LaunchEvent& event) {
     launch.creation = {std::move(path.strPath), event.strCommand, event.nPid};
     m_images.Note(event, launch.creation.strPath);
     if (launch.eOrigin == LAUNCH_PATH_NONE) {
-        ++m_launches.nUnresolvable;
-        m_observer.OnUnresolvable(event);
+        ++m_launches.nUnresolved;
+        m_observer.OnUnresolved(event);
     } else {
         ++m_launches.nPrograms;
         Add(launch);
@@ -110,7 +111,7 @@ void LaunchSource::TakeScript(const LaunchEvent& event, const Launch& launch) {
     Launch script = launch;
     script.creation.strPath = ScriptPath(event, *m_options.nMountNs, m_options.fnLookAtScript);
     if (script.creation.strPath.empty()) {
-        ++m_launches.nScriptsUntold;
+        ++m_launches.nScriptsUnreported;
         return;
     }
     script.eOrigin = LAUNCH_PATH_INVOKED;
@@ -135,7 +136,7 @@ void LaunchSource::Add(Launch launch) {
 
 void LaunchSource::TakeCounts(bool bLast) {
     const SensorCounts counts = m_pSensor->Counts();
-    m_launches.nSensed = counts.nSensed;
+    m_launches.nCaptured = counts.nCaptured;
     m_launches.nLost = counts.nLost;
     m_launches.nOthersLost = counts.nOthersLost;
     const auto now = Clock::now();

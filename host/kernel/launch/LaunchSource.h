@@ -1,11 +1,11 @@
-// The programs that start on this machine, as the kernel tells them, in batches: the launches' half
-// of KernelSource.
+// The programs that start on this machine, as the kernel reports them, in batches: the launches'
+// half of KernelSource.
 //
 // Threads: one; the observer is called on it.
-// Errors: Open's text says what is missing. A launch that cannot be told is told the observer.
-// Ownership: owns the sensor; the observer and the images must outlive it.
+// Errors: Open's text says what is missing. A launch that cannot be reported is passed to the
+// observer. Ownership: owns the sensor; the observer and the images must outlive it.
 //
-// Memory is bounded by the kernel's ring as long as no more is drained before what was handed out;
+// Memory is bounded by the kernel's ring as long as no more is drained before what was returned;
 // what finds no room in the ring is counted as lost.
 #ifndef HOST_KERNEL_LAUNCH_LAUNCHSOURCE_H
 #define HOST_KERNEL_LAUNCH_LAUNCHSOURCE_H
@@ -28,7 +28,7 @@
 struct LaunchSourceOptions {
     size_t nMostLaunches = 256;                // in one batch
     size_t nMostBytes = 1024 * 1024;           // of paths and command lines, passed by one at most
-    std::chrono::milliseconds batchTime{200};  // from its first launch until it is handed out
+    std::chrono::milliseconds batchTime{200};  // from its first launch until it is reported
     std::chrono::milliseconds calm{250};       // without a further loss: announced together
     std::chrono::milliseconds announce{1000};  // from a loss to its announcement at the latest
     FileLook fnLook;                           // stat, unless a test brings its own
@@ -40,7 +40,7 @@ class LaunchSource {
 public:
     using Clock = std::chrono::steady_clock;
 
-    // images is told of every process.
+    // images learns of every process.
     LaunchSource(std::unique_ptr<ILaunchSensor> pSensor, ILaunchObserver& observer,
                  ProcessTable& images, LaunchSourceOptions options = {});
 
@@ -52,7 +52,7 @@ public:
     void Drain();
     // No new launches from now on; records that wait can still be drained.
     void Detach();
-    // Tells the observer the counters; bLast: and every loss that is not yet announced.
+    // Gives the observer the counters; bLast: and every loss that is not yet announced.
     void TakeCounts(bool bLast);
 
     // True when a batch is full or its time has come; bAny: or has anything in it.

@@ -1,4 +1,4 @@
-// Which program was started, told by the files that the kernel opened for it: first the scripts,
+// Which program was started, known by the files that the kernel opened for it: first the scripts,
 // then the program, then its loader. Starts that failed leave files that belong to none.
 //
 // Threads: any; no state. Errors: none but std::bad_alloc.

@@ -22,7 +22,7 @@ struct FileId {
 };
 
 struct ProcessState {
-    FileId exe;           // looked at after the arguments, so that they are this program's
+    FileId exe;           // read after the arguments, so that they are this program's
     std::string strExe;   // the kernel's spelling; "" for a file that has no name
     std::string strArgs;  // each ends in a NUL; at most LAUNCH_ARGS_MOST bytes
     bool bArgsCut = false;

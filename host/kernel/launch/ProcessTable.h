@@ -1,10 +1,10 @@
-// Which program each process runs, as the launch sensor tells it: who started a program, and who
+// Which program each process runs, as the launch sensor reports it: who started a program, and who
 // did what to a file.
 //
 // File operations are asked about later than they happened. An image is therefore kept for a while
-// after its process ended, and a process that has run several is told apart by the openings for a
-// start (FAN_OPEN_EXEC) that stand in order among the file operations: the kernel tells the opening
-// first, the start itself after it.
+// after its process ended, and a process that has run several is distinguished by the openings for
+// a start (FAN_OPEN_EXEC) that stand in order among the file operations: the kernel reports the
+// opening first, the start itself after it.
 //
 // Threads: one. Errors: none but std::bad_alloc.
 #ifndef HOST_KERNEL_LAUNCH_PROCESSTABLE_H
@@ -23,7 +23,7 @@
 #include "host/kernel/launch/LaunchPath.h"
 
 struct Image {
-    std::string strPath;  // the one that its launch is told under; "" when none leads to it
+    std::string strPath;  // the one that its launch is reported under; "" when none leads to it
     std::string strName;  // as the kernel spells it; for people
     uint32_t nDevice = 0;
     uint64_t nInode = 0;
@@ -38,7 +38,7 @@ struct ActingProgram {
 class ProcessTable {
 public:
     using Clock = std::chrono::steady_clock;
-    // True when starts on this device (major << 20 | minor) are told by an opening.
+    // True when starts on this device (major << 20 | minor) are reported by an opening.
     using TellsStarts = std::function<bool(uint32_t nDevice)>;
 
     static constexpr size_t MOST_PROCESSES = 65536;  // the ended ones included

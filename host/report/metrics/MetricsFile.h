@@ -1,9 +1,10 @@
-// A file that is written anew every few seconds, whole: into a file beside it, which is then
-// renamed. Its readers are other users as a rule, so its mode is 0644.
+// A file that is written anew every few seconds, whole: into a file in the same directory, which is
+// then renamed. Its readers are other users as a rule, so its mode is 0644.
 //
 // Threads: Begin, End and the destructor on one thread; a thread of its own writes, so that a slow
 //   disk holds up nobody but End.
-// Errors: a file that cannot be written is told once, and again when writing had worked in between.
+// Errors: a file that cannot be written is reported once, and again when writing had worked in
+// between.
 #ifndef HOST_REPORT_METRICS_METRICSFILE_H
 #define HOST_REPORT_METRICS_METRICSFILE_H
 

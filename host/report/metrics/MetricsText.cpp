@@ -27,22 +27,22 @@ struct Entry {
     Samples (*pSamples)(const Moment& moment);
 };
 
-Samples Sensed(const Moment& moment) {
-    return {{{"launch"}, Value(moment.balance.launches.nSensed)},
-            {{"file"}, Value(moment.balance.files.nSensed)}};
+Samples Captured(const Moment& moment) {
+    return {{{"launch"}, Value(moment.balance.launches.nCaptured)},
+            {{"file"}, Value(moment.balance.files.nCaptured)}};
 }
 
-Samples SensedFates(const Moment& moment) {
+Samples CapturedFates(const Moment& moment) {
     const LaunchCounters& launches = moment.balance.launches;
     const FileCounters& files = moment.balance.files;
-    return {{{"launch", "told"}, Value(launches.nPrograms)},
-            {{"launch", "unresolvable"}, Value(launches.nUnresolvable)},
+    return {{{"launch", "reported"}, Value(launches.nPrograms)},
+            {{"launch", "unresolved"}, Value(launches.nUnresolved)},
             {{"launch", "lost"}, Value(launches.nLost)},
             {{"launch", "own"}, Value(launches.nOwn)},
             {{"launch", "broken"}, Value(launches.nBroken)},
-            {{"file", "told"}, Value(files.nTold)},
-            {{"file", "elsewhere"}, Value(files.nElsewhere)},
-            {{"file", "unresolvable"}, Value(files.nUnresolvable)},
+            {{"file", "reported"}, Value(files.nReported)},
+            {{"file", "unwatched"}, Value(files.nUnwatched)},
+            {{"file", "unresolved"}, Value(files.nUnresolved)},
             {{"file", "own"}, Value(files.nOwn)}};
 }
 
@@ -52,7 +52,7 @@ Samples Overflows(const Moment& moment) {
 
 Samples Flaws(const Moment& moment) {
     const LaunchCounters& launches = moment.balance.launches;
-    return {{{"script_untold"}, Value(launches.nScriptsUntold)},
+    return {{{"script_unreported"}, Value(launches.nScriptsUnreported)},
             {{"args_cut"}, Value(launches.nArgsCut)},
             {{"args_unreadable"}, Value(launches.nArgsUnreadable)},
             {{"starter_unsure"}, Value(launches.nOthersLost)},
@@ -65,21 +65,21 @@ Samples FileEvents(const Moment& moment) {
 }
 
 Samples FileSeconds(const Moment& moment) {
-    return {{{}, Value(moment.balance.files.nSenseMicros) / 1e6}};
+    return {{{}, Value(moment.balance.files.nCaptureMicros) / 1e6}};
 }
 
-Samples Told(const Moment& moment) {
+Samples Reported(const Moment& moment) {
     return {{{"program"}, Value(moment.balance.launches.nPrograms)},
             {{"script"}, Value(moment.balance.launches.nScripts)},
-            {{"file"}, Value(moment.balance.files.nTold)}};
+            {{"file"}, Value(moment.balance.files.nReported)}};
 }
 
 Samples EventFates(const Moment& moment) {
     const LedgerState& events = moment.balance.events;
     return {{{"refused"}, Value(events.nRefused)},
             {{"not_stored"}, Value(events.nNotStored)},
-            {{"looked_at"}, Value(events.nBegun)},
-            {{"looked_at_earlier"}, Value(events.nEarlierBegun)}};
+            {{"analysed"}, Value(events.nAnalysed)},
+            {{"analysed_earlier"}, Value(events.nEarlierAnalysed)}};
 }
 
 Samples BacklogEvents(const Moment& moment) {
@@ -91,19 +91,20 @@ Samples BacklogMessages(const Moment& moment) {
             {{"earlier"}, Value(moment.balance.events.nEarlierWaiting)}};
 }
 
-Samples NoInterest(const Moment& moment) {
-    return {{{}, Value(moment.balance.events.nNoInterest)}};
+Samples Ignored(const Moment& moment) {
+    return {{{}, Value(moment.balance.events.nIgnored)}};
 }
 
-Samples QuestionEnds(const Moment& moment) {
+Samples ExpectedEnds(const Moment& moment) {
     const LedgerState& events = moment.balance.events;
-    return {{{"asked"}, Value(events.nQueried)},  {{"cached"}, Value(events.nCached)},
-            {{"gone"}, Value(events.nGone)},      {{"no_hash"}, Value(events.nNoHash)},
-            {{"no_stat"}, Value(events.nNoStat)}, {{"known_maker"}, Value(events.nKnownMaker)}};
+    return {
+        {{"queried"}, Value(events.nQueried)},        {{"cached"}, Value(events.nCached)},
+        {{"vanished"}, Value(events.nVanished)},      {{"unreadable"}, Value(events.nUnreadable)},
+        {{"stat_failed"}, Value(events.nStatFailed)}, {{"known_maker"}, Value(events.nKnownMaker)}};
 }
 
-Samples QuestionsOpen(const Moment& moment) {
-    return {{{}, Value(moment.balance.events.nSilent)}};
+Samples ExpectedOpen(const Moment& moment) {
+    return {{{}, Value(moment.balance.events.nMissing)}};
 }
 
 Samples QueryFates(const Moment& moment) {
@@ -149,19 +150,19 @@ Samples StartTime(const Moment& moment) {
 const std::vector<Entry>& Entries() {
     static const std::vector<Entry> ENTRIES = {
         // clang-format off
-        {{"tevmon_sensed_total", true, "source", "Launches and file operations that the kernel had, lost launches included."}, Sensed},
-        {{"tevmon_sensed_fate_total", true, "source,fate", "What became of what was sensed."}, SensedFates},
+        {{"tevmon_captured_total", true, "source", "Launches and file operations that the kernel had, lost launches included."}, Captured},
+        {{"tevmon_captured_fate_total", true, "source,fate", "What became of what was captured."}, CapturedFates},
         {{"tevmon_file_queue_overflows_total", true, "", "Times that the kernel's queue of file operations was full; what it lost is not known."}, Overflows},
         {{"tevmon_file_events_total", true, "", "Events of the kernel about files; some hold several operations, some none."}, FileEvents},
-        {{"tevmon_file_sense_seconds_total", true, "", "Processor time spent on them until they are told."}, FileSeconds},
-        {{"tevmon_flaws_total", true, "flaw", "Events told with something missing, and scripts not told."}, Flaws},
-        {{"tevmon_told_total", true, "kind", "Events made for the module."}, Told},
-        {{"tevmon_events_total", true, "fate", "What became of the events handed over: refused by the router or the bound, never stored, or looked at by the module, those of earlier runs apart."}, EventFates},
+        {{"tevmon_file_capture_seconds_total", true, "", "Processor time spent on them until they are reported."}, FileSeconds},
+        {{"tevmon_flaws_total", true, "flaw", "Events reported with something missing, and scripts not reported."}, Flaws},
+        {{"tevmon_reported_total", true, "kind", "Events reported to the module."}, Reported},
+        {{"tevmon_events_total", true, "fate", "What became of the events sent to the module: refused by the router or the bound, never stored, or analysed, those of earlier runs apart."}, EventFates},
         {{"tevmon_backlog_events", false, "", "Events of this run that wait in the module's queue."}, BacklogEvents},
         {{"tevmon_backlog_messages", false, "run", "Messages that wait in the module's queue, of this run and of earlier ones."}, BacklogMessages},
-        {{"tevmon_events_of_no_interest_total", true, "", "Events looked at about which the module has no question."}, NoInterest},
-        {{"tevmon_questions_total", true, "end", "How the module's questions about events ended."}, QuestionEnds},
-        {{"tevmon_questions_open", false, "", "Questions of which nothing was heard yet."}, QuestionsOpen},
+        {{"tevmon_events_ignored_total", true, "", "Events analysed about which the module queries nothing."}, Ignored},
+        {{"tevmon_expected_queries_total", true, "end", "How the queries ended that events give reason for."}, ExpectedEnds},
+        {{"tevmon_expected_queries_open", false, "", "Expected queries that are missing so far."}, ExpectedOpen},
         {{"tevmon_queries_total", true, "fate", "What became of the queries that the module made."}, QueryFates},
         {{"tevmon_answers_total", true, "level", "Answers given to queries, by verdict level."}, Answers},
         {{"tevmon_queries_outstanding", false, "", "Queries that an answer is due for."}, Outstanding},

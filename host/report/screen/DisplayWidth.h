@@ -17,7 +17,7 @@ size_t Width(const std::string& strText);
 std::string Fit(const std::string& strText, size_t nWidth, bool bUnicode);
 
 // Likewise, but what is too much is taken from the middle: of a path the beginning and the name
-// tell most.
+// cover most.
 std::string FitMiddle(const std::string& strText, size_t nWidth, bool bUnicode);
 
 // Likewise, with the blanks before it.

@@ -15,7 +15,7 @@ namespace {
 
 constexpr std::chrono::seconds RATE_TIME(3);    // that rates are means of
 constexpr std::chrono::seconds WHOLE_TIME(10);  // heals what others wrote on the terminal
-constexpr size_t MOST_ERRORS = 30;              // told once more at the end
+constexpr size_t MOST_ERRORS = 30;              // printed once more at the end
 
 bool IsUnicode() {
     for (const char* const pszName : {"LC_ALL", "LC_CTYPE", "LANG"}) {

@@ -6,7 +6,7 @@
 //
 // Threads: Begin and End on one thread; Add, State and ScreenLine from any. A thread of its own
 //   draws. One mutex, not held while numbers are made or something is drawn.
-// Errors: nothing throws but std::bad_alloc. A terminal that is gone is told fnGone, once.
+// Errors: nothing throws but std::bad_alloc. fnGone is called once when the terminal is gone.
 // Ownership: the output must outlive it.
 #ifndef HOST_REPORT_SCREEN_LIVESCREEN_H
 #define HOST_REPORT_SCREEN_LIVESCREEN_H
@@ -44,7 +44,7 @@ public:
     // Takes standard output's terminal; from now on lines of the output are lines of the view.
     // False when there is none, and then nothing has changed.
     bool Begin();
-    // Gives the terminal back as it was, and tells once more there what went wrong meanwhile.
+    // Gives the terminal back as it was, and prints once more there what went wrong meanwhile.
     void End();
 
     void Add(VerdictRow row);

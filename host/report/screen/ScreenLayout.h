@@ -15,7 +15,7 @@ struct ViewNumbers {
     std::string strState;  // what the host is doing
     std::string strClock;
     uint64_t nUpSeconds = 0;
-    uint64_t nLaunches = 0;  // sensed
+    uint64_t nLaunches = 0;  // captured
     uint64_t nFiles = 0;     // likewise
     double dLaunchRate = 0;  // a second
     double dFileRate = 0;

@@ -3,7 +3,7 @@
 //
 // Threads: Open and Close on one thread, Draw on one other in between; Restore from any, signal
 //   handlers included. One terminal of a process can be open at a time.
-// Errors: a terminal that is gone is told by IsGone; one that takes nothing (stopped by Ctrl-S, a
+// Errors: IsGone reports a terminal that is gone; one that takes nothing (stopped by Ctrl-S, a
 //   dead line) misses screens and holds up nobody.
 #ifndef HOST_REPORT_SCREEN_TERMINAL_H
 #define HOST_REPORT_SCREEN_TERMINAL_H

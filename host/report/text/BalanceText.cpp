@@ -11,7 +11,7 @@ namespace balance_text {
 
 namespace {
 
-// "  sensed           10 launches": a sum, what is summed up; then what it is made of.
+// "  captured         10 launches": a sum, what is summed up; then what it is made of.
 class Sum {
 public:
     Sum(const char* pszLabel, uint64_t nSum, const char* pszOf)
@@ -34,21 +34,21 @@ private:
     bool m_bFirst = true;
 };
 
-std::string SensedText(const Balance& balance) {
+std::string CapturedText(const Balance& balance) {
     const LaunchCounters& launches = balance.launches;
     const FileCounters& files = balance.files;
-    return Sum("sensed", launches.nSensed, "launches")
-               .Add(launches.nPrograms, "told")
-               .Add(launches.nUnresolvable, "unresolvable")
+    return Sum("captured", launches.nCaptured, "launches")
+               .Add(launches.nPrograms, "reported")
+               .Add(launches.nUnresolved, "unresolved")
                .Add(launches.nLost, "lost")
                .AddSome(launches.nOwn, "the host's own")
                .AddSome(launches.nBroken, "broken records")
                .AddSome(launches.Waiting(), "not read yet")
                .Text() +
-           Sum("", files.nSensed, "file operations")
-               .Add(files.nTold, "told")
-               .Add(files.nElsewhere, "in no watched place")
-               .Add(files.nUnresolvable, "unresolvable")
+           Sum("", files.nCaptured, "file operations")
+               .Add(files.nReported, "reported")
+               .Add(files.nUnwatched, "in no watched place")
+               .Add(files.nUnresolved, "unresolved")
                .AddSome(files.nOwn, "the host's own")
                .AddSome(files.Waiting(), "not read yet")
                .Text();
@@ -57,45 +57,45 @@ std::string SensedText(const Balance& balance) {
 std::string EventsText(const Balance& balance) {
     const LedgerState& events = balance.events;
     const uint64_t nDelivered = balance.Delivered();
-    return Sum("told", balance.Told(), "events")
+    return Sum("reported", balance.Reported(), "events")
                .Add(nDelivered, "delivered")
                .Add(events.nRefused, "refused")
-               .AddSome(balance.Batched(), "in the making")
+               .AddSome(balance.Batched(), "in a batch")
                .Text() +
            Sum("delivered", nDelivered, "events")
                .Add(nDelivered - events.nNotStored, "stored")
                .Add(events.nNotStored, "not stored")
                .Text() +
            Sum("stored", nDelivered - events.nNotStored, "events")
-               .Add(events.nBegun, "looked at")
+               .Add(events.nAnalysed, "analysed")
                .Add(events.nWaiting, "waiting in the queue")
                .Text();
 }
 
-std::string QuestionsText(const Balance& balance) {
+std::string ExpectedText(const Balance& balance) {
     const LedgerState& events = balance.events;
-    const uint64_t nLookedAt = events.nBegun + events.nEarlierBegun;
-    const std::string strQuestions = "with " + text::Number(events.nQuestions) + " questions";
+    const uint64_t nAnalysed = events.nAnalysed + events.nEarlierAnalysed;
+    const std::string strExpected = "with " + text::Number(events.nExpected) + " expected queries";
     std::string strText;
-    if (events.nEarlierBegun != 0) {
-        strText = Sum("looked at", nLookedAt, "events")
-                      .Add(events.nBegun, "of this run")
-                      .Add(events.nEarlierBegun, "of earlier runs or once more")
+    if (events.nEarlierAnalysed != 0) {
+        strText = Sum("analysed", nAnalysed, "events")
+                      .Add(events.nAnalysed, "of this run")
+                      .Add(events.nEarlierAnalysed, "of earlier runs or once more")
                       .Text();
     }
     const bool bFirst = strText.empty();
-    strText += Sum(bFirst ? "looked at" : "", nLookedAt, bFirst ? "events" : "")
-                   .Add(events.nNoInterest, "of no interest")
-                   .Add(nLookedAt - events.nNoInterest, strQuestions)
+    strText += Sum(bFirst ? "analysed" : "", nAnalysed, bFirst ? "events" : "")
+                   .Add(events.nIgnored, "ignored")
+                   .Add(nAnalysed - events.nIgnored, strExpected)
                    .Text();
-    return strText + Sum("questions", events.nQuestions, "")
-                         .Add(events.nQueried, "asked")
+    return strText + Sum("expected", events.nExpected, "queries")
+                         .Add(events.nQueried, "queried")
                          .Add(events.nCached, "cached")
-                         .Add(events.nGone, "gone before that")
-                         .AddSome(events.nNoHash, "not readable")
-                         .AddSome(events.nNoStat, "gone with a notice")
+                         .Add(events.nVanished, "vanished")
+                         .AddSome(events.nUnreadable, "unreadable")
+                         .AddSome(events.nStatFailed, "stat failed")
                          .AddSome(events.nKnownMaker, "pipes of a known program")
-                         .AddSome(events.nSilent, "without a sign")
+                         .AddSome(events.nMissing, "missing")
                          .Text();
 }
 
@@ -122,11 +122,11 @@ std::string RemarksText(const Balance& balance) {
         {balance.files.nOverflows,
          "times the kernel's queue of file operations was full; what it "
          "lost is not known"},
-        {launches.nScripts, "scripts told beside their interpreters"},
-        {launches.nScriptsUntold, "scripts not told"},
+        {launches.nScripts, "scripts reported in addition to their interpreters"},
+        {launches.nScriptsUnreported, "scripts not reported"},
         {launches.nArgsCut, "launches with arguments cut"},
         {launches.nArgsUnreadable, "launches with arguments unreadable"},
-        {balance.files.nBroken, "pieces of what the kernel told of files that are no event"},
+        {balance.files.nBroken, "records about files that are no event"},
         {balance.files.nNoProgram, "file operations without the program that did them"},
         {launches.nOthersLost, "copies and ends of processes lost, so that a starter may be wrong"},
         {balance.events.nEarlierWaiting, "messages of earlier runs waiting in the queue"},
@@ -145,23 +145,27 @@ std::string RemarksText(const Balance& balance) {
 
 std::string FilesJson(const FileCounters& files) {
     JsonObject object;
-    object.Add("sensed", files.nSensed).Add("told", files.nTold).Add("elsewhere", files.nElsewhere);
-    object.Add("unresolvable", files.nUnresolvable).Add("own", files.nOwn);
+    object.Add("captured", files.nCaptured)
+        .Add("reported", files.nReported)
+        .Add("unwatched", files.nUnwatched);
+    object.Add("unresolved", files.nUnresolved).Add("own", files.nOwn);
     object.Add("unread", files.Waiting()).Add("no_program", files.nNoProgram);
     object.Add("broken", files.nBroken).Add("events", files.nEvents);
-    object.Add("sense_us", files.nSenseMicros);
+    object.Add("capture_us", files.nCaptureMicros);
     return object.Add("overflows", files.nOverflows).Text();
 }
 
-void AddSensed(JsonObject& record, const Balance& balance) {
+void AddCaptured(JsonObject& record, const Balance& balance) {
     const LaunchCounters& launches = balance.launches;
-    record.Add("sensed", launches.nSensed).Add("delivered", launches.nPrograms);
-    record.Add("unresolvable", launches.nUnresolvable).Add("lost", launches.nLost);
-    record.Add("own", launches.nOwn).Add("broken", launches.nBroken);
-    record.Add("unread", launches.Waiting()).Add("scripts", launches.nScripts);
-    record.Add("scripts_untold", launches.nScriptsUntold).Add("args_cut", launches.nArgsCut);
-    record.Add("args_unreadable", launches.nArgsUnreadable);
-    record.Add("others_lost", launches.nOthersLost).AddJson("files", FilesJson(balance.files));
+    JsonObject object;
+    object.Add("captured", launches.nCaptured).Add("reported", launches.nPrograms);
+    object.Add("unresolved", launches.nUnresolved).Add("lost", launches.nLost);
+    object.Add("own", launches.nOwn).Add("broken", launches.nBroken);
+    object.Add("unread", launches.Waiting()).Add("scripts", launches.nScripts);
+    object.Add("scripts_unreported", launches.nScriptsUnreported);
+    object.Add("args_cut", launches.nArgsCut).Add("args_unreadable", launches.nArgsUnreadable);
+    object.Add("processes_lost", launches.nOthersLost);
+    record.AddJson("launches", object.Text()).AddJson("files", FilesJson(balance.files));
 }
 
 }  // namespace
@@ -170,8 +174,8 @@ std::string Text(const Console& output, const Balance& balance) {
     const uint64_t nUnexplained = balance.Unexplained();
     const auto eColour = nUnexplained == 0 ? Console::COLOUR_GREEN : Console::COLOUR_RED;
     return output.Paint(Console::COLOUR_BOLD, "Balance") + "\n" +
-           (balance.input ? "" : SensedText(balance)) + EventsText(balance) +
-           QuestionsText(balance) + QueriesText(balance) + RemarksText(balance) +
+           (balance.input ? "" : CapturedText(balance)) + EventsText(balance) +
+           ExpectedText(balance) + QueriesText(balance) + RemarksText(balance) +
            output.Paint(eColour, CStr::stdformat("  %-12s%11s", "unexplained",
                                                  text::Number(nUnexplained).c_str()));
 }
@@ -182,21 +186,25 @@ JsonObject& AddNumbers(JsonObject& record, const Balance& balance) {
     if (balance.input) {
         record.Add("input", *balance.input);
     } else {
-        AddSensed(record, balance);
+        AddCaptured(record, balance);
     }
-    record.Add("told", balance.Told()).Add("in_the_making", balance.Batched());
-    record.Add("events", events.nSent).Add("refused", events.nRefused);
+    record.Add("reported", balance.Reported()).Add("batched", balance.Batched());
+    record.Add("sent", events.nSent).Add("refused", events.nRefused);
     record.Add("not_stored", events.nNotStored).Add("waiting", events.nWaiting);
-    record.Add("looked_at", events.nBegun).Add("looked_at_earlier", events.nEarlierBegun);
+    record.Add("analysed", events.nAnalysed).Add("analysed_earlier", events.nEarlierAnalysed);
     record.Add("earlier_messages_waiting", events.nEarlierWaiting);
-    record.Add("no_interest", events.nNoInterest).Add("questions", events.nQuestions);
-    record.Add("asked", events.nQueried).Add("cached", events.nCached).Add("gone", events.nGone);
-    record.Add("no_hash", events.nNoHash).Add("no_stat", events.nNoStat);
-    record.Add("known_maker", events.nKnownMaker).Add("silent", events.nSilent);
-    record.Add("beside", events.nBeside).Add("not_sent", module.nNotSent);
+    record.Add("ignored", events.nIgnored).Add("expected", events.nExpected);
+    record.Add("queried", events.nQueried)
+        .Add("cached", events.nCached)
+        .Add("vanished", events.nVanished);
+    record.Add("unreadable", events.nUnreadable).Add("stat_failed", events.nStatFailed);
+    record.Add("known_maker", events.nKnownMaker).Add("missing", events.nMissing);
+    record.Add("unmatched", events.nUnmatched).Add("not_sent", module.nNotSent);
     record.Add("queries", module.nQueries).Add("answers", module.nAnswers);
     record.AddJson("answers_by_level", verdict_row::LevelsJson(module.answersByLevel));
-    record.Add("known", module.nKnown).Add("no_key", module.nNoKey).Add("query_lost", module.nLost);
+    record.Add("known", module.nKnown)
+        .Add("no_key", module.nNoKey)
+        .Add("queries_lost", module.nLost);
     record.Add("outstanding", balance.Outstanding());
     return record.Add("unexplained", balance.Unexplained());
 }

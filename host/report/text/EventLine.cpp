@@ -34,7 +34,7 @@ std::string Input(const InputUnusable& input) {
 VerdictRow Dropped(const EventsDropped& dropped) {
     static const char* const REASONS[] = {"the module's queue is full, or it takes no messages",
                                           "the module could not store them"};
-    return verdict_row::Told(
+    return verdict_row::Notice(
         "lost", "event",
         std::to_string(dropped.nEvents) + (dropped.nEvents == 1 ? " event" : " events"),
         std::string(REASONS[dropped.eReason]) + "; " + std::to_string(dropped.nTotal) +
@@ -42,7 +42,7 @@ VerdictRow Dropped(const EventsDropped& dropped) {
 }
 
 std::string Progress(const std::string& strDoing, const RunCounters& counters) {
-    return CStr::stdformat("%s: %" PRIu64 " delivered, %" PRIu64 " looked at, %" PRIu64
+    return CStr::stdformat("%s: %" PRIu64 " delivered, %" PRIu64 " analysed, %" PRIu64
                            " queries, %" PRIu64 " from cache, %s hashed",
                            strDoing.c_str(), counters.nMessages, counters.nAnalysed,
                            counters.nQueries, counters.nCached,

@@ -103,10 +103,10 @@ std::string PackagesLine(const RunCounters& counters) {
 std::string SkippedLine(const RunCounters& counters) {
     Pieces pieces;
     pieces.Add(counters.nCached, "with a live verdict in the cache");
-    pieces.Add(counters.nNoHash, "that cannot be read");
-    pieces.Add(counters.nNoStat, "that cannot be looked at");
+    pieces.Add(counters.nUnreadable, "that cannot be read");
+    pieces.Add(counters.nStatFailed, "whose status cannot be had");
     pieces.Add(counters.nNotSent, "whose query could not be sent");
-    pieces.Add(counters.Silent(), "that are no program or not watched");
+    pieces.Add(counters.Missing(), "that are no program or not watched");
     return Label("skipped") + pieces.Text("none");
 }
 
@@ -153,7 +153,7 @@ std::string SummaryHeading(const Console& output, const RunEnd& end) {
     if (end.nSignal != 0) {
         strEnd = "  stopped by a signal";
     } else if (!end.bDrained) {
-        strEnd = "  stopped before everything was looked at";
+        strEnd = "  stopped before everything was analysed";
     }
     return output.Paint(Console::COLOUR_BOLD, "Summary") + strEnd;
 }
@@ -242,9 +242,9 @@ JsonObject& AddCounters(JsonObject& record, const RunCounters& counters, double 
     record.AddJson("answers_by_level", verdict_row::LevelsJson(counters.answersByLevel));
     record.AddJson("queries_by_level", verdict_row::LevelsJson(counters.queriesByLevel));
     JsonObject skipped;
-    skipped.Add("cached", counters.nCached).Add("no_hash", counters.nNoHash);
-    skipped.Add("no_stat", counters.nNoStat).Add("not_sent", counters.nNotSent);
-    skipped.Add("silent", counters.Silent());
+    skipped.Add("cached", counters.nCached).Add("unreadable", counters.nUnreadable);
+    skipped.Add("stat_failed", counters.nStatFailed).Add("not_sent", counters.nNotSent);
+    skipped.Add("missing", counters.Missing());
     record.AddJson("skipped", skipped.Text()).Add("hashed_bytes", counters.nHashedBytes);
     record.Add("centre", counters.nCentre).Add("seconds", dSeconds);
     return record.Add("work_seconds", counters.WorkSeconds());

@@ -1,4 +1,4 @@
-// One thing that watch tells, and the line that it makes.
+// One thing that watch reports, and the line that it makes.
 //
 // Threads: any; no state. Errors: none but std::bad_alloc.
 #ifndef HOST_REPORT_TEXT_VERDICTROW_H
@@ -32,8 +32,8 @@ VerdictRow Judged(const std::string& strWhat, const std::string& strSubject,
                   const std::string& strBy, const Verdict& verdict, bool bCached);
 
 // A row for something else, at this moment.
-VerdictRow Told(const std::string& strVerdict, const std::string& strWhat,
-                const std::string& strSubject, const std::string& strWhy);
+VerdictRow Notice(const std::string& strVerdict, const std::string& strWhat,
+                  const std::string& strSubject, const std::string& strWhy);
 
 std::string Text(const Console& output, const VerdictRow& row);
 

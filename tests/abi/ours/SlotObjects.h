@@ -1,6 +1,6 @@
 // Objects of our interfaces for a caller that knows none of them. Needs no header of ours itself.
 //
-// Every operation of these objects notes its own name; LastOperation tells it.
+// Every operation of these objects notes its own name; LastOperation returns it.
 #ifndef TESTS_ABI_OURS_SLOTOBJECTS_H
 #define TESTS_ABI_OURS_SLOTOBJECTS_H
 
@@ -20,7 +20,7 @@ void* NewTaskTimer();  // overrides every virtual operation of CTaskTimer
 void* NewChannel();    // derives from CTevChennalMgr, overrides run and what follows
 void* NewCache();      // derives from CTevCloudCachoMgr, overrides run
 
-// The module's own, where only the real result tells.
+// The module's own, where only the real result shows it.
 void* Plugin();           // the plug-in object; never ends
 void* NewModuleTimer();   // CTevMonTimer
 void* NewEventHandler();  // CHipsMsgHandler

@@ -1,5 +1,5 @@
 // Makes two clocks leap at each look while it lives: the coarse wall clock and the processor time
-// of the calling thread. All others, and these while none lives, tell what they tell.
+// of the calling thread. All others, and these while none lives, are the true ones.
 //
 // The program that links this folder answers clock_gettime itself. One at a time. Threads: any.
 #ifndef TESTS_SUPPORT_CLOCKS_LEAPINGCLOCKS_H

@@ -1,5 +1,5 @@
 // A module as small as one can be, for the tests of the host. It keeps nothing in databases: a
-// message of events is looked at when it comes, and every element with a "path" becomes a query
+// message of events is read when it comes, and every element with a "path" becomes a query
 // at once, with the path repeated to 72 characters of hexadecimal as its key.
 //
 // What happens to it stands in the file "calls" of the current directory, one line each: the

@@ -136,7 +136,7 @@ struct FakeKernel::Calls {
                                            : static_cast<ssize_t>(nSize);
     }
 
-    // What was told becomes readable.
+    // What was added becomes readable.
     static void Publish(FakeKernel& kernel) {
         for (auto& [nFd, source] : kernel.m_sources) {
             auto& staged =

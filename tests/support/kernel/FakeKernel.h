@@ -1,6 +1,6 @@
-// Stands before the system calls by which the host's sensors hear the kernel: while one lives, the
-// process connector and fanotify are a test's, which tells messages and events as bytes. Everything
-// else, and all of it without one, reaches the kernel.
+// Stands before the system calls by which the host's sensors listen to the kernel: while one lives,
+// the process connector and fanotify are a test's, which gives messages and events as bytes.
+// Everything else, and all of it without one, reaches the kernel.
 //
 // Threads: any, for what is a call here; the members are set before a sensor is opened.
 #ifndef TESTS_SUPPORT_KERNEL_FAKEKERNEL_H
@@ -50,7 +50,7 @@ public:
     std::map<std::string, std::string> paths;    // opened path -> the path that is opened instead
     std::map<std::string, std::string> handles;  // bytes of a handle -> the path that it is of
 
-    // Adds to what the sockets (by their order of opening) and the newest group have to tell, all
+    // Adds to what the sockets (by their order of opening) and the newest group have to give, all
     // at once: the first socket is always read first, and with it the rest becomes readable.
     void Tell(const std::map<size_t, std::vector<Told>>& bySocket, const std::vector<Told>& events);
     // The table of mounts has changed; said to one poll.

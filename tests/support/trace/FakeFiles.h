@@ -1,5 +1,5 @@
 // Puts what stat() and utils::getMD5AndSHA1() see under the test's control while it lives; paths
-// that it was not told of are seen as they are.
+// that it does not know are seen as they are.
 #ifndef TESTS_SUPPORT_TRACE_FAKEFILES_H
 #define TESTS_SUPPORT_TRACE_FAKEFILES_H
 
@@ -24,7 +24,7 @@ public:
     // stat() of strPath works nCalls times more and then finds nothing.
     void VanishAfter(const std::string& strPath, int nCalls);
 
-    // What the interposed calls ask. Stat answers false for a path it was not told of.
+    // What the interposed calls ask. Stat answers false for a path it does not know.
     bool Stat(const std::string& strPath, struct stat& status, int& nResult);
     std::string RealPath(const std::string& strPath);
 

@@ -25,7 +25,7 @@ public:
     std::vector<std::string> Statements() const;
     size_t Count(const std::string& strStatement) const;  // those that are exactly this text
 
-    // What the interposed call tells; without a SqlTrace it does nothing.
+    // What the interposed call saw; without a SqlTrace it does nothing.
     static void Note(const char* pszStatement);
 
     // While one lives, the statements of its thread are not seen: they are the test's own.

@@ -385,7 +385,7 @@ TEST(CThreadTest, IsJoinableUntilTheThreadIsJoinedEvenWhenItHasEnded) {
 
 namespace {
 
-// Tells which of its operations was called.
+// Shows which of its operations was called.
 class SlotThread : public CThread {
 public:
     bool start(Priority /*ePriority*/) override { return Called("start"); }

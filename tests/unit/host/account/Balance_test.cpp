@@ -4,13 +4,13 @@
 
 namespace {
 
-// Two launches and one file operation, all of them delivered, looked at and answered.
+// Two launches and one file operation, all of them delivered, analysed and answered.
 Balance Clean() {
     Balance balance;
-    balance.launches.nSensed = balance.launches.nPrograms = 2;
-    balance.files.nSensed = balance.files.nTold = 1;
-    balance.events.nSent = balance.events.nBegun = 3;
-    balance.events.nQuestions = balance.events.nQueried = 3;
+    balance.launches.nCaptured = balance.launches.nPrograms = 2;
+    balance.files.nCaptured = balance.files.nReported = 1;
+    balance.events.nSent = balance.events.nAnalysed = 3;
+    balance.events.nExpected = balance.events.nQueried = 3;
     balance.module.nQueries = balance.module.nAnswers = 3;
     return balance;
 }
@@ -22,7 +22,7 @@ TEST(BalanceTest, WhatAddsUpIsExplained) {
     EXPECT_EQ(0u, balance.Unexplained());
     balance.bFinal = true;
     EXPECT_EQ(0u, balance.Unexplained());
-    EXPECT_EQ(3u, balance.Told());
+    EXPECT_EQ(3u, balance.Reported());
     EXPECT_EQ(3u, balance.Delivered());
     EXPECT_EQ(0u, balance.Outstanding());
 }
@@ -30,30 +30,30 @@ TEST(BalanceTest, WhatAddsUpIsExplained) {
 TEST(BalanceTest, EachEventThatAppearsOrVanishesOnTheWayIsUnexplained) {
     uint64_t LaunchCounters::*const LAUNCHES[] = {&LaunchCounters::nLost, &LaunchCounters::nOwn,
                                                   &LaunchCounters::nBroken,
-                                                  &LaunchCounters::nUnresolvable};
+                                                  &LaunchCounters::nUnresolved};
     for (const auto pCounter : LAUNCHES) {
         Balance balance = Clean();
         ++(balance.launches.*pCounter);  // one end more than there were launches
         EXPECT_EQ(1u, balance.Unexplained());
-        ++balance.launches.nSensed;
+        ++balance.launches.nCaptured;
         EXPECT_EQ(0u, balance.Unexplained());
     }
     uint64_t LedgerState::*const ENDS[] = {&LedgerState::nRefused, &LedgerState::nNotStored,
-                                           &LedgerState::nWaiting, &LedgerState::nBegun};
+                                           &LedgerState::nWaiting, &LedgerState::nAnalysed};
     for (const auto pCounter : ENDS) {
         Balance balance = Clean();
         ++(balance.events.*pCounter);
         EXPECT_EQ(1u, balance.Unexplained());
     }
     Balance balance = Clean();
-    --balance.files.nTold;
-    EXPECT_EQ(1u, balance.Unexplained());  // handed over without having been told
+    --balance.files.nReported;
+    EXPECT_EQ(1u, balance.Unexplained());  // sent without having been reported
 }
 
 TEST(BalanceTest, WhatIsOnItsWayIsUnexplainedOnlyAtTheEnd) {
     Balance balance = Clean();
-    ++balance.launches.nSensed;  // not read yet
-    ++balance.files.nSensed;
+    ++balance.launches.nCaptured;  // not read yet
+    ++balance.files.nCaptured;
     ++balance.module.nQueries;  // no answer yet
     EXPECT_EQ(0u, balance.Unexplained());
     balance.bFinal = true;
@@ -64,7 +64,7 @@ TEST(BalanceTest, AQuestionWhoseQueryCouldNotBeSentIsExplained) {
     Balance balance = Clean();
     balance.bFinal = true;
     --balance.events.nQueried;
-    ++balance.events.nSilent;
+    ++balance.events.nMissing;
     EXPECT_EQ(1u, balance.Unexplained());
     balance.module.nNotSent = 1;
     EXPECT_EQ(0u, balance.Unexplained());

@@ -8,21 +8,21 @@
 
 namespace {
 
-ModuleSign Sign(SignEnd eEnd, QuestionKind eKind, const std::string& strName,
-                const std::string& strOperation = "") {
-    ModuleSign sign;
-    sign.eEnd = eEnd;
-    sign.eKind = eKind;
-    sign.strName = strName;
-    sign.strOperation = strOperation;
-    return sign;
+ModuleOutcome Outcome(OutcomeKind eEnd, ExpectedKind eKind, const std::string& strName,
+                      const std::string& strOperation = "") {
+    ModuleOutcome outcome;
+    outcome.eEnd = eEnd;
+    outcome.eKind = eKind;
+    outcome.strName = strName;
+    outcome.strOperation = strOperation;
+    return outcome;
 }
 
-ModuleSign OfProgram(SignEnd eEnd, QuestionKind eKind, const std::string& strProgram,
-                     const std::string& strOperation = "") {
-    ModuleSign sign = Sign(eEnd, eKind, strProgram, strOperation);
-    sign.bNamesProgram = true;
-    return sign;
+ModuleOutcome OfProgram(OutcomeKind eEnd, ExpectedKind eKind, const std::string& strProgram,
+                        const std::string& strOperation = "") {
+    ModuleOutcome outcome = Outcome(eEnd, eKind, strProgram, strOperation);
+    outcome.bNamesProgram = true;
+    return outcome;
 }
 
 std::string FileMessage(const std::string& strOperation, const std::string& strPath,
@@ -35,16 +35,16 @@ class EventLedgerTest : public testing::Test {
 protected:
     EventLedgerTest() : m_strThere(m_dir.WriteFile("there", "x", 0755)) {}
 
-    // A message of launches, handed over.
+    // A message of launches, reported.
     std::string Launches(uint64_t nNumber, const std::vector<std::string>& paths) {
         const std::string strBody = event_message::ProcessCreations(paths);
-        m_ledger.Send(nNumber, strBody, paths.size());
+        m_ledger.Report(nNumber, strBody, paths.size());
         return strBody;
     }
-    // A message of one file operation, handed over and begun with.
+    // A message of one file operation, reported and analysed.
     void BeginFile(const std::string& strBody) {
-        m_ledger.Send(++m_nNumber, strBody, 1);
-        m_ledger.Begin(strBody);
+        m_ledger.Report(++m_nNumber, strBody, 1);
+        m_ledger.Analyse(strBody);
     }
     std::string Pipe() {
         const std::string strPath = m_dir.Path() + "/pipe";
@@ -64,76 +64,76 @@ protected:
 TEST_F(EventLedgerTest, AnEventWaitsUntilTheModuleBeginsWithItsMessage) {
     const std::string strFirst = Launches(1, {m_strThere, m_strThere});
     Launches(2, {m_strThere});
-    m_ledger.Begin(strFirst);
+    m_ledger.Analyse(strFirst);
 
     const LedgerState state = m_ledger.FinalState();
     EXPECT_EQ(3u, state.nSent);
     EXPECT_EQ(1u, state.nWaiting);
     EXPECT_EQ(1u, state.nWaitingMessages);
-    EXPECT_EQ(2u, state.nBegun);
-    EXPECT_EQ(2u, state.nSilent);
+    EXPECT_EQ(2u, state.nAnalysed);
+    EXPECT_EQ(2u, state.nMissing);
 }
 
 TEST_F(EventLedgerTest, EveryLaunchIsOneQuestionThatOneSignEnds) {
-    m_ledger.Begin(Launches(1, {m_strThere, m_strThere}));
+    m_ledger.Analyse(Launches(1, {m_strThere, m_strThere}));
 
-    EXPECT_TRUE(m_ledger.Hear(Sign(SIGN_QUERIED, QUESTION_LAUNCH, m_strThere)).has_value());
-    EXPECT_TRUE(m_ledger.Hear(Sign(SIGN_CACHED, QUESTION_LAUNCH, m_strThere)).has_value());
-    EXPECT_FALSE(m_ledger.Hear(Sign(SIGN_CACHED, QUESTION_LAUNCH, m_strThere)).has_value());
+    EXPECT_TRUE(m_ledger.Match(Outcome(OUTCOME_QUERIED, EXPECTED_LAUNCH, m_strThere)).has_value());
+    EXPECT_TRUE(m_ledger.Match(Outcome(OUTCOME_CACHED, EXPECTED_LAUNCH, m_strThere)).has_value());
+    EXPECT_FALSE(m_ledger.Match(Outcome(OUTCOME_CACHED, EXPECTED_LAUNCH, m_strThere)).has_value());
 
     const LedgerState state = m_ledger.FinalState();
-    EXPECT_EQ(2u, state.nQuestions);
+    EXPECT_EQ(2u, state.nExpected);
     EXPECT_EQ(1u, state.nQueried);
     EXPECT_EQ(1u, state.nCached);
-    EXPECT_EQ(1u, state.nBeside);
-    EXPECT_EQ(0u, state.nSilent);
+    EXPECT_EQ(1u, state.nUnmatched);
+    EXPECT_EQ(0u, state.nMissing);
 }
 
 TEST_F(EventLedgerTest, AProgramThatIsGoneExplainsTheSilence) {
-    m_ledger.Begin(Launches(1, {m_dir.Path() + "/gone", m_dir.Path()}));
+    m_ledger.Analyse(Launches(1, {m_dir.Path() + "/gone", m_dir.Path()}));
 
-    EXPECT_EQ(2u, m_ledger.State().nGone);
-    EXPECT_EQ(2u, m_ledger.FinalState().nGone);
-    EXPECT_EQ(0u, m_ledger.FinalState().nSilent);
+    EXPECT_EQ(2u, m_ledger.State().nVanished);
+    EXPECT_EQ(2u, m_ledger.FinalState().nVanished);
+    EXPECT_EQ(0u, m_ledger.FinalState().nMissing);
 }
 
 TEST_F(EventLedgerTest, AProgramThatWasGoneWhenTheModuleLookedIsExplainedAlsoWhenItCameBack) {
     const std::string strLater = m_dir.Path() + "/later";
-    m_ledger.Begin(Launches(1, {strLater}));
+    m_ledger.Analyse(Launches(1, {strLater}));
     m_dir.WriteFile("later", "x", 0755);
 
-    EXPECT_EQ(1u, m_ledger.FinalState().nGone);
+    EXPECT_EQ(1u, m_ledger.FinalState().nVanished);
 }
 
 TEST_F(EventLedgerTest, AMessageOfAnEarlierRunIsCountedApartAndLeavesNothingUnexplained) {
     const std::string strEarlier = event_message::ProcessCreations({m_strThere, m_strThere});
     m_ledger.SetEarlier(1);
     const std::string strOwn = Launches(1, {m_strThere});
-    m_ledger.Begin(strEarlier);
+    m_ledger.Analyse(strEarlier);
 
     LedgerState state = m_ledger.State();
     EXPECT_EQ(0u, state.nEarlierWaiting);
-    EXPECT_EQ(2u, state.nEarlierBegun);
+    EXPECT_EQ(2u, state.nEarlierAnalysed);
     EXPECT_EQ(1u, state.nWaiting);
-    EXPECT_EQ(2u, state.nQuestions);
+    EXPECT_EQ(2u, state.nExpected);
 
-    m_ledger.Begin(strOwn);
-    EXPECT_EQ(1u, m_ledger.State().nBegun);
-    EXPECT_EQ(3u, m_ledger.State().nSilent);
+    m_ledger.Analyse(strOwn);
+    EXPECT_EQ(1u, m_ledger.State().nAnalysed);
+    EXPECT_EQ(3u, m_ledger.State().nMissing);
 }
 
 // The module queues a message once for each of its elements that asks, and looks at each copy.
 TEST_F(EventLedgerTest, EveryCopyOfAMessageIsOfThisRun) {
     const std::string strBody = event_message::ProcessCreations({m_strThere, m_strThere});
-    m_ledger.Send(1, strBody, 6, 3);
-    m_ledger.Send(2, "{}", 4, 2);
+    m_ledger.Report(1, strBody, 6, 3);
+    m_ledger.Report(2, "{}", 4, 2);
     EXPECT_EQ(5u, m_ledger.State().nWaitingMessages);
     for (int i = 0; i < 3; ++i) {
-        m_ledger.Begin(strBody);
+        m_ledger.Analyse(strBody);
     }
 
-    EXPECT_EQ(6u, m_ledger.State().nBegun);
-    EXPECT_EQ(0u, m_ledger.State().nEarlierBegun);
+    EXPECT_EQ(6u, m_ledger.State().nAnalysed);
+    EXPECT_EQ(0u, m_ledger.State().nEarlierAnalysed);
     EXPECT_EQ(4u, m_ledger.State().nWaiting);
     m_ledger.Refuse(2);
     EXPECT_EQ(4u, m_ledger.State().nRefused);
@@ -153,10 +153,10 @@ TEST_F(EventLedgerTest, ARefusedMessageDoesNotWait) {
 TEST_F(EventLedgerTest, AMessageThatIsPassedOverWasNotStored) {
     Launches(1, {m_strThere, m_strThere});
     const std::string strSecond = Launches(2, {m_strThere});
-    m_ledger.Begin(strSecond);
+    m_ledger.Analyse(strSecond);
 
     EXPECT_EQ(2u, m_ledger.State().nNotStored);
-    EXPECT_EQ(1u, m_ledger.State().nBegun);
+    EXPECT_EQ(1u, m_ledger.State().nAnalysed);
     EXPECT_EQ(0u, m_ledger.State().nWaiting);
 }
 
@@ -171,12 +171,12 @@ TEST_F(EventLedgerTest, AMessageThatIsNotInTheQueueAtTheEndWasNotStored) {
 }
 
 TEST_F(EventLedgerTest, ANameThatIsNotUtf8IsHeardOfUnderItsReplacement) {
-    m_ledger.Begin(Launches(1, {"/bin/a\xff\xfez"}));
-    const auto question =
-        m_ledger.Hear(Sign(SIGN_QUERIED, QUESTION_LAUNCH, "/bin/a\xef\xbf\xbd\xef\xbf\xbdz"));
+    m_ledger.Analyse(Launches(1, {"/bin/a\xff\xfez"}));
+    const auto expected = m_ledger.Match(
+        Outcome(OUTCOME_QUERIED, EXPECTED_LAUNCH, "/bin/a\xef\xbf\xbd\xef\xbf\xbdz"));
 
-    ASSERT_TRUE(question.has_value());
-    EXPECT_EQ("/bin/a\xff\xfez", question->strFile);
+    ASSERT_TRUE(expected.has_value());
+    EXPECT_EQ("/bin/a\xff\xfez", expected->strFile);
 }
 
 TEST_F(EventLedgerTest, AFileOperationOutsideTheWatchedPlacesIsOfNoInterest) {
@@ -184,12 +184,13 @@ TEST_F(EventLedgerTest, AFileOperationOutsideTheWatchedPlacesIsOfNoInterest) {
     BeginFile(FileMessage("create", m_strThere));
     BeginFile(FileMessage("create", m_dir.Path() + "/gone"));
     // The last one is gone when the module looks whether it is a pipe, and it says so.
-    EXPECT_FALSE(m_ledger.Hear(Sign(SIGN_NO_STAT, QUESTION_PIPE, m_dir.Path() + "/gone")));
+    EXPECT_FALSE(
+        m_ledger.Match(Outcome(OUTCOME_STAT_FAILED, EXPECTED_PIPE, m_dir.Path() + "/gone")));
 
     const LedgerState state = m_ledger.FinalState();
-    EXPECT_EQ(3u, state.nNoInterest);
-    EXPECT_EQ(0u, state.nQuestions);
-    EXPECT_EQ(1u, state.nBeside);
+    EXPECT_EQ(3u, state.nIgnored);
+    EXPECT_EQ(0u, state.nExpected);
+    EXPECT_EQ(1u, state.nUnmatched);
 }
 
 TEST_F(EventLedgerTest, ASignNamesTheProgramOrTheFileOfAFileOperation) {
@@ -197,22 +198,23 @@ TEST_F(EventLedgerTest, ASignNamesTheProgramOrTheFileOfAFileOperation) {
     BeginFile(FileMessage("rename", "/etc/cron.d/a"));
     BeginFile(FileMessage("create", "/etc/systemd/system/x.service"));
 
-    EXPECT_FALSE(m_ledger.Hear(Sign(SIGN_CACHED, QUESTION_FILE, "/etc/cron.d/a", "remove")));
-    EXPECT_TRUE(m_ledger.Hear(Sign(SIGN_CACHED, QUESTION_FILE, "/etc/cron.d/a", "rename")));
-    const auto write = m_ledger.Hear(OfProgram(SIGN_NO_HASH, QUESTION_FILE, "/bin/actor", "write"));
-    const auto unit = m_ledger.Hear(OfProgram(SIGN_QUERIED, QUESTION_UNIT, "/bin/actor"));
+    EXPECT_FALSE(m_ledger.Match(Outcome(OUTCOME_CACHED, EXPECTED_FILE, "/etc/cron.d/a", "remove")));
+    EXPECT_TRUE(m_ledger.Match(Outcome(OUTCOME_CACHED, EXPECTED_FILE, "/etc/cron.d/a", "rename")));
+    const auto write =
+        m_ledger.Match(OfProgram(OUTCOME_UNREADABLE, EXPECTED_FILE, "/bin/actor", "write"));
+    const auto unit = m_ledger.Match(OfProgram(OUTCOME_QUERIED, EXPECTED_UNIT, "/bin/actor"));
 
     ASSERT_TRUE(write && unit);
     EXPECT_EQ("/etc/cron.d/a", write->strFile);
     EXPECT_EQ("/etc/systemd/system/x.service", unit->strFile);
-    EXPECT_EQ(0u, m_ledger.FinalState().nSilent);
-    EXPECT_EQ(1u, m_ledger.FinalState().nNoHash);
+    EXPECT_EQ(0u, m_ledger.FinalState().nMissing);
+    EXPECT_EQ(1u, m_ledger.FinalState().nUnreadable);
 }
 
 TEST_F(EventLedgerTest, AFileOperationThatNothingIsHeardOfIsUnexplained) {
     BeginFile(FileMessage("remove", "/etc/cron.d/gone"));
 
-    EXPECT_EQ(1u, m_ledger.FinalState().nSilent);
+    EXPECT_EQ(1u, m_ledger.FinalState().nMissing);
 }
 
 TEST_F(EventLedgerTest, APipeOfAProgramWithAGoodVerdictIsSkippedWithoutASign) {
@@ -224,9 +226,9 @@ TEST_F(EventLedgerTest, APipeOfAProgramWithAGoodVerdictIsSkippedWithoutASign) {
     m_bKnownMaker = false;
     BeginFile(FileMessage("create", strPipe, "/bin/other"));
     EXPECT_EQ(1u, m_ledger.State().nKnownMaker);
-    EXPECT_EQ(1u, m_ledger.State().nSilent);
-    EXPECT_TRUE(m_ledger.Hear(OfProgram(SIGN_QUERIED, QUESTION_PIPE, "/bin/other")));
-    EXPECT_EQ(0u, m_ledger.FinalState().nSilent);
+    EXPECT_EQ(1u, m_ledger.State().nMissing);
+    EXPECT_TRUE(m_ledger.Match(OfProgram(OUTCOME_QUERIED, EXPECTED_PIPE, "/bin/other")));
+    EXPECT_EQ(0u, m_ledger.FinalState().nMissing);
 }
 
 TEST_F(EventLedgerTest, APipeThatBecameAFileIsExplained) {
@@ -235,33 +237,33 @@ TEST_F(EventLedgerTest, APipeThatBecameAFileIsExplained) {
     EXPECT_EQ(0, unlink(strPipe.c_str()));
     m_dir.WriteFile("pipe", "x", 0600);
 
-    EXPECT_EQ(1u, m_ledger.State().nSilent);
-    EXPECT_EQ(1u, m_ledger.FinalState().nGone);
+    EXPECT_EQ(1u, m_ledger.State().nMissing);
+    EXPECT_EQ(1u, m_ledger.FinalState().nVanished);
 }
 
 TEST_F(EventLedgerTest, WhatNothingWasHeardOfForLongStaysAsItIs) {
     const EventLedger::Clock::time_point begun;
-    m_ledger.Begin(Launches(1, {m_strThere, m_dir.Path() + "/gone"}), begun);
-    m_ledger.Begin("{}", begun + EventLedger::LONGEST_OPEN + std::chrono::seconds(1));
+    m_ledger.Analyse(Launches(1, {m_strThere, m_dir.Path() + "/gone"}), begun);
+    m_ledger.Analyse("{}", begun + EventLedger::LONGEST_OPEN + std::chrono::seconds(1));
 
-    EXPECT_FALSE(m_ledger.Hear(Sign(SIGN_QUERIED, QUESTION_LAUNCH, m_strThere)));
-    EXPECT_EQ(1u, m_ledger.State().nGone);
-    EXPECT_EQ(1u, m_ledger.State().nSilent);
+    EXPECT_FALSE(m_ledger.Match(Outcome(OUTCOME_QUERIED, EXPECTED_LAUNCH, m_strThere)));
+    EXPECT_EQ(1u, m_ledger.State().nVanished);
+    EXPECT_EQ(1u, m_ledger.State().nMissing);
 }
 
 // 12,000 programs that are gone, with names of 4 KiB, would be held for two minutes.
 TEST_F(EventLedgerTest, LongNamesOfWhatIsNeverHeardOfAreNotHeldAll) {
     for (int i = 0; i < 120; ++i) {
         std::vector<std::string> paths(100, m_dir.Path() + "/" + std::string(4000, 'g'));
-        m_ledger.Begin(Launches(static_cast<uint64_t>(i), paths));
+        m_ledger.Analyse(Launches(static_cast<uint64_t>(i), paths));
     }
 
-    EXPECT_EQ(12000u, m_ledger.State().nGone);
+    EXPECT_EQ(12000u, m_ledger.State().nVanished);
     for (int i = 0; i < 12000; ++i) {
-        (void)m_ledger.Hear(
-            Sign(SIGN_CACHED, QUESTION_LAUNCH, m_dir.Path() + "/" + std::string(4000, 'g')));
+        (void)m_ledger.Match(
+            Outcome(OUTCOME_CACHED, EXPECTED_LAUNCH, m_dir.Path() + "/" + std::string(4000, 'g')));
     }
     EXPECT_GT(m_ledger.State().nCached, 5000u);
     EXPECT_LT(m_ledger.State().nCached, 9000u);
-    EXPECT_EQ(12000u, m_ledger.State().nCached + m_ledger.State().nGone);
+    EXPECT_EQ(12000u, m_ledger.State().nCached + m_ledger.State().nVanished);
 }

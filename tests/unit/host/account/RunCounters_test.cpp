@@ -55,12 +55,12 @@ TEST(RunCountersTest, SilentEventsAreThoseOfWhichNothingWasHeard) {
     counters.nEvents = 10;
     counters.nQueries = 3;
     counters.nCached = 4;
-    counters.nNoHash = 1;
-    EXPECT_EQ(2u, counters.Silent());
+    counters.nUnreadable = 1;
+    EXPECT_EQ(2u, counters.Missing());
 
     counters.nQueries = 30;  // one event may lead to several
-    EXPECT_EQ(0u, counters.Silent());
+    EXPECT_EQ(0u, counters.Missing());
     counters.nQueries = 0;
     counters.nAnalysed = 3;  // a message of an earlier run is among them
-    EXPECT_EQ(0u, counters.Silent());
+    EXPECT_EQ(0u, counters.Missing());
 }

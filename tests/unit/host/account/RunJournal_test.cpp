@@ -49,7 +49,7 @@ TEST_F(RunJournalTest, AProgramIsJudgedAfterItsQueryAndAgainWhereTheModuleKnowsI
     const std::string strProgram = m_dir.WriteFile("program", "x", 0755);
     m_journal.Record(LaunchCaptured{Started(strProgram, "/bin/shell")});
     m_journal.Record(QueryReceived{LaunchQuery(strProgram), QUERY_ANSWERED, Verdict{70, "", ""}});
-    m_journal.Record(ModuleNoted{ModuleRecord{NOTE_CACHED, strProgram, QUESTION_LAUNCH}});
+    m_journal.Record(ModuleNoted{ModuleRecord{NOTE_CACHED, strProgram, EXPECTED_LAUNCH}});
 
     EXPECT_THAT(m_listener.heard,
                 ElementsAre("query", "judged " + strProgram + " by /bin/shell 70 answered",
@@ -60,7 +60,7 @@ TEST_F(RunJournalTest, WithoutJudgementsAQueryIsNoMoreThanAQuery) {
     RunJournal journal(m_service, {}, false);
     journal.AddListener(m_listener);
     journal.Record(QueryReceived{LaunchQuery("/bin/a"), QUERY_ANSWERED, Verdict{70, "", ""}});
-    journal.Record(ModuleNoted{ModuleRecord{NOTE_CACHED, "/bin/a", QUESTION_LAUNCH}});
+    journal.Record(ModuleNoted{ModuleRecord{NOTE_CACHED, "/bin/a", EXPECTED_LAUNCH}});
 
     EXPECT_THAT(m_listener.heard, ElementsAre("query"));
 }
@@ -106,26 +106,26 @@ TEST_F(RunJournalTest, QueriesAreCountedByFateLevelAndPackage) {
 TEST_F(RunJournalTest, NotesOfTheModuleAreCounted) {
     const std::string strProgram = m_dir.WriteFile("program", "12345", 0755);
 
-    m_journal.Record(ModuleNoted{ModuleRecord{NOTE_ANALYSED, "", QUESTION_NONE}});
-    m_journal.Record(ModuleNoted{ModuleRecord{NOTE_CACHED, strProgram, QUESTION_LAUNCH}});
+    m_journal.Record(ModuleNoted{ModuleRecord{NOTE_ANALYSED, "", EXPECTED_NONE}});
+    m_journal.Record(ModuleNoted{ModuleRecord{NOTE_CACHED, strProgram, EXPECTED_LAUNCH}});
     m_journal.Record(ModuleNoted{
-        ModuleRecord{NOTE_CACHED, strProgram, QUESTION_FILE}});  // a touched file was not hashed
-    m_journal.Record(ModuleNoted{ModuleRecord{NOTE_NO_STAT, "/a", QUESTION_LAUNCH}});
-    m_journal.Record(ModuleNoted{ModuleRecord{NOTE_NO_HASH, "/b", QUESTION_LAUNCH}});
-    m_journal.Record(ModuleNoted{ModuleRecord{NOTE_NOT_SENT, "", QUESTION_NONE}});
+        ModuleRecord{NOTE_CACHED, strProgram, EXPECTED_FILE}});  // a touched file was not hashed
+    m_journal.Record(ModuleNoted{ModuleRecord{NOTE_STAT_FAILED, "/a", EXPECTED_LAUNCH}});
+    m_journal.Record(ModuleNoted{ModuleRecord{NOTE_UNREADABLE, "/b", EXPECTED_LAUNCH}});
+    m_journal.Record(ModuleNoted{ModuleRecord{NOTE_NOT_SENT, "", EXPECTED_NONE}});
 
     const RunCounters counters = m_journal.PassCounters();
     EXPECT_EQ(1u, counters.nAnalysed);
     EXPECT_EQ(2u, counters.nCached);
     EXPECT_EQ(5u, counters.nHashedBytes);
-    EXPECT_EQ(1u, counters.nNoStat);
-    EXPECT_EQ(1u, counters.nNoHash);
+    EXPECT_EQ(1u, counters.nStatFailed);
+    EXPECT_EQ(1u, counters.nUnreadable);
     EXPECT_EQ(1u, counters.nNotSent);
 }
 
 TEST_F(RunJournalTest, WhatIsOnItsWayIsUnexplainedOnlyAtTheEnd) {
     LaunchCounters counters;
-    counters.nSensed = 3;
+    counters.nCaptured = 3;
     counters.nPrograms = 1;
     m_journal.Record(counters);
     const EventBatch batch = OneLaunch(1, m_dir.WriteFile("a", "x", 0755));
@@ -139,12 +139,12 @@ TEST_F(RunJournalTest, WhatIsOnItsWayIsUnexplainedOnlyAtTheEnd) {
 TEST_F(RunJournalTest, ACleanRunOfBothKindsLeavesNothingUnexplained) {
     const std::string strProgram = m_dir.WriteFile("a", "x", 0755);
     LaunchCounters launches;
-    launches.nSensed = launches.nPrograms = 1;
+    launches.nCaptured = launches.nPrograms = 1;
     m_journal.Record(launches);
     FileCounters files;
-    files.nSensed = 3;
-    files.nElsewhere = 1;
-    files.nTold = 2;
+    files.nCaptured = 3;
+    files.nUnwatched = 1;
+    files.nReported = 2;
     m_journal.Record(files);
     const EventBatch batch = OneLaunch(1, strProgram);
     m_journal.Record(BatchReported{batch});
@@ -162,16 +162,16 @@ TEST_F(RunJournalTest, ACleanRunOfBothKindsLeavesNothingUnexplained) {
     EXPECT_EQ(3u, m_journal.CurrentBalance(true).Delivered());
     EXPECT_EQ(1u, m_journal.CurrentBalance(true).Unexplained());
     m_journal.Record(
-        ModuleNoted{ModuleRecord{NOTE_CACHED, "/etc/cron.d/x", QUESTION_FILE, "remove"}});
+        ModuleNoted{ModuleRecord{NOTE_CACHED, "/etc/cron.d/x", EXPECTED_FILE, "remove"}});
     m_journal.Record(ModuleNoted{ModuleRecord{NOTE_ANALYSED, boring.strBody}});
 
     EXPECT_EQ(0u, m_journal.CurrentBalance(true).Unexplained());
-    EXPECT_EQ(1u, m_journal.CurrentBalance(true).events.nNoInterest);
+    EXPECT_EQ(1u, m_journal.CurrentBalance(true).events.nIgnored);
 }
 
 TEST_F(RunJournalTest, AFileOperationThatWasNeverHandedOverIsUnexplained) {
     FileCounters files;
-    files.nSensed = files.nTold = 1;
+    files.nCaptured = files.nReported = 1;
     m_journal.Record(files);
 
     EXPECT_EQ(1u, m_journal.CurrentBalance(false).Unexplained());
@@ -179,17 +179,17 @@ TEST_F(RunJournalTest, AFileOperationThatWasNeverHandedOverIsUnexplained) {
 
 TEST_F(RunJournalTest, NumbersThatDoNotAddUpAreUnexplained) {
     LaunchCounters counters;
-    counters.nSensed = 1;
+    counters.nCaptured = 1;
     counters.nPrograms = 2;
     m_journal.Record(counters);
 
-    EXPECT_EQ(
-        3u, m_journal.CurrentBalance(false).Unexplained());  // one told twice, two not handed over
+    EXPECT_EQ(3u,
+              m_journal.CurrentBalance(false).Unexplained());  // one reported twice, two not sent
 }
 
 TEST_F(RunJournalTest, AMessageThatIsNotInTheQueueAtTheEndWasNotStored) {
     LaunchCounters counters;
-    counters.nSensed = counters.nPrograms = 1;
+    counters.nCaptured = counters.nPrograms = 1;
     m_journal.Record(counters);
     m_journal.Record(BatchReported{OneLaunch(1, "/bin/a")});
     RunEnd end;
@@ -203,7 +203,7 @@ TEST_F(RunJournalTest, AMessageThatIsNotInTheQueueAtTheEndWasNotStored) {
 
 TEST_F(RunJournalTest, ARefusedMessageIsExplained) {
     LaunchCounters counters;
-    counters.nSensed = counters.nPrograms = 1;
+    counters.nCaptured = counters.nPrograms = 1;
     m_journal.Record(counters);
     m_journal.Record(BatchReported{OneLaunch(1, "/bin/a")});
     m_journal.Record(BatchDelivered{OneEvent(1), 1});
@@ -219,7 +219,7 @@ TEST_F(RunJournalTest, WithoutSensorsWhatWasReportedIsTheInput) {
     journal.Record(BatchReported{batch});
     journal.Record(BatchDelivered{batch, 0});
     EXPECT_EQ(1u, journal.CurrentBalance(false).input);
-    EXPECT_EQ(1u, journal.CurrentBalance(false).Told());
+    EXPECT_EQ(1u, journal.CurrentBalance(false).Reported());
 
     journal.Record(ModuleNoted{ModuleRecord{NOTE_ANALYSED, batch.strBody}});
     EXPECT_EQ(1u, journal.CurrentBalance(true).Unexplained());

@@ -68,7 +68,7 @@ private:
 class Observer : public ILaunchObserver, public IFileObserver {
 public:
     void OnLaunch(const Launch&) override {}
-    void OnUnresolvable(const LaunchEvent&) override {}
+    void OnUnresolved(const LaunchEvent&) override {}
     void OnLost(uint64_t, uint64_t) override {}
     void OnBatch(const EventBatch& batch, std::vector<std::string>) override {
         m_batches.push_back("launches " + std::to_string(batch.nNumber));
@@ -126,7 +126,7 @@ protected:
         std::memcpy(strBytes.data(), &head, sizeof(head));
         const std::string strText = strPath + std::string(1, '\0');
         m_launches.records.push_back(strBytes + strText + strText);
-        ++m_launches.counts.nSensed;
+        ++m_launches.counts.nCaptured;
     }
     void Opened(uint32_t nPid, const std::string& strPath) {
         m_state.events.push_back(file_event_bytes::At(FAN_OPEN_EXEC, static_cast<int32_t>(nPid), 3,

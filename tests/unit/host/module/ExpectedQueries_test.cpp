@@ -22,12 +22,12 @@ std::string Operation(const std::string& strOperation, const std::string& strPat
 }
 
 // "kind file operation" each.
-std::vector<std::string> Lines(const MessageQuestions& all) {
+std::vector<std::string> Lines(const MessageQueries& all) {
     static const char* const KINDS[] = {"none", "launch", "file", "pipe", "unit"};
     std::vector<std::string> lines;
-    for (const ModuleQuestion& question : all.questions) {
-        lines.push_back(std::string(KINDS[question.eKind]) + " " + question.strFile + " " +
-                        question.strOperation);
+    for (const ExpectedQuery& expected : all.expected) {
+        lines.push_back(std::string(KINDS[expected.eKind]) + " " + expected.strFile + " " +
+                        expected.strOperation);
     }
     return lines;
 }
@@ -35,14 +35,14 @@ std::vector<std::string> Lines(const MessageQuestions& all) {
 }  // namespace
 
 TEST(ExpectedQueriesTest, ALaunchIsOneQuestionAndAnElementWithoutAPathNone) {
-    const MessageQuestions all = expected_queries::Of(
+    const MessageQueries all = expected_queries::Of(
         R"({"param":[{"grup":"cloudquery","context":"cloudad","path":"/bin/a"},{"cmd":"x"}]})");
 
     EXPECT_EQ(2u, all.nEvents);
-    EXPECT_EQ(1u, all.nNoInterest);
-    ASSERT_EQ(1u, all.questions.size());
-    EXPECT_EQ(QUESTION_LAUNCH, all.questions[0].eKind);
-    EXPECT_EQ("/bin/a", all.questions[0].strFile);
+    EXPECT_EQ(1u, all.nIgnored);
+    ASSERT_EQ(1u, all.expected.size());
+    EXPECT_EQ(EXPECTED_LAUNCH, all.expected[0].eKind);
+    EXPECT_EQ("/bin/a", all.expected[0].strFile);
 }
 
 TEST(ExpectedQueriesTest, ATextThatIsNoMessageHasNoEvents) {
@@ -66,45 +66,45 @@ TEST(ExpectedQueriesTest, PlacesAreKnownByTheirSpelling) {
 
 TEST(ExpectedQueriesTest, EventNamesLeadToQuestionsAndBack) {
     std::string strOperation;
-    EXPECT_EQ(QUESTION_FILE, expected_queries::KindOfEvent("FileModify", strOperation));
+    EXPECT_EQ(EXPECTED_FILE, expected_queries::KindOfEvent("FileModify", strOperation));
     EXPECT_EQ("write", strOperation);
-    EXPECT_EQ(QUESTION_NONE, expected_queries::KindOfEvent("Other", strOperation));
+    EXPECT_EQ(EXPECTED_NONE, expected_queries::KindOfEvent("Other", strOperation));
     EXPECT_EQ("", strOperation);
 
-    EXPECT_EQ("FileDelete", expected_queries::EventOf(QUESTION_FILE, "remove"));
-    EXPECT_EQ("AddAutoRuns", expected_queries::EventOf(QUESTION_UNIT, ""));
-    EXPECT_EQ("launch", expected_queries::EventOf(QUESTION_LAUNCH, ""));
-    EXPECT_EQ("", expected_queries::EventOf(QUESTION_NONE, ""));
+    EXPECT_EQ("FileDelete", expected_queries::EventOf(EXPECTED_FILE, "remove"));
+    EXPECT_EQ("AddAutoRuns", expected_queries::EventOf(EXPECTED_UNIT, ""));
+    EXPECT_EQ("launch", expected_queries::EventOf(EXPECTED_LAUNCH, ""));
+    EXPECT_EQ("", expected_queries::EventOf(EXPECTED_NONE, ""));
 }
 
 TEST(ExpectedQueriesTest, AFileOperationInAPlaceIsAQuestionWithItsProgram) {
-    const MessageQuestions all = expected_queries::Of(FileMessage(
+    const MessageQueries all = expected_queries::Of(FileMessage(
         Operation("create", "/etc/cron.d/a") + "," + Operation("write", "/etc/cron.d/b") + "," +
         Operation("rename", "/etc/cron.d/c") + "," + Operation("remove", "/etc/cron.d/d")));
 
     EXPECT_THAT(Lines(all), ElementsAre("file /etc/cron.d/a create", "file /etc/cron.d/b write",
                                         "file /etc/cron.d/c rename", "file /etc/cron.d/d remove"));
-    EXPECT_EQ("/bin/a", all.questions[0].strProgram);
+    EXPECT_EQ("/bin/a", all.expected[0].strProgram);
     EXPECT_EQ(5u, all.nEvents);
-    EXPECT_EQ(1u, all.nNoInterest);  // the element that names the query
+    EXPECT_EQ(1u, all.nIgnored);  // the element that names the query
 }
 
 TEST(ExpectedQueriesTest, AnOperationElsewhereOrOfAnotherKindIsOfNoInterest) {
-    const MessageQuestions all = expected_queries::Of(
+    const MessageQueries all = expected_queries::Of(
         FileMessage(Operation("create", "/tmp/a") + "," + Operation("chmod", "/etc/cron.d/a") +
                     "," + Operation("", "/etc/cron.d/a") + "," +
                     Operation("remove", "/etc/systemd/system/a.service")));
 
     EXPECT_THAT(Lines(all), IsEmpty());
     EXPECT_EQ(5u, all.nEvents);
-    EXPECT_EQ(5u, all.nNoInterest);
+    EXPECT_EQ(5u, all.nIgnored);
 }
 
 TEST(ExpectedQueriesTest, OnlyTheCreationOfAUnitIsAsked) {
     const std::string strUnit = "/etc/systemd/system/a.service";
-    const MessageQuestions all = expected_queries::Of(
-        FileMessage(Operation("create", strUnit) + "," + Operation("write", strUnit) + "," +
-                    Operation("rename", strUnit)));
+    const MessageQueries all = expected_queries::Of(FileMessage(Operation("create", strUnit) + "," +
+                                                                Operation("write", strUnit) + "," +
+                                                                Operation("rename", strUnit)));
 
     EXPECT_THAT(Lines(all), ElementsAre("unit " + strUnit + " "));
 }
@@ -144,12 +144,12 @@ TEST(ExpectedQueriesTest, WhatAMessageIsAboutIsSaidByItsFirstQueryElement) {
 }
 
 TEST(ExpectedQueriesTest, ElementsAndValuesOfAnotherTypeAskNothingAndAreCounted) {
-    const MessageQuestions all = expected_queries::Of(
+    const MessageQueries all = expected_queries::Of(
         FileMessage(R"(null,7,"text",[],{},{"path":null},{"path":7,"optertion":7})"));
 
     EXPECT_THAT(Lines(all), IsEmpty());
     EXPECT_EQ(8u, all.nEvents);
-    EXPECT_EQ(8u, all.nNoInterest);
+    EXPECT_EQ(8u, all.nIgnored);
 }
 
 TEST(ExpectedQueriesTest, ACutMessageHasNoEvents) {
@@ -163,11 +163,11 @@ TEST(ExpectedQueriesTest, ACutMessageHasNoEvents) {
 TEST(ExpectedQueriesTest, EveryNameOfAnEventLeadsToItsQuestionAndBack) {
     const struct {
         const char* pszEvent;
-        QuestionKind eKind;
+        ExpectedKind eKind;
         const char* pszOperation;
-    } CASES[] = {{"FileCreate", QUESTION_FILE, "create"}, {"FileModify", QUESTION_FILE, "write"},
-                 {"FileRename", QUESTION_FILE, "rename"}, {"FileDelete", QUESTION_FILE, "remove"},
-                 {"ProcessPipe", QUESTION_PIPE, ""},      {"AddAutoRuns", QUESTION_UNIT, ""}};
+    } CASES[] = {{"FileCreate", EXPECTED_FILE, "create"}, {"FileModify", EXPECTED_FILE, "write"},
+                 {"FileRename", EXPECTED_FILE, "rename"}, {"FileDelete", EXPECTED_FILE, "remove"},
+                 {"ProcessPipe", EXPECTED_PIPE, ""},      {"AddAutoRuns", EXPECTED_UNIT, ""}};
     for (const auto& each : CASES) {
         std::string strOperation = "old";
         EXPECT_EQ(each.eKind, expected_queries::KindOfEvent(each.pszEvent, strOperation));
@@ -175,7 +175,7 @@ TEST(ExpectedQueriesTest, EveryNameOfAnEventLeadsToItsQuestionAndBack) {
         EXPECT_EQ(each.pszEvent, expected_queries::EventOf(each.eKind, each.pszOperation));
     }
     std::string strOperation;
-    EXPECT_EQ(QUESTION_LAUNCH, expected_queries::KindOfEvent("CreateProcess", strOperation));
-    EXPECT_EQ(QUESTION_NONE, expected_queries::KindOfEvent("filecreate", strOperation));
-    EXPECT_EQ("", expected_queries::EventOf(QUESTION_FILE, "chmod"));
+    EXPECT_EQ(EXPECTED_LAUNCH, expected_queries::KindOfEvent("CreateProcess", strOperation));
+    EXPECT_EQ(EXPECTED_NONE, expected_queries::KindOfEvent("filecreate", strOperation));
+    EXPECT_EQ("", expected_queries::EventOf(EXPECTED_FILE, "chmod"));
 }

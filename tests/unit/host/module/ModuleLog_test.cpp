@@ -13,7 +13,7 @@ namespace {
 class ModuleLogTest : public testing::Test, public IModuleLogObserver {
 protected:
     void OnModuleNote(const ModuleRecord& note) override {
-        m_notes.emplace_back(note.eNote, note.strText, note.eQuestion, note.strOperation,
+        m_notes.emplace_back(note.eNote, note.strText, note.eExpected, note.strOperation,
                              note.bNamesProgram);
     }
 
@@ -37,7 +37,7 @@ protected:
         }
     }
 
-    using Notes = std::vector<std::tuple<ModuleNote, std::string, QuestionKind, std::string, bool>>;
+    using Notes = std::vector<std::tuple<ModuleNote, std::string, ExpectedKind, std::string, bool>>;
     Console m_output;
     Notes m_notes;
 };
@@ -60,17 +60,17 @@ TEST_F(ModuleLogTest, RecordsAreKnownByTheirFormat) {
     Log(4, "[CTevCloudInterface] : ipc fail.\n");
     Log(4, "something else about %s", "/j");
 
-    EXPECT_EQ((Notes{{NOTE_ANALYSED, "{}", QUESTION_NONE, "", false},
-                     {NOTE_CACHED, "/a", QUESTION_LAUNCH, "", false},
-                     {NOTE_NO_STAT, "/b", QUESTION_LAUNCH, "", false},
-                     {NOTE_NO_HASH, "/c", QUESTION_LAUNCH, "", false},
-                     {NOTE_CACHED, "/d", QUESTION_FILE, "create", false},
-                     {NOTE_NO_STAT, "/e", QUESTION_PIPE, "", false},
-                     {NOTE_NO_HASH, "/f", QUESTION_FILE, "write", true},
-                     {NOTE_NO_HASH, "/g", QUESTION_PIPE, "", false},
-                     {NOTE_CACHED, "/h", QUESTION_UNIT, "", false},
-                     {NOTE_NO_HASH, "/i", QUESTION_UNIT, "", true},
-                     {NOTE_NOT_SENT, "", QUESTION_NONE, "", false}}),
+    EXPECT_EQ((Notes{{NOTE_ANALYSED, "{}", EXPECTED_NONE, "", false},
+                     {NOTE_CACHED, "/a", EXPECTED_LAUNCH, "", false},
+                     {NOTE_STAT_FAILED, "/b", EXPECTED_LAUNCH, "", false},
+                     {NOTE_UNREADABLE, "/c", EXPECTED_LAUNCH, "", false},
+                     {NOTE_CACHED, "/d", EXPECTED_FILE, "create", false},
+                     {NOTE_STAT_FAILED, "/e", EXPECTED_PIPE, "", false},
+                     {NOTE_UNREADABLE, "/f", EXPECTED_FILE, "write", true},
+                     {NOTE_UNREADABLE, "/g", EXPECTED_PIPE, "", false},
+                     {NOTE_CACHED, "/h", EXPECTED_UNIT, "", false},
+                     {NOTE_UNREADABLE, "/i", EXPECTED_UNIT, "", true},
+                     {NOTE_NOT_SENT, "", EXPECTED_NONE, "", false}}),
               m_notes);
 }
 
@@ -79,7 +79,7 @@ TEST_F(ModuleLogTest, AWrittenFileThatIsGoneIsToldFromAPipeByTheFunction) {
 
     LogModify("[CTevFsMonitor] stat faid [%s]", "/e");
 
-    EXPECT_EQ((Notes{{NOTE_NO_STAT, "/e", QUESTION_FILE, "write", false}}), m_notes);
+    EXPECT_EQ((Notes{{NOTE_STAT_FAILED, "/e", EXPECTED_FILE, "write", false}}), m_notes);
 }
 
 TEST_F(ModuleLogTest, ARecordThatOnlyReadsLikeOneIsNotTaken) {

@@ -63,14 +63,14 @@ TEST_F(JsonLinesTest, AMessageThatWasNotDeliveredIsNotAcknowledged) {
 }
 
 TEST_F(JsonLinesTest, TheSummaryHoldsEveryPassAndWhatCameAfter) {
-    m_report.OnModuleNote({NOTE_NO_STAT, "/a", QUESTION_LAUNCH});
+    m_report.OnModuleNote({NOTE_STAT_FAILED, "/a", EXPECTED_LAUNCH});
     m_report.EndPass(true);
-    EXPECT_THAT(LastLine(), HasSubstr("\"no_stat\":1"));
-    m_report.OnModuleNote({NOTE_NO_STAT, "/b", QUESTION_LAUNCH});
+    EXPECT_THAT(LastLine(), HasSubstr("\"stat_failed\":1"));
+    m_report.OnModuleNote({NOTE_STAT_FAILED, "/b", EXPECTED_LAUNCH});
 
     m_report.Summary(RunEnd());
 
-    EXPECT_THAT(LastLine(), HasSubstr("\"no_stat\":2"));
+    EXPECT_THAT(LastLine(), HasSubstr("\"stat_failed\":2"));
     EXPECT_THAT(LastLine(), HasSubstr("\"queue_depth\":null"));
 }
 TEST_F(WatchJsonLinesTest, ABadProgramHasARecordAlsoWhenItsQueryHasNoVerdictOfItsOwn) {

@@ -18,11 +18,11 @@ TEST(MetricsListenerTest, TheFileHasTheLastNumbers) {
     journal.AddListener(metrics);
     journal.Begin("module", 0);
     LaunchCounters counters;
-    counters.nSensed = counters.nLost = 4711;
+    counters.nCaptured = counters.nLost = 4711;
     journal.Record(counters);
 
     journal.End(RunEnd());
 
     EXPECT_THAT(FileText(strFile),
-                HasSubstr("tevmon_sensed_fate_total{source=\"launch\",fate=\"lost\"} 4711\n"));
+                HasSubstr("tevmon_captured_fate_total{source=\"launch\",fate=\"lost\"} 4711\n"));
 }

@@ -54,7 +54,7 @@ public:
         m_journal.Record(CentreRecord{nMsgType, nBytes});
     }
     void OnLaunch(const Launch& launch) { m_journal.Record(LaunchCaptured{launch}); }
-    void OnUnresolvable(const LaunchEvent& event) { m_journal.Record(LaunchUnresolved{event}); }
+    void OnUnresolved(const LaunchEvent& event) { m_journal.Record(LaunchUnresolved{event}); }
     void OnLost(uint64_t nLost, uint64_t nTotal) { m_journal.Record(LaunchesLost{nLost, nTotal}); }
     void OnCounters(const LaunchCounters& counters) { m_journal.Record(counters); }
     void OnOperation(const FileOperation& operation) {

@@ -46,7 +46,7 @@ TEST_F(RunLinesTest, VerboseHasALineForEveryVerdictAndSkip) {
 
     m_report.OnQuery(LaunchQuery("/bin/a"), QUERY_KNOWN, {10, "packages", "coreutils"});
     EXPECT_EQ("  packaged   10  /bin/a  coreutils (packages)", LastLine().substr(8));
-    m_report.OnModuleNote({NOTE_CACHED, "/bin/b", QUESTION_LAUNCH});
+    m_report.OnModuleNote({NOTE_CACHED, "/bin/b", EXPECTED_LAUNCH});
     EXPECT_EQ("  cached         /bin/b", LastLine().substr(8));
 }
 
@@ -79,7 +79,7 @@ TEST_F(RunLinesTest, DroppedEventsHaveALineAndTheBalanceStandsBeforeTheSummary) 
     m_report.Summary(RunEnd());
 
     const std::string strText = m_standardOutput.Text();
-    EXPECT_THAT(strText, HasSubstr("Balance\n  told                  1 events          = 0 "
+    EXPECT_THAT(strText, HasSubstr("Balance\n  reported              1 events          = 0 "
                                    "delivered + 1 refused\n"));
     EXPECT_LT(strText.find("Balance"), strText.find("Summary"));
 }

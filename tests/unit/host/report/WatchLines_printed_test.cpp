@@ -110,20 +110,20 @@ private:
         LaunchEvent unresolvable;
         unresolvable.strName = "./removed";
         unresolvable.nPid = 4712;
-        report.OnUnresolvable(unresolvable);
+        report.OnUnresolved(unresolvable);
         const std::vector<std::string> paths = {strProgram, strBad, strGone, "/bin/a"};
         const EventBatch batch = Batch(1, 4, event_message::ProcessCreations(paths));
         report.OnReported(batch);
         report.OnDelivered(batch, 0);
         LaunchCounters counters;
-        counters.nSensed = 11;
+        counters.nCaptured = 11;
         counters.nPrograms = 5;
         counters.nScripts = 1;
-        counters.nUnresolvable = 1;
+        counters.nUnresolved = 1;
         counters.nLost = 3;
         counters.nOwn = 1;
         counters.nBroken = 1;
-        counters.nScriptsUntold = 1;
+        counters.nScriptsUnreported = 1;
         counters.nArgsCut = counters.nArgsUnreadable = counters.nOthersLost = 1;
         report.OnCounters(counters);
         report.OnModuleNote({NOTE_ANALYSED, batch.strBody});
@@ -131,14 +131,14 @@ private:
               {10, "packages", "coreutils"});
         Query(report, strBad, "cloudad", "CreateProcess", QUERY_ANSWERED,
               {70, "bad list bad.list", "evil"});
-        report.OnModuleNote({NOTE_NO_STAT, strGone, QUESTION_LAUNCH});
+        report.OnModuleNote({NOTE_STAT_FAILED, strGone, EXPECTED_LAUNCH});
         Query(report, "/bin/a", "cloudad", "CreateProcess", QUERY_ANSWERED, {40, "none", ""});
         Query(report, "/bin/b", "cloudad", "CreateProcess", QUERY_KNOWN, {20, "good list", "b"});
         Query(report, "", "", "", QUERY_UNREADABLE, {});
         Query(report, "/bin/c", "cloudad", "CreateProcess", QUERY_NOT_DELIVERED, {});
-        report.OnModuleNote({NOTE_CACHED, strBad, QUESTION_LAUNCH});
-        report.OnModuleNote({NOTE_NO_HASH, "/bin/d", QUESTION_LAUNCH});
-        report.OnModuleNote({NOTE_NOT_SENT, "", QUESTION_NONE});
+        report.OnModuleNote({NOTE_CACHED, strBad, EXPECTED_LAUNCH});
+        report.OnModuleNote({NOTE_UNREADABLE, "/bin/d", EXPECTED_LAUNCH});
+        report.OnModuleNote({NOTE_NOT_SENT, "", EXPECTED_NONE});
     }
 
     static void Touch(ReportedRun& report, const std::string& strProgram,
@@ -163,17 +163,17 @@ private:
         report.OnReported(batch);
         report.OnDelivered(batch, 0);
         FileCounters counters;
-        counters.nSensed = 7;
-        counters.nOwn = counters.nElsewhere = counters.nUnresolvable = 1;
-        counters.nTold = 4;
+        counters.nCaptured = 7;
+        counters.nOwn = counters.nUnwatched = counters.nUnresolved = 1;
+        counters.nReported = 4;
         counters.nNoProgram = counters.nOverflows = counters.nBroken = 1;
         counters.nEvents = 9;
-        counters.nSenseMicros = 1500000;
+        counters.nCaptureMicros = 1500000;
         report.OnFileCounters(counters);
         report.OnModuleNote({NOTE_ANALYSED, batch.strBody});
         Query(report, strProgram, "cloudfs", "AddAutoRuns", QUERY_ANSWERED,
               {10, "packages", "coreutils"});
-        report.OnModuleNote({NOTE_CACHED, "/etc/cron.d/x", QUESTION_FILE, "write"});
+        report.OnModuleNote({NOTE_CACHED, "/etc/cron.d/x", EXPECTED_FILE, "write"});
         Query(report, "/etc/cron.d/x", "cloudfd", "FileRename", QUERY_NO_KEY, {});
     }
 

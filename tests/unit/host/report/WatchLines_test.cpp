@@ -52,13 +52,13 @@ TEST_F(WatchLinesTest, AFileOperationIsShownWithTheVerdictOnTheProgramThatDidIt)
 TEST_F(WatchLinesTest, ABadProgramIsShownEveryTimeAlsoWhenTheModuleSkipsIt) {
     const std::string strBad = m_dir.WriteFile("bad", "x", 0755);
     m_report.OnQuery(LaunchQuery(strBad), QUERY_ANSWERED, {70, "bad list", "x"});
-    m_report.OnModuleNote({NOTE_CACHED, strBad, QUESTION_LAUNCH});
+    m_report.OnModuleNote({NOTE_CACHED, strBad, EXPECTED_LAUNCH});
     EXPECT_EQ("  bad        70  launch       " + strBad + "  x (bad list)  cached",
               LastLine().substr(8));
 
     m_report.OnQuery(LaunchQuery("/bin/good"), QUERY_ANSWERED, {10, "packages", "x"});
     const size_t nLines = m_standardOutput.Lines().size();
-    m_report.OnModuleNote({NOTE_CACHED, "/bin/good", QUESTION_LAUNCH});
+    m_report.OnModuleNote({NOTE_CACHED, "/bin/good", EXPECTED_LAUNCH});
     EXPECT_EQ(nLines, m_standardOutput.Lines().size());
 }
 
@@ -66,14 +66,14 @@ TEST_F(WatchLinesTest, ABadProgramIsShownEveryTimeItTouchesAFile) {
     const std::string strBad = m_dir.WriteFile("bad", "x", 0755);
     m_report.OnQuery(LaunchQuery(strBad), QUERY_ANSWERED, {70, "bad list", "x"});
     m_report.OnModuleNote({NOTE_ANALYSED, FileMessage("write", "/etc/cron.d/x", strBad)});
-    m_report.OnModuleNote({NOTE_CACHED, "/etc/cron.d/x", QUESTION_FILE, "write"});
+    m_report.OnModuleNote({NOTE_CACHED, "/etc/cron.d/x", EXPECTED_FILE, "write"});
     EXPECT_EQ(
         "  bad        70  FileModify   /etc/cron.d/x  by " + strBad + "  x (bad list)  cached",
         LastLine().substr(8));
 
     m_report.UseJson();
     m_report.OnModuleNote({NOTE_ANALYSED, FileMessage("write", "/etc/cron.d/x", strBad)});
-    m_report.OnModuleNote({NOTE_CACHED, "/etc/cron.d/x", QUESTION_FILE, "write"});
+    m_report.OnModuleNote({NOTE_CACHED, "/etc/cron.d/x", EXPECTED_FILE, "write"});
     EXPECT_THAT(LastLine(), HasSubstr(R"("path":")" + strBad +
                                       R"(","level":70,"what":"FileModify","file":"/etc/cron.d/x")"
                                       R"(,"cached":true})"));
@@ -82,8 +82,8 @@ TEST_F(WatchLinesTest, ABadProgramIsShownEveryTimeItTouchesAFile) {
 TEST_F(WatchLinesTest, LossesAndUnresolvableLaunchesAreRecords) {
     LaunchEvent event;
     event.strName = "a\nb";
-    m_report.OnUnresolvable(event);
-    EXPECT_EQ("  unresolvable   launch       a\\x0Ab  no path names its file, so it is not judged",
+    m_report.OnUnresolved(event);
+    EXPECT_EQ("  unresolved     launch       a\\x0Ab  no path names its file, so it is not judged",
               LastLine().substr(8));
     m_report.OnLost(3, 5);
     EXPECT_EQ(

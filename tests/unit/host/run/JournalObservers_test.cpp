@@ -30,7 +30,7 @@ protected:
 TEST_F(JournalObserversTest, EverythingThatASensorReportsIsAnEventOfItsOwn) {
     SensorObserver observer(m_journal);
     observer.OnLaunch(Started("/bin/a", "/bin/b"));
-    observer.OnUnresolvable(LaunchEvent());
+    observer.OnUnresolved(LaunchEvent());
     observer.OnLost(1, 2);
     observer.OnCounters(LaunchCounters());
     observer.OnOperation(FileOperation());

@@ -194,7 +194,7 @@ TEST_F(RunSessionTest, ATimeLimitThatEndsADrainIsAnExitCodeOfItsOwn) {
 
     HostProgram second(m_dir);
     EXPECT_EQ(8, second.Run(Replay("", {"--drain", "--for", "0.5"})));
-    EXPECT_THAT(second.Output(), HasSubstr("stopped before everything was looked at"));
+    EXPECT_THAT(second.Output(), HasSubstr("stopped before everything was analysed"));
 }
 
 TEST_F(RunSessionTest, ADamagedDatabaseEndsTheRunBeforeTheModuleIsLoaded) {

@@ -109,7 +109,7 @@ uint32_t ShortWait(uint32_t nMilliseconds) {
     return 1;
 }
 
-// Waits as long as asked for and tells that it has begun to.
+// Waits as long as asked for and shows that it has begun to.
 uint32_t AnnouncedWait(uint32_t nMilliseconds) {
     s_nAskedWait = nMilliseconds;
     s_waiting.Set();

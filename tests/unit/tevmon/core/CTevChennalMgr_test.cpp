@@ -416,7 +416,7 @@ TEST_F(CTevChennalMgrTest, AStartThatFailsIsLoggedAndReportedAsFalse) {
     Push({"one"});
     bool bStarted = true;
     Event tried;
-    // A thread that was told to end cannot start its own successor.
+    // A thread that was asked to end cannot start its own successor.
     m_channel.SetAnalyser([&](const ChennalRecord&) {
         (void)m_channel.stop();
         bStarted = m_channel.Start(CThread::PriorityNormal);

@@ -373,7 +373,7 @@ TEST_F(CTevCloudCachoMgrTest, TheScanPassesRowsOverAfterDeletionsAndALaterOneTak
 TEST_F(CTevCloudCachoMgrTest, TheClockIsReadForEveryEntry) {
     RecordNumbered(3);
     m_clock.Advance(1200);
-    // A second passes while the first entry is being looked at.
+    // A second passes while the first entry is being read.
     ASSERT_EQ(0, OtherConnection(m_strFile).Exec("update cachotable set tmcreate = 1 where "
                                                  "vkey = 'key0'"));
     const SqlTrace trace([&](const std::string& strStatement) {
@@ -525,7 +525,7 @@ TEST_F(CTevCloudCachoMgrTest, AStartThatFailsIsLoggedAndReportedAsFalse) {
     LogCapture log;
     bool bStarted = true;
     Event tried;
-    // A thread that was told to end cannot start its own successor.
+    // A thread that was asked to end cannot start its own successor.
     const ShortWaits waits([&] {
         (void)m_cache.stop();
         bStarted = m_cache.Start(CThread::PriorityNormal);

@@ -36,7 +36,7 @@ FakeUser NullHome(const std::string& strName) {
 
 }  // namespace
 
-// Every test says which home directories exist; none of the machine's is looked at.
+// Every test says which home directories exist; none of the machine's is read.
 class CUserPathMaskerTest : public testing::Test {
 protected:
     CUserPathMaskerTest() {

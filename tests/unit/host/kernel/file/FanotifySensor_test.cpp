@@ -29,7 +29,7 @@ using testing::Not;
 
 namespace {
 
-// What the kernel tells is tested live; this runs without any privilege.
+// What the kernel reports is tested live; this runs without any privilege.
 [[noreturn]] void OpenWithoutPrivilege() {
     for (unsigned long nCapability = 0; prctl(PR_CAPBSET_DROP, nCapability, 0, 0, 0) == 0;) {
         ++nCapability;

@@ -93,7 +93,7 @@ protected:
         };
     }
 
-    // Everything that strEvents tells, to the observer.
+    // Everything that strEvents holds, to the observer.
     void Sense(const std::string& strEvents) {
         if (m_pSource == nullptr) {
             auto pSensor = std::make_unique<FakeSensor>();
@@ -129,8 +129,8 @@ TEST_F(FileSourceTest, OneEventOfSeveralActsIsToldInTheirOrder) {
 
     EXPECT_THAT(m_observer.m_lines, ElementsAre("create /etc/cron.d/job", "write /etc/cron.d/job",
                                                 "remove /etc/cron.d/job"));
-    EXPECT_EQ(3u, Counters().nSensed);
-    EXPECT_EQ(3u, Counters().nTold);
+    EXPECT_EQ(3u, Counters().nCaptured);
+    EXPECT_EQ(3u, Counters().nReported);
     EXPECT_EQ(1u, Counters().nEvents);
 }
 
@@ -138,7 +138,7 @@ TEST_F(FileSourceTest, WhatHappensElsewhereIsCountedOnly) {
     Sense(At(FAN_CREATE | FAN_CLOSE_WRITE, 5, TMP, "file") + At(FAN_DELETE, 5, UNITS, "a.service"));
 
     EXPECT_THAT(m_observer.m_lines, IsEmpty());
-    EXPECT_EQ(3u, Counters().nElsewhere);
+    EXPECT_EQ(3u, Counters().nUnwatched);
     EXPECT_EQ(0u, Counters().Waiting());
 }
 
@@ -207,7 +207,7 @@ TEST_F(FileSourceTest, ManyWritesWithoutAClosureAreOneInABatch) {
     Sense(At(FAN_MODIFY, 5, CRON, "job"));  // the next batch
 
     EXPECT_EQ(3u, m_observer.m_lines.size());
-    EXPECT_EQ(3u, Counters().nSensed);
+    EXPECT_EQ(3u, Counters().nCaptured);
 }
 
 TEST_F(FileSourceTest, WritesOfTwoProcessesToOneFileAreTwoOperations) {
@@ -228,7 +228,7 @@ TEST_F(FileSourceTest, WhatHappenedInADirectoryThatIsGoneIsCounted) {
     Sense(At(FAN_CREATE, 5, GONE, "job"));
 
     EXPECT_THAT(m_observer.m_lines, IsEmpty());
-    EXPECT_EQ(1u, Counters().nUnresolvable);
+    EXPECT_EQ(1u, Counters().nUnresolved);
     EXPECT_EQ(0u, Counters().Waiting());
 }
 
@@ -236,7 +236,7 @@ TEST_F(FileSourceTest, ADirectoryWithoutAPathMarksNoPlaces) {
     Sense(At(FAN_CREATE | FAN_ONDIR, 5, GONE, "new", 7));
 
     EXPECT_THAT(m_pSensor->m_directories, IsEmpty());
-    EXPECT_EQ(1u, Counters().nUnresolvable);
+    EXPECT_EQ(1u, Counters().nUnresolved);
 }
 
 TEST_F(FileSourceTest, WhatHappenedInADirectoryRemovedSinceIsKnownByTheRemoval) {
@@ -246,7 +246,7 @@ TEST_F(FileSourceTest, WhatHappenedInADirectoryRemovedSinceIsKnownByTheRemoval) 
     EXPECT_THAT(m_observer.m_lines,
                 ElementsAre("remove /etc/cron.d/outer/inner/job", "remove /etc/cron.d/outer/inner",
                             "remove /etc/cron.d/outer"));
-    EXPECT_EQ(0u, Counters().nUnresolvable);
+    EXPECT_EQ(0u, Counters().nUnresolved);
 }
 
 TEST_F(FileSourceTest, DirectoriesRemovedFromEachOtherDoNotHang) {
@@ -254,7 +254,7 @@ TEST_F(FileSourceTest, DirectoriesRemovedFromEachOtherDoNotHang) {
           At(FAN_DELETE | FAN_ONDIR, 5, 101, "b", 100));
 
     EXPECT_THAT(m_observer.m_lines, IsEmpty());
-    EXPECT_EQ(2u, Counters().nUnresolvable);
+    EXPECT_EQ(2u, Counters().nUnresolved);
 }
 
 TEST_F(FileSourceTest, AnOverflowIsAnnouncedOnceAndWhatIsKnownOfPathsEndsThere) {
@@ -264,7 +264,7 @@ TEST_F(FileSourceTest, AnOverflowIsAnnouncedOnceAndWhatIsKnownOfPathsEndsThere) 
 
     EXPECT_THAT(m_observer.m_overflows, ElementsAre("1 of 1"));
     EXPECT_EQ(1u, Counters().nOverflows);
-    EXPECT_EQ(1u, Counters().nUnresolvable);
+    EXPECT_EQ(1u, Counters().nUnresolved);
 }
 
 TEST_F(FileSourceTest, AfterAMountPathsAreLookedUpAnew) {
@@ -326,5 +326,5 @@ TEST_F(FileSourceTest, BrokenBytesAreCounted) {
     Sense(At(FAN_CREATE, 5, CRON, "a") + "nonsense");
 
     EXPECT_EQ(1u, Counters().nBroken);
-    EXPECT_EQ(1u, Counters().nTold);
+    EXPECT_EQ(1u, Counters().nReported);
 }

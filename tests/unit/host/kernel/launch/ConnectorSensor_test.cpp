@@ -77,7 +77,7 @@ protected:
     int Program(const std::string& strName) {
         return open(m_dir.WriteFile(strName, ElfHead("")).c_str(), O_RDONLY | O_CLOEXEC);
     }
-    // All that the sensor has heard when it is detached.
+    // All that the sensor has read when it is detached.
     std::vector<LaunchEvent> Records() {
         m_pSensor->Detach();
         std::vector<LaunchEvent> events;
@@ -108,7 +108,7 @@ protected:
 TEST(ConnectorSensorDeathTest, WithoutPrivilegeItSaysWhatIsMissing) {
     for (const bool bOpens : {false, true}) {
         EXPECT_EXIT(OpenWithoutPrivilege(bOpens), testing::ExitedWithCode(42),
-                    "cannot be looked at; run as root");
+                    "cannot be examined; run as root");
     }
 }
 
@@ -116,7 +116,7 @@ TEST_F(ConnectorSensorTest, OneThatWasNeverOpenedHasNothingAndEndsQuietly) {
     m_pSensor = MakeConnectorSensor(true);
 
     EXPECT_THAT(Records(), IsEmpty());
-    EXPECT_EQ(0u, m_pSensor->Counts().nSensed);
+    EXPECT_EQ(0u, m_pSensor->Counts().nCaptured);
 }
 
 TEST_F(ConnectorSensorTest, ItsLimitsSayWhatEachFormCannotSee) {
@@ -125,7 +125,7 @@ TEST_F(ConnectorSensorTest, ItsLimitsSayWhatEachFormCannotSee) {
     EXPECT_THAT(m_pSensor->Limits(), Not(HasSubstr("real-time")));
     EXPECT_THAT(m_pSensor->Limits(), Not(HasSubstr("all are counted")));
     EXPECT_EQ("process connector", Start(false).Name());
-    EXPECT_THAT(m_pSensor->Limits(), HasSubstr("unresolvable"));
+    EXPECT_THAT(m_pSensor->Limits(), HasSubstr("unresolved"));
 }
 
 TEST_F(ConnectorSensorTest, ItsLimitsNameWhatThisMachineLacks) {
@@ -151,7 +151,7 @@ TEST_F(ConnectorSensorTest, WithoutALookAtOthersNothingIsOpened) {
 
 TEST_F(ConnectorSensorTest, ARefusalLeavesNothingOpen) {
     m_kernel.groupErrors = {EPERM};
-    EXPECT_THAT(Refused(true), HasSubstr("refuses to tell executed files: Operation not perm"));
+    EXPECT_THAT(Refused(true), HasSubstr("refuses to report executed files: Operation not perm"));
 
     m_kernel.nSubscribeError = EPERM;
     EXPECT_THAT(Refused(false), HasSubstr("process connector refuses"));
@@ -174,7 +174,7 @@ TEST_F(ConnectorSensorTest, OfWhatWaitsCopiesComeFirstThenStartsThenEnds) {
     EXPECT_THAT(Lines(Records()),
                 ElementsAre("copy 2147483632 of 2147483634", "start 2147483632 of 2147483634",
                             "end 2147483632 of 0"));
-    EXPECT_EQ(1u, m_pSensor->Counts().nSensed);
+    EXPECT_EQ(1u, m_pSensor->Counts().nCaptured);
     EXPECT_EQ(0u, m_pSensor->Counts().nLost);
 }
 
@@ -192,7 +192,7 @@ TEST_F(ConnectorSensorTest, WhatAnOlderKernelSendsInOneStreamIsSortedTheSame) {
 TEST_F(ConnectorSensorTest, TheParentOfAProcessThatEndedIsNotThatOfTheNextWithItsNumber) {
     ILaunchSensor& sensor = Start(false);
     m_kernel.Tell({{0, {{Exec(GONE)}}}, {1, {{Fork(PARENT, GONE)}, {Exit(GONE)}}}}, {});
-    ASSERT_TRUE(Eventually([&sensor] { return sensor.Counts().nSensed == 1; }));
+    ASSERT_TRUE(Eventually([&sensor] { return sensor.Counts().nCaptured == 1; }));
     m_kernel.Tell({{0, {{Exec(GONE)}}}}, {});
 
     EXPECT_THAT(Lines(Records()),
@@ -212,7 +212,7 @@ TEST_F(ConnectorSensorTest, MessagesThatAreNoneAreNeitherToldNorCounted) {
                   {});
 
     EXPECT_THAT(Records(), IsEmpty());
-    EXPECT_EQ(0u, m_pSensor->Counts().nSensed);
+    EXPECT_EQ(0u, m_pSensor->Counts().nCaptured);
     EXPECT_EQ(0u, m_pSensor->Counts().nOthersLost);
 }
 
@@ -257,7 +257,7 @@ TEST_F(ConnectorSensorTest, OfSeveralStartsOfOneProcessOnlyTheLastIsDescribedByP
     EXPECT_EQ(ALIVE, events[1].nPid);
     EXPECT_EQ(m_dir.Path() + "/tool", events[1].strPath);
     EXPECT_EQ(GONE, events[2].nPid);
-    EXPECT_EQ(3u, m_pSensor->Counts().nSensed);
+    EXPECT_EQ(3u, m_pSensor->Counts().nCaptured);
 }
 
 TEST_F(ConnectorSensorTest, AProgramThatWasOpenedIsKnownWhenItsProcessIsGone) {
@@ -309,7 +309,7 @@ TEST_F(ConnectorSensorTest, WhatWasOpenedBeforeAnOverflowIsNoOtherStartsProgram)
 TEST_F(ConnectorSensorTest, WhatAProcessOpenedEndsWithIt) {
     ILaunchSensor& sensor = Start(true);
     m_kernel.Tell({{0, {{Exec(PARENT)}}}, {1, {{Exit(GONE)}}}}, {{Opened(GONE, Program("first"))}});
-    ASSERT_TRUE(Eventually([&sensor] { return sensor.Counts().nSensed == 1; }));
+    ASSERT_TRUE(Eventually([&sensor] { return sensor.Counts().nCaptured == 1; }));
     m_kernel.Tell({{0, {{Exec(GONE)}}}}, {});
 
     const std::vector<LaunchEvent> events = Records();
@@ -326,7 +326,7 @@ TEST_F(ConnectorSensorTest, MessagesThatFoundNoRoomAreLostLaunchesOrLostOthersBy
 
     EXPECT_EQ(2u, Records().size());
 
-    EXPECT_EQ(6u, m_pSensor->Counts().nSensed);
+    EXPECT_EQ(6u, m_pSensor->Counts().nCaptured);
     EXPECT_EQ(5u, m_pSensor->Counts().nLost);
     EXPECT_EQ(7u, m_pSensor->Counts().nOthersLost);
 }
@@ -339,7 +339,7 @@ TEST_F(ConnectorSensorTest, OnAnOlderKernelEveryLostMessageMayHaveBeenALaunch) {
 
     EXPECT_EQ(1u, Records().size());
 
-    EXPECT_EQ(5u, m_pSensor->Counts().nSensed);
+    EXPECT_EQ(5u, m_pSensor->Counts().nCaptured);
     EXPECT_EQ(5u, m_pSensor->Counts().nLost);
     EXPECT_EQ(0u, m_pSensor->Counts().nOthersLost);
 }
@@ -351,7 +351,7 @@ TEST_F(ConnectorSensorTest, WhatWaitsIsBoundedAndLaunchesThatFindNoRoomAreLost) 
 
     EXPECT_EQ(ROOM, Records().size());
 
-    EXPECT_EQ(ROOM + 10, m_pSensor->Counts().nSensed);
+    EXPECT_EQ(ROOM + 10, m_pSensor->Counts().nCaptured);
     EXPECT_EQ(10u, m_pSensor->Counts().nLost);
 }
 
@@ -359,7 +359,7 @@ TEST_F(ConnectorSensorTest, CopiesAndEndsThatFindNoRoomStayCounted) {
     constexpr size_t ROOM = (8 << 20) / 64;
     ILaunchSensor& sensor = Start(false);
     m_kernel.Tell({{0, std::vector<FakeKernel::Told>(ROOM, {Exec(GONE)})}}, {});
-    ASSERT_TRUE(Eventually([&sensor] { return sensor.Counts().nSensed == ROOM; }));
+    ASSERT_TRUE(Eventually([&sensor] { return sensor.Counts().nCaptured == ROOM; }));
     m_kernel.Tell({{1, {{Fork(PARENT, GONE)}, {Exit(GONE)}}}}, {});
 
     EXPECT_EQ(ROOM, Records().size());
@@ -371,7 +371,7 @@ TEST_F(ConnectorSensorTest, WhatWasDrainedMakesRoomAgain) {
     constexpr size_t ROOM = (8 << 20) / 64;
     ILaunchSensor& sensor = Start(false);
     m_kernel.Tell({{0, std::vector<FakeKernel::Told>(ROOM, {Exec(GONE)})}}, {});
-    ASSERT_TRUE(Eventually([&sensor] { return sensor.Counts().nSensed == ROOM; }));
+    ASSERT_TRUE(Eventually([&sensor] { return sensor.Counts().nCaptured == ROOM; }));
     sensor.Drain([](const void*, size_t) { return true; });
     m_kernel.Tell({{0, {{Exec(GONE)}}}}, {});
 

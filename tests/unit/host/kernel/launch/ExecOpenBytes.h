@@ -1,5 +1,5 @@
-// What the kernel tells of a file that was opened to be executed, and the heads of such files, for
-// tests.
+// What the kernel reports of a file that was opened to be executed, and the heads of such files,
+// for tests.
 #ifndef TESTS_UNIT_HOST_KERNEL_LAUNCH_EXECOPENBYTES_H
 #define TESTS_UNIT_HOST_KERNEL_LAUNCH_EXECOPENBYTES_H
 

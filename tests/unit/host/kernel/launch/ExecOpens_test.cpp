@@ -86,7 +86,7 @@ std::string DeviceOf(const std::string& strPath) {
 
 TEST(ExecOpensDeathTest, WithoutPrivilegeItSaysWhatIsMissing) {
     EXPECT_EXIT(OpenWithoutPrivilege(), testing::ExitedWithCode(42),
-                "refuses to tell executed files: .*CAP_SYS_ADMIN");
+                "refuses to report executed files: .*CAP_SYS_ADMIN");
 }
 
 TEST_F(ExecOpensTest, OfAProcessThatOpenedNothingThereIsNothing) {

@@ -187,7 +187,7 @@ TEST_F(LaunchSensorTest, TheCountsOfAllProcessorsAreAddedUp) {
 
     const SensorCounts counts = m_pSensor->Counts();
 
-    EXPECT_EQ(1007u, counts.nSensed);
+    EXPECT_EQ(1007u, counts.nCaptured);
     EXPECT_EQ(23u, counts.nLost);
     EXPECT_EQ(401u, counts.nOthersLost);
 }
@@ -199,7 +199,7 @@ TEST_F(LaunchSensorTest, LaunchesThatMetTheProgramAtWorkAreSensedAndLost) {
 
     const SensorCounts counts = m_pSensor->Counts();
 
-    EXPECT_EQ(15u, counts.nSensed);
+    EXPECT_EQ(15u, counts.nCaptured);
     EXPECT_EQ(7u, counts.nLost);
     EXPECT_EQ(0u, counts.nOthersLost);
 }
@@ -212,7 +212,7 @@ TEST_F(LaunchSensorTest, WhereTheKernelDoesNotSayWhatItSkippedTheOtherCountsStan
 
     const SensorCounts counts = m_pSensor->Counts();
 
-    EXPECT_EQ(10u, counts.nSensed);
+    EXPECT_EQ(10u, counts.nCaptured);
     EXPECT_EQ(2u, counts.nLost);
     EXPECT_EQ(1u, counts.nOthersLost);
 }
@@ -221,7 +221,7 @@ TEST_F(LaunchSensorTest, ACounterThatCannotBeReadIsNone) {
     ASSERT_TRUE(Open());
     m_kernel.counts = {{LAUNCH_COUNT_SENSED, {3, 4}}};
 
-    EXPECT_EQ(7u, m_pSensor->Counts().nSensed);
+    EXPECT_EQ(7u, m_pSensor->Counts().nCaptured);
     EXPECT_EQ(0u, m_pSensor->Counts().nLost);
 }
 
@@ -235,7 +235,7 @@ TEST_F(LaunchSensorTest, LaunchesLostWhileTheCountsAreReadAreNeverMoreThanThoseS
 
     const SensorCounts counts = m_pSensor->Counts();
 
-    EXPECT_GE(counts.nSensed, counts.nLost);
+    EXPECT_GE(counts.nCaptured, counts.nLost);
     EXPECT_GT(counts.nLost, 0u);
 }
 
@@ -251,7 +251,7 @@ TEST_F(LaunchSensorTest, OnceDetachedItSensesNoMoreAndStillHandsOverAndCountsWha
     EXPECT_THAT(m_kernel.attached, IsEmpty());
     EXPECT_EQ(3u, m_kernel.detached.size());
     EXPECT_THAT(Drained(), ElementsAre("waits"));
-    EXPECT_EQ(5u, m_pSensor->Counts().nSensed);
+    EXPECT_EQ(5u, m_pSensor->Counts().nCaptured);
 }
 
 TEST_F(LaunchSensorTest, ItsEndLeavesNothingInTheKernel) {

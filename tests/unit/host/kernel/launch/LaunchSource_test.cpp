@@ -22,7 +22,7 @@ namespace {
 
 const std::string NUL(1, '\0');
 
-// Nobody tells it anything: there is no file sensor here.
+// Nobody reports anything to it: there is no file sensor here.
 class NoFiles : public IFileObserver {
 public:
     void OnOperation(const FileOperation&) override { ADD_FAILURE(); }
@@ -35,7 +35,7 @@ public:
 class Observer : public ILaunchObserver {
 public:
     void OnLaunch(const Launch& launch) override { m_launches.push_back(launch); }
-    void OnUnresolvable(const LaunchEvent& event) override { m_unresolvable.push_back(event); }
+    void OnUnresolved(const LaunchEvent& event) override { m_unresolvable.push_back(event); }
     void OnLost(uint64_t nLost, uint64_t nTotal) override { m_lost.push_back({nLost, nTotal}); }
     void OnBatch(const EventBatch&, std::vector<std::string> paths) override { m_paths = paths; }
     void OnCounters(const LaunchCounters& counters) override { m_counters = counters; }
@@ -93,7 +93,7 @@ protected:
         strBytes +=
             strName + NUL + (strInterp.empty() ? "" : strInterp + NUL) + strName + NUL + "x" + NUL;
         m_state.records.push_back(strBytes);
-        ++m_state.counts.nSensed;
+        ++m_state.counts.nCaptured;
     }
 
     FakeLaunchState m_state;
@@ -201,7 +201,7 @@ TEST_F(LaunchSourceTest, AScriptWhoseNameLeadsOverALinkOfProcIsNotTold) {
 
     ASSERT_EQ(1u, m_observer.m_launches.size());
     EXPECT_EQ(dir.Path() + "/file", m_observer.m_launches[0].creation.strPath);
-    EXPECT_EQ(1u, m_observer.m_counters.nScriptsUntold);
+    EXPECT_EQ(1u, m_observer.m_counters.nScriptsUnreported);
 }
 
 TEST_F(LaunchSourceTest, ALaunchThatNoPathNamesIsShownAndCountedAndNotTold) {
@@ -212,14 +212,14 @@ TEST_F(LaunchSourceTest, ALaunchThatNoPathNamesIsShownAndCountedAndNotTold) {
 
     ASSERT_EQ(1u, m_observer.m_unresolvable.size());
     EXPECT_EQ("/other/a", m_observer.m_unresolvable[0].strName);
-    EXPECT_EQ(1u, m_observer.m_counters.nUnresolvable);
+    EXPECT_EQ(1u, m_observer.m_counters.nUnresolved);
     EXPECT_TRUE(m_observer.m_launches.empty());
 }
 
 TEST_F(LaunchSourceTest, TheHostsOwnProcessAndBrokenRecordsAreCountedAndDropped) {
     Sense("/bin/a", static_cast<uint32_t>(getpid()));
     m_state.records.push_back("nonsense");
-    ++m_state.counts.nSensed;
+    ++m_state.counts.nCaptured;
     Source().Stop();
 
     EXPECT_EQ(SOURCE_END, Source().Next(m_batch, minutes(1)));
@@ -230,10 +230,10 @@ TEST_F(LaunchSourceTest, TheHostsOwnProcessAndBrokenRecordsAreCountedAndDropped)
 }
 
 TEST_F(LaunchSourceTest, EachLossIsAnnouncedOnce) {
-    m_state.counts.nSensed = m_state.counts.nLost = 3;
+    m_state.counts.nCaptured = m_state.counts.nLost = 3;
     EXPECT_EQ(SOURCE_NOTHING_YET, Source().Next(m_batch, milliseconds(2)));
     EXPECT_EQ(SOURCE_NOTHING_YET, Source().Next(m_batch, milliseconds(2)));
-    m_state.counts.nSensed = m_state.counts.nLost = 5;
+    m_state.counts.nCaptured = m_state.counts.nLost = 5;
     EXPECT_EQ(SOURCE_NOTHING_YET, Source().Next(m_batch, milliseconds(2)));
 
     const std::vector<std::pair<uint64_t, uint64_t>> EXPECTED = {{3, 3}, {2, 5}};
@@ -269,7 +269,7 @@ TEST_F(LaunchSourceTest, AnyBytesOfANameReachTheMessage) {
 TEST_F(LaunchSourceTest, TheStartSaysWhatSensesAndWhatThatCannotSee) {
     (void)Source();
 
-    const std::vector<std::string> EXPECTED = {"launches are sensed by a test: it sees nothing"};
+    const std::vector<std::string> EXPECTED = {"launches are captured by a test: it sees nothing"};
     EXPECT_EQ(EXPECTED, m_observer.m_notices);
 }
 

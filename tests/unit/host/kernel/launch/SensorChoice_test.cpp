@@ -58,7 +58,7 @@ TEST(SensorChoiceTest, AFallbackSaysWhyItWasChosen) {
     EXPECT_EQ("third", choice.Name());
     EXPECT_EQ("limits of third; chosen because no room; instead of it: no time", choice.Limits());
     EXPECT_EQ("third", strRecord);
-    EXPECT_EQ(3u, choice.Counts().nSensed);
+    EXPECT_EQ(3u, choice.Counts().nCaptured);
 }
 
 TEST(SensorChoiceTest, WhenNoneOpensEachRefusalIsTold) {

@@ -50,8 +50,8 @@ TEST(MetricsTextTest, NamesAreUniqueAndOnlyCountersEndInTotal) {
 
 TEST(MetricsTextTest, TheTextHasTheNumbersOfTheBalance) {
     Balance balance;
-    balance.launches.nSensed = 1234567890;
-    balance.files.nElsewhere = 7;
+    balance.launches.nCaptured = 1234567890;
+    balance.files.nUnwatched = 7;
     balance.events.nCached = 3;
     balance.module.answersByLevel = {{70, 2}};
     balance.module.nQueries = 1;
@@ -59,12 +59,13 @@ TEST(MetricsTextTest, TheTextHasTheNumbersOfTheBalance) {
     const std::string strText = metrics_text::Text(balance, 1700000000);
 
     for (const char* pszLine :
-         {"# TYPE tevmon_sensed_total counter\n",
-          "tevmon_sensed_total{source=\"launch\"} 1234567890\n",
-          "tevmon_sensed_fate_total{source=\"file\",fate=\"elsewhere\"} 7\n",
-          "tevmon_questions_total{end=\"cached\"} 3\n", "tevmon_answers_total{level=\"70\"} 2\n",
-          "tevmon_answers_total{level=\"40\"} 0\n", "# TYPE tevmon_queries_outstanding gauge\n",
-          "tevmon_queries_outstanding 1\n", "tevmon_start_time_seconds 1700000000\n"}) {
+         {"# TYPE tevmon_captured_total counter\n",
+          "tevmon_captured_total{source=\"launch\"} 1234567890\n",
+          "tevmon_captured_fate_total{source=\"file\",fate=\"unwatched\"} 7\n",
+          "tevmon_expected_queries_total{end=\"cached\"} 3\n",
+          "tevmon_answers_total{level=\"70\"} 2\n", "tevmon_answers_total{level=\"40\"} 0\n",
+          "# TYPE tevmon_queries_outstanding gauge\n", "tevmon_queries_outstanding 1\n",
+          "tevmon_start_time_seconds 1700000000\n"}) {
         EXPECT_THAT(strText, HasSubstr(pszLine)) << pszLine;
     }
 }

@@ -138,12 +138,12 @@ TEST(LiveScreenTest, ATerminalThatHungUpIsToldOnce) {
     Pty pty;
     const OnDescriptor onTerminal(pty.Terminal());
     Console output;
-    std::atomic<int> nGone{0};
+    std::atomic<int> nVanished{0};
     Event gone;
     LiveScreen view(
         output, [] { return ViewNumbers(); },
         [&] {
-            ++nGone;
+            ++nVanished;
             gone.Set();
         });
     ASSERT_TRUE(view.Begin());
@@ -151,5 +151,5 @@ TEST(LiveScreenTest, ATerminalThatHungUpIsToldOnce) {
     EXPECT_TRUE(gone.WaitFor(HANGS_AFTER));
     view.End();
 
-    EXPECT_EQ(1, nGone);
+    EXPECT_EQ(1, nVanished);
 }

@@ -42,7 +42,7 @@ TEST_F(RunTextTest, ABlockSaysWhatWasCounted) {
     counters.queriesByLevel = {{10, 1090}, {40, 9}, {70, 1}};
     counters.queriesByPackage = {{"bash", 90}, {"coreutils", 1000}};
     counters.nCached = 395;
-    counters.nNoHash = 1;
+    counters.nUnreadable = 1;
     counters.nHashedBytes = 3 * 1024 * 1024;
     counters.dWorkBefore = 2;
 
@@ -115,7 +115,7 @@ TEST_F(RunTextTest, AVerdictLineNamesProgramOwnerAndSource) {
 TEST_F(RunTextTest, TheSummarySaysHowTheRunEndedAndWhatIsLeft) {
     RunEnd end;
     end.queueDepth = 1;
-    EXPECT_EQ("Summary  stopped before everything was looked at",
+    EXPECT_EQ("Summary  stopped before everything was analysed",
               run_text::SummaryHeading(Out(), end));
     EXPECT_EQ("  queue       1 message kept for the next run", run_text::QueueLine(end));
 
@@ -138,9 +138,10 @@ TEST_F(RunTextTest, TheSameCountersAreJsonMembers) {
     counters.answersByLevel[70] = 2;
     JsonObject record;
 
-    EXPECT_EQ(R"({"messages":0,"events":3,"unusable":0,"not_delivered":0,"analysed":0,"queries":0,)"
-              R"("answers":0,"known":0,"no_key":0,"lost":0,"answers_by_level":{"70":2},)"
-              R"("queries_by_level":{},"skipped":{"cached":0,"no_hash":0,"no_stat":0,"not_sent":0,)"
-              R"("silent":0},"hashed_bytes":0,"centre":0,"seconds":1.500,"work_seconds":0.000})",
-              run_text::AddCounters(record, counters, 1.5).Text());
+    EXPECT_EQ(
+        R"({"messages":0,"events":3,"unusable":0,"not_delivered":0,"analysed":0,"queries":0,)"
+        R"("answers":0,"known":0,"no_key":0,"lost":0,"answers_by_level":{"70":2},)"
+        R"("queries_by_level":{},"skipped":{"cached":0,"unreadable":0,"stat_failed":0,"not_sent":0,)"
+        R"("missing":0},"hashed_bytes":0,"centre":0,"seconds":1.500,"work_seconds":0.000})",
+        run_text::AddCounters(record, counters, 1.5).Text());
 }

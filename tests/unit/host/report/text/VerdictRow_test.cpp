@@ -34,7 +34,7 @@ TEST(VerdictRowTest, ANameCannotForgeWhoMadeItAndItsPackage) {
 }
 
 TEST(VerdictRowTest, NothingOutsideCanForgeALine) {
-    VerdictRow row = verdict_row::Told("lost", "launch", "a\nb", "c\033[2J");
+    VerdictRow row = verdict_row::Notice("lost", "launch", "a\nb", "c\033[2J");
     row.strTime = "09:30:00";
 
     EXPECT_EQ("09:30:00  lost           launch       a\\x0Ab  c\\x1B[2J",
@@ -73,7 +73,7 @@ TEST(VerdictRowTest, AJudgedRowHasTheVerdictsWordAndLevelAndATime) {
 }
 
 TEST(VerdictRowTest, ARowThatIsNoVerdictHasNoLevelAndNoOwner) {
-    const VerdictRow row = verdict_row::Told("lost", "launch", "3 launches", "buffer full");
+    const VerdictRow row = verdict_row::Notice("lost", "launch", "3 launches", "buffer full");
 
     EXPECT_EQ("lost", row.strVerdict);
     EXPECT_EQ(0, row.nLevel);
@@ -85,7 +85,7 @@ TEST(VerdictRowTest, ARowThatIsNoVerdictHasNoLevelAndNoOwner) {
 }
 
 TEST(VerdictRowTest, AWordLongerThanItsColumnMovesTheRestAndIsNotCut) {
-    VerdictRow row = verdict_row::Told("a long word here", "FileSomething", "x", "");
+    VerdictRow row = verdict_row::Notice("a long word here", "FileSomething", "x", "");
     row.strTime = "09:30:00";
 
     EXPECT_EQ("09:30:00  a long word here  FileSomething  x", verdict_row::Text(Console(), row));
@@ -94,7 +94,7 @@ TEST(VerdictRowTest, AWordLongerThanItsColumnMovesTheRestAndIsNotCut) {
 TEST(VerdictRowTest, BlanksInANameAreEscapedFromTheSecondOnHoweverManyThereAre) {
     for (size_t nBlanks = 0; nBlanks < 9; ++nBlanks) {
         VerdictRow row =
-            verdict_row::Told("lost", "launch", "a" + std::string(nBlanks, ' ') + "b", "why");
+            verdict_row::Notice("lost", "launch", "a" + std::string(nBlanks, ' ') + "b", "why");
         row.strTime = "09:30:00";
         const std::string strText = verdict_row::Text(Console(), row);
         const size_t nName = strText.find("a", 38);
