@@ -24,8 +24,8 @@ class CTevChennalMgr : public CThread, public utils::SingletonAbstract<CTevChenn
 public:
     // [transport] Queues a copy of strDetail for analyser nMid. False, with nothing queued, for an
     // empty text or id 0; true otherwise, even when the store failed: that a caller cannot
-    // distinguish a lost message from a stored one is relied on. The loss stands on standard output,
-    // but for one that finds no store, for lack of memory or after the exit routines.
+    // distinguish a lost message from a stored one is relied on. The loss stands on standard
+    // output, but for one that finds no store, for lack of memory or after the exit routines.
     bool PushMsg(const std::string& strDetail, int32_t nMid);
 
     // [control] Starts the thread; false (logged) when the system refuses it.
