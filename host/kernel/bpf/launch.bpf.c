@@ -17,9 +17,9 @@ char LICENSE[] SEC("license") = "Dual BSD/GPL";
 #define WALK_STEPS 80
 #define WALK_BYTES 4096
 
-/* One record that is being filled. The walk keeps its state in here and not in registers: only then does
- * the verifier see the same state in every round. Texts are written at offsets up to TEXT_MASK and
- * may be as long again; the room behind is for that. */
+/* One record that is being filled. The walk keeps its state in here and not in registers: only then
+ * does the verifier see the same state in every round. Texts are written at offsets up to TEXT_MASK
+ * and may be as long again; the room behind is for that. */
 struct scratch {
     __u32 offset;
     __u32 walk_start;
