@@ -32,7 +32,8 @@ VARIABLE = [
     (r'(per second) [\d.KMGTiB ]+', r'\1 N'),
     # The module met the host's look into its queue, and tries again.
     (r'^database is locked\n', ""),
-    (r'at [\d.]+ ([KMGT]i)?B/s', "at N B/s"),
+    # Left out where the work was too short for a rate.
+    (r' at [\d.]+ ([KMGT]i)?B/s', ""),
 ]
 
 
