@@ -45,7 +45,7 @@ void EventLedger::Report(uint64_t nNumber, const std::string& strBody, uint64_t 
     m_state.nSent += nEvents;
     m_state.nWaiting += nEvents;
     for (uint64_t i = 0; i < nCopies; ++i) {
-        m_waiting.push_back({nNumber, nHash, nEvents / nCopies});
+        m_waiting.push_back({nNumber, nHash, nEvents / nCopies, i});
     }
 }
 
@@ -62,14 +62,14 @@ void EventLedger::Refuse(uint64_t nNumber) {
 }
 
 void EventLedger::Analyse(const std::string& strBody, Clock::time_point now) {
-    const size_t nHash = std::hash<std::string>()(strBody);
-    MessageQueries all = expected_queries::Of(strBody);
+    const std::optional<uint64_t> copy = TakeWaiting(std::hash<std::string>()(strBody));
+    MessageQueries all = expected_queries::Of(strBody, copy.value_or(0));
     std::vector<Excuse> excuses;
     for (const ExpectedQuery& expected : all.expected) {
         excuses.push_back(ExcuseOf(expected));
     }
     const MutexLock lock(m_mutex);
-    (TakeWaiting(nHash) ? m_state.nAnalysed : m_state.nEarlierAnalysed) += all.nEvents;
+    (copy ? m_state.nAnalysed : m_state.nEarlierAnalysed) += all.nEvents;
     m_state.nIgnored += all.nIgnored;
     m_state.nExpected += all.expected.size();
     for (size_t i = 0; i < all.expected.size(); ++i) {
@@ -87,24 +87,26 @@ void EventLedger::Analyse(const std::string& strBody, Clock::time_point now) {
     DropOld(now);
 }
 
-// Whether the message is one of this run. Those that were reported before
-// it and still wait were not stored: the module takes the oldest first.
-bool EventLedger::TakeWaiting(size_t nHash) {
+// Which copy of a message of this run it is, or nothing. Those that were reported before it and
+// still wait were not stored: the module takes the oldest first. So one with the text of a message
+// of ours is of an earlier run as long as such wait.
+std::optional<uint64_t> EventLedger::TakeWaiting(size_t nHash) {
+    const MutexLock lock(m_mutex);
     const auto found =
         std::find_if(m_waiting.begin(), m_waiting.end(),
                      [nHash](const Message& message) { return message.nHash == nHash; });
-    if (found == m_waiting.end()) {
+    if (found == m_waiting.end() || m_state.nEarlierWaiting > 0) {
         m_state.nEarlierWaiting -= m_state.nEarlierWaiting > 0 ? 1 : 0;
-        return false;
+        return std::nullopt;
     }
     for (auto it = m_waiting.begin(); it != found; ++it) {
         m_state.nNotStored += it->nEvents;
         m_state.nWaiting -= it->nEvents;
     }
     m_state.nWaiting -= found->nEvents;
-    m_state.nEarlierWaiting = 0;
+    const uint64_t nCopy = found->nCopy;
     m_waiting.erase(m_waiting.begin(), std::next(found));
-    return true;
+    return nCopy;
 }
 
 EventLedger::Excuse EventLedger::ExcuseOf(const ExpectedQuery& expected) const {

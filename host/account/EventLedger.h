@@ -104,6 +104,7 @@ private:
         uint64_t nNumber;
         size_t nHash;  // of its text
         uint64_t nEvents;
+        uint64_t nCopy;  // which one of the message, from 0
     };
     struct Open;
     using Index = std::multimap<std::string, std::list<Open>::iterator>;
@@ -115,7 +116,7 @@ private:
     };
 
     Excuse ExcuseOf(const ExpectedQuery& expected) const;
-    bool TakeWaiting(size_t nHash) TEV_REQUIRES(m_mutex);
+    std::optional<uint64_t> TakeWaiting(size_t nHash);
     void Close(std::list<Open>::iterator expected) TEV_REQUIRES(m_mutex);
     static void Count(LedgerState& state, Excuse eExcuse, uint64_t nTimes = 1);
     void DropOld(Clock::time_point now) TEV_REQUIRES(m_mutex);

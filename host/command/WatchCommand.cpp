@@ -162,10 +162,10 @@ void AddFileOptions(Command& command, WatchArguments& arguments) {
     command.AddFlag("--all-filesystems", arguments.bAllFilesystems,
                     "Watch every local file system, not only those that hold watched places");
     command.AddFlag("--all-operations", arguments.bAllOperations,
-                    "Tell the module every file operation, also what it cannot act on");
+                    "Report every file operation to the module, also what it cannot act on");
     command
         .AddOption("--alias", arguments.aliases,
-                   "Tell paths below FROM as paths below TO where that is a watched place; "
+                   "Report paths below FROM as paths below TO where that is a watched place; "
                    "repeatable")
         .TypeName("FROM=TO")
         .Check(CheckAlias)
@@ -183,7 +183,7 @@ void AddWatchCommand(Command& program, const HostOptions& options, int& nExitCod
     AddReportOptions(command, *pArguments);
     command
         .AddOption("--sensor", pArguments->strSensor,
-                   "What senses launches: auto takes the best that this machine allows")
+                   "What captures launches: auto takes the best that this machine allows")
         .OneOf(SensorWords());
     AddFileOptions(command, *pArguments);
     AddBatchOptions(command, *pArguments);

@@ -66,11 +66,17 @@ void AddFile(const Json::Value& jsonElement, MessageQueries& all) {
     }
 }
 
-bool IsOfFiles(const Json::Value& jsonParam) {
+// Whether copy nCopy of the message goes to the analyser of file operations: each element that asks
+// has the message queued once, for the analyser that its context names.
+bool IsOfFiles(const Json::Value& jsonParam, uint64_t nCopy) {
     for (const Json::Value& jsonElement : jsonParam) {
-        if (json_reader::Text(jsonElement, module_facts::MEMBER_GROUP) ==
-            module_facts::GROUP_QUERY) {
-            return json_reader::Text(jsonElement, "context") == module_facts::CONTEXT_FILES;
+        const std::string strContext = json_reader::Text(jsonElement, "context");
+        const bool bFiles = strContext == module_facts::CONTEXT_FILES;
+        const bool bAsks = json_reader::Text(jsonElement, module_facts::MEMBER_GROUP) ==
+                               module_facts::GROUP_QUERY &&
+                           (bFiles || strContext == module_facts::CONTEXT_LAUNCHES);
+        if (bAsks && nCopy-- == 0) {
+            return bFiles;
         }
     }
     return false;
@@ -78,7 +84,7 @@ bool IsOfFiles(const Json::Value& jsonParam) {
 
 }  // namespace
 
-MessageQueries Of(const std::string& strBody) {
+MessageQueries Of(const std::string& strBody, uint64_t nCopy) {
     MessageQueries all;
     Json::Value jsonRoot;
     const Json::Value* const pParam =
@@ -86,7 +92,7 @@ MessageQueries Of(const std::string& strBody) {
     if (pParam == nullptr || !pParam->isArray()) {
         return all;
     }
-    const bool bFiles = IsOfFiles(*pParam);
+    const bool bFiles = IsOfFiles(*pParam, nCopy);
     for (const Json::Value& jsonElement : *pParam) {
         const size_t nBefore = all.expected.size();
         ++all.nEvents;

@@ -35,8 +35,9 @@ struct MessageQueries {
 
 namespace expected_queries {
 
-// What the module queries about strBody, a message whose analysis begins now.
-MessageQueries Of(const std::string& strBody);
+// What the module queries about strBody, a message whose analysis begins now. nCopy: which of the
+// copies that the module queued, from 0; a message may name both analysers.
+MessageQueries Of(const std::string& strBody, uint64_t nCopy = 0);
 
 // Whether a change of strPath is one in an autostart place; by its spelling alone.
 bool IsAutostart(const std::string& strPath);

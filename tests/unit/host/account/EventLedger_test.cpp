@@ -140,6 +140,41 @@ TEST_F(EventLedgerTest, EveryCopyOfAMessageIsOfThisRun) {
     EXPECT_EQ(0u, m_ledger.State().nWaitingMessages);
 }
 
+// A run that was interrupted and is repeated reports the same texts again.
+TEST_F(EventLedgerTest, AMessageOfAnEarlierRunWithATextOfThisOneLosesNothing) {
+    const std::string strOther = event_message::ProcessCreations({"/bin/other"});
+    const std::string strSame = event_message::ProcessCreations({m_strThere});
+    m_ledger.SetEarlier(1);
+    m_ledger.Report(1, strOther, 1);
+    m_ledger.Report(2, strSame, 1);
+
+    m_ledger.Analyse(strSame);
+    EXPECT_EQ(1u, m_ledger.State().nEarlierAnalysed);
+    m_ledger.Analyse(strOther);
+    m_ledger.Analyse(strSame);
+
+    const LedgerState state = m_ledger.State();
+    EXPECT_EQ(2u, state.nAnalysed);
+    EXPECT_EQ(0u, state.nNotStored);
+    EXPECT_EQ(0u, state.nWaiting);
+}
+
+TEST_F(EventLedgerTest, EachCopyIsOfTheAnalyserThatItsElementNames) {
+    const std::string strBody = R"({"param":[{"grup":"cloudquery","context":"cloudfd","path":")" +
+                                m_strThere + R"(","optertion":"write"},)" +
+                                R"({"grup":"cloudquery","context":"cloudad","path":")" +
+                                m_strThere + R"("}]})";
+    m_ledger.Report(1, strBody, 4, 2);
+
+    m_ledger.Analyse(strBody);
+    EXPECT_EQ(0u, m_ledger.State().nExpected);  // in no watched place
+    m_ledger.Analyse(strBody);
+
+    EXPECT_EQ(2u, m_ledger.State().nExpected);
+    EXPECT_EQ(4u, m_ledger.State().nAnalysed);
+    EXPECT_TRUE(m_ledger.Match(Outcome(OUTCOME_QUERIED, EXPECTED_LAUNCH, m_strThere)).has_value());
+}
+
 TEST_F(EventLedgerTest, ARefusedMessageDoesNotWait) {
     Launches(1, {m_strThere});
     Launches(2, {m_strThere, m_strThere});
