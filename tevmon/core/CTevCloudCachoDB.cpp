@@ -26,6 +26,9 @@ std::string Joined(const Piece&... piece) {
 // True when the text has a quote that no second one doubles: the literal that it stands in would
 // end there, and what follows would be SQL. Also with a NUL, where SQLite's text ends.
 bool EndsItsLiteral(const std::string& strText) {
+    if (strText.find('\'') == std::string::npos) {  // nearly all: keys are digests
+        return strText.find('\0') != std::string::npos;
+    }
     bool bOpen = false;
     for (const char ch : strText) {
         if (ch == '\'') {
@@ -96,7 +99,7 @@ int CTevCloudCachoDB::Select(const std::string& strKey, CachoRecord& record) {
     const CCall call(*this);
     CachoRecord found;
     bool bFound = false;
-    const bool bRefused = !IsHarmless(strKey) && EndsItsLiteral(strKey);
+    const bool bRefused = EndsItsLiteral(strKey) && !IsHarmless(strKey);
     const int nResult = InTransaction(
         [&] { return bRefused ? "" : Joined(m_strSelectPrefix, "vkey = '", strKey, "'"); },
         [&](CppSQLite3DB& db, const std::string& strStatement) {
