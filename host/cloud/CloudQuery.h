@@ -19,4 +19,9 @@ enum QueryFate {
     QUERY_NOT_DELIVERED,  // the router did not take the answer
 };
 
+// Whether nobody can be given a verdict by it.
+inline bool IsLost(QueryFate eFate) {
+    return eFate == QUERY_UNREADABLE || eFate == QUERY_NOT_DELIVERED;
+}
+
 #endif

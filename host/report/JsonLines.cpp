@@ -83,7 +83,7 @@ void JsonLines::Write(const LaunchCaptured& event, int64_t tmWhen) {
 void JsonLines::Write(const LaunchUnresolved& event, int64_t tmWhen) {
     const LaunchEvent& launch = event.event;
     JsonObject record = Record("unresolved", tmWhen);
-    record.Add("name", launch.strPath.empty() ? launch.strName : launch.strPath);
+    record.Add("name", launch.PathOrName());
     record.Add("cmd", launch.strCommand).Add("pid", static_cast<uint64_t>(launch.nPid));
     m_output.Line(record.Text());
 }

@@ -57,9 +57,7 @@ bool WatchLines::Take(const RunEnding&) {
 }
 
 bool WatchLines::Take(const LaunchUnresolved& event) {
-    const LaunchEvent& launch = event.event;
-    Show(verdict_row::Notice("unresolved", "launch",
-                             launch.strPath.empty() ? launch.strName : launch.strPath,
+    Show(verdict_row::Notice("unresolved", "launch", event.event.PathOrName(),
                              "no path names its file, so it is not judged"));
     return true;
 }
@@ -93,7 +91,7 @@ bool WatchLines::Take(const EventsDropped& event) {
 
 // What has a verdict has the line of its judgement.
 bool WatchLines::Take(const QueryReceived& event) {
-    return event.eFate != QUERY_UNREADABLE && event.eFate != QUERY_NOT_DELIVERED;
+    return !IsLost(event.eFate);
 }
 
 bool WatchLines::Take(const ModuleNoted&) {

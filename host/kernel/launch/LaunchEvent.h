@@ -29,6 +29,9 @@ struct LaunchEvent {
     std::string strDirectory;  // the current directory; "" when neither name is relative
     std::string strRoot;       // the process's own root directory; "" when it has none
     std::string strCommand;    // the arguments with one blank between
+
+    // What names it for people.
+    const std::string& PathOrName() const { return strPath.empty() ? strName : strPath; }
 };
 
 // False for bytes that are no whole record; event is then untouched.
