@@ -26,7 +26,8 @@ uint64_t Balance::Unexplained() const {
     const uint64_t nEnds = events.nRefused + events.nNotStored + events.nWaiting + events.nAnalysed;
     const uint64_t nAtTheEnd =
         launches.Waiting() + files.Waiting() + nMissing + Outstanding() + Batched();
-    return nTooMany + (bFinal ? nAtTheEnd : 0) + Difference(events.nSent + Batched(), Reported()) +
+    return nTooMany + (bFinal ? nAtTheEnd : 0) +
+           Difference(events.nSent + Batched() + nUnsent, Reported()) +
            Difference(events.nSent, nEnds) +
            Difference(events.nExpected, events.Settled() + events.nMissing);
 }

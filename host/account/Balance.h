@@ -21,7 +21,8 @@ struct Balance {
     RunCounters module;
     // Events in a recording or of a walk; nothing where sensors count what they captured.
     std::optional<uint64_t> input;
-    bool bFinal = false;  // nothing is on its way any more
+    uint64_t nUnsent = 0;  // of these: waiting for room in the queue, or the run ended before
+    bool bFinal = false;   // nothing is on its way any more
 
     // Programs, scripts and file operations that were reported.
     uint64_t Reported() const {

@@ -11,6 +11,24 @@ void AddMap(Map& sum, const Map& other) {
 
 }  // namespace
 
+void RunCounters::CountDelivery(const EventBatch& batch, bool bDelivered) {
+    if (!bDelivered) {
+        ++nNotDelivered;
+        return;
+    }
+    ++nMessages;
+    nCopies += batch.nCopies;
+    nEvents += batch.nEvents;
+}
+
+void RunCounters::CountNote(ModuleNote eNote) {
+    nAnalysed += eNote == NOTE_ANALYSED ? 1 : 0;
+    nCached += eNote == NOTE_CACHED ? 1 : 0;
+    nStatFailed += eNote == NOTE_STAT_FAILED ? 1 : 0;
+    nUnreadable += eNote == NOTE_UNREADABLE ? 1 : 0;
+    nNotSent += eNote == NOTE_NOT_SENT ? 1 : 0;
+}
+
 void RunCounters::Add(const RunCounters& other) {
     uint64_t RunCounters::*const NUMBERS[] = {
         &RunCounters::nMessages,     &RunCounters::nCopies,     &RunCounters::nEvents,

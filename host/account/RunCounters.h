@@ -8,6 +8,9 @@
 #include <optional>
 #include <string>
 
+#include "host/event/IEventSource.h"
+#include "host/module/ModuleLog.h"
+
 struct RunCounters {
     using Clock = std::chrono::steady_clock;
 
@@ -38,6 +41,11 @@ struct RunCounters {
     std::optional<Clock::time_point> firstWork;  // the module began to look at messages
     std::optional<Clock::time_point> lastWork;   // its last query or log record
     double dWorkBefore = 0;                      // seconds of work that Add brought in
+
+    void CountDelivery(const EventBatch& batch, bool bDelivered);
+
+    // What the module says of one message, one event or one query.
+    void CountNote(ModuleNote eNote);
 
     // Adds what happened in another pass. Its time of work counts, not the pause before it.
     void Add(const RunCounters& other);

@@ -91,14 +91,25 @@ struct SensorNotice {
     const std::string& strText;
 };
 
-// A message is about to be sent to the module.
+// The source handed a message out; it may wait for room in the queue.
+struct BatchTaken {
+    const EventBatch& batch;
+    uint64_t nSourceEvents;  // that the source has handed out in this pass, by its own count
+};
+
+// The message is sent to the module now, or refused.
 struct BatchReported {
     const EventBatch& batch;
 };
 
 struct BatchDelivered {
-    const EventBatch& batch;  // without its body
+    const EventBatch& batch;  // its body may be gone
     uint32_t nResult;         // 0, or the router's or the queue limit's code
+};
+
+// The run ended before the message could be sent.
+struct BatchUnsent {
+    const EventBatch& batch;
 };
 
 enum DropReason { DROP_REFUSED, DROP_NOT_STORED };
@@ -143,14 +154,18 @@ struct CentreRecord {
 using RunEvent =
     std::variant<RunBegun, PassBegun, PassEnded, RunProgressed, BalanceAsked, RunEnding, RunEnded,
                  InputUnusable, LaunchCaptured, LaunchUnresolved, LaunchesLost, LaunchCounters,
-                 FileOperationCaptured, FileQueueOverflowed, FileCounters, SensorNotice,
-                 BatchReported, BatchDelivered, EventsDropped, QueueChanged, QueryReceived,
-                 ModuleNoted, ProgramJudged, CentreRecord>;
+                 FileOperationCaptured, FileQueueOverflowed, FileCounters, SensorNotice, BatchTaken,
+                 BatchReported, BatchDelivered, BatchUnsent, EventsDropped, QueueChanged,
+                 QueryReceived, ModuleNoted, ProgramJudged, CentreRecord>;
 
+// Begin, progress, passes, balances and the end come on the control thread, a RunBegun before
+// anything of the router and the module; a sensor's notices may come before it. The rest comes on
+// the threads of the module and the router, of several at once.
 class IRunListener {
 public:
     virtual ~IRunListener() = default;
-    // [any, of several threads at once] No lock of the journal is held. tmWhen: seconds since 1970.
+    // No lock of the journal is held. tmWhen: seconds since 1970. Throws nothing but
+    // std::bad_alloc.
     virtual void OnEvent(const RunEvent& event, int64_t tmWhen) = 0;
 };
 

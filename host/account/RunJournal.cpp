@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <ctime>
 #include <limits>
 #include <optional>
@@ -18,10 +19,6 @@ uint64_t FileSize(const std::string& strPath) {
     struct stat status = {};
     const bool bKnown = stat(strPath.c_str(), &status) == 0 && S_ISREG(status.st_mode);
     return bKnown ? static_cast<uint64_t>(status.st_size) : 0;
-}
-
-bool HasNoVerdict(QueryFate eFate) {
-    return eFate == QUERY_UNREADABLE || eFate == QUERY_NOT_DELIVERED;
 }
 
 ModuleOutcome OutcomeOf(const CloudQuery& query) {
@@ -54,12 +51,6 @@ RunJournal::RunJournal(const VerdictService& service, EventLedger::KnownMaker fn
       m_passBegun(Clock::now()),
       m_runBegun(m_passBegun) {}
 
-void RunJournal::Record(const RunEvent& event) {
-    std::visit([this](const auto& happened) { Count(happened); }, event);
-    Publish(event);
-    std::visit([this](const auto& happened) { Follow(happened); }, event);
-}
-
 void RunJournal::Publish(const RunEvent& event) {
     const auto tmWhen = static_cast<int64_t>(time(nullptr));
     for (IRunListener* pListener : m_listeners) {
@@ -75,6 +66,10 @@ void RunJournal::Begin(const std::string& strModule, uint64_t nEarlier) {
 void RunJournal::BeginPass(const PassInfo& pass) {
     m_pass = pass;
     m_passBegun = Clock::now();
+    {
+        const MutexLock lock(m_mutex);
+        m_nInputBefore = m_nInput;
+    }
     Publish(PassBegun{m_pass});
 }
 
@@ -124,6 +119,7 @@ Balance RunJournal::CurrentBalance(bool bFinal) const {
     balance.files = m_files;
     if (!m_bWatch) {
         balance.input = m_nInput;
+        balance.nUnsent = m_nTaken - std::min(m_nTaken, balance.events.nSent);
     }
     return balance;
 }
@@ -180,11 +176,20 @@ void RunJournal::Count(const LaunchCaptured& event) {
     m_programs.SetStarter(event.launch.creation.strPath, event.launch.strStarter);
 }
 
+void RunJournal::Count(const BatchTaken& event) {
+    const MutexLock lock(m_mutex);
+    m_nInput = m_nInputBefore + event.nSourceEvents;
+    m_nTaken += event.batch.nEvents;
+}
+
 void RunJournal::Count(const BatchReported& event) {
     const EventBatch& batch = event.batch;
     m_ledger.Report(batch.nNumber, batch.strBody, batch.nEvents, batch.nCopies);
+}
+
+void RunJournal::Count(const BatchUnsent&) {
     const MutexLock lock(m_mutex);
-    m_nInput += batch.nEvents;
+    ++m_counters.nNotDelivered;
 }
 
 void RunJournal::Count(const BatchDelivered& event) {
@@ -192,13 +197,7 @@ void RunJournal::Count(const BatchDelivered& event) {
         m_ledger.Refuse(event.batch.nNumber);
     }
     const MutexLock lock(m_mutex);
-    if (event.nResult == 0) {
-        ++m_counters.nMessages;
-        m_counters.nCopies += event.batch.nCopies;
-        m_counters.nEvents += event.batch.nEvents;
-    } else {
-        ++m_counters.nNotDelivered;
-    }
+    m_counters.CountDelivery(event.batch, event.nResult == 0);
 }
 
 void RunJournal::Count(const QueryReceived& event) {
@@ -214,7 +213,7 @@ void RunJournal::Count(const QueryReceived& event) {
     m_counters.nAnswers += eFate == QUERY_ANSWERED ? 1 : 0;
     m_counters.nKnown += eFate == QUERY_KNOWN ? 1 : 0;
     m_counters.nNoKey += eFate == QUERY_NO_KEY ? 1 : 0;
-    m_counters.nLost += HasNoVerdict(eFate) ? 1 : 0;
+    m_counters.nLost += IsLost(eFate) ? 1 : 0;
     if (eFate == QUERY_ANSWERED) {
         ++m_counters.answersByLevel[event.verdict.nLevel];
     }
@@ -231,11 +230,7 @@ void RunJournal::Count(const ModuleNoted& event) {
     const bool bHashed = eNote == NOTE_CACHED && event.note.eExpected == EXPECTED_LAUNCH;
     const uint64_t nBytes = bHashed ? FileSize(event.note.strText) : 0;
     const MutexLock lock(m_mutex);
-    m_counters.nAnalysed += eNote == NOTE_ANALYSED ? 1 : 0;
-    m_counters.nCached += eNote == NOTE_CACHED ? 1 : 0;
-    m_counters.nStatFailed += eNote == NOTE_STAT_FAILED ? 1 : 0;
-    m_counters.nUnreadable += eNote == NOTE_UNREADABLE ? 1 : 0;
-    m_counters.nNotSent += eNote == NOTE_NOT_SENT ? 1 : 0;
+    m_counters.CountNote(eNote);
     m_counters.nHashedBytes += nBytes;
     m_counters.lastWork = Clock::now();
     if (!m_counters.firstWork) {
@@ -248,13 +243,33 @@ void RunJournal::Count(const CentreRecord&) {
     ++m_counters.nCentre;
 }
 
-void RunJournal::Follow(const QueryReceived& event) {
+void RunJournal::Take(const QueryReceived& event) {
+    Count(event);
+    const std::optional<ExpectedQuery> expected = m_ledger.Match(OutcomeOf(event.query));
+    Publish(event);
+    if (m_bWatch && !IsLost(event.eFate)) {
+        Judge(event, expected);
+    }
+}
+
+void RunJournal::Take(const ModuleNoted& event) {
+    const ModuleRecord& note = event.note;
+    Count(event);
+    std::optional<ExpectedQuery> expected;
+    if (note.eNote == NOTE_ANALYSED) {
+        m_ledger.Analyse(note.strText);
+    } else if (note.eNote != NOTE_NOT_SENT) {  // that names nothing
+        expected = m_ledger.Match(OutcomeOf(note));
+    }
+    Publish(event);
+    if (m_bWatch && note.eNote == NOTE_CACHED) {
+        Judge(note, expected);
+    }
+}
+
+void RunJournal::Judge(const QueryReceived& event, const std::optional<ExpectedQuery>& expected) {
     const CloudQuery& query = event.query;
     const ModuleOutcome outcome = OutcomeOf(query);
-    const std::optional<ExpectedQuery> expected = m_ledger.Match(outcome);
-    if (!m_bWatch || HasNoVerdict(event.eFate)) {
-        return;
-    }
     const bool bLaunch = outcome.eKind == EXPECTED_LAUNCH;
     const std::string strSubject = expected ? expected->strFile : query.strPath;
     const std::string strProgram = bLaunch                 ? strSubject
@@ -272,19 +287,7 @@ void RunJournal::Follow(const QueryReceived& event) {
                           verdict, false, event.eFate == QUERY_ANSWERED});
 }
 
-void RunJournal::Follow(const ModuleNoted& event) {
-    const ModuleRecord& note = event.note;
-    if (note.eNote == NOTE_ANALYSED) {
-        m_ledger.Analyse(note.strText);
-        return;
-    }
-    if (note.eNote == NOTE_NOT_SENT) {
-        return;  // names nothing
-    }
-    const std::optional<ExpectedQuery> expected = m_ledger.Match(OutcomeOf(note));
-    if (!m_bWatch || note.eNote != NOTE_CACHED) {
-        return;
-    }
+void RunJournal::Judge(const ModuleRecord& note, const std::optional<ExpectedQuery>& expected) {
     const bool bLaunch = note.eExpected == EXPECTED_LAUNCH;
     const std::string strProgram = bLaunch ? note.strText : expected ? expected->strProgram : "";
     const Verdict verdict = m_programs.VerdictOf(strProgram);

@@ -2,9 +2,8 @@
 // event to its end in the ledger, and hands the stream on to its listeners, with what follows from
 // it: programs judged, events dropped.
 //
-// Threads: Record from any; the rest on the control thread but CurrentBalance and PassCounters,
-// from any.
-//   No lock is held while a listener is called.
+// Threads: Record, CurrentBalance, HasEnded and PassCounters from any; the rest on the control
+//   thread. No lock is held while a listener is called.
 // Errors: nothing throws but std::bad_alloc and what a listener throws.
 // Ownership: the service and the listeners must outlive it.
 #ifndef HOST_ACCOUNT_RUNJOURNAL_H
@@ -12,6 +11,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -36,7 +36,9 @@ public:
     void AddListener(IRunListener& listener) { m_listeners.push_back(&listener); }
 
     // What happened outside: of the sensors, the queue, the router, the module and the cloud.
-    void Record(const RunEvent& event);
+    void Record(const RunEvent& event) {
+        std::visit([this](const auto& happened) { Take(happened); }, event);
+    }
 
     // nEarlier: messages that wait from earlier runs.
     void Begin(const std::string& strModule, uint64_t nEarlier);
@@ -55,21 +57,30 @@ private:
     using Clock = RunCounters::Clock;
 
     template <class Event>
+    void Take(const Event& event) {
+        Count(event);
+        Publish(event);
+    }
+    // The books first, for all of it: what a listener does must not keep anything from them.
+    void Take(const QueryReceived& event);
+    void Take(const ModuleNoted& event);
+
+    template <class Event>
     void Count(const Event&) {}  // of what no book is kept
     void Count(const InputUnusable& event);
     void Count(const LaunchCounters& counters);
     void Count(const FileCounters& counters);
     void Count(const LaunchCaptured& event);
+    void Count(const BatchTaken& event);
     void Count(const BatchReported& event);
     void Count(const BatchDelivered& event);
+    void Count(const BatchUnsent& event);
     void Count(const QueryReceived& event);
     void Count(const ModuleNoted& event);
     void Count(const CentreRecord& event);
 
-    template <class Event>
-    void Follow(const Event&) {}
-    void Follow(const QueryReceived& event);
-    void Follow(const ModuleNoted& event);
+    void Judge(const QueryReceived& event, const std::optional<ExpectedQuery>& expected);
+    void Judge(const ModuleRecord& note, const std::optional<ExpectedQuery>& expected);
 
     void Publish(const RunEvent& event);
     RunCounters TotalCounters() const;
@@ -94,7 +105,10 @@ private:
     RunCounters m_total TEV_GUARDED_BY(m_mutex);     // of the passes before
     LaunchCounters m_launches TEV_GUARDED_BY(m_mutex);
     FileCounters m_files TEV_GUARDED_BY(m_mutex);
-    uint64_t m_nInput TEV_GUARDED_BY(m_mutex) = 0;  // events reported, without sensors
+    // Events that the sources say they handed out, in all and before this pass; and those taken.
+    uint64_t m_nInput TEV_GUARDED_BY(m_mutex) = 0;
+    uint64_t m_nInputBefore TEV_GUARDED_BY(m_mutex) = 0;
+    uint64_t m_nTaken TEV_GUARDED_BY(m_mutex) = 0;
 };
 
 #endif

@@ -1,7 +1,7 @@
 // Writes every message that is reported to the module down, one a line, for replay.
 //
-// Threads: the control thread. Errors: a recording that cannot be written ends, which is said once.
-// Ownership: the console must outlive it.
+// Threads: as IRunListener; messages come on the control thread. Errors: a recording that cannot be
+// written ends, which is said once. Ownership: the console must outlive it.
 #ifndef HOST_REPORT_RECORDER_H
 #define HOST_REPORT_RECORDER_H
 

@@ -30,6 +30,7 @@ void EventDelivery::DeliverAll(IEventSource& source, const Turn& fnTurn) {
             break;
         }
         if (eResult == SOURCE_BATCH) {
+            m_journal.Record(BatchTaken{batch, source.Counters().nEvents});
             HandOver(batch, fnTurn);
         }
         fnTurn("delivering");
@@ -45,8 +46,13 @@ void EventDelivery::WaitForRouter() const {
 
 void EventDelivery::HandOver(EventBatch& batch, const Turn& fnTurn) {
     static const Guid SENSOR = GuidFromText(SENSOR_ENDPOINT);
+    const bool bRoom = TakeRoom(batch, fnTurn);
+    if (!bRoom && !m_bRefuseWhenFull) {
+        m_journal.Record(BatchUnsent{batch});
+        return;
+    }
     m_journal.Record(BatchReported{batch});
-    if (!TakeRoom(batch, fnTurn)) {
+    if (!bRoom) {
         m_queue.Limiter().Refuse(batch.nEvents);
         m_journal.Record(BatchDelivered{batch, QUEUE_BOUND_REACHED});
         return;
@@ -54,13 +60,15 @@ void EventDelivery::HandOver(EventBatch& batch, const Turn& fnTurn) {
     const size_t nBytes = batch.strBody.size();
     std::string strBody = std::move(batch.strBody);
     batch.strBody.clear();
-    const auto fnDone = [this, batch, nBytes](uint32_t nCode) {
+    // Not of this: the router may call it when the delivery has ended.
+    const auto fnDone = [&limiter = m_queue.Limiter(), &journal = m_journal, batch,
+                         nBytes](uint32_t nCode) {
         if (nCode == 0) {
-            m_queue.Limiter().Stored(batch.nCopies);
+            limiter.Stored(batch.nCopies);
         } else {
-            m_queue.Limiter().GiveBack(batch.nCopies, nBytes);
+            limiter.GiveBack(batch.nCopies, nBytes);
         }
-        m_journal.Record(BatchDelivered{batch, nCode});
+        journal.Record(BatchDelivered{batch, nCode});
     };
     const uint32_t nResult =
         m_router.Deliver(SENSOR, MSG_TYPE_HIPS_EVENT, std::move(strBody), fnDone);

@@ -2,7 +2,8 @@
 //
 // Threads: the control thread; what became of a delivery is recorded on the router's.
 // Errors: a message that is refused or not delivered is counted and recorded, with its code.
-// Ownership: router, queue and journal must outlive it, and it the router's last delivery.
+// Ownership: router, queue and journal must outlive it; queue and journal the router's last
+// delivery.
 #ifndef HOST_RUN_EVENTDELIVERY_H
 #define HOST_RUN_EVENTDELIVERY_H
 

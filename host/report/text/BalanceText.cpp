@@ -61,6 +61,7 @@ std::string EventsText(const Balance& balance) {
                .Add(nDelivered, "delivered")
                .Add(events.nRefused, "refused")
                .AddSome(balance.Batched(), "in a batch")
+               .AddSome(balance.nUnsent, "not sent")
                .Text() +
            Sum("delivered", nDelivered, "events")
                .Add(nDelivered - events.nNotStored, "stored")
@@ -184,7 +185,7 @@ JsonObject& AddNumbers(JsonObject& record, const Balance& balance) {
     const LedgerState& events = balance.events;
     const RunCounters& module = balance.module;
     if (balance.input) {
-        record.Add("input", *balance.input);
+        record.Add("input", *balance.input).Add("unsent", balance.nUnsent);
     } else {
         AddCaptured(record, balance);
     }

@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <new>
+
 #include "tests/support/TestDir.h"
 #include "tests/support/host/RunHappenings.h"
 
@@ -216,7 +218,11 @@ TEST_F(RunJournalTest, WithoutSensorsWhatWasReportedIsTheInput) {
     RunJournal journal(m_service, {}, false);
     const std::string strProgram = m_dir.WriteFile("a", "x", 0755);
     const EventBatch batch = OneLaunch(1, strProgram);
+    journal.Record(BatchTaken{batch, 1});
+    EXPECT_EQ(1u, journal.CurrentBalance(false).nUnsent);
+    EXPECT_EQ(0u, journal.CurrentBalance(false).Delivered());
     journal.Record(BatchReported{batch});
+    EXPECT_EQ(0u, journal.CurrentBalance(false).nUnsent);
     journal.Record(BatchDelivered{batch, 0});
     EXPECT_EQ(1u, journal.CurrentBalance(false).input);
     EXPECT_EQ(1u, journal.CurrentBalance(false).Reported());
@@ -227,4 +233,47 @@ TEST_F(RunJournalTest, WithoutSensorsWhatWasReportedIsTheInput) {
 
     EXPECT_EQ(0u, journal.CurrentBalance(true).Unexplained());
     EXPECT_EQ(std::nullopt, m_journal.CurrentBalance(true).input);
+}
+
+// The source's own count is another one than that of what was taken from it.
+TEST_F(RunJournalTest, WhatASourceHandedOutAndNobodyTookIsUnexplained) {
+    RunJournal journal(m_service, {}, false);
+    journal.BeginPass({1, 2, "batch", "walk"});
+    journal.Record(BatchTaken{OneEvent(1), 1});
+    journal.Record(BatchUnsent{OneEvent(1)});
+    journal.EndPass(false);
+    EXPECT_EQ(0u, journal.CurrentBalance(true).Unexplained());
+    journal.BeginPass({2, 2, "batch", "walk"});
+    journal.Record(BatchTaken{OneEvent(2), 3});
+
+    EXPECT_EQ(4u, journal.CurrentBalance(true).input);
+    EXPECT_EQ(2u, journal.CurrentBalance(true).nUnsent);
+    EXPECT_EQ(2u, journal.CurrentBalance(true).Unexplained());
+}
+
+namespace {
+
+class ThrowingListener : public IRunListener {
+public:
+    void OnEvent(const RunEvent&, int64_t) override { throw std::bad_alloc(); }
+};
+
+}  // namespace
+
+TEST_F(RunJournalTest, WhatAListenerHasNoMemoryForIsInTheBooksAllTheSame) {
+    RunJournal journal(m_service, {}, false);
+    ThrowingListener listener;
+    const std::string strProgram = m_dir.WriteFile("a", "x", 0755);
+    const EventBatch batch = OneLaunch(1, strProgram);
+    journal.Record(BatchTaken{batch, 1});
+    journal.Record(BatchReported{batch});
+    journal.AddListener(listener);
+
+    EXPECT_THROW(journal.Record(ModuleNoted{ModuleRecord{NOTE_ANALYSED, batch.strBody}}),
+                 std::bad_alloc);
+    EXPECT_THROW(journal.Record(QueryReceived{LaunchQuery(strProgram), QUERY_ANSWERED, Verdict()}),
+                 std::bad_alloc);
+
+    EXPECT_EQ(1u, journal.CurrentBalance(true).events.nQueried);
+    EXPECT_EQ(0u, journal.CurrentBalance(true).Unexplained());
 }

@@ -3,8 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "tests/support/StdoutCapture.h"
-#include "tests/support/TestDir.h"
 #include "tests/support/host/RunHappenings.h"
 #include "tests/unit/host/report/ReportedRun.h"
 
@@ -13,24 +11,12 @@ using testing::Not;
 
 namespace {
 
-class JsonLinesTest : public testing::Test {
+class JsonLinesTest : public ReportedRunTest {
 protected:
-    explicit JsonLinesTest(bool bWatch = false) : m_report(m_output, m_options, m_service, bWatch) {
+    explicit JsonLinesTest(bool bWatch = false) : ReportedRunTest(bWatch) {
         m_report.UseJson();
         m_report.BeginPass({1, 1, "line", "events.jsonl"});
     }
-
-    std::string LastLine() const {
-        const auto lines = m_standardOutput.Lines();
-        return lines.empty() ? "" : lines.back();
-    }
-
-    const TestDir m_dir;
-    const StdoutCapture m_standardOutput;
-    Console m_output;
-    HostOptions m_options;
-    VerdictService m_service;
-    ReportedRun m_report;
 };
 
 class WatchJsonLinesTest : public JsonLinesTest {

@@ -3,12 +3,16 @@
 #ifndef TESTS_UNIT_HOST_REPORT_REPORTEDRUN_H
 #define TESTS_UNIT_HOST_REPORT_REPORTEDRUN_H
 
+#include <gtest/gtest.h>
+
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "host/account/RunJournal.h"
 #include "host/report/RunListeners.h"
+#include "tests/support/StdoutCapture.h"
+#include "tests/support/TestDir.h"
 
 class ReportedRun : private IRunListener {
 public:
@@ -41,7 +45,10 @@ public:
     void OnRemark(uint64_t nNumber, const std::string& strText) {
         m_journal.Record(InputUnusable{m_pass.strName, nNumber, strText});
     }
-    void OnReported(const EventBatch& batch) { m_journal.Record(BatchReported{batch}); }
+    void OnReported(const EventBatch& batch) {
+        m_journal.Record(BatchTaken{batch, m_nTaken += batch.nEvents});
+        m_journal.Record(BatchReported{batch});
+    }
     void OnDelivered(const EventBatch& batch, uint32_t nResult) {
         m_journal.Record(BatchDelivered{batch, nResult});
     }
@@ -82,8 +89,27 @@ private:
     const WatchOptions m_watch;
     const bool m_bWatch;
     PassInfo m_pass;
+    uint64_t m_nTaken = 0;
     RunJournal m_journal;
     RunListeners m_listeners;
+};
+
+// A run whose standard output is read.
+class ReportedRunTest : public testing::Test {
+protected:
+    explicit ReportedRunTest(bool bWatch) : m_report(m_output, m_options, m_service, bWatch) {}
+
+    std::string LastLine() const {
+        const auto lines = m_standardOutput.Lines();
+        return lines.empty() ? "" : lines.back();
+    }
+
+    const TestDir m_dir;
+    const StdoutCapture m_standardOutput;
+    Console m_output;
+    HostOptions m_options;
+    VerdictService m_service;
+    ReportedRun m_report;
 };
 
 #endif

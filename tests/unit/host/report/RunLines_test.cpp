@@ -3,8 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "tests/support/StdoutCapture.h"
-#include "tests/support/TestDir.h"
 #include "tests/support/host/RunHappenings.h"
 #include "tests/unit/host/report/ReportedRun.h"
 
@@ -12,21 +10,9 @@ using testing::HasSubstr;
 
 namespace {
 
-class RunLinesTest : public testing::Test {
+class RunLinesTest : public ReportedRunTest {
 protected:
-    RunLinesTest() { m_report.BeginPass({1, 1, "line", "events.jsonl"}); }
-
-    std::string LastLine() const {
-        const auto lines = m_standardOutput.Lines();
-        return lines.empty() ? "" : lines.back();
-    }
-
-    TestDir m_dir;
-    const StdoutCapture m_standardOutput;
-    Console m_output;
-    HostOptions m_options;
-    VerdictService m_service;
-    ReportedRun m_report{m_output, m_options, m_service, false};
+    RunLinesTest() : ReportedRunTest(false) { m_report.BeginPass({1, 1, "line", "events.jsonl"}); }
 };
 
 }  // namespace

@@ -3,8 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "tests/support/StdoutCapture.h"
-#include "tests/support/TestDir.h"
 #include "tests/support/host/RunHappenings.h"
 #include "tests/unit/host/report/ReportedRun.h"
 
@@ -13,19 +11,9 @@ using testing::Not;
 
 namespace {
 
-class WatchLinesTest : public testing::Test {
+class WatchLinesTest : public ReportedRunTest {
 protected:
-    std::string LastLine() const {
-        const auto lines = m_standardOutput.Lines();
-        return lines.empty() ? "" : lines.back();
-    }
-
-    TestDir m_dir;
-    const StdoutCapture m_standardOutput;
-    Console m_output;
-    HostOptions m_options;
-    VerdictService m_service;
-    ReportedRun m_report{m_output, m_options, m_service, true};
+    WatchLinesTest() : ReportedRunTest(true) {}
 };
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <set>
 
 #include "tests/unit/host/run/RunParts.h"
@@ -29,7 +30,7 @@ public:
         ++m_nStops;
         m_nLeft = 0;
     }
-    SourceCounters Counters() const override { return {}; }
+    SourceCounters Counters() const override { return {m_nNumber, 3 * m_nNumber, 0}; }
     std::string Name() const override { return "few"; }
 
     int m_nLeft;
@@ -109,14 +110,24 @@ TEST_F(EventDeliveryFullTest, ASourceThatCanWaitWaitsForRoom) {
     EXPECT_EQ(0u, m_queue.Limiter().Load().nRefusedMessages);
 }
 
-TEST_F(EventDeliveryFullTest, WaitingForRoomEndsWithTheRun) {
+TEST_F(EventDeliveryFullTest, WhatWaitsForRoomIsNotSentAndNobodyRefusedItWhenTheRunEnds) {
     FewBatches source(3);
-    fnTurn = [this] {
-        if (m_doings.count("waiting for room in the queue") > 0) {
+    uint64_t nUnsent = 0;
+    fnTurn = [&] {
+        nUnsent = std::max(nUnsent, m_journal.CurrentBalance(false).nUnsent);
+        if (m_doings.count("waiting for room in the queue") != 0) {
             m_control.EndAfter(0);
         }
     };
     Deliver(source);
+
+    EXPECT_EQ(3u, nUnsent);
     EXPECT_EQ(2, m_receiver.m_nCalls);
-    EXPECT_EQ(1u, m_queue.Limiter().Load().nRefusedMessages);
+    const Balance balance = m_journal.CurrentBalance(true);
+    EXPECT_EQ(9u, balance.input);
+    EXPECT_EQ(6u, balance.Delivered());
+    EXPECT_EQ(3u, balance.nUnsent);
+    EXPECT_EQ(0u, balance.events.nRefused);
+    EXPECT_EQ(0u, m_queue.Limiter().Load().nRefusedMessages);
+    EXPECT_EQ(1u, m_journal.PassCounters().nNotDelivered);
 }

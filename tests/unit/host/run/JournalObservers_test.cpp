@@ -16,6 +16,21 @@ public:
     std::vector<size_t> heard;
 };
 
+// The numbers of what was lost and of records for the centre.
+class NumberListener : public IRunListener {
+public:
+    void OnEvent(const RunEvent& event, int64_t /*tmWhen*/) override {
+        if (const auto* pLost = std::get_if<LaunchesLost>(&event)) {
+            heard.insert(heard.end(), {pLost->nLaunches, pLost->nTotal});
+        } else if (const auto* pOverflow = std::get_if<FileQueueOverflowed>(&event)) {
+            heard.insert(heard.end(), {pOverflow->nTimes, pOverflow->nTotal});
+        } else if (const auto* pRecord = std::get_if<CentreRecord>(&event)) {
+            heard.insert(heard.end(), {static_cast<uint64_t>(pRecord->nMsgType), pRecord->nBytes});
+        }
+    }
+    std::vector<uint64_t> heard;
+};
+
 class JournalObserversTest : public testing::Test {
 protected:
     JournalObserversTest() { m_journal.AddListener(m_listener); }
@@ -42,6 +57,26 @@ TEST_F(JournalObserversTest, EverythingThatASensorReportsIsAnEventOfItsOwn) {
 
     EXPECT_EQ(8u, m_listener.heard.size());
     EXPECT_EQ(8u, std::set<size_t>(m_listener.heard.begin(), m_listener.heard.end()).size());
+}
+
+TEST_F(JournalObserversTest, NumbersKeepTheirPlaces) {
+    NumberListener numbers;
+    m_journal.AddListener(numbers);
+    SensorObserver observer(m_journal);
+    observer.OnLost(1, 2);
+    observer.OnOverflow(3, 4);
+    LaunchCounters launches;
+    launches.nCaptured = 5;
+    observer.OnCounters(launches);
+    FileCounters files;
+    files.nCaptured = 6;
+    observer.OnFileCounters(files);
+    ModuleObserver module(m_journal);
+    EXPECT_EQ("", module.OnMessage(Guid(), 20300, "record"));
+
+    EXPECT_EQ((std::vector<uint64_t>{1, 2, 3, 4, 20300, 6}), numbers.heard);
+    EXPECT_EQ(5u, m_journal.CurrentBalance(false).launches.nCaptured);
+    EXPECT_EQ(6u, m_journal.CurrentBalance(false).files.nCaptured);
 }
 
 TEST_F(JournalObserversTest, WhatTheModuleSaysAndSendsIsCounted) {

@@ -102,5 +102,5 @@ TEST(BalanceTextTest, WithoutSensorsItBeginsWithWhatWasTold) {
     JsonObject record;
     EXPECT_EQ(0u, balance_text::AddNumbers(record, balance)
                       .Text()
-                      .find(R"({"input":1,"reported":1,"batched":0,"sent":1,)"));
+                      .find(R"({"input":1,"unsent":0,"reported":1,"batched":0,"sent":1,)"));
 }
