@@ -3,10 +3,14 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <atomic>
 #include <cstdio>
 #include <filesystem>
+#include <new>
 #include <vector>
 
+#include "tests/support/Event.h"
+#include "tests/support/FileSizeLimit.h"
 #include "tests/support/FileText.h"
 #include "tests/support/TestDir.h"
 
@@ -75,4 +79,100 @@ TEST(MetricsFileTest, AnErrorIsToldOnce) {
     ASSERT_EQ(1u, errors.size());
     EXPECT_EQ("cannot write " + dir.Path() + "/no/metrics.prom: No such file or directory",
               errors[0]);
+}
+
+// The directory comes and goes as the texts are made.
+TEST(MetricsFileTest, AnErrorIsToldAgainOnceWritingHadWorkedInBetween) {
+    const TestDir dir;
+    const std::string strDir = dir.Path() + "/metrics";
+    std::atomic<int> nTexts{0};
+    std::vector<std::string> errors;
+    MetricsFile file(
+        strDir + "/a.prom", std::chrono::milliseconds(1),
+        [&] {
+            ++nTexts;
+            if (nTexts == 3) {
+                std::filesystem::create_directory(strDir);
+            } else if (nTexts == 4) {
+                std::filesystem::remove_all(strDir);
+            }
+            return std::string("x");
+        },
+        [&errors](const std::string& strError) { errors.push_back(strError); });
+
+    file.Begin();
+    EXPECT_TRUE(Eventually([&nTexts] { return nTexts >= 6; }));
+    file.End();
+
+    const std::string strError = "cannot write " + strDir + "/a.prom: No such file or directory";
+    EXPECT_EQ((std::vector<std::string>{strError, strError}), errors);
+}
+
+TEST(MetricsFileTest, ATextThatFindsNoMemoryLeavesTheFileAsItIsUntilTheNextTime) {
+    const TestDir dir;
+    const std::string strFile = dir.WriteFile("metrics.prom", "of an earlier run");
+    std::vector<std::string> errors;
+    int nTexts = 0;
+    std::string strBetween;
+    MetricsFile file(
+        strFile, std::chrono::hours(1),
+        [&]() -> std::string {
+            if (++nTexts == 1) {
+                throw std::bad_alloc();
+            }
+            strBetween = FileText(strFile);
+            return "whole";
+        },
+        [&errors](const std::string& strError) { errors.push_back(strError); });
+
+    file.Begin();
+    file.End();
+
+    EXPECT_EQ("of an earlier run", strBetween);
+    EXPECT_EQ("whole", FileText(strFile));
+    EXPECT_EQ(std::vector<std::string>(), errors);
+}
+
+TEST(MetricsFileTest, WhatWasNeverBegunWritesNothingAndWhatHasEndedNothingMore) {
+    const TestDir dir;
+    int nTexts = 0;
+    {
+        MetricsFile file(
+            dir.Path() + "/metrics.prom", std::chrono::hours(1),
+            [&nTexts] { return std::to_string(++nTexts); }, [](const std::string&) {});
+        file.End();
+        EXPECT_EQ(0, nTexts);
+
+        file.Begin();
+        file.Begin();
+        file.End();
+        file.End();
+    }
+
+    EXPECT_EQ(2, nTexts);  // at the beginning and at the end
+}
+
+TEST(MetricsFileTest, ALinkAtItsPlaceIsReplacedAndNotFollowed) {
+    const TestDir dir;
+    const std::string strOther = dir.WriteFile("other", "not ours", 0600);
+    const std::string strFile = dir.Path() + "/metrics.prom";
+    std::filesystem::create_symlink(strOther, strFile);
+
+    EXPECT_EQ(0, MetricsFile::Write(strFile, "ours"));
+
+    EXPECT_FALSE(std::filesystem::is_symlink(strFile));
+    EXPECT_EQ("ours", FileText(strFile));
+    EXPECT_EQ("not ours", FileText(strOther));
+}
+
+TEST(MetricsFileTest, WhatFindsNoRoomLeavesTheOldFileWholeAndNothingBesideIt) {
+    const TestDir dir;
+    const std::string strFile = dir.WriteFile("metrics.prom", "old");
+    {
+        const FileSizeLimit full(4096);
+        EXPECT_EQ(EFBIG, MetricsFile::Write(strFile, std::string(10000, 'x')));
+    }
+
+    EXPECT_EQ("old", FileText(strFile));
+    EXPECT_EQ(1u, FilesIn(dir.Path()));
 }
