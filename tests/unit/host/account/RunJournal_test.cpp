@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <new>
 
@@ -276,4 +277,64 @@ TEST_F(RunJournalTest, WhatAListenerHasNoMemoryForIsInTheBooksAllTheSame) {
 
     EXPECT_EQ(1u, journal.CurrentBalance(true).events.nQueried);
     EXPECT_EQ(0u, journal.CurrentBalance(true).Unexplained());
+}
+
+TEST_F(RunJournalTest, WithAQueueThatCannotBeReadNothingIsCalledUnstored) {
+    m_journal.Begin("module", 2);
+    m_journal.Record(BatchReported{OneLaunch(1, "/bin/a")});
+    m_journal.End(RunEnd());
+
+    const LedgerState events = m_journal.CurrentBalance(true).events;
+    EXPECT_EQ(1u, events.nWaiting);
+    EXPECT_EQ(0u, events.nNotStored);
+    EXPECT_EQ(2u, events.nEarlierWaiting);
+}
+
+TEST_F(RunJournalTest, EachSkipEndsItsExpectedQueryInItsOwnWay) {
+    const std::string strProgram = m_dir.WriteFile("a", "x", 0755);
+    m_journal.Record(ModuleNoted{ModuleRecord{
+        NOTE_ANALYSED, event_message::ProcessCreations(std::vector<std::string>(7, strProgram))}});
+    for (const ModuleNote eNote : {NOTE_CACHED, NOTE_UNREADABLE, NOTE_UNREADABLE, NOTE_STAT_FAILED,
+                                   NOTE_STAT_FAILED, NOTE_STAT_FAILED}) {
+        m_journal.Record(ModuleNoted{ModuleRecord{eNote, strProgram, EXPECTED_LAUNCH}});
+    }
+    m_journal.Record(ModuleNoted{ModuleRecord{NOTE_NOT_SENT, ""}});  // which one, nobody knows
+
+    const LedgerState events = m_journal.CurrentBalance(false).events;
+    EXPECT_EQ(1u, events.nCached);
+    EXPECT_EQ(2u, events.nUnreadable);
+    EXPECT_EQ(3u, events.nStatFailed);
+    EXPECT_EQ(1u, events.nMissing);
+    EXPECT_EQ(0u, events.nUnmatched);
+}
+
+// A name may lead anywhere by the time that its query comes.
+TEST_F(RunJournalTest, OnlyARegularFilesSizeIsHashed) {
+    CloudQuery query = LaunchQuery(m_dir.WriteFile("program", "123", 0755));
+    query.strFunc = "cloudfs";
+    m_journal.Record(QueryReceived{query, QUERY_ANSWERED, Verdict()});
+    query.strFunc = "cloudfd";  // of a changed file no program is hashed
+    m_journal.Record(QueryReceived{query, QUERY_ANSWERED, Verdict()});
+    const std::string strPipe = m_dir.Path() + "/pipe";
+    ASSERT_EQ(0, mkfifo(strPipe.c_str(), 0600));
+    for (const std::string& strPath :
+         {m_dir.Path(), strPipe, m_dir.Path() + "/gone", std::string("/dev/zero")}) {
+        m_journal.Record(QueryReceived{LaunchQuery(strPath), QUERY_ANSWERED, Verdict()});
+    }
+
+    EXPECT_EQ(3u, m_journal.PassCounters().nHashedBytes);
+}
+
+TEST_F(RunJournalTest, TheModulesWorkBeginsWithItsFirstRecordAndNotWithAQuery) {
+    m_journal.Record(QueryReceived{LaunchQuery("/bin/a"), QUERY_ANSWERED, Verdict()});
+    EXPECT_FALSE(m_journal.PassCounters().firstWork);
+    EXPECT_TRUE(m_journal.PassCounters().lastWork);
+
+    m_journal.Record(ModuleNoted{ModuleRecord{NOTE_NOT_SENT, ""}});
+    const auto first = m_journal.PassCounters().firstWork;
+    m_journal.Record(ModuleNoted{ModuleRecord{NOTE_NOT_SENT, ""}});
+
+    EXPECT_TRUE(first);
+    EXPECT_EQ(first, m_journal.PassCounters().firstWork);
+    EXPECT_LE(*first, *m_journal.PassCounters().lastWork);
 }
