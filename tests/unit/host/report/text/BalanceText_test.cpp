@@ -3,8 +3,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "host/account/Balance.h"
+#include "tests/support/host/DistinctBalance.h"
+#include "tests/support/host/OnTerminal.h"
 
+using testing::EndsWith;
 using testing::HasSubstr;
 
 namespace {
@@ -41,6 +43,42 @@ Balance Numbers() {
 }
 
 }  // namespace
+
+TEST(BalanceTextTest, EveryNumberHasItsPlace) {
+    EXPECT_EQ(
+        "Balance\n"
+        "  captured            101 launches        = 106 reported + 105 unresolved + 102 lost + "
+        "104 "
+        "the host's own + 103 broken records\n"
+        "                      201 file operations = 205 reported + 203 in no watched place + 204 "
+        "unresolved + 202 the host's own\n"
+        "  reported            418 events          = 2,699 delivered + 302 refused + 314 in a "
+        "batch\n"
+        "  delivered         2,699 events          = 2,394 stored + 305 not stored\n"
+        "  stored            2,394 events          = 306 analysed + 303 waiting in the queue\n"
+        "  analysed            614 events          = 306 of this run + 308 of earlier runs or once "
+        "more\n"
+        "                      614                 = 309 ignored + 305 with 310 expected queries\n"
+        "  expected            310 queries         = 311 queried + 312 cached + 315 vanished + 313 "
+        "unreadable + 314 stat failed + 316 pipes of a known program + 317 missing\n"
+        "  queries           2,010                 = 401 answered (packaged 411, good 412, unknown "
+        "413, bad 414) + 402 answered before + 403 that want no answer + 404 lost + 400 "
+        "outstanding\n"
+        "  of these            208 times the kernel's queue of file operations was full; what it "
+        "lost is not known\n"
+        "                      107 scripts reported in addition to their interpreters\n"
+        "                      109 scripts not reported\n"
+        "                      110 launches with arguments cut\n"
+        "                      111 launches with arguments unreadable\n"
+        "                      209 records about files that are no event\n"
+        "                      207 file operations without the program that did them\n"
+        "                      112 copies and ends of processes lost, so that a starter may be "
+        "wrong\n"
+        "                      307 messages of earlier runs waiting in the queue\n"
+        "                      405 queries that the module could not send\n"
+        "  unexplained       7,602",
+        balance_text::Text(Console(), DistinctBalance()));
+}
 
 TEST(BalanceTextTest, EverySumStandsWithWhatItIsMadeOf) {
     EXPECT_EQ(
@@ -103,4 +141,77 @@ TEST(BalanceTextTest, WithoutSensorsItBeginsWithWhatWasTold) {
     EXPECT_EQ(0u, balance_text::AddNumbers(record, balance)
                       .Text()
                       .find(R"({"input":1,"unsent":0,"reported":1,"batched":0,"sent":1,)"));
+}
+
+TEST(BalanceTextTest, ARunOfNothingHasItsSumsAndNoRemarks) {
+    EXPECT_EQ(
+        "Balance\n"
+        "  captured              0 launches        = 0 reported + 0 unresolved + 0 lost\n"
+        "                        0 file operations = 0 reported + 0 in no watched place + 0 "
+        "unresolved\n"
+        "  reported              0 events          = 0 delivered + 0 refused\n"
+        "  delivered             0 events          = 0 stored + 0 not stored\n"
+        "  stored                0 events          = 0 analysed + 0 waiting in the queue\n"
+        "  analysed              0 events          = 0 ignored + 0 with 0 expected queries\n"
+        "  expected              0 queries         = 0 queried + 0 cached + 0 vanished\n"
+        "  queries               0                 = 0 answered + 0 outstanding\n"
+        "  unexplained           0",
+        balance_text::Text(Console(), Balance()));
+}
+
+TEST(BalanceTextTest, WhatIsOnItsWayStandsAtItsStation) {
+    Balance balance;
+    balance.launches.nCaptured = 5;
+    balance.launches.nPrograms = 3;
+    balance.launches.nBatched = 2;
+    balance.files.nCaptured = 9;
+    balance.files.nReported = balance.files.nBatched = 2;
+    EXPECT_THAT(
+        balance_text::Text(Console(), balance),
+        HasSubstr(
+            "  captured              5 launches        = 3 reported + 0 unresolved + 0 lost "
+            "+ 2 not read yet\n"
+            "                        9 file operations = 2 reported + 0 in no watched place + "
+            "0 unresolved + 7 not read yet\n"
+            "  reported              5 events          = 0 delivered + 0 refused + 4 in a "
+            "batch\n"));
+
+    balance.input = 7;
+    balance.nUnsent = 6;
+    EXPECT_THAT(balance_text::Text(Console(), balance),
+                HasSubstr("Balance\n"
+                          "  reported              7 events          = 0 delivered + 0 refused + 4 "
+                          "in a batch + 6 not sent\n"));
+}
+
+TEST(BalanceTextTest, OnATerminalWhatIsUnexplainedIsRedAndNothingIsGreen) {
+    const Pty pty;
+    const OnTerminal onTerminal(pty);
+    const Console output;
+    Balance balance;
+    EXPECT_EQ(0u, balance_text::Text(output, balance).find("\033[1mBalance\033[0m\n"));
+    EXPECT_THAT(balance_text::Text(output, balance),
+                EndsWith("\n\033[32m  unexplained           0\033[0m"));
+
+    balance.events.nSent = 1;
+    EXPECT_THAT(balance_text::Text(output, balance),
+                EndsWith("\n\033[31m  unexplained           2\033[0m"));
+}
+
+TEST(BalanceTextTest, EveryNumberIsAMemberOfTheJson) {
+    JsonObject record;
+    EXPECT_EQ(
+        R"({"launches":{"captured":101,"reported":106,"unresolved":105,"lost":102,"own":104,)"
+        R"("broken":103,"unread":0,"scripts":107,"scripts_unreported":109,"args_cut":110,)"
+        R"("args_unreadable":111,"processes_lost":112},)"
+        R"("files":{"captured":201,"reported":205,"unwatched":203,"unresolved":204,"own":202,)"
+        R"("unread":0,"no_program":207,"broken":209,"events":210,"capture_us":2110000,)"
+        R"("overflows":208},"reported":418,"batched":314,"sent":3001,"refused":302,)"
+        R"("not_stored":305,"waiting":303,"analysed":306,"analysed_earlier":308,)"
+        R"("earlier_messages_waiting":307,"ignored":309,"expected":310,"queried":311,)"
+        R"("cached":312,"vanished":315,"unreadable":313,"stat_failed":314,"known_maker":316,)"
+        R"("missing":317,"unmatched":318,"not_sent":405,"queries":2010,"answers":401,)"
+        R"("answers_by_level":{"10":411,"20":412,"40":413,"70":414},"known":402,"no_key":403,)"
+        R"("queries_lost":404,"outstanding":400,"unexplained":7602})",
+        balance_text::AddNumbers(record, DistinctBalance()).Text());
 }

@@ -7,6 +7,7 @@
 #include <optional>
 
 #include "host/account/RunFacts.h"
+#include "tests/support/host/OnTerminal.h"
 
 using testing::HasSubstr;
 
@@ -144,4 +145,166 @@ TEST_F(RunTextTest, TheSameCountersAreJsonMembers) {
         R"("queries_by_level":{},"skipped":{"cached":0,"unreadable":0,"stat_failed":0,"not_sent":0,)"
         R"("missing":0},"hashed_bytes":0,"centre":0,"seconds":1.500,"work_seconds":0.000})",
         run_text::AddCounters(record, counters, 1.5).Text());
+}
+
+TEST_F(RunTextTest, ABlockNamesWhatWentWrongAndWhatCameFromBefore) {
+    RunCounters counters;
+    counters.nEvents = counters.nMessages = counters.nCopies = 1;
+    counters.nAnalysed = 4;
+    counters.nNotDelivered = 3;
+    counters.nQueries = 7;
+    counters.nNoKey = 6;
+    counters.nLost = 1;
+    counters.nStatFailed = 8;
+    counters.nNotSent = 9;
+    counters.nCentre = 2;
+    counters.queriesByLevel = {{20, 5}, {55, 1}};
+
+    EXPECT_EQ(
+        "  events      1 event in 1 message; 3 not delivered, 3 more that waited in the queue\n"
+        "  queries     7: 6 that want no answer, 1 lost\n"
+        "  verdicts    packaged 0, good 5, unknown 0, level 55 1, bad 0\n"
+        "  skipped     8 whose status cannot be had, 9 whose query could not be sent\n"
+        "  hashed      0 B\n"
+        "  centre      2 records\n"
+        "  time        1.2 s, of which the module worked 0.0 s (it looks at its queue every 5 s)",
+        run_text::Text(Out(), counters, 1.25));
+}
+
+TEST_F(RunTextTest, WhatIsNotAnalysedYetIsNothingThatWaitedBefore) {
+    RunCounters counters;
+    counters.nMessages = counters.nCopies = counters.nEvents = 2;
+    counters.nAnalysed = 1;
+
+    EXPECT_EQ(0u,
+              run_text::Text(Out(), counters, 0).find("  events      2 events in 2 messages\n"));
+}
+
+TEST_F(RunTextTest, PackagesOfTheSameNumberStandByNameAndFiveNeedNoRest) {
+    RunCounters counters;
+    counters.queriesByPackage = {{"e", 2}, {"d", 2}, {"c", 1000}, {"b", 2}, {"a\033[2J", 2}};
+
+    EXPECT_THAT(run_text::Text(Out(), counters, 0),
+                HasSubstr("  packages    c 1,000, a\\x1B[2J 2, b 2, d 2, e 2\n"));
+}
+
+TEST_F(RunTextTest, WorkTooShortToMeasureHasNoRate) {
+    RunCounters counters;
+    counters.nHashedBytes = 2048;
+    counters.dWorkBefore = 0.001;
+
+    EXPECT_THAT(run_text::Text(Out(), counters, 0), HasSubstr("  hashed      2.0 KiB\n"));
+}
+
+TEST_F(RunTextTest, APassIsNamedAmongItsPassesAndItsSourceCannotForgeALine) {
+    EXPECT_EQ("Pass 2 of 3  from a\\x0Ab", run_text::Heading(Out(), {2, 3, "line", "a\nb"}));
+    EXPECT_EQ("Pass 1 of 2  from a", run_text::Heading(Out(), {1, 2, "line", "a"}));
+    EXPECT_EQ("Events  from a", run_text::Heading(Out(), {1, 1, "line", "a"}));
+}
+
+TEST_F(RunTextTest, ManyMessagesAreKeptForTheNextRun) {
+    RunEnd end;
+    end.queueDepth = 1200;
+    EXPECT_EQ("  queue       1,200 messages kept for the next run", run_text::QueueLine(end));
+}
+
+TEST_F(RunTextTest, AVerdictLineHasTheOwnerOrTheSourceWhereOneIsMissing) {
+    CloudQuery query;
+    query.strPath = "/bin/a";
+    const struct {
+        Verdict verdict;
+        const char* pszLine;
+    } CASES[] = {{{20, "good list g", ""}, "  good       20  /bin/a  good list g"},
+                 {{10, "none", "p"}, "  packaged   10  /bin/a  p"},
+                 {{-5, "", ""}, "  level -5   -5  /bin/a"}};
+    for (const auto& each : CASES) {
+        EXPECT_EQ(each.pszLine, run_text::VerdictLine(Out(), query, each.verdict).substr(8));
+    }
+}
+
+TEST_F(RunTextTest, AQueryWithoutAVerdictHasItsFateAndItsPathIsMadeSafe) {
+    CloudQuery query;
+    query.strPath = "/bin/a\r\xFF";
+    EXPECT_EQ("  lost           /bin/a\\x0D\\xFF  query",
+              run_text::QueryLine(Out(), query, "lost").substr(8));
+
+    query.strEvent = "FileCreate";
+    EXPECT_EQ("  not delivered  /bin/a\\x0D\\xFF  FileCreate",
+              run_text::QueryLine(Out(), query, "not delivered").substr(8));
+    EXPECT_EQ("  cached         /bin/a\\x0D\\xFF",
+              run_text::SkipLine(Out(), query.strPath).substr(8));
+}
+
+TEST_F(RunTextTest, APassTableHasEachPassesOwnNumbers) {
+    PassResult pass;
+    pass.dSeconds = 1.25;
+    pass.counters.nEvents = 1;
+    pass.counters.nQueries = 2;
+    pass.counters.nCached = 3;
+    pass.counters.nHashedBytes = 4096;
+    pass.counters.dWorkBefore = 2;
+
+    EXPECT_EQ(
+        "                    pass 1\n"
+        "  events                 1\n"
+        "  queries                2\n"
+        "  from cache             3\n"
+        "  hashed           4.0 KiB\n"
+        "  per second       2.0 KiB\n"
+        "  time               1.2 s",
+        run_text::PassTable(Out(), {pass}));
+}
+
+TEST_F(RunTextTest, EveryCounterIsAJsonMemberOfItsOwn) {
+    RunCounters counters;
+    counters.nMessages = 1;
+    counters.nCopies = counters.nAnalysed = 2;
+    counters.nEvents = 300;
+    counters.nNotDelivered = 4;
+    counters.nUnusable = 5;
+    counters.nQueries = 7;
+    counters.nAnswers = 8;
+    counters.nKnown = 9;
+    counters.nNoKey = 10;
+    counters.nLost = 11;
+    counters.nNotSent = 12;
+    counters.nCached = 13;
+    counters.nStatFailed = 14;
+    counters.nUnreadable = 15;
+    counters.nHashedBytes = 16;
+    counters.nCentre = 17;
+    counters.queriesByLevel = {{40, 18}};
+    counters.answersByLevel = {{-1, 19}, {70, 20}};
+    counters.dWorkBefore = 21;
+    JsonObject record;
+    record.Add("event", "pass");
+
+    EXPECT_EQ(
+        R"({"event":"pass","messages":1,"events":300,"unusable":5,"not_delivered":4,"analysed":2,)"
+        R"("queries":7,"answers":8,"known":9,"no_key":10,"lost":11,)"
+        R"("answers_by_level":{"-1":19,"70":20},"queries_by_level":{"40":18},)"
+        R"("skipped":{"cached":13,"unreadable":15,"stat_failed":14,"not_sent":12,"missing":239},)"
+        R"("hashed_bytes":16,"centre":17,"seconds":0.001,"work_seconds":21.000})",
+        run_text::AddCounters(record, counters, 0.0009).Text());
+}
+
+TEST(RunTextColourTest, OnATerminalAVerdictHasTheColourOfItsLevelAndANoneIsDim) {
+    const Pty pty;
+    const OnTerminal onTerminal(pty);
+    const Console output;
+    CloudQuery query;
+    query.strPath = "/bin/a";
+    RunCounters counters;
+    counters.queriesByLevel = {{40, 1}, {70, 2}};
+
+    EXPECT_EQ("  \033[31mbad        70\033[0m  /bin/a  \033[2mx (list)\033[0m",
+              run_text::VerdictLine(output, query, {70, "list", "x"}).substr(8));
+    EXPECT_EQ("  \033[2mno key       \033[0m  /bin/a  query",
+              run_text::QueryLine(output, query, "no key").substr(8));
+    EXPECT_EQ("  \033[2mcached       \033[0m  /bin/a",
+              run_text::SkipLine(output, query.strPath).substr(8));
+    EXPECT_THAT(run_text::Text(output, counters, 0),
+                HasSubstr("  verdicts    \033[2mpackaged 0\033[0m, \033[2mgood 0\033[0m, "
+                          "\033[33munknown 1\033[0m, \033[31mbad 2\033[0m\n"));
+    EXPECT_EQ("\033[1mEvents\033[0m  from a", run_text::Heading(output, {1, 1, "line", "a"}));
 }
