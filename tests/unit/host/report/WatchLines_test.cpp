@@ -7,7 +7,6 @@
 #include "tests/unit/host/report/ReportedRun.h"
 
 using testing::HasSubstr;
-using testing::Not;
 
 namespace {
 
@@ -101,4 +100,80 @@ TEST_F(WatchLinesTest, AQueueThatWasFullIsTold) {
     m_report.UseJson();
     m_report.OnOverflow(1, 3);
     EXPECT_THAT(LastLine(), HasSubstr(R"("times":1,"total":3})"));
+}
+
+TEST_F(WatchLinesTest, VerboseShowsSkippedProgramsAsWell) {
+    m_options.bVerbose = true;
+    const std::string strGood = m_dir.WriteFile("good", "x", 0755);
+    m_report.OnQuery(LaunchQuery(strGood), QUERY_ANSWERED, {10, "packages", "x"});
+    m_report.OnModuleNote({NOTE_CACHED, strGood, EXPECTED_LAUNCH});
+
+    EXPECT_EQ("  packaged   10  launch       " + strGood + "  x (packages)  cached",
+              LastLine().substr(8));
+}
+
+TEST_F(WatchLinesTest, ALostQueryHasTheLineThatEveryRunHasForIt) {
+    m_report.OnQuery(LaunchQuery("/bin/a"), QUERY_NOT_DELIVERED, {});
+
+    EXPECT_EQ("  not delivered  /bin/a  CreateProcess", LastLine().substr(8));
+    EXPECT_EQ(1u, m_standardOutput.Lines().size());
+}
+
+TEST_F(WatchLinesTest, WhatTheModuleNotesWithoutAVerdictHasNoLineEvenIfVerbose) {
+    m_options.bVerbose = true;
+    m_report.OnModuleNote({NOTE_ANALYSED, "{}"});
+    m_report.OnModuleNote({NOTE_STAT_FAILED, "/bin/b", EXPECTED_LAUNCH});
+    m_report.OnModuleNote({NOTE_NOT_SENT, ""});
+
+    EXPECT_EQ("", m_standardOutput.Text());
+}
+
+TEST_F(WatchLinesTest, ALaunchThatCouldBeResolvedByNoPathIsNamedByThePathThatItHad) {
+    LaunchEvent event;
+    event.strName = "./a";
+    event.strPath = "/tmp/a  by /usr/bin/dpkg";
+    m_report.OnUnresolved(event);
+
+    EXPECT_EQ(
+        "  unresolved     launch       /tmp/a \\x20by /usr/bin/dpkg  no path names its file, so it "
+        "is not judged",
+        LastLine().substr(8));
+}
+
+TEST_F(WatchLinesTest, OneLossIsOneLaunchAndOneTime) {
+    m_report.OnLost(1, 1);
+    EXPECT_EQ(
+        "  lost           launch       1 launch  the kernel's buffer was full; 1 since the start",
+        LastLine().substr(8));
+
+    m_report.OnOverflow(1, 1);
+    EXPECT_EQ(
+        "  lost           file operations, the kernel's queue was full; 1 time since the start",
+        LastLine().substr(8));
+}
+
+TEST_F(WatchLinesTest, ANoticeOfASensorGoesToStandardError) {
+    testing::internal::CaptureStderr();
+    m_report.OnNotice("a mount\ncame");
+
+    EXPECT_EQ("tevmon-host: a mount\\x0Acame\n", testing::internal::GetCapturedStderr());
+    EXPECT_EQ("", m_standardOutput.Text());
+}
+
+TEST_F(WatchLinesTest, TheLastLossesStandBetweenTheWatchAndItsBalance) {
+    m_report.BeginPass({1, 1, "batch", "the kernel"});
+    m_report.OnReported(OneLaunch(1, "/bin/a"));
+    m_report.OnReported(OneLaunch(2, "/bin/a"));
+    RunEnd end;
+    end.queueDepth = 0;
+    m_report.Summary(end);
+
+    const auto lines = m_standardOutput.Lines();
+    ASSERT_LT(3u, lines.size());
+    EXPECT_EQ("Events  from the kernel", lines[0]);
+    EXPECT_EQ(
+        "  lost           event        2 events  the module could not store them; 2 since the "
+        "start",
+        lines[1].substr(8));
+    EXPECT_EQ("Balance", lines[2]);
 }
