@@ -1,5 +1,6 @@
 // A descriptor of the process, standard output as a rule, is a terminal of the test's own while one
-// lives. Made before the Console that is to see it.
+// lives. Made before the Console that is to see it. What the test itself prints, its failures, goes
+// where it went.
 #ifndef TESTS_SUPPORT_HOST_ONTERMINAL_H
 #define TESTS_SUPPORT_HOST_ONTERMINAL_H
 
@@ -19,9 +20,15 @@ public:
           m_nOld(dup(nFd)) {
         fflush(stdout);
         (void)dup2(pty.Terminal(), m_nFd);
+        if (m_nFd == STDOUT_FILENO) {
+            stdout = fdopen(dup(m_nOld), "w");
+        }
     }
     ~OnTerminal() {
-        fflush(stdout);
+        if (stdout != m_pOldStream) {
+            fclose(stdout);
+            stdout = m_pOldStream;
+        }
         (void)dup2(m_nOld, m_nFd);
         close(m_nOld);
     }
@@ -34,6 +41,7 @@ private:
     const Variable m_noColour;
     const int m_nFd;
     const int m_nOld;
+    FILE* const m_pOldStream = stdout;
 };
 
 #endif

@@ -4,12 +4,15 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <cstdlib>
+#include <new>
 
 #include "tests/support/Event.h"
-#include "tests/support/Pty.h"
+#include "tests/support/StdoutCapture.h"
+#include "tests/support/host/DrawnScreen.h"
+#include "tests/support/host/OnTerminal.h"
 
 using testing::HasSubstr;
+using testing::Not;
 
 namespace {
 
@@ -17,32 +20,24 @@ VerdictRow Row(const std::string& strSubject, int nLevel) {
     return verdict_row::Judged("launch", strSubject, "/bin/sh", {nLevel, "none", ""}, true);
 }
 
-// File descriptor 1 is another one while this lives.
-class OnDescriptor {
-public:
-    explicit OnDescriptor(int nFd) : m_nOld(dup(STDOUT_FILENO)) {
-        setenv("TERM", "xterm", 1);
-        fflush(stdout);
-        (void)dup2(nFd, STDOUT_FILENO);
-    }
-    ~OnDescriptor() {
-        (void)dup2(m_nOld, STDOUT_FILENO);
-        close(m_nOld);
-    }
+LiveScreen::MakeNumbers NoNumbers() {
+    return [] { return ViewNumbers(); };
+}
 
-    OnDescriptor(const OnDescriptor&) = delete;
-    OnDescriptor& operator=(const OnDescriptor&) = delete;
-
-private:
-    const int m_nOld;
-};
+// What stands in the rows, one a line.
+std::string Subjects(const LiveScreen& view) {
+    std::string strSubjects;
+    for (const VerdictRow& row : view.Rows()) {
+        strSubjects += row.strSubject + "\n";
+    }
+    return strSubjects;
+}
 
 }  // namespace
 
 TEST(LiveScreenTest, TheSameAgainIsFoldedIntoItsLineWhichIsTheLastThen) {
     Console output;
-    LiveScreen view(
-        output, [] { return ViewNumbers(); }, [] {});
+    LiveScreen view(output, NoNumbers(), [] {});
     view.Add(Row("/bin/a", 10));
     view.Add(Row("/bin/b", 10));
     view.Add(Row("/bin/a", 10));
@@ -56,8 +51,7 @@ TEST(LiveScreenTest, TheSameAgainIsFoldedIntoItsLineWhichIsTheLastThen) {
 
 TEST(LiveScreenTest, ABlockedProgramHasALineEveryTime) {
     Console output;
-    LiveScreen view(
-        output, [] { return ViewNumbers(); }, [] {});
+    LiveScreen view(output, NoNumbers(), [] {});
     view.Add(Row("/bin/bad", 70));
     view.Add(Row("/bin/bad", 70));
 
@@ -66,8 +60,7 @@ TEST(LiveScreenTest, ABlockedProgramHasALineEveryTime) {
 
 TEST(LiveScreenTest, WhatIsHeldIsBounded) {
     Console output;
-    LiveScreen view(
-        output, [] { return ViewNumbers(); }, [] {});
+    LiveScreen view(output, NoNumbers(), [] {});
     for (size_t i = 0; i < 2 * LiveScreen::MOST_ROWS; ++i) {
         view.Add(Row(std::to_string(i), 40));
     }
@@ -78,31 +71,32 @@ TEST(LiveScreenTest, WhatIsHeldIsBounded) {
 }
 
 TEST(LiveScreenTest, WithoutATerminalNothingChanges) {
-    int fds[2] = {};
-    ASSERT_EQ(0, pipe(fds));
-    bool bBegun = true;
-    {
-        const OnDescriptor onPipe(fds[1]);
-        Console output;
-        LiveScreen view(
-            output, [] { return ViewNumbers(); }, [] {});
-        bBegun = view.Begin();
-        output.Line("a line");
-    }
-    char szLine[64] = "";
-    EXPECT_EQ(7, read(fds[0], szLine, sizeof(szLine)));
-    EXPECT_FALSE(bBegun);
-    EXPECT_STREQ("a line\n", szLine);
-    close(fds[0]);
-    close(fds[1]);
+    const Variable term("TERM", "xterm");
+    const StdoutCapture standardOutput;
+    Console output;
+    LiveScreen view(output, NoNumbers(), [] {});
+
+    EXPECT_FALSE(view.Begin());
+    output.Line("a line");
+
+    EXPECT_EQ("a line\n", standardOutput.Text());
+}
+
+TEST(LiveScreenTest, ATerminalThatCannotBeDrawnOnIsNone) {
+    const Pty pty;
+    const OnTerminal onTerminal(pty);
+    const Variable term("TERM", "dumb");
+    Console output;
+    LiveScreen view(output, NoNumbers(), [] {});
+
+    EXPECT_FALSE(view.Begin());
 }
 
 TEST(LiveScreenTest, LinesOfTheOutputAreLinesOfTheViewAndErrorsAreToldOnceMoreAfterIt) {
     const Pty pty;
-    const OnDescriptor onTerminal(pty.Terminal());
+    const OnTerminal onTerminal(pty);
     Console output;
-    LiveScreen view(
-        output, [] { return ViewNumbers(); }, [] {});
+    LiveScreen view(output, NoNumbers(), [] {});
     ASSERT_TRUE(view.Begin());
     view.State("watching");
     testing::internal::CaptureStderr();
@@ -123,10 +117,9 @@ TEST(LiveScreenTest, LinesOfTheOutputAreLinesOfTheViewAndErrorsAreToldOnceMoreAf
 
 TEST(LiveScreenTest, TheViewFollowsTheSizeOfTheTerminal) {
     const Pty pty;
-    const OnDescriptor onTerminal(pty.Terminal());
+    const OnTerminal onTerminal(pty);
     Console output;
-    LiveScreen view(
-        output, [] { return ViewNumbers(); }, [] {});
+    LiveScreen view(output, NoNumbers(), [] {});
     ASSERT_TRUE(view.Begin());
     pty.ReadUntil("unexplained");
     pty.Resize(120, 30);
@@ -136,7 +129,7 @@ TEST(LiveScreenTest, TheViewFollowsTheSizeOfTheTerminal) {
 
 TEST(LiveScreenTest, ATerminalThatHungUpIsToldOnce) {
     Pty pty;
-    const OnDescriptor onTerminal(pty.Terminal());
+    const OnTerminal onTerminal(pty);
     Console output;
     std::atomic<int> nVanished{0};
     Event gone;
@@ -152,4 +145,165 @@ TEST(LiveScreenTest, ATerminalThatHungUpIsToldOnce) {
     view.End();
 
     EXPECT_EQ(1, nVanished);
+}
+
+TEST(LiveScreenTest, OnlyTheSameActOfTheSameProgramWithTheSameVerdictIsFolded) {
+    Console output;
+    LiveScreen view(output, NoNumbers(), [] {});
+    VerdictRow row = Row("/bin/a", 20);
+    row.nTimes = 3;
+    view.Add(row);
+    view.Add(Row("/bin/b", 20));
+    view.Add(Row("/bin/a", 40));
+    row.strBy = "/bin/bash";
+    view.Add(row);
+    row.strWhat = "FileCreate";
+    view.Add(row);
+    EXPECT_EQ("/bin/a\n/bin/b\n/bin/a\n/bin/a\n/bin/a\n", Subjects(view));
+
+    view.Add(row);
+    EXPECT_EQ(5u, view.Rows().size());
+    EXPECT_EQ(6u, view.Rows().back().nTimes);
+}
+
+TEST(LiveScreenTest, WhatIsNoVerdictAndWhatIsBadIsNeverFolded) {
+    Console output;
+    LiveScreen view(output, NoNumbers(), [] {});
+    for (int i = 0; i < 2; ++i) {
+        view.Add(Row("/bin/doubtful", 59));
+        view.Add(Row("/bin/bad", 60));
+        view.Add(verdict_row::Notice("lost", "launch", "1 launch", "why"));
+        view.ScreenLine("a line", false);
+    }
+
+    EXPECT_EQ("/bin/bad\n1 launch\na line\n/bin/doubtful\n/bin/bad\n1 launch\na line\n",
+              Subjects(view));
+}
+
+TEST(LiveScreenTest, EachLineOfATextIsARowWithoutItsOwnTime) {
+    Console output;
+    LiveScreen view(output, NoNumbers(), [] {});
+    view.ScreenLine("09:30:00  queue\n  captured  1\n\nlast", false);
+    view.ScreenLine("09:30:00 one blank", false);
+    view.ScreenLine("09:30:00  ", false);
+    view.ScreenLine("", false);
+
+    EXPECT_EQ("queue\n  captured  1\n\nlast\n09:30:00 one blank\n09:30:00  \n\n", Subjects(view));
+    EXPECT_EQ(8u, view.Rows()[0].strTime.size());
+    EXPECT_EQ("", view.Rows()[0].strVerdict);
+}
+
+TEST(LiveScreenTest, OfManyErrorsTheLastAreToldOnceMoreAndOnlyOnce) {
+    const Pty pty;
+    const OnTerminal onTerminal(pty);
+    Console output;
+    LiveScreen view(output, NoNumbers(), [] {});
+    ASSERT_TRUE(view.Begin());
+    for (int i = 0; i < 32; ++i) {
+        view.ScreenLine("error " + std::to_string(i), true);
+        view.ScreenLine("no error", false);
+    }
+    testing::internal::CaptureStderr();
+    view.End();
+    view.End();
+
+    std::string strErrors;
+    for (int i = 2; i < 32; ++i) {
+        strErrors += "error " + std::to_string(i) + "\n";
+    }
+    EXPECT_EQ(strErrors, testing::internal::GetCapturedStderr());
+}
+
+TEST(LiveScreenTest, ASecondViewDoesNotTakeTheTerminalFromTheFirst) {
+    const Pty pty;
+    const OnTerminal onTerminal(pty);
+    Console output;
+    LiveScreen view(output, NoNumbers(), [] {});
+    ASSERT_TRUE(view.Begin());
+    {
+        LiveScreen second(output, NoNumbers(), [] {});
+        EXPECT_FALSE(second.Begin());
+    }
+    output.Line("a line");
+
+    EXPECT_EQ("a line\n", Subjects(view));
+    EXPECT_THAT(pty.ReadUntil("a line"), Not(HasSubstr("\033[?1049l")));
+}
+
+TEST(LiveScreenTest, AScreenThatFindsNoMemoryIsLeftOutAndTheNextIsDrawn) {
+    const Pty pty;
+    const OnTerminal onTerminal(pty, STDOUT_FILENO, "1");
+    Console output;
+    std::atomic<int> nScreens{0};
+    LiveScreen view(
+        output,
+        [&nScreens] {
+            if (++nScreens == 1) {
+                throw std::bad_alloc();
+            }
+            ViewNumbers numbers;
+            numbers.nPackaged = 4711;
+            return numbers;
+        },
+        [] {});
+    ASSERT_TRUE(view.Begin());
+
+    EXPECT_THAT(DrawnScreen(pty).AwaitText(3, "packaged"), HasSubstr(" packaged     4,711 "));
+}
+
+TEST(LiveScreenTest, RatesAreThoseOfTheLastSeconds) {
+    const Variable encoding("LC_ALL", "C");
+    const Pty pty;
+    pty.Resize(120, 24);
+    const OnTerminal onTerminal(pty, STDOUT_FILENO, "1");
+    Console output;
+    std::atomic<bool> bMore{true};
+    LiveScreen view(
+        output,
+        [&bMore, nLaunches = uint64_t{0}]() mutable {
+            ViewNumbers numbers;
+            numbers.nLaunches = nLaunches += bMore ? 1000000000 : 0;
+            return numbers;
+        },
+        [] {});
+    ASSERT_TRUE(view.Begin());
+    DrawnScreen screen(pty);
+
+    const std::string strMany = "~ files              0  0/s  ";
+    EXPECT_THAT(screen.AwaitText(2, strMany), HasSubstr(strMany));
+    bMore = false;
+    const std::string strNone = "  0/s     files              0  0/s  ";
+    EXPECT_THAT(screen.AwaitText(2, strNone), HasSubstr(strNone));
+}
+
+TEST(LiveScreenTest, TheFirstVariableThatIsSetSaysWhetherTheTerminalTakesUnicode) {
+    const struct {
+        const char* pszAll;
+        const char* pszType;
+        const char* pszLang;
+        const char* pszTimes;
+    } CASES[] = {{nullptr, nullptr, "de_DE.UTF-8",
+                  "\xC3\x97"
+                  "2"},
+                 {nullptr, "", "C.utf8",
+                  "\xC3\x97"
+                  "2"},
+                 {"", "C", "de_DE.UTF-8", "x2"},
+                 {"POSIX", "de_DE.UTF-8", nullptr, "x2"},
+                 {nullptr, nullptr, nullptr, "x2"}};
+    for (const auto& each : CASES) {
+        const Variable all("LC_ALL", each.pszAll);
+        const Variable type("LC_CTYPE", each.pszType);
+        const Variable lang("LANG", each.pszLang);
+        const Pty pty;
+        const OnTerminal onTerminal(pty, STDOUT_FILENO, "1");
+        Console output;
+        LiveScreen view(output, NoNumbers(), [] {});
+        view.Add(Row("/bin/a", 10));
+        view.Add(Row("/bin/a", 10));
+        ASSERT_TRUE(view.Begin());
+
+        EXPECT_THAT(DrawnScreen(pty).AwaitText(7, "/bin/a"),
+                    HasSubstr(std::string("  launch         ") + each.pszTimes + "  /bin/a "));
+    }
 }

@@ -3,9 +3,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <regex>
+
 #include "host/report/screen/DisplayWidth.h"
 
+using testing::EndsWith;
 using testing::HasSubstr;
+using testing::StartsWith;
 
 namespace {
 
@@ -44,6 +48,25 @@ ViewScreen Screen(size_t nColumns, size_t nRows) {
     screen.bColour = false;
     screen.bUnicode = false;
     return screen;
+}
+
+ViewScreen Coloured(size_t nColumns, size_t nRows) {
+    ViewScreen screen = Screen(nColumns, nRows);
+    screen.bColour = true;
+    return screen;
+}
+
+// A text of the host or the module.
+VerdictRow Text(const std::string& strText) {
+    VerdictRow row;
+    row.strTime = "09:29:59";
+    row.strSubject = strText;
+    return row;
+}
+
+// strLine without the sequences that colour it.
+std::string Plain(const std::string& strLine) {
+    return std::regex_replace(strLine, std::regex("\033\\[[0-9;]*m"), "");
 }
 
 }  // namespace
@@ -123,4 +146,186 @@ TEST(ScreenLayoutTest, TheNewestRowsAreShownWhenThereIsNoRoomForAll) {
 
     EXPECT_THAT(lines.back(), HasSubstr("/bin/29"));
     EXPECT_THAT(lines[6], HasSubstr("/bin/16"));
+}
+
+TEST(ScreenLayoutTest, ANumberThatFindsNoRoomLosesItsCommasAndThenItsThousands) {
+    const std::pair<uint64_t, std::string> NUMBERS[] = {{999999, "999,999"},
+                                                        {9999999, "9999999"},
+                                                        {12345678, " 12345k"},
+                                                        {1234567890, "  1234M"},
+                                                        {999999999999, "999999M"},
+                                                        {1000000000000, "  1000G"},
+                                                        {999999999999999999, "999999T"}};
+    for (const auto& number : NUMBERS) {
+        ViewNumbers numbers;
+        numbers.nLaunches = number.first;
+        EXPECT_EQ(" launches   " + number.second + " ",
+                  screen_layout::Lines(numbers, {}, Screen(80, 12))[1].substr(0, 20));
+    }
+}
+
+TEST(ScreenLayoutTest, ATitleKeepsItsClockAndCutsItsStateWhereThereIsNoRoom) {
+    ViewNumbers numbers = Numbers();
+    numbers.strState = "ending: a\033b";
+    numbers.nUpSeconds = 360061;
+    const std::pair<size_t, std::string> TITLES[] = {
+        {10, "up 100:01~"},
+        {40, " tevmon-host wa~up 100:01:01   09:30:00 "},
+        {60, " tevmon-host watch   ending: a\\x1Bb up 100:01:01   09:30:00 "},
+        {100,
+         " tevmon-host watch   ending: a\\x1Bb                   Ctrl-C ends the run   up "
+         "100:01:01   09:30:00 "}};
+    for (const auto& title : TITLES) {
+        EXPECT_EQ(title.second, screen_layout::Lines(numbers, {}, Screen(title.first, 12))[0]);
+    }
+}
+
+TEST(ScreenLayoutTest, CacheHitsNeedSomethingThatWasLookedUp) {
+    const struct {
+        uint64_t nQueries;
+        uint64_t nCached;
+        const char* pszField;
+    } CASES[] = {{0, 0, " cache hits       - "},
+                 {1, 0, " cache hits     0 % "},
+                 {0, 1, " cache hits   100 % "},
+                 {1, 199, " cache hits    99 % "}};
+    for (const auto& each : CASES) {
+        ViewNumbers numbers;
+        numbers.nQueries = each.nQueries;
+        numbers.nCached = each.nCached;
+        EXPECT_EQ(each.pszField,
+                  screen_layout::Lines(numbers, {}, Screen(80, 12))[1].substr(60, 20));
+    }
+}
+
+TEST(ScreenLayoutTest, WideFieldsSayMoreAboutTheBacklogAndTheBad) {
+    ViewNumbers numbers = Numbers();
+    numbers.nOverflows = 0;
+    numbers.nLost = 5;
+    numbers.nBadRuns = 1400;
+    const Lines lines = screen_layout::Lines(numbers, {}, Screen(120, 12));
+    EXPECT_EQ(
+        " packaged           7          good               0          unknown            2         "
+        " "
+        "bad                1  ran 1,~",
+        lines[2]);
+    EXPECT_EQ(
+        " queries           10          cached            90          lost               5         "
+        " "
+        "unexplained        0         ",
+        lines[3]);
+
+    numbers.nBacklogMessages = 0;
+    EXPECT_EQ(" backlog          402         ",
+              screen_layout::Lines(numbers, {}, Screen(120, 12))[1].substr(60, 30));
+}
+
+TEST(ScreenLayoutTest, ASmallScreenHasTheNewestRowsAndNoHead) {
+    const std::vector<VerdictRow> rows = {Row("/bin/a", "", {10, "packages", "p"}),
+                                          Row("/bin/b", "", {40, "none", ""}), Text("c")};
+    EXPECT_THAT(screen_layout::Lines(Numbers(), rows, Screen(80, 11))[1], HasSubstr(" launches "));
+    Lines lines = screen_layout::Lines(Numbers(), rows, Screen(80, 10));
+    EXPECT_EQ(" 09:29:59  packaged  launch             /bin/a                                  ",
+              lines[1]);
+    EXPECT_EQ("", lines[4]);
+
+    lines = screen_layout::Lines(Numbers(), rows, Screen(80, 3));
+    EXPECT_EQ(" 09:29:59  unknown   launch             /bin/b                                  ",
+              lines[1]);
+    EXPECT_EQ(" 09:29:59  c                                                                    ",
+              lines[2]);
+    EXPECT_EQ(Lines(), screen_layout::Lines(Numbers(), rows, Screen(80, 0)));
+}
+
+TEST(ScreenLayoutTest, ANarrowScreenHasAVerdictAndANameALine) {
+    const std::vector<VerdictRow> rows = {
+        Row("/opt/a long folder/\033[2Jprogram", "/bin/sh", Verdict()), Text("a\nb")};
+    EXPECT_EQ((Lines{" tevmon~up 1:02:03   09:30:00 ", "unknown /~older/\\x1B[2Jprogram",
+                     " a\\x0Ab                       "}),
+              screen_layout::Lines(Numbers(), rows, Screen(30, 3)));
+    EXPECT_THAT(screen_layout::Lines(Numbers(), rows, Screen(59, 20))[1], StartsWith("unknown /"));
+    EXPECT_THAT(screen_layout::Lines(Numbers(), rows, Screen(60, 20))[1], StartsWith(" launches"));
+}
+
+TEST(ScreenLayoutTest, WithUnicodeTimesAndCutsHaveSignsOfTheirOwn) {
+    VerdictRow row = Row("/opt/some/very/long/folder/program", "", {70, "bad list b.txt", "x"});
+    row.nTimes = 1000;
+    ViewScreen screen = Screen(80, 3);
+    screen.bUnicode = true;
+    EXPECT_EQ(
+        " 09:29:59  bad       launch      \xC3\x97"
+        "1000  /opt/so\xE2\x80\xA6"
+        "folder/program                  ",
+        screen_layout::Lines(Numbers(), {row}, screen)[1]);
+
+    row.nTimes = 10000;
+    screen.bUnicode = false;
+    EXPECT_THAT(screen_layout::Lines(Numbers(), {row}, screen)[1],
+                HasSubstr("launch      x100~  "));
+}
+
+TEST(ScreenLayoutTest, TheOwnerOfAGoodProgramIsItsPackageAndOfABadOneTheWholeReason) {
+    const std::vector<VerdictRow> rows = {Row("/bin/a", "", {20, "good list g", "entry"}),
+                                          Row("/bin/b", "", {70, "list b", "entry"}),
+                                          Row("/bin/c", "", {40, "some list", ""}),
+                                          verdict_row::Notice("lost", "launch", "3", "a\rb")};
+    const Lines lines = screen_layout::Lines(Numbers(), rows, Screen(120, 12));
+    const std::string OWNERS[] = {"entry           ", "entry (list b)  ", "some list       ",
+                                  "a\\x0Db          "};
+    for (size_t i = 0; i < 4; ++i) {
+        EXPECT_EQ(OWNERS[i], lines[i + 6].substr(104)) << lines[i + 6];
+    }
+    EXPECT_EQ("  good      20  launch  ", lines[6].substr(9, 24));
+    EXPECT_EQ("  lost          launch  ", lines[9].substr(9, 24));
+}
+
+TEST(ScreenLayoutTest, ColoursTakeNoRoom) {
+    std::vector<VerdictRow> rows = {Row("/bin/a", "/bin/b", {10, "packages", "p"}),
+                                    Row("/bin/a", "/bin/b", {70, "list", "p"}), Text("c")};
+    rows[0].nTimes = 3;
+    for (const size_t nColumns : {30u, 60u, 80u, 120u}) {
+        const Lines coloured = screen_layout::Lines(Numbers(), rows, Coloured(nColumns, 12));
+        const Lines plain = screen_layout::Lines(Numbers(), rows, Screen(nColumns, 12));
+        for (size_t i = 0; i < 12; ++i) {
+            EXPECT_EQ(plain[i], Plain(coloured[i]));
+        }
+    }
+}
+
+TEST(ScreenLayoutTest, NumbersHaveTheColoursOfWhatTheyMeanAndNoneIsDim) {
+    const Lines lines = screen_layout::Lines(Numbers(), {}, Coloured(80, 12));
+    EXPECT_THAT(lines[0], StartsWith("\033[7m tevmon-host watch   watching   "));
+    EXPECT_EQ(
+        " \033[2mpackaged   \033[0m\033[32m      7\033[0m  \033[2mgood       \033[0m\033[2m      "
+        "0\033[0m  \033[2munknown    \033[0m\033[33m      2\033[0m  \033[2mbad        "
+        "\033[0m\033[1;31m      1\033[0m ",
+        lines[2]);
+    EXPECT_EQ(
+        " \033[2mqueries    \033[0m     10  \033[2mcached     \033[0m     90  \033[2mlost       "
+        "\033[0m\033[1;31m     0+\033[0m  \033[2munexplained\033[0m\033[32m      0\033[0m ",
+        lines[3]);
+
+    ViewNumbers numbers;
+    numbers.nUnexplained = 1;
+    numbers.nBadRuns = 1;  // of a program known from an earlier run
+    const Lines more = screen_layout::Lines(numbers, {}, Coloured(80, 12));
+    EXPECT_THAT(more[2], EndsWith("\033[2mbad        \033[0m\033[1;31m      0\033[0m "));
+    EXPECT_THAT(more[3], EndsWith("\033[2mlost       \033[0m\033[32m      0\033[0m  "
+                                  "\033[2munexplained\033[0m\033[1;31m      1\033[0m "));
+}
+
+TEST(ScreenLayoutTest, ARowHasTheColourOfItsVerdictAndABadPrograms) {
+    const std::vector<VerdictRow> rows = {
+        Row("/bin/a", "", {20, "list", "p"}), Row("/bin/b", "", {40, "none", ""}),
+        Row("/bin/c", "", {60, "list", "p"}), verdict_row::Notice("lost", "launch", "3", "why"),
+        Text("d")};
+    const Lines lines = screen_layout::Lines(Numbers(), rows, Coloured(80, 12));
+    const std::string VERDICTS[] = {"\033[32mgood    \033[0m", "\033[33munknown \033[0m",
+                                    "\033[1;31mlevel 60\033[0m", "\033[31mlost    \033[0m"};
+    for (size_t i = 0; i < 4; ++i) {
+        EXPECT_THAT(lines[i + 6], HasSubstr("\033[0m  " + VERDICTS[i] + "  launch      "));
+    }
+    EXPECT_THAT(lines[7], HasSubstr("  /bin/b   "));
+    EXPECT_THAT(lines[8], HasSubstr("  \033[1;31m/bin/c                \033[0m  "));
+    EXPECT_THAT(lines[10], StartsWith("\033[2m 09:29:59\033[0m  \033[33md   "));
 }
