@@ -11,3 +11,10 @@ TEST(ModuleFactsTest, LifetimesGoByLevel) {
     }
     EXPECT_EQ(0, module_facts::Lifetime(60));
 }
+
+TEST(ModuleFactsTest, AVerdictOfAnyOtherLevelIsNotKept) {
+    for (int nLevel = -100; nLevel <= 1000; ++nLevel) {
+        const bool bKept = nLevel >= 10 && nLevel <= 70 && nLevel % 10 == 0 && nLevel != 60;
+        EXPECT_EQ(bKept, module_facts::Lifetime(nLevel) != 0) << nLevel;
+    }
+}

@@ -4,6 +4,8 @@
 
 #include <limits>
 
+#include "host/base/ModuleFacts.h"
+
 using verdict_level::ClassOf;
 
 TEST(VerdictLevelTest, EachLevelThatIsGivenHasItsNumberAndAWord) {
@@ -26,4 +28,21 @@ TEST(VerdictLevelTest, GoodReachesTo20AndBadBeginsAt60) {
     EXPECT_EQ(verdict_level::CLASS_DOUBTFUL, ClassOf(59));
     EXPECT_EQ(verdict_level::CLASS_BAD, ClassOf(60));
     EXPECT_EQ(verdict_level::CLASS_BAD, ClassOf(std::numeric_limits<int>::max()));
+}
+
+// Else it would ask again every time.
+TEST(VerdictLevelTest, TheModuleKeepsEveryLevelThatIsGivenAndWhatIsUnknownTheShortest) {
+    for (const int nLevel : verdict_level::GIVEN) {
+        EXPECT_LE(module_facts::Lifetime(verdict_level::UNKNOWN), module_facts::Lifetime(nLevel));
+    }
+    EXPECT_LT(0, module_facts::Lifetime(verdict_level::UNKNOWN));
+    EXPECT_EQ(module_facts::Lifetime(verdict_level::BAD),
+              module_facts::Lifetime(verdict_level::GOOD));
+}
+
+TEST(VerdictLevelTest, OfTheLevelsThatAreGivenTwoAreGoodOneDoubtfulAndOneBad) {
+    EXPECT_EQ(verdict_level::CLASS_GOOD, ClassOf(verdict_level::PACKAGED));
+    EXPECT_EQ(verdict_level::CLASS_GOOD, ClassOf(verdict_level::GOOD));
+    EXPECT_EQ(verdict_level::CLASS_DOUBTFUL, ClassOf(verdict_level::UNKNOWN));
+    EXPECT_EQ(verdict_level::CLASS_BAD, ClassOf(verdict_level::BAD));
 }
