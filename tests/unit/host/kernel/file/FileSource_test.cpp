@@ -2,127 +2,18 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/fanotify.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
-#include <deque>
-#include <map>
-
-#include "host/base/JsonReader.h"
+#include "tests/support/TestDir.h"
 #include "tests/unit/host/kernel/file/FileEventBytes.h"
+#include "tests/unit/host/kernel/file/SensedFiles.h"
 
 using namespace file_event_bytes;
-using std::chrono::minutes;
+using namespace sensed_files;
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-namespace {
-
-constexpr uint32_t CRON = 1;  // inodes of directories
-constexpr uint32_t TMP = 2;
-constexpr uint32_t UNITS = 3;
-constexpr uint32_t GONE = 9;
-
-class FakeSensor : public IFileSensor {
-public:
-    bool Open(std::string&) override { return true; }
-    int Descriptor() const override { return -1; }
-    size_t Read(char* pBuffer, size_t nSize) override {
-        const size_t nTaken = std::min(m_strEvents.copy(pBuffer, nSize), nSize);
-        m_strEvents.erase(0, nTaken);
-        return nTaken;
-    }
-    void Detach() override {}
-    bool Tend() override { return m_bMounted; }
-    void OnDirectory(const std::string& strPath) override { m_directories.push_back(strPath); }
-    void Ignore(const std::string&) override {}
-    std::vector<std::string> TakeNotices() override { return std::move(m_notices); }
-    std::string PathOf(std::string_view strHandle) override {
-        const auto found = m_disk.find(std::string(strHandle));
-        return found == m_disk.end() ? "" : found->second;
-    }
-    std::string FsTypeOf(std::string_view) const override { return "tmpfs"; }
-    bool TellsStarts(uint32_t) const override { return true; }
-
-    std::string m_strEvents;
-    std::map<std::string, std::string> m_disk = {{Handle(CRON), "/etc/cron.d"},
-                                                 {Handle(TMP), "/tmp"},
-                                                 {Handle(UNITS), "/usr/lib/systemd/system"}};
-    std::vector<std::string> m_directories;
-    std::vector<std::string> m_notices;
-    bool m_bMounted = false;
-};
-
-class Observer : public IFileObserver {
-public:
-    void OnOperation(const FileOperation& operation) override {
-        static const char* const ACTS[] = {"create", "write", "rename", "remove"};
-        m_lines.push_back(std::string(ACTS[operation.eAct]) + " " + operation.strPath);
-        m_operations.push_back(operation);
-    }
-    void OnOverflow(uint64_t nTimes, uint64_t nTotal) override {
-        m_overflows.push_back(std::to_string(nTimes) + " of " + std::to_string(nTotal));
-    }
-    void OnOperations(const EventBatch&, std::vector<FileOperation> operations) override {
-        m_handed += operations.size();
-    }
-    void OnFileCounters(const FileCounters& counters) override { m_counters = counters; }
-    void OnNotice(const std::string& strText) override { m_notices.push_back(strText); }
-
-    std::vector<std::string> m_lines;
-    std::vector<FileOperation> m_operations;
-    std::vector<std::string> m_overflows;
-    std::vector<std::string> m_notices;
-    FileCounters m_counters;
-    size_t m_handed = 0;
-};
-
-class FileSourceTest : public testing::Test {
-protected:
-    FileSourceTest() {
-        m_options.announce = std::chrono::milliseconds(0);
-        m_options.fnLook = [this](const std::string& strPath, struct stat& status) {
-            status.st_mode = m_pipes.count(strPath) != 0   ? S_IFIFO
-                             : m_links.count(strPath) != 0 ? S_IFLNK
-                                                           : S_IFREG;
-            status.st_ino = 77;
-            return true;
-        };
-        m_options.fnLookThrough = [this](const std::string& strPath, struct stat& status) {
-            status.st_mode = m_links[strPath];
-            return true;
-        };
-    }
-
-    // Everything that strEvents holds, to the observer.
-    void Sense(const std::string& strEvents) {
-        if (m_pSource == nullptr) {
-            auto pSensor = std::make_unique<FakeSensor>();
-            m_pSensor = pSensor.get();
-            m_pSensor->m_disk.insert(m_moreDisk.begin(), m_moreDisk.end());
-            m_pSource = std::make_unique<FileSource>(std::move(pSensor), m_observer, m_places,
-                                                     m_images, m_options);
-        }
-        m_pSensor->m_strEvents += strEvents;
-        while (m_pSource->Read()) {
-            m_pSource->Resolve();
-        }
-        m_pSource->TakeCounts(false);
-    }
-    const FileCounters& Counters() const { return m_observer.m_counters; }
-
-    std::map<std::string, int> m_pipes;
-    std::map<std::string, mode_t> m_links;
-    std::map<std::string, std::string> m_moreDisk;
-    WatchedPaths m_places{
-        {}, [](const std::string& strPath) { return strPath == "/lib" ? "/usr/lib" : ""; }};
-    ProcessTable m_images{{}, "/nowhere"};
-    Observer m_observer;
-    FileSourceOptions m_options;
-    FakeSensor* m_pSensor = nullptr;
-    std::unique_ptr<FileSource> m_pSource;
-};
-
-}  // namespace
 
 TEST_F(FileSourceTest, OneEventOfSeveralActsIsToldInTheirOrder) {
     Sense(At(FAN_DELETE | FAN_CLOSE_WRITE | FAN_MODIFY | FAN_CREATE, 5, CRON, "job"));
@@ -276,55 +167,150 @@ TEST_F(FileSourceTest, AfterAMountPathsAreLookedUpAnew) {
     EXPECT_THAT(m_observer.m_lines, ElementsAre("create /etc/cron.d/job"));
 }
 
-TEST_F(FileSourceTest, AProgramThatNoPathLeadsToIsCounted) {
-    Sense(At(FAN_CREATE, 5, CRON, "job"));
-
-    EXPECT_EQ("", m_observer.m_operations.at(0).strProgram);
-    EXPECT_EQ(1u, Counters().nNoProgram);
-}
-
-TEST_F(FileSourceTest, ABatchEndsWithItsNumberItsBytesOrItsTime) {
-    m_options.nMostOperations = 2;
-    m_options.batchTime = minutes(10);
-    Sense(At(FAN_CREATE, 5, CRON, "a"));
-    const auto now = FileSource::Clock::now();
-    EXPECT_FALSE(m_pSource->HasBatch(now, false));
-    EXPECT_TRUE(m_pSource->HasBatch(now, true));
-    EXPECT_TRUE(m_pSource->HasBatch(now + minutes(11), false));
-    Sense(At(FAN_CREATE, 5, CRON, "b") + At(FAN_CREATE, 5, CRON, "c"));
-    EXPECT_EQ(3u, Counters().nBatched);
-
-    EventBatch batch;
-    ASSERT_TRUE(m_pSource->HasBatch(now, false));
-    m_pSource->HandOut(batch, 7);
-    EXPECT_EQ(7u, batch.nNumber);
-    EXPECT_EQ(2u, batch.nEvents);
-    EXPECT_FALSE(m_pSource->HasBatch(now, false));
-    m_pSource->HandOut(batch, 8);
-    EXPECT_EQ(3u, m_observer.m_handed);
-    EXPECT_EQ(0u, Counters().nBatched);
-}
-
-TEST_F(FileSourceTest, AnyBytesOfANameReachTheMessage) {
-    const std::string strName = "\"\\\n\x01\xff\xc3";
-    Sense(At(FAN_CREATE, 5, CRON, strName));
-    EventBatch batch;
-    m_pSource->HandOut(batch, 1);
-
-    Json::Value jsonRoot;
-    ASSERT_TRUE(json_reader::Parse(batch.strBody, jsonRoot));
-    EXPECT_EQ("/etc/cron.d/" + strName, jsonRoot["param"][0]["path"].asString());
-}
-
 TEST_F(FileSourceTest, OnAnOldKernelARenameIsTwoOperations) {
     Sense(At(FAN_MOVED_FROM, 5, CRON, "a") + At(FAN_MOVED_TO, 5, CRON, "b"));
 
     EXPECT_THAT(m_observer.m_lines, ElementsAre("rename /etc/cron.d/a", "create /etc/cron.d/b"));
 }
 
-TEST_F(FileSourceTest, BrokenBytesAreCounted) {
-    Sense(At(FAN_CREATE, 5, CRON, "a") + "nonsense");
+TEST_F(FileSourceTest, OnAnOldKernelADirectoryThatMovesIsLookedUpAnew) {
+    m_options.bAll = true;
+    Sense(At(FAN_CREATE | FAN_ONDIR, 5, CRON, "d", 100));
+    m_pSensor->m_disk[Handle(100)] = "/tmp/e";
+    Sense(At(FAN_MOVED_FROM | FAN_ONDIR, 5, CRON, "d", 100) + At(FAN_CREATE, 5, 100, "a") +
+          At(FAN_MOVED_TO | FAN_ONDIR, 5, TMP, "e", 100));
 
-    EXPECT_EQ(1u, Counters().nBroken);
-    EXPECT_EQ(1u, Counters().nReported);
+    EXPECT_THAT(m_observer.m_lines, ElementsAre("create /etc/cron.d/d", "rename /etc/cron.d/d",
+                                                "create /tmp/e/a", "create /tmp/e"));
+    EXPECT_THAT(m_pSensor->m_directories, ElementsAre("/etc/cron.d/d", "/etc/cron.d/d", "/tmp/e"));
+}
+
+TEST_F(FileSourceTest, ARenameToAUnitsNameInItsDirectoryIsACreationBehindALinkToo) {
+    Sense(Rename(0, 5, UNITS, "a.tmp", UNITS, "a.service") +
+          Rename(0, 5, UNITS, "b.service", UNITS, "b.old"));
+
+    EXPECT_THAT(m_observer.m_lines, ElementsAre("create /lib/systemd/system/a.service"));
+    EXPECT_EQ(3u, Counters().nCaptured);
+    EXPECT_EQ(2u, Counters().nUnwatched);
+}
+
+TEST_F(FileSourceTest, OneEventOfARenameAndAWriteIsBoth) {
+    Sense(Event(FAN_RENAME | FAN_CLOSE_WRITE, 5,
+                Info(FAN_EVENT_INFO_TYPE_FID, Handle(999)) +
+                    Info(FAN_EVENT_INFO_TYPE_OLD_DFID_NAME, Handle(CRON), "a") +
+                    Info(FAN_EVENT_INFO_TYPE_NEW_DFID_NAME, Handle(TMP), "b")));
+
+    EXPECT_EQ("rename /etc/cron.d/a", m_observer.m_lines.at(0));
+    EXPECT_EQ(1u, Counters().nUnresolved);  // such a write has no name of its own
+}
+
+TEST_F(FileSourceTest, SmallWritesElsewhereAndTheHostsOwnAreCountedEachTime) {
+    for (int i = 0; i < 3; ++i) {
+        Sense(At(FAN_MODIFY, 5, TMP, "file") + At(FAN_MODIFY, getpid(), CRON, "job"));
+    }
+
+    EXPECT_EQ(3u, Counters().nUnwatched);
+    EXPECT_EQ(3u, Counters().nOwn);
+    EXPECT_EQ(6u, Counters().nCaptured);
+}
+
+TEST_F(FileSourceTest, TheInodeIsTheFilesAsItIsNowElseThatOfTheEvent) {
+    m_options.fnLook = [](const std::string& strPath, struct stat& status) {
+        status.st_ino = 78;
+        return strPath == "/etc/cron.d/there";
+    };
+    Sense(At(FAN_CREATE, 5, CRON, "there", 55) + At(FAN_CLOSE_WRITE, 5, CRON, "there", 56));
+
+    EXPECT_EQ(78u, m_observer.m_operations.at(0).nInode);
+    EXPECT_EQ(56u, m_observer.m_operations.at(1).nInode);  // not looked at for a pipe
+}
+
+TEST_F(FileSourceTest, WithoutLooksOfATestItLooksAtTheDiskAndNotThroughALinkForItsInode) {
+    m_options.fnLook = nullptr;
+    m_options.fnLookThrough = nullptr;
+    const TestDir dir;
+    const std::string strLink = dir.Path() + "/link";
+    ASSERT_EQ(0, mkfifo((dir.Path() + "/pipe").c_str(), 0600));
+    ASSERT_EQ(0, symlink("pipe", strLink.c_str()));
+    struct stat status = {};
+    ASSERT_EQ(0, lstat(strLink.c_str(), &status));
+    (void)Source();
+    m_pSensor->m_disk[Handle(50)] = dir.Path();
+
+    Sense(At(FAN_CREATE, 5, 50, "link") + At(FAN_CREATE, 5, 50, "none"));
+
+    ASSERT_THAT(m_observer.m_lines, ElementsAre("create " + strLink));
+    EXPECT_TRUE(m_observer.m_operations[0].bPipe);
+    EXPECT_EQ(status.st_ino, m_observer.m_operations[0].nInode);
+}
+
+TEST_F(FileSourceTest, OnlyACreatedFileIsLookedAtForAPipe) {
+    m_pipes = {{"/tmp/pipe", 1}, {"/tmp/d", 1}};
+    Sense(At(FAN_DELETE, 5, TMP, "pipe") + At(FAN_CLOSE_WRITE, 5, TMP, "pipe") +
+          At(FAN_CREATE | FAN_ONDIR, 5, TMP, "d", 100));
+    EXPECT_THAT(m_observer.m_lines, IsEmpty());
+
+    Sense(Rename(0, 5, CRON, "x", TMP, "pipe"));
+    EXPECT_THAT(m_observer.m_lines, ElementsAre("rename /etc/cron.d/x", "create /tmp/pipe"));
+    EXPECT_FALSE(m_observer.m_operations[0].bPipe);
+    EXPECT_TRUE(m_observer.m_operations[0].bPlace);
+}
+
+TEST_F(FileSourceTest, AFileThatIsGoneOrALinkThatLeadsNowhereIsNoPipe) {
+    m_options.fnLook = [](const std::string& strPath, struct stat& status) {
+        status.st_mode = strPath == "/tmp/gone" ? S_IFIFO : S_IFLNK;
+        return strPath != "/tmp/gone";
+    };
+    m_options.fnLookThrough = [](const std::string&, struct stat& status) {
+        status.st_mode = S_IFIFO;
+        return false;
+    };
+    Sense(At(FAN_CREATE, 5, TMP, "gone") + At(FAN_CREATE, 5, TMP, "dangling"));
+
+    EXPECT_THAT(m_observer.m_lines, IsEmpty());
+    EXPECT_EQ(2u, Counters().nUnwatched);
+}
+
+TEST_F(FileSourceTest, ARemovalAmongLaterPiecesTellsWhereADirectoryWas) {
+    const std::string strFirst = At(FAN_CREATE, 5, 100, "a");
+    m_options.nReadBytes = strFirst.size();
+    Sense(strFirst + At(FAN_DELETE, 5, 100, "a") + At(FAN_DELETE | FAN_ONDIR, 5, CRON, "d", 100));
+
+    EXPECT_THAT(m_observer.m_lines, ElementsAre("create /etc/cron.d/d/a", "remove /etc/cron.d/d/a",
+                                                "remove /etc/cron.d/d"));
+}
+
+TEST_F(FileSourceTest, ARemovedFileIsNoDirectoryThatWasRemoved) {
+    Sense(At(FAN_CREATE, 5, 100, "a") + At(FAN_DELETE, 5, CRON, "file", 100) +
+          At(FAN_CREATE | FAN_ONDIR, 5, CRON, "made", 100));
+
+    EXPECT_THAT(m_observer.m_lines,
+                ElementsAre("remove /etc/cron.d/file", "create /etc/cron.d/made"));
+    EXPECT_EQ(1u, Counters().nUnresolved);
+}
+
+// Whoever removes a tree decides how deep it was.
+TEST_F(FileSourceTest, ARemovedTreeIsFollowedUpSixtyFourDirectoriesAndNoMore) {
+    std::string strEvents = At(FAN_DELETE, 5, 1065, "job");
+    for (uint32_t nDepth = 65; nDepth > 0; --nDepth) {
+        strEvents += At(FAN_DELETE | FAN_ONDIR, 5, nDepth == 1 ? CRON : 1000 + nDepth - 1, "d",
+                        1000 + nDepth);
+    }
+    Sense(strEvents);
+
+    EXPECT_EQ(1u, Counters().nUnresolved);
+    ASSERT_EQ(65u, m_observer.m_lines.size());
+    EXPECT_EQ("remove /etc/cron.d/d", m_observer.m_lines.back());
+    EXPECT_EQ(std::string("remove /etc/cron.d").size() + 65 * 2, m_observer.m_lines.front().size());
+}
+
+TEST_F(FileSourceTest, ADirectoryThatWasMadeIsKnownUntilItIsRemoved) {
+    Sense(At(FAN_CREATE | FAN_ONDIR, 5, CRON, "d", 100));
+    Sense(At(FAN_CREATE, 5, 100, "a"));
+    Sense(At(FAN_DELETE | FAN_ONDIR, 5, CRON, "d", 100));
+    Sense(At(FAN_CREATE, 5, 100, "b"));
+
+    EXPECT_THAT(m_observer.m_lines, ElementsAre("create /etc/cron.d/d", "create /etc/cron.d/d/a",
+                                                "remove /etc/cron.d/d"));
+    EXPECT_EQ(1u, Counters().nUnresolved);
 }
