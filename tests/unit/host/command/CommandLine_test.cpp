@@ -3,12 +3,16 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <utility>
+
 #include "tests/support/StdoutCapture.h"
 
 namespace {
 
 using Texts = std::vector<std::string>;
+using testing::EndsWith;
 using testing::HasSubstr;
+using testing::StartsWith;
 
 class CommandLineTest : public testing::Test {
 protected:
@@ -119,4 +123,119 @@ TEST_F(CommandLineTest, HelpAndVersionAreNoFailure) {
     EXPECT_EQ(0, Parse("run --help"));
     EXPECT_THAT(m_strOutput, HasSubstr("--number N:INT in [1 - 9]"));
     EXPECT_THAT(m_strOutput, HasSubstr("The end."));
+}
+
+TEST_F(CommandLineTest, EachRefusalNamesTheOptionAndWhatItTakes) {
+    const std::pair<const char*, const char*> cases[] = {
+        {"run --name green", "--name: green not in {red,blue}"},
+        {"run --number 10", "--number: Value 10 not in range "},
+        {"run --number x", "--number: Value x not in range "},
+        {"run --number 4294967297", "--number: Value 4294967297 not in range "},
+        {"run --share 1.6", "--share: Value 1.6 not in range "},
+        {"run --size 0", "--size: Value 0 not in range "},
+        {"run --size 2X", "--size: x unit not recognized"},
+        {"run --checked bad", "--checked: is not good"},
+        {"run --one --not-with-one", "--one excludes --not-with-one"},
+        {"run --with-one", "--with-one requires --one"},
+        {"run --name", "--name: 1 required TEXT:{red,blue} missing"},
+        {"need", "FILE is required"},
+        {"need a b", "The following argument was not expected: b"},
+        {"run --nonsense", "The following argument was not expected: --nonsense"},
+    };
+    for (const auto& [pszArguments, pszError] : cases) {
+        EXPECT_EQ(2, Parse(pszArguments)) << pszArguments;
+        EXPECT_THAT(m_strError, StartsWith(pszError));
+        EXPECT_THAT(m_strError, EndsWith("\nRun with --help for more information.\n"));
+        EXPECT_EQ("", m_strOutput) << pszArguments;
+    }
+}
+
+TEST_F(CommandLineTest, TheBoundsOfARangeAreInIt) {
+    EXPECT_EQ(-1, Parse("run --number 1 --share 0.5 --size 1"));
+    EXPECT_EQ(1, m_nNumber);
+    EXPECT_EQ(0.5, m_dShare);
+    EXPECT_EQ(1u, m_nSize);
+
+    EXPECT_EQ(-1, Parse("run --number=9 --share=1.5 --size=3g"));
+    EXPECT_EQ(9, m_nNumber);
+    EXPECT_EQ(1.5, m_dShare);
+    EXPECT_EQ(3221225472u, m_nSize);
+}
+
+TEST_F(CommandLineTest, WordsOfAnArrayAreTakenAsTheyAreWithTheirBlanks) {
+    const char* const pszArguments[] = {"prog",          "run", "--list", "a b",
+                                        "--list=--name", "--",  "--one",  "two words"};
+    int nExitCode = 7;
+
+    EXPECT_TRUE(m_program.Parse(8, pszArguments, nExitCode));
+
+    EXPECT_EQ((Texts{"a b", "--name"}), m_list);
+    EXPECT_EQ((Texts{"--one", "two words"}), m_places);
+    EXPECT_FALSE(m_bOne);
+    EXPECT_EQ(7, nExitCode);  // the command's own business
+}
+
+TEST_F(CommandLineTest, AnArrayThatIsNotUnderstoodIsUsageToo) {
+    const char* const pszArguments[] = {"prog", "run", "--name", "gr een"};
+    int nExitCode = 0;
+    testing::internal::CaptureStderr();
+
+    EXPECT_FALSE(m_program.Parse(4, pszArguments, nExitCode));
+
+    EXPECT_EQ("--name: gr een not in {red,blue}\nRun with --help for more information.\n",
+              testing::internal::GetCapturedStderr());
+    EXPECT_EQ(2, nExitCode);
+}
+
+TEST_F(CommandLineTest, OfACommandBelowACommandTheWholeNameIsTold) {
+    Command queue = m_program.AddCommand("queue", "Look into it");
+    queue.NeedsCommand();
+    Command list = queue.AddCommand("list", "List it");
+    list.OnRun([this] { m_calls.push_back("list"); });
+    (void)queue.AddCommand("count", "Count it");
+
+    EXPECT_EQ(2, Parse("queue"));
+    EXPECT_EQ(
+        "prog queue: no command given; there are list, count\n"
+        "Run with --help for more information.\n",
+        m_strError);
+    EXPECT_EQ(2, Parse("queue lsit"));
+    EXPECT_EQ(
+        "prog queue: no command 'lsit'; there are list, count\n"
+        "Run with --help for more information.\n",
+        m_strError);
+    m_calls.clear();
+    EXPECT_EQ(-1, Parse("queue list -v"));
+    EXPECT_EQ((Texts{"parsed", "list"}), m_calls);
+    EXPECT_TRUE(m_bVerbose);
+}
+
+TEST_F(CommandLineTest, HelpShowsTheNamesTheLimitsAndTheValueThatStandsThere) {
+    m_nNumber = 4;
+    Command more = m_program.AddCommand("more", "Show more");
+    (void)more.AddOption("--number", m_nNumber, "A number")
+        .TypeName("N")
+        .InRange(1, 9)
+        .ShowDefault();
+    (void)more.AddOption("FILE", m_strFile, "A file").TypeName("PATH").Required();
+    more.Footer("No more.");
+    m_nNumber = 5;  // shown is what stood there when it was asked for
+
+    EXPECT_EQ(0, Parse("more --help"));
+
+    EXPECT_EQ(
+        "Show more\n"
+        "Usage: prog more [OPTIONS] FILE\n"
+        "\n"
+        "Positionals:\n"
+        "  FILE PATH REQUIRED          A file\n"
+        "\n"
+        "Options:\n"
+        "  -h,--help                   Print this help message and exit\n"
+        "  --number N:INT in [1 - 9]=4 A number\n"
+        "\n"
+        "No more.\n",
+        m_strOutput);
+    EXPECT_EQ("", m_strError);
+    EXPECT_EQ(Texts{}, m_calls);
 }
