@@ -6,8 +6,9 @@
 
 #include <atomic>
 #include <string>
+#include <string_view>
 
-#include "host/base/UniqueFd.h"
+#include "host/base/LineReader.h"
 #include "host/base/WakeFd.h"
 #include "host/event/IEventSource.h"
 
@@ -29,22 +30,14 @@ public:
     std::string Name() const override;
 
 private:
-    enum LineResult { LINE_WHOLE, LINE_TOO_LONG, LINE_NOT_YET };
-
-    LineResult TakeLine(std::string& strLine);
     SourceResult Fill(std::chrono::steady_clock::time_point due);
-    bool MakeBatch(LineResult eLine, std::string& strLine, EventBatch& batch);
+    bool MakeBatch(LineReader::Result eLine, std::string_view strLine, EventBatch& batch);
 
     const std::string m_strFile;
     const SourceRemark m_fnRemark;
-    UniqueFd m_file;
+    LineReader m_lines{LONGEST_LINE};
     WakeFd m_wake;  // Stop wakes Next
     std::atomic<bool> m_bStopped{false};
-    std::string m_strBuffer;   // read and not yet taken
-    size_t m_nTaken = 0;       // bytes of it that were
-    size_t m_nSearched = 0;    // bytes of it that hold no further line feed
-    bool m_bSkipping = false;  // inside a line that is too long
-    bool m_bFileEnded = false;
     uint64_t m_nLine = 0;
     SourceCounters m_counters;
 };
