@@ -1,12 +1,12 @@
 #include "host/database/DatabaseProbe.h"
 
-#include <sqlite3.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <functional>
 
 #include "host/base/ModuleFacts.h"
+#include "host/database/SqliteConnection.h"
 
 namespace database_probe {
 
@@ -17,25 +17,17 @@ class Look {
 public:
     Look(const std::string& strFile, const std::string& strStatement) {
         const int nFlags = SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX;
-        if (sqlite3_open_v2(strFile.c_str(), &m_pDb, nFlags, nullptr) == SQLITE_OK) {
-            (void)sqlite3_prepare_v2(m_pDb, strStatement.c_str(), -1, &m_pStatement, nullptr);
+        if (m_connection.Open(strFile, nFlags, 0) == SQLITE_OK) {
+            (void)m_statement.Prepare(m_connection, strStatement);
         }
     }
-    ~Look() {
-        (void)sqlite3_finalize(m_pStatement);
-        (void)sqlite3_close_v2(m_pDb);
-    }
 
-    Look(const Look&) = delete;
-    Look& operator=(const Look&) = delete;
-
-    sqlite3_stmt* Statement() { return m_pStatement; }
-    // SQLITE_ROW, SQLITE_DONE or an error.
-    int Step() { return m_pStatement == nullptr ? SQLITE_ERROR : sqlite3_step(m_pStatement); }
+    sqlite3_stmt* Statement() const { return m_statement.Get(); }
+    int Step() const { return m_statement.Step(); }
 
 private:
-    sqlite3* m_pDb = nullptr;
-    sqlite3_stmt* m_pStatement = nullptr;
+    SqliteConnection m_connection;
+    SqliteStatement m_statement;
 };
 
 bool Exists(const std::string& strFile) {
@@ -44,7 +36,7 @@ bool Exists(const std::string& strFile) {
 
 // A database that the module has not opened yet.
 bool HasNoTable(const std::string& strFile) {
-    Look look(strFile, "select count(*) from sqlite_master");
+    const Look look(strFile, "select count(*) from sqlite_master");
     return look.Step() == SQLITE_ROW && sqlite3_column_int64(look.Statement(), 0) == 0;
 }
 
@@ -56,8 +48,8 @@ std::optional<uint64_t> QueueDepth(const std::string& strFile) {
     }
     // Two ends of the row ids: their cost does not grow with the queue, a count's does.
     const std::string strTable = module_facts::CHANNEL_TABLE;
-    Look look(strFile, "select (select min(id) from " + strTable + "),(select max(id) from " +
-                           strTable + ")");
+    const Look look(strFile, "select (select min(id) from " + strTable + "),(select max(id) from " +
+                                 strTable + ")");
     if (look.Step() != SQLITE_ROW) {
         return HasNoTable(strFile) ? std::optional<uint64_t>(0) : std::nullopt;
     }
@@ -73,8 +65,8 @@ std::optional<bool> HasVerdict(const std::string& strFile, const std::string& st
     if (!Exists(strFile)) {
         return false;
     }
-    Look look(strFile,
-              std::string("select 1 from ") + module_facts::CACHE_TABLE + " where vkey = ?");
+    const Look look(strFile,
+                    std::string("select 1 from ") + module_facts::CACHE_TABLE + " where vkey = ?");
     if (look.Statement() == nullptr ||
         sqlite3_bind_text64(look.Statement(), 1, strKey.data(), strKey.size(), SQLITE_STATIC,
                             SQLITE_UTF8) != SQLITE_OK) {
@@ -92,7 +84,7 @@ std::vector<uint64_t> VerdictKeys(const std::string& strFile) {
     if (!Exists(strFile)) {
         return keys;
     }
-    Look look(strFile, std::string("select vkey from ") + module_facts::CACHE_TABLE);
+    const Look look(strFile, std::string("select vkey from ") + module_facts::CACHE_TABLE);
     while (look.Step() == SQLITE_ROW) {
         const void* const pText = sqlite3_column_blob(look.Statement(), 0);
         const int nLength = sqlite3_column_bytes(look.Statement(), 0);

@@ -30,20 +30,9 @@ int IsOverdue(void* pDue) {
 
 }  // namespace
 
-ModuleDatabase::~ModuleDatabase() {
-    Close();
-}
-
-void ModuleDatabase::Close() {
-    (void)sqlite3_close(m_pDb);
-    m_pDb = nullptr;
-}
-
 std::string ModuleDatabase::Reason(const char* pszWhat) const {
-    const int nCode = m_pDb == nullptr ? SQLITE_NOMEM : sqlite3_errcode(m_pDb);
-    std::string strText = std::string(pszWhat) + " " + m_strFile + ": " +
-                          (m_pDb == nullptr ? "no memory" : sqlite3_errmsg(m_pDb));
-    switch (nCode) {
+    const std::string strText = std::string(pszWhat) + " " + m_strFile + ": " + m_connection.Text();
+    switch (m_connection.Code() & 0xFF) {
         case SQLITE_BUSY:
         case SQLITE_LOCKED:
             return strText + "; another program has it open, end that one";
@@ -83,41 +72,26 @@ bool ModuleDatabase::TakeFile(std::string& strError) const {
 }
 
 bool ModuleDatabase::Open(milliseconds busy, std::string& strError) {
-    Close();
     const int nFlags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX;
-    const int nCode = sqlite3_open_v2(m_strFile.c_str(), &m_pDb, nFlags, nullptr);
-    if (nCode != SQLITE_OK) {
+    if (m_connection.Open(m_strFile, nFlags, static_cast<int>(busy.count())) != SQLITE_OK) {
         strError = Reason("cannot open the database");
-        Close();
+        m_connection.Close();
         return false;
     }
-    (void)sqlite3_busy_timeout(m_pDb, static_cast<int>(busy.count()));
-    // What stands in the file is foreign: nothing in it may call functions with effects.
-    (void)sqlite3_db_config(m_pDb, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
     return true;
 }
 
-int ModuleDatabase::Execute(const char* pszSql, std::string& strAnswer) {
-    strAnswer.clear();
-    const auto fnRow = [](void* pAnswer, int nColumns, char** ppszValues, char**) {
-        const char* const pszValue = nColumns > 0 ? ppszValues[0] : nullptr;
-        *static_cast<std::string*>(pAnswer) = pszValue == nullptr ? "" : pszValue;
-        return 0;
-    };
-    return sqlite3_exec(m_pDb, pszSql, fnRow, &strAnswer, nullptr);
-}
-
-int64_t ModuleDatabase::Number(const char* pszSql) {
+int64_t ModuleDatabase::Number(const char* pszSql) const {
     std::string strAnswer;
-    return Execute(pszSql, strAnswer) == SQLITE_OK ? std::atoll(strAnswer.c_str()) : 0;
+    return m_connection.Execute(pszSql, strAnswer) == SQLITE_OK ? std::atoll(strAnswer.c_str()) : 0;
 }
 
 bool ModuleDatabase::IsWhole(std::string& strError) {
     m_due = steady_clock::now() + CHECK_TIME;
-    sqlite3_progress_handler(m_pDb, INSTRUCTIONS_BETWEEN_LOOKS, IsOverdue, &m_due);
+    sqlite3_progress_handler(m_connection.Get(), INSTRUCTIONS_BETWEEN_LOOKS, IsOverdue, &m_due);
     std::string strAnswer;
-    const int nCode = Execute("pragma quick_check(1)", strAnswer);
-    sqlite3_progress_handler(m_pDb, 0, nullptr, nullptr);
+    const int nCode = m_connection.Execute("pragma quick_check(1)", strAnswer);
+    sqlite3_progress_handler(m_connection.Get(), 0, nullptr, nullptr);
     if (nCode == SQLITE_INTERRUPT || (nCode == SQLITE_OK && strAnswer == "ok")) {
         return true;
     }
@@ -132,7 +106,7 @@ bool ModuleDatabase::Prepare(std::string& strError) {
         return false;
     }
     std::string strMode;
-    bool bReady = Execute("pragma journal_mode = wal", strMode) == SQLITE_OK;
+    bool bReady = m_connection.Execute("pragma journal_mode = wal", strMode) == SQLITE_OK;
     if (!bReady) {
         strError = Reason("cannot use the database");
     } else if (strMode != "wal") {
@@ -142,7 +116,7 @@ bool ModuleDatabase::Prepare(std::string& strError) {
         bReady = false;
     }
     bReady = bReady && IsWhole(strError);
-    Close();
+    m_connection.Close();
     return bReady;
 }
 
@@ -153,7 +127,7 @@ uint64_t ModuleDatabase::UsedBytes() {
     }
     const int64_t nPages = Number("pragma page_count") - Number("pragma freelist_count");
     const int64_t nBytes = nPages * Number("pragma page_size");
-    Close();
+    m_connection.Close();
     return nBytes > 0 ? static_cast<uint64_t>(nBytes) : 0;
 }
 
@@ -167,17 +141,18 @@ bool ModuleDatabase::TidyUp(std::string& strError) {
     if (nFree * FREE_SHARE >= Number("pragma page_count") &&
         nFree * Number("pragma page_size") >= FREE_BYTES) {
         m_due = steady_clock::now() + VACUUM_TIME;
-        sqlite3_progress_handler(m_pDb, INSTRUCTIONS_BETWEEN_LOOKS, IsOverdue, &m_due);
-        bDone = Execute("vacuum", strAnswer) == SQLITE_OK;
+        sqlite3_progress_handler(m_connection.Get(), INSTRUCTIONS_BETWEEN_LOOKS, IsOverdue, &m_due);
+        bDone = m_connection.Execute("vacuum", strAnswer) == SQLITE_OK;
         strError = bDone ? "" : Reason("cannot give back the free space of");
-        sqlite3_progress_handler(m_pDb, 0, nullptr, nullptr);
+        sqlite3_progress_handler(m_connection.Get(), 0, nullptr, nullptr);
     }
-    if (Execute("pragma journal_mode = delete", strAnswer) != SQLITE_OK || strAnswer != "delete") {
+    if (m_connection.Execute("pragma journal_mode = delete", strAnswer) != SQLITE_OK ||
+        strAnswer != "delete") {
         strError = Reason("cannot put the write-ahead log into");
         bDone = false;
         // A reader stands in the way of the change, not of this.
-        (void)Execute("pragma wal_checkpoint(truncate)", strAnswer);
+        (void)m_connection.Execute("pragma wal_checkpoint(truncate)", strAnswer);
     }
-    Close();
+    m_connection.Close();
     return bDone;
 }

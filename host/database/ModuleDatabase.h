@@ -9,16 +9,15 @@
 #ifndef HOST_DATABASE_MODULEDATABASE_H
 #define HOST_DATABASE_MODULEDATABASE_H
 
-#include <sqlite3.h>
-
 #include <chrono>
 #include <cstdint>
 #include <string>
 
+#include "host/database/SqliteConnection.h"
+
 class ModuleDatabase {
 public:
     explicit ModuleDatabase(const std::string& strFile) : m_strFile(strFile) {}
-    ~ModuleDatabase();
 
     ModuleDatabase(const ModuleDatabase&) = delete;
     ModuleDatabase& operator=(const ModuleDatabase&) = delete;
@@ -38,15 +37,12 @@ public:
 private:
     bool TakeFile(std::string& strError) const;
     bool Open(std::chrono::milliseconds busy, std::string& strError);
-    void Close();
-    // SQLite's code; strAnswer is the first column of the last row.
-    int Execute(const char* pszSql, std::string& strAnswer);
-    int64_t Number(const char* pszSql);
+    int64_t Number(const char* pszSql) const;
     bool IsWhole(std::string& strError);
     std::string Reason(const char* pszWhat) const;
 
     const std::string m_strFile;
-    sqlite3* m_pDb = nullptr;
+    SqliteConnection m_connection;
     std::chrono::steady_clock::time_point m_due;  // of the statement that has a time limit
 };
 

@@ -26,11 +26,6 @@ void PauseForWriter() {
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
 }
 
-struct StatementCloser {
-    void operator()(sqlite3_stmt* pStatement) const { sqlite3_finalize(pStatement); }
-};
-using Statement = std::unique_ptr<sqlite3_stmt, StatementCloser>;
-
 std::optional<int64_t> DecimalNumber(const std::string& strText) {
     int64_t nNumber = 0;
     const char* pEnd = strText.data() + strText.size();
@@ -113,7 +108,7 @@ bool ReadOnlyDb::Open(const std::string& strFile, const std::string& strTable) {
     m_strFile = strFile;
     m_strTable = strTable;
     m_strError.clear();
-    m_pUnlocked.reset();
+    m_unlocked.Close();
     if (!LooksLikeFile()) {
         return false;
     }
@@ -186,17 +181,14 @@ bool ReadOnlyDb::QueryUnlocked(const std::string& strSql, const Argument& argume
             return false;
         }
         if (eState == ChangeDetector::STATE_QUIET) {
-            if (!m_pUnlocked) {
-                m_pUnlocked = Connect(VFS_WITHOUT_LOCKS, outcome);
-            }
-            if (m_pUnlocked) {
-                outcome = Execute(m_pUnlocked.get(), strSql, argument, nMaxBytes, rows);
+            if (m_unlocked || Connect(VFS_WITHOUT_LOCKS, m_unlocked, outcome)) {
+                outcome = Execute(m_unlocked, strSql, argument, nMaxBytes, rows);
             }
             if (m_watch.IsUnchanged()) {
                 return true;
             }
             // What it remembers of the file may be torn.
-            m_pUnlocked.reset();
+            m_unlocked.Close();
         }
         if (steady_clock::now() >= tmDeadline) {
             return false;
@@ -210,11 +202,11 @@ ReadOnlyDb::Outcome ReadOnlyDb::QueryLocked(const std::string& strSql, const Arg
     Outcome outcome;
     for (int i = 0; i < LOCKED_TRIES; ++i) {
         // Everything is prepared and closed while no lock is held but the statement's own.
-        const Connection pDb = Connect(nullptr, outcome);
-        if (!pDb) {
+        SqliteConnection connection;
+        if (!Connect(nullptr, connection, outcome)) {
             return outcome;
         }
-        outcome = Execute(pDb.get(), strSql, argument, nMaxBytes, rows);
+        outcome = Execute(connection, strSql, argument, nMaxBytes, rows);
         PauseForWriter();
         // A journal that its writer is just taking away looks like one left behind.
         if ((outcome.nCode & 0xFF) != SQLITE_READONLY) {
@@ -224,42 +216,36 @@ ReadOnlyDb::Outcome ReadOnlyDb::QueryLocked(const std::string& strSql, const Arg
     return outcome;
 }
 
-// Null with outcome set when there is no connection to be had.
-ReadOnlyDb::Connection ReadOnlyDb::Connect(const char* pszVfs, Outcome& outcome) const {
-    sqlite3* pRaw = nullptr;
-    const int nCode = sqlite3_open_v2(m_strFile.c_str(), &pRaw, SQLITE_OPEN_READONLY, pszVfs);
-    Connection pDb(pRaw);
+// False with outcome set when there is no connection to be had.
+bool ReadOnlyDb::Connect(const char* pszVfs, SqliteConnection& connection, Outcome& outcome) const {
+    const int nCode = connection.Open(m_strFile, SQLITE_OPEN_READONLY, m_nBusyMs, pszVfs);
     if (nCode != SQLITE_OK) {
-        outcome = {nCode, pRaw == nullptr ? sqlite3_errstr(nCode) : sqlite3_errmsg(pRaw)};
-        return nullptr;
+        outcome = {nCode, connection.Text()};
+        connection.Close();
+        return false;
     }
-    // The schema in the file is foreign too: nothing in it may call functions with effects.
-    (void)sqlite3_db_config(pRaw, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
-    (void)sqlite3_db_config(pRaw, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
-    (void)sqlite3_limit(pRaw, SQLITE_LIMIT_LENGTH, MAX_VALUE);
-    (void)sqlite3_busy_timeout(pRaw, m_nBusyMs);
-    return pDb;
+    (void)sqlite3_limit(connection.Get(), SQLITE_LIMIT_LENGTH, MAX_VALUE);
+    return true;
 }
 
-ReadOnlyDb::Outcome ReadOnlyDb::Execute(sqlite3* pDb, const std::string& strSql,
-                                        const Argument& argument, size_t nMaxBytes,
-                                        std::vector<DbRow>& rows) {
+ReadOnlyDb::Outcome ReadOnlyDb::Execute(const SqliteConnection& connection,
+                                        const std::string& strSql, const Argument& argument,
+                                        size_t nMaxBytes, std::vector<DbRow>& rows) {
     rows.clear();
-    sqlite3_stmt* pRaw = nullptr;
-    int nCode = sqlite3_prepare_v2(pDb, strSql.c_str(), -1, &pRaw, nullptr);
-    const Statement pStatement(pRaw);
+    SqliteStatement statement;
+    int nCode = statement.Prepare(connection, strSql);
     if (nCode == SQLITE_OK) {
-        nCode = Bind(pRaw, argument);
+        nCode = Bind(statement.Get(), argument);
     }
     if (nCode != SQLITE_OK) {
-        return {sqlite3_extended_errcode(pDb), sqlite3_errmsg(pDb)};
+        return {connection.Code(), connection.Text()};
     }
     size_t nBytes = 0;
-    while (nBytes < nMaxBytes && (nCode = sqlite3_step(pRaw)) == SQLITE_ROW) {
-        rows.push_back(ReadRow(pRaw, nBytes));
+    while (nBytes < nMaxBytes && (nCode = statement.Step()) == SQLITE_ROW) {
+        rows.push_back(ReadRow(statement.Get(), nBytes));
     }
     if (nCode == SQLITE_DONE || nCode == SQLITE_ROW || nCode == SQLITE_OK) {
         return {SQLITE_OK, ""};
     }
-    return {sqlite3_extended_errcode(pDb), sqlite3_errmsg(pDb)};
+    return {connection.Code(), connection.Text()};
 }

@@ -18,17 +18,15 @@
 #ifndef HOST_DATABASE_READONLYDB_H
 #define HOST_DATABASE_READONLYDB_H
 
-#include <sqlite3.h>
-
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <optional>
 #include <string>
 #include <variant>
 #include <vector>
 
 #include "host/database/ChangeDetector.h"
+#include "host/database/SqliteConnection.h"
 
 // A stored value. The files are foreign data: any column may hold any type.
 struct DbValue {
@@ -69,30 +67,26 @@ public:
     const std::string& Error() const { return m_strError; }
 
 private:
-    struct Closer {
-        void operator()(sqlite3* pDb) const { sqlite3_close(pDb); }
-    };
-    using Connection = std::unique_ptr<sqlite3, Closer>;
     struct Outcome {
         int nCode = SQLITE_BUSY;  // SQLITE_OK or an extended error code
         std::string strText;      // SQLite's words for it
     };
 
     bool LooksLikeFile();
-    Connection Connect(const char* pszVfs, Outcome& outcome) const;
+    bool Connect(const char* pszVfs, SqliteConnection& connection, Outcome& outcome) const;
     bool QueryUnlocked(const std::string& strSql, const Argument& argument, size_t nMaxBytes,
                        std::vector<DbRow>& rows, Outcome& outcome);
     Outcome QueryLocked(const std::string& strSql, const Argument& argument, size_t nMaxBytes,
                         std::vector<DbRow>& rows) const;
-    static Outcome Execute(sqlite3* pDb, const std::string& strSql, const Argument& argument,
-                           size_t nMaxBytes, std::vector<DbRow>& rows);
+    static Outcome Execute(const SqliteConnection& connection, const std::string& strSql,
+                           const Argument& argument, size_t nMaxBytes, std::vector<DbRow>& rows);
 
     const int m_nBusyMs;
     std::string m_strFile;
     std::string m_strTable;
     std::string m_strError;
     ChangeDetector m_watch;
-    Connection m_pUnlocked;
+    SqliteConnection m_unlocked;
 };
 
 #endif

@@ -1,6 +1,5 @@
 #include "host/doctor/Doctor.h"
 
-#include <sqlite3.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <sys/utsname.h>
@@ -17,6 +16,7 @@
 #include <sstream>
 
 #include "host/base/HumanText.h"
+#include "host/database/SqliteConnection.h"
 #include "host/doctor/DoctorSensors.h"
 #include "host/module/PluginLoader.h"
 #include "host/process/StateDir.h"
@@ -79,22 +79,14 @@ int64_t ModifiedAt(const std::string& strFile) {
 
 // SQLite's code of the check; strAnswer is "ok", or what is wrong.
 int QuickCheck(const std::string& strFile, std::string& strAnswer) {
-    sqlite3* pDb = nullptr;
-    int nCode = sqlite3_open_v2(strFile.c_str(), &pDb, SQLITE_OPEN_READONLY, nullptr);
+    SqliteConnection connection;
+    int nCode = connection.Open(strFile, SQLITE_OPEN_READONLY, BUSY_MS);
     if (nCode == SQLITE_OK) {
-        (void)sqlite3_busy_timeout(pDb, BUSY_MS);
-        (void)sqlite3_db_config(pDb, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
-        const auto fnRow = [](void* pAnswer, int nColumns, char** ppszValues, char**) {
-            *static_cast<std::string*>(pAnswer) =
-                nColumns > 0 && ppszValues[0] != nullptr ? ppszValues[0] : "";
-            return 0;
-        };
-        nCode = sqlite3_exec(pDb, "pragma quick_check(1)", fnRow, &strAnswer, nullptr);
+        nCode = connection.Execute("pragma quick_check(1)", strAnswer);
     }
     if (nCode != SQLITE_OK) {
-        strAnswer = pDb == nullptr ? sqlite3_errstr(nCode) : sqlite3_errmsg(pDb);
+        strAnswer = connection.Text();
     }
-    (void)sqlite3_close(pDb);
     return nCode;
 }
 

@@ -39,7 +39,7 @@ def rooms():
         "host/report/screen": {base, verdict, "host/report/text"},
         "host/report/metrics": {base, verdict, account},
         "host/report": shown,
-        "host/doctor": {base, process, verdict, event, module, "host/kernel"},
+        "host/doctor": {base, process, database, verdict, event, module, "host/kernel"},
     }
     table["host/run"] = {*table, "host/report"} - {"host/doctor"}
     table["host/command"] = {*table, "host/run"}
