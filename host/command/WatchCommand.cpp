@@ -16,8 +16,8 @@
 #include "host/base/UniqueFd.h"
 #include "host/command/RunArguments.h"
 #include "host/kernel/KernelSource.h"
+#include "host/kernel/SensorChoice.h"
 #include "host/kernel/file/FanotifySensor.h"
-#include "host/kernel/launch/SensorChoice.h"
 #include "host/process/ExitCodes.h"
 #include "host/process/StateDir.h"
 

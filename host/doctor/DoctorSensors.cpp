@@ -15,8 +15,8 @@
 #include "host/base/MountTable.h"
 #include "host/base/UniqueFd.h"
 #include "host/event/WatchedPaths.h"
+#include "host/kernel/SensorChoice.h"
 #include "host/kernel/file/FanotifySensor.h"
-#include "host/kernel/launch/SensorChoice.h"
 
 namespace doctor {
 

@@ -2,8 +2,8 @@
 // for.
 //
 // Threads: as ILaunchSensor. Errors: as ILaunchSensor.
-#ifndef HOST_KERNEL_LAUNCH_SENSORCHOICE_H
-#define HOST_KERNEL_LAUNCH_SENSORCHOICE_H
+#ifndef HOST_KERNEL_SENSORCHOICE_H
+#define HOST_KERNEL_SENSORCHOICE_H
 
 #include <functional>
 #include <memory>

@@ -1,4 +1,4 @@
-#include "host/kernel/launch/SensorChoice.h"
+#include "host/kernel/SensorChoice.h"
 
 #include <gtest/gtest.h>
 

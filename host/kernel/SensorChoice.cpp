@@ -1,4 +1,4 @@
-#include "host/kernel/launch/SensorChoice.h"
+#include "host/kernel/SensorChoice.h"
 
 #include "host/kernel/launch/ConnectorSensor.h"
 #include "host/kernel/launch/LaunchSensor.h"
