@@ -107,19 +107,11 @@ uint32_t Router::Deliver(const Guid& sender, int64_t nMsgType, std::string strBo
 
 void Router::Call(Receiver& receiver, const Guid& sender, int64_t nMsgType,
                   const std::string& strBody, const Answer& fnAnswer) {
-    uintptr_t nHandle = 0;
-    if (fnAnswer) {
-        const MutexLock lock(m_mutex);
-        nHandle = m_nNextHandle++;
-        m_replies[nHandle] = fnAnswer;
-    }
+    const uintptr_t nHandle = fnAnswer ? m_replies.Expect(fnAnswer) : 0;
     (void)receiver.pReceiver.load()->ReceiveCallback(&sender, nMsgType, strBody.data(),
                                                      static_cast<uint32_t>(strBody.size()),
                                                      reinterpret_cast<void*>(nHandle), 0);
-    if (nHandle != 0) {
-        const MutexLock lock(m_mutex);
-        m_replies.erase(nHandle);
-    }
+    m_replies.Forget(nHandle);
 }
 
 void Router::EndWaiting() {
@@ -249,15 +241,9 @@ uint32_t Router::UnregisterReceiver(int64_t nMsgType) {
 
 uint32_t Router::Reply(int64_t /*nReserved*/, int64_t nMsgType, const void* pData, uint32_t nLength,
                        void* pReplyHandle) {
-    Answer fnAnswer;
-    {
-        const MutexLock lock(m_mutex);
-        const auto it = m_replies.find(reinterpret_cast<uintptr_t>(pReplyHandle));
-        if (it == m_replies.end()) {
-            return ERROR_BAD_ARGUMENT;
-        }
-        fnAnswer = std::move(it->second);
-        m_replies.erase(it);
+    const Answer fnAnswer = m_replies.Take(reinterpret_cast<uintptr_t>(pReplyHandle));
+    if (!fnAnswer) {
+        return ERROR_BAD_ARGUMENT;
     }
     fnAnswer(nMsgType, Body(pData, nLength));
     return 0;

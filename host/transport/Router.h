@@ -21,6 +21,7 @@
 #include "host/base/Mutex.h"
 #include "host/transport/EndpointIds.h"
 #include "host/transport/IEndpoint.h"
+#include "host/transport/ReplyTable.h"
 #include "host/transport/SerialExecutor.h"
 #include "host/transport/TimerQueue.h"
 
@@ -33,7 +34,7 @@ constexpr uint32_t ROUTER_TIMEOUT = 0xE0020005U;           // the send did not e
 class Router : public IMsgRouter {
 public:
     using Done = std::function<void(uint32_t nResult)>;
-    using Answer = std::function<void(int64_t nMsgType, const std::string& strData)>;
+    using Answer = ReplyTable::Answer;
 
     explicit Router(const SerialExecutor::Limits& limits = SerialExecutor::Limits());
     ~Router() override;  // Close
@@ -103,9 +104,8 @@ private:
     Guid m_identity TEV_GUARDED_BY(m_mutex) = {};
     std::map<int64_t, std::shared_ptr<Receiver>> m_receivers TEV_GUARDED_BY(m_mutex);
     std::map<Guid, std::shared_ptr<Endpoint>, GuidLess> m_endpoints TEV_GUARDED_BY(m_mutex);
-    std::map<uintptr_t, Answer> m_replies TEV_GUARDED_BY(m_mutex);  // by handle
-    uintptr_t m_nNextHandle TEV_GUARDED_BY(m_mutex) = 1;
 
+    ReplyTable m_replies;
     std::atomic<uint32_t> m_nNextSend{1};
     std::atomic<uint64_t> m_nPending{0};
     TimerQueue m_deadlines;

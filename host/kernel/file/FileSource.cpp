@@ -50,7 +50,8 @@ FileSource::FileSource(std::unique_ptr<IFileSensor> pSensor, IFileObserver& obse
       m_options(std::move(options)),
       m_nOwnPid(static_cast<uint32_t>(getpid())),
       m_paths([this](std::string_view strHandle) { return OpenDirectory(strHandle); }),
-      m_buffer(m_options.nReadBytes) {
+      m_buffer(m_options.nReadBytes),
+      m_batches({m_options.nMostOperations, m_options.nMostBytes, m_options.batchTime}) {
     if (!m_options.fnLook) {
         m_options.fnLook = LStat;
     }
@@ -71,15 +72,12 @@ void FileSource::Ignore() {
 
 bool FileSource::Read() {
     const TimeTaken time(m_nSenseNanos);
-    while (m_nHeld < m_options.nMostHeld) {
+    while (m_held.Bytes() < m_options.nMostHeld) {
         const size_t nRead = m_pSensor->Read(m_buffer.data(), m_buffer.size());
         if (nRead == 0) {
             break;
         }
-        m_held.emplace_back();
-        m_held.back().bytes.assign(m_buffer.data(), m_buffer.data() + nRead);
-        m_held.back().tmRead = static_cast<int64_t>(::time(nullptr));
-        m_nHeld += nRead;
+        m_held.Add(m_buffer.data(), nRead, static_cast<int64_t>(::time(nullptr)));
     }
     return IsHolding();
 }
@@ -91,15 +89,14 @@ void FileSource::Resolve() {
             m_paths.Clear();
         }
         if (IsHolding()) {
-            const Piece& piece = m_held.front();
-            FileEventReader reader(piece.bytes.data(), piece.bytes.size());
+            const std::string_view strEvents = m_held.Oldest();
+            FileEventReader reader(strEvents.data(), strEvents.size());
             FileEvent event;
             while (reader.Next(event)) {
                 Take(event);
             }
             m_files.nBroken += reader.Broken();
-            m_nHeld -= piece.bytes.size();
-            m_held.pop_front();
+            m_held.RemoveOldest();
         }
     }
     m_files.nCaptureMicros = m_nSenseNanos / 1000;
@@ -116,31 +113,12 @@ std::string FileSource::OpenDirectory(std::string_view strHandle) {
     if (!strPath.empty() || m_nOpening >= MOST_ABOVE) {
         return strPath;
     }
-    for (Piece& piece : m_held) {
-        FindRemoved(piece);
-        const auto found = piece.removed.find(strHandle);
-        if (found != piece.removed.end()) {
-            ++m_nOpening;
-            strPath = m_paths.PathOf(found->second);
-            --m_nOpening;
-            return strPath;
-        }
+    if (const std::optional<FileSpot> spot = m_held.WhereRemoved(strHandle)) {
+        ++m_nOpening;
+        strPath = m_paths.PathOf(*spot);
+        --m_nOpening;
     }
     return strPath;
-}
-
-void FileSource::FindRemoved(Piece& piece) {
-    if (std::exchange(piece.bFoundRemoved, true)) {
-        return;
-    }
-    FileEventReader reader(piece.bytes.data(), piece.bytes.size());
-    FileEvent event;
-    while (reader.Next(event)) {
-        if ((event.nMask & FAN_DELETE) != 0 && (event.nMask & FAN_ONDIR) != 0 &&
-            !event.strTarget.empty()) {
-            piece.removed.emplace(event.strTarget, event.spot);
-        }
-    }
 }
 
 void FileSource::Take(const FileEvent& event) {
@@ -239,7 +217,7 @@ bool FileSource::IsRepeat(const FileEvent& event, const std::string& strPath) {
         !WatchedPaths::IsWatched(FILE_WRITE, m_places.Spelled(strPath))) {
         return false;
     }
-    return !m_written.insert(std::to_string(event.nPid) + strPath).second;
+    return !m_batches.IsFirstWrite(event.nPid, strPath);
 }
 
 void FileSource::Tell(FileAct eAct, const FileEvent& event, std::string_view strDirectory,
@@ -273,10 +251,12 @@ void FileSource::Tell(FileAct eAct, const FileEvent& event, std::string_view str
     operation.strFsType = m_pSensor->FsTypeOf(strDirectory);
     operation.nInode = status.st_ino != 0 ? status.st_ino : file_handle_key::Inode(event.strTarget);
     operation.nPid = event.nPid;
-    operation.tmWhen = m_held.front().tmRead;
+    operation.tmWhen = m_held.OldestRead();
     m_files.nNoProgram += operation.strProgram.empty() ? 1 : 0;
     ++m_files.nReported;
-    Add(std::move(operation));
+    ++m_files.nBatched;
+    m_told.push_back(operation);
+    m_batches.Add(std::move(operation), Clock::now());
 }
 
 // As the module looks: through a link.
@@ -288,21 +268,6 @@ bool FileSource::IsPipe(const std::string& strPath, struct stat& status) const {
     return S_ISFIFO(status.st_mode) ||
            (S_ISLNK(status.st_mode) && m_options.fnLookThrough(strPath, target) &&
             S_ISFIFO(target.st_mode));
-}
-
-void FileSource::Add(FileOperation operation) {
-    m_told.push_back(operation);
-    if (!IsMaking()) {
-        m_making.due = Clock::now() + m_options.batchTime;
-    }
-    m_making.nBytes += operation.strPath.size() + operation.strProgram.size();
-    m_making.operations.push_back(std::move(operation));
-    ++m_files.nBatched;
-    if (m_making.operations.size() >= m_options.nMostOperations ||
-        m_making.nBytes >= m_options.nMostBytes) {
-        m_full.push_back(std::exchange(m_making, Batch()));
-        m_written.clear();
-    }
 }
 
 void FileSource::TakeCounts(bool bLast) {
@@ -318,17 +283,8 @@ void FileSource::TakeCounts(bool bLast) {
     m_observer.OnFileCounters(m_files);
 }
 
-bool FileSource::HasBatch(Clock::time_point now, bool bAny) const {
-    return !m_full.empty() || (IsMaking() && (bAny || now >= m_making.due));
-}
-
 void FileSource::HandOut(EventBatch& batch, uint64_t nNumber) {
-    if (m_full.empty()) {
-        m_full.push_back(std::exchange(m_making, Batch()));
-        m_written.clear();
-    }
-    std::vector<FileOperation> operations = std::move(m_full.front().operations);
-    m_full.pop_front();
+    std::vector<FileOperation> operations = m_batches.TakeOldest();
     batch.strBody = event_message::OperationsOf(operations);
     batch.nNumber = nNumber;
     batch.nCopies = 1;

@@ -11,19 +11,18 @@
 
 #include <chrono>
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
-#include <unordered_map>
-#include <unordered_set>
 #include <vector>
 
 #include "host/event/FileOperation.h"
 #include "host/event/WatchedPaths.h"
 #include "host/kernel/file/DirectoryPathCache.h"
+#include "host/kernel/file/FileBatches.h"
 #include "host/kernel/file/FileEvent.h"
+#include "host/kernel/file/HeldEvents.h"
 #include "host/kernel/file/IFileSensor.h"
 #include "host/kernel/launch/ProcessTable.h"
 
@@ -61,37 +60,21 @@ public:
     bool Read();
     // After the images know of every process until then: decodes the oldest piece held.
     void Resolve();
-    bool IsHolding() const { return !m_held.empty(); }
+    bool IsHolding() const { return !m_held.IsEmpty(); }
     // No new events from now on; those that wait can still be read.
     void Detach() { m_pSensor->Detach(); }
     // Gives the observer notices and counters; bLast: and every loss not yet announced.
     void TakeCounts(bool bLast);
 
     // True when a batch is full or its time has come; bAny: or has anything in it.
-    bool HasBatch(Clock::time_point now, bool bAny) const;
-    bool IsMaking() const { return !m_making.operations.empty(); }
+    bool HasBatch(Clock::time_point now, bool bAny) const { return m_batches.HasBatch(now, bAny); }
+    bool IsMaking() const { return m_batches.IsFilling(); }
     // The oldest batch, under this number.
     void HandOut(EventBatch& batch, uint64_t nNumber);
     const FileCounters& Counters() const { return m_files; }
 
 private:
-    struct Batch {
-        std::vector<FileOperation> operations;
-        size_t nBytes = 0;
-        Clock::time_point due;
-    };
-
-    // Events as the kernel wrote them.
-    struct Piece {
-        std::vector<char> bytes;
-        int64_t tmRead = 0;
-        bool bFoundRemoved = false;
-        // Directories removed in it, by handle, once somebody asked for one of them.
-        std::unordered_map<std::string_view, FileSpot> removed;
-    };
-
     std::string OpenDirectory(std::string_view strHandle);
-    static void FindRemoved(Piece& piece);
     void Take(const FileEvent& event);
     void TakeOverflow();
     void TendDirectory(const std::string& strPath);
@@ -102,7 +85,6 @@ private:
     void Tell(FileAct eAct, const FileEvent& event, std::string_view strDirectory,
               const std::string& strPath);
     bool IsPipe(const std::string& strPath, struct stat& status) const;
-    void Add(FileOperation operation);
 
     const std::unique_ptr<IFileSensor> m_pSensor;
     IFileObserver& m_observer;
@@ -111,15 +93,11 @@ private:
     FileSourceOptions m_options;
     const uint32_t m_nOwnPid;
     DirectoryPathCache m_paths;
-    std::vector<char> m_buffer;         // for one read
-    std::deque<Piece> m_held;           // oldest first
-    size_t m_nHeld = 0;                 // their bytes
+    std::vector<char> m_buffer;  // for one read
+    HeldEvents m_held;
     int m_nOpening = 0;                 // directories being opened, one for the sake of another
     std::vector<FileOperation> m_told;  // to the observer, once the time was taken
-    std::unordered_set<std::string>
-        m_written;  // reported as written, in the batch that is being filled
-    Batch m_making;
-    std::deque<Batch> m_full;
+    FileBatches m_batches;
     uint64_t m_nSenseNanos = 0;
     uint64_t m_nAnnounced = 0;  // overflows
     Clock::time_point m_announceDue;

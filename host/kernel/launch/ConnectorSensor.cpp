@@ -12,7 +12,6 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
-#include <deque>
 #include <new>
 #include <optional>
 #include <string>
@@ -21,11 +20,11 @@
 #include <utility>
 #include <vector>
 
-#include "host/base/Mutex.h"
 #include "host/base/WakeFd.h"
 #include "host/kernel/launch/ConnectorSocket.h"
 #include "host/kernel/launch/ExecOpens.h"
 #include "host/kernel/launch/LaunchPath.h"
+#include "host/kernel/launch/LaunchRecords.h"
 #include "host/kernel/launch/StartedProgram.h"
 #include "host/process/Privileges.h"
 
@@ -57,9 +56,9 @@ public:
     ConnectorSensor& operator=(const ConnectorSensor&) = delete;
 
     bool Open(std::string& strError) override;
-    void Drain(const Sink& fnSink) override;
+    void Drain(const Sink& fnSink) override { m_records.Drain(fnSink); }
     void Detach() override;
-    SensorCounts Counts() const override;
+    SensorCounts Counts() const override { return m_records.Counts(); }
     std::string Name() const override {
         return m_bOpens ? "process connector with fanotify" : "process connector";
     }
@@ -68,13 +67,11 @@ public:
 private:
     void Run();
     void Round();
-    void LoseRound();
     bool TakeSockets();
     void TakeExecs(const std::vector<ConnectorEvent>& execs);
     void TakeExec(uint32_t nPid, size_t nStarts);
     uint32_t ParentOf(uint32_t nPid) const;
     void TakeLives(LaunchKind eKind);
-    void Put(const LaunchEvent& event);
 
     const bool m_bOpens;
     WakeFd m_wake;  // Detach wakes Run
@@ -91,11 +88,7 @@ private:
     std::vector<ConnectorEvent> m_lifeEvents;
     std::unordered_map<uint32_t, uint32_t> m_parents;  // process by process
 
-    mutable Mutex m_mutex;
-    std::deque<std::string> m_records TEV_GUARDED_BY(m_mutex);
-    size_t m_nRecordBytes TEV_GUARDED_BY(m_mutex) = 0;
-    SensorCounts m_counts TEV_GUARDED_BY(m_mutex);   // without what the sockets dropped
-    SensorCounts m_dropped TEV_GUARDED_BY(m_mutex);  // by the sockets
+    LaunchRecords m_records{WAITING_BYTES};
 };
 
 bool ConnectorSensor::Open(std::string& strError) {
@@ -179,18 +172,10 @@ void ConnectorSensor::Round() {
             m_lifeEvents.clear();
         }
     } catch (const std::bad_alloc&) {
-        LoseRound();
+        m_records.Lose(m_execEvents.size(), m_lifeEvents.size());
+        m_execEvents.clear();
+        m_lifeEvents.clear();
     }
-}
-
-// What was taken and finds no memory. Apart, because the analysis of locks passes over handlers.
-void ConnectorSensor::LoseRound() {
-    const MutexLock lock(m_mutex);
-    m_counts.nCaptured += m_execEvents.size();
-    m_counts.nLost += m_execEvents.size();
-    m_counts.nOthersLost += m_lifeEvents.size();
-    m_execEvents.clear();
-    m_lifeEvents.clear();
 }
 
 // True when more waits.
@@ -209,9 +194,7 @@ bool ConnectorSensor::TakeSockets() {
             }
         }
     }
-    const MutexLock lock(m_mutex);
-    m_dropped.nLost = m_execs.Dropped();
-    m_dropped.nOthersLost = m_lives.Dropped();
+    m_records.SetDropped(m_execs.Dropped(), m_lives.Dropped());
     return bMore;
 }
 
@@ -233,7 +216,7 @@ void ConnectorSensor::TakeLives(LaunchKind eKind) {
         event.eKind = eKind;
         event.nPid = life.nPid;
         event.nPpid = life.nParent;
-        Put(event);
+        m_records.Put(event);
     }
 }
 
@@ -267,44 +250,14 @@ void ConnectorSensor::TakeExec(uint32_t nPid, size_t nStarts) {
     }
     for (size_t i = 0; i < starts.size(); ++i) {
         const bool bLast = i + 1 == starts.size();
-        Put(StartedProgram(nPid, ParentOf(nPid), starts[i], bLast ? &state : nullptr,
-                           m_nOwnMountNs));
+        m_records.Put(StartedProgram(nPid, ParentOf(nPid), starts[i], bLast ? &state : nullptr,
+                                     m_nOwnMountNs));
     }
 }
 
 uint32_t ConnectorSensor::ParentOf(uint32_t nPid) const {
     const auto found = m_parents.find(nPid);
     return found == m_parents.end() ? 0 : found->second;
-}
-
-void ConnectorSensor::Put(const LaunchEvent& event) {
-    const bool bExec = event.eKind == LAUNCH_KIND_EXEC;
-    std::string strRecord = EncodeLaunch(event);
-    const MutexLock lock(m_mutex);
-    m_counts.nCaptured += bExec ? 1 : 0;
-    if (m_nRecordBytes + strRecord.size() > WAITING_BYTES) {
-        ++(bExec ? m_counts.nLost : m_counts.nOthersLost);
-        return;
-    }
-    m_nRecordBytes += strRecord.size();
-    m_records.push_back(std::move(strRecord));
-}
-
-void ConnectorSensor::Drain(const Sink& fnSink) {
-    bool bMore = true;
-    while (bMore) {
-        std::string strRecord;
-        {
-            const MutexLock lock(m_mutex);
-            if (m_records.empty()) {
-                return;
-            }
-            strRecord = std::move(m_records.front());
-            m_records.pop_front();
-            m_nRecordBytes -= strRecord.size();
-        }
-        bMore = fnSink(strRecord.data(), strRecord.size());
-    }
 }
 
 // The thread takes what the kernel reported until now, and ends.
@@ -315,15 +268,6 @@ void ConnectorSensor::Detach() {
     m_bStop = true;
     m_wake.Wake();
     m_thread.join();
-}
-
-SensorCounts ConnectorSensor::Counts() const {
-    const MutexLock lock(m_mutex);
-    SensorCounts counts = m_counts;
-    counts.nCaptured += m_dropped.nLost;
-    counts.nLost += m_dropped.nLost;
-    counts.nOthersLost += m_dropped.nOthersLost;
-    return counts;
 }
 
 }  // namespace
