@@ -1,6 +1,10 @@
-// The plug-in object behind the operation table. The slot order is the interface.
+// The plug-in object behind the operation table, each entry of which calls one of its slots. The
+// slot order is the interface.
 //
 // Threads: the host's control thread, one call at a time.
+// Errors: none is reported; no call throws.
+// Ownership: one object per process, made at the first call through the table. A host never deletes
+//   it.
 #ifndef FRAMEWORK_ABI_IPLUGINPROXY_H
 #define FRAMEWORK_ABI_IPLUGINPROXY_H
 
@@ -25,17 +29,18 @@ public:
     IPluginProxy(const IPluginProxy&) = delete;
     IPluginProxy& operator=(const IPluginProxy&) = delete;
 
+    // Slots 2 to 9; see PluginOperationTable for what each does and in which order they come.
     virtual int32_t zkp_init(void* pHostArgument) = 0;      // slot 2
-    virtual void zkp_uninit() = 0;                          // slot 3
+    virtual void zkp_uninit() = 0;                          // slot 3; ends all traffic
     virtual void zkp_setopt(IMsgRouter* pRouter) = 0;       // slot 4; null is allowed
     virtual int32_t zkp_getstatus() = 0;                    // slot 5; a PluginStatus
-    virtual int32_t zkp_ext6(void* /*pArg*/) { return 0; }  // slot 6
-    virtual int32_t zkp_ext7(void* /*pArg*/) { return 0; }  // slot 7
-    virtual int32_t zkp_start() { return 0; }               // slot 8
-    virtual int32_t zkp_stop() { return 0; }                // slot 9
+    virtual int32_t zkp_ext6(void* /*pArg*/) { return 0; }  // slot 6; for extensions
+    virtual int32_t zkp_ext7(void* /*pArg*/) { return 0; }  // slot 7; for extensions
+    virtual int32_t zkp_start() { return 0; }               // slot 8; threads begin
+    virtual int32_t zkp_stop() { return 0; }                // slot 9; threads have ended
 
 protected:
-    PluginStatus m_eStatus;
+    PluginStatus m_eStatus;  // the only member, behind the table pointer
 };
 
 #endif
