@@ -20,13 +20,18 @@ constexpr char CACHE_TABLE[] = "cachotable";
 // A message: an array of elements, of which one with this group names the kind of events by its
 // context.
 constexpr char MEMBER_GROUP[] = "grup";
+constexpr char MEMBER_CONTEXT[] = "context";
+constexpr char MEMBER_PROGRAM[] = "exe_path";
 constexpr char GROUP_QUERY[] = "cloudquery";
 constexpr char CONTEXT_LAUNCHES[] = "cloudad";
 constexpr char CONTEXT_FILES[] = "cloudfd";
 constexpr char MEMBER_OPERATION[] = "optertion";  // spelled so
 
 // A query; its "func" is one of the contexts, or this one for a program that made a file.
+constexpr char MEMBER_TYPE[] = "msg_type";
 constexpr char QUERY_TYPE[] = "cloudq";
+constexpr char ANSWER_TYPE[] = "cloudqr";
+constexpr char KEY_EVENT[] = "hi.event_name";  // whose value names the event
 constexpr char FUNC_MAKER[] = "cloudfs";
 
 // Events as queries name them.

@@ -12,7 +12,7 @@ std::string EventName(const Json::Value& jsonParam) {
     const Json::Value* const pItems = json_reader::Member(jsonParam, "ext");
     if (pItems != nullptr && pItems->isArray()) {
         for (const Json::Value& jsonItem : *pItems) {
-            if (json_reader::Text(jsonItem, "key") == "hi.event_name") {
+            if (json_reader::Text(jsonItem, "key") == module_facts::KEY_EVENT) {
                 return json_reader::Text(jsonItem, "value");
             }
         }
@@ -23,7 +23,7 @@ std::string EventName(const Json::Value& jsonParam) {
 bool ReadQuery(const std::string& strBody, CloudQuery& query) {
     Json::Value jsonRoot;
     if (!json_reader::Parse(strBody, jsonRoot) ||
-        json_reader::Text(jsonRoot, "msg_type") != module_facts::QUERY_TYPE) {
+        json_reader::Text(jsonRoot, module_facts::MEMBER_TYPE) != module_facts::QUERY_TYPE) {
         return false;
     }
     const Json::Value* const pParam = json_reader::Member(jsonRoot, "param");
@@ -32,7 +32,7 @@ bool ReadQuery(const std::string& strBody, CloudQuery& query) {
     }
     query.strPath = json_reader::Text(*pParam, "path");
     query.strFunc = json_reader::Text(*pParam, "func");
-    query.strKey = json_reader::Text(*pParam, "context");
+    query.strKey = json_reader::Text(*pParam, module_facts::MEMBER_CONTEXT);
     query.strEvent = EventName(*pParam);
     return true;
 }
@@ -40,9 +40,12 @@ bool ReadQuery(const std::string& strBody, CloudQuery& query) {
 // The level goes as decimal text: the module reads it with atoi.
 std::string AnswerBody(const CloudQuery& query, int nLevel) {
     JsonObject param;
-    param.Add("context", query.strKey).Add("func", query.strFunc);
+    param.Add(module_facts::MEMBER_CONTEXT, query.strKey).Add("func", query.strFunc);
     param.Add("result", std::to_string(nLevel));
-    return JsonObject().Add("msg_type", "cloudqr").AddJson("param", param.Text()).Text();
+    return JsonObject()
+        .Add(module_facts::MEMBER_TYPE, module_facts::ANSWER_TYPE)
+        .AddJson("param", param.Text())
+        .Text();
 }
 
 }  // namespace

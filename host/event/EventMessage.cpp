@@ -34,7 +34,7 @@ bool IsUsable(const std::string& strBody, uint64_t& nCopies, uint64_t& nEvents,
         return false;
     }
     for (const Json::Value& jsonElement : *pParam) {
-        const std::string strContext = json_reader::Text(jsonElement, "context");
+        const std::string strContext = json_reader::Text(jsonElement, module_facts::MEMBER_CONTEXT);
         const bool bKnown = strContext == module_facts::CONTEXT_LAUNCHES ||
                             strContext == module_facts::CONTEXT_FILES;
         nCopies += bKnown && json_reader::Text(jsonElement, module_facts::MEMBER_GROUP) ==
@@ -72,7 +72,7 @@ std::string CreationsOf(const std::vector<Creation>& creations) {
         JsonObject element;
         if (strElements.empty()) {
             element.Add(module_facts::MEMBER_GROUP, module_facts::GROUP_QUERY);
-            element.Add("context", module_facts::CONTEXT_LAUNCHES);
+            element.Add(module_facts::MEMBER_CONTEXT, module_facts::CONTEXT_LAUNCHES);
         }
         element.AddJson("path", json_writer::Quote(creation.strPath, json_writer::BAD_BYTES_KEEP));
         element.AddJson("cmd",
@@ -90,11 +90,11 @@ std::string OperationsOf(const std::vector<FileOperation>& operations) {
         JsonObject element;
         if (strElements.empty()) {
             element.Add(module_facts::MEMBER_GROUP, module_facts::GROUP_QUERY);
-            element.Add("context", module_facts::CONTEXT_FILES);
+            element.Add(module_facts::MEMBER_CONTEXT, module_facts::CONTEXT_FILES);
         }
         element.AddJson("path", json_writer::Quote(operation.strPath, json_writer::BAD_BYTES_KEEP));
         element.Add(module_facts::MEMBER_OPERATION, ACTS[operation.eAct]);
-        element.AddJson("exe_path",
+        element.AddJson(module_facts::MEMBER_PROGRAM,
                         json_writer::Quote(operation.strProgram, json_writer::BAD_BYTES_KEEP));
         element.Add("exe_pid", static_cast<uint64_t>(operation.nPid));
         // The module reads 32 bits with a sign.

@@ -44,7 +44,7 @@ bool IsPipe(const std::string& strPath) {
 void AddFile(const Json::Value& jsonElement, MessageQueries& all) {
     ExpectedQuery expected;
     expected.strFile = json_reader::Text(jsonElement, "path");
-    expected.strProgram = json_reader::Text(jsonElement, "exe_path");
+    expected.strProgram = json_reader::Text(jsonElement, module_facts::MEMBER_PROGRAM);
     const std::string strOperation = json_reader::Text(jsonElement, module_facts::MEMBER_OPERATION);
     const auto add = [&all, &expected](ExpectedKind eKind, const std::string& strWhat) {
         expected.eKind = eKind;
@@ -70,7 +70,7 @@ void AddFile(const Json::Value& jsonElement, MessageQueries& all) {
 // has the message queued once, for the analyser that its context names.
 bool IsOfFiles(const Json::Value& jsonParam, uint64_t nCopy) {
     for (const Json::Value& jsonElement : jsonParam) {
-        const std::string strContext = json_reader::Text(jsonElement, "context");
+        const std::string strContext = json_reader::Text(jsonElement, module_facts::MEMBER_CONTEXT);
         const bool bFiles = strContext == module_facts::CONTEXT_FILES;
         const bool bAsks = json_reader::Text(jsonElement, module_facts::MEMBER_GROUP) ==
                                module_facts::GROUP_QUERY &&
