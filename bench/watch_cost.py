@@ -1,13 +1,14 @@
 #!/usr/bin/env python3
-"""What it costs to be told of every program that starts: tevmon-host watch with the module, Debian's
+"""What it costs to know of every program that starts: tevmon-host watch with the module, Debian's
 auditd with a rule for execve, and sysdig, each under the same load.
 
 Usage: watch_cost.py HOST [--seconds 20] [--rate 1000] [--install]          (root)
+       watch_cost.py HOST --against HOST [--pairs 5]     two builds in turn, and the ratio
 
 Each tool runs alone while a static program is started at that rate. Printed, side by side: processor
 seconds of the tool's own processes; those of the whole machine above the same load without a tool,
 which also hold what the kernel does for the tool (other work on the machine disturbs them); launches
-told and lost; and the ratios to tevmon-host. --install gets the packages auditd and sysdig by apt-get.
+reported and lost; and the ratios to tevmon-host. --install gets the packages auditd and sysdig by apt-get.
 What cannot run here is said with its reason. The time of tevmon-host includes hashing, queue, verdicts
 and the module; the other two write a line for each launch and judge nothing.
 """
@@ -18,6 +19,7 @@ import pathlib
 import re
 import shutil
 import signal
+import statistics
 import subprocess
 import sys
 import tempfile
@@ -224,12 +226,30 @@ def install():
 def show(results, load):
     base = next(each for each in results if each.name == "no tool").machine
     ours = next((each for each in results if each.name == "tevmon-host"), None)
-    print(f"{'':<12} {'own s':>8} {'machine s':>10} {'told':>8} {'of':>8} {'lost':>8} {'ratio':>7}")
+    print(f"{'':<12} {'own s':>8} {'machine s':>10} {'reported':>8} {'of':>8} {'lost':>8} {'ratio':>7}")
     for each in results:
         ratio = f"{each.own / ours.own:.2f}" if ours and ours.own and each.own else "-"
         above = each.machine - base if each.name != "no tool" else each.machine
         print(f"{each.name:<12} {each.own:>8.2f} {above:>10.2f} {each.told:>8} {load.count:>8} "
               f"{each.lost:>8} {ratio:>7}")
+
+
+def compare(load, folder, args):
+    """The processor seconds of two hosts in turn, and the ratio of each pair."""
+    ratios = []
+    for number in range(args.pairs):
+        own = {}
+        # Which one comes first changes: what a run leaves warm helps the next.
+        for host in (args.host, args.against)[::1 if number % 2 == 0 else -1]:
+            place = folder / f"{number}-{len(own)}"
+            place.mkdir()
+            result = tevmon(load, place, argparse.Namespace(host=host))
+            own[host] = result.own
+            print(f"{host}: {result.own:.2f} s, {result.told} of {load.count} reported, {result.lost} lost",
+                  flush=True)
+        ratios.append(own[args.host] / own[args.against])
+    print(f"ratios {', '.join(f'{ratio:.3f}' for ratio in ratios)}; median {statistics.median(ratios):.3f}")
+    return 0
 
 
 def main():
@@ -238,6 +258,8 @@ def main():
     parser.add_argument("--seconds", type=int, default=20)
     parser.add_argument("--rate", type=int, default=1000)
     parser.add_argument("--install", action="store_true")
+    parser.add_argument("--against", metavar="HOST", type=os.path.abspath)
+    parser.add_argument("--pairs", type=int, default=5)
     args = parser.parse_args()
     args.host = os.path.abspath(args.host)
     livehost.check_machine()
@@ -246,6 +268,8 @@ def main():
     results = []
     with tempfile.TemporaryDirectory(prefix="tevmon-cost-") as name:
         load = Load(pathlib.Path(name), args)
+        if args.against:
+            return compare(load, pathlib.Path(name), args)
         for tool in (without_tool, tevmon, auditd, sysdig):
             folder = pathlib.Path(name) / tool.__name__
             folder.mkdir()
