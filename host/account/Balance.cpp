@@ -26,8 +26,11 @@ uint64_t Balance::Unexplained() const {
     const uint64_t nEnds = events.nRefused + events.nNotStored + events.nWaiting + events.nAnalysed;
     const uint64_t nAtTheEnd =
         launches.Waiting() + files.Waiting() + nMissing + Outstanding() + Batched();
-    return nTooMany + (bFinal ? nAtTheEnd : 0) +
-           Difference(events.nSent + Batched() + nUnsent, Reported()) +
-           Difference(events.nSent, nEnds) +
+    // A batch that was just taken from its source and is not sent yet is in neither number.
+    const uint64_t nOut = events.nSent + Batched() + nUnsent;
+    const uint64_t nInHand = Reported() - std::min(Reported(), nOut);
+    const bool bInHand = !bFinal && nInHand <= MOST_IN_HAND;
+    return nTooMany + (bFinal ? nAtTheEnd : 0) + (bInHand ? 0 : nInHand) +
+           (nOut - std::min(nOut, Reported())) + Difference(events.nSent, nEnds) +
            Difference(events.nExpected, events.Settled() + events.nMissing);
 }

@@ -15,6 +15,10 @@
 
 // All numbers of a balance: what the kernel had, and what became of each of it.
 struct Balance {
+    // Events between a source and the module at one moment: the largest batch that can be asked
+    // for, whose last program may bring its script.
+    static constexpr uint64_t MOST_IN_HAND = 100001;
+
     LaunchCounters launches;
     FileCounters files;
     LedgerState events;

@@ -61,15 +61,15 @@ void EventLedger::Refuse(uint64_t nNumber) {
     }
 }
 
-void EventLedger::Analyse(const std::string& strBody, Clock::time_point now) {
-    const std::optional<uint64_t> copy = TakeWaiting(std::hash<std::string>()(strBody));
-    MessageQueries all = expected_queries::Of(strBody, copy.value_or(0));
+AnalysedMessage EventLedger::Analyse(const std::string& strBody, Clock::time_point now) {
+    const std::optional<Message> message = TakeWaiting(std::hash<std::string>()(strBody));
+    MessageQueries all = expected_queries::Of(strBody, message ? message->nCopy : 0);
     std::vector<Excuse> excuses;
     for (const ExpectedQuery& expected : all.expected) {
         excuses.push_back(ExcuseOf(expected));
     }
     const MutexLock lock(m_mutex);
-    (copy ? m_state.nAnalysed : m_state.nEarlierAnalysed) += all.nEvents;
+    (message ? m_state.nAnalysed : m_state.nEarlierAnalysed) += all.nEvents;
     m_state.nIgnored += all.nIgnored;
     m_state.nExpected += all.expected.size();
     for (size_t i = 0; i < all.expected.size(); ++i) {
@@ -85,12 +85,13 @@ void EventLedger::Analyse(const std::string& strBody, Clock::time_point now) {
             m_byProgram.emplace(KeyOf(eKind, expected.strOperation, expected.strProgram), open);
     }
     DropOld(now);
+    return {message ? message->nNumber : 0, all.nEvents};
 }
 
-// Which copy of a message of this run it is, or nothing. Those that were reported before it and
+// Which message of this run it is, or nothing. Those that were reported before it and
 // still wait were not stored: the module takes the oldest first. So one with the text of a message
 // of ours is of an earlier run as long as such wait.
-std::optional<uint64_t> EventLedger::TakeWaiting(size_t nHash) {
+std::optional<EventLedger::Message> EventLedger::TakeWaiting(size_t nHash) {
     const MutexLock lock(m_mutex);
     const auto found =
         std::find_if(m_waiting.begin(), m_waiting.end(),
@@ -104,9 +105,9 @@ std::optional<uint64_t> EventLedger::TakeWaiting(size_t nHash) {
         m_state.nWaiting -= it->nEvents;
     }
     m_state.nWaiting -= found->nEvents;
-    const uint64_t nCopy = found->nCopy;
+    const Message message = *found;
     m_waiting.erase(m_waiting.begin(), std::next(found));
-    return nCopy;
+    return message;
 }
 
 EventLedger::Excuse EventLedger::ExcuseOf(const ExpectedQuery& expected) const {

@@ -52,6 +52,12 @@ struct LedgerState {
     }
 };
 
+// A message whose analysis has begun.
+struct AnalysedMessage {
+    uint64_t nNumber = 0;  // 0: of an earlier run, or once more
+    uint64_t nEvents = 0;
+};
+
 enum OutcomeKind { OUTCOME_QUERIED, OUTCOME_CACHED, OUTCOME_UNREADABLE, OUTCOME_STAT_FAILED };
 
 // How the module ended an expected query, by its query or a record of its log.
@@ -84,8 +90,8 @@ public:
     void Report(uint64_t nNumber, const std::string& strBody, uint64_t nEvents,
                 uint64_t nCopies = 1);
     void Refuse(uint64_t nNumber);
-    // [the module's thread] The module begins to analyse this message now.
-    void Analyse(const std::string& strBody, Clock::time_point now = Clock::now());
+    // [the module's thread] The module begins to analyse this message now. Which one it is.
+    AnalysedMessage Analyse(const std::string& strBody, Clock::time_point now = Clock::now());
     // The expected query that this ends; nothing when none matches.
     std::optional<ExpectedQuery> Match(const ModuleOutcome& outcome);
     // So many messages are in the queue now that the module has stopped: the others that wait
@@ -116,7 +122,7 @@ private:
     };
 
     Excuse ExcuseOf(const ExpectedQuery& expected) const;
-    std::optional<uint64_t> TakeWaiting(size_t nHash);
+    std::optional<Message> TakeWaiting(size_t nHash);
     void Close(std::list<Open>::iterator expected) TEV_REQUIRES(m_mutex);
     static void Count(LedgerState& state, Excuse eExcuse, uint64_t nTimes = 1);
     void DropOld(Clock::time_point now) TEV_REQUIRES(m_mutex);

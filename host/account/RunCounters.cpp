@@ -1,5 +1,7 @@
 #include "host/account/RunCounters.h"
 
+#include "host/verdict/VerdictLevel.h"
+
 namespace {
 
 template <class Map>
@@ -21,6 +23,23 @@ void RunCounters::CountDelivery(const EventBatch& batch, bool bDelivered) {
     nEvents += batch.nEvents;
 }
 
+void RunCounters::CountQuery(QueryFate eFate, const Verdict& verdict) {
+    ++nQueries;
+    nAnswers += eFate == QUERY_ANSWERED ? 1 : 0;
+    nKnown += eFate == QUERY_KNOWN ? 1 : 0;
+    nNoKey += eFate == QUERY_NO_KEY ? 1 : 0;
+    nLost += IsLost(eFate) ? 1 : 0;
+    if (eFate == QUERY_ANSWERED) {
+        ++answersByLevel[verdict.nLevel];
+    }
+    if (eFate == QUERY_ANSWERED || eFate == QUERY_KNOWN) {
+        ++queriesByLevel[verdict.nLevel];
+        if (verdict.nLevel == verdict_level::PACKAGED) {
+            ++queriesByPackage[verdict.strOwner];
+        }
+    }
+}
+
 void RunCounters::CountNote(ModuleNote eNote) {
     nAnalysed += eNote == NOTE_ANALYSED ? 1 : 0;
     nCached += eNote == NOTE_CACHED ? 1 : 0;
@@ -31,12 +50,12 @@ void RunCounters::CountNote(ModuleNote eNote) {
 
 void RunCounters::Add(const RunCounters& other) {
     uint64_t RunCounters::*const NUMBERS[] = {
-        &RunCounters::nMessages,     &RunCounters::nCopies,     &RunCounters::nEvents,
-        &RunCounters::nNotDelivered, &RunCounters::nUnusable,   &RunCounters::nAnalysed,
-        &RunCounters::nQueries,      &RunCounters::nAnswers,    &RunCounters::nKnown,
-        &RunCounters::nNoKey,        &RunCounters::nLost,       &RunCounters::nNotSent,
-        &RunCounters::nCached,       &RunCounters::nStatFailed, &RunCounters::nUnreadable,
-        &RunCounters::nHashedBytes,  &RunCounters::nCentre};
+        &RunCounters::nMessages,     &RunCounters::nCopies,      &RunCounters::nEvents,
+        &RunCounters::nNotDelivered, &RunCounters::nUnusable,    &RunCounters::nAnalysed,
+        &RunCounters::nQueries,      &RunCounters::nAnswers,     &RunCounters::nKnown,
+        &RunCounters::nNoKey,        &RunCounters::nLost,        &RunCounters::nNotSent,
+        &RunCounters::nCached,       &RunCounters::nStatFailed,  &RunCounters::nUnreadable,
+        &RunCounters::nBadRuns,      &RunCounters::nHashedBytes, &RunCounters::nCentre};
     for (uint64_t RunCounters::*const pNumber : NUMBERS) {
         this->*pNumber += other.*pNumber;
     }
@@ -44,11 +63,6 @@ void RunCounters::Add(const RunCounters& other) {
     AddMap(answersByLevel, other.answersByLevel);
     AddMap(queriesByPackage, other.queriesByPackage);
     dWorkBefore += other.WorkSeconds();
-}
-
-uint64_t RunCounters::Missing() const {
-    const uint64_t nSeen = nQueries + nNotSent + nCached + nStatFailed + nUnreadable;
-    return nAnalysed == nCopies && nEvents > nSeen ? nEvents - nSeen : 0;
 }
 
 double RunCounters::WorkSeconds() const {

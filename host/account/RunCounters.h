@@ -8,8 +8,10 @@
 #include <optional>
 #include <string>
 
+#include "host/cloud/CloudQuery.h"
 #include "host/event/IEventSource.h"
 #include "host/module/ModuleLog.h"
+#include "host/verdict/IVerdictSource.h"
 
 struct RunCounters {
     using Clock = std::chrono::steady_clock;
@@ -28,11 +30,12 @@ struct RunCounters {
     uint64_t nLost = 0;     // queries that no answer could be sent to, or that were unreadable
     uint64_t nNotSent = 0;  // queries that the module could not send
 
-    uint64_t nCached = 0;       // events skipped: verdict in the cache
-    uint64_t nStatFailed = 0;   // events skipped: file's status cannot be had
-    uint64_t nUnreadable = 0;   // events skipped: program cannot be read
+    uint64_t nCached = 0;       // skip records of its log: verdict in the cache
+    uint64_t nStatFailed = 0;   // likewise: file's status cannot be had
+    uint64_t nUnreadable = 0;   // likewise: program cannot be read
     uint64_t nHashedBytes = 0;  // sizes of the programs hashed, as far as they are named
     uint64_t nCentre = 0;       // records sent to the centre
+    uint64_t nBadRuns = 0;      // times that a program with a bad verdict was launched or acted
 
     std::map<int, uint64_t> queriesByLevel;  // queries with a key, by verdict
     std::map<int, uint64_t> answersByLevel;
@@ -44,14 +47,14 @@ struct RunCounters {
 
     void CountDelivery(const EventBatch& batch, bool bDelivered);
 
+    void CountQuery(QueryFate eFate, const Verdict& verdict);
+
     // What the module says of one message, one event or one query.
     void CountNote(ModuleNote eNote);
 
     // Adds what happened in another pass. Its time of work counts, not the pause before it.
     void Add(const RunCounters& other);
 
-    // Events that led to nothing that could be seen; 0 when that is not known.
-    uint64_t Missing() const;
     double WorkSeconds() const;
     double BytesPerSecond() const;  // of work; 0 when that is too short
 };

@@ -135,6 +135,11 @@ struct ModuleNoted {
     const ModuleRecord& note;
 };
 
+// The module has begun to analyse a message.
+struct MessageAnalysed {
+    const AnalysedMessage& message;
+};
+
 // A program was judged, or its known verdict came up again.
 struct ProgramJudged {
     const std::string& strWhat;     // "launch", "FileCreate", ...
@@ -142,8 +147,7 @@ struct ProgramJudged {
     const std::string& strProgram;  // that the verdict is on
     const std::string& strBy;       // the program that did it, "" when nobody knows
     const Verdict& verdict;
-    bool bCached;    // the module skipped it, the verdict is known
-    bool bAnswered;  // the module was just given this verdict
+    bool bCached;  // the module skipped it, the verdict is known
 };
 
 struct CentreRecord {
@@ -156,7 +160,7 @@ using RunEvent =
                  InputUnusable, LaunchCaptured, LaunchUnresolved, LaunchesLost, LaunchCounters,
                  FileOperationCaptured, FileQueueOverflowed, FileCounters, SensorNotice, BatchTaken,
                  BatchReported, BatchDelivered, BatchUnsent, EventsDropped, QueueChanged,
-                 QueryReceived, ModuleNoted, ProgramJudged, CentreRecord>;
+                 QueryReceived, ModuleNoted, MessageAnalysed, ProgramJudged, CentreRecord>;
 
 // Begin, progress, passes, balances and the end come on the control thread, a RunBegun before
 // anything of the router and the module; a sensor's notices may come before it. The rest comes on

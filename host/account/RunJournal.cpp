@@ -202,27 +202,13 @@ void RunJournal::Count(const BatchDelivered& event) {
 
 void RunJournal::Count(const QueryReceived& event) {
     const CloudQuery& query = event.query;
-    const QueryFate eFate = event.eFate;
     const bool bHashed = query.strFunc == module_facts::CONTEXT_LAUNCHES ||
                          query.strFunc == module_facts::FUNC_MAKER;
     const uint64_t nBytes = bHashed ? FileSize(query.strPath) : 0;
     const MutexLock lock(m_mutex);
-    ++m_counters.nQueries;
+    m_counters.CountQuery(event.eFate, event.verdict);
     m_counters.nHashedBytes += nBytes;
     m_counters.lastWork = Clock::now();
-    m_counters.nAnswers += eFate == QUERY_ANSWERED ? 1 : 0;
-    m_counters.nKnown += eFate == QUERY_KNOWN ? 1 : 0;
-    m_counters.nNoKey += eFate == QUERY_NO_KEY ? 1 : 0;
-    m_counters.nLost += IsLost(eFate) ? 1 : 0;
-    if (eFate == QUERY_ANSWERED) {
-        ++m_counters.answersByLevel[event.verdict.nLevel];
-    }
-    if (eFate == QUERY_ANSWERED || eFate == QUERY_KNOWN) {
-        ++m_counters.queriesByLevel[event.verdict.nLevel];
-        if (event.verdict.nLevel == verdict_level::PACKAGED) {
-            ++m_counters.queriesByPackage[event.verdict.strOwner];
-        }
-    }
 }
 
 void RunJournal::Count(const ModuleNoted& event) {
@@ -255,10 +241,14 @@ void RunJournal::Take(const QueryReceived& event) {
 void RunJournal::Take(const ModuleNoted& event) {
     const ModuleRecord& note = event.note;
     Count(event);
-    std::optional<ExpectedQuery> expected;
     if (note.eNote == NOTE_ANALYSED) {
-        m_ledger.Analyse(note.strText);
-    } else if (note.eNote != NOTE_NOT_SENT) {  // that names nothing
+        const AnalysedMessage message = m_ledger.Analyse(note.strText);
+        Publish(event);
+        Publish(MessageAnalysed{message});
+        return;
+    }
+    std::optional<ExpectedQuery> expected;
+    if (note.eNote != NOTE_NOT_SENT) {  // that names nothing
         expected = m_ledger.Match(OutcomeOf(note));
     }
     Publish(event);
@@ -283,8 +273,8 @@ void RunJournal::Judge(const QueryReceived& event, const std::optional<ExpectedQ
         verdict = m_programs.VerdictOf(strProgram);
     }
     const std::string strBy = bLaunch ? m_programs.Starter(strSubject) : strProgram;
-    Publish(ProgramJudged{bLaunch ? "launch" : query.strEvent, strSubject, strProgram, strBy,
-                          verdict, false, event.eFate == QUERY_ANSWERED});
+    Announce(ProgramJudged{bLaunch ? "launch" : query.strEvent, strSubject, strProgram, strBy,
+                           verdict, false});
 }
 
 void RunJournal::Judge(const ModuleRecord& note, const std::optional<ExpectedQuery>& expected) {
@@ -292,6 +282,14 @@ void RunJournal::Judge(const ModuleRecord& note, const std::optional<ExpectedQue
     const std::string strProgram = bLaunch ? note.strText : expected ? expected->strProgram : "";
     const Verdict verdict = m_programs.VerdictOf(strProgram);
     const std::string strBy = bLaunch ? m_programs.Starter(note.strText) : strProgram;
-    Publish(ProgramJudged{expected_queries::EventOf(note.eExpected, note.strOperation),
-                          note.strText, strProgram, strBy, verdict, true, false});
+    Announce(ProgramJudged{expected_queries::EventOf(note.eExpected, note.strOperation),
+                           note.strText, strProgram, strBy, verdict, true});
+}
+
+void RunJournal::Announce(const ProgramJudged& judged) {
+    if (verdict_level::ClassOf(judged.verdict.nLevel) == verdict_level::CLASS_BAD) {
+        const MutexLock lock(m_mutex);
+        ++m_counters.nBadRuns;
+    }
+    Publish(judged);
 }

@@ -82,6 +82,7 @@ private:
     void Judge(const QueryReceived& event, const std::optional<ExpectedQuery>& expected);
     void Judge(const ModuleRecord& note, const std::optional<ExpectedQuery>& expected);
 
+    void Announce(const ProgramJudged& judged);
     void Publish(const RunEvent& event);
     RunCounters TotalCounters() const;
     void AnnounceDropped(bool bLast);

@@ -160,10 +160,15 @@ void JsonLines::Write(const ModuleNoted& event, int64_t tmWhen) {
     }
 }
 
-// A verdict that was given has its record already.
+void JsonLines::Write(const MessageAnalysed& event, int64_t tmWhen) {
+    JsonObject record = Record("analysed", tmWhen);
+    record.Add(m_strUnit, event.message.nNumber).Add("events", event.message.nEvents);
+    m_output.Line(record.Text());
+}
+
 void JsonLines::Write(const ProgramJudged& event, int64_t tmWhen) {
     const int nLevel = event.verdict.nLevel;
-    if (verdict_level::ClassOf(nLevel) == verdict_level::CLASS_BAD && !event.bAnswered) {
+    if (verdict_level::ClassOf(nLevel) == verdict_level::CLASS_BAD) {
         JsonObject record = Record("bad_run", tmWhen);
         record.Add("path", event.strProgram).Add("level", nLevel).Add("what", event.strWhat);
         m_output.Line(record.Add("file", event.strSubject).Add("cached", event.bCached).Text());

@@ -100,7 +100,6 @@ bool WatchLines::Take(const ModuleNoted&) {
 
 bool WatchLines::Take(const ProgramJudged& event) {
     const bool bBad = verdict_level::ClassOf(event.verdict.nLevel) == verdict_level::CLASS_BAD;
-    m_nBadRuns += bBad ? 1 : 0;
     if (bBad || !event.bCached || m_options.bVerbose || m_pScreen != nullptr) {
         Show(verdict_row::Judged(event.strWhat, event.strSubject, event.strBy, event.verdict,
                                  event.bCached));
@@ -128,12 +127,12 @@ ViewNumbers WatchLines::HeadNumbers() const {
     numbers.nBacklogEvents = balance.events.nWaiting;
     numbers.nBacklogMessages = balance.events.nWaitingMessages + balance.events.nEarlierWaiting;
     numbers.nQueries = balance.module.nQueries;
-    numbers.nCached = balance.module.nCached;
+    numbers.nCached = balance.events.nCached;
     numbers.nPackaged = answers(verdict_level::PACKAGED);
     numbers.nGoodPrograms = answers(verdict_level::GOOD);
     numbers.nUnknown = answers(verdict_level::UNKNOWN);
     numbers.nBadPrograms = answers(verdict_level::BAD);
-    numbers.nBadRuns = m_nBadRuns;
+    numbers.nBadRuns = balance.module.nBadRuns;
     numbers.nLost = balance.launches.nLost + balance.events.nRefused + balance.events.nNotStored;
     numbers.nOverflows = balance.files.nOverflows;
     numbers.nUnexplained = balance.Unexplained();

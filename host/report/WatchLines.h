@@ -6,7 +6,6 @@
 #ifndef HOST_REPORT_WATCHLINES_H
 #define HOST_REPORT_WATCHLINES_H
 
-#include <atomic>
 #include <memory>
 
 #include "host/report/RunLines.h"
@@ -52,7 +51,6 @@ private:
     const RunJournal& m_journal;
     const bool m_bPlain;
     RunLines m_common;
-    std::atomic<uint64_t> m_nBadRuns{0};
     // Last: its thread reads the numbers. While the terminal is drawn.
     std::unique_ptr<LiveScreen> m_pScreen;
 };

@@ -135,6 +135,10 @@ Samples Outstanding(const Moment& moment) {
     return {{{}, Value(moment.balance.Outstanding())}};
 }
 
+Samples BadRuns(const Moment& moment) {
+    return {{{}, Value(moment.balance.module.nBadRuns)}};
+}
+
 Samples HashedBytes(const Moment& moment) {
     return {{{}, Value(moment.balance.module.nHashedBytes)}};
 }
@@ -166,6 +170,7 @@ const std::vector<Entry>& Entries() {
         {{"tevmon_queries_total", true, "fate", "What became of the queries that the module made."}, QueryFates},
         {{"tevmon_answers_total", true, "level", "Answers given to queries, by verdict level."}, Answers},
         {{"tevmon_queries_outstanding", false, "", "Queries that an answer is due for."}, Outstanding},
+        {{"tevmon_bad_runs_total", true, "", "Times that a program with a bad verdict was launched or acted."}, BadRuns},
         {{"tevmon_hashed_bytes_total", true, "", "Sizes of the programs hashed for launches, as far as they are named."}, HashedBytes},
         {{"tevmon_unexplained", false, "", "What does not add up in all this; anything but 0 is an error."}, Unexplained},
         {{"tevmon_start_time_seconds", false, "", "When this run began, in seconds since the epoch."}, StartTime},

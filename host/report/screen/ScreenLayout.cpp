@@ -93,7 +93,7 @@ std::vector<Field> Fields(const ViewNumbers& numbers, bool bWide) {
     const std::string strMessages =
         numbers.nBacklogMessages == 0 ? "" : "in " + text::Number(numbers.nBacklogMessages);
     const std::string strOverflows =
-        numbers.nOverflows == 0 ? "" : text::Number(numbers.nOverflows) + " floods";
+        numbers.nOverflows == 0 ? "" : "full " + text::Number(numbers.nOverflows);
     const uint64_t nLosses = numbers.nLost + numbers.nOverflows;
     const std::string strLost = numbers.nOverflows != 0 && !bWide
                                     ? text::Number(numbers.nLost) + "+"

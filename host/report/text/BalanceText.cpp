@@ -132,6 +132,7 @@ std::string RemarksText(const Balance& balance) {
         {launches.nOthersLost, "copies and ends of processes lost, so that a starter may be wrong"},
         {balance.events.nEarlierWaiting, "messages of earlier runs waiting in the queue"},
         {balance.module.nNotSent, "queries that the module could not send"},
+        {balance.module.nBadRuns, "bad runs: a program with a bad verdict was launched or acted"},
     };
     std::string strText;
     for (const auto& remark : REMARKS) {
@@ -207,6 +208,9 @@ JsonObject& AddNumbers(JsonObject& record, const Balance& balance) {
         .Add("no_key", module.nNoKey)
         .Add("queries_lost", module.nLost);
     record.Add("outstanding", balance.Outstanding());
+    if (!balance.input) {
+        record.Add("bad_runs", module.nBadRuns);
+    }
     return record.Add("unexplained", balance.Unexplained());
 }
 

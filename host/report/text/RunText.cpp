@@ -62,6 +62,7 @@ std::string QueriesLine(const RunCounters& counters) {
     pieces.Add(counters.nKnown, "for a program already answered");
     pieces.Add(counters.nNoKey, "that want no answer");
     pieces.Add(counters.nLost, "lost");
+    pieces.Add(counters.nNotSent, "more that the module could not send");
     const std::string strPieces = pieces.Text("");
     return Label("queries") + Number(counters.nQueries) +
            (strPieces.empty() ? "" : ": " + strPieces);
@@ -79,7 +80,7 @@ std::string VerdictsLine(const Console& output, const RunCounters& counters) {
             entry.second == 0 ? Console::COLOUR_DIM : verdict_row::LevelColour(entry.first);
         strLine += (strLine.empty() ? "" : ", ") + output.Paint(eColour, strPiece);
     }
-    return Label("verdicts") + strLine;
+    return Label("by verdict") + strLine;
 }
 
 std::string PackagesLine(const RunCounters& counters) {
@@ -100,14 +101,12 @@ std::string PackagesLine(const RunCounters& counters) {
     return strLine;
 }
 
-std::string SkippedLine(const RunCounters& counters) {
+std::string SkipsLine(const RunCounters& counters) {
     Pieces pieces;
     pieces.Add(counters.nCached, "with a live verdict in the cache");
     pieces.Add(counters.nUnreadable, "that cannot be read");
     pieces.Add(counters.nStatFailed, "whose status cannot be had");
-    pieces.Add(counters.nNotSent, "whose query could not be sent");
-    pieces.Add(counters.Missing(), "that are no program or not watched");
-    return Label("skipped") + pieces.Text("none");
+    return Label("skips") + pieces.Text("none");
 }
 
 std::string HashedLine(const RunCounters& counters) {
@@ -203,7 +202,7 @@ std::string Text(const Console& output, const RunCounters& counters, double dSec
     if (!counters.queriesByPackage.empty()) {
         strText += PackagesLine(counters) + "\n";
     }
-    strText += SkippedLine(counters) + "\n" + HashedLine(counters) + "\n";
+    strText += SkipsLine(counters) + "\n" + HashedLine(counters) + "\n";
     if (counters.nCentre != 0) {
         strText += Label("centre") + Count(counters.nCentre, "record") + "\n";
     }
@@ -236,16 +235,16 @@ std::string PassTable(const Console& output, const std::vector<PassResult>& pass
 JsonObject& AddCounters(JsonObject& record, const RunCounters& counters, double dSeconds) {
     record.Add("messages", counters.nMessages).Add("events", counters.nEvents);
     record.Add("unusable", counters.nUnusable).Add("not_delivered", counters.nNotDelivered);
-    record.Add("analysed", counters.nAnalysed).Add("queries", counters.nQueries);
+    record.Add("messages_analysed", counters.nAnalysed).Add("queries", counters.nQueries);
     record.Add("answers", counters.nAnswers).Add("known", counters.nKnown);
-    record.Add("no_key", counters.nNoKey).Add("lost", counters.nLost);
+    record.Add("no_key", counters.nNoKey).Add("queries_lost", counters.nLost);
+    record.Add("not_sent", counters.nNotSent);
     record.AddJson("answers_by_level", verdict_row::LevelsJson(counters.answersByLevel));
     record.AddJson("queries_by_level", verdict_row::LevelsJson(counters.queriesByLevel));
-    JsonObject skipped;
-    skipped.Add("cached", counters.nCached).Add("unreadable", counters.nUnreadable);
-    skipped.Add("stat_failed", counters.nStatFailed).Add("not_sent", counters.nNotSent);
-    skipped.Add("missing", counters.Missing());
-    record.AddJson("skipped", skipped.Text()).Add("hashed_bytes", counters.nHashedBytes);
+    JsonObject skips;
+    skips.Add("cached", counters.nCached).Add("unreadable", counters.nUnreadable);
+    skips.Add("stat_failed", counters.nStatFailed);
+    record.AddJson("skips", skips.Text()).Add("hashed_bytes", counters.nHashedBytes);
     record.Add("centre", counters.nCentre).Add("seconds", dSeconds);
     return record.Add("work_seconds", counters.WorkSeconds());
 }

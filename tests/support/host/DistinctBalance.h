@@ -60,6 +60,7 @@ inline Balance DistinctBalance() {
     module.nNotSent = 405;
     module.nCached = 406;
     module.nHashedBytes = 407;
+    module.nBadRuns = 408;
     module.answersByLevel = {{10, 411}, {20, 412}, {40, 413}, {70, 414}};
     return balance;
 }

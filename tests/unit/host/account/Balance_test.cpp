@@ -60,6 +60,21 @@ TEST(BalanceTest, WhatIsOnItsWayIsUnexplainedOnlyAtTheEnd) {
     EXPECT_EQ(3u, balance.Unexplained());
 }
 
+// The metrics are written beside the delivery: an alarm for each batch on its way would be false.
+TEST(BalanceTest, ABatchInTheHandsOfTheDeliveryIsUnexplainedOnlyAtTheEnd) {
+    Balance balance = Clean();
+    balance.launches.nCaptured += Balance::MOST_IN_HAND;
+    balance.launches.nPrograms += Balance::MOST_IN_HAND;
+    EXPECT_EQ(0u, balance.Unexplained());
+    balance.bFinal = true;
+    EXPECT_EQ(100001u, balance.Unexplained());
+
+    balance.bFinal = false;
+    ++balance.launches.nCaptured;
+    ++balance.launches.nPrograms;
+    EXPECT_EQ(100002u, balance.Unexplained());  // no batch is so big
+}
+
 TEST(BalanceTest, AQuestionWhoseQueryCouldNotBeSentIsExplained) {
     Balance balance = Clean();
     balance.bFinal = true;

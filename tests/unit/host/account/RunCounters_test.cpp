@@ -114,48 +114,6 @@ TEST(RunCountersTest, WithoutWorkThereIsNoRate) {
     EXPECT_DOUBLE_EQ(0, counters.BytesPerSecond());
 }
 
-TEST(RunCountersTest, SilentEventsAreThoseOfWhichNothingWasHeard) {
-    RunCounters counters;
-    counters.nCopies = 2;
-    counters.nAnalysed = 2;
-    counters.nEvents = 10;
-    counters.nQueries = 3;
-    counters.nCached = 4;
-    counters.nUnreadable = 1;
-    EXPECT_EQ(2u, counters.Missing());
-
-    counters.nQueries = 30;  // one event may lead to several
-    EXPECT_EQ(0u, counters.Missing());
-    counters.nQueries = 0;
-    counters.nAnalysed = 3;  // a message of an earlier run is among them
-    EXPECT_EQ(0u, counters.Missing());
-}
-
-TEST(RunCountersTest, EveryWayInWhichAnEventWasHeardOfExplainsIt) {
-    uint64_t RunCounters::*const HEARD[] = {&RunCounters::nQueries, &RunCounters::nNotSent,
-                                            &RunCounters::nCached, &RunCounters::nStatFailed,
-                                            &RunCounters::nUnreadable};
-    for (const auto pNumber : HEARD) {
-        RunCounters counters;
-        counters.nEvents = 5;
-        counters.*pNumber = 4;
-        EXPECT_EQ(1u, counters.Missing());
-        counters.*pNumber = 5;
-        EXPECT_EQ(0u, counters.Missing());
-    }
-}
-
-TEST(RunCountersTest, BeforeAllCopiesAreAnalysedNoEventIsMissing) {
-    RunCounters counters;
-    counters.nEvents = 5;
-    counters.nCopies = 2;
-    counters.nAnalysed = 1;
-    EXPECT_EQ(0u, counters.Missing());
-
-    counters.nAnalysed = 2;
-    EXPECT_EQ(5u, counters.Missing());
-}
-
 TEST(RunCountersTest, ARateNeedsMoreThanAMillisecondOfWork) {
     RunCounters counters;
     counters.nHashedBytes = 1000;

@@ -19,8 +19,7 @@ public:
             heard.push_back(pJudged->strWhat + " | " + pJudged->strSubject + " | " +
                             pJudged->strProgram + " | " + pJudged->strBy + " | " +
                             std::to_string(pJudged->verdict.nLevel) + " " +
-                            pJudged->verdict.strOwner + (pJudged->bCached ? " cached" : "") +
-                            (pJudged->bAnswered ? " answered" : ""));
+                            pJudged->verdict.strOwner + (pJudged->bCached ? " cached" : ""));
         }
     }
     std::vector<std::string> heard;
@@ -59,8 +58,8 @@ TEST_F(RunJournalJudgedTest, ANewUnitsQueryNamesItsMakerAndTheUnitIsTheSubject) 
 
     EXPECT_THAT(
         m_listener.heard,
-        ElementsAre("AddAutoRuns | /etc/systemd/system/x.service | /bin/maker | /bin/maker | 10 p "
-                    "answered"));
+        ElementsAre(
+            "AddAutoRuns | /etc/systemd/system/x.service | /bin/maker | /bin/maker | 10 p"));
 }
 
 TEST_F(RunJournalJudgedTest, WithoutTheExpectedQueryAUnitAndAPipeStillNameTheirMaker) {
@@ -69,7 +68,7 @@ TEST_F(RunJournalJudgedTest, WithoutTheExpectedQueryAUnitAndAPipeStillNameTheirM
 
     EXPECT_THAT(m_listener.heard,
                 ElementsAre("AddAutoRuns | /bin/maker | /bin/maker | /bin/maker | 10 p",
-                            "ProcessPipe | /bin/maker | /bin/maker | /bin/maker | 10 p answered"));
+                            "ProcessPipe | /bin/maker | /bin/maker | /bin/maker | 10 p"));
 }
 
 TEST_F(RunJournalJudgedTest, AFilesQueryThatNobodyExpectedNamesNoProgram) {
@@ -86,7 +85,7 @@ TEST_F(RunJournalJudgedTest, AQueryWithoutAKeyIsShownWithTheVerdictOnItsProgram)
 
     EXPECT_THAT(
         m_listener.heard,
-        ElementsAre("launch | " + strActor + " | " + strActor + " |  | 70 b answered",
+        ElementsAre("launch | " + strActor + " | " + strActor + " |  | 70 b",
                     "FileDelete | /etc/cron.d/x | " + strActor + " | " + strActor + " | 70 b"));
 }
 
@@ -144,5 +143,5 @@ TEST_F(RunJournalJudgedTest, AProgramsNameIsTheOneThatWasReportedNotTheOneOfTheQ
           QUERY_ANSWERED, PACKAGED);
 
     EXPECT_THAT(m_listener.heard, ElementsAre("launch | " + strProgram + " | " + strProgram +
-                                              " | /bin/shell | 10 p answered"));
+                                              " | /bin/shell | 10 p"));
 }

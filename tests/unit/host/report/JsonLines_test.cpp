@@ -85,9 +85,11 @@ TEST_F(JsonLinesTest, TheSummaryHoldsEveryPassAndWhatCameAfter) {
     EXPECT_THAT(LastLine(), HasSubstr("\"queue_depth\":null"));
 }
 
-TEST_F(WatchJsonLinesTest, ABadProgramHasARecordAlsoWhenItsQueryHasNoVerdictOfItsOwn) {
+TEST_F(WatchJsonLinesTest, EachRunOfABadProgramHasARecordAnsweredOrKnown) {
     m_report.OnQuery(LaunchQuery("/bin/bad"), QUERY_ANSWERED, {70, "bad list", "x"});
-    EXPECT_THAT(LastLine(), Not(HasSubstr(R"("event":"bad_run")")));
+    EXPECT_THAT(LastLine(), HasSubstr(R"("event":"bad_run")"));
+    m_report.OnQuery(LaunchQuery("/bin/bad"), QUERY_NOT_DELIVERED, {70, "bad list", "x"});
+    EXPECT_THAT(LastLine(), HasSubstr(R"("event":"query")"));
 
     m_report.OnQuery(LaunchQuery("/bin/bad"), QUERY_KNOWN, {70, "bad list", "x"});
     EXPECT_THAT(LastLine(), HasSubstr(R"("event":"bad_run")"));
@@ -152,9 +154,9 @@ TEST_F(JsonRecordTest, APassHasItsCountersAndWhichOneItIs) {
     result.dSeconds = 1.5;
     EXPECT_EQ(
         R"({"event":"pass","time":1700000000,"pass":2,"passes":3,"drained":false,"messages":0,)"
-        R"("events":5,"unusable":0,"not_delivered":0,"analysed":0,"queries":0,"answers":0,)"
-        R"("known":0,"no_key":0,"lost":0,"answers_by_level":{},"queries_by_level":{},)"
-        R"("skipped":{"cached":0,"unreadable":0,"stat_failed":0,"not_sent":0,"missing":5},)"
+        R"("events":5,"unusable":0,"not_delivered":0,"messages_analysed":0,"queries":0,"answers":0,)"
+        R"("known":0,"no_key":0,"queries_lost":0,"not_sent":0,"answers_by_level":{},)"
+        R"("queries_by_level":{},"skips":{"cached":0,"unreadable":0,"stat_failed":0},)"
         R"("hashed_bytes":0,"centre":0,"seconds":1.500,"work_seconds":0.000})",
         Written(PassEnded{{2, 3, "line", "a"}, result, false}));
 }
@@ -166,7 +168,7 @@ TEST_F(JsonRecordTest, TheBalanceStandsBeforeTheSummaryAndOnDemand) {
     end.nSignal = 15;
     const std::string strBalance = Written(BalanceAsked{DistinctBalance()});
     EXPECT_THAT(strBalance, StartsWith(R"({"event":"balance","time":1700000000,"launches":{)"));
-    EXPECT_THAT(strBalance, EndsWith(R"(,"outstanding":400,"unexplained":7602})"));
+    EXPECT_THAT(strBalance, EndsWith(R"(,"outstanding":400,"bad_runs":408,"unexplained":7602})"));
 
     EXPECT_THAT(Written(RunEnded{end, PassResult(), {}, DistinctBalance()}),
                 StartsWith(strBalance + "\n" +
@@ -297,14 +299,22 @@ TEST_F(JsonRecordTest, EverySkipHasItsReasonAndAnAnalysisNoRecord) {
     EXPECT_EQ("", Written(ModuleNoted{{NOTE_ANALYSED, "{}"}}));
 }
 
-TEST_F(JsonRecordTest, AProgramIsBadFromLevel60AndOnlyWhereTheVerdictIsNotJustGiven) {
+TEST_F(JsonRecordTest, AMessageUnderAnalysisHasItsNumberAndEvents) {
+    (void)Written(PassBegun{{1, 1, "batch", "walk"}});
+    EXPECT_EQ(R"({"event":"analysed","time":1700000000,"batch":7,"events":3})",
+              Written(MessageAnalysed{{7, 3}}));
+}
+
+TEST_F(JsonRecordTest, ABadRunIsOneOfAProgramFromLevel60) {
     const Verdict bad = {60, "bad list", "x"};
     EXPECT_EQ(
         R"({"event":"bad_run","time":1700000000,"path":"/bin/b","level":60,"what":"FileDelete",)"
         R"("file":"/etc/x","cached":false})",
-        Written(ProgramJudged{"FileDelete", "/etc/x", "/bin/b", "/bin/s", bad, false, false}));
-    EXPECT_EQ("", Written(ProgramJudged{"launch", "/a", "/b", "/s", bad, false, true}));
-    EXPECT_EQ("", Written(ProgramJudged{"launch", "/a", "/b", "/s", {59, "", ""}, true, false}));
+        Written(ProgramJudged{"FileDelete", "/etc/x", "/bin/b", "/bin/s", bad, false}));
+    EXPECT_EQ(R"({"event":"bad_run","time":1700000000,"path":"/b","level":60,"what":"launch",)"
+              R"("file":"/a","cached":false})",
+              Written(ProgramJudged{"launch", "/a", "/b", "/s", bad, false}));
+    EXPECT_EQ("", Written(ProgramJudged{"launch", "/a", "/b", "/s", {59, "", ""}, true}));
 }
 
 TEST_F(JsonRecordTest, ARecordForTheCentreHasItsTypeAndSize) {

@@ -109,7 +109,7 @@ TEST_F(RunLinesTest, TheOnlyPassHasNoBlockOfItsOwnAndEachOfSeveralHasOne) {
     EXPECT_THAT(strText, HasSubstr("\nPass 2 of 2  from events.jsonl\n"));
     EXPECT_THAT(strText, HasSubstr("\n  events      0 events in 0 messages\n"
                                    "  queries     0\n"
-                                   "  skipped     none\n"
+                                   "  skips       none\n"
                                    "  hashed      0 B\n"
                                    "  centre      1 record\n"
                                    "  time        "));

@@ -85,7 +85,7 @@ TEST_F(JournalObserversTest, WhatTheModuleSaysAndSendsIsCounted) {
     observer.OnModuleNote({NOTE_ANALYSED, "{}"});
     EXPECT_EQ("", observer.OnMessage(Guid(), 20300, "record"));
 
-    EXPECT_EQ(3u, m_listener.heard.size());
+    EXPECT_EQ(4u, m_listener.heard.size());  // and which message is analysed
     const RunCounters counters = m_journal.PassCounters();
     EXPECT_EQ(1u, counters.nAnswers);
     EXPECT_EQ(1u, counters.nAnalysed);

@@ -132,6 +132,7 @@ tevmon_answers_total{level="20"} 412
 tevmon_answers_total{level="40"} 413
 tevmon_answers_total{level="70"} 414
 tevmon_queries_outstanding 400
+tevmon_bad_runs_total 408
 tevmon_hashed_bytes_total 407
 tevmon_unexplained 7602
 tevmon_start_time_seconds 1700000000

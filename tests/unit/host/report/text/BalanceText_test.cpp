@@ -76,6 +76,7 @@ TEST(BalanceTextTest, EveryNumberHasItsPlace) {
         "wrong\n"
         "                      307 messages of earlier runs waiting in the queue\n"
         "                      405 queries that the module could not send\n"
+        "                      408 bad runs: a program with a bad verdict was launched or acted\n"
         "  unexplained       7,602",
         balance_text::Text(Console(), DistinctBalance()));
 }
@@ -125,7 +126,7 @@ TEST(BalanceTextTest, TheJsonHasTheSameNumbers) {
         R"("vanished":1,"unreadable":0,"stat_failed":0,"known_maker":1,"missing":0,"unmatched":0,)"
         R"("not_sent":0,)"
         R"("queries":4,"answers":3,"answers_by_level":{"10":2,"70":1},"known":0,"no_key":1,)"
-        R"("queries_lost":0,"outstanding":0,"unexplained":0})",
+        R"("queries_lost":0,"outstanding":0,"bad_runs":0,"unexplained":0})",
         balance_text::AddNumbers(record, Numbers()).Text());
 }
 
@@ -212,6 +213,6 @@ TEST(BalanceTextTest, EveryNumberIsAMemberOfTheJson) {
         R"("cached":312,"vanished":315,"unreadable":313,"stat_failed":314,"known_maker":316,)"
         R"("missing":317,"unmatched":318,"not_sent":405,"queries":2010,"answers":401,)"
         R"("answers_by_level":{"10":411,"20":412,"40":413,"70":414},"known":402,"no_key":403,)"
-        R"("queries_lost":404,"outstanding":400,"unexplained":7602})",
+        R"("queries_lost":404,"outstanding":400,"bad_runs":408,"unexplained":7602})",
         balance_text::AddNumbers(record, DistinctBalance()).Text());
 }

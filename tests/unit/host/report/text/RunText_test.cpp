@@ -50,10 +50,9 @@ TEST_F(RunTextTest, ABlockSaysWhatWasCounted) {
     EXPECT_EQ(
         "  events      1,500 events in 47 messages; 2 unusable in the input\n"
         "  queries     1,100: 1,000 answered, 100 for a program already answered\n"
-        "  verdicts    packaged 1,090, good 0, unknown 9, bad 1\n"
+        "  by verdict  packaged 1,090, good 0, unknown 9, bad 1\n"
         "  packages    coreutils 1,000, bash 90\n"
-        "  skipped     395 with a live verdict in the cache, 1 that cannot be read, 4 that are no "
-        "program or not watched\n"
+        "  skips       395 with a live verdict in the cache, 1 that cannot be read\n"
         "  hashed      3.0 MiB at 1.5 MiB/s\n"
         "  time        7.5 s, of which the module worked 2.0 s (it looks at its queue every 5 s)",
         run_text::Text(Out(), counters, 7.5));
@@ -63,7 +62,7 @@ TEST_F(RunTextTest, ABlockOfNothingIsShort) {
     EXPECT_EQ(
         "  events      0 events in 0 messages\n"
         "  queries     0\n"
-        "  skipped     none\n"
+        "  skips       none\n"
         "  hashed      0 B\n"
         "  time        0.0 s",
         run_text::Text(Out(), RunCounters(), 0));
@@ -140,10 +139,9 @@ TEST_F(RunTextTest, TheSameCountersAreJsonMembers) {
     JsonObject record;
 
     EXPECT_EQ(
-        R"({"messages":0,"events":3,"unusable":0,"not_delivered":0,"analysed":0,"queries":0,)"
-        R"("answers":0,"known":0,"no_key":0,"lost":0,"answers_by_level":{"70":2},)"
-        R"("queries_by_level":{},"skipped":{"cached":0,"unreadable":0,"stat_failed":0,"not_sent":0,)"
-        R"("missing":0},"hashed_bytes":0,"centre":0,"seconds":1.500,"work_seconds":0.000})",
+        R"({"messages":0,"events":3,"unusable":0,"not_delivered":0,"messages_analysed":0,"queries":0,)"
+        R"("answers":0,"known":0,"no_key":0,"queries_lost":0,"not_sent":0,"answers_by_level":{"70":2},)"
+        R"("queries_by_level":{},"skips":{"cached":0,"unreadable":0,"stat_failed":0},"hashed_bytes":0,"centre":0,"seconds":1.500,"work_seconds":0.000})",
         run_text::AddCounters(record, counters, 1.5).Text());
 }
 
@@ -162,9 +160,9 @@ TEST_F(RunTextTest, ABlockNamesWhatWentWrongAndWhatCameFromBefore) {
 
     EXPECT_EQ(
         "  events      1 event in 1 message; 3 not delivered, 3 more that waited in the queue\n"
-        "  queries     7: 6 that want no answer, 1 lost\n"
-        "  verdicts    packaged 0, good 5, unknown 0, level 55 1, bad 0\n"
-        "  skipped     8 whose status cannot be had, 9 whose query could not be sent\n"
+        "  queries     7: 6 that want no answer, 1 lost, 9 more that the module could not send\n"
+        "  by verdict  packaged 0, good 5, unknown 0, level 55 1, bad 0\n"
+        "  skips       8 whose status cannot be had\n"
         "  hashed      0 B\n"
         "  centre      2 records\n"
         "  time        1.2 s, of which the module worked 0.0 s (it looks at its queue every 5 s)",
@@ -280,10 +278,10 @@ TEST_F(RunTextTest, EveryCounterIsAJsonMemberOfItsOwn) {
     record.Add("event", "pass");
 
     EXPECT_EQ(
-        R"({"event":"pass","messages":1,"events":300,"unusable":5,"not_delivered":4,"analysed":2,)"
-        R"("queries":7,"answers":8,"known":9,"no_key":10,"lost":11,)"
+        R"({"event":"pass","messages":1,"events":300,"unusable":5,"not_delivered":4,"messages_analysed":2,)"
+        R"("queries":7,"answers":8,"known":9,"no_key":10,"queries_lost":11,"not_sent":12,)"
         R"("answers_by_level":{"-1":19,"70":20},"queries_by_level":{"40":18},)"
-        R"("skipped":{"cached":13,"unreadable":15,"stat_failed":14,"not_sent":12,"missing":239},)"
+        R"("skips":{"cached":13,"unreadable":15,"stat_failed":14},)"
         R"("hashed_bytes":16,"centre":17,"seconds":0.001,"work_seconds":21.000})",
         run_text::AddCounters(record, counters, 0.0009).Text());
 }
@@ -304,7 +302,7 @@ TEST(RunTextColourTest, OnATerminalAVerdictHasTheColourOfItsLevelAndANoneIsDim) 
     EXPECT_EQ("  \033[2mcached       \033[0m  /bin/a",
               run_text::SkipLine(output, query.strPath).substr(8));
     EXPECT_THAT(run_text::Text(output, counters, 0),
-                HasSubstr("  verdicts    \033[2mpackaged 0\033[0m, \033[2mgood 0\033[0m, "
+                HasSubstr("  by verdict  \033[2mpackaged 0\033[0m, \033[2mgood 0\033[0m, "
                           "\033[33munknown 1\033[0m, \033[31mbad 2\033[0m\n"));
     EXPECT_EQ("\033[1mEvents\033[0m  from a", run_text::Heading(output, {1, 1, "line", "a"}));
 }
