@@ -61,7 +61,7 @@ TEST_F(WatchLinesScreenTest, ItsHeadHasTheNumbersOfTheRun) {
     report.OnCounters(launches);
     FileCounters files;
     files.nCaptured = 80;
-    files.nReported = 5;  // and never handed over
+    files.nReported = 5;  // and never delivered
     report.OnFileCounters(files);
     for (const int nLevel : {10, 10, 10, 20, 20, 40, 70}) {
         report.OnQuery(LaunchQuery(nLevel == 70 ? strBad : "/bin/a"), QUERY_ANSWERED,

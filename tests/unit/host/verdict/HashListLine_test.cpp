@@ -147,7 +147,7 @@ TEST(HashListLineTest, ALineThatIsOfNoUseHasNeitherDigestNorName) {
     EXPECT_EQ("", ParseHashListLine(MD5 + "  a").strProblem);
 }
 
-TEST(HashListLineTest, EachProblemIsTold) {
+TEST(HashListLineTest, EachProblemSaysWhatToDo) {
     const std::pair<std::string, std::string> PROBLEMS[] = {
         {"hello",
          "this is no line of sha1sum, md5sum, .hdb or .hsb; correct it, or begin it with # to pass "

@@ -82,7 +82,7 @@ TEST(MetricsFileTest, AnErrorIsToldOnce) {
 }
 
 // The directory comes and goes as the texts are made.
-TEST(MetricsFileTest, AnErrorIsToldAgainOnceWritingHadWorkedInBetween) {
+TEST(MetricsFileTest, AnErrorIsReportedAgainOnceWritingHadWorkedInBetween) {
     const TestDir dir;
     const std::string strDir = dir.Path() + "/metrics";
     std::atomic<int> nTexts{0};

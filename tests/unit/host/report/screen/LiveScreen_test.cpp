@@ -193,7 +193,7 @@ TEST(LiveScreenTest, EachLineOfATextIsARowWithoutItsOwnTime) {
     EXPECT_EQ("", view.Rows()[0].strVerdict);
 }
 
-TEST(LiveScreenTest, OfManyErrorsTheLastAreToldOnceMoreAndOnlyOnce) {
+TEST(LiveScreenTest, OfManyErrorsTheLastArePrintedOnceMoreAndOnlyOnce) {
     const Pty pty;
     const OnTerminal onTerminal(pty);
     Console output;
@@ -249,6 +249,21 @@ TEST(LiveScreenTest, AScreenThatFindsNoMemoryIsLeftOutAndTheNextIsDrawn) {
     ASSERT_TRUE(view.Begin());
 
     EXPECT_THAT(DrawnScreen(pty).AwaitText(3, "packaged"), HasSubstr(" packaged     4,711 "));
+}
+
+TEST(LiveScreenTest, ItsTitleHasTheStateOfTheMoment) {
+    const Pty pty;
+    const OnTerminal onTerminal(pty, STDOUT_FILENO, "1");
+    Console output;
+    LiveScreen view(output, NoNumbers(), [] {});
+    ASSERT_TRUE(view.Begin());
+    DrawnScreen screen(pty);
+
+    EXPECT_THAT(screen.AwaitText(1, "up 0:"), HasSubstr(" tevmon-host watch               "));
+    view.State("going on");
+    EXPECT_THAT(screen.AwaitText(1, "going"), HasSubstr(" tevmon-host watch   going on   "));
+    view.State("");
+    EXPECT_THAT(screen.AwaitText(1, "watch              "), Not(HasSubstr("going on")));
 }
 
 TEST(LiveScreenTest, RatesAreThoseOfTheLastSeconds) {

@@ -215,6 +215,9 @@ TEST(ScreenLayoutTest, WideFieldsSayMoreAboutTheBacklogAndTheBad) {
         "unexplained        0         ",
         lines[3]);
 
+    numbers.nOverflows = 1;
+    EXPECT_THAT(screen_layout::Lines(numbers, {}, Screen(120, 12))[3],
+                HasSubstr(" lost               5  1 f"));
     numbers.nBacklogMessages = 0;
     EXPECT_EQ(" backlog          402         ",
               screen_layout::Lines(numbers, {}, Screen(120, 12))[1].substr(60, 30));
@@ -277,6 +280,12 @@ TEST(ScreenLayoutTest, TheOwnerOfAGoodProgramIsItsPackageAndOfABadOneTheWholeRea
     }
     EXPECT_EQ("  good      20  launch  ", lines[6].substr(9, 24));
     EXPECT_EQ("  lost          launch  ", lines[9].substr(9, 24));
+}
+
+TEST(ScreenLayoutTest, AStarterCanNeitherSteerTheScreenNorEndItsLine) {
+    const VerdictRow row = Row("/bin/a", "/b\r\033[2J", {40, "none", ""});
+    EXPECT_EQ(" 09:29:59  unknown   launch             /bin/a                  /b\\x0D\\x1B[2J   ",
+              screen_layout::Lines(Numbers(), {row}, Screen(80, 3))[1]);
 }
 
 TEST(ScreenLayoutTest, ColoursTakeNoRoom) {

@@ -73,6 +73,20 @@ TEST(TerminalTest, WhatIsNoTerminalIsRefused) {
     close(fds[1]);
 }
 
+TEST(TerminalTest, WhatIsRefusedLeavesTheHandlersOfSignalsAlone) {
+    int fds[2] = {};
+    ASSERT_EQ(0, pipe(fds));
+    const auto pfnOurs = [](int) {};
+    const auto pfnOld = std::signal(SIGFPE, pfnOurs);
+    Terminal terminal;
+    EXPECT_FALSE(terminal.Open(fds[1]));
+    terminal.Close();
+
+    EXPECT_EQ(static_cast<sighandler_t>(pfnOurs), std::signal(SIGFPE, pfnOld));
+    close(fds[0]);
+    close(fds[1]);
+}
+
 TEST(TerminalTest, ATerminalThatHungUpIsGone) {
     Pty pty;
     Terminal terminal;
@@ -184,6 +198,7 @@ TEST(TerminalTest, ARestoredTerminalIsNotRestoredOnceMore) {
         errno = ERANGE;
         Terminal::Restore();
         EXPECT_EQ(ERANGE, errno);
+        EXPECT_FALSE(terminal.Open(pty.Terminal()));  // it has to be closed first
         Terminal::Restore();
         terminal.Close();
         terminal.Close();
