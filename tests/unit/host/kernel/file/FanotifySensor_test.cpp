@@ -229,6 +229,15 @@ TEST_F(FanotifySensorTest, AReadThatASignalInterruptsIsMadeAgainAndAnErrorIsNoEv
     EXPECT_EQ("next", Read());
 }
 
+TEST_F(FanotifySensorTest, AReadOfNothingIsNoEventWhateverErrorCameBefore) {
+    (void)Opened();
+    m_kernel.Tell({}, {{""}, {"next"}});
+
+    errno = EINTR;
+    EXPECT_EQ("", Read());
+    EXPECT_EQ("next", Read());
+}
+
 TEST_F(FanotifySensorTest, OnceDetachedNoMarkIsLeftAndWhatWaitsCanBeRead) {
     (void)Opened();
     const size_t nBefore = m_kernel.Marks().size();
@@ -371,4 +380,54 @@ TEST_F(FanotifySensorTest, ItsDescriptorIsTheGroupsAndClosedWithIt) {
     m_pSensor.reset();
 
     EXPECT_EQ(0u, m_kernel.OpenFds());
+}
+
+TEST_F(FanotifySensorTest, TheGroupNamesTheDirectoryTheNameAndTheFileAndIsNoChilds) {
+    m_kernel.groupErrors = {EINVAL};
+    (void)Opened();
+
+    constexpr unsigned BOTH =
+        FAN_CLASS_NOTIF | FAN_CLOEXEC | FAN_NONBLOCK | FAN_REPORT_DFID_NAME | FAN_REPORT_FID;
+    EXPECT_THAT(m_kernel.GroupFlags(), ElementsAre(BOTH | FAN_REPORT_TARGET_FID, BOTH));
+}
+
+TEST_F(FanotifySensorTest, DirectoriesInAPlaceAreMarkedEachOnceAndNeitherFilesNorLinks) {
+    const std::string strPlace = m_strRoot + "/etc/cron.d";
+    std::filesystem::create_directories(strPlace + "/a/b");
+    std::filesystem::create_directory_symlink("/etc", strPlace + "/link");
+    m_dir.WriteFile("root/etc/cron.d/job", "");
+
+    (void)Opened();
+
+    std::vector<std::string> places;
+    for (const FakeKernel::Mark& mark : m_kernel.Marks()) {
+        if ((mark.nFlags & FAN_MARK_ONLYDIR) != 0 && mark.strPath.rfind(strPlace, 0) == 0) {
+            places.push_back(mark.strPath);
+        }
+    }
+    EXPECT_THAT(places,
+                testing::UnorderedElementsAre(strPlace, strPlace + "/a", strPlace + "/a/b"));
+}
+
+TEST_F(FanotifySensorTest, AHandleIsOpenedByTheNextMountWhenTheFirstIsGone) {
+    const std::string strFirst = m_dir.Path() + "/first";
+    std::filesystem::create_directory(strFirst);
+    SetMounts("1 0 8:1 / " + strFirst + " rw - ext4 x rw\n2 0 8:1 / " + m_strRoot +
+              " rw - ext4 x rw\n");
+    (void)Opened();
+    const std::string strHandle = HandleOf(7, m_strRoot + "/etc");
+
+    std::filesystem::remove(strFirst);
+
+    EXPECT_EQ(m_strRoot + "/etc", m_pSensor->PathOf(strHandle));
+}
+
+TEST_F(FanotifySensorTest, ANoticeIsTakenOnceWhoeverGaveIt) {
+    m_kernel.groupErrors = {EINVAL};
+    m_kernel.nWholeError = EXDEV;
+    (void)Opened();
+
+    EXPECT_THAT(m_pSensor->TakeNotices(), ElementsAre(HasSubstr("older than Linux 5.17"),
+                                                      HasSubstr("cannot be watched whole")));
+    EXPECT_THAT(m_pSensor->TakeNotices(), IsEmpty());
 }

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 
 #include "tests/support/TestDir.h"
 #include "tests/support/kernel/FakeKernel.h"
@@ -75,6 +76,17 @@ protected:
     ExecOpens m_opens;
     std::vector<int> m_fds;
 };
+
+// The head of a program whose loader is named nAt bytes from its beginning.
+std::string ElfWithLoaderAt(size_t nAt, const std::string& strLoader) {
+    std::string strBytes = ElfHead(strLoader);
+    Elf64_Phdr entry = {};
+    std::memcpy(&entry, &strBytes[sizeof(Elf64_Ehdr)], sizeof(entry));
+    entry.p_offset = nAt;
+    std::memcpy(&strBytes[sizeof(Elf64_Ehdr)], &entry, sizeof(entry));
+    strBytes.resize(nAt);
+    return strBytes + strLoader + std::string(1, '\0');
+}
 
 std::string DeviceOf(const std::string& strPath) {
     struct stat status = {};
@@ -271,4 +283,162 @@ TEST_F(ExecOpensTest, AProcessThatEndedIsForgotten) {
 
     EXPECT_THAT(m_opens.Take(20), IsEmpty());
     EXPECT_THAT(Names(21), ElementsAre("b"));
+}
+
+TEST_F(ExecOpensTest, TheGroupIsToldNeverWaitsAndIsNoChilds) {
+    SetMounts("not a table\n");
+    Open();
+
+    EXPECT_EQ(std::vector<unsigned>{FAN_CLASS_NOTIF | FAN_CLOEXEC | FAN_NONBLOCK},
+              m_kernel.GroupFlags());
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        std::error_code error;
+        if (std::filesystem::read_symlink(entry.path(), error) == m_dir.Path() + "/mountinfo") {
+            EXPECT_EQ(FD_CLOEXEC, fcntl(std::stoi(entry.path().filename()), F_GETFD));
+        }
+    }
+}
+
+TEST_F(ExecOpensTest, AMountThatAnotherOneHidesCountsAsTheOneItsPathLeadsTo) {
+    const std::string& strDir = m_dir.Path();
+    SetMounts("1 0 9:9 / " + strDir + " rw - ext4 x rw\n2 1 " + DeviceOf(strDir) +
+              " / /same rw - ext4 x rw\n3 1 9:9 / /hidden rw - ext4 x rw\n");
+
+    Open();
+
+    const std::vector<FakeKernel::Mark> marks = m_kernel.Marks();
+    ASSERT_EQ(2u, marks.size());
+    EXPECT_EQ(strDir, marks[0].strPath);
+    EXPECT_EQ("/hidden", marks[1].strPath);
+}
+
+// Anybody who may mount in a namespace of his own makes the table long.
+TEST_F(ExecOpensTest, ALongTableOfMountsIsReadToItsEnd) {
+    std::string strTable;
+    for (int i = 0; i < 2000; ++i) {
+        strTable += "1 0 0:5 / /proc/" + std::to_string(i) + " rw - proc x rw\n";
+    }
+    SetMounts(strTable + "2 1 8:1 / /last rw - ext4 x rw\n");
+
+    Open();
+
+    const std::vector<FakeKernel::Mark> marks = m_kernel.Marks();
+    ASSERT_EQ(1u, marks.size());
+    EXPECT_EQ("/last", marks[0].strPath);
+}
+
+TEST_F(ExecOpensTest, ALoaderIsKnownAsFarAsItsNameStandsInTheFirstTwoKiB) {
+    Open();
+    Read({{Opened(20, FdOf("near", ElfWithLoaderAt(2040, "/lib/ld"))) +
+           Opened(20, FdOf("cut", ElfWithLoaderAt(2044, "/lib/ld"))) +
+           Opened(20, FdOf("far", ElfWithLoaderAt(2048, "/lib/ld")))}});
+
+    const std::vector<OpenedFile> files = m_opens.Take(20);
+    ASSERT_EQ(3u, files.size());
+    EXPECT_EQ("/lib/ld", files[0].strInterp);
+    EXPECT_EQ("/lib", files[1].strInterp);
+    EXPECT_EQ("", files[2].strInterp);
+    EXPECT_EQ(OPENED_PROGRAM, files[2].eKind);
+}
+
+TEST_F(ExecOpensTest, AsManyEventsAsTheKernelHasAreTakenAtOnce) {
+    Open();
+    std::string strEvents;
+    for (int i = 0; i < 681; ++i) {
+        strEvents += Opened(20, FAN_NOFD);
+    }
+    strEvents += Opened(20, FdOf("last", "x"));
+    ASSERT_EQ(16368u, strEvents.size());  // one more would not fit
+
+    Read({{strEvents}});
+
+    EXPECT_THAT(Names(20), ElementsAre("last"));
+}
+
+TEST_F(ExecOpensTest, AnEventThatIsShorterThanItsHeadIsNone) {
+    Open();
+    const int nFd = FdOf("short", "x");
+    std::string strShort = Opened(20, nFd);
+    strShort[0] = 23;  // the low byte of its length
+
+    Read({{strShort}});
+
+    EXPECT_THAT(m_opens.Take(20), IsEmpty());
+    EXPECT_FALSE(AllClosed());
+    (void)close(nFd);
+}
+
+TEST_F(ExecOpensTest, AnEventThatIsLongerThanItsHeadIsFollowedByTheNext) {
+    Open();
+    std::string strLong = Opened(20, FdOf("long", "x")) + std::string(16, '\xff');
+    strLong[0] = static_cast<char>(strLong.size());
+
+    Read({{strLong + Opened(20, FdOf("next", "x"))}});
+
+    EXPECT_THAT(Names(20), ElementsAre("long", "next"));
+    EXPECT_TRUE(AllClosed());
+}
+
+TEST_F(ExecOpensTest, AFileMayHaveTheFirstDescriptorAndStandAnywhere) {
+    Open();
+    const int nSaved = fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3);
+    const int nFile = FdOf("script", "#!/bin/sh\n");
+    ASSERT_EQ(5, lseek(nFile, 5, SEEK_SET));
+    ASSERT_EQ(STDIN_FILENO, dup2(nFile, STDIN_FILENO));
+
+    Read({{Opened(20, STDIN_FILENO)}});
+    const bool bClosed = fcntl(STDIN_FILENO, F_GETFD) == -1;
+    (void)dup2(nSaved, STDIN_FILENO);
+
+    const std::vector<OpenedFile> files = m_opens.Take(20);
+    EXPECT_TRUE(bClosed);
+    ASSERT_EQ(1u, files.size());
+    EXPECT_EQ("/bin/sh", files[0].strInterp);
+    (void)close(nFile);
+    (void)close(nSaved);
+}
+
+TEST_F(ExecOpensTest, AFileThatCannotBeReadIsKnownByItsNumbersAlone) {
+    Open();
+    const int nFd = open(m_dir.WriteFile("closed", "#!/bin/sh\n").c_str(), O_WRONLY | O_CLOEXEC);
+
+    Read({{Opened(20, nFd)}});
+
+    const std::vector<OpenedFile> files = m_opens.Take(20);
+    ASSERT_EQ(1u, files.size());
+    EXPECT_TRUE(files[0].id.IsKnown());
+    EXPECT_EQ(OPENED_OTHER, files[0].eKind);
+    EXPECT_EQ(-1, fcntl(nFd, F_GETFD));
+}
+
+TEST_F(ExecOpensTest, ANumberOfAProcessHasThirtyTwoBits) {
+    Open();
+    Read({{Opened(70000, FdOf("a", "x")) + Opened(4464, FdOf("b", "x"))}});
+
+    EXPECT_THAT(Names(70000), ElementsAre("a"));
+    EXPECT_THAT(Names(4464), ElementsAre("b"));
+}
+
+TEST_F(ExecOpensTest, WhatWasTakenLeavesRoomForOtherProcesses) {
+    Open();
+    const std::string strPath = m_dir.WriteFile("file", "x");
+    Read({{Opened(1, OpenFile(strPath))}});
+    for (int32_t nPid = 2; nPid <= 4200; ++nPid) {
+        Read({{Opened(nPid, OpenFile(strPath))}});
+        ASSERT_EQ(1u, m_opens.Take(static_cast<uint32_t>(nPid)).size());
+    }
+
+    EXPECT_EQ(1u, m_opens.Take(1).size());
+}
+
+TEST_F(ExecOpensTest, AnEmptyReadEndsTheReadingWhateverErrorCameBefore) {
+    Open();
+    m_kernel.Tell({}, {{""}, {Opened(20, FdOf("next", "x"))}});
+
+    errno = ENOENT;
+    m_opens.Read();
+    EXPECT_THAT(m_opens.Take(20), IsEmpty());
+
+    m_opens.Read();
+    EXPECT_THAT(Names(20), ElementsAre("next"));
 }
