@@ -112,3 +112,47 @@ TEST(MountTableTest, FileSystemsAreOnDiskInMemoryOrAcrossTheNetwork) {
     EXPECT_FALSE(mount_table::IsLocal("proc"));
     EXPECT_FALSE(mount_table::IsLocal("nfs"));
 }
+
+TEST(MountTableTest, EachTypeOfAFileSystemIsOnDiskInMemoryOrAcrossTheNetworkAndLocalOrNot) {
+    for (const char* pszType : {"tmpfs", "ramfs", "devtmpfs"}) {
+        EXPECT_STREQ("memory", mount_table::DiskType(pszType)) << pszType;
+        EXPECT_TRUE(mount_table::IsLocal(pszType)) << pszType;
+    }
+    EXPECT_STREQ("memory", mount_table::DiskType("rootfs"));
+    EXPECT_FALSE(mount_table::IsLocal("rootfs"));
+    for (const char* pszType :
+         {"nfs", "nfs4", "cifs", "smb3", "9p", "ceph", "afs", "coda", "ncpfs", "ocfs2", "gfs2",
+          "lustre", "fuse", "beegfs", "virtiofs", "fuseblk", "glusterfs"}) {
+        EXPECT_STREQ("network", mount_table::DiskType(pszType)) << pszType;
+        EXPECT_FALSE(mount_table::IsLocal(pszType)) << pszType;
+    }
+    for (const char* pszType :
+         {"ext2", "ext3", "ext4", "xfs", "btrfs", "f2fs", "jfs", "vfat", "exfat", "ntfs3", "udf",
+          "zfs", "overlay", "bcachefs", "reiserfs"}) {
+        EXPECT_STREQ("disk", mount_table::DiskType(pszType)) << pszType;
+        EXPECT_TRUE(mount_table::IsLocal(pszType)) << pszType;
+    }
+    for (const char* pszType : {"", "proc", "sysfs", "cgroup2", "squashfs", "ext", "ext44"}) {
+        EXPECT_STREQ("disk", mount_table::DiskType(pszType)) << pszType;
+        EXPECT_FALSE(mount_table::IsLocal(pszType)) << pszType;
+    }
+}
+
+TEST(MountTableTest, NumbersOfADeviceAreDecimal) {
+    const std::vector<MountEntry> mounts =
+        mount_table::Parse("1 0 010:0012 / /a rw - ext4 x rw\n2 0 0:1048575 / /b rw - ext4 x rw\n");
+
+    ASSERT_EQ(2u, mounts.size());
+    EXPECT_EQ(10u << 20 | 12, mounts[0].nDevice);
+    EXPECT_EQ(1048575u, mounts[1].nDevice);
+}
+
+TEST(MountTableTest, TheRootOfAMountBelowTheRootDoesNotTakeItsPlace) {
+    const std::vector<MountEntry> mounts = mount_table::Parse(
+        "1 0 8:1 / /a/b rw - xfs x rw\n2 0 8:2 / / rw - ext4 x rw\n"
+        "3 0 8:3 / /a rw - btrfs x rw\n4 0 8:4 / / rw - tmpfs x rw\n");
+
+    EXPECT_EQ("xfs", mount_table::MountOf(mounts, "/a/b/c")->strType);
+    EXPECT_EQ("btrfs", mount_table::MountOf(mounts, "/a/bc")->strType);
+    EXPECT_EQ("tmpfs", mount_table::MountOf(mounts, "/ab")->strType);
+}

@@ -1,8 +1,12 @@
 #include "host/transport/TimerQueue.h"
 
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <atomic>
+#include <csignal>
+#include <memory>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -135,4 +139,49 @@ TEST(TimerQueueTest, ItsEndMakesTheCallsThatAreLeft) {
     }
     EXPECT_EQ(1, nCalls);
     TimerQueue().Stop();  // one that never had a call has no thread to wait for
+}
+
+// The process's signals belong to the thread that waits for them.
+TEST(TimerQueueTest, ItsThreadHasANameAndTakesNoSignal) {
+    Event done;
+    std::string strName;
+    std::vector<int> taken;
+    TimerQueue deadlines;
+    ASSERT_TRUE(deadlines.Add(TimerQueue::Clock::now(), [&] {
+        char szName[16] = "";
+        pthread_getname_np(pthread_self(), szName, sizeof(szName));
+        strName = szName;
+        sigset_t blocked;
+        pthread_sigmask(SIG_BLOCK, nullptr, &blocked);
+        for (const int nSignal : {SIGHUP, SIGINT, SIGTERM, SIGUSR1, SIGCHLD, SIGALRM}) {
+            if (sigismember(&blocked, nSignal) != 1) {
+                taken.push_back(nSignal);
+            }
+        }
+        done.Set();
+    }));
+
+    ASSERT_TRUE(done.Wait());
+    EXPECT_EQ("host_deadlines", strName);
+    EXPECT_EQ(std::vector<int>{}, taken);
+}
+
+TEST(TimerQueueTest, ACallIsMadeOnceAndNothingOfItIsKept) {
+    Event first;
+    Event second;
+    std::atomic<int> nCalls{0};
+    const auto pHeld = std::make_shared<int>(0);
+    TimerQueue deadlines;
+    ASSERT_TRUE(deadlines.Add(TimerQueue::Clock::now(), [&, pHeld] {
+        ++nCalls;
+        first.Set();
+    }));
+    ASSERT_TRUE(first.Wait());
+    ASSERT_TRUE(deadlines.Add(TimerQueue::Clock::now(), [&] { second.Set(); }));
+
+    ASSERT_TRUE(second.Wait());
+
+    EXPECT_EQ(1, pHeld.use_count());
+    deadlines.Stop();
+    EXPECT_EQ(1, nCalls);
 }
