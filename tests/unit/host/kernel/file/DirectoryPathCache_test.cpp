@@ -215,3 +215,125 @@ TEST_F(DirectoryPathCacheTest, AStackOfMovedDirectoriesStaysShallow) {
     EXPECT_EQ("", paths.PathOf({"0,999", "file"}));
     EXPECT_NE("", paths.PathOf({"39,999", "file"}));
 }
+
+TEST_F(DirectoryPathCacheTest, ItsSizeIsThatOfTheNamesHeld) {
+    DirectoryPathCache paths = Paths();
+    EXPECT_EQ(0u, paths.Size());
+    (void)paths.PathOf({"CRON", "job"});  // etc and cron.d
+    (void)paths.PathOf({"ETC", "passwd"});
+    EXPECT_EQ(2u, paths.Size());
+    paths.Made({"CRON", "a"}, "A");
+    paths.Made({"A", "b"}, "B");
+    EXPECT_EQ(4u, paths.Size());
+
+    paths.Moved({"CRON", "a"}, {"ETC", "z"}, "A");
+    EXPECT_EQ(4u, paths.Size());
+    paths.Removed({"ETC", "z"}, "A");
+    EXPECT_EQ(2u, paths.Size());
+    paths.Clear();
+    EXPECT_EQ(0u, paths.Size());
+    EXPECT_EQ("/etc/x", paths.PathOf({"ETC", "x"}));
+}
+
+TEST_F(DirectoryPathCacheTest, LookingUpIsBoundedAsMakingIs) {
+    DirectoryPathCache paths = Paths(10);
+    for (int i = 0; i < 100; ++i) {
+        m_disk["H" + std::to_string(i)] = "/d" + std::to_string(i);
+        EXPECT_EQ("/d" + std::to_string(i) + "/x", paths.PathOf({"H" + std::to_string(i), "x"}));
+        ASSERT_LE(paths.Size(), 10u);
+    }
+}
+
+TEST_F(DirectoryPathCacheTest, WhatIsNoAbsolutePathIsNone) {
+    DirectoryPathCache paths = Paths();
+    m_disk["PIPE"] = "pipe:[4711]";
+
+    EXPECT_EQ("", paths.PathOf({"PIPE", "x"}));
+    paths.Made({"PIPE", "d"}, "D");
+    EXPECT_EQ("", paths.PathOf({"D", "x"}));
+    EXPECT_EQ(0u, paths.Size());
+}
+
+TEST_F(DirectoryPathCacheTest, ARemovalIsThatOfTheDirectoryAndNotOfItsName) {
+    DirectoryPathCache paths = Paths();
+    paths.Made({"TMP", "d"}, "NEW");
+    paths.Removed({"TMP", "d"}, "OLD");
+    EXPECT_EQ("/tmp/d/x", paths.PathOf({"NEW", "x"}));
+
+    paths.Removed({"TMP", "d"}, "");  // by its name where nothing else is known
+    EXPECT_EQ("", paths.PathOf({"NEW", "x"}));
+    paths.Removed({"GONE", "d"}, "");
+    EXPECT_EQ("/tmp/x", paths.PathOf({"TMP", "x"}));
+}
+
+TEST_F(DirectoryPathCacheTest, TheRootIsNeitherRemovedNorMoved) {
+    DirectoryPathCache paths = Paths();
+    EXPECT_EQ("/x", paths.PathOf({"ROOT", "x"}));
+    paths.Removed({"TMP", "r"}, "ROOT");
+    EXPECT_EQ("/x", paths.PathOf({"ROOT", "x"}));
+
+    paths.Moved({"ETC", "r"}, {"TMP", "r"}, "ROOT");
+
+    EXPECT_EQ("/tmp/x", paths.PathOf({"TMP", "x"}));
+    EXPECT_EQ("/tmp/r/x", paths.PathOf({"ROOT", "x"}));  // as it was told
+}
+
+TEST_F(DirectoryPathCacheTest, AMoveIsThatOfTheDirectoryAndNotOfItsName) {
+    DirectoryPathCache paths = Paths();
+    paths.Made({"TMP", "d"}, "STAYS");
+    paths.Moved({"TMP", "d"}, {"ETC", "e"}, "MOVES");
+    EXPECT_EQ("/tmp/d/x", paths.PathOf({"STAYS", "x"}));
+    EXPECT_EQ("/etc/e/x", paths.PathOf({"MOVES", "x"}));
+
+    paths.Moved({"TMP", "d"}, {"ETC", "f"}, "");
+    EXPECT_EQ("/etc/f/x", paths.PathOf({"STAYS", "x"}));
+}
+
+TEST_F(DirectoryPathCacheTest, AMoveOverAnotherDirectoryTakesItsPlace) {
+    DirectoryPathCache paths = Paths();
+    paths.Made({"TMP", "a"}, "A");
+    paths.Made({"ETC", "b"}, "B");
+    paths.Made({"B", "below"}, "BELOW");
+    paths.Moved({"TMP", "a"}, {"ETC", "b"}, "A");
+
+    EXPECT_EQ("/etc/b/x", paths.PathOf({"A", "x"}));
+    EXPECT_EQ("", paths.PathOf({"B", "x"}));
+    EXPECT_EQ("", paths.PathOf({"BELOW", "x"}));
+    EXPECT_EQ(3u, paths.Size());  // tmp, etc, b
+}
+
+TEST_F(DirectoryPathCacheTest, AMoveToThePlaceOfADirectoryAboveBelievesTheMove) {
+    DirectoryPathCache paths = Paths();
+    paths.Made({"TMP", "a"}, "A");
+    paths.Made({"A", "b"}, "B");
+    paths.Made({"B", "c"}, "C");
+    paths.Moved({"A", "b"}, {"TMP", "a"}, "B");
+
+    EXPECT_EQ("/tmp/a/x", paths.PathOf({"B", "x"}));
+    EXPECT_EQ("", paths.PathOf({"A", "x"}));
+    EXPECT_EQ("", paths.PathOf({"C", "x"}));
+}
+
+TEST_F(DirectoryPathCacheTest, ADirectoryIsWhereItWasSeenLast) {
+    DirectoryPathCache paths = Paths();
+    paths.Made({"TMP", "a"}, "A");
+    paths.Made({"A", "below"}, "BELOW");
+    paths.Made({"ETC", "b"}, "A");
+    EXPECT_EQ("/etc/b/x", paths.PathOf({"A", "x"}));
+    EXPECT_EQ("", paths.PathOf({"BELOW", "x"}));
+
+    paths.Made({"A", "c"}, "A");  // below itself, as far as was known
+    EXPECT_EQ("/etc/b/c/x", paths.PathOf({"A", "x"}));
+    paths.Removed({"ETC", "b"}, "");
+    EXPECT_EQ("", paths.PathOf({"A", "x"}));
+}
+
+TEST_F(DirectoryPathCacheTest, WhatIsMadeWithoutAHandleOrInAnUnknownPlaceIsNotHeld) {
+    DirectoryPathCache paths = Paths();
+    (void)paths.PathOf({"TMP", "x"});
+    paths.Made({"TMP", "d"}, "");
+    paths.Made({"GONE", "d"}, "D");
+
+    EXPECT_EQ(1u, paths.Size());
+    EXPECT_EQ("", paths.PathOf({"D", "x"}));
+}

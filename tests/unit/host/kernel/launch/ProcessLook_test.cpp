@@ -5,6 +5,8 @@
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
+#include <filesystem>
+
 #include "tests/support/TestDir.h"
 
 namespace {
@@ -70,4 +72,96 @@ TEST_F(ProcessLookTest, ALinkToAFileWithoutANameHasNoPath) {
         EXPECT_EQ("", process_look::LinkOf(AT_FDCWD, strLink.c_str()));
         ASSERT_EQ(0, unlink(strLink.c_str()));
     }
+}
+
+TEST_F(ProcessLookTest, Arguments16KiBLongAreWhole) {
+    MakeProcess(std::string(16384, 'x'));
+
+    const ProcessState state = Look();
+
+    EXPECT_EQ(16384u, state.strArgs.size());
+    EXPECT_FALSE(state.bArgsCut);
+}
+
+TEST_F(ProcessLookTest, TheUserAndTheMountNamespaceAreThoseOfItsEntries) {
+    MakeProcess("");
+    const std::string strProcess = m_dir.Path() + "/proc/12";
+    if (geteuid() == 0) {
+        (void)!chown(strProcess.c_str(), 65533, 65533);
+    }
+    struct stat process = {}, space = {};
+    ASSERT_EQ(0, stat(strProcess.c_str(), &process));
+    ASSERT_EQ(0, stat((strProcess + "/ns/mnt").c_str(), &space));
+
+    const ProcessState state = Look();
+
+    EXPECT_EQ(process.st_uid, state.nUid);
+    EXPECT_EQ(static_cast<uint32_t>(space.st_ino), state.nMountNs);
+}
+
+// A program names its threads as it likes.
+TEST_F(ProcessLookTest, NoNameOfAProcessIsTakenForItsParent) {
+    MakeProcess("");
+    const std::pair<const char*, uint32_t> cases[] = {{"12 (a) S 1 (b) S 34 12 0", 34},
+                                                      {"12 (\n) R 7) R 34 12", 34},
+                                                      {"12 (a) S", 0},
+                                                      {"12 (a)", 0},
+                                                      {"12 a S 34", 0},
+                                                      {"", 0},
+                                                      {"12 (a) S 4294967295", 4294967295}};
+    for (const auto& [pszStat, nParent] : cases) {
+        m_dir.WriteFile("proc/12/stat", pszStat);
+        EXPECT_EQ(nParent, Look().nParent) << pszStat;
+    }
+}
+
+TEST_F(ProcessLookTest, AKernelThreadHasNeitherProgramNorDirectory) {
+    MakeProcess("");
+    std::filesystem::remove(m_dir.Path() + "/proc/12/exe");
+
+    const ProcessState state = Look();
+
+    EXPECT_FALSE(state.exe.IsKnown());
+    EXPECT_EQ("", state.strExe);
+    EXPECT_EQ("", state.strDirectory);
+    EXPECT_EQ(34u, state.nParent);
+}
+
+TEST_F(ProcessLookTest, ALinkIsDeletedByItsWholeLastWordOnly) {
+    const std::string strLink = m_dir.Path() + "/link";
+    const std::pair<const char*, const char*> cases[] = {{"/a (deleted) ", "/a (deleted) "},
+                                                         {"/a(deleted)", "/a(deleted)"},
+                                                         {"/ (deleted)", ""},
+                                                         {"/a (deleted) (deleted)", ""},
+                                                         {" (deleted)", ""},
+                                                         {"relative", ""},
+                                                         {"(deleted)", ""},
+                                                         {"/(deleted)x", "/(deleted)x"}};
+    for (const auto& [pszTarget, pszPath] : cases) {
+        ASSERT_EQ(0, symlink(pszTarget, strLink.c_str()));
+        EXPECT_EQ(pszPath, process_look::LinkOf(AT_FDCWD, strLink.c_str())) << pszTarget;
+        ASSERT_EQ(0, unlink(strLink.c_str()));
+    }
+    EXPECT_EQ("", process_look::LinkOf(AT_FDCWD, strLink.c_str()));
+}
+
+TEST_F(ProcessLookTest, OfAFileAsMuchIsReadAsWasAskedFor) {
+    const std::string strFile = m_dir.WriteFile("file", "12345");
+
+    EXPECT_EQ("1234", process_look::ReadFile(AT_FDCWD, strFile.c_str(), 4));
+    EXPECT_EQ("12345", process_look::ReadFile(AT_FDCWD, strFile.c_str(), 5));
+    EXPECT_EQ("12345", process_look::ReadFile(AT_FDCWD, strFile.c_str(), 100));
+    EXPECT_EQ("", process_look::ReadFile(AT_FDCWD, strFile.c_str(), 0));
+    EXPECT_EQ("", process_look::ReadFile(AT_FDCWD, (strFile + "none").c_str(), 100));
+    EXPECT_EQ("", process_look::ReadFile(AT_FDCWD, m_dir.Path().c_str(), 100));
+}
+
+TEST_F(ProcessLookTest, ADeviceIsNumberedAsTheKernelDoes) {
+    struct stat status = {};
+    status.st_ino = 5000000000;
+    status.st_dev = makedev(259, 300);
+
+    EXPECT_EQ((FileId{5000000000, 259U << 20 | 300}), process_look::IdOf(status));
+    EXPECT_FALSE((FileId{5000000000, 259U << 20 | 301}) == process_look::IdOf(status));
+    EXPECT_FALSE((FileId{5000000001, 259U << 20 | 300}) == process_look::IdOf(status));
 }

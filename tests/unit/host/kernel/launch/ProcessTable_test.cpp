@@ -7,6 +7,8 @@
 #include <climits>
 #include <map>
 
+#include "tests/support/TestDir.h"
+
 namespace {
 
 constexpr uint32_t NOBODY = 0x7ffffff0;  // beyond every process number
@@ -244,4 +246,181 @@ TEST_F(ProcessTableTest, LongNamesOfRunningProcessesAreForgottenTogether) {
     }
 
     EXPECT_GT(m_table.Size(), 0u);
+}
+
+TEST_F(ProcessTableTest, OfManyImagesTheOldestGoesAndTheActingOneStays) {
+    for (uint64_t i = 0; i < 17; ++i) {
+        m_disk["/bin/" + std::to_string(i)] = 100 + i;
+        if (i < 16) {
+            Exec(5, "/bin/" + std::to_string(i), 100 + i);
+        }
+    }
+    m_table.Opened(5, 103);
+    ASSERT_EQ("/bin/3", Acting(5));
+
+    Exec(5, "/bin/16", 116);
+
+    EXPECT_EQ("/bin/3", Acting(5));
+    m_table.Opened(5, 116);
+    EXPECT_EQ("/bin/16", Acting(5));
+}
+
+TEST_F(ProcessTableTest, SixtyFourOpeningsWaitForAStartAndTheOldestOfMoreIsForgotten) {
+    for (const uint32_t nOthers : {63U, 64U}) {
+        const uint32_t nPid = 1000 + nOthers;
+        Exec(nPid, "/bin/sh", 10);
+        m_table.Opened(nPid, 20);
+        for (uint32_t i = 0; i < nOthers; ++i) {
+            m_table.Opened(nPid, 77);
+        }
+        Exec(nPid, "/bin/rm", 20);
+        EXPECT_EQ(nOthers == 63 ? "/bin/rm" : "/bin/sh", Acting(nPid)) << nOthers;
+    }
+}
+
+TEST_F(ProcessTableTest, AnOpeningNeverLeadsBackAndTheSameProgramMayStartTwice) {
+    Exec(5, "/bin/sh", 10);
+    Exec(5, "/bin/rm", 20);
+    m_table.Opened(5, 20);
+    ASSERT_EQ("/bin/rm", Acting(5));
+
+    m_table.Opened(5, 10);
+    EXPECT_EQ("/bin/rm", Acting(5));
+
+    Exec(5, "/bin/sh", 10);  // the opening that waits is its own
+    EXPECT_EQ("/bin/sh", Acting(5));
+}
+
+TEST_F(ProcessTableTest, OpeningsBeforeOneThatWasAStartAreForgotten) {
+    Exec(5, "/bin/sh", 10);
+    Exec(5, "/bin/env", 30);
+    m_table.Opened(5, 20);  // a start that failed
+    m_table.Opened(5, 30);
+    ASSERT_EQ("/bin/env", Acting(5));
+
+    Exec(5, "/bin/rm", 20);
+
+    EXPECT_EQ("/bin/env", Acting(5));
+}
+
+TEST_F(ProcessTableTest, OpeningsFromBeforeALossAreForgotten) {
+    Exec(5, "/bin/sh", 10);
+    m_table.Opened(5, 20);
+    m_table.CatchUp();
+    Exec(5, "/bin/rm", 20);
+
+    EXPECT_EQ("/bin/sh", Acting(5));
+}
+
+TEST_F(ProcessTableTest, ACopyOfAProcessThatNobodyKnowsIsNotTheOneBeforeIt) {
+    Exec(6, "/bin/rm", 20);
+
+    Fork(NOBODY, 6);
+
+    EXPECT_EQ("", Acting(6));
+    EXPECT_EQ(0u, m_table.Size());
+}
+
+TEST_F(ProcessTableTest, AnEndThatIsToldTwiceCountsFromTheSecond) {
+    Exec(5, "/bin/rm", 20);
+    Exit(5);
+    m_table.Tick(m_now + std::chrono::seconds(20));
+    Exit(5);
+    Exit(NOBODY);
+
+    m_table.Tick(m_now + std::chrono::seconds(50));
+    EXPECT_EQ("/bin/rm", Acting(5));
+    m_table.Tick(m_now + std::chrono::seconds(51));
+    EXPECT_EQ(0u, m_table.Size());
+}
+
+TEST_F(ProcessTableTest, ThePathOfTheLaunchComesBeforeTheKernelsSpelling) {
+    LaunchEvent event = Event(LAUNCH_KIND_EXEC, 5, 1);
+    event.strPath = "/usr/bin/rm";
+    event.nDevice = DEVICE;
+    event.nInode = 20;
+    m_disk["/usr/bin/rm"] = 20;
+    m_table.Note(event, "/bin/rm");
+    EXPECT_EQ("/bin/rm", Acting(5));
+
+    m_disk["/bin/rm"] = 21;  // somebody put another file there
+
+    EXPECT_EQ("/usr/bin/rm", Acting(5));
+    EXPECT_EQ("/usr/bin/rm", m_table.ActingOf(5, false).strName);
+}
+
+// Whoever starts a program chooses its name and its directory.
+TEST_F(ProcessTableTest, ARelativeNameIsShownAndNeverFollowed) {
+    LaunchEvent event = Event(LAUNCH_KIND_EXEC, 5, 1);
+    event.strName = "bin/rm";
+    event.nDevice = DEVICE;
+    event.nInode = 20;
+    m_disk["bin/rm"] = 20;
+    m_table.Note(event, "");
+
+    EXPECT_EQ("", Acting(5));
+    EXPECT_EQ("bin/rm", m_table.ActingOf(5, false).strName);
+}
+
+TEST_F(ProcessTableTest, WithoutKnowledgeOfOpeningsTheNewestImageActs) {
+    ProcessTable table([](const std::string& strPath, struct stat& status) {
+        status.st_mode = S_IFREG | 0755;
+        status.st_ino = strPath == "/bin/sh" ? 10 : 20;
+        status.st_dev = makedev(8, 1);
+        return true;
+    });
+    for (const auto& [strPath, nInode] : {std::pair<std::string, uint64_t>{"/bin/sh", 10},
+                                          std::pair<std::string, uint64_t>{"/bin/rm", 20}}) {
+        LaunchEvent event = Event(LAUNCH_KIND_EXEC, 5, 1);
+        event.strPath = strPath;
+        event.nDevice = DEVICE;
+        event.nInode = nInode;
+        table.Note(event, strPath);
+    }
+
+    EXPECT_EQ("/bin/rm", table.ActingOf(5, false).strPath);
+}
+
+TEST_F(ProcessTableTest, AnImageThatProcessesShareTakesItsMemoryOnceAndGivesItBack) {
+    EXPECT_EQ(0u, m_table.Bytes());
+    Exec(5, "/bin/sh", 10);
+    const size_t nOne = m_table.Bytes();
+    EXPECT_EQ(sizeof(Image) + 14, nOne);
+
+    Fork(5, 6);
+    EXPECT_EQ(nOne, m_table.Bytes());
+    Exit(5);
+    m_table.Tick(m_now + std::chrono::minutes(1));
+    EXPECT_EQ(nOne, m_table.Bytes());
+
+    Exit(6);
+    m_table.Tick(m_now + std::chrono::minutes(2));
+    EXPECT_EQ(0u, m_table.Bytes());
+}
+
+TEST(ProcessTableProcTest, OnlyNumbersWithAProgramAreSeededAndWhatIsKnownStays) {
+    const TestDir dir;
+    const std::string strTool = dir.WriteFile("tool", "");
+    for (const char* pszName : {"12", "13", "0", "self", "14"}) {
+        dir.WriteFile(std::string("proc/") + pszName + "/stat", "");
+        if (std::string(pszName) != "14") {  // a kernel thread
+            const std::string strLink = dir.Path() + "/proc/" + pszName + "/exe";
+            ASSERT_EQ(0, symlink(strTool.c_str(), strLink.c_str()));
+        }
+    }
+    ProcessTable table({}, dir.Path() + "/proc");
+    LaunchEvent event = Event(LAUNCH_KIND_EXEC, 13, 1);
+    event.strPath = "/bin/known";
+    table.Note(event, "/bin/known");
+
+    table.Seed();
+
+    EXPECT_EQ(2u, table.Size());
+    EXPECT_EQ(strTool, table.StarterOf(Event(LAUNCH_KIND_EXEC, 5, 12)));
+    EXPECT_EQ("/bin/known", table.StarterOf(Event(LAUNCH_KIND_EXEC, 5, 13)));
+    EXPECT_EQ("", table.StarterOf(Event(LAUNCH_KIND_EXEC, 5, 14)));
+    EXPECT_EQ("", table.ActingOf(0, false).strPath);
+    ProcessTable without({}, dir.Path() + "/none");
+    without.Seed();
+    EXPECT_EQ(0u, without.Size());
 }
