@@ -193,6 +193,7 @@ TEST_F(CommandLineTest, OfACommandBelowACommandTheWholeNameIsTold) {
     Command list = queue.AddCommand("list", "List it");
     list.OnRun([this] { m_calls.push_back("list"); });
     (void)queue.AddCommand("count", "Count it");
+    (void)queue.AddOption("--limit", m_nNumber, "A limit").InRange(1, 9);
 
     EXPECT_EQ(2, Parse("queue"));
     EXPECT_EQ(
@@ -204,6 +205,10 @@ TEST_F(CommandLineTest, OfACommandBelowACommandTheWholeNameIsTold) {
         "prog queue: no command 'lsit'; there are list, count\n"
         "Run with --help for more information.\n",
         m_strError);
+    EXPECT_EQ(2, Parse("queue lsit cuont"));
+    EXPECT_THAT(m_strError, StartsWith("prog queue: no command 'lsit'; "));
+    EXPECT_EQ(2, Parse("queue --limit 10"));
+    EXPECT_THAT(m_strError, StartsWith("--limit: Value 10 not in range "));
     m_calls.clear();
     EXPECT_EQ(-1, Parse("queue list -v"));
     EXPECT_EQ((Texts{"parsed", "list"}), m_calls);
