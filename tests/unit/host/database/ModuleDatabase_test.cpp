@@ -3,8 +3,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
+#include <string>
 
 #include "tests/support/TestDir.h"
 #include "tests/unit/host/database/DbFile.h"
@@ -23,12 +25,13 @@ protected:
     bool Prepare() { return ModuleDatabase(m_strFile).Prepare(m_strError); }
     bool TidyUp() { return ModuleDatabase(m_strFile).TidyUp(m_strError); }
     bool Exists(const char* pszEnd) const { return std::filesystem::exists(m_strFile + pszEnd); }
-    void FillAndEmpty(DbFile& db) {
+    // 200 rows of 8,000 bytes, of which the first nKept stay.
+    void FillAndEmpty(DbFile& db, int nKept = 1) {
         db.Execute(CHANNEL_TABLE);
         db.Execute(
             "with recursive n(i) as (select 1 union all select i + 1 from n where i < 200) "
             "insert into msgchennal(detail) select hex(zeroblob(4000)) from n");
-        db.Execute("delete from msgchennal where id > 1");
+        db.Execute("delete from msgchennal where id > " + std::to_string(nKept));
     }
 
     TestDir m_dir;
@@ -164,4 +167,152 @@ TEST_F(ModuleDatabaseTest, UsedBytesLeaveOutWhatIsFree) {
 
     EXPECT_LT(4096u, nUsed);
     EXPECT_GT(60000u, nUsed);
+}
+
+TEST_F(ModuleDatabaseTest, WhatIsNoRegularFileIsRefusedAndNeverWaitedFor) {
+    const std::string strRefused =
+        "the database " + m_strFile +
+        " is no regular file of its own that belongs to the user who runs the host; move it away";
+    ASSERT_EQ(0, mkfifo(m_strFile.c_str(), 0600));
+    EXPECT_FALSE(Prepare());
+    EXPECT_EQ(strRefused, m_strError);
+
+    std::filesystem::remove(m_strFile);
+    std::filesystem::create_directory(m_strFile);
+    EXPECT_FALSE(Prepare());
+    EXPECT_EQ("cannot open the database " + m_strFile +
+                  ": Is a directory; it must be a regular file of the user who runs the host",
+              m_strError);
+
+    std::filesystem::remove(m_strFile);
+    std::filesystem::create_symlink("nowhere", m_strFile);
+    EXPECT_FALSE(Prepare());
+    EXPECT_EQ("cannot open the database " + m_strFile +
+                  ": Too many levels of symbolic links; it must be a regular file of the user who "
+                  "runs the host",
+              m_strError);
+    EXPECT_FALSE(std::filesystem::exists(m_dir.Database("nowhere")));
+}
+
+TEST_F(ModuleDatabaseTest, AFileThatOthersHaveUnderASecondNameKeepsItsMode) {
+    const std::string strOther = m_dir.WriteFile("other", "", 0644);
+    std::filesystem::create_hard_link(strOther, m_strFile);
+
+    EXPECT_FALSE(Prepare());
+
+    EXPECT_EQ(0644u, Mode(strOther));
+}
+
+TEST_F(ModuleDatabaseTest, AFileOfAnotherUserIsRefused) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root can make a file of another user";
+    }
+    m_dir.WriteFile("data/db/tevchennaldb.db", "");
+    if (chown(m_strFile.c_str(), 65533, 65533) != 0) {
+        GTEST_SKIP() << "this root may not make a file of another user";
+    }
+
+    EXPECT_FALSE(Prepare());
+
+    EXPECT_THAT(m_strError, HasSubstr("belongs to the user who runs the host; move it away"));
+}
+
+TEST_F(ModuleDatabaseTest, EveryRightBeyondTheOwnersIsTakenAway) {
+    for (const mode_t nMode : {0601, 0640, 04600, 0700}) {
+        m_dir.WriteFile("data/db/tevchennaldb.db", "");
+        ASSERT_EQ(0, chmod(m_strFile.c_str(), nMode));
+
+        EXPECT_TRUE(Prepare()) << m_strError;
+
+        EXPECT_EQ(0600u, Mode(m_strFile)) << nMode;
+    }
+}
+
+TEST_F(ModuleDatabaseTest, LittleFreeSpaceIsNotWorthTheWriting) {
+    ASSERT_TRUE(Prepare()) << m_strError;
+    {
+        DbFile module(m_strFile);
+        FillAndEmpty(module, 160);  // a fifth is free
+    }
+    const auto nBefore = std::filesystem::file_size(m_strFile);
+
+    ASSERT_TRUE(TidyUp()) << m_strError;
+
+    EXPECT_EQ(nBefore, std::filesystem::file_size(m_strFile));
+    EXPECT_FALSE(Exists("-wal"));
+}
+
+TEST_F(ModuleDatabaseTest, AQuarterOfFreeSpaceIsGivenBack) {
+    ASSERT_TRUE(Prepare()) << m_strError;
+    {
+        DbFile module(m_strFile);
+        FillAndEmpty(module, 140);  // three tenths are free
+    }
+    const auto nBefore = std::filesystem::file_size(m_strFile);
+
+    ASSERT_TRUE(TidyUp()) << m_strError;
+
+    EXPECT_GT(nBefore * 3 / 4, std::filesystem::file_size(m_strFile));
+}
+
+TEST_F(ModuleDatabaseTest, OfASmallFileNothingIsGivenBackHoweverEmptyItIs) {
+    ASSERT_TRUE(Prepare()) << m_strError;
+    {
+        DbFile module(m_strFile);
+        module.Execute(CHANNEL_TABLE);
+        module.Execute("insert into msgchennal(detail) values(hex(zeroblob(28000)))");
+        module.Execute("delete from msgchennal");
+    }
+    const auto nBefore = std::filesystem::file_size(m_strFile);
+    ASSERT_LT(50000u, nBefore);
+
+    ASSERT_TRUE(TidyUp()) << m_strError;
+
+    EXPECT_EQ(nBefore, std::filesystem::file_size(m_strFile));
+}
+
+TEST_F(ModuleDatabaseTest, TidyingUpWhatIsNotThereMakesNothing) {
+    EXPECT_FALSE(TidyUp());
+
+    EXPECT_EQ("cannot open the database " + m_strFile +
+                  ": unable to open database file; look at its rights and its disk, or choose "
+                  "another --state-dir",
+              m_strError);
+    EXPECT_FALSE(Exists(""));
+    EXPECT_EQ(0u, ModuleDatabase(m_strFile).UsedBytes());
+    EXPECT_FALSE(Exists(""));
+}
+
+TEST_F(ModuleDatabaseTest, ADatabaseThatAnotherProgramKeepsBusyIsNamedWithTheRemedy) {
+    ASSERT_TRUE(Prepare()) << m_strError;
+    DbFile other(m_strFile);
+    other.Execute("pragma locking_mode = exclusive");
+    other.Execute(CHANNEL_TABLE);
+
+    EXPECT_FALSE(TidyUp());
+
+    EXPECT_EQ("cannot put the write-ahead log into " + m_strFile +
+                  ": database is locked; another program has it open, end that one",
+              m_strError);
+}
+
+TEST_F(ModuleDatabaseTest, OfADamagedFileNothingIsCounted) {
+    m_dir.WriteFile("data/db/tevchennaldb.db", "no database, and longer than none at all");
+
+    EXPECT_EQ(0u, ModuleDatabase(m_strFile).UsedBytes());
+    EXPECT_FALSE(TidyUp());
+    EXPECT_EQ("cannot put the write-ahead log into " + m_strFile +
+                  ": file is not a database; it is damaged: move it away, the module makes a new "
+                  "one",
+              m_strError);
+}
+
+TEST_F(ModuleDatabaseTest, AMadeFileHoldsNothingAndATableAPageOfItsOwn) {
+    ASSERT_TRUE(Prepare()) << m_strError;
+    EXPECT_EQ(0u, DbFile(m_strFile).TryExecute("select 1"));
+    const uint64_t nEmpty = ModuleDatabase(m_strFile).UsedBytes();
+
+    DbFile(m_strFile).Execute("create table t(a)");
+
+    EXPECT_EQ(nEmpty + 4096, ModuleDatabase(m_strFile).UsedBytes());
 }

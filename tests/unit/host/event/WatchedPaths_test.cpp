@@ -78,3 +78,76 @@ TEST(WatchedPathsTest, LinksMadeLaterCountAfterTheNextLook) {
 
     EXPECT_EQ("/lib/systemd/system/a.service", places.Spelled("/usr/lib/systemd/system/a.service"));
 }
+
+TEST(WatchedPathsTest, EachPlaceIsWatchedFromItsSlashOn) {
+    for (const char* pszPlace :
+         {"/etc/cron.d", "/etc/cron.daily", "/etc/cron.hourly", "/etc/cron.monthly",
+          "/etc/cron.weekly", "/var/spool/cron/crontabs", "/etc/init.d", "/etc/rc.d/init.d",
+          "/etc/profile.d", "/var/spool/cron", "/var/spool/at"}) {
+        EXPECT_TRUE(WatchedPaths::IsWatched(FILE_REMOVE, std::string(pszPlace) + "/job"))
+            << pszPlace;
+    }
+    for (const char* pszUnit : {"/etc/systemd/system/a.service", "/run/systemd/system/a.service",
+                                "/etc/xdg/autostart/a.desktop", "/lib/systemd/system/a.service"}) {
+        EXPECT_TRUE(WatchedPaths::IsWatched(FILE_CREATE, pszUnit)) << pszUnit;
+        EXPECT_FALSE(WatchedPaths::IsWatched(FILE_RENAME, pszUnit)) << pszUnit;
+    }
+    EXPECT_EQ(15u, WatchedPaths::All().size());
+}
+
+TEST(WatchedPathsTest, AUnitIsKnownByTheEndOfItsNameAlone) {
+    for (const char* pszName :
+         {".service", "a.b.service", "\xff\n.service", "a.service/b.service"}) {
+        EXPECT_TRUE(
+            WatchedPaths::IsWatched(FILE_CREATE, std::string("/etc/systemd/system/") + pszName))
+            << pszName;
+    }
+    for (const char* pszName : {"service", "a.SERVICE", "a.service~", "a.service/b", "a.services",
+                                "a.desktop", "a.service ", ""}) {
+        EXPECT_FALSE(
+            WatchedPaths::IsWatched(FILE_CREATE, std::string("/etc/systemd/system/") + pszName))
+            << pszName;
+    }
+}
+
+TEST(WatchedPathsTest, ALinkAboveAPlaceThatIsNotThereYetIsFollowed) {
+    const WatchedPaths places({}, [](const std::string& strPath) {
+        return strPath == "/var" ? "/data/var" : strPath == "/run" ? "/" : "";
+    });
+
+    EXPECT_TRUE(Holds(places, "/data/var/spool/cron", false));
+    EXPECT_TRUE(Holds(places, "/data/var/spool/cron/crontabs", false));
+    EXPECT_TRUE(Holds(places, "/systemd/system", true));  // of /run, a link to /
+    EXPECT_TRUE(Holds(places, "/etc/cron.d", false));     // nothing is known of it
+    EXPECT_EQ("/var/spool/at/job", places.Spelled("/data/var/spool/at/job"));
+    EXPECT_EQ("/run/systemd/system/a.service", places.Spelled("/systemd/system/a.service"));
+    EXPECT_EQ("/data/var/lib/x", places.Spelled("/data/var/lib/x"));
+}
+
+TEST(WatchedPathsTest, WithoutLinksThereIsOneDirectoryForEachPlace) {
+    const WatchedPaths places({}, [](const std::string& strPath) { return strPath; });
+
+    EXPECT_EQ(15u, places.Directories().size());
+    EXPECT_EQ("/etc/cron.d/job", places.Spelled("/etc/cron.d/job"));
+    EXPECT_EQ("/usr/lib/systemd/system/a.service",
+              places.Spelled("/usr/lib/systemd/system/a.service"));
+}
+
+TEST(WatchedPathsTest, AnAliasMayBeAPlaceItselfOrLieBelowOne) {
+    const WatchedPaths places({{"/srv/jobs//", "/etc/cron.d/"}, {"/srv/deep", "/etc/cron.d/a/b"}},
+                              [](const std::string& strPath) { return strPath; });
+
+    EXPECT_TRUE(Holds(places, "/srv/jobs", false));
+    EXPECT_EQ(16u, places.Directories().size());
+    EXPECT_EQ("/etc/cron.d/job", places.Spelled("/srv/jobs/job"));
+    EXPECT_EQ("/etc/cron.d/a/b/job", places.Spelled("/srv/deep/job"));
+    EXPECT_EQ("/srv/jobs", places.Spelled("/srv/jobs"));
+}
+
+TEST(WatchedPathsTest, OfSeveralAliasesTheFirstThatLeadsIntoAPlaceIsTaken) {
+    const WatchedPaths places(
+        {{"/srv/root", "/opt"}, {"/srv/root/etc", "/etc"}, {"/srv", "/etc/cron.d"}}, Real);
+
+    EXPECT_EQ("/etc/init.d/job", places.Spelled("/srv/root/etc/init.d/job"));
+    EXPECT_EQ("/etc/cron.d/root/usr/x", places.Spelled("/srv/root/usr/x"));
+}
