@@ -255,6 +255,7 @@ TEST_F(ProcessTableTest, OfManyImagesTheOldestGoesAndTheActingOneStays) {
             Exec(5, "/bin/" + std::to_string(i), 100 + i);
         }
     }
+    ASSERT_EQ("/bin/0", Acting(5));
     m_table.Opened(5, 103);
     ASSERT_EQ("/bin/3", Acting(5));
 
@@ -294,6 +295,7 @@ TEST_F(ProcessTableTest, AnOpeningNeverLeadsBackAndTheSameProgramMayStartTwice) 
 TEST_F(ProcessTableTest, OpeningsBeforeOneThatWasAStartAreForgotten) {
     Exec(5, "/bin/sh", 10);
     Exec(5, "/bin/env", 30);
+    m_table.Opened(5, 88);  // a script
     m_table.Opened(5, 20);  // a start that failed
     m_table.Opened(5, 30);
     ASSERT_EQ("/bin/env", Acting(5));
