@@ -185,6 +185,20 @@ TEST_F(EventLedgerTest, ARefusedMessageDoesNotWait) {
     EXPECT_EQ(1u, m_ledger.State().nWaiting);
 }
 
+TEST_F(EventLedgerTest, OfAllThatWaitOnlyTheRefusedMessageGoes) {
+    Launches(1, {m_strThere});
+    Launches(2, {m_strThere, m_strThere});
+    const std::string strThird = Launches(3, {m_strThere, m_strThere, m_strThere});
+    m_ledger.Refuse(2);
+    EXPECT_EQ(2u, m_ledger.State().nRefused);
+    EXPECT_EQ(4u, m_ledger.State().nWaiting);
+    EXPECT_EQ(2u, m_ledger.State().nWaitingMessages);
+
+    m_ledger.Analyse(strThird);
+    EXPECT_EQ(3u, m_ledger.State().nAnalysed);
+    EXPECT_EQ(1u, m_ledger.State().nNotStored);
+}
+
 TEST_F(EventLedgerTest, AMessageThatIsPassedOverWasNotStored) {
     Launches(1, {m_strThere, m_strThere});
     const std::string strSecond = Launches(2, {m_strThere});
@@ -266,6 +280,14 @@ TEST_F(EventLedgerTest, APipeOfAProgramWithAGoodVerdictIsSkippedWithoutASign) {
     EXPECT_EQ(0u, m_ledger.FinalState().nMissing);
 }
 
+TEST_F(EventLedgerTest, WhereNoVerdictIsKnownAPipesQueryIsAwaited) {
+    EventLedger ledger;
+    ledger.Analyse(FileMessage("create", Pipe()));
+
+    EXPECT_EQ(1u, ledger.State().nMissing);
+    EXPECT_EQ(1u, ledger.FinalState().nMissing);
+}
+
 TEST_F(EventLedgerTest, APipeThatBecameAFileIsExplained) {
     const std::string strPipe = Pipe();
     BeginFile(FileMessage("create", strPipe));
@@ -284,6 +306,52 @@ TEST_F(EventLedgerTest, WhatNothingWasHeardOfForLongStaysAsItIs) {
     EXPECT_FALSE(m_ledger.Match(Outcome(OUTCOME_QUERIED, EXPECTED_LAUNCH, m_strThere)));
     EXPECT_EQ(1u, m_ledger.State().nVanished);
     EXPECT_EQ(1u, m_ledger.State().nMissing);
+}
+
+TEST_F(EventLedgerTest, AQueryIsAwaitedForTwoMinutesAndThenItsFileIsLookedAtOnceMore) {
+    const EventLedger::Clock::time_point begun;
+    const std::string strLater = m_dir.WriteFile("later", "x", 0755);
+    m_ledger.Analyse(Launches(1, {m_strThere, strLater}), begun);
+    m_ledger.Analyse("{}", begun + std::chrono::seconds(120));
+    EXPECT_TRUE(m_ledger.Match(Outcome(OUTCOME_QUERIED, EXPECTED_LAUNCH, m_strThere)));
+
+    EXPECT_EQ(0, unlink(strLater.c_str()));
+    m_ledger.Analyse("{}", begun + std::chrono::milliseconds(120001));
+    m_dir.WriteFile("later", "x", 0755);
+
+    EXPECT_EQ(1u, m_ledger.FinalState().nVanished);
+    EXPECT_EQ(0u, m_ledger.FinalState().nMissing);
+}
+
+TEST_F(EventLedgerTest, OfTooManyExpectedQueriesTheOldestCountAsTheyStand) {
+    std::vector<std::string> paths(EventLedger::MOST_EXPECTED, "/gone/b");
+    paths.insert(paths.begin(), "/gone/a");
+    m_ledger.Analyse(Launches(1, paths));
+
+    EXPECT_FALSE(m_ledger.Match(Outcome(OUTCOME_QUERIED, EXPECTED_LAUNCH, "/gone/a")));
+    EXPECT_TRUE(m_ledger.Match(Outcome(OUTCOME_QUERIED, EXPECTED_LAUNCH, "/gone/b")));
+    EXPECT_EQ(100000u, m_ledger.State().nVanished);
+    EXPECT_EQ(1u, m_ledger.State().nQueried);
+}
+
+TEST_F(EventLedgerTest, ANameThatGoesOnAfterAByteOfZeroNamesNoFile) {
+    m_ledger.Analyse(Launches(1, {m_strThere + std::string("\0x", 2)}));
+    BeginFile(FileMessage("create", Pipe() + "\\u0000x"));
+
+    EXPECT_EQ(1u, m_ledger.State().nVanished);
+    EXPECT_EQ(1u, m_ledger.State().nIgnored);
+}
+
+TEST_F(EventLedgerTest, AnOutcomeIsOfItsOwnKindOnly) {
+    const std::string strUnit = "/etc/systemd/system/x.service";
+    BeginFile(FileMessage("create", strUnit));
+
+    EXPECT_FALSE(m_ledger.Match(Outcome(OUTCOME_CACHED, EXPECTED_LAUNCH, strUnit)));
+    EXPECT_FALSE(m_ledger.Match(Outcome(OUTCOME_CACHED, EXPECTED_PIPE, strUnit)));
+    EXPECT_FALSE(m_ledger.Match(Outcome(OUTCOME_CACHED, EXPECTED_FILE, strUnit)));
+    EXPECT_FALSE(m_ledger.Match(OfProgram(OUTCOME_CACHED, EXPECTED_UNIT, strUnit)));
+    EXPECT_TRUE(m_ledger.Match(Outcome(OUTCOME_CACHED, EXPECTED_UNIT, strUnit)));
+    EXPECT_EQ(4u, m_ledger.State().nUnmatched);
 }
 
 // 12,000 programs that are gone, with names of 4 KiB, would be held for two minutes.

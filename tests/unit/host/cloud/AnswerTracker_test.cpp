@@ -102,3 +102,56 @@ TEST_F(AnswerTrackerTest, WhenTheCacheCannotBeReadTheLifetimeDecides) {
     m_clock.Advance(1);
     EXPECT_TRUE(keys.Begin("k"));
 }
+
+TEST_F(AnswerTrackerTest, ForFiveSecondsAnAnswerIsSureAndThenTheCacheIsAsked) {
+    AnswerTracker keys(m_strCache);
+    MakeCache("other");
+    ASSERT_TRUE(keys.Begin("k"));
+    keys.End("k", 10, true);
+
+    m_clock.Advance(4);
+    EXPECT_FALSE(keys.Begin("k"));
+    m_clock.Advance(1);
+    EXPECT_TRUE(keys.Begin("k"));  // it has no row
+}
+
+TEST_F(AnswerTrackerTest, WhenTheClockWasSetBackTheCacheIsAsked) {
+    AnswerTracker keys(m_strCache);
+    MakeCache("other");
+    ASSERT_TRUE(keys.Begin("k"));
+    keys.End("k", 10, true);
+
+    m_clock.Advance(-1);
+
+    EXPECT_TRUE(keys.Begin("k"));
+}
+
+TEST_F(AnswerTrackerTest, AnAnswerThatTheModuleDoesNotKeepIsGivenEveryTime) {
+    AnswerTracker keys(m_strCache);
+    ASSERT_TRUE(keys.Begin("k"));
+    EXPECT_FALSE(keys.Begin("k"));
+    keys.End("k", 60, true);
+
+    EXPECT_TRUE(keys.Begin("k"));
+}
+
+TEST_F(AnswerTrackerTest, AKeyOfAnEarlierRunIsTakenWhenTheCacheCannotBeReadAnyMore) {
+    MakeCache("old");
+    AnswerTracker keys(m_strCache);
+    m_dir.WriteFile("data/db/tevcloudcacho.db", "this is no database at all, but a text");
+
+    m_clock.Advance(100 * 24 * 3600);
+
+    EXPECT_FALSE(keys.Begin("old"));
+    EXPECT_TRUE(keys.Begin("new"));
+}
+
+TEST_F(AnswerTrackerTest, AKeyIsATextAndNoStatement) {
+    MakeCache("a''b");
+    AnswerTracker keys(m_strCache);
+    EXPECT_FALSE(keys.Begin("a'b"));
+    EXPECT_TRUE(keys.Begin("a''b"));
+    EXPECT_TRUE(keys.Begin("x') or ('1'='1"));
+    EXPECT_TRUE(keys.Begin(std::string("a\0b", 3)));
+    EXPECT_TRUE(keys.Begin("a"));
+}

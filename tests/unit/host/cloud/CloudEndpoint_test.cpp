@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <mutex>
+#include <thread>
 
 #include "tests/support/Event.h"
 #include "tests/support/TestDir.h"
@@ -173,4 +174,33 @@ TEST_F(CloudEndpointTest, AnAnswerThatTheRouterRefusesMayBeGivenLater) {
     ASSERT_TRUE(Quiet());
     EXPECT_EQ((std::vector<QueryFate>{QUERY_NOT_DELIVERED, QUERY_ANSWERED}), m_fates);
     EXPECT_EQ(1u, m_module.Answers().size());
+}
+
+TEST_F(CloudEndpointTest, TheEventIsTheFirstOfThatNameAmongTheExtensions) {
+    Send(R"({"msg_type":"cloudq","param":{"path":"/x","func":"cloudfd","context":"","ext":[)"
+         R"({"key":"hi.other","value":"a"},{"key":"hi.event_name","value":"FileCreate"},)"
+         R"({"key":"hi.event_name","value":"b"}]}})");
+
+    EXPECT_EQ("FileCreate", m_query.strEvent);
+    EXPECT_EQ("cloudfd", m_query.strFunc);
+    EXPECT_EQ(40, m_verdict.nLevel);
+    EXPECT_EQ("none", m_verdict.strSource);
+}
+
+TEST_F(CloudEndpointTest, AnAnswerThatTheModuleDidNotTakeAfterAllMayBeGivenAgain) {
+    const std::string strOther(72, 'c');
+    m_module.m_goOn.Reset();
+    Send(QueryFor(KEY));
+    Send(QueryFor(strOther));  // waits behind the first
+    std::thread unregister([this] { m_router.UnregisterReceiver(MSG_TYPE_CLOUD_RESULT); });
+    EXPECT_TRUE(Eventually([this] { return m_router.Pending() <= 1; }));
+    m_module.m_goOn.Set();
+    unregister.join();
+    m_router.RegisterReceiver(MSG_TYPE_CLOUD_RESULT, &m_module, 0);
+
+    Send(QueryFor(strOther));
+
+    ASSERT_TRUE(Quiet());
+    EXPECT_EQ((std::vector<QueryFate>{QUERY_ANSWERED, QUERY_ANSWERED, QUERY_ANSWERED}), m_fates);
+    EXPECT_THAT(m_module.Answers().back(), HasSubstr(strOther));
 }

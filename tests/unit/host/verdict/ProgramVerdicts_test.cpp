@@ -118,6 +118,8 @@ TEST_F(ProgramVerdictsTest, ALinkHasTheVerdictOfTheFileThatItLeadsToNow) {
     std::filesystem::create_symlink(strBad, strLink);
     EXPECT_EQ(70, m_programs.VerdictOf(strLink).nLevel);
     EXPECT_EQ(40, m_programs.VerdictOf(strGood).nLevel);
+    m_dir.WriteFile("bad", "no more", 0755);  // behind a link that stays as it is
+    EXPECT_EQ(40, m_programs.VerdictOf(strLink).nLevel);
 }
 
 TEST_F(ProgramVerdictsTest, AVerdictOutlivesItsFileAndIsForgottenWithTheNextOne) {

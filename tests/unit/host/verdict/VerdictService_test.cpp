@@ -100,3 +100,14 @@ TEST(VerdictServiceTest, AnswersAreTheSameFromManyThreads) {
 
     EXPECT_EQ(std::vector<int>(4, 0), wrongAnswers);
 }
+
+TEST(VerdictServiceTest, AKeyIsTakenApartInLowerCase) {
+    const auto key = VerdictService::ParseKey(
+        "0123456789ABCDEF0123456789ABCDEF01234567FEDCBA9876543210FEDCBA9876543210");
+
+    ASSERT_TRUE(key);
+    EXPECT_EQ("0123456789abcdef0123456789abcdef01234567", key->strSha1);
+    EXPECT_EQ("fedcba9876543210fedcba9876543210", key->strMd5);
+    EXPECT_FALSE(VerdictService::ParseKey(SHA1 + MD5 + "\n"));
+    EXPECT_FALSE(VerdictService::ParseKey(std::string(71, '0') + "g"));
+}

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/support/host/OnTerminal.h"
+
 TEST(VerdictRowTest, AVerdictStandsWithWhatHappenedAndWhoDidIt) {
     VerdictRow row = verdict_row::Judged("FileCreate", "/etc/cron.d/x", "/usr/bin/touch",
                                          {10, "packages", "coreutils"}, false);
@@ -108,4 +110,27 @@ TEST(VerdictRowTest, GoodDoubtfulAndBadLevelsHaveTheirColours) {
     EXPECT_EQ(Console::COLOUR_YELLOW, verdict_row::LevelColour(21));
     EXPECT_EQ(Console::COLOUR_YELLOW, verdict_row::LevelColour(59));
     EXPECT_EQ(Console::COLOUR_RED, verdict_row::LevelColour(60));
+}
+
+TEST(VerdictRowTest, OnATerminalTheVerdictHasItsColourAndTheRestOfTheLineIsDim) {
+    const Pty pty;
+    const OnTerminal onTerminal(pty);
+    const Console output;
+    VerdictRow row = verdict_row::Judged("launch", "/bin/a", "/bin/b", {70, "list", "x"}, true);
+    row.strTime = "09:30:00";
+    EXPECT_EQ(
+        "09:30:00  \033[31mbad        70\033[0m  launch       /bin/a\033[2m  by /bin/b  x (list)  "
+        "cached\033[0m",
+        verdict_row::Text(output, row));
+
+    row = verdict_row::Notice("lost", "launch", "3 launches", "");
+    row.strTime = "09:30:00";
+    EXPECT_EQ("09:30:00  \033[2mlost         \033[0m  launch       3 launches",
+              verdict_row::Text(output, row));
+}
+
+TEST(VerdictRowTest, LevelsAreMembersInTheirOrder) {
+    EXPECT_EQ("{}", verdict_row::LevelsJson({}));
+    EXPECT_EQ(R"({"-1":4,"10":18446744073709551615,"70":0})",
+              verdict_row::LevelsJson({{70, 0}, {10, 18446744073709551615U}, {-1, 4}}));
 }
