@@ -56,11 +56,23 @@ TEST(MetricsListenerTest, WhatIsMissingAtTheEndIsUnexplainedAndBeforeItIsNot) {
     LaunchCounters counters;
     counters.nCaptured = 3;  // none of them read
     journal.Record(counters);
-    EXPECT_EQ("", FileText(strFile));  // not begun
-
     journal.Begin("module", 0);
     EXPECT_TRUE(Eventually([&strFile] { return !FileText(strFile).empty(); }));
     EXPECT_THAT(FileText(strFile), HasSubstr("\ntevmon_unexplained 0\n"));
     journal.End(RunEnd());
     EXPECT_THAT(FileText(strFile), HasSubstr("\ntevmon_unexplained 3\n"));
+}
+
+TEST(MetricsListenerTest, ARunThatNeverBeganHasNoFile) {
+    const TestDir dir;
+    const std::string strFile = dir.Path() + "/metrics.prom";
+    Console output;
+    const VerdictService service;
+    RunJournal journal(service, {}, true);
+    MetricsListener metrics(output, journal, strFile, std::chrono::hours(1));
+    journal.AddListener(metrics);
+    journal.Record(SensorNotice{"it cannot be watched"});
+    journal.End(RunEnd());
+
+    EXPECT_EQ("", FileText(strFile));
 }
