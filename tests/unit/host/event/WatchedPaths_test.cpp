@@ -124,8 +124,11 @@ TEST(WatchedPathsTest, ALinkAboveAPlaceThatIsNotThereYetIsFollowed) {
     EXPECT_EQ("/data/var/lib/x", places.Spelled("/data/var/lib/x"));
 }
 
-TEST(WatchedPathsTest, WithoutLinksThereIsOneDirectoryForEachPlace) {
-    const WatchedPaths places({}, [](const std::string& strPath) { return strPath; });
+TEST(WatchedPathsTest, WithoutLinksThereIsOneDirectoryForEachPlaceHoweverOftenOneLooks) {
+    WatchedPaths places({}, [](const std::string& strPath) { return strPath; });
+    EXPECT_EQ(15u, places.Directories().size());
+
+    places.Resolve();
 
     EXPECT_EQ(15u, places.Directories().size());
     EXPECT_EQ("/etc/cron.d/job", places.Spelled("/etc/cron.d/job"));

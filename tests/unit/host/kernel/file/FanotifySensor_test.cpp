@@ -412,9 +412,9 @@ TEST_F(FanotifySensorTest, DirectoriesInAPlaceAreMarkedEachOnceAndNeitherFilesNo
 TEST_F(FanotifySensorTest, AHandleIsOpenedByTheNextMountWhenTheFirstIsGone) {
     const std::string strFirst = m_dir.Path() + "/first";
     std::filesystem::create_directory(strFirst);
-    SetMounts("1 0 8:1 / " + strFirst + " rw - ext4 x rw\n2 0 8:1 / " + m_strRoot +
+    SetMounts("1 0 8:1 / " + strFirst + " rw - ext4 x rw\n2 0 8:2 / " + m_strRoot +
               " rw - ext4 x rw\n");
-    (void)Opened();
+    (void)Opened(true);
     const std::string strHandle = HandleOf(7, m_strRoot + "/etc");
 
     std::filesystem::remove(strFirst);
