@@ -10,6 +10,7 @@
 #include "tests/support/StdoutCapture.h"
 
 using testing::HasSubstr;
+using testing::Not;
 using testing::StartsWith;
 
 namespace {
@@ -116,6 +117,8 @@ TEST_F(WatchCommandTest, OnlyTheSensorsThatThereAreCanBeChosen) {
 TEST_F(WatchCommandTest, AliasesAreRepeatableAndEachIsLookedAt) {
     EXPECT_EQ(3, Understood({"--alias", "/srv/root/etc=/etc", "--alias", "/a=/b"}));
 
+    EXPECT_EQ(2, Understood({"--alias", "/a=/b", "/c=/d"}));
+    EXPECT_THAT(m_strError, StartsWith("The following argument was not expected: /c=/d\n"));
     EXPECT_EQ(2, Understood({"--alias", "/a=/b", "--alias", "/a"}));
     EXPECT_THAT(m_strError, StartsWith("--alias: wants /FROM=/TO, two directories\n"));
 }
@@ -155,7 +158,8 @@ TEST(WatchCommandDeathTest, WithoutRightsTheFilesSensorIsRefusedBeforeAModuleIsL
 
 TEST(WatchCommandDeathTest, TheSensorOfLaunchesIsTheOneThatWasAskedFor) {
     EXPECT_EXIT(WatchWithoutRights("--no-files --sensor connector-fanotify"),
-                testing::ExitedWithCode(10), "^tevmon-host: [^;]*[a-z]");
+                testing::ExitedWithCode(10),
+                testing::AllOf(StartsWith("tevmon-host: "), Not(HasSubstr("instead of it"))));
     EXPECT_EXIT(WatchWithoutRights("--no-files"), testing::ExitedWithCode(10),
                 "^tevmon-host: .*; instead of it: ");
 }
