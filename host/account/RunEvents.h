@@ -41,7 +41,7 @@ struct RunProgressed {
 };
 
 // The user asked for the balance.
-struct BalanceAsked {
+struct BalanceRequested {
     const Balance& balance;
 };
 
@@ -156,11 +156,12 @@ struct CentreRecord {
 };
 
 using RunEvent =
-    std::variant<RunBegun, PassBegun, PassEnded, RunProgressed, BalanceAsked, RunEnding, RunEnded,
-                 InputUnusable, LaunchCaptured, LaunchUnresolved, LaunchesLost, LaunchCounters,
-                 FileOperationCaptured, FileQueueOverflowed, FileCounters, SensorNotice, BatchTaken,
-                 BatchReported, BatchDelivered, BatchUnsent, EventsDropped, QueueChanged,
-                 QueryReceived, ModuleNoted, MessageAnalysed, ProgramJudged, CentreRecord>;
+    std::variant<RunBegun, PassBegun, PassEnded, RunProgressed, BalanceRequested, RunEnding,
+                 RunEnded, InputUnusable, LaunchCaptured, LaunchUnresolved, LaunchesLost,
+                 LaunchCounters, FileOperationCaptured, FileQueueOverflowed, FileCounters,
+                 SensorNotice, BatchTaken, BatchReported, BatchDelivered, BatchUnsent,
+                 EventsDropped, QueueChanged, QueryReceived, ModuleNoted, MessageAnalysed,
+                 ProgramJudged, CentreRecord>;
 
 // Begin, progress, passes, balances and the end come on the control thread, a RunBegun before
 // anything of the router and the module; a sensor's notices may come before it. The rest comes on

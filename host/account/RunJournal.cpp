@@ -95,7 +95,7 @@ void RunJournal::Progress(const std::string& strDoing) {
 
 void RunJournal::ShowBalance() {
     const Balance balance = CurrentBalance(false);
-    Publish(BalanceAsked{balance});
+    Publish(BalanceRequested{balance});
 }
 
 void RunJournal::End(const RunEnd& end) {

@@ -65,7 +65,7 @@ Finding SpaceBelow(const std::string& strDirectory) {
     struct statvfs space = {};
     if (statvfs(strPlace.c_str(), &space) != 0) {
         return {FINDING_WARNING, "free space",
-                "cannot be asked for " + strPlace + ": " + std::strerror(errno),
+                "cannot be determined for " + strPlace + ": " + std::strerror(errno),
                 "look at that directory"};
     }
     return OfSpace(strPlace, uint64_t{space.f_bavail} * space.f_frsize, space.f_favail,
@@ -102,7 +102,7 @@ Finding OfPrivilege(uint64_t nEffective) {
     if (strMissing.empty()) {
         return {FINDING_OK, "privilege", "everything that the sensors need", ""};
     }
-    return {FINDING_FAILED, "privilege", "missing " + strMissing + ": watch cannot sense",
+    return {FINDING_FAILED, "privilege", "missing " + strMissing + ": watch cannot capture",
             "run as root or with these capabilities; scan and replay work without"};
 }
 

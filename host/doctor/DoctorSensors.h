@@ -1,4 +1,4 @@
-// The doctor's look at what the kernel lets the host sense, by trying it.
+// The doctor's look at what the kernel lets the host capture, by trying it.
 //
 // Threads: the control thread. Errors: what goes wrong is a finding.
 #ifndef HOST_DOCTOR_DOCTORSENSORS_H

@@ -49,8 +49,6 @@ public:
     virtual void OnOperation(const FileOperation& operation) = 0;
     // The kernel's queue was full nTimes more, nTotal since the start.
     virtual void OnOverflow(uint64_t nTimes, uint64_t nTotal) = 0;
-    // The batch that Next is about to hand out and what is in it.
-    virtual void OnOperations(const EventBatch& batch, std::vector<FileOperation> operations) = 0;
     virtual void OnFileCounters(const FileCounters& counters) = 0;
     // A place or file system that cannot be watched, or as a part only; a mount that came or went.
     virtual void OnNotice(const std::string& strText) = 0;

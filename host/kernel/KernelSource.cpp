@@ -53,8 +53,8 @@ bool KernelSource::Start(std::string& strError) {
         m_images.Seed();
         m_pLaunches->Drain();  // starts without an opening
         m_images.CatchUp();
-        m_images.SetTellsStarts(
-            [this](uint32_t nDevice) { return m_pFiles->TellsStarts(nDevice); });
+        m_images.SetReportsStarts(
+            [this](uint32_t nDevice) { return m_pFiles->ReportsStarts(nDevice); });
     }
     return true;
 }
@@ -84,11 +84,11 @@ SourceResult KernelSource::Next(EventBatch& batch, milliseconds wait) {
         if (m_pFiles != nullptr) {
             (void)m_pFiles->Read();  // between two batches as well: the kernel's queue is small
         }
-        if (HandOut(batch, false)) {
+        if (TakeBatch(batch, false)) {
             return SOURCE_BATCH;
         }
         const bool bBusy = Look(false);
-        if (HandOut(batch, false)) {
+        if (TakeBatch(batch, false)) {
             return SOURCE_BATCH;
         }
         if (Clock::now() >= due) {
@@ -123,7 +123,7 @@ void KernelSource::Sleep(bool bBusy, Clock::time_point due) const {
     if (m_pFiles != nullptr && !bBusy) {
         fds[1].fd = m_pFiles->Descriptor();
     }
-    const bool bMaking = m_pFiles != nullptr && m_pFiles->IsMaking();
+    const bool bMaking = m_pFiles != nullptr && m_pFiles->IsFilling();
     milliseconds sleep = bBusy ? m_options.gather : m_options.look;
     if (m_pLaunches == nullptr && !bMaking && !bBusy) {
         sleep = std::max(std::chrono::duration_cast<milliseconds>(due - Clock::now()), sleep);
@@ -131,14 +131,14 @@ void KernelSource::Sleep(bool bBusy, Clock::time_point due) const {
     (void)poll(fds, 2, static_cast<int>(sleep.count()));  // a signal: look earlier
 }
 
-bool KernelSource::HandOut(EventBatch& batch, bool bAny) {
+bool KernelSource::TakeBatch(EventBatch& batch, bool bAny) {
     const auto now = Clock::now();
     const uint64_t nNumber = m_counters.nBatches + 1;
     // The launch of a program before what it did to files.
     if (m_pLaunches != nullptr && m_pLaunches->HasBatch(now, bAny)) {
-        m_pLaunches->HandOut(batch, nNumber);
+        m_pLaunches->TakeBatch(batch, nNumber);
     } else if (m_pFiles != nullptr && m_pFiles->HasBatch(now, bAny)) {
-        m_pFiles->HandOut(batch, nNumber);
+        m_pFiles->TakeBatch(batch, nNumber);
     } else {
         return false;
     }
@@ -161,14 +161,14 @@ SourceResult KernelSource::Rest(EventBatch& batch) {
     }
     const auto due = Clock::now() + LAST_RECORDS;
     for (;;) {
-        if (HandOut(batch, false)) {
+        if (TakeBatch(batch, false)) {
             return SOURCE_BATCH;
         }
         const bool bFiles = Look(true);
         const bool bLaunches = m_pLaunches != nullptr && m_pLaunches->Counters().Waiting() > 0 &&
                                Clock::now() < due && poll(nullptr, 0, 1) == 0;
         if (!bFiles && !bLaunches) {
-            return HandOut(batch, true) ? SOURCE_BATCH : SOURCE_END;
+            return TakeBatch(batch, true) ? SOURCE_BATCH : SOURCE_END;
         }
     }
 }

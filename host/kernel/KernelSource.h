@@ -50,7 +50,7 @@ private:
 
     void Begin();
     bool Look(bool bLast);
-    bool HandOut(EventBatch& batch, bool bAny);
+    bool TakeBatch(EventBatch& batch, bool bAny);
     void Sleep(bool bBusy, Clock::time_point due) const;
     SourceResult Rest(EventBatch& batch);
 

@@ -67,9 +67,9 @@ void ModuleStdout::Read() {
         bEnd = (fds[1].revents & POLLIN) != 0;
         try {
             while (ReadSome(strRest)) {
-                Tell(m_folder.Take(RepeatFilter::Clock::now()));
+                Emit(m_folder.Take(RepeatFilter::Clock::now()));
             }
-            Tell(m_folder.Take(RepeatFilter::Clock::now()));
+            Emit(m_folder.Take(RepeatFilter::Clock::now()));
         } catch (const std::exception&) {
             strRest.clear();  // no memory: these lines are lost, reading goes on
         }
@@ -80,7 +80,7 @@ void ModuleStdout::Read() {
         if (!strRest.empty()) {
             m_folder.Add(strRest, RepeatFilter::Clock::now());
         }
-        Tell(m_folder.TakeAll());
+        Emit(m_folder.TakeAll());
     } catch (const std::exception&) {  // as above
     }
 }
@@ -99,14 +99,14 @@ bool ModuleStdout::ReadSome(std::string& strRest) {
         }
         if (szBuffer[i] == '\n' || strRest.size() >= MOST_BYTES) {
             m_folder.Add(strRest, now);
-            Tell(m_folder.Take(now));
+            Emit(m_folder.Take(now));
             strRest.clear();
         }
     }
     return true;
 }
 
-void ModuleStdout::Tell(const std::vector<std::string>& lines) const {
+void ModuleStdout::Emit(const std::vector<std::string>& lines) const {
     for (const std::string& strLine : lines) {
         m_fnSink(strLine);
     }

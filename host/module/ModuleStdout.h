@@ -37,7 +37,7 @@ public:
 private:
     void Read();
     bool ReadSome(std::string& strRest);
-    void Tell(const std::vector<std::string>& lines) const;
+    void Emit(const std::vector<std::string>& lines) const;
     int WaitTime() const;
 
     const Sink m_fnSink;

@@ -42,7 +42,7 @@ void JsonLines::Write(const RunProgressed& event, int64_t) {
     }
 }
 
-void JsonLines::Write(const BalanceAsked& event, int64_t tmWhen) {
+void JsonLines::Write(const BalanceRequested& event, int64_t tmWhen) {
     WriteBalance(event.balance, tmWhen);
 }
 

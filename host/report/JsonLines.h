@@ -26,7 +26,7 @@ private:
     void Write(const PassBegun& event, int64_t tmWhen);
     void Write(const PassEnded& event, int64_t tmWhen);
     void Write(const RunProgressed& event, int64_t tmWhen);
-    void Write(const BalanceAsked& event, int64_t tmWhen);
+    void Write(const BalanceRequested& event, int64_t tmWhen);
     void Write(const RunEnded& event, int64_t tmWhen);
     void Write(const InputUnusable& event, int64_t tmWhen);
     void Write(const LaunchCaptured& event, int64_t tmWhen);

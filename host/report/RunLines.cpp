@@ -26,7 +26,7 @@ void RunLines::Write(const RunProgressed& event) {
     }
 }
 
-void RunLines::Write(const BalanceAsked& event) {
+void RunLines::Write(const BalanceRequested& event) {
     m_output.Line(balance_text::Text(m_output, event.balance));
 }
 

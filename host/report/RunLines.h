@@ -23,7 +23,7 @@ private:
     void Write(const PassBegun& event);
     void Write(const PassEnded& event);
     void Write(const RunProgressed& event);
-    void Write(const BalanceAsked& event);
+    void Write(const BalanceRequested& event);
     void Write(const RunEnded& event);
     void Write(const InputUnusable& event);
     void Write(const EventsDropped& event);

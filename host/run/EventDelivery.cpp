@@ -31,7 +31,7 @@ void EventDelivery::DeliverAll(IEventSource& source, const Turn& fnTurn) {
         }
         if (eResult == SOURCE_BATCH) {
             m_journal.Record(BatchTaken{batch, source.Counters().nEvents});
-            HandOver(batch, fnTurn);
+            Send(batch, fnTurn);
         }
         fnTurn("delivering");
     }
@@ -44,7 +44,7 @@ void EventDelivery::WaitForRouter() const {
     }
 }
 
-void EventDelivery::HandOver(EventBatch& batch, const Turn& fnTurn) {
+void EventDelivery::Send(EventBatch& batch, const Turn& fnTurn) {
     static const Guid SENSOR = GuidFromText(SENSOR_ENDPOINT);
     const bool bRoom = TakeRoom(batch, fnTurn);
     if (!bRoom && !m_bRefuseWhenFull) {

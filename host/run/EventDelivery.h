@@ -35,7 +35,7 @@ public:
     void WaitForRouter() const;
 
 private:
-    void HandOver(EventBatch& batch, const Turn& fnTurn);
+    void Send(EventBatch& batch, const Turn& fnTurn);
     bool TakeRoom(const EventBatch& batch, const Turn& fnTurn);
 
     Router& m_router;

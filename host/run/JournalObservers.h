@@ -34,12 +34,10 @@ public:
     void OnLaunch(const Launch& launch) override;
     void OnUnresolved(const LaunchEvent& event) override;
     void OnLost(uint64_t nLost, uint64_t nTotal) override;
-    void OnBatch(const EventBatch&, std::vector<std::string>) override {}
     void OnCounters(const LaunchCounters& counters) override;
 
     void OnOperation(const FileOperation& operation) override;
     void OnOverflow(uint64_t nTimes, uint64_t nTotal) override;
-    void OnOperations(const EventBatch&, std::vector<FileOperation>) override {}
     void OnFileCounters(const FileCounters& counters) override;
     void OnNotice(const std::string& strText) override;
 

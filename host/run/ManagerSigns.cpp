@@ -11,11 +11,11 @@ void ManagerSigns::Turn(uint64_t nWaiting,
         m_manager.Send("WATCHDOG=1\nSTATUS=" + std::to_string(nWaiting) +
                        " messages wait for the module");
     }
-    if (m_health.IsModuleSilent() && !m_bToldSilence) {
+    if (m_health.IsModuleSilent() && !m_bSilenceReported) {
         m_manager.Send("STATUS=the module has shown no activity for ten minutes");
         m_output.Error(
             "tevmon-host: the module has shown no activity for ten minutes while messages wait; "
             "the service manager gets no more signs of life");
     }
-    m_bToldSilence = m_health.IsModuleSilent();
+    m_bSilenceReported = m_health.IsModuleSilent();
 }

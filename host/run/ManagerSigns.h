@@ -28,7 +28,7 @@ private:
     Console& m_output;
     const SystemdNotifier m_manager;
     Watchdog m_health;
-    bool m_bToldSilence = false;
+    bool m_bSilenceReported = false;
 };
 
 #endif

@@ -163,7 +163,7 @@ static __always_inline void read_args(struct scratch* s, struct task_struct* tas
 SEC("raw_tp/sched_process_exec")
 int on_exec(struct bpf_raw_tracepoint_args* ctx) {
     struct task_struct* task = (struct task_struct*)ctx->args[0];
-    count(LAUNCH_COUNT_SENSED);
+    count(LAUNCH_COUNT_CAPTURED);
     __u32 processor = bpf_get_smp_processor_id();
     struct scratch* s = bpf_map_lookup_elem(&scratches, &processor);
     if (!s) {

@@ -18,7 +18,7 @@ enum {
 enum { LAUNCH_ARGS_MOST = 16384, LAUNCH_TEXTS_MOST = 0x10000 };
 
 /* Which counter stands where in the map "counts". */
-enum { LAUNCH_COUNT_SENSED, LAUNCH_COUNT_LOST, LAUNCH_COUNT_OTHERS_LOST, LAUNCH_COUNTS };
+enum { LAUNCH_COUNT_CAPTURED, LAUNCH_COUNT_LOST, LAUNCH_COUNT_OTHERS_LOST, LAUNCH_COUNTS };
 
 struct launch_record {
     unsigned long long inode;    /* of the file that was started */

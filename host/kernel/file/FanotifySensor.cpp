@@ -113,7 +113,7 @@ public:
         return m_pMarks->TypeOf(file_handle_key::FileSystem(strHandle),
                                 file_handle_key::IsOverlay(strHandle));
     }
-    bool TellsStarts(uint32_t nDevice) const override { return m_pMarks->IsWhole(nDevice); }
+    bool ReportsStarts(uint32_t nDevice) const override { return m_pMarks->IsWhole(nDevice); }
 
 private:
     bool MayWatch() const;

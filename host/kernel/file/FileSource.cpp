@@ -100,10 +100,10 @@ void FileSource::Resolve() {
         }
     }
     m_files.nCaptureMicros = m_nSenseNanos / 1000;
-    for (const FileOperation& operation : m_told) {
+    for (const FileOperation& operation : m_reported) {
         m_observer.OnOperation(operation);
     }
-    m_told.clear();
+    m_reported.clear();
 }
 
 // A directory that is gone by now stood where its own removal, among the later events, says.
@@ -164,10 +164,10 @@ void FileSource::TakeRename(const FileEvent& event) {
     if (bDirectory) {
         TendDirectory(strTo);
     }
-    Tell(FILE_RENAME, event, event.from.strDirectory, strFrom);
+    Report(FILE_RENAME, event, event.from.strDirectory, strFrom);
     if (event.from.strDirectory != event.to.strDirectory ||
         WatchedPaths::IsWatched(FILE_CREATE, m_places.Spelled(strTo))) {
-        Tell(FILE_CREATE, event, event.to.strDirectory, strTo);
+        Report(FILE_CREATE, event, event.to.strDirectory, strTo);
     }
 }
 
@@ -181,13 +181,13 @@ void FileSource::TakeSpot(const FileEvent& event) {
             m_paths.Made(event.spot, event.strTarget);
             TendDirectory(strPath);
         }
-        Tell(FILE_CREATE, event, strDirectory, strPath);
+        Report(FILE_CREATE, event, strDirectory, strPath);
     }
     if ((event.nMask & FAN_MOVED_TO) != 0) {
         TakeMoveOfOldKernel(event, strPath);
     }
     if ((event.nMask & (FAN_CLOSE_WRITE | FAN_MODIFY)) != 0 && !IsRepeat(event, strPath)) {
-        Tell(FILE_WRITE, event, strDirectory, strPath);
+        Report(FILE_WRITE, event, strDirectory, strPath);
     }
     if ((event.nMask & FAN_MOVED_FROM) != 0) {
         TakeMoveOfOldKernel(event, strPath);
@@ -196,7 +196,7 @@ void FileSource::TakeSpot(const FileEvent& event) {
         if (bDirectory) {
             m_paths.Removed(event.spot, event.strTarget);
         }
-        Tell(FILE_REMOVE, event, strDirectory, strPath);
+        Report(FILE_REMOVE, event, strDirectory, strPath);
     }
 }
 
@@ -207,7 +207,7 @@ void FileSource::TakeMoveOfOldKernel(const FileEvent& event, const std::string& 
         m_paths.Clear();
         TendDirectory(strPath);
     }
-    Tell(bFrom ? FILE_RENAME : FILE_CREATE, event, event.spot.strDirectory, strPath);
+    Report(bFrom ? FILE_RENAME : FILE_CREATE, event, event.spot.strDirectory, strPath);
 }
 
 // A process that writes in small pieces leads to one operation in a batch, and to one more when it
@@ -220,8 +220,8 @@ bool FileSource::IsRepeat(const FileEvent& event, const std::string& strPath) {
     return !m_batches.IsFirstWrite(event.nPid, strPath);
 }
 
-void FileSource::Tell(FileAct eAct, const FileEvent& event, std::string_view strDirectory,
-                      const std::string& strPath) {
+void FileSource::Report(FileAct eAct, const FileEvent& event, std::string_view strDirectory,
+                        const std::string& strPath) {
     ++m_files.nCaptured;
     if (event.nPid == m_nOwnPid) {
         ++m_files.nOwn;
@@ -255,7 +255,7 @@ void FileSource::Tell(FileAct eAct, const FileEvent& event, std::string_view str
     m_files.nNoProgram += operation.strProgram.empty() ? 1 : 0;
     ++m_files.nReported;
     ++m_files.nBatched;
-    m_told.push_back(operation);
+    m_reported.push_back(operation);
     m_batches.Add(std::move(operation), Clock::now());
 }
 
@@ -283,13 +283,12 @@ void FileSource::TakeCounts(bool bLast) {
     m_observer.OnFileCounters(m_files);
 }
 
-void FileSource::HandOut(EventBatch& batch, uint64_t nNumber) {
-    std::vector<FileOperation> operations = m_batches.TakeOldest();
+void FileSource::TakeBatch(EventBatch& batch, uint64_t nNumber) {
+    const std::vector<FileOperation> operations = m_batches.TakeOldest();
     batch.strBody = event_message::OperationsOf(operations);
     batch.nNumber = nNumber;
     batch.nCopies = 1;
     batch.nEvents = operations.size();
     m_files.nBatched -= operations.size();
-    m_observer.OnOperations(batch, std::move(operations));
     m_observer.OnFileCounters(m_files);
 }

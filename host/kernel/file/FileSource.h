@@ -51,7 +51,7 @@ public:
 
     bool Open(std::string& strError);
     int Descriptor() const { return m_pSensor->Descriptor(); }
-    bool TellsStarts(uint32_t nDevice) const { return m_pSensor->TellsStarts(nDevice); }
+    bool ReportsStarts(uint32_t nDevice) const { return m_pSensor->ReportsStarts(nDevice); }
     // Once the directories in the options are there.
     void Ignore();
 
@@ -68,9 +68,9 @@ public:
 
     // True when a batch is full or its time has come; bAny: or has anything in it.
     bool HasBatch(Clock::time_point now, bool bAny) const { return m_batches.HasBatch(now, bAny); }
-    bool IsMaking() const { return m_batches.IsFilling(); }
+    bool IsFilling() const { return m_batches.IsFilling(); }
     // The oldest batch, under this number.
-    void HandOut(EventBatch& batch, uint64_t nNumber);
+    void TakeBatch(EventBatch& batch, uint64_t nNumber);
     const FileCounters& Counters() const { return m_files; }
 
 private:
@@ -82,8 +82,8 @@ private:
     void TakeSpot(const FileEvent& event);
     void TakeMoveOfOldKernel(const FileEvent& event, const std::string& strPath);
     bool IsRepeat(const FileEvent& event, const std::string& strPath);
-    void Tell(FileAct eAct, const FileEvent& event, std::string_view strDirectory,
-              const std::string& strPath);
+    void Report(FileAct eAct, const FileEvent& event, std::string_view strDirectory,
+                const std::string& strPath);
     bool IsPipe(const std::string& strPath, struct stat& status) const;
 
     const std::unique_ptr<IFileSensor> m_pSensor;
@@ -95,8 +95,8 @@ private:
     DirectoryPathCache m_paths;
     std::vector<char> m_buffer;  // for one read
     HeldEvents m_held;
-    int m_nOpening = 0;                 // directories being opened, one for the sake of another
-    std::vector<FileOperation> m_told;  // to the observer, once the time was taken
+    int m_nOpening = 0;                     // directories being opened, one for the sake of another
+    std::vector<FileOperation> m_reported;  // to the observer, once the time was taken
     FileBatches m_batches;
     uint64_t m_nSenseNanos = 0;
     uint64_t m_nAnnounced = 0;  // overflows

@@ -1,4 +1,4 @@
-// What senses file operations: the kernel's fanotify, or events made by a test.
+// What captures file operations: the kernel's fanotify, or events made by a test.
 //
 // Threads: one. Errors: Open's text says what is missing and how to get it; what cannot be watched
 //   later is a notice; nothing throws but std::bad_alloc.
@@ -37,7 +37,7 @@ public:
     // The type of the file system that this handle is of; "" when not known.
     virtual std::string FsTypeOf(std::string_view strHandle) const = 0;
     // True when starts of programs on this device (major << 20 | minor) are among the events.
-    virtual bool TellsStarts(uint32_t nDevice) const = 0;
+    virtual bool ReportsStarts(uint32_t nDevice) const = 0;
 };
 
 #endif

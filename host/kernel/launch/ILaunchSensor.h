@@ -1,4 +1,4 @@
-// What senses launches: the kernel's own program, a fallback, or records made by a test.
+// What captures launches: the kernel's own program, a fallback, or records made by a test.
 //
 // Threads: one; a sensor may have a thread of its own behind these calls.
 // Errors: Open's text says what is missing and how to get it; nothing throws but std::bad_alloc.
@@ -30,7 +30,7 @@ public:
     virtual void Detach() = 0;
     virtual SensorCounts Counts() const = 0;
 
-    // For people, once it is open: what senses, and what it cannot see.
+    // For people, once it is open: what captures, and what it cannot see.
     virtual std::string Name() const = 0;
     virtual std::string Limits() const = 0;
 };

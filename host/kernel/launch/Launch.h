@@ -47,8 +47,6 @@ public:
     virtual void OnUnresolved(const LaunchEvent& event) = 0;
     // nLost launches more were lost, nTotal since the start.
     virtual void OnLost(uint64_t nLost, uint64_t nTotal) = 0;
-    // The batch that Next is about to hand out and the paths in it.
-    virtual void OnBatch(const EventBatch& batch, std::vector<std::string> paths) = 0;
     virtual void OnCounters(const LaunchCounters& counters) = 0;
     // Once, from Start: by what launches are captured, and what that cannot see.
     virtual void OnNotice(const std::string& strText) = 0;

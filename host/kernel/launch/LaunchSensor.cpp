@@ -186,7 +186,7 @@ SensorCounts KernelSensor::Counts() const {
     // The lost ones first: they are never more than those captured.
     counts.nLost = Sum(LAUNCH_COUNT_LOST) + nMissed;
     counts.nOthersLost = Sum(LAUNCH_COUNT_OTHERS_LOST);
-    counts.nCaptured = Sum(LAUNCH_COUNT_SENSED) + nMissed;
+    counts.nCaptured = Sum(LAUNCH_COUNT_CAPTURED) + nMissed;
     return counts;
 }
 

@@ -122,15 +122,15 @@ void LaunchSource::TakeScript(const LaunchEvent& event, const Launch& launch) {
 
 void LaunchSource::Add(Launch launch) {
     m_observer.OnLaunch(launch);
-    if (!IsMaking()) {
-        m_making.due = Clock::now() + m_options.batchTime;
+    if (!IsFilling()) {
+        m_filling.due = Clock::now() + m_options.batchTime;
     }
-    m_making.nBytes += launch.creation.strPath.size() + launch.creation.strCommand.size();
-    m_making.creations.push_back(std::move(launch.creation));
+    m_filling.nBytes += launch.creation.strPath.size() + launch.creation.strCommand.size();
+    m_filling.creations.push_back(std::move(launch.creation));
     ++m_launches.nBatched;
-    if (m_making.creations.size() >= m_options.nMostLaunches ||
-        m_making.nBytes >= m_options.nMostBytes) {
-        m_full.push_back(std::exchange(m_making, Batch()));
+    if (m_filling.creations.size() >= m_options.nMostLaunches ||
+        m_filling.nBytes >= m_options.nMostBytes) {
+        m_full.push_back(std::exchange(m_filling, Batch()));
     }
 }
 
@@ -156,25 +156,19 @@ void LaunchSource::TakeCounts(bool bLast) {
 }
 
 bool LaunchSource::HasBatch(Clock::time_point now, bool bAny) const {
-    return !m_full.empty() || (IsMaking() && (bAny || now >= m_making.due));
+    return !m_full.empty() || (IsFilling() && (bAny || now >= m_filling.due));
 }
 
-void LaunchSource::HandOut(EventBatch& batch, uint64_t nNumber) {
+void LaunchSource::TakeBatch(EventBatch& batch, uint64_t nNumber) {
     if (m_full.empty()) {
-        m_full.push_back(std::exchange(m_making, Batch()));
+        m_full.push_back(std::exchange(m_filling, Batch()));
     }
-    std::vector<event_message::Creation> creations = std::move(m_full.front().creations);
+    const std::vector<event_message::Creation> creations = std::move(m_full.front().creations);
     m_full.pop_front();
     batch.strBody = event_message::CreationsOf(creations);
     batch.nNumber = nNumber;
     batch.nCopies = 1;
     batch.nEvents = creations.size();
-    std::vector<std::string> paths;
-    paths.reserve(creations.size());
-    for (event_message::Creation& creation : creations) {
-        paths.push_back(std::move(creation.strPath));
-    }
-    m_observer.OnBatch(batch, std::move(paths));
     m_launches.nBatched -= creations.size();
     m_observer.OnCounters(m_launches);
 }

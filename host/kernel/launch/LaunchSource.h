@@ -57,9 +57,9 @@ public:
 
     // True when a batch is full or its time has come; bAny: or has anything in it.
     bool HasBatch(Clock::time_point now, bool bAny) const;
-    bool IsMaking() const { return !m_making.creations.empty(); }
+    bool IsFilling() const { return !m_filling.creations.empty(); }
     // The oldest batch, under this number.
-    void HandOut(EventBatch& batch, uint64_t nNumber);
+    void TakeBatch(EventBatch& batch, uint64_t nNumber);
     const LaunchCounters& Counters() const { return m_launches; }
 
 private:
@@ -80,7 +80,7 @@ private:
     LaunchSourceOptions m_options;
     const uint32_t m_nOwnPid;
     bool m_bDetached = false;
-    Batch m_making;
+    Batch m_filling;
     std::deque<Batch> m_full;
     uint64_t m_nAnnounced = 0;  // losses
     uint64_t m_nLostSeen = 0;

@@ -191,7 +191,7 @@ void ProcessTable::Advance(Process& process) const {
         i = 0;
     }
     while (process.nCurrent + 1 < images.size() &&
-           !(m_fnTells && m_fnTells(images[process.nCurrent + 1]->nDevice))) {
+           !(m_fnReportsStarts && m_fnReportsStarts(images[process.nCurrent + 1]->nDevice))) {
         ++process.nCurrent;
     }
 }

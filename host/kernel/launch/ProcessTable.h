@@ -39,7 +39,7 @@ class ProcessTable {
 public:
     using Clock = std::chrono::steady_clock;
     // True when starts on this device (major << 20 | minor) are reported by an opening.
-    using TellsStarts = std::function<bool(uint32_t nDevice)>;
+    using ReportsStarts = std::function<bool(uint32_t nDevice)>;
 
     static constexpr size_t MOST_PROCESSES = 65536;  // the ended ones included
     static constexpr std::chrono::seconds KEPT{30};  // after the end
@@ -50,7 +50,9 @@ public:
     explicit ProcessTable(FileLook fnLook = {}, std::string strProc = "/proc");
 
     // Until this is set a process is taken to run its newest image.
-    void SetTellsStarts(TellsStarts fnTells) { m_fnTells = std::move(fnTells); }
+    void SetReportsStarts(ReportsStarts fnReportsStarts) {
+        m_fnReportsStarts = std::move(fnReportsStarts);
+    }
     // The processes that run already and are not known.
     void Seed();
 
@@ -98,7 +100,7 @@ private:
 
     const FileLook m_fnLook;
     const std::string m_strProc;
-    TellsStarts m_fnTells;
+    ReportsStarts m_fnReportsStarts;
     size_t m_nBytes = 0;  // of the images below, which take theirs off when they go
     std::unordered_map<uint32_t, Process> m_processes;
     std::deque<End> m_ends;

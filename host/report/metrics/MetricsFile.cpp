@@ -16,11 +16,11 @@
 #include "host/base/WriteAll.h"
 
 MetricsFile::MetricsFile(std::string strFile, std::chrono::milliseconds interval, MakeText fnText,
-                         Tell fnTell)
+                         OnError fnOnError)
     : m_strFile(std::move(strFile)),
       m_interval(interval),
       m_fnText(std::move(fnText)),
-      m_fnTell(std::move(fnTell)) {}
+      m_fnOnError(std::move(fnOnError)) {}
 
 void MetricsFile::Begin() {
     if (!m_thread.joinable()) {
@@ -58,10 +58,10 @@ void MetricsFile::Run() {
 void MetricsFile::WriteNow() {
     try {
         const int nError = Write(m_strFile, m_fnText());
-        if (nError != 0 && !m_bTold) {
-            m_fnTell("cannot write " + m_strFile + ": " + std::strerror(nError));
+        if (nError != 0 && !m_bReported) {
+            m_fnOnError("cannot write " + m_strFile + ": " + std::strerror(nError));
         }
-        m_bTold = nError != 0;
+        m_bReported = nError != 0;
     } catch (const std::exception&) {
         // Out of memory: the file stays as it is until the next time.
     }

@@ -19,10 +19,10 @@
 class MetricsFile {
 public:
     using MakeText = std::function<std::string()>;
-    using Tell = std::function<void(const std::string& strError)>;
+    using OnError = std::function<void(const std::string& strError)>;
 
     MetricsFile(std::string strFile, std::chrono::milliseconds interval, MakeText fnText,
-                Tell fnTell);
+                OnError fnOnError);
     ~MetricsFile() { End(); }
 
     MetricsFile(const MetricsFile&) = delete;
@@ -41,8 +41,8 @@ private:
     const std::string m_strFile;
     const std::chrono::milliseconds m_interval;
     const MakeText m_fnText;
-    const Tell m_fnTell;
-    bool m_bTold = false;  // [the writing thread]
+    const OnError m_fnOnError;
+    bool m_bReported = false;  // [the writing thread]
     Mutex m_mutex;
     MonotonicCondition m_changed;
     bool m_bEnd TEV_GUARDED_BY(m_mutex) = false;

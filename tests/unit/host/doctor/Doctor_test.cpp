@@ -59,7 +59,7 @@ TEST_F(DoctorTest, MissingCapabilitiesAreNamed) {
 
     const Finding finding = doctor::OfPrivilege(ALL & ~(1ULL << 39) & ~(1ULL << 21));
     EXPECT_EQ(FINDING_FAILED, finding.eState);
-    EXPECT_EQ("missing CAP_BPF, CAP_SYS_ADMIN: watch cannot sense", finding.strText);
+    EXPECT_EQ("missing CAP_BPF, CAP_SYS_ADMIN: watch cannot capture", finding.strText);
     EXPECT_NE("", finding.strRemedy);
 }
 
@@ -144,7 +144,7 @@ TEST_F(DoctorTest, EachCapabilityThatASensorNeedsIsAskedForByItsNumber) {
     for (const auto& [nNumber, strName] : needed) {
         nNeeded |= 1ULL << nNumber;
         EXPECT_EQ("failed|privilege|missing " + strName +
-                      ": watch cannot sense|run as root or with these capabilities; scan and "
+                      ": watch cannot capture|run as root or with these capabilities; scan and "
                       "replay work without",
                   Whole(doctor::OfPrivilege(ALL & ~(1ULL << nNumber))));
     }

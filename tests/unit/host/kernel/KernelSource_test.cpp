@@ -59,7 +59,7 @@ public:
         return strHandle == file_event_bytes::Handle(1) ? "/etc/cron.d" : "";
     }
     std::string FsTypeOf(std::string_view) const override { return "ext4"; }
-    bool TellsStarts(uint32_t) const override { return true; }
+    bool ReportsStarts(uint32_t) const override { return true; }
 
 private:
     FakeState& m_state;
@@ -70,19 +70,12 @@ public:
     void OnLaunch(const Launch&) override {}
     void OnUnresolved(const LaunchEvent&) override {}
     void OnLost(uint64_t, uint64_t) override {}
-    void OnBatch(const EventBatch& batch, std::vector<std::string>) override {
-        m_batches.push_back("launches " + std::to_string(batch.nNumber));
-    }
     void OnCounters(const LaunchCounters&) override {}
     void OnOperation(const FileOperation& operation) override { m_operations.push_back(operation); }
     void OnOverflow(uint64_t, uint64_t) override {}
-    void OnOperations(const EventBatch& batch, std::vector<FileOperation>) override {
-        m_batches.push_back("files " + std::to_string(batch.nNumber));
-    }
     void OnFileCounters(const FileCounters& counters) override { m_files = counters; }
     void OnNotice(const std::string& strText) override { m_notices.push_back(strText); }
 
-    std::vector<std::string> m_batches;
     std::vector<FileOperation> m_operations;
     std::vector<std::string> m_notices;
     FileCounters m_files;
@@ -136,11 +129,16 @@ protected:
         m_state.events.push_back(file_event_bytes::At(nMask, static_cast<int32_t>(nPid), 1, "job"));
     }
     // Everything, to the end.
-    void Run(KernelSource& source) {
+    // Until its end: what its batches hold and their numbers.
+    std::vector<std::string> Run(KernelSource& source) {
         source.Stop();
         EventBatch batch;
+        std::vector<std::string> batches;
         while (source.Next(batch, minutes(1)) != SOURCE_END) {
+            const bool bFiles = batch.strBody.find("cloudfd") != std::string::npos;
+            batches.push_back((bFiles ? "files " : "launches ") + std::to_string(batch.nNumber));
         }
+        return batches;
     }
 
     FakeState m_state;
@@ -159,12 +157,12 @@ TEST_F(KernelSourceTest, LaunchesAndFileOperationsComeInBatchesOfTheirOwnWithOne
     EventBatch batch;
 
     ASSERT_EQ(SOURCE_BATCH, source.Next(batch, minutes(1)));
+    EXPECT_EQ(1u, batch.nNumber);
     EXPECT_THAT(batch.strBody, HasSubstr("cloudad"));
     EXPECT_THAT(batch.strBody, Not(HasSubstr("cloudfd")));
     ASSERT_EQ(SOURCE_BATCH, source.Next(batch, minutes(1)));
     EXPECT_THAT(batch.strBody, HasSubstr("cloudfd"));
     EXPECT_EQ(2u, batch.nNumber);
-    EXPECT_THAT(m_observer.m_batches, ElementsAre("launches 1", "files 2"));
     EXPECT_EQ(2u, source.Counters().nBatches);
     EXPECT_EQ(2u, source.Counters().nEvents);
 }
@@ -234,17 +232,15 @@ TEST_F(KernelSourceTest, LaunchesAreWatchedAlone) {
     KernelSource& source = Started(true, false);
     Start(4711, "/bin/tool");
     Touched(4711);
-    Run(source);
 
-    EXPECT_THAT(m_observer.m_batches, ElementsAre("launches 1"));
+    EXPECT_THAT(Run(source), ElementsAre("launches 1"));
 }
 
 TEST_F(KernelSourceTest, FilesAreWatchedAlone) {
     KernelSource& source = Started(false, true);
     Touched(0);
-    Run(source);
 
-    EXPECT_THAT(m_observer.m_batches, ElementsAre("files 1"));
+    EXPECT_THAT(Run(source), ElementsAre("files 1"));
     EXPECT_EQ(1u, m_observer.m_files.nNoProgram);
 }
 
@@ -252,9 +248,8 @@ TEST_F(KernelSourceTest, WhereFilesAreRefusedLaunchesGoOnAndThatIsSaid) {
     m_state.bFilesOpen = false;
     KernelSource& source = Started();
     Start(4711, "/bin/tool");
-    Run(source);
 
-    EXPECT_THAT(m_observer.m_batches, ElementsAre("launches 1"));
+    EXPECT_THAT(Run(source), ElementsAre("launches 1"));
     EXPECT_THAT(m_observer.m_notices, testing::Contains("no files here; watching launches only"));
 }
 

@@ -140,8 +140,8 @@ TEST_F(FanotifySensorTest, TheFileSystemOfThePlacesIsMarkedWholeAndStartPlacesFo
     EXPECT_THAT(m_kernel.Marks(), Contains(IsMark(FAN_MARK_ADD | FAN_MARK_ONLYDIR,
                                                   FAN_MODIFY | FAN_EVENT_ON_CHILD | FAN_ONDIR,
                                                   m_strRoot + "/etc/cron.d")));
-    EXPECT_TRUE(m_pSensor->TellsStarts(8U << 20 | 1));
-    EXPECT_FALSE(m_pSensor->TellsStarts(8U << 20 | 2));
+    EXPECT_TRUE(m_pSensor->ReportsStarts(8U << 20 | 1));
+    EXPECT_FALSE(m_pSensor->ReportsStarts(8U << 20 | 2));
     EXPECT_THAT(m_pSensor->TakeNotices(), IsEmpty());
 }
 
@@ -191,7 +191,7 @@ TEST_F(FanotifySensorTest, AFileSystemThatCannotBeWatchedWholeIsNoLackOfPrivileg
     (void)Opened();
 
     EXPECT_THAT(m_pSensor->TakeNotices(), Contains(HasSubstr("cannot be watched whole")));
-    EXPECT_FALSE(m_pSensor->TellsStarts(8U << 20 | 1));
+    EXPECT_FALSE(m_pSensor->ReportsStarts(8U << 20 | 1));
 }
 
 TEST_F(FanotifySensorTest, WithoutAFileSystemThatHoldsAPlaceThereIsNothingToWatch) {
@@ -204,9 +204,9 @@ TEST_F(FanotifySensorTest, EveryLocalFileSystemIsMarkedWhenThatIsWanted) {
     SetMounts("1 0 8:1 / " + m_strRoot + " rw - ext4 x rw\n2 1 8:2 / /srv rw - xfs x rw\n" +
               "3 1 0:5 / /proc rw - proc x rw\n");
 
-    EXPECT_FALSE(Opened().TellsStarts(8U << 20 | 2));
-    EXPECT_TRUE(Opened(true).TellsStarts(8U << 20 | 2));
-    EXPECT_FALSE(m_pSensor->TellsStarts(5));
+    EXPECT_FALSE(Opened().ReportsStarts(8U << 20 | 2));
+    EXPECT_TRUE(Opened(true).ReportsStarts(8U << 20 | 2));
+    EXPECT_FALSE(m_pSensor->ReportsStarts(5));
 }
 
 TEST_F(FanotifySensorTest, EventsAreHandedOverByteForByteUntilNoneWaits) {
@@ -255,11 +255,11 @@ TEST_F(FanotifySensorTest, FileSystemsAreLookedAtAnewWhenTheTableOfMountsHasChan
     (void)Opened(true);
     SetMounts("1 0 8:1 / " + m_strRoot + " rw - ext4 x rw\n2 1 8:2 / /srv rw - xfs x rw\n");
     EXPECT_FALSE(m_pSensor->Tend());
-    EXPECT_FALSE(m_pSensor->TellsStarts(8U << 20 | 2));
+    EXPECT_FALSE(m_pSensor->ReportsStarts(8U << 20 | 2));
 
     m_kernel.ChangeMounts();
     EXPECT_TRUE(m_pSensor->Tend());
-    EXPECT_TRUE(m_pSensor->TellsStarts(8U << 20 | 2));
+    EXPECT_TRUE(m_pSensor->ReportsStarts(8U << 20 | 2));
     EXPECT_FALSE(m_pSensor->Tend());
 }
 

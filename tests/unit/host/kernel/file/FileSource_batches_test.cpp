@@ -5,11 +5,11 @@
 
 #include "host/base/JsonReader.h"
 #include "host/kernel/file/FileSource.h"
+#include "tests/unit/host/kernel/file/CapturedFiles.h"
 #include "tests/unit/host/kernel/file/FileEventBytes.h"
-#include "tests/unit/host/kernel/file/SensedFiles.h"
 
 using namespace file_event_bytes;
-using namespace sensed_files;
+using namespace captured_files;
 using std::chrono::minutes;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -27,12 +27,12 @@ TEST_F(FileSourceTest, ABatchEndsWithItsNumberItsBytesOrItsTime) {
 
     EventBatch batch;
     ASSERT_TRUE(m_pSource->HasBatch(now, false));
-    m_pSource->HandOut(batch, 7);
+    m_pSource->TakeBatch(batch, 7);
     EXPECT_EQ(7u, batch.nNumber);
     EXPECT_EQ(2u, batch.nEvents);
     EXPECT_FALSE(m_pSource->HasBatch(now, false));
-    m_pSource->HandOut(batch, 8);
-    EXPECT_EQ(3u, m_observer.m_handed);
+    m_pSource->TakeBatch(batch, 8);
+    EXPECT_EQ(1u, batch.nEvents);
     EXPECT_EQ(0u, Counters().nBatched);
 }
 
@@ -49,7 +49,7 @@ TEST_F(FileSourceTest, ABatchEndsWithTheBytesOfItsPaths) {
     Sense(At(FAN_CREATE, 5, CRON, "d"));
 
     EventBatch batch;
-    m_pSource->HandOut(batch, 1);
+    m_pSource->TakeBatch(batch, 1);
     EXPECT_EQ(3u, batch.nEvents);
     EXPECT_FALSE(m_pSource->HasBatch(now, false));  // the next one begins with nothing
 }
@@ -69,9 +69,9 @@ TEST_F(FileSourceTest, FullBatchesWaitInTheirOrder) {
     Sense(At(FAN_CREATE, 5, CRON, "a") + At(FAN_CREATE, 5, CRON, "b"));
 
     EventBatch batch;
-    m_pSource->HandOut(batch, 1);
+    m_pSource->TakeBatch(batch, 1);
     EXPECT_THAT(batch.strBody, testing::HasSubstr("/etc/cron.d/a"));
-    m_pSource->HandOut(batch, 2);
+    m_pSource->TakeBatch(batch, 2);
     EXPECT_THAT(batch.strBody, testing::HasSubstr("/etc/cron.d/b"));
     EXPECT_FALSE(m_pSource->HasBatch(FileSource::Clock::now(), true));
 }
@@ -84,7 +84,7 @@ TEST_F(FileSourceTest, ABatchIsTheMessageThatTheModuleReads) {
     EventBatch batch;
     batch.nCopies = 9;
 
-    m_pSource->HandOut(batch, 3);
+    m_pSource->TakeBatch(batch, 3);
 
     EXPECT_EQ(
         R"({"param":[{"grup":"cloudquery","context":"cloudfd","path":"/etc/cron.d/job",)"
@@ -95,15 +95,15 @@ TEST_F(FileSourceTest, ABatchIsTheMessageThatTheModuleReads) {
             strTime + "}]}",
         batch.strBody);
     EXPECT_EQ(1u, batch.nCopies);
-    EXPECT_EQ(3u, m_observer.m_lastBatch.nNumber);
-    EXPECT_EQ(2u, m_observer.m_lastBatch.nEvents);
+    EXPECT_EQ(3u, batch.nNumber);
+    EXPECT_EQ(2u, batch.nEvents);
 }
 
 TEST_F(FileSourceTest, AnyBytesOfANameReachTheMessage) {
     const std::string strName = "\"\\\n\x01\xff\xc3";
     Sense(At(FAN_CREATE, 5, CRON, strName));
     EventBatch batch;
-    m_pSource->HandOut(batch, 1);
+    m_pSource->TakeBatch(batch, 1);
 
     Json::Value jsonRoot;
     ASSERT_TRUE(json_reader::Parse(batch.strBody, jsonRoot));
@@ -113,7 +113,7 @@ TEST_F(FileSourceTest, AnyBytesOfANameReachTheMessage) {
 TEST_F(FileSourceTest, AWriteThatWasHandedOutIsReportedAgainInTheNextBatch) {
     Sense(At(FAN_MODIFY, 5, CRON, "job"));
     EventBatch batch;
-    m_pSource->HandOut(batch, 1);
+    m_pSource->TakeBatch(batch, 1);
 
     Sense(At(FAN_MODIFY, 5, CRON, "job") + At(FAN_MODIFY, 5, CRON, "job"));
 
@@ -129,7 +129,7 @@ TEST_F(FileSourceTest, AProgramThatNoPathLeadsToIsCounted) {
 }
 
 TEST_F(FileSourceTest, AnOperationIsTheProgramsThatHadBeenStartedByThen) {
-    m_images.SetTellsStarts([this](uint32_t nDevice) { return Source().TellsStarts(nDevice); });
+    m_images.SetReportsStarts([this](uint32_t nDevice) { return Source().ReportsStarts(nDevice); });
     Start(5, "/bin/sh", 10);
     Start(5, "/bin/rm", 20);
 
@@ -145,7 +145,7 @@ TEST_F(FileSourceTest, AnOperationIsTheProgramsThatHadBeenStartedByThen) {
 }
 
 TEST_F(FileSourceTest, TheRemovalInAMergedEventIsTheNewestProgramsAndARemovalAloneIsNot) {
-    m_images.SetTellsStarts([](uint32_t) { return true; });
+    m_images.SetReportsStarts([](uint32_t) { return true; });
     for (const uint64_t nBefore : {FAN_CREATE, FAN_CLOSE_WRITE, FAN_MODIFY}) {
         m_observer.m_operations.clear();
         const auto nPid = static_cast<uint32_t>(100 + nBefore);
@@ -160,7 +160,7 @@ TEST_F(FileSourceTest, TheRemovalInAMergedEventIsTheNewestProgramsAndARemovalAlo
 }
 
 TEST_F(FileSourceTest, AfterAnOverflowTheNewestProgramActs) {
-    m_images.SetTellsStarts([](uint32_t) { return true; });
+    m_images.SetReportsStarts([](uint32_t) { return true; });
     Start(5, "/bin/sh", 10);
     Start(5, "/bin/rm", 20);
 
@@ -233,8 +233,8 @@ TEST_F(FileSourceTest, TheSensorIsOpenedDetachedAndToldWhatToIgnore) {
     std::string strError;
     EXPECT_TRUE(Source().Open(strError));
     EXPECT_EQ(4711, m_pSource->Descriptor());
-    EXPECT_TRUE(m_pSource->TellsStarts(DISK));
-    EXPECT_FALSE(m_pSource->TellsStarts(DISK + 1));
+    EXPECT_TRUE(m_pSource->ReportsStarts(DISK));
+    EXPECT_FALSE(m_pSource->ReportsStarts(DISK + 1));
     EXPECT_THAT(m_pSensor->m_ignored, IsEmpty());
 
     m_pSource->Ignore();

@@ -7,15 +7,15 @@
 #include <unistd.h>
 
 #include "tests/support/TestDir.h"
+#include "tests/unit/host/kernel/file/CapturedFiles.h"
 #include "tests/unit/host/kernel/file/FileEventBytes.h"
-#include "tests/unit/host/kernel/file/SensedFiles.h"
 
 using namespace file_event_bytes;
-using namespace sensed_files;
+using namespace captured_files;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-TEST_F(FileSourceTest, OneEventOfSeveralActsIsToldInTheirOrder) {
+TEST_F(FileSourceTest, OneEventOfSeveralActsIsReportedInTheirOrder) {
     Sense(At(FAN_DELETE | FAN_CLOSE_WRITE | FAN_MODIFY | FAN_CREATE, 5, CRON, "job"));
 
     EXPECT_THAT(m_observer.m_lines, ElementsAre("create /etc/cron.d/job", "write /etc/cron.d/job",

@@ -57,7 +57,7 @@ protected:
     }
     void SetCounts(const std::vector<uint64_t>& sensed, const std::vector<uint64_t>& lost,
                    const std::vector<uint64_t>& othersLost) {
-        m_kernel.counts = {{LAUNCH_COUNT_SENSED, sensed},
+        m_kernel.counts = {{LAUNCH_COUNT_CAPTURED, sensed},
                            {LAUNCH_COUNT_LOST, lost},
                            {LAUNCH_COUNT_OTHERS_LOST, othersLost}};
     }
@@ -219,7 +219,7 @@ TEST_F(LaunchSensorTest, WhereTheKernelDoesNotSayWhatItSkippedTheOtherCountsStan
 
 TEST_F(LaunchSensorTest, ACounterThatCannotBeReadIsNone) {
     ASSERT_TRUE(Open());
-    m_kernel.counts = {{LAUNCH_COUNT_SENSED, {3, 4}}};
+    m_kernel.counts = {{LAUNCH_COUNT_CAPTURED, {3, 4}}};
 
     EXPECT_EQ(7u, m_pSensor->Counts().nCaptured);
     EXPECT_EQ(0u, m_pSensor->Counts().nLost);
@@ -229,7 +229,7 @@ TEST_F(LaunchSensorTest, LaunchesLostWhileTheCountsAreReadAreNeverMoreThanThoseS
     ASSERT_TRUE(Open());
     SetCounts({0, 0}, {0, 0}, {0, 0});
     m_kernel.fnBeforeLookup = [this] {
-        ++m_kernel.counts[LAUNCH_COUNT_SENSED][0];
+        ++m_kernel.counts[LAUNCH_COUNT_CAPTURED][0];
         ++m_kernel.counts[LAUNCH_COUNT_LOST][1];
     };
 

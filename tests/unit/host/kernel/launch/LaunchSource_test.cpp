@@ -27,7 +27,6 @@ class NoFiles : public IFileObserver {
 public:
     void OnOperation(const FileOperation&) override { ADD_FAILURE(); }
     void OnOverflow(uint64_t, uint64_t) override { ADD_FAILURE(); }
-    void OnOperations(const EventBatch&, std::vector<FileOperation>) override { ADD_FAILURE(); }
     void OnFileCounters(const FileCounters&) override { ADD_FAILURE(); }
     void OnNotice(const std::string&) override { ADD_FAILURE(); }
 };
@@ -35,16 +34,14 @@ public:
 class Observer : public ILaunchObserver {
 public:
     void OnLaunch(const Launch& launch) override { m_launches.push_back(launch); }
-    void OnUnresolved(const LaunchEvent& event) override { m_unresolvable.push_back(event); }
+    void OnUnresolved(const LaunchEvent& event) override { m_unresolved.push_back(event); }
     void OnLost(uint64_t nLost, uint64_t nTotal) override { m_lost.push_back({nLost, nTotal}); }
-    void OnBatch(const EventBatch&, std::vector<std::string> paths) override { m_paths = paths; }
     void OnCounters(const LaunchCounters& counters) override { m_counters = counters; }
     void OnNotice(const std::string& strText) override { m_notices.push_back(strText); }
 
     std::vector<Launch> m_launches;
-    std::vector<LaunchEvent> m_unresolvable;
+    std::vector<LaunchEvent> m_unresolved;
     std::vector<std::pair<uint64_t, uint64_t>> m_lost;
-    std::vector<std::string> m_paths;
     std::vector<std::string> m_notices;
     LaunchCounters m_counters;
 };
@@ -118,7 +115,6 @@ TEST_F(LaunchSourceTest, ALaunchBecomesAMessageWithOneTaggedElement) {
               m_batch.strBody);
     EXPECT_EQ(2u, m_batch.nEvents);
     EXPECT_EQ(1u, m_batch.nNumber);
-    EXPECT_EQ((std::vector<std::string>{"/bin/a", "/bin/b"}), m_observer.m_paths);
 }
 
 TEST_F(LaunchSourceTest, ABatchEndsWithItsNumberAndTheRestComesNext) {
@@ -210,8 +206,8 @@ TEST_F(LaunchSourceTest, ALaunchThatNoPathNamesIsShownAndCountedAndNotTold) {
 
     EXPECT_EQ(SOURCE_END, Source().Next(m_batch, minutes(1)));
 
-    ASSERT_EQ(1u, m_observer.m_unresolvable.size());
-    EXPECT_EQ("/other/a", m_observer.m_unresolvable[0].strName);
+    ASSERT_EQ(1u, m_observer.m_unresolved.size());
+    EXPECT_EQ("/other/a", m_observer.m_unresolved[0].strName);
     EXPECT_EQ(1u, m_observer.m_counters.nUnresolved);
     EXPECT_TRUE(m_observer.m_launches.empty());
 }

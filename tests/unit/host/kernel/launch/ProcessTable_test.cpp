@@ -26,7 +26,7 @@ class ProcessTableTest : public testing::Test {
 protected:
     ProcessTableTest() {
         m_disk = {{"/bin/sh", 10}, {"/bin/rm", 20}, {"/bin/env", 30}};
-        m_table.SetTellsStarts([](uint32_t nDevice) { return nDevice == DEVICE; });
+        m_table.SetReportsStarts([](uint32_t nDevice) { return nDevice == DEVICE; });
         m_table.Tick(m_now);
     }
 

@@ -1,7 +1,7 @@
 // A FileSource over a sensor whose events are a test's own bytes, places and programs of the test,
 // and an observer that keeps what it is told.
-#ifndef TESTS_UNIT_HOST_KERNEL_FILE_SENSEDFILES_H
-#define TESTS_UNIT_HOST_KERNEL_FILE_SENSEDFILES_H
+#ifndef TESTS_UNIT_HOST_KERNEL_FILE_CAPTUREDFILES_H
+#define TESTS_UNIT_HOST_KERNEL_FILE_CAPTUREDFILES_H
 
 #include <gtest/gtest.h>
 #include <sys/sysmacros.h>
@@ -17,7 +17,7 @@
 #include "host/kernel/file/FileSource.h"
 #include "tests/unit/host/kernel/file/FileEventBytes.h"
 
-namespace sensed_files {
+namespace captured_files {
 
 using file_event_bytes::Handle;
 
@@ -49,7 +49,7 @@ public:
         return found == m_disk.end() ? "" : found->second;
     }
     std::string FsTypeOf(std::string_view) const override { return "tmpfs"; }
-    bool TellsStarts(uint32_t nDevice) const override { return nDevice == DISK; }
+    bool ReportsStarts(uint32_t nDevice) const override { return nDevice == DISK; }
 
     std::string m_strEvents;
     std::map<std::string, std::string> m_disk = {{Handle(CRON), "/etc/cron.d"},
@@ -73,10 +73,6 @@ public:
     void OnOverflow(uint64_t nTimes, uint64_t nTotal) override {
         m_overflows.push_back(std::to_string(nTimes) + " of " + std::to_string(nTotal));
     }
-    void OnOperations(const EventBatch& batch, std::vector<FileOperation> operations) override {
-        m_handed += operations.size();
-        m_lastBatch = batch;
-    }
     void OnFileCounters(const FileCounters& counters) override { m_counters = counters; }
     void OnNotice(const std::string& strText) override { m_notices.push_back(strText); }
 
@@ -85,8 +81,6 @@ public:
     std::vector<std::string> m_overflows;
     std::vector<std::string> m_notices;
     FileCounters m_counters;
-    size_t m_handed = 0;
-    EventBatch m_lastBatch;
 };
 
 class FileSourceTest : public testing::Test {
@@ -163,6 +157,6 @@ protected:
     std::unique_ptr<FileSource> m_pSource;
 };
 
-}  // namespace sensed_files
+}  // namespace captured_files
 
 #endif
