@@ -267,7 +267,7 @@ void RunJournal::Judge(const QueryReceived& event, const std::optional<ExpectedQ
                                    : outcome.bNamesProgram ? query.strPath
                                                            : "";
     Verdict verdict = event.verdict;
-    if (event.eFate != QUERY_NO_KEY) {
+    if (!strProgram.empty() && event.eFate != QUERY_NO_KEY) {
         m_programs.SetVerdict(strProgram, verdict);
     } else if (!strProgram.empty()) {
         verdict = m_programs.VerdictOf(strProgram);

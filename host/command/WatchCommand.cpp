@@ -1,6 +1,8 @@
 #include "host/command/WatchCommand.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
@@ -46,9 +48,14 @@ bool OpenRecording(const std::string& strFile, std::shared_ptr<FILE>& pRecord) {
     if (strFile.empty()) {
         return true;
     }
-    // Command lines may hold passwords.
-    UniqueFd fd(open(strFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
-    FILE* const pFile = fd ? fdopen(fd.Get(), "w") : nullptr;
+    // Command lines may hold passwords. A file that is there already may be everybody's to read; a
+    // device's mode is not ours to change.
+    UniqueFd fd(open(strFile.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+    struct stat status = {};
+    const bool bFile = fd && fstat(fd.Get(), &status) == 0 && S_ISREG(status.st_mode);
+    const bool bReady =
+        fd && (!bFile || (fchmod(fd.Get(), 0600) == 0 && ftruncate(fd.Get(), 0) == 0));
+    FILE* const pFile = bReady ? fdopen(fd.Get(), "w") : nullptr;
     if (pFile == nullptr) {
         std::fprintf(stderr, "tevmon-host: cannot write %s: %s\n",
                      text::ForTerminal(strFile).c_str(), std::strerror(errno));
@@ -69,9 +76,10 @@ WatchedPaths::Aliases AliasesOf(const std::vector<std::string>& texts) {
 }
 
 std::string CheckAlias(const std::string& strText) {
-    const size_t nEqual = strText.find("=/");
-    return strText[0] == '/' && nEqual != std::string::npos ? ""
-                                                            : "wants /FROM=/TO, two directories";
+    const size_t nEqual = strText.find('=');
+    return strText[0] == '/' && nEqual != std::string::npos && strText[nEqual + 1] == '/'
+               ? ""
+               : "wants /FROM=/TO, two directories";
 }
 
 std::unique_ptr<IEventSource> MakeSource(const WatchArguments& arguments,

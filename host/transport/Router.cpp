@@ -219,6 +219,9 @@ uint32_t Router::RegisterReceiver(int64_t nMsgType, IMRReceiveComplete* pReceive
         const auto pNew = std::make_shared<Receiver>();
         pNew->pReceiver.store(pReceiver);
         pNew->pLane = std::make_unique<SerialExecutor>("host_receive", m_limits);
+        if (!m_bWaiting) {
+            pNew->pLane->EndWaiting();
+        }
         m_receivers[nMsgType] = pNew;
         return 0;
     });

@@ -40,9 +40,10 @@ std::string WithoutTime(const std::string& strLine) {
     return bTime ? strLine.substr(10) : strLine;
 }
 
+// A name may hold any byte, so its length stands before it.
 std::string FoldKey(const VerdictRow& row) {
-    return row.strWhat + "\n" + std::to_string(row.nLevel) + "\n" + row.strSubject + "\n" +
-           row.strBy;
+    return row.strWhat + "\n" + std::to_string(row.nLevel) + "\n" +
+           std::to_string(row.strSubject.size()) + "\n" + row.strSubject + row.strBy;
 }
 
 bool IsFoldable(const VerdictRow& row) {

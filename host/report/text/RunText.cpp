@@ -175,7 +175,7 @@ std::string VerdictLine(const Console& output, const CloudQuery& query, const Ve
     }
     std::string strLine = text::ClockNow() + "  " +
                           output.Paint(verdict_row::LevelColour(verdict.nLevel), strWord) + "  " +
-                          text::ForTerminal(query.strPath);
+                          verdict_row::Name(query.strPath);
     if (!strWhy.empty()) {
         strLine += "  " + output.Paint(Console::COLOUR_DIM, text::ForTerminal(strWhy));
     }
@@ -186,12 +186,12 @@ std::string QueryLine(const Console& output, const CloudQuery& query, const std:
     const std::string strWhat = query.strEvent.empty() ? "query" : query.strEvent;
     return text::ClockNow() + "  " +
            output.Paint(Console::COLOUR_DIM, CStr::stdformat("%-13s", strFate.c_str())) + "  " +
-           text::ForTerminal(query.strPath + "  " + strWhat);
+           verdict_row::Name(query.strPath) + "  " + verdict_row::Name(strWhat);
 }
 
 std::string SkipLine(const Console& output, const std::string& strPath) {
     return text::ClockNow() + "  " + output.Paint(Console::COLOUR_DIM, "cached       ") + "  " +
-           text::ForTerminal(strPath);
+           verdict_row::Name(strPath);
 }
 
 std::string Text(const Console& output, const RunCounters& counters, double dSeconds) {

@@ -8,10 +8,6 @@
 
 namespace verdict_row {
 
-namespace {
-
-// Two blanks end a column, so a name does not have them: it could go on with a maker and a package
-// of its own.
 std::string Name(const std::string& strName) {
     std::string strText = text::ForTerminal(strName);
     for (size_t nPos = 0; (nPos = strText.find("  ", nPos)) != std::string::npos; nPos += 5) {
@@ -19,8 +15,6 @@ std::string Name(const std::string& strName) {
     }
     return strText;
 }
-
-}  // namespace
 
 VerdictRow Judged(const std::string& strWhat, const std::string& strSubject,
                   const std::string& strBy, const Verdict& verdict, bool bCached) {

@@ -27,6 +27,10 @@ struct VerdictRow {
 
 namespace verdict_row {
 
+// A foreign name in a line of columns. Two blanks end a column, so it does not have them: it could
+// go on with columns of its own.
+std::string Name(const std::string& strName);
+
 // A row for a verdict, at this moment.
 VerdictRow Judged(const std::string& strWhat, const std::string& strSubject,
                   const std::string& strBy, const Verdict& verdict, bool bCached);

@@ -71,6 +71,15 @@ TEST_F(RunJournalJudgedTest, WithoutTheExpectedQueryAUnitAndAPipeStillNameTheirM
                             "ProcessPipe | /bin/maker | /bin/maker | /bin/maker | 10 p"));
 }
 
+TEST_F(RunJournalJudgedTest, AVerdictOnNobodyIsNobodyElses) {
+    Query("FileModify", "/etc/cron.d/x", QUERY_ANSWERED, BAD);
+    m_journal.Record(
+        ModuleNoted{ModuleRecord{NOTE_CACHED, "/etc/cron.d/y", EXPECTED_FILE, "write"}});
+
+    EXPECT_THAT(m_listener.heard, ElementsAre("FileModify | /etc/cron.d/x |  |  | 70 b",
+                                              "FileModify | /etc/cron.d/y |  |  | 40  cached"));
+}
+
 TEST_F(RunJournalJudgedTest, AFilesQueryThatNobodyExpectedNamesNoProgram) {
     Query("FileModify", "/etc/cron.d/x", QUERY_NO_KEY, Verdict());
 

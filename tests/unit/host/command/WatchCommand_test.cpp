@@ -66,6 +66,21 @@ TEST_F(WatchCommandTest, ARecordingIsItsUsersAlone) {
     EXPECT_EQ(0600u, status.st_mode & 0777);
 }
 
+TEST_F(WatchCommandTest, ARecordingTakesOverAFileThatEverybodyCouldReadAndLeavesADeviceAlone) {
+    const std::string strFile = m_dir.WriteFile("recording", "of an earlier watch\n", 0644);
+    EXPECT_EQ(3, Run({"watch", "--record", strFile, "--bad", "/no/such/list"}));
+    struct stat status = {};
+    ASSERT_EQ(0, stat(strFile.c_str(), &status));
+    EXPECT_EQ(0600u, status.st_mode & 0777);
+    EXPECT_EQ(0, status.st_size);
+
+    struct stat before = {};
+    ASSERT_EQ(0, stat("/dev/null", &before));
+    EXPECT_EQ(3, Run({"watch", "--record", "/dev/null", "--bad", "/no/such/list"}));
+    ASSERT_EQ(0, stat("/dev/null", &status));
+    EXPECT_EQ(before.st_mode, status.st_mode);
+}
+
 TEST_F(WatchCommandTest, WithoutLaunchesAndFilesThereIsNothingToWatch) {
     EXPECT_EQ(2, Run({"watch", "--no-files", "--no-launches"}));
 
@@ -73,7 +88,7 @@ TEST_F(WatchCommandTest, WithoutLaunchesAndFilesThereIsNothingToWatch) {
 }
 
 TEST_F(WatchCommandTest, AnAliasIsTwoDirectories) {
-    for (const char* pszAlias : {"", "nonsense", "/only", "rel=/etc", "/srv=etc"}) {
+    for (const char* pszAlias : {"", "nonsense", "/only", "rel=/etc", "/srv=etc", "/srv=a=/etc"}) {
         EXPECT_EQ(2, Run({"watch", "--alias", pszAlias})) << pszAlias;
     }
 }

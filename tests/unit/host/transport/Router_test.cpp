@@ -271,6 +271,23 @@ TEST_F(RouterTest, AFullLaneRefusesOnceNobodyMayWait) {
     goOn.Set();
 }
 
+TEST_F(RouterTest, ATypeThatIsRegisteredWhenNobodyMayWaitRefusesToo) {
+    Event begun;
+    Event goOn;
+    m_receiver.fnCalled = [&](void*) {
+        begun.Set();
+        goOn.Wait();
+    };
+    Router router({1, 100});
+    router.EndWaiting();
+    ASSERT_EQ(0u, router.RegisterReceiver(20002, &m_receiver, 0));
+    ASSERT_EQ(0u, router.Deliver(SENDER, 20002, "in hand"));
+    ASSERT_TRUE(begun.Wait());
+    ASSERT_EQ(0u, router.Deliver(SENDER, 20002, "waits"));
+    EXPECT_EQ(ROUTER_NO_ROOM, router.Deliver(SENDER, 20002, "no room"));
+    goOn.Set();
+}
+
 TEST_F(RouterTest, ManyThreadsSendAtOnceAndNothingIsLost) {
     std::atomic<int> nAnswered{0};
     m_receiver.fnCalled = [&](void*) { ++nAnswered; };

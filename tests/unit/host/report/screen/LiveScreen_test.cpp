@@ -166,6 +166,22 @@ TEST(LiveScreenTest, OnlyTheSameActOfTheSameProgramWithTheSameVerdictIsFolded) {
     EXPECT_EQ(6u, view.Rows().back().nTimes);
 }
 
+TEST(LiveScreenTest, ANameWithALineFeedIsNotTwoNames) {
+    Console output;
+    LiveScreen view(output, NoNumbers(), [] {});
+    VerdictRow row = Row("/tmp/a", 40);
+    row.strBy = "/tmp/b\n/tmp/c";
+    view.Add(row);
+    row.strSubject = "/tmp/a\n/tmp/b";
+    row.strBy = "/tmp/c";
+    view.Add(row);
+    row.strSubject = "/tmp/a\n";
+    row.strBy = "/tmp/b/tmp/c";
+    view.Add(row);
+
+    EXPECT_EQ(3u, view.Rows().size());
+}
+
 TEST(LiveScreenTest, WhatIsNoVerdictAndWhatIsBadIsNeverFolded) {
     Console output;
     LiveScreen view(output, NoNumbers(), [] {});

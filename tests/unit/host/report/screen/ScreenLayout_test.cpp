@@ -217,7 +217,7 @@ TEST(ScreenLayoutTest, WideFieldsSayMoreAboutTheBacklogAndTheBad) {
 
     numbers.nOverflows = 1;
     EXPECT_THAT(screen_layout::Lines(numbers, {}, Screen(120, 12))[3],
-                HasSubstr(" lost               5  1 f"));
+                HasSubstr(" lost               5  full 1 "));
     numbers.nBacklogMessages = 0;
     EXPECT_EQ(" backlog          402         ",
               screen_layout::Lines(numbers, {}, Screen(120, 12))[1].substr(60, 30));

@@ -206,6 +206,19 @@ TEST_F(RunTextTest, ManyMessagesAreKeptForTheNextRun) {
     EXPECT_EQ("  queue       1,200 messages kept for the next run", run_text::QueueLine(end));
 }
 
+// A user gives his program such a name.
+TEST_F(RunTextTest, ANameHasNoColumnsOfItsOwn) {
+    CloudQuery query;
+    query.strPath = "/tmp/x  bash (packages)";
+    EXPECT_EQ("  unknown    40  /tmp/x \\x20bash (packages)",
+              run_text::VerdictLine(Out(), query, {40, "none", ""}).substr(8));
+    query.strPath = "/tmp/x  FileCreate";
+    EXPECT_EQ("  no key         /tmp/x \\x20FileCreate  query",
+              run_text::QueryLine(Out(), query, "no key").substr(8));
+    EXPECT_EQ("  cached         /tmp/x \\x20FileCreate",
+              run_text::SkipLine(Out(), query.strPath).substr(8));
+}
+
 TEST_F(RunTextTest, AVerdictLineHasTheOwnerOrTheSourceWhereOneIsMissing) {
     CloudQuery query;
     query.strPath = "/bin/a";
