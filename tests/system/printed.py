@@ -117,7 +117,7 @@ CASES = {
 
 
 # What threads of their own print, each in its order: deliveries, what the module skips, its queries.
-STREAMS = [r'\{"event":"delivered"', r'\{"event":"skip"|HH:MM:SS  cached',
+STREAMS = [r'\{"event":"delivered"', r'\{"event":"(skip|analysed)"|HH:MM:SS  cached',
            r'\{"event":"(query|verdict)"|HH:MM:SS  ']
 
 
