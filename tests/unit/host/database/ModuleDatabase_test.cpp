@@ -7,6 +7,7 @@
 
 #include <filesystem>
 #include <string>
+#include <utility>
 
 #include "tests/support/TestDir.h"
 #include "tests/unit/host/database/DbFile.h"
@@ -32,6 +33,18 @@ protected:
             "with recursive n(i) as (select 1 union all select i + 1 from n where i < 200) "
             "insert into msgchennal(detail) select hex(zeroblob(4000)) from n");
         db.Execute("delete from msgchennal where id > " + std::to_string(nKept));
+    }
+
+    // The file's size after a module left it so, and after it was tidied up.
+    std::pair<uintmax_t, uintmax_t> SizesWith(int nKept) {
+        EXPECT_TRUE(Prepare()) << m_strError;
+        {
+            DbFile module(m_strFile);
+            FillAndEmpty(module, nKept);
+        }
+        const uintmax_t nBefore = std::filesystem::file_size(m_strFile);
+        EXPECT_TRUE(TidyUp()) << m_strError;
+        return {nBefore, std::filesystem::file_size(m_strFile)};
     }
 
     TestDir m_dir;
@@ -229,30 +242,16 @@ TEST_F(ModuleDatabaseTest, EveryRightBeyondTheOwnersIsTakenAway) {
 }
 
 TEST_F(ModuleDatabaseTest, LittleFreeSpaceIsNotWorthTheWriting) {
-    ASSERT_TRUE(Prepare()) << m_strError;
-    {
-        DbFile module(m_strFile);
-        FillAndEmpty(module, 160);  // a fifth is free
-    }
-    const auto nBefore = std::filesystem::file_size(m_strFile);
+    const auto [nBefore, nAfter] = SizesWith(160);  // a fifth is free
 
-    ASSERT_TRUE(TidyUp()) << m_strError;
-
-    EXPECT_EQ(nBefore, std::filesystem::file_size(m_strFile));
+    EXPECT_EQ(nBefore, nAfter);
     EXPECT_FALSE(Exists("-wal"));
 }
 
 TEST_F(ModuleDatabaseTest, AQuarterOfFreeSpaceIsGivenBack) {
-    ASSERT_TRUE(Prepare()) << m_strError;
-    {
-        DbFile module(m_strFile);
-        FillAndEmpty(module, 140);  // three tenths are free
-    }
-    const auto nBefore = std::filesystem::file_size(m_strFile);
+    const auto [nBefore, nAfter] = SizesWith(140);  // three tenths are free
 
-    ASSERT_TRUE(TidyUp()) << m_strError;
-
-    EXPECT_GT(nBefore * 3 / 4, std::filesystem::file_size(m_strFile));
+    EXPECT_GT(nBefore * 3 / 4, nAfter);
 }
 
 TEST_F(ModuleDatabaseTest, OfASmallFileNothingIsGivenBackHoweverEmptyItIs) {

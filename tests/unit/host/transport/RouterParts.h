@@ -12,6 +12,7 @@
 
 #include "host/transport/Router.h"
 #include "tests/support/Event.h"
+#include "tests/support/HeldCall.h"
 
 constexpr Guid SENDER = {1, 2, 3, {4, 5, 6, 7, 8, 9, 10, 11}};
 constexpr Guid CLOUD = {9, 2, 3, {4, 5, 6, 7, 8, 9, 10, 11}};

@@ -30,41 +30,33 @@ TEST_F(RouterSendsTest, ACompletionNamesTheEndpointThatAnswered) {
 }
 
 TEST_F(RouterSendsTest, ATimeOutInThePastEndsASendThatIsNotTakenYet) {
-    Event begun;
-    Event goOn;
-    m_cloud.fnCalled = [&] {
-        begun.Set();
-        goOn.Wait();
-    };
+    HeldCall held;
+    m_cloud.fnCalled = [&] { held.Hold(); };
     m_router.AddEndpoint(CLOUD, &m_cloud);
     ASSERT_EQ(0u, m_router.Post(&CLOUD, 20004, "holds the lane", 14));
-    ASSERT_TRUE(begun.Wait());
+    ASSERT_TRUE(held.HasBegun());
     ASSERT_EQ(0u, m_router.SendWithCompletion(&CLOUD, 20300, "x", 1, &m_completion, 0, nullptr,
                                               std::numeric_limits<int64_t>::min()));
 
     EXPECT_TRUE(m_completion.m_called.Wait());
     EXPECT_EQ(ROUTER_TIMEOUT, m_completion.m_nResult);
     EXPECT_EQ("", m_completion.m_strAnswer);
-    goOn.Set();
+    held.GoOn();
     m_router.Close();
 }
 
 // The longest there is would be a time in the past if it were only added.
 TEST_F(RouterSendsTest, TheLongestTimeOutIsFarAway) {
-    Event begun;
-    Event goOn;
-    m_cloud.fnCalled = [&] {
-        begun.Set();
-        goOn.Wait();
-    };
+    HeldCall held;
+    m_cloud.fnCalled = [&] { held.Hold(); };
     m_router.AddEndpoint(CLOUD, &m_cloud);
     ASSERT_EQ(0u, m_router.SendWithCompletion(&CLOUD, 20300, "x", 1, &m_completion, 0, nullptr,
                                               std::numeric_limits<int64_t>::max()));
-    ASSERT_TRUE(begun.Wait());
+    ASSERT_TRUE(held.HasBegun());
     Completion other;
     ASSERT_EQ(0u, m_router.SendWithCompletion(&CLOUD, 20300, "x", 1, &other, 0, nullptr, 1));
     ASSERT_TRUE(other.m_called.Wait());  // so the deadlines were gone through
-    goOn.Set();
+    held.GoOn();
 
     EXPECT_TRUE(m_completion.m_called.Wait());
     m_router.Close();

@@ -224,22 +224,18 @@ TEST_F(RouterTest, ASendThatIsNotTakenInTimeEndsWithTheTimeOutAndIsNotDelivered)
 }
 
 TEST_F(RouterTest, CloseEndsTrafficAndCompletesWhatIsUnderWay) {
-    Event begun;
-    Event goOn;
-    m_cloud.fnCalled = [&] {
-        begun.Set();
-        goOn.Wait();
-    };
+    HeldCall held;
+    m_cloud.fnCalled = [&] { held.Hold(); };
     m_router.AddEndpoint(CLOUD, &m_cloud);
     ASSERT_EQ(0u, m_router.RegisterReceiver(20002, &m_receiver, 0));
     ASSERT_EQ(0u, m_router.Post(&CLOUD, 20004, "holds the lane", 14));
-    ASSERT_TRUE(begun.Wait());
+    ASSERT_TRUE(held.HasBegun());
     ASSERT_EQ(0u,
               m_router.SendWithCompletion(&CLOUD, 20300, "x", 1, &m_completion, 0, nullptr, 60000));
     std::thread closer([&] { m_router.Close(); });
     // Only the job in hand is left once the lane has stopped.
     ASSERT_TRUE(Eventually([&] { return m_router.Pending() == 1; }));
-    goOn.Set();
+    held.GoOn();
     closer.join();
 
     EXPECT_EQ(1, m_completion.m_nCalls);
@@ -250,16 +246,12 @@ TEST_F(RouterTest, CloseEndsTrafficAndCompletesWhatIsUnderWay) {
 }
 
 TEST_F(RouterTest, AFullLaneRefusesOnceNobodyMayWait) {
-    Event begun;
-    Event goOn;
-    m_cloud.fnCalled = [&] {
-        begun.Set();
-        goOn.Wait();
-    };
+    HeldCall held;
+    m_cloud.fnCalled = [&] { held.Hold(); };
     Router router({1, 100});
     router.AddEndpoint(CLOUD, &m_cloud);
     ASSERT_EQ(0u, router.Post(&CLOUD, 20004, "in hand", 7));
-    ASSERT_TRUE(begun.Wait());
+    ASSERT_TRUE(held.HasBegun());
     ASSERT_EQ(0u, router.Post(&CLOUD, 20004, "waits", 5));
     std::atomic<uint32_t> nResult{0};
     std::thread sender([&] { nResult = router.Post(&CLOUD, 20004, "no room", 7); });
@@ -268,24 +260,20 @@ TEST_F(RouterTest, AFullLaneRefusesOnceNobodyMayWait) {
 
     sender.join();
     EXPECT_EQ(ROUTER_NO_ROOM, nResult);
-    goOn.Set();
+    held.GoOn();
 }
 
 TEST_F(RouterTest, ATypeThatIsRegisteredWhenNobodyMayWaitRefusesToo) {
-    Event begun;
-    Event goOn;
-    m_receiver.fnCalled = [&](void*) {
-        begun.Set();
-        goOn.Wait();
-    };
+    HeldCall held;
+    m_receiver.fnCalled = [&](void*) { held.Hold(); };
     Router router({1, 100});
     router.EndWaiting();
     ASSERT_EQ(0u, router.RegisterReceiver(20002, &m_receiver, 0));
     ASSERT_EQ(0u, router.Deliver(SENDER, 20002, "in hand"));
-    ASSERT_TRUE(begun.Wait());
+    ASSERT_TRUE(held.HasBegun());
     ASSERT_EQ(0u, router.Deliver(SENDER, 20002, "waits"));
     EXPECT_EQ(ROUTER_NO_ROOM, router.Deliver(SENDER, 20002, "no room"));
-    goOn.Set();
+    held.GoOn();
 }
 
 TEST_F(RouterTest, ManyThreadsSendAtOnceAndNothingIsLost) {

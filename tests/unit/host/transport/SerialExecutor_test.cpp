@@ -8,10 +8,23 @@
 #include <vector>
 
 #include "tests/support/Event.h"
+#include "tests/support/HeldCall.h"
 
 namespace {
 
-constexpr SerialExecutor::Limits TWO_JOBS = {2, 1000};
+// A lane for two jobs, which wait behind one that is held.
+class FullLaneTest : public testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(m_lane.Push(1, [this](bool) { m_held.Hold(); }));
+        ASSERT_TRUE(m_held.HasBegun());
+        ASSERT_TRUE(m_lane.Push(1, [](bool) {}));
+        ASSERT_TRUE(m_lane.Push(1, [](bool) {}));
+    }
+
+    HeldCall m_held;
+    SerialExecutor m_lane{"lane", {2, 1000}};
+};
 
 }  // namespace
 
@@ -32,66 +45,41 @@ TEST(SerialExecutorTest, RunsJobsInTheOrderInWhichTheyCame) {
     EXPECT_TRUE(std::is_sorted(order.begin(), order.end()));
 }
 
-TEST(SerialExecutorTest, AFullLaneLetsTheSenderWaitUntilThereIsRoom) {
-    Event begun;
-    Event goOn;
+TEST_F(FullLaneTest, LetsTheSenderWaitUntilThereIsRoom) {
     Event pushed;
-    SerialExecutor lane("lane", TWO_JOBS);
-    ASSERT_TRUE(lane.Push(1, [&](bool) {
-        begun.Set();
-        goOn.Wait();
-    }));
-    ASSERT_TRUE(begun.Wait());
-    ASSERT_TRUE(lane.Push(1, [](bool) {}));
-    ASSERT_TRUE(lane.Push(1, [](bool) {}));
-
     std::thread sender([&] {
-        EXPECT_TRUE(lane.Push(1, [](bool) {}));
+        EXPECT_TRUE(m_lane.Push(1, [](bool) {}));
         pushed.Set();
     });
 
     EXPECT_FALSE(pushed.WaitFor(std::chrono::milliseconds(50)));
-    goOn.Set();
+    m_held.GoOn();
     EXPECT_TRUE(pushed.Wait());
     sender.join();
 }
 
 TEST(SerialExecutorTest, BytesFillALaneAsJobsDo) {
-    Event begun;
-    Event goOn;
+    HeldCall held;
     SerialExecutor lane("lane", {100, 10});
-    ASSERT_TRUE(lane.Push(1, [&](bool) {
-        begun.Set();
-        goOn.Wait();
-    }));
-    ASSERT_TRUE(begun.Wait());
+    ASSERT_TRUE(lane.Push(1, [&](bool) { held.Hold(); }));
+    ASSERT_TRUE(held.HasBegun());
     ASSERT_TRUE(lane.Push(50, [](bool) {}));  // any size has room in an empty lane
     lane.EndWaiting();
 
     EXPECT_FALSE(lane.Push(1, [](bool) {}));
 
-    goOn.Set();
+    held.GoOn();
 }
 
-TEST(SerialExecutorTest, EndWaitingFreesASenderThatWaits) {
-    Event begun;
-    Event goOn;
+TEST_F(FullLaneTest, EndWaitingFreesASenderThatWaits) {
     std::atomic<int> nResult{-1};
-    SerialExecutor lane("lane", TWO_JOBS);
-    ASSERT_TRUE(lane.Push(1, [&](bool) {
-        begun.Set();
-        goOn.Wait();
-    }));
-    ASSERT_TRUE(begun.Wait());
-    ASSERT_TRUE(lane.Push(1, [](bool) {}));
-    ASSERT_TRUE(lane.Push(1, [](bool) {}));
-    std::thread sender([&] { nResult = lane.Push(1, [](bool) {}) ? 1 : 0; });
+    std::thread sender([&] { nResult = m_lane.Push(1, [](bool) {}) ? 1 : 0; });
 
-    lane.EndWaiting();
+    m_lane.EndWaiting();
 
     sender.join();
     EXPECT_EQ(0, nResult);
-    goOn.Set();
+    m_held.GoOn();
 }
 
 TEST(SerialExecutorTest, StopEndsTheJobInHandAndTellsTheOthers) {
@@ -116,24 +104,14 @@ TEST(SerialExecutorTest, StopEndsTheJobInHandAndTellsTheOthers) {
     EXPECT_FALSE(lane.Push(1, [](bool) { FAIL() << "pushed into a lane that stopped"; }));
 }
 
-TEST(SerialExecutorTest, StopFreesASenderThatWaits) {
-    Event begun;
-    Event goOn;
+TEST_F(FullLaneTest, StopFreesASenderThatWaits) {
     std::atomic<bool> bPushed{true};
-    SerialExecutor lane("lane", TWO_JOBS);
-    ASSERT_TRUE(lane.Push(1, [&](bool) {
-        begun.Set();
-        goOn.Wait();
-    }));
-    ASSERT_TRUE(begun.Wait());
-    ASSERT_TRUE(lane.Push(1, [](bool) {}));
-    ASSERT_TRUE(lane.Push(1, [](bool) {}));
     std::thread sender([&] {
-        bPushed = lane.Push(1, [](bool) {});
-        goOn.Set();  // only now can the job in hand end, and with it the stop
+        bPushed = m_lane.Push(1, [](bool) {});
+        m_held.GoOn();  // only now can the job in hand end, and with it the stop
     });
 
-    lane.Stop();
+    m_lane.Stop();
 
     sender.join();
     EXPECT_FALSE(bPushed);
@@ -153,7 +131,7 @@ TEST(SerialExecutorTest, AJobMayStopItsOwnLane) {
 
 TEST(SerialExecutorTest, AJobPushesIntoItsOwnFullLaneWithoutWaiting) {
     Event done;
-    SerialExecutor lane("lane", TWO_JOBS);
+    SerialExecutor lane("lane", {2, 1000});
 
     ASSERT_TRUE(lane.Push(1, [&](bool) {
         for (int i = 0; i < 5; ++i) {

@@ -25,16 +25,16 @@ private:
     const Verdict m_verdict;
 };
 
+void ExpectVerdict(const Verdict& expected, const Verdict& verdict) {
+    EXPECT_EQ(expected.nLevel, verdict.nLevel);
+    EXPECT_EQ(expected.strSource, verdict.strSource);
+    EXPECT_EQ(expected.strOwner, verdict.strOwner);
+}
+
 }  // namespace
 
 TEST(VerdictServiceTest, NobodyKnowsWithoutASource) {
-    const VerdictService service;
-
-    const Verdict verdict = service.Decide(SHA1 + MD5);
-
-    EXPECT_EQ(40, verdict.nLevel);
-    EXPECT_EQ("none", verdict.strSource);
-    EXPECT_EQ("", verdict.strOwner);
+    ExpectVerdict({40, "none", ""}, VerdictService().Decide(SHA1 + MD5));
 }
 
 TEST(VerdictServiceTest, TheFirstSourceThatKnowsDecides) {
@@ -43,11 +43,7 @@ TEST(VerdictServiceTest, TheFirstSourceThatKnowsDecides) {
     service.AddSource(std::make_unique<OneDigestSource>(MD5, Verdict{70, "b", "b"}));
     service.AddSource(std::make_unique<OneDigestSource>(MD5, Verdict{10, "c", "c"}));
 
-    const Verdict verdict = service.Decide(SHA1 + MD5);
-
-    EXPECT_EQ(70, verdict.nLevel);
-    EXPECT_EQ("b", verdict.strSource);
-    EXPECT_EQ("b", verdict.strOwner);
+    ExpectVerdict({70, "b", "b"}, service.Decide(SHA1 + MD5));
 }
 
 TEST(VerdictServiceTest, UpperCaseKeysAreTheSameProgram) {

@@ -4,43 +4,47 @@
 
 #include "tests/support/host/OnTerminal.h"
 
-TEST(VerdictRowTest, AVerdictStandsWithWhatHappenedAndWhoDidIt) {
-    VerdictRow row = verdict_row::Judged("FileCreate", "/etc/cron.d/x", "/usr/bin/touch",
-                                         {10, "packages", "coreutils"}, false);
+namespace {
+
+// The line of a row that came at half past nine.
+std::string Line(VerdictRow row, const Console& output = Console()) {
     row.strTime = "09:30:00";
+    return verdict_row::Text(output, row);
+}
+
+}  // namespace
+
+TEST(VerdictRowTest, AVerdictStandsWithWhatHappenedAndWhoDidIt) {
+    const VerdictRow row = verdict_row::Judged("FileCreate", "/etc/cron.d/x", "/usr/bin/touch",
+                                               {10, "packages", "coreutils"}, false);
 
     EXPECT_EQ(
         "09:30:00  packaged   10  FileCreate   /etc/cron.d/x  by /usr/bin/touch  "
         "coreutils (packages)",
-        verdict_row::Text(Console(), row));
+        Line(row));
 }
 
 TEST(VerdictRowTest, WhatIsNotKnownIsLeftOut) {
-    VerdictRow row = verdict_row::Judged("launch", "/bin/a", "", {40, "none", ""}, true);
-    row.strTime = "09:30:00";
+    const VerdictRow row = verdict_row::Judged("launch", "/bin/a", "", {40, "none", ""}, true);
 
-    EXPECT_EQ("09:30:00  unknown    40  launch       /bin/a  cached",
-              verdict_row::Text(Console(), row));
+    EXPECT_EQ("09:30:00  unknown    40  launch       /bin/a  cached", Line(row));
 }
 
 TEST(VerdictRowTest, ANameCannotForgeWhoMadeItAndItsPackage) {
-    VerdictRow row =
+    const VerdictRow row =
         verdict_row::Judged("launch", "/tmp/x  by /usr/bin/dpkg   coreutils (packages)",
                             "/tmp/y  z", {40, "none", ""}, false);
-    row.strTime = "09:30:00";
 
     EXPECT_EQ(
         "09:30:00  unknown    40  launch       "
         "/tmp/x \\x20by /usr/bin/dpkg \\x20 coreutils (packages)  by /tmp/y \\x20z",
-        verdict_row::Text(Console(), row));
+        Line(row));
 }
 
 TEST(VerdictRowTest, NothingOutsideCanForgeALine) {
-    VerdictRow row = verdict_row::Notice("lost", "launch", "a\nb", "c\033[2J");
-    row.strTime = "09:30:00";
+    const VerdictRow row = verdict_row::Notice("lost", "launch", "a\nb", "c\033[2J");
 
-    EXPECT_EQ("09:30:00  lost           launch       a\\x0Ab  c\\x1B[2J",
-              verdict_row::Text(Console(), row));
+    EXPECT_EQ("09:30:00  lost           launch       a\\x0Ab  c\\x1B[2J", Line(row));
 }
 
 TEST(VerdictRowTest, WhyIsThePackageAndItsSourceOrWhichOfTheTwoThereIs) {
@@ -87,10 +91,9 @@ TEST(VerdictRowTest, ARowThatIsNoVerdictHasNoLevelAndNoOwner) {
 }
 
 TEST(VerdictRowTest, AWordLongerThanItsColumnMovesTheRestAndIsNotCut) {
-    VerdictRow row = verdict_row::Notice("a long word here", "FileSomething", "x", "");
-    row.strTime = "09:30:00";
+    const VerdictRow row = verdict_row::Notice("a long word here", "FileSomething", "x", "");
 
-    EXPECT_EQ("09:30:00  a long word here  FileSomething  x", verdict_row::Text(Console(), row));
+    EXPECT_EQ("09:30:00  a long word here  FileSomething  x", Line(row));
 }
 
 TEST(VerdictRowTest, BlanksInANameAreEscapedFromTheSecondOnHoweverManyThereAre) {
