@@ -200,6 +200,10 @@ Finding OfDatabase(const std::string& strFile) {
                 "run as the user who runs the host; what a killed host left is completed by the "
                 "next run"};
     }
+    if ((nCode & 0xFF) == SQLITE_IOERR) {
+        return {FINDING_FAILED, strName, strFile + " cannot be read: " + strAnswer,
+                "look at what lies there and at its disk"};
+    }
     return {FINDING_FAILED, strName, strFile + " is damaged: " + strAnswer,
             "stop the host and move the file away; the module makes a new one"};
 }

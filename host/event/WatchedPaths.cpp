@@ -21,14 +21,15 @@ const std::vector<WatchedPaths::Place> PLACES = {
     {"/lib/systemd/system/", "service"},
 };
 
+// The root directory is "" then.
 std::string WithoutSlash(std::string strPath) {
-    while (strPath.size() > 1 && strPath.back() == '/') {
+    while (!strPath.empty() && strPath.back() == '/') {
         strPath.pop_back();
     }
     return strPath;
 }
 
-// True when strPath is strDirectory or below it.
+// True when strPath is strDirectory, which ends in no slash, or below it.
 bool IsIn(const std::string& strPath, const std::string& strDirectory) {
     return strPath.compare(0, strDirectory.size(), strDirectory) == 0 &&
            (strPath.size() == strDirectory.size() || strPath[strDirectory.size()] == '/');

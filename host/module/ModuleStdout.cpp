@@ -94,14 +94,18 @@ bool ModuleStdout::ReadSome(std::string& strRest) {
     }
     const auto now = RepeatFilter::Clock::now();
     for (ssize_t i = 0; i < nRead; ++i) {
-        if (szBuffer[i] != '\n') {
+        const bool bEnd = szBuffer[i] == '\n';
+        if (!bEnd) {
             strRest += szBuffer[i];
         }
-        if (szBuffer[i] == '\n' || strRest.size() >= MOST_BYTES) {
+        const bool bPiece = !bEnd && strRest.size() >= MOST_BYTES;
+        // The end of a line whose last piece was given is no line of its own.
+        if (bPiece || (bEnd && !(m_bPieces && strRest.empty()))) {
             m_folder.Add(strRest, now);
             Emit(m_folder.Take(now));
             strRest.clear();
         }
+        m_bPieces = bPiece || (m_bPieces && !bEnd);
     }
     return true;
 }

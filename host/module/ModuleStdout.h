@@ -41,8 +41,9 @@ private:
     int WaitTime() const;
 
     const Sink m_fnSink;
-    RepeatFilter m_folder;  // of the thread
-    UniqueFd m_saved;       // file descriptor 1 before Begin
+    RepeatFilter m_folder;   // of the thread
+    bool m_bPieces = false;  // of the thread: inside a line that is given in pieces
+    UniqueFd m_saved;        // file descriptor 1 before Begin
     UniqueFd m_read;
     WakeFd m_end;  // End wakes Read
     std::thread m_thread;

@@ -242,6 +242,14 @@ TEST_F(DoctorTest, ADatabaseThatCannotBeReadIsNotCalledDamaged) {
               Whole(doctor::OfDatabase(m_strDatabase)));
 }
 
+TEST_F(DoctorTest, AnErrorOfTheDiskIsNoDamageOfTheDatabase) {
+    ASSERT_EQ(0, mkdir(m_strDatabase.c_str(), 0700));
+
+    EXPECT_EQ("failed|database tevchennaldb.db|" + m_strDatabase +
+                  " cannot be read: disk I/O error|look at what lies there and at its disk",
+              Whole(doctor::OfDatabase(m_strDatabase)));
+}
+
 TEST_F(DoctorTest, ATornPageIsToldInSqlitesWords) {
     {
         DbFile db(m_strDatabase);

@@ -56,6 +56,17 @@ TEST(WatchedPathsTest, APathBehindALinkIsToldAsThePlaceIsWritten) {
     EXPECT_TRUE(Holds(places, "/etc/cron.d", false));
 }
 
+TEST(WatchedPathsTest, AWholeRootMayBeAnAlias) {
+    const WatchedPaths places({{"/mnt/root", "/"}}, Real);
+
+    EXPECT_EQ("/etc/cron.d/job", places.Spelled("/mnt/root/etc/cron.d/job"));
+    EXPECT_EQ("/etc/cron.d/job", places.Spelled("/etc/cron.d/job"));
+    EXPECT_EQ("/mnt/root/home/job", places.Spelled("/mnt/root/home/job"));
+    EXPECT_EQ("/mnt/rootless/etc/cron.d/job", places.Spelled("/mnt/rootless/etc/cron.d/job"));
+    EXPECT_TRUE(Holds(places, "/mnt/root/etc/cron.d", false));
+    EXPECT_TRUE(Holds(places, "/mnt/root/lib/systemd/system", true));
+}
+
 TEST(WatchedPathsTest, AGivenAliasIsWatchedAndTold) {
     const WatchedPaths places({{"/srv/root/etc/", "/etc"}}, Real);
 

@@ -112,9 +112,12 @@ TEST(ModuleStdoutTest, LongLinesComeInPiecesAndAnyByteComesAsItIs) {
 
     ASSERT_TRUE(printed.Begin());
     Print(std::string(4096, 'a') + std::string(4096, 'b') + "c\n\n" + strOdd + "\n");
+    Print(std::string(4096, 'd') + "\nx\n" + std::string(4097, 'e') + "\n");
     printed.End();
 
-    EXPECT_EQ((Lines{std::string(4096, 'a'), std::string(4096, 'b'), "c", "", strOdd}), lines);
+    EXPECT_EQ((Lines{std::string(4096, 'a'), std::string(4096, 'b'), "c", "", strOdd,
+                     std::string(4096, 'd'), "x", std::string(4096, 'e'), "e"}),
+              lines);
 }
 
 TEST(ModuleStdoutTest, ALineIsToldWhileTheModuleIsSilentAfterwards) {
