@@ -26,8 +26,10 @@ public:
     virtual uint32_t SetLocalIdentity(const Guid* pIdentity) = 0;
 
     // Slot 3. [control] Ends all traffic of this endpoint; the last call that a plug-in makes here
-    // of its own accord. Later sends, from threads that have not ended, are to be refused with a
-    // code: the router's memory must stay until the plug-in is unloaded.
+    // of its own accord. When it has returned every send has ended and its completion was called:
+    // the completion goes with the plug-in's library. Later sends, from threads that have not
+    // ended, are to be refused with a code: the router's memory must stay until the plug-in is
+    // unloaded.
     virtual void Close() = 0;
 
     // Slot 4. [any] Sends nLength bytes to pTarget and returns without waiting for delivery. pData
@@ -50,8 +52,8 @@ public:
                                       int64_t nReserved) = 0;
 
     // Slot 10. [control] Ends what RegisterReceiver began. When it has returned, no call into the
-    // receiver for this type is running or will start: so it is not called from within one. A type
-    // that nobody registered is no error.
+    // receiver for this type is running or will start: so it is not called from within one. For a
+    // type that nobody registered it may answer with a code; the plug-in reads none.
     virtual uint32_t UnregisterReceiver(int64_t nMsgType) = 0;
 
     // Slot 11. [transport] Answers the message that came with pReplyHandle, at most once and within

@@ -40,8 +40,6 @@ std::string Body(const void* pData, uint32_t nLength) {
 
 }  // namespace
 
-Router::Router(const SerialExecutor::Limits& limits) : m_limits(limits) {}
-
 Router::~Router() {
     Close();
 }
@@ -293,7 +291,9 @@ uint32_t Router::SendTo(Endpoint& endpoint, const Guid& target, int64_t nMsgType
     }
     const int64_t nWait = std::clamp<int64_t>(nTimeout, 0, LONGEST_TIMEOUT);
     const auto due = TimerQueue::Clock::now() + std::chrono::milliseconds(nWait);
-    // Not taken only when the router was closed, which ends the send with its lane.
-    (void)m_deadlines.Add(due, [pSend] { pSend->End(ROUTER_TIMEOUT, ""); });
+    // Not taken when the router was closed or memory ran out: the send then ends with its lane.
+    (void)Guarded([&] {
+        return m_deadlines.Add(due, [pSend] { pSend->End(ROUTER_TIMEOUT, ""); }) ? 0U : 1U;
+    });
     return 0;
 }

@@ -36,7 +36,8 @@ public:
     using Done = std::function<void(uint32_t nResult)>;
     using Answer = ReplyTable::Answer;
 
-    explicit Router(const SerialExecutor::Limits& limits = SerialExecutor::Limits());
+    explicit Router(const SerialExecutor::Limits& limits = SerialExecutor::Limits())
+        : m_limits(limits) {}
     ~Router() override;  // Close
 
     // Puts pEndpoint behind identity. Before the plug-in is started.
