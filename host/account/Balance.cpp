@@ -29,7 +29,7 @@ uint64_t Balance::Unexplained() const {
     // A batch that was just taken from its source and is not sent yet is in neither number.
     const uint64_t nOut = events.nSent + Batched() + nUnsent;
     const uint64_t nInHand = Reported() - std::min(Reported(), nOut);
-    const bool bInHand = !bFinal && nInHand <= MOST_IN_HAND;
+    const bool bInHand = !bFinal && nInHand <= nLargestBatch;
     return nTooMany + (bFinal ? nAtTheEnd : 0) + (bInHand ? 0 : nInHand) +
            (nOut - std::min(nOut, Reported())) + Difference(events.nSent, nEnds) +
            Difference(events.nExpected, events.Settled() + events.nMissing);

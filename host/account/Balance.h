@@ -15,10 +15,6 @@
 
 // All numbers of a balance: what the kernel had, and what became of each of it.
 struct Balance {
-    // Events between a source and the module at one moment: the largest batch that can be asked
-    // for, whose last program may bring its script.
-    static constexpr uint64_t MOST_IN_HAND = 100001;
-
     LaunchCounters launches;
     FileCounters files;
     LedgerState events;
@@ -26,7 +22,9 @@ struct Balance {
     // Events in a recording or of a walk; nothing where sensors count what they captured.
     std::optional<uint64_t> input;
     uint64_t nUnsent = 0;  // of these: waiting for room in the queue, or the run ended before
-    bool bFinal = false;   // nothing is on its way any more
+    // Events that may be between a source and the module at one moment.
+    uint64_t nLargestBatch = 0;
+    bool bFinal = false;  // nothing is on its way any more
 
     // Programs, scripts and file operations that were reported.
     uint64_t Reported() const {

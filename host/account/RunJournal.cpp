@@ -44,10 +44,11 @@ ModuleOutcome OutcomeOf(const ModuleRecord& note) {
 }  // namespace
 
 RunJournal::RunJournal(const VerdictService& service, EventLedger::KnownMaker fnKnownMaker,
-                       bool bWatch)
+                       bool bWatch, uint64_t nLargestBatch)
     : m_programs(service),
       m_ledger(std::move(fnKnownMaker)),
       m_bWatch(bWatch),
+      m_nLargestBatch(nLargestBatch),
       m_passBegun(Clock::now()),
       m_runBegun(m_passBegun) {}
 
@@ -112,6 +113,7 @@ void RunJournal::End(const RunEnd& end) {
 Balance RunJournal::CurrentBalance(bool bFinal) const {
     Balance balance;
     balance.bFinal = bFinal;
+    balance.nLargestBatch = m_nLargestBatch;
     balance.module = TotalCounters();
     balance.events = bFinal ? m_ledger.FinalState() : m_ledger.State();
     const MutexLock lock(m_mutex);
@@ -119,7 +121,7 @@ Balance RunJournal::CurrentBalance(bool bFinal) const {
     balance.files = m_files;
     if (!m_bWatch) {
         balance.input = m_nInput;
-        balance.nUnsent = m_nTaken - std::min(m_nTaken, balance.events.nSent);
+        balance.nUnsent = bFinal ? m_nUnsent : m_nTaken - std::min(m_nTaken, balance.events.nSent);
     }
     return balance;
 }
@@ -187,8 +189,9 @@ void RunJournal::Count(const BatchReported& event) {
     m_ledger.Report(batch.nNumber, batch.strBody, batch.nEvents, batch.nCopies);
 }
 
-void RunJournal::Count(const BatchUnsent&) {
+void RunJournal::Count(const BatchUnsent& event) {
     const MutexLock lock(m_mutex);
+    m_nUnsent += event.batch.nEvents;
     ++m_counters.nNotDelivered;
 }
 

@@ -27,7 +27,8 @@ public:
 
     // bWatch: sensors count what they captured, and ProgramJudged follows from queries and skips,
     // which costs a look at the program, and its digest where the verdict on it is not known here.
-    RunJournal(const VerdictService& service, EventLedger::KnownMaker fnKnownMaker, bool bWatch);
+    RunJournal(const VerdictService& service, EventLedger::KnownMaker fnKnownMaker, bool bWatch,
+               uint64_t nLargestBatch = 0);
 
     RunJournal(const RunJournal&) = delete;
     RunJournal& operator=(const RunJournal&) = delete;
@@ -92,6 +93,7 @@ private:
     ProgramVerdicts m_programs;
     EventLedger m_ledger;
     const bool m_bWatch;
+    const uint64_t m_nLargestBatch;
     std::atomic<bool> m_bEnded{false};
     // Of the control thread.
     PassInfo m_pass;
@@ -110,6 +112,7 @@ private:
     uint64_t m_nInput TEV_GUARDED_BY(m_mutex) = 0;
     uint64_t m_nInputBefore TEV_GUARDED_BY(m_mutex) = 0;
     uint64_t m_nTaken TEV_GUARDED_BY(m_mutex) = 0;
+    uint64_t m_nUnsent TEV_GUARDED_BY(m_mutex) = 0;  // of these: the run ended before
 };
 
 #endif

@@ -121,6 +121,7 @@ int WatchNow(const HostOptions& options, WatchArguments& arguments) {
     run.nNoSourceCode = EXIT_CODE_SENSOR;
     run.bRefuseWhenFull = true;
     run.bWatch = true;
+    run.nLargestBatch = arguments.nBatch;
     run.fnMakeListeners = [watch](Console& output, const HostOptions& global,
                                   const RunJournal& journal) {
         return MakeWatchListeners(output, global, journal, watch);

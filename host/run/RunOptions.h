@@ -29,6 +29,7 @@ struct RunOptions {
     QueueLimits queue;
     bool bRefuseWhenFull = false;  // messages beyond the limits, rather than wait for room
     bool bWatch = false;           // as RunJournal has it
+    uint64_t nLargestBatch = 0;    // events in one message at most, where a watch reports them
     // A new source for each pass.
     std::function<std::unique_ptr<IEventSource>(SourceRemark, SensorObserver&)> fnMakeSource;
     std::function<RunListeners(Console&, const HostOptions&, const RunJournal&)> fnMakeListeners =

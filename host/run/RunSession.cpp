@@ -21,7 +21,8 @@ constexpr milliseconds BETWEEN_PROGRESS(250);
 RunSession::RunSession(const HostOptions& global, RunOptions options)
     : m_global(global),
       m_options(std::move(options)),
-      m_journal(m_service, MakeKnownMaker(m_service, m_global.CacheDatabase()), m_options.bWatch),
+      m_journal(m_service, MakeKnownMaker(m_service, m_global.CacheDatabase()), m_options.bWatch,
+                m_options.nLargestBatch),
       m_listeners(m_options.fnMakeListeners(m_output, m_global, m_journal)),
       m_queue(m_global.ChannelDatabase(), m_options.queue, m_journal) {
     for (const auto& pListener : m_listeners) {
