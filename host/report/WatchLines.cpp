@@ -65,7 +65,7 @@ bool WatchLines::Take(const LaunchUnresolved& event) {
 bool WatchLines::Take(const LaunchesLost& event) {
     Show(verdict_row::Notice(
         "lost", "launch", Counted(event.nLaunches, "launch", "launches"),
-        "the kernel's buffer was full; " + std::to_string(event.nTotal) + " since the start"));
+        "there is no record of them; " + std::to_string(event.nTotal) + " since the start"));
     return true;
 }
 

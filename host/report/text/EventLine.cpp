@@ -35,7 +35,7 @@ VerdictRow Dropped(const EventsDropped& dropped) {
     static const char* const REASONS[] = {"the module's queue is full, or it takes no messages",
                                           "the module could not store them"};
     return verdict_row::Notice(
-        "lost", "event",
+        "dropped", "event",
         std::to_string(dropped.nEvents) + (dropped.nEvents == 1 ? " event" : " events"),
         std::string(REASONS[dropped.eReason]) + "; " + std::to_string(dropped.nTotal) +
             " since the start");

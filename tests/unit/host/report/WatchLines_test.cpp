@@ -74,7 +74,7 @@ TEST_F(WatchLinesTest, LossesAndUnresolvableLaunchesAreRecords) {
               LastLine().substr(8));
     m_report.OnLost(3, 5);
     EXPECT_EQ(
-        "  lost           launch       3 launches  the kernel's buffer was full; 5 since the start",
+        "  lost           launch       3 launches  there is no record of them; 5 since the start",
         LastLine().substr(8));
 
     m_report.UseJson();
@@ -135,7 +135,7 @@ TEST_F(WatchLinesTest, ALaunchThatCouldBeResolvedByNoPathIsNamedByThePathThatItH
 TEST_F(WatchLinesTest, OneLossIsOneLaunchAndOneTime) {
     m_report.OnLost(1, 1);
     EXPECT_EQ(
-        "  lost           launch       1 launch  the kernel's buffer was full; 1 since the start",
+        "  lost           launch       1 launch  there is no record of them; 1 since the start",
         LastLine().substr(8));
 
     m_report.OnOverflow(1, 1);
@@ -164,7 +164,7 @@ TEST_F(WatchLinesTest, TheLastLossesStandBetweenTheWatchAndItsBalance) {
     ASSERT_LT(3u, lines.size());
     EXPECT_EQ("Events  from the kernel", lines[0]);
     EXPECT_EQ(
-        "  lost           event        2 events  the module could not store them; 2 since the "
+        "  dropped        event        2 events  the module could not store them; 2 since the "
         "start",
         lines[1].substr(8));
     EXPECT_EQ("Balance", lines[2]);

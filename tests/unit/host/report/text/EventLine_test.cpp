@@ -78,7 +78,7 @@ TEST(EventLineTest, OnATerminalANearlyFullQueueIsYellowAndAFullOneRed) {
 
 TEST(EventLineTest, DroppedEventsSayWhyAndHowManyInAll) {
     const VerdictRow refused = event_line::Dropped({DROP_REFUSED, 1, 9});
-    EXPECT_EQ("lost", refused.strVerdict);
+    EXPECT_EQ("dropped", refused.strVerdict);
     EXPECT_EQ(0, refused.nLevel);
     EXPECT_EQ("event", refused.strWhat);
     EXPECT_EQ("1 event", refused.strSubject);
