@@ -162,8 +162,10 @@ void JsonLines::Write(const ModuleNoted& event, int64_t tmWhen) {
 
 void JsonLines::Write(const MessageAnalysed& event, int64_t tmWhen) {
     JsonObject record = Record("analysed", tmWhen);
-    record.Add(m_strUnit, event.message.nNumber).Add("events", event.message.nEvents);
-    m_output.Line(record.Text());
+    if (event.message.nNumber != 0) {  // of this pass, so that its unit is known
+        record.Add(m_strUnit, event.message.nNumber);
+    }
+    m_output.Line(record.Add("events", event.message.nEvents).Text());
 }
 
 void JsonLines::Write(const ProgramJudged& event, int64_t tmWhen) {

@@ -86,6 +86,7 @@ int RunSession::RunModule() {
     if (!module.Load(strError)) {
         return Fail(EXIT_CODE_MODULE, strError);
     }
+    auto held = run_databases::Hold(m_global);
     m_journal.Begin(module.File(), m_queue.Depth().value_or(0));
     m_queue.Begin();
     module.Start();
@@ -97,6 +98,7 @@ int RunSession::RunModule() {
     m_signs.Stopping();
     m_output.Progress("");
     module.End();
+    held = {};
     run_databases::TidyUp(m_global, m_output);
     Summarise();
     if (m_output.IsBroken()) {

@@ -303,6 +303,8 @@ TEST_F(JsonRecordTest, AMessageUnderAnalysisHasItsNumberAndEvents) {
     (void)Written(PassBegun{{1, 1, "batch", "walk"}});
     EXPECT_EQ(R"({"event":"analysed","time":1700000000,"batch":7,"events":3})",
               Written(MessageAnalysed{{7, 3}}));
+    EXPECT_EQ(R"({"event":"analysed","time":1700000000,"events":3})",
+              Written(MessageAnalysed{{0, 3}}));
 }
 
 TEST_F(JsonRecordTest, ABadRunIsOneOfAProgramFromLevel60) {

@@ -4,7 +4,9 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include "host/database/DatabaseProbe.h"
 #include "tests/support/TestDir.h"
+#include "tests/unit/host/database/DbFile.h"
 
 using testing::HasSubstr;
 
@@ -35,6 +37,37 @@ TEST(RunDatabasesTest, BothAreMadeReadyAndTidiedUp) {
     Console output;
     run_databases::TidyUp(options, output);
     EXPECT_EQ("", testing::internal::GetCapturedStderr());
+}
+
+// The first connection locks others out while it makes the log's index: a module that tries five
+// times at once lost a message by that.
+TEST(RunDatabasesTest, TheLogsIndexIsThereBeforeTheModuleWhileBothAreHeld) {
+    const TestDir dir;
+    const HostOptions options = OptionsOf(dir);
+    std::string strError;
+    ASSERT_TRUE(run_databases::Prepare(options, strError)) << strError;
+    const std::string strChannelIndex = options.ChannelDatabase() + "-shm";
+    const std::string strCacheIndex = options.CacheDatabase() + "-shm";
+    EXPECT_FALSE(Exists(strChannelIndex));
+    EXPECT_FALSE(Exists(strCacheIndex));
+    auto held = run_databases::Hold(options);
+    EXPECT_TRUE(Exists(strChannelIndex));
+    EXPECT_TRUE(Exists(strCacheIndex));
+    {
+        DbFile module(options.ChannelDatabase());
+        module.Execute(CHANNEL_TABLE);
+        module.Execute("insert into msgchennal(detail) values('x')");
+    }
+    EXPECT_TRUE(Exists(strChannelIndex));  // the module's was not the last connection
+    EXPECT_EQ(1u, database_probe::QueueDepth(options.ChannelDatabase()));
+    held = {};
+    Console output;
+    testing::internal::CaptureStderr();
+    run_databases::TidyUp(options, output);
+    EXPECT_EQ("", testing::internal::GetCapturedStderr());
+    EXPECT_FALSE(Exists(strChannelIndex));
+    EXPECT_FALSE(Exists(strCacheIndex));
+    EXPECT_EQ(1u, database_probe::QueueDepth(options.ChannelDatabase()));
 }
 
 TEST(RunDatabasesTest, AFileThatIsNoDatabaseIsNamed) {
