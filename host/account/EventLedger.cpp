@@ -88,9 +88,9 @@ AnalysedMessage EventLedger::Analyse(const std::string& strBody, Clock::time_poi
     return {message ? message->nNumber : 0, all.nEvents};
 }
 
-// Which message of this run it is, or nothing. Those that were reported before it and
-// still wait were not stored: the module takes the oldest first. So one with the text of a message
-// of ours is of an earlier run as long as such wait.
+// Which message of this run it is, or nothing. Those that were reported before it and still wait
+// were not stored: the module takes the oldest first. So one with the text of a message of ours is
+// of an earlier run as long as such wait.
 std::optional<EventLedger::Message> EventLedger::TakeWaiting(size_t nHash) {
     const MutexLock lock(m_mutex);
     const auto found =

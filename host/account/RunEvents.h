@@ -91,10 +91,10 @@ struct SensorNotice {
     const std::string& strText;
 };
 
-// The source handed a message out; it may wait for room in the queue.
+// A message was taken from its source; it may wait for room in the queue.
 struct BatchTaken {
     const EventBatch& batch;
-    uint64_t nSourceEvents;  // that the source has handed out in this pass, by its own count
+    uint64_t nSourceEvents;  // that the source has given in this pass, by its own count
 };
 
 // The message is sent to the module now, or refused.

@@ -108,7 +108,7 @@ private:
     RunCounters m_total TEV_GUARDED_BY(m_mutex);     // of the passes before
     LaunchCounters m_launches TEV_GUARDED_BY(m_mutex);
     FileCounters m_files TEV_GUARDED_BY(m_mutex);
-    // Events that the sources say they handed out, in all and before this pass; and those taken.
+    // Events that the sources say they gave, in all and before this pass; and those taken.
     uint64_t m_nInput TEV_GUARDED_BY(m_mutex) = 0;
     uint64_t m_nInputBefore TEV_GUARDED_BY(m_mutex) = 0;
     uint64_t m_nTaken TEV_GUARDED_BY(m_mutex) = 0;

@@ -4,7 +4,8 @@
 // module's statements fail as busy. At rest it is one ordinary file without companions. Its tables
 // are the module's own business.
 //
-// Threads: the control thread, with no other connection of this process to the file.
+// Threads: the control thread. Prepare and TidyUp want no other connection of this process to the
+//   file: the first would take its locks away, the second finds it busy.
 // Errors: texts that name the file and what to do; nothing throws but std::bad_alloc.
 #ifndef HOST_DATABASE_MODULEDATABASE_H
 #define HOST_DATABASE_MODULEDATABASE_H

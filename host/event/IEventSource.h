@@ -1,6 +1,6 @@
 // Where behaviour events come from: a recording, a walk over files, or sensors of the kernel.
 //
-// A source hands out batches, each the body of one message for the module.
+// A source gives batches, each the body of one message for the module.
 //
 // Threads: Start, Next and Counters on the thread that runs the source; Stop from any thread.
 // Errors: Start's text names the input and what to do. What goes wrong later is a remark and the
@@ -42,7 +42,7 @@ public:
     virtual bool Start(std::string& strError) = 0;
     // The next batch, waiting for it at most that long.
     virtual SourceResult Next(EventBatch& batch, std::chrono::milliseconds wait) = 0;
-    // Makes Next answer SOURCE_END from its next call on; a live source first hands out what it had
+    // Makes Next answer SOURCE_END from its next call on; a live source first gives what it had
     // captured until then, without waiting.
     virtual void Stop() = 0;
     virtual SourceCounters Counters() const = 0;

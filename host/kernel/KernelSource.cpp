@@ -123,9 +123,9 @@ void KernelSource::Sleep(bool bBusy, Clock::time_point due) const {
     if (m_pFiles != nullptr && !bBusy) {
         fds[1].fd = m_pFiles->Descriptor();
     }
-    const bool bMaking = m_pFiles != nullptr && m_pFiles->IsFilling();
+    const bool bFilling = m_pFiles != nullptr && m_pFiles->IsFilling();
     milliseconds sleep = bBusy ? m_options.gather : m_options.look;
-    if (m_pLaunches == nullptr && !bMaking && !bBusy) {
+    if (m_pLaunches == nullptr && !bFilling && !bBusy) {
         sleep = std::max(std::chrono::duration_cast<milliseconds>(due - Clock::now()), sleep);
     }
     (void)poll(fds, 2, static_cast<int>(sleep.count()));  // a signal: look earlier

@@ -71,7 +71,7 @@ void FileSource::Ignore() {
 }
 
 bool FileSource::Read() {
-    const TimeTaken time(m_nSenseNanos);
+    const TimeTaken time(m_nCaptureNanos);
     while (m_held.Bytes() < m_options.nMostHeld) {
         const size_t nRead = m_pSensor->Read(m_buffer.data(), m_buffer.size());
         if (nRead == 0) {
@@ -84,7 +84,7 @@ bool FileSource::Read() {
 
 void FileSource::Resolve() {
     {
-        const TimeTaken time(m_nSenseNanos);
+        const TimeTaken time(m_nCaptureNanos);
         if (m_pSensor->Tend()) {
             m_paths.Clear();
         }
@@ -99,7 +99,7 @@ void FileSource::Resolve() {
             m_held.RemoveOldest();
         }
     }
-    m_files.nCaptureMicros = m_nSenseNanos / 1000;
+    m_files.nCaptureMicros = m_nCaptureNanos / 1000;
     for (const FileOperation& operation : m_reported) {
         m_observer.OnOperation(operation);
     }

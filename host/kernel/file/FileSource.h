@@ -98,7 +98,7 @@ private:
     int m_nOpening = 0;                     // directories being opened, one for the sake of another
     std::vector<FileOperation> m_reported;  // to the observer, once the time was taken
     FileBatches m_batches;
-    uint64_t m_nSenseNanos = 0;
+    uint64_t m_nCaptureNanos = 0;
     uint64_t m_nAnnounced = 0;  // overflows
     Clock::time_point m_announceDue;
     FileCounters m_files;
