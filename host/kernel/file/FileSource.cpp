@@ -217,7 +217,10 @@ bool FileSource::IsRepeat(const FileEvent& event, const std::string& strPath) {
         !WatchedPaths::IsWatched(FILE_WRITE, m_places.Spelled(strPath))) {
         return false;
     }
-    return !m_batches.IsFirstWrite(event.nPid, strPath);
+    if (std::exchange(m_nWrittenIn, m_batches.Number()) != m_batches.Number()) {
+        m_written.clear();
+    }
+    return !m_written.insert(std::to_string(event.nPid) + strPath).second;
 }
 
 void FileSource::Report(FileAct eAct, const FileEvent& event, std::string_view strDirectory,
@@ -256,7 +259,8 @@ void FileSource::Report(FileAct eAct, const FileEvent& event, std::string_view s
     ++m_files.nReported;
     ++m_files.nBatched;
     m_reported.push_back(operation);
-    m_batches.Add(std::move(operation), Clock::now());
+    const size_t nBytes = operation.strPath.size() + operation.strProgram.size();
+    m_batches.Add(std::move(operation), nBytes, Clock::now());
 }
 
 // As the module looks: through a link.

@@ -15,12 +15,13 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <unordered_set>
 #include <vector>
 
+#include "host/event/BatchQueue.h"
 #include "host/event/FileOperation.h"
 #include "host/event/WatchedPaths.h"
 #include "host/kernel/file/DirectoryPathCache.h"
-#include "host/kernel/file/FileBatches.h"
 #include "host/kernel/file/FileEvent.h"
 #include "host/kernel/file/HeldEvents.h"
 #include "host/kernel/file/IFileSensor.h"
@@ -97,7 +98,10 @@ private:
     HeldEvents m_held;
     int m_nOpening = 0;                     // directories being opened, one for the sake of another
     std::vector<FileOperation> m_reported;  // to the observer, once the time was taken
-    FileBatches m_batches;
+    BatchQueue<FileOperation> m_batches;
+    // Reported as written, in the batch of that number.
+    std::unordered_set<std::string> m_written;
+    uint64_t m_nWrittenIn = 0;
     uint64_t m_nCaptureNanos = 0;
     uint64_t m_nAnnounced = 0;  // overflows
     Clock::time_point m_announceDue;

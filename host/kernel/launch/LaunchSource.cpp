@@ -37,7 +37,8 @@ LaunchSource::LaunchSource(std::unique_ptr<ILaunchSensor> pSensor, ILaunchObserv
       m_observer(observer),
       m_images(images),
       m_options(std::move(options)),
-      m_nOwnPid(static_cast<uint32_t>(getpid())) {
+      m_nOwnPid(static_cast<uint32_t>(getpid())),
+      m_batches({m_options.nMostLaunches, m_options.nMostBytes, m_options.batchTime}) {
     if (!m_options.fnLookAtScript) {
         m_options.fnLookAtScript = m_options.fnLook ? m_options.fnLook : StatWithoutMagic;
     }
@@ -122,16 +123,9 @@ void LaunchSource::TakeScript(const LaunchEvent& event, const Launch& launch) {
 
 void LaunchSource::Add(Launch launch) {
     m_observer.OnLaunch(launch);
-    if (!IsFilling()) {
-        m_filling.due = Clock::now() + m_options.batchTime;
-    }
-    m_filling.nBytes += launch.creation.strPath.size() + launch.creation.strCommand.size();
-    m_filling.creations.push_back(std::move(launch.creation));
+    const size_t nBytes = launch.creation.strPath.size() + launch.creation.strCommand.size();
+    m_batches.Add(std::move(launch.creation), nBytes, Clock::now());
     ++m_launches.nBatched;
-    if (m_filling.creations.size() >= m_options.nMostLaunches ||
-        m_filling.nBytes >= m_options.nMostBytes) {
-        m_full.push_back(std::exchange(m_filling, Batch()));
-    }
 }
 
 void LaunchSource::TakeCounts(bool bLast) {
@@ -155,16 +149,8 @@ void LaunchSource::TakeCounts(bool bLast) {
     m_observer.OnCounters(m_launches);
 }
 
-bool LaunchSource::HasBatch(Clock::time_point now, bool bAny) const {
-    return !m_full.empty() || (IsFilling() && (bAny || now >= m_filling.due));
-}
-
 void LaunchSource::TakeBatch(EventBatch& batch, uint64_t nNumber) {
-    if (m_full.empty()) {
-        m_full.push_back(std::exchange(m_filling, Batch()));
-    }
-    const std::vector<event_message::Creation> creations = std::move(m_full.front().creations);
-    m_full.pop_front();
+    const std::vector<event_message::Creation> creations = m_batches.TakeOldest();
     batch.strBody = event_message::CreationsOf(creations);
     batch.nNumber = nNumber;
     batch.nCopies = 1;

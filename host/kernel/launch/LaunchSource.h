@@ -12,12 +12,12 @@
 
 #include <chrono>
 #include <cstdint>
-#include <deque>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "host/event/BatchQueue.h"
 #include "host/event/EventMessage.h"
 #include "host/event/IEventSource.h"
 #include "host/kernel/launch/ILaunchSensor.h"
@@ -56,19 +56,13 @@ public:
     void TakeCounts(bool bLast);
 
     // True when a batch is full or its time has come; bAny: or has anything in it.
-    bool HasBatch(Clock::time_point now, bool bAny) const;
-    bool IsFilling() const { return !m_filling.creations.empty(); }
+    bool HasBatch(Clock::time_point now, bool bAny) const { return m_batches.HasBatch(now, bAny); }
+    bool IsFilling() const { return m_batches.IsFilling(); }
     // The oldest batch, under this number.
     void TakeBatch(EventBatch& batch, uint64_t nNumber);
     const LaunchCounters& Counters() const { return m_launches; }
 
 private:
-    struct Batch {
-        std::vector<event_message::Creation> creations;
-        size_t nBytes = 0;
-        Clock::time_point due;
-    };
-
     void TakeRecord(const void* pData, size_t nSize);
     void TakeExec(const LaunchEvent& event);
     void TakeScript(const LaunchEvent& event, const Launch& launch);
@@ -80,8 +74,7 @@ private:
     LaunchSourceOptions m_options;
     const uint32_t m_nOwnPid;
     bool m_bDetached = false;
-    Batch m_filling;
-    std::deque<Batch> m_full;
+    BatchQueue<event_message::Creation> m_batches;
     uint64_t m_nAnnounced = 0;  // losses
     uint64_t m_nLostSeen = 0;
     Clock::time_point m_lossBegun;  // of those not announced yet

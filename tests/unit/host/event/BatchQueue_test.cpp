@@ -1,7 +1,11 @@
-#include "host/kernel/file/FileBatches.h"
+#include "host/event/BatchQueue.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
+#include <string>
+
+#include "host/event/FileOperation.h"
 
 using std::chrono::milliseconds;
 using testing::ElementsAre;
@@ -23,20 +27,24 @@ std::vector<std::string> PathsOf(const std::vector<FileOperation>& operations) {
     return paths;
 }
 
-class FileBatchesTest : public testing::Test {
+class BatchQueueTest : public testing::Test {
 protected:
-    const FileBatches::Clock::time_point m_begin{milliseconds(1000)};
-    FileBatches m_batches{{3, 100, milliseconds(200)}};
+    void Add(const FileOperation& operation, BatchQueue<FileOperation>::Clock::time_point now) {
+        m_batches.Add(operation, operation.strPath.size() + operation.strProgram.size(), now);
+    }
+
+    const BatchQueue<FileOperation>::Clock::time_point m_begin{milliseconds(1000)};
+    BatchQueue<FileOperation> m_batches{{3, 100, milliseconds(200)}};
 };
 
 }  // namespace
 
-TEST_F(FileBatchesTest, ABatchThatIsNotFullIsDueItsTimeAfterItsFirstOperation) {
+TEST_F(BatchQueueTest, ABatchThatIsNotFullIsDueItsTimeAfterItsFirstOperation) {
     EXPECT_FALSE(m_batches.IsFilling());
     EXPECT_FALSE(m_batches.HasBatch(m_begin, true));
 
-    m_batches.Add(At("/a"), m_begin);
-    m_batches.Add(At("/b"), m_begin + milliseconds(150));
+    Add(At("/a"), m_begin);
+    Add(At("/b"), m_begin + milliseconds(150));
     EXPECT_TRUE(m_batches.IsFilling());
     EXPECT_FALSE(m_batches.HasBatch(m_begin + milliseconds(199), false));
     EXPECT_TRUE(m_batches.HasBatch(m_begin + milliseconds(199), true));
@@ -47,9 +55,9 @@ TEST_F(FileBatchesTest, ABatchThatIsNotFullIsDueItsTimeAfterItsFirstOperation) {
     EXPECT_FALSE(m_batches.HasBatch(m_begin + milliseconds(200), true));
 }
 
-TEST_F(FileBatchesTest, AFullBatchIsDueAtOnceAndTheOldestComesFirst) {
+TEST_F(BatchQueueTest, AFullBatchIsDueAtOnceAndTheOldestComesFirst) {
     for (const char* const pszPath : {"/a", "/b", "/c", "/d"}) {
-        m_batches.Add(At(pszPath), m_begin);
+        Add(At(pszPath), m_begin);
     }
     EXPECT_TRUE(m_batches.HasBatch(m_begin, false));
     EXPECT_TRUE(m_batches.IsFilling());
@@ -59,36 +67,34 @@ TEST_F(FileBatchesTest, AFullBatchIsDueAtOnceAndTheOldestComesFirst) {
     EXPECT_THAT(PathsOf(m_batches.TakeOldest()), ElementsAre("/d"));
 }
 
-TEST_F(FileBatchesTest, LongPathsFillABatchProgramsIncluded) {
-    m_batches.Add(At(std::string(40, 'p'), std::string(59, 'x')), m_begin);
+TEST_F(BatchQueueTest, LongPathsFillABatchProgramsIncluded) {
+    Add(At(std::string(40, 'p'), std::string(59, 'x')), m_begin);
     EXPECT_FALSE(m_batches.HasBatch(m_begin, false));
-    m_batches.Add(At("/"), m_begin);
+    Add(At("/"), m_begin);
     EXPECT_TRUE(m_batches.HasBatch(m_begin, false));
     EXPECT_EQ(2u, m_batches.TakeOldest().size());
 
-    m_batches.Add(At(std::string(5000, 'p')), m_begin);
+    Add(At(std::string(5000, 'p')), m_begin);
     EXPECT_TRUE(m_batches.HasBatch(m_begin, false));
     EXPECT_EQ(1u, m_batches.TakeOldest().size());
     // The bytes of a batch before are none of the next.
-    m_batches.Add(At("/a"), m_begin);
+    Add(At("/a"), m_begin);
     EXPECT_FALSE(m_batches.HasBatch(m_begin, false));
 }
 
-TEST_F(FileBatchesTest, AWriteIsTheFirstOfItsProcessAndFileOncePerBatch) {
-    EXPECT_TRUE(m_batches.IsFirstWrite(1, "/a"));
-    EXPECT_FALSE(m_batches.IsFirstWrite(1, "/a"));
-    EXPECT_TRUE(m_batches.IsFirstWrite(2, "/a"));
-    EXPECT_TRUE(m_batches.IsFirstWrite(1, "/b"));
-
-    m_batches.Add(At("/a"), m_begin);
-    EXPECT_FALSE(m_batches.IsFirstWrite(1, "/a"));
+TEST_F(BatchQueueTest, EachBatchThatIsFilledHasANumberOfItsOwn) {
+    const uint64_t nFirst = m_batches.Number();
+    Add(At("/a"), m_begin);
+    EXPECT_EQ(nFirst, m_batches.Number());
     (void)m_batches.TakeOldest();
-    EXPECT_TRUE(m_batches.IsFirstWrite(1, "/a"));
+    const uint64_t nSecond = m_batches.Number();
+    EXPECT_NE(nFirst, nSecond);
 
     for (const char* const pszPath : {"/a", "/b", "/c"}) {
-        m_batches.Add(At(pszPath), m_begin);
+        Add(At(pszPath), m_begin);
     }
-    EXPECT_TRUE(m_batches.IsFirstWrite(1, "/a"));
+    const uint64_t nThird = m_batches.Number();
+    EXPECT_NE(nSecond, nThird);
     (void)m_batches.TakeOldest();  // a full one: the one that is being filled goes on
-    EXPECT_FALSE(m_batches.IsFirstWrite(1, "/a"));
+    EXPECT_EQ(nThird, m_batches.Number());
 }
