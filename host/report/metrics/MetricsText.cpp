@@ -112,8 +112,11 @@ Samples QueryFates(const Moment& moment) {
     return {{{"answered"}, Value(module.nAnswers)},
             {{"known"}, Value(module.nKnown)},
             {{"no_key"}, Value(module.nNoKey)},
-            {{"lost"}, Value(module.nLost)},
-            {{"not_sent"}, Value(module.nNotSent)}};
+            {{"lost"}, Value(module.nLost)}};
+}
+
+Samples QueriesNotSent(const Moment& moment) {
+    return {{{}, Value(moment.balance.module.nNotSent)}};
 }
 
 Samples Answers(const Moment& moment) {
@@ -167,7 +170,8 @@ const std::vector<Entry>& Entries() {
         {{"tevmon_events_ignored_total", true, "", "Events analysed about which the module queries nothing."}, Ignored},
         {{"tevmon_expected_queries_total", true, "end", "How the queries ended that events give reason for."}, ExpectedEnds},
         {{"tevmon_expected_queries_open", false, "", "Expected queries that are missing so far."}, ExpectedOpen},
-        {{"tevmon_queries_total", true, "fate", "What became of the queries that the module made."}, QueryFates},
+        {{"tevmon_queries_total", true, "fate", "What became of the queries that came."}, QueryFates},
+        {{"tevmon_queries_not_sent_total", true, "", "Queries that the module could not send."}, QueriesNotSent},
         {{"tevmon_answers_total", true, "level", "Answers given to queries, by verdict level."}, Answers},
         {{"tevmon_queries_outstanding", false, "", "Queries that an answer is due for."}, Outstanding},
         {{"tevmon_bad_runs_total", true, "", "Times that a program with a bad verdict was launched or acted."}, BadRuns},

@@ -61,7 +61,7 @@ std::string EventsText(const Balance& balance) {
                .Add(nDelivered, "delivered")
                .Add(events.nRefused, "refused")
                .AddSome(balance.Batched(), "in a batch")
-               .AddSome(balance.nUnsent, "not sent")
+               .AddSome(balance.nUnsent, "unsent")
                .Text() +
            Sum("delivered", nDelivered, "events")
                .Add(nDelivered - events.nNotStored, "stored")
@@ -201,7 +201,7 @@ JsonObject& AddNumbers(JsonObject& record, const Balance& balance) {
         .Add("vanished", events.nVanished);
     record.Add("unreadable", events.nUnreadable).Add("stat_failed", events.nStatFailed);
     record.Add("known_maker", events.nKnownMaker).Add("missing", events.nMissing);
-    record.Add("unmatched", events.nUnmatched).Add("not_sent", module.nNotSent);
+    record.Add("unmatched", events.nUnmatched).Add("queries_not_sent", module.nNotSent);
     record.Add("queries", module.nQueries).Add("answers", module.nAnswers);
     record.AddJson("answers_by_level", verdict_row::LevelsJson(module.answersByLevel));
     record.Add("known", module.nKnown)

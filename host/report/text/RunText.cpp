@@ -238,7 +238,7 @@ JsonObject& AddCounters(JsonObject& record, const RunCounters& counters, double 
     record.Add("messages_analysed", counters.nAnalysed).Add("queries", counters.nQueries);
     record.Add("answers", counters.nAnswers).Add("known", counters.nKnown);
     record.Add("no_key", counters.nNoKey).Add("queries_lost", counters.nLost);
-    record.Add("not_sent", counters.nNotSent);
+    record.Add("queries_not_sent", counters.nNotSent);
     record.AddJson("answers_by_level", verdict_row::LevelsJson(counters.answersByLevel));
     record.AddJson("queries_by_level", verdict_row::LevelsJson(counters.queriesByLevel));
     JsonObject skips;

@@ -155,7 +155,7 @@ TEST_F(JsonRecordTest, APassHasItsCountersAndWhichOneItIs) {
     EXPECT_EQ(
         R"({"event":"pass","time":1700000000,"pass":2,"passes":3,"drained":false,"messages":0,)"
         R"("events":5,"unusable":0,"not_delivered":0,"messages_analysed":0,"queries":0,"answers":0,)"
-        R"("known":0,"no_key":0,"queries_lost":0,"not_sent":0,"answers_by_level":{},)"
+        R"("known":0,"no_key":0,"queries_lost":0,"queries_not_sent":0,"answers_by_level":{},)"
         R"("queries_by_level":{},"skips":{"cached":0,"unreadable":0,"stat_failed":0},)"
         R"("hashed_bytes":0,"centre":0,"seconds":1.500,"work_seconds":0.000})",
         Written(PassEnded{{2, 3, "line", "a"}, result, false}));

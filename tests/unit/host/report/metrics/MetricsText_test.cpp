@@ -126,7 +126,7 @@ tevmon_queries_total{fate="answered"} 401
 tevmon_queries_total{fate="known"} 402
 tevmon_queries_total{fate="no_key"} 403
 tevmon_queries_total{fate="lost"} 404
-tevmon_queries_total{fate="not_sent"} 405
+tevmon_queries_not_sent_total 405
 tevmon_answers_total{level="10"} 411
 tevmon_answers_total{level="20"} 412
 tevmon_answers_total{level="40"} 413

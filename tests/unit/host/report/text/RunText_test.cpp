@@ -140,7 +140,7 @@ TEST_F(RunTextTest, TheSameCountersAreJsonMembers) {
 
     EXPECT_EQ(
         R"({"messages":0,"events":3,"unusable":0,"not_delivered":0,"messages_analysed":0,"queries":0,)"
-        R"("answers":0,"known":0,"no_key":0,"queries_lost":0,"not_sent":0,"answers_by_level":{"70":2},)"
+        R"("answers":0,"known":0,"no_key":0,"queries_lost":0,"queries_not_sent":0,"answers_by_level":{"70":2},)"
         R"("queries_by_level":{},"skips":{"cached":0,"unreadable":0,"stat_failed":0},"hashed_bytes":0,"centre":0,"seconds":1.500,"work_seconds":0.000})",
         run_text::AddCounters(record, counters, 1.5).Text());
 }
@@ -292,7 +292,7 @@ TEST_F(RunTextTest, EveryCounterIsAJsonMemberOfItsOwn) {
 
     EXPECT_EQ(
         R"({"event":"pass","messages":1,"events":300,"unusable":5,"not_delivered":4,"messages_analysed":2,)"
-        R"("queries":7,"answers":8,"known":9,"no_key":10,"queries_lost":11,"not_sent":12,)"
+        R"("queries":7,"answers":8,"known":9,"no_key":10,"queries_lost":11,"queries_not_sent":12,)"
         R"("answers_by_level":{"-1":19,"70":20},"queries_by_level":{"40":18},)"
         R"("skips":{"cached":13,"unreadable":15,"stat_failed":14},)"
         R"("hashed_bytes":16,"centre":17,"seconds":0.001,"work_seconds":21.000})",
