@@ -190,6 +190,7 @@ BAD = [
     (using("tests/abi/ours/a.cpp", "host/transport/Router.h"), "may not use"),
     (using("tests/system/a_test.cpp", "tevmon/core/B.h"), "may not use"),
     (using("tests/unit/host/A_test.cpp", "tevmon/core/B.h"), "may not use"),
+    (using("tests/unit/host/run/A_test.cpp", "tests/system/host/HostProgram.h"), "may not use"),
     (using("tests/unit/framework/base/A_test.cpp", "utils/B.h"), "may not use"),
     (using("tests/unit/tevmon/core/A_test.cpp", "tests/support/host/B.h"), "may not use"),
     (using("tests/system/a_test.cpp", "tests/support/host/B.h"), "may not use"),

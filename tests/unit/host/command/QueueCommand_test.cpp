@@ -5,8 +5,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include "tests/support/DbFile.h"
 #include "tests/unit/host/command/CommandRun.h"
-#include "tests/unit/host/database/DbFile.h"
 
 using testing::ElementsAre;
 using testing::HasSubstr;

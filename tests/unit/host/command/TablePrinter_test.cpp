@@ -3,10 +3,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "tests/support/DbFile.h"
 #include "tests/support/StdoutCapture.h"
 #include "tests/support/TestDir.h"
 #include "tests/support/TimeZone.h"
-#include "tests/unit/host/database/DbFile.h"
 
 using testing::ElementsAre;
 using testing::HasSubstr;

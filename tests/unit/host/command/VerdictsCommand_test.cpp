@@ -3,9 +3,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "tests/support/DbFile.h"
 #include "tests/support/FakeClock.h"
 #include "tests/unit/host/command/CommandRun.h"
-#include "tests/unit/host/database/DbFile.h"
 
 using testing::ElementsAre;
 using testing::HasSubstr;

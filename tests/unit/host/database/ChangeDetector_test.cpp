@@ -5,8 +5,8 @@
 
 #include <filesystem>
 
+#include "tests/support/DbFile.h"
 #include "tests/support/TestDir.h"
-#include "tests/unit/host/database/DbFile.h"
 
 namespace {
 

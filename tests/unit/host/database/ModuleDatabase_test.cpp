@@ -9,8 +9,8 @@
 #include <string>
 #include <utility>
 
+#include "tests/support/DbFile.h"
 #include "tests/support/TestDir.h"
-#include "tests/unit/host/database/DbFile.h"
 
 using testing::HasSubstr;
 

@@ -11,8 +11,8 @@
 #include <sstream>
 #include <thread>
 
+#include "tests/support/DbFile.h"
 #include "tests/support/TestDir.h"
-#include "tests/unit/host/database/DbFile.h"
 
 using testing::HasSubstr;
 using testing::StartsWith;

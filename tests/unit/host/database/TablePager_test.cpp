@@ -3,8 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "tests/support/DbFile.h"
 #include "tests/support/TestDir.h"
-#include "tests/unit/host/database/DbFile.h"
 
 using testing::HasSubstr;
 

@@ -8,10 +8,10 @@
 
 #include <filesystem>
 
-#include "tests/support/HostProgram.h"
+#include "tests/support/DbFile.h"
+#include "tests/support/FakeModules.h"
 #include "tests/support/TestDir.h"
 #include "tests/support/TimeZone.h"
-#include "tests/unit/host/database/DbFile.h"
 
 using testing::ElementsAre;
 using testing::HasSubstr;

@@ -3,9 +3,11 @@
 #include <dlfcn.h>
 #include <gmock/gmock.h>
 
-#include "tests/support/HostProgram.h"
+#include "tests/support/FakeModules.h"
+#include "tests/support/FileText.h"
 #include "tests/support/SilentRouter.h"
 #include "tests/support/StdoutCapture.h"
+#include "tests/support/TestDir.h"
 
 using testing::HasSubstr;
 

@@ -4,8 +4,8 @@
 
 #include <cstdlib>
 
+#include "tests/support/NotifySocket.h"
 #include "tests/support/TestDir.h"
-#include "tests/unit/host/process/NotifySocket.h"
 
 namespace {
 

@@ -4,8 +4,8 @@
 
 #include <memory>
 
+#include "tests/support/DbFile.h"
 #include "tests/support/TestDir.h"
-#include "tests/unit/host/database/DbFile.h"
 
 namespace {
 

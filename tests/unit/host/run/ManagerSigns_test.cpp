@@ -5,8 +5,8 @@
 
 #include <cstdlib>
 
+#include "tests/support/NotifySocket.h"
 #include "tests/support/TestDir.h"
-#include "tests/unit/host/process/NotifySocket.h"
 
 using testing::HasSubstr;
 

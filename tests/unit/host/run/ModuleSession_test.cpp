@@ -7,8 +7,10 @@
 #include "framework/abi/MsgTypes.h"
 #include "host/transport/EndpointIds.h"
 #include "tests/support/Event.h"
-#include "tests/support/HostProgram.h"
+#include "tests/support/FakeModules.h"
+#include "tests/support/FileText.h"
 #include "tests/support/StdoutCapture.h"
+#include "tests/support/TestDir.h"
 
 using testing::EndsWith;
 using testing::HasSubstr;

@@ -5,8 +5,8 @@
 #include <sys/stat.h>
 
 #include "host/database/DatabaseProbe.h"
+#include "tests/support/DbFile.h"
 #include "tests/support/TestDir.h"
-#include "tests/unit/host/database/DbFile.h"
 
 using testing::HasSubstr;
 

@@ -16,9 +16,9 @@
 #include "host/run/QueueMonitor.h"
 #include "host/run/RunControl.h"
 #include "host/transport/Router.h"
+#include "tests/support/DbFile.h"
 #include "tests/support/StdoutCapture.h"
 #include "tests/support/TestDir.h"
-#include "tests/unit/host/database/DbFile.h"
 
 class CountingReceiver : public IMRReceiveComplete {
 public:

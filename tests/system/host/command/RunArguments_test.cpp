@@ -1,8 +1,6 @@
-#include "host/command/RunArguments.h"
-
 #include <gmock/gmock.h>
 
-#include "tests/support/HostProgram.h"
+#include "tests/system/host/HostProgram.h"
 
 using testing::HasSubstr;
 

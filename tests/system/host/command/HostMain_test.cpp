@@ -1,10 +1,8 @@
-#include "host/command/HostMain.h"
-
 #include <gmock/gmock.h>
 
 #include <utility>
 
-#include "tests/support/HostProgram.h"
+#include "tests/system/host/HostProgram.h"
 
 using testing::HasSubstr;
 

@@ -1,6 +1,6 @@
 // The socket of a service manager, for tests: what a service sends there.
-#ifndef TESTS_UNIT_HOST_PROCESS_NOTIFYSOCKET_H
-#define TESTS_UNIT_HOST_PROCESS_NOTIFYSOCKET_H
+#ifndef TESTS_SUPPORT_NOTIFYSOCKET_H
+#define TESTS_SUPPORT_NOTIFYSOCKET_H
 
 #include <gtest/gtest.h>
 #include <poll.h>

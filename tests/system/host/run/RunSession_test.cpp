@@ -1,5 +1,3 @@
-#include "host/run/RunSession.h"
-
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <json/json.h>
@@ -8,9 +6,9 @@
 #include <filesystem>
 #include <memory>
 
-#include "tests/support/HostProgram.h"
-#include "tests/unit/host/database/DbFile.h"
-#include "tests/unit/host/process/NotifySocket.h"
+#include "tests/support/DbFile.h"
+#include "tests/support/NotifySocket.h"
+#include "tests/system/host/HostProgram.h"
 
 using testing::HasSubstr;
 using testing::Not;

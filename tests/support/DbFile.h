@@ -1,7 +1,7 @@
 // A database file as the module leaves it, for a test to fill and to spoil. Its connection stays
 // open until Close, so it can stand for a running module as well.
-#ifndef TESTS_UNIT_HOST_DATABASE_DBFILE_H
-#define TESTS_UNIT_HOST_DATABASE_DBFILE_H
+#ifndef TESTS_SUPPORT_DBFILE_H
+#define TESTS_SUPPORT_DBFILE_H
 
 #include <gtest/gtest.h>
 #include <sqlite3.h>

@@ -1,11 +1,9 @@
-#include "host/process/Privileges.h"
-
 #include <gtest/gtest.h>
 
 #include <filesystem>
 #include <set>
 
-#include "tests/support/HostProgram.h"
+#include "tests/system/host/HostProgram.h"
 
 namespace {
 

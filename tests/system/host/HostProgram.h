@@ -1,7 +1,7 @@
-// Runs tevmon-host as a process of its own, with the modules made for tests. The program stands
-// beside the test program, the modules in the folder fakemodules there.
-#ifndef TESTS_SUPPORT_HOSTPROGRAM_H
-#define TESTS_SUPPORT_HOSTPROGRAM_H
+// Runs tevmon-host, which stands beside the test program, as a process of its own, with the modules
+// made for tests.
+#ifndef TESTS_SYSTEM_HOST_HOSTPROGRAM_H
+#define TESTS_SYSTEM_HOST_HOSTPROGRAM_H
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -12,27 +12,17 @@
 
 #include <algorithm>
 #include <chrono>
-#include <climits>
 #include <csignal>
 #include <cstdint>
 #include <iterator>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include "tests/support/Event.h"
+#include "tests/support/FakeModules.h"
 #include "tests/support/FileText.h"
 #include "tests/support/TestDir.h"
-
-inline std::string ProgramFolder() {
-    char szPath[PATH_MAX] = "";
-    const ssize_t nLength = readlink("/proc/self/exe", szPath, sizeof(szPath));
-    const std::string strSelf(szPath, nLength > 0 ? static_cast<size_t>(nLength) : 0);
-    return strSelf.substr(0, strSelf.rfind('/') + 1);
-}
-
-inline std::string FakeModule(const std::string& strKind) {
-    return ProgramFolder() + "fakemodules/libfakemodule_" + strKind + ".so";
-}
 
 class HostProgram {
 public:
