@@ -137,10 +137,12 @@ void JsonLines::Write(const QueueChanged& event, int64_t tmWhen) {
 }
 
 void JsonLines::Write(const QueryReceived& event, int64_t tmWhen) {
+    static const char* const FATES[] = {"answered", "known", "no_key", "unreadable",
+                                        "not_delivered"};
     const CloudQuery& query = event.query;
     JsonObject record = Record("query", tmWhen);
     record.Add("path", query.strPath).Add("func", query.strFunc).Add("what", query.strEvent);
-    record.Add("key", query.strKey).Add("fate", event_line::FateWord(event.eFate));
+    record.Add("key", query.strKey).Add("fate", FATES[event.eFate]);
     m_output.Line(record.Text());
     if (event.eFate == QUERY_ANSWERED) {
         const Verdict& verdict = event.verdict;
@@ -152,7 +154,7 @@ void JsonLines::Write(const QueryReceived& event, int64_t tmWhen) {
 }
 
 void JsonLines::Write(const ModuleNoted& event, int64_t tmWhen) {
-    static const char* const REASONS[] = {"", "cached", "stat failed", "unreadable", "not sent"};
+    static const char* const REASONS[] = {"", "cached", "stat_failed", "unreadable", "not_sent"};
     if (event.note.eNote != NOTE_ANALYSED) {
         JsonObject record = Record("skip", tmWhen);
         record.Add("path", event.note.strText).Add("reason", REASONS[event.note.eNote]);

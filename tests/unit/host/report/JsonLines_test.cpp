@@ -286,11 +286,21 @@ TEST_F(JsonRecordTest, OnlyAnAnsweredQueryHasAVerdict) {
               Written(QueryReceived{query, QUERY_ANSWERED, {70, "bad list", "x"}}));
 }
 
+TEST_F(JsonRecordTest, AFateIsOneWordAndThatOfTheMetricsWhereTheyHaveIt) {
+    const std::pair<QueryFate, std::string> FATES[] = {{QUERY_NO_KEY, "no_key"},
+                                                       {QUERY_UNREADABLE, "unreadable"},
+                                                       {QUERY_NOT_DELIVERED, "not_delivered"}};
+    for (const auto& fate : FATES) {
+        EXPECT_THAT(Written(QueryReceived{LaunchQuery("/bin/a"), fate.first, {}}),
+                    testing::EndsWith(R"("fate":")" + fate.second + R"("})"));
+    }
+}
+
 TEST_F(JsonRecordTest, EverySkipHasItsReasonAndAnAnalysisNoRecord) {
     const std::pair<ModuleNote, std::string> REASONS[] = {{NOTE_CACHED, "cached"},
-                                                          {NOTE_STAT_FAILED, "stat failed"},
+                                                          {NOTE_STAT_FAILED, "stat_failed"},
                                                           {NOTE_UNREADABLE, "unreadable"},
-                                                          {NOTE_NOT_SENT, "not sent"}};
+                                                          {NOTE_NOT_SENT, "not_sent"}};
     for (const auto& reason : REASONS) {
         EXPECT_EQ(
             R"({"event":"skip","time":1700000000,"path":"/a","reason":")" + reason.second + R"("})",
