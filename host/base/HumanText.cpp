@@ -30,6 +30,11 @@ std::string Number(uint64_t nNumber) {
     return strNumber;
 }
 
+std::string Count(uint64_t nNumber, const std::string& strOne, const std::string& strMany) {
+    return Number(nNumber) + " " +
+           (nNumber == 1 ? strOne : (strMany.empty() ? strOne + "s" : strMany));
+}
+
 std::string LocalTime(int64_t tmSeconds) {
     const time_t tmTime = tmSeconds;
     struct tm local = {};

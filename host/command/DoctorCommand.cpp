@@ -8,6 +8,7 @@
 
 #include "host/base/Console.h"
 #include "host/base/EscapedText.h"
+#include "host/base/HumanText.h"
 #include "host/base/JsonWriter.h"
 #include "host/doctor/Doctor.h"
 #include "host/process/ExitCodes.h"
@@ -56,7 +57,7 @@ void ShowText(Console& output, const std::vector<Finding>& findings, const Count
         }
     }
     output.Line(std::to_string(counts[FINDING_OK]) + " ok, " +
-                std::to_string(counts[FINDING_WARNING]) + " warnings, " +
+                text::Count(counts[FINDING_WARNING], "warning") + ", " +
                 std::to_string(counts[FINDING_FAILED]) + " failed");
 }
 

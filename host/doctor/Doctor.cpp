@@ -225,8 +225,8 @@ Finding OfPackages(const std::string& strInfoDir) {
                 "on a machine without dpkg use good lists; every program is unknown without"};
     }
     return {FINDING_OK, "packages",
-            std::to_string(pPackages->Count()) + " programs of " +
-                std::to_string(pPackages->PackageCount()) + " packages",
+            text::Count(pPackages->Count(), "program") + " of " +
+                text::Count(pPackages->PackageCount(), "package"),
             ""};
 }
 

@@ -8,14 +8,6 @@
 #include "host/report/text/EventLine.h"
 #include "host/verdict/VerdictLevel.h"
 
-namespace {
-
-std::string Counted(uint64_t nNumber, const char* pszOne, const char* pszMany) {
-    return std::to_string(nNumber) + " " + (nNumber == 1 ? pszOne : pszMany);
-}
-
-}  // namespace
-
 void WatchLines::OnEvent(const RunEvent& event, int64_t tmWhen) {
     if (!std::visit([this](const auto& happened) { return Take(happened); }, event)) {
         m_common.OnEvent(event, tmWhen);
@@ -64,7 +56,7 @@ bool WatchLines::Take(const LaunchUnresolved& event) {
 
 bool WatchLines::Take(const LaunchesLost& event) {
     Show(verdict_row::Notice(
-        "lost", "launch", Counted(event.nLaunches, "launch", "launches"),
+        "lost", "launch", text::Count(event.nLaunches, "launch", "launches"),
         "there is no record of them; " + std::to_string(event.nTotal) + " since the start"));
     return true;
 }
@@ -72,7 +64,7 @@ bool WatchLines::Take(const LaunchesLost& event) {
 bool WatchLines::Take(const FileQueueOverflowed& event) {
     m_output.Line(text::ClockNow() +
                   "  lost           file operations, the kernel's queue was full; " +
-                  Counted(event.nTotal, "time", "times") + " since the start");
+                  text::Count(event.nTotal, "time") + " since the start");
     return true;
 }
 
@@ -129,9 +121,9 @@ ViewNumbers WatchLines::HeadNumbers() const {
     numbers.nQueries = balance.module.nQueries;
     numbers.nCached = balance.events.nCached;
     numbers.nPackaged = answers(verdict_level::PACKAGED);
-    numbers.nGoodPrograms = answers(verdict_level::GOOD);
+    numbers.nGoodAnswers = answers(verdict_level::GOOD);
     numbers.nUnknown = answers(verdict_level::UNKNOWN);
-    numbers.nBadPrograms = answers(verdict_level::BAD);
+    numbers.nBadAnswers = answers(verdict_level::BAD);
     numbers.nBadRuns = balance.module.nBadRuns;
     numbers.nLost = balance.launches.nLost + balance.events.nRefused + balance.events.nNotStored;
     numbers.nOverflows = balance.files.nOverflows;

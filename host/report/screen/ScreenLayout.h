@@ -24,9 +24,9 @@ struct ViewNumbers {
     uint64_t nQueries = 0;
     uint64_t nCached = 0;
     uint64_t nPackaged = 0;  // answers of each kind
-    uint64_t nGoodPrograms = 0;
+    uint64_t nGoodAnswers = 0;
     uint64_t nUnknown = 0;
-    uint64_t nBadPrograms = 0;
+    uint64_t nBadAnswers = 0;
     uint64_t nBadRuns = 0;    // times that a bad program ran or touched a watched file
     uint64_t nLost = 0;       // launches lost, and events refused or not stored
     uint64_t nOverflows = 0;  // times that unknown many file operations were lost

@@ -10,10 +10,10 @@ namespace event_line {
 std::string Queue(const Console& output, const QueueLoad& load) {
     static const char* const WORDS[] = {"has room again", "is nearly full", "is full"};
     std::string strLine = text::ClockNow() + "  queue          " + WORDS[load.eState] + ": " +
-                          std::to_string(load.nRows) + " messages, " + text::Bytes(load.nBytes);
+                          text::Count(load.nRows, "message") + ", " + text::Bytes(load.nBytes);
     if (load.nRefusedMessages > 0) {
-        strLine += "; refused so far " + std::to_string(load.nRefusedMessages) + " messages with " +
-                   std::to_string(load.nRefusedEvents) + " events";
+        strLine += "; refused so far " + text::Count(load.nRefusedMessages, "message") + " with " +
+                   text::Count(load.nRefusedEvents, "event");
     }
     const auto eColour = load.eState == QUEUE_FULL ? Console::COLOUR_RED : Console::COLOUR_YELLOW;
     return output.Paint(load.eState == QUEUE_NORMAL ? Console::COLOUR_NONE : eColour, strLine);
@@ -34,11 +34,9 @@ std::string Input(const InputUnusable& input) {
 VerdictRow Dropped(const EventsDropped& dropped) {
     static const char* const REASONS[] = {"the module's queue is full, or it takes no messages",
                                           "the module could not store them"};
-    return verdict_row::Notice(
-        "dropped", "event",
-        std::to_string(dropped.nEvents) + (dropped.nEvents == 1 ? " event" : " events"),
-        std::string(REASONS[dropped.eReason]) + "; " + std::to_string(dropped.nTotal) +
-            " since the start");
+    return verdict_row::Notice("dropped", "event", text::Count(dropped.nEvents, "event"),
+                               std::string(REASONS[dropped.eReason]) + "; " +
+                                   std::to_string(dropped.nTotal) + " since the start");
 }
 
 std::string Progress(const std::string& strDoing, const RunCounters& counters) {

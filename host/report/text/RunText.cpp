@@ -17,12 +17,8 @@ namespace {
 
 constexpr size_t PACKAGES_NAMED = 5;
 
+using text::Count;
 using text::Number;
-
-// "1 message", "2 messages".
-std::string Count(uint64_t nNumber, const std::string& strWord) {
-    return Number(nNumber) + " " + strWord + (nNumber == 1 ? "" : "s");
-}
 
 std::string Label(const std::string& strLabel) {
     return CStr::stdformat("  %-12s", strLabel.c_str());

@@ -42,6 +42,14 @@ TEST(HumanTextTest, NumbersAreGroupedByThrees) {
     EXPECT_EQ("18,446,744,073,709,551,615", text::Number(std::numeric_limits<uint64_t>::max()));
 }
 
+TEST(HumanTextTest, OneThingHasTheWordOfOne) {
+    EXPECT_EQ("0 messages", text::Count(0, "message"));
+    EXPECT_EQ("1 message", text::Count(1, "message"));
+    EXPECT_EQ("1,000 messages", text::Count(1000, "message"));
+    EXPECT_EQ("1 launch", text::Count(1, "launch", "launches"));
+    EXPECT_EQ("2 launches", text::Count(2, "launch", "launches"));
+}
+
 TEST(HumanTextTest, TimesBeforeTheEpochAndFarAheadAreTold) {
     const TimeZone zone("UTC0");
 

@@ -65,8 +65,9 @@ TEST_F(DoctorCommandTest, ChecksStandBelowEachOtherWithTheirRemediesAndTheirNumb
         ++counts[strState == "ok       " ? 0 : strState == "warning  " ? 1 : 2];
         EXPECT_EQ(strState != "ok       ", m_lines[i + 1][0] == ' ') << strLine;
     }
-    EXPECT_EQ(std::to_string(counts[0]) + " ok, " + std::to_string(counts[1]) + " warnings, " +
-                  std::to_string(counts[2]) + " failed",
+    EXPECT_EQ(std::to_string(counts[0]) + " ok, " + std::to_string(counts[1]) +
+                  (counts[1] == 1 ? " warning, " : " warnings, ") + std::to_string(counts[2]) +
+                  " failed",
               m_lines.back());
     EXPECT_THAT(m_lines, Contains(StartsWith("failed   module  ")));
     EXPECT_THAT(m_lines, Contains(StartsWith("ok       database tevchennaldb.db  ")));

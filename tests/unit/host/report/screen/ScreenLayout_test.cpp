@@ -29,7 +29,7 @@ ViewNumbers Numbers() {
     numbers.nCached = 90;
     numbers.nPackaged = 7;
     numbers.nUnknown = 2;
-    numbers.nBadPrograms = 1;
+    numbers.nBadAnswers = 1;
     numbers.nBadRuns = 4;
     numbers.nOverflows = 1;
     return numbers;

@@ -10,13 +10,13 @@ TEST(EventLineTest, AQueueThatRefusedSaysHowMuch) {
     load.eState = QUEUE_FULL;
     load.nRows = 200000;
     load.nBytes = 4096;
-    EXPECT_EQ("  queue          is full: 200000 messages, 4.0 KiB",
+    EXPECT_EQ("  queue          is full: 200,000 messages, 4.0 KiB",
               event_line::Queue(output, load).substr(8));
 
     load.nRefusedMessages = 2;
     load.nRefusedEvents = 5;
     EXPECT_EQ(
-        "  queue          is full: 200000 messages, 4.0 KiB; refused so far 2 messages with "
+        "  queue          is full: 200,000 messages, 4.0 KiB; refused so far 2 messages with "
         "5 events",
         event_line::Queue(output, load).substr(8));
 }
@@ -50,12 +50,12 @@ TEST(EventLineTest, AQueueHasALineForEachState) {
     QueueLoad load;
     load.eState = QUEUE_HIGH;
     load.nRows = 1;
-    EXPECT_EQ("  queue          is nearly full: 1 messages, 0 B",
+    EXPECT_EQ("  queue          is nearly full: 1 message, 0 B",
               event_line::Queue(output, load).substr(8));
 
     load.eState = QUEUE_NORMAL;
     load.nRefusedEvents = 5;  // of no message: nothing was refused
-    EXPECT_EQ("  queue          has room again: 1 messages, 0 B",
+    EXPECT_EQ("  queue          has room again: 1 message, 0 B",
               event_line::Queue(output, load).substr(8));
 }
 
