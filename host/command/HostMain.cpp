@@ -19,10 +19,18 @@ namespace {
 constexpr char VERSION_TEXT[] = "tevmon-host " TEVMON_VERSION;
 
 void AddGlobalOptions(Command& program, HostOptions& options) {
-    program
-        .AddOption("--state-dir", options.strStateDir,
-                   "Where the databases are kept (default: " + options.strStateDir + ")")
-        .TypeName("DIR");
+    const bool bDefault = !options.strStateDir.empty();
+    CommandOption stateDir =
+        program.AddOption("--state-dir", options.strStateDir,
+                          "Where the databases are kept (" +
+                              (bDefault ? "default: " + options.strStateDir
+                                        : "no default: neither XDG_STATE_HOME nor HOME is set") +
+                              ")");
+    stateDir.TypeName("DIR").Check(
+        [](const std::string& strDir) { return strDir.empty() ? "names no directory" : ""; });
+    if (!bDefault) {
+        stateDir.Required();
+    }
     program
         .AddOption("--module", options.strModule,
                    "The module to load (default: libtevmon.so in this program's directory)")

@@ -18,7 +18,6 @@ WITHOUT = {
 }
 # Sources of which nothing shows but by the whole program: their test is the one below tests/system.
 WHOLE_PROGRAM = {
-    "host/command/HostMain.cpp",
     "host/command/RunArguments.cpp",
     "host/command/RunCommands.cpp",
     "host/process/Privileges.cpp",
