@@ -111,7 +111,7 @@ protected:
         return *m_pSource;
     }
     // Everything that strEvents holds, to the observer.
-    void Sense(const std::string& strEvents) {
+    void Capture(const std::string& strEvents) {
         (void)Source();
         m_pSensor->m_strEvents += strEvents;
         while (m_pSource->Read()) {

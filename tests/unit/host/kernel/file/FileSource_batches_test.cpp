@@ -17,12 +17,12 @@ using testing::IsEmpty;
 TEST_F(FileSourceTest, ABatchEndsWithItsNumberItsBytesOrItsTime) {
     m_options.nMostOperations = 2;
     m_options.batchTime = minutes(10);
-    Sense(At(FAN_CREATE, 5, CRON, "a"));
+    Capture(At(FAN_CREATE, 5, CRON, "a"));
     const auto now = FileSource::Clock::now();
     EXPECT_FALSE(m_pSource->HasBatch(now, false));
     EXPECT_TRUE(m_pSource->HasBatch(now, true));
     EXPECT_TRUE(m_pSource->HasBatch(now + minutes(11), false));
-    Sense(At(FAN_CREATE, 5, CRON, "b") + At(FAN_CREATE, 5, CRON, "c"));
+    Capture(At(FAN_CREATE, 5, CRON, "b") + At(FAN_CREATE, 5, CRON, "c"));
     EXPECT_EQ(3u, Counters().nBatched);
 
     EventBatch batch;
@@ -42,11 +42,11 @@ TEST_F(FileSourceTest, ABatchEndsWithTheBytesOfItsPaths) {
     const auto now = FileSource::Clock::now();
     Start(6, "/bin/sh", 10);
 
-    Sense(At(FAN_CREATE, 5, CRON, "a") + At(FAN_CREATE, 6, CRON, "b"));
+    Capture(At(FAN_CREATE, 5, CRON, "a") + At(FAN_CREATE, 6, CRON, "b"));
     EXPECT_FALSE(m_pSource->HasBatch(now, false));
-    Sense(At(FAN_CREATE, 5, CRON, "c"));
+    Capture(At(FAN_CREATE, 5, CRON, "c"));
     EXPECT_TRUE(m_pSource->HasBatch(now, false));
-    Sense(At(FAN_CREATE, 5, CRON, "d"));
+    Capture(At(FAN_CREATE, 5, CRON, "d"));
 
     EventBatch batch;
     m_pSource->TakeBatch(batch, 1);
@@ -56,17 +56,17 @@ TEST_F(FileSourceTest, ABatchEndsWithTheBytesOfItsPaths) {
 
 TEST_F(FileSourceTest, ABatchIsDueByItsFirstOperationWhateverFollows) {
     m_options.batchTime = minutes(10);
-    Sense(At(FAN_CREATE, 5, CRON, "a"));
+    Capture(At(FAN_CREATE, 5, CRON, "a"));
     const auto afterFirst = FileSource::Clock::now();
 
-    Sense(At(FAN_CREATE, 5, CRON, "b"));
+    Capture(At(FAN_CREATE, 5, CRON, "b"));
 
     EXPECT_TRUE(m_pSource->HasBatch(afterFirst + minutes(10), false));
 }
 
 TEST_F(FileSourceTest, FullBatchesWaitInTheirOrder) {
     m_options.nMostOperations = 1;
-    Sense(At(FAN_CREATE, 5, CRON, "a") + At(FAN_CREATE, 5, CRON, "b"));
+    Capture(At(FAN_CREATE, 5, CRON, "a") + At(FAN_CREATE, 5, CRON, "b"));
 
     EventBatch batch;
     m_pSource->TakeBatch(batch, 1);
@@ -79,7 +79,7 @@ TEST_F(FileSourceTest, FullBatchesWaitInTheirOrder) {
 TEST_F(FileSourceTest, ABatchIsTheMessageThatTheModuleReads) {
     Start(5, "/bin/sh", 10);
     m_links["/etc/cron.d/job"] = S_IFREG;
-    Sense(At(FAN_CREATE, 5, CRON, "job") + At(FAN_DELETE, 6, CRON, "old", 1234));
+    Capture(At(FAN_CREATE, 5, CRON, "job") + At(FAN_DELETE, 6, CRON, "old", 1234));
     const std::string strTime = std::to_string(m_observer.m_operations.at(0).tmWhen);
     EventBatch batch;
     batch.nCopies = 9;
@@ -101,7 +101,7 @@ TEST_F(FileSourceTest, ABatchIsTheMessageThatTheModuleReads) {
 
 TEST_F(FileSourceTest, AnyBytesOfANameReachTheMessage) {
     const std::string strName = "\"\\\n\x01\xff\xc3";
-    Sense(At(FAN_CREATE, 5, CRON, strName));
+    Capture(At(FAN_CREATE, 5, CRON, strName));
     EventBatch batch;
     m_pSource->TakeBatch(batch, 1);
 
@@ -111,18 +111,18 @@ TEST_F(FileSourceTest, AnyBytesOfANameReachTheMessage) {
 }
 
 TEST_F(FileSourceTest, AWriteThatWasHandedOutIsReportedAgainInTheNextBatch) {
-    Sense(At(FAN_MODIFY, 5, CRON, "job"));
+    Capture(At(FAN_MODIFY, 5, CRON, "job"));
     EventBatch batch;
     m_pSource->TakeBatch(batch, 1);
 
-    Sense(At(FAN_MODIFY, 5, CRON, "job") + At(FAN_MODIFY, 5, CRON, "job"));
+    Capture(At(FAN_MODIFY, 5, CRON, "job") + At(FAN_MODIFY, 5, CRON, "job"));
 
     EXPECT_EQ(2u, m_observer.m_lines.size());
     EXPECT_EQ(2u, Counters().nReported);
 }
 
 TEST_F(FileSourceTest, AProgramThatNoPathLeadsToIsCounted) {
-    Sense(At(FAN_CREATE, 5, CRON, "job"));
+    Capture(At(FAN_CREATE, 5, CRON, "job"));
 
     EXPECT_EQ("", m_observer.m_operations.at(0).strProgram);
     EXPECT_EQ(1u, Counters().nNoProgram);
@@ -133,8 +133,8 @@ TEST_F(FileSourceTest, AnOperationIsTheProgramsThatHadBeenStartedByThen) {
     Start(5, "/bin/sh", 10);
     Start(5, "/bin/rm", 20);
 
-    Sense(At(FAN_CREATE, 5, CRON, "a") + At(FAN_OPEN_EXEC, 5, TMP, "rm", 20) +
-          At(FAN_CREATE, 5, CRON, "b"));
+    Capture(At(FAN_CREATE, 5, CRON, "a") + At(FAN_OPEN_EXEC, 5, TMP, "rm", 20) +
+            At(FAN_CREATE, 5, CRON, "b"));
 
     EXPECT_THAT(Programs(), ElementsAre("/bin/sh", "/bin/rm"));
     EXPECT_EQ("/bin/rm", m_observer.m_operations[1].strProgramName);
@@ -152,8 +152,8 @@ TEST_F(FileSourceTest, TheRemovalInAMergedEventIsTheNewestProgramsAndARemovalAlo
         Start(nPid, "/bin/sh", 10);
         Start(nPid, "/bin/rm", 20);
 
-        Sense(At(nBefore | FAN_DELETE, static_cast<int32_t>(nPid), CRON, "job") +
-              At(FAN_DELETE, static_cast<int32_t>(nPid), CRON, "old"));
+        Capture(At(nBefore | FAN_DELETE, static_cast<int32_t>(nPid), CRON, "job") +
+                At(FAN_DELETE, static_cast<int32_t>(nPid), CRON, "old"));
 
         EXPECT_THAT(Programs(), ElementsAre("/bin/sh", "/bin/rm", "/bin/sh")) << nBefore;
     }
@@ -164,7 +164,7 @@ TEST_F(FileSourceTest, AfterAnOverflowTheNewestProgramActs) {
     Start(5, "/bin/sh", 10);
     Start(5, "/bin/rm", 20);
 
-    Sense(Event(FAN_Q_OVERFLOW, 0, "") + At(FAN_CREATE, 5, CRON, "job"));
+    Capture(Event(FAN_Q_OVERFLOW, 0, "") + At(FAN_CREATE, 5, CRON, "job"));
 
     EXPECT_THAT(Programs(), ElementsAre("/bin/rm"));
     EXPECT_EQ(1u, Counters().nEvents);  // an overflow is none
@@ -173,8 +173,8 @@ TEST_F(FileSourceTest, AfterAnOverflowTheNewestProgramActs) {
 TEST_F(FileSourceTest, OverflowsAreAnnouncedNowAndThenAndAllOfThemAtTheEnd) {
     m_options.announce = minutes(10);
     const std::string strOverflow = Event(FAN_Q_OVERFLOW, 0, "");
-    Sense(strOverflow);
-    Sense(strOverflow + strOverflow);
+    Capture(strOverflow);
+    Capture(strOverflow + strOverflow);
     EXPECT_THAT(m_observer.m_overflows, ElementsAre("1 of 1"));
 
     m_pSource->TakeCounts(true);
@@ -199,7 +199,7 @@ TEST_F(FileSourceTest, ReadTakesNoMoreThanMayBeHeldUntilThatIsDecoded) {
     EXPECT_THAT(m_observer.m_lines, ElementsAre("create /etc/cron.d/a"));
     EXPECT_TRUE(m_pSource->Read());
     EXPECT_EQ(strEvent.size(), m_pSensor->m_strEvents.size());
-    Sense("");
+    Capture("");
 
     EXPECT_THAT(m_observer.m_lines, ElementsAre("create /etc/cron.d/a", "create /etc/cron.d/b",
                                                 "create /etc/cron.d/c", "create /etc/cron.d/d"));
@@ -219,7 +219,7 @@ TEST_F(FileSourceTest, WithNothingReadThereIsNothingToDecode) {
 TEST_F(FileSourceTest, ItsTimeIsThatOfTheReadingAndTheProcessorsIsCounted) {
     const auto tmBefore = static_cast<int64_t>(time(nullptr));
     for (int i = 0; i < 100; ++i) {
-        Sense(At(FAN_CREATE, 5, CRON, "job"));
+        Capture(At(FAN_CREATE, 5, CRON, "job"));
     }
     const auto tmAfter = static_cast<int64_t>(time(nullptr));
 
@@ -258,7 +258,7 @@ TEST_F(FileSourceTest, WhatTheSensorHasToSayIsToldOnce) {
 }
 
 TEST_F(FileSourceTest, BrokenBytesAreCounted) {
-    Sense(At(FAN_CREATE, 5, CRON, "a") + "nonsense");
+    Capture(At(FAN_CREATE, 5, CRON, "a") + "nonsense");
 
     EXPECT_EQ(1u, Counters().nBroken);
     EXPECT_EQ(1u, Counters().nReported);

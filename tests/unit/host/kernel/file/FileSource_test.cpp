@@ -16,7 +16,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 TEST_F(FileSourceTest, OneEventOfSeveralActsIsReportedInTheirOrder) {
-    Sense(At(FAN_DELETE | FAN_CLOSE_WRITE | FAN_MODIFY | FAN_CREATE, 5, CRON, "job"));
+    Capture(At(FAN_DELETE | FAN_CLOSE_WRITE | FAN_MODIFY | FAN_CREATE, 5, CRON, "job"));
 
     EXPECT_THAT(m_observer.m_lines, ElementsAre("create /etc/cron.d/job", "write /etc/cron.d/job",
                                                 "remove /etc/cron.d/job"));
@@ -26,7 +26,8 @@ TEST_F(FileSourceTest, OneEventOfSeveralActsIsReportedInTheirOrder) {
 }
 
 TEST_F(FileSourceTest, WhatHappensElsewhereIsCountedOnly) {
-    Sense(At(FAN_CREATE | FAN_CLOSE_WRITE, 5, TMP, "file") + At(FAN_DELETE, 5, UNITS, "a.service"));
+    Capture(At(FAN_CREATE | FAN_CLOSE_WRITE, 5, TMP, "file") +
+            At(FAN_DELETE, 5, UNITS, "a.service"));
 
     EXPECT_THAT(m_observer.m_lines, IsEmpty());
     EXPECT_EQ(3u, Counters().nUnwatched);
@@ -35,7 +36,7 @@ TEST_F(FileSourceTest, WhatHappensElsewhereIsCountedOnly) {
 
 TEST_F(FileSourceTest, EverythingIsToldWhenThatIsWanted) {
     m_options.bAll = true;
-    Sense(At(FAN_CREATE, 5, TMP, "file"));
+    Capture(At(FAN_CREATE, 5, TMP, "file"));
 
     ASSERT_THAT(m_observer.m_lines, ElementsAre("create /tmp/file"));
     EXPECT_FALSE(m_observer.m_operations[0].bPlace);
@@ -46,7 +47,7 @@ TEST_F(FileSourceTest, ANamedPipeIsToldWhereverItIsMadeAndThroughALinkToo) {
     m_links["/tmp/link"] = S_IFIFO;
     m_links["/tmp/other"] = S_IFREG;
     for (const char* pszName : {"pipe", "link", "other", "file"}) {
-        Sense(At(FAN_CREATE, 5, TMP, pszName));
+        Capture(At(FAN_CREATE, 5, TMP, pszName));
     }
 
     ASSERT_THAT(m_observer.m_lines, ElementsAre("create /tmp/pipe", "create /tmp/link"));
@@ -57,8 +58,8 @@ TEST_F(FileSourceTest, ANamedPipeIsToldWhereverItIsMadeAndThroughALinkToo) {
 }
 
 TEST_F(FileSourceTest, ARenameIsToldUnderTheOldPathAndAsACreationInAPlace) {
-    Sense(Rename(0, 5, CRON, "a", CRON, "b") + Rename(0, 5, TMP, "new", UNITS, "x.service") +
-          Rename(0, 5, CRON, "c", TMP, "gone"));
+    Capture(Rename(0, 5, CRON, "a", CRON, "b") + Rename(0, 5, TMP, "new", UNITS, "x.service") +
+            Rename(0, 5, CRON, "c", TMP, "gone"));
 
     EXPECT_THAT(m_observer.m_lines,
                 ElementsAre("rename /etc/cron.d/a", "create /etc/cron.d/b",
@@ -67,14 +68,14 @@ TEST_F(FileSourceTest, ARenameIsToldUnderTheOldPathAndAsACreationInAPlace) {
 
 TEST_F(FileSourceTest, ARenameWithinADirectoryElsewhereIsOneOperation) {
     m_options.bAll = true;
-    Sense(Rename(0, 5, TMP, "a", TMP, "b"));
+    Capture(Rename(0, 5, TMP, "a", TMP, "b"));
 
     EXPECT_THAT(m_observer.m_lines, ElementsAre("rename /tmp/a"));
 }
 
 TEST_F(FileSourceTest, ADirectoryMadeInAPlaceIsACreationAndWhatIsBelowItIsKnown) {
-    Sense(At(FAN_CREATE | FAN_ONDIR, 5, CRON, "d", 100) + At(FAN_CREATE, 5, 100, "job") +
-          At(FAN_DELETE, 5, 100, "job") + At(FAN_DELETE | FAN_ONDIR, 5, CRON, "d", 100));
+    Capture(At(FAN_CREATE | FAN_ONDIR, 5, CRON, "d", 100) + At(FAN_CREATE, 5, 100, "job") +
+            At(FAN_DELETE, 5, 100, "job") + At(FAN_DELETE | FAN_ONDIR, 5, CRON, "d", 100));
 
     EXPECT_THAT(m_observer.m_lines,
                 ElementsAre("create /etc/cron.d/d", "create /etc/cron.d/d/job",
@@ -83,8 +84,8 @@ TEST_F(FileSourceTest, ADirectoryMadeInAPlaceIsACreationAndWhatIsBelowItIsKnown)
 }
 
 TEST_F(FileSourceTest, ADirectoryThatMovesTakesItsPathsAlong) {
-    Sense(At(FAN_CREATE | FAN_ONDIR, 5, TMP, "d", 100) +
-          Rename(FAN_ONDIR, 5, TMP, "d", CRON, "e", 100) + At(FAN_CREATE, 5, 100, "job"));
+    Capture(At(FAN_CREATE | FAN_ONDIR, 5, TMP, "d", 100) +
+            Rename(FAN_ONDIR, 5, TMP, "d", CRON, "e", 100) + At(FAN_CREATE, 5, 100, "job"));
 
     EXPECT_THAT(m_observer.m_lines,
                 ElementsAre("create /etc/cron.d/e", "create /etc/cron.d/e/job"));
@@ -93,30 +94,30 @@ TEST_F(FileSourceTest, ADirectoryThatMovesTakesItsPathsAlong) {
 
 TEST_F(FileSourceTest, ManyWritesWithoutAClosureAreOneInABatch) {
     m_options.nMostOperations = 2;
-    Sense(At(FAN_MODIFY, 5, CRON, "job") + At(FAN_MODIFY, 5, CRON, "job"));
-    Sense(At(FAN_MODIFY, 5, CRON, "job") + At(FAN_CLOSE_WRITE, 5, CRON, "job"));
-    Sense(At(FAN_MODIFY, 5, CRON, "job"));  // the next batch
+    Capture(At(FAN_MODIFY, 5, CRON, "job") + At(FAN_MODIFY, 5, CRON, "job"));
+    Capture(At(FAN_MODIFY, 5, CRON, "job") + At(FAN_CLOSE_WRITE, 5, CRON, "job"));
+    Capture(At(FAN_MODIFY, 5, CRON, "job"));  // the next batch
 
     EXPECT_EQ(3u, m_observer.m_lines.size());
     EXPECT_EQ(3u, Counters().nCaptured);
 }
 
 TEST_F(FileSourceTest, WritesOfTwoProcessesToOneFileAreTwoOperations) {
-    Sense(At(FAN_MODIFY, 5, CRON, "job") + At(FAN_MODIFY, 6, CRON, "job"));
-    Sense(At(FAN_MODIFY, 6, CRON, "job") + At(FAN_MODIFY, 5, CRON, "job"));
+    Capture(At(FAN_MODIFY, 5, CRON, "job") + At(FAN_MODIFY, 6, CRON, "job"));
+    Capture(At(FAN_MODIFY, 6, CRON, "job") + At(FAN_MODIFY, 5, CRON, "job"));
 
     EXPECT_EQ(2u, m_observer.m_lines.size());
 }
 
 TEST_F(FileSourceTest, TheHostsOwnDoingsAreCountedAndDropped) {
-    Sense(At(FAN_CREATE, getpid(), CRON, "job"));
+    Capture(At(FAN_CREATE, getpid(), CRON, "job"));
 
     EXPECT_THAT(m_observer.m_lines, IsEmpty());
     EXPECT_EQ(1u, Counters().nOwn);
 }
 
 TEST_F(FileSourceTest, WhatHappenedInADirectoryThatIsGoneIsCounted) {
-    Sense(At(FAN_CREATE, 5, GONE, "job"));
+    Capture(At(FAN_CREATE, 5, GONE, "job"));
 
     EXPECT_THAT(m_observer.m_lines, IsEmpty());
     EXPECT_EQ(1u, Counters().nUnresolved);
@@ -124,15 +125,15 @@ TEST_F(FileSourceTest, WhatHappenedInADirectoryThatIsGoneIsCounted) {
 }
 
 TEST_F(FileSourceTest, ADirectoryWithoutAPathMarksNoPlaces) {
-    Sense(At(FAN_CREATE | FAN_ONDIR, 5, GONE, "new", 7));
+    Capture(At(FAN_CREATE | FAN_ONDIR, 5, GONE, "new", 7));
 
     EXPECT_THAT(m_pSensor->m_directories, IsEmpty());
     EXPECT_EQ(1u, Counters().nUnresolved);
 }
 
 TEST_F(FileSourceTest, WhatHappenedInADirectoryRemovedSinceIsKnownByTheRemoval) {
-    Sense(At(FAN_DELETE, 5, 101, "job") + At(FAN_DELETE | FAN_ONDIR, 5, 100, "inner", 101) +
-          At(FAN_DELETE | FAN_ONDIR, 5, CRON, "outer", 100));
+    Capture(At(FAN_DELETE, 5, 101, "job") + At(FAN_DELETE | FAN_ONDIR, 5, 100, "inner", 101) +
+            At(FAN_DELETE | FAN_ONDIR, 5, CRON, "outer", 100));
 
     EXPECT_THAT(m_observer.m_lines,
                 ElementsAre("remove /etc/cron.d/outer/inner/job", "remove /etc/cron.d/outer/inner",
@@ -141,17 +142,17 @@ TEST_F(FileSourceTest, WhatHappenedInADirectoryRemovedSinceIsKnownByTheRemoval) 
 }
 
 TEST_F(FileSourceTest, DirectoriesRemovedFromEachOtherDoNotHang) {
-    Sense(At(FAN_DELETE | FAN_ONDIR, 5, 100, "a", 101) +
-          At(FAN_DELETE | FAN_ONDIR, 5, 101, "b", 100));
+    Capture(At(FAN_DELETE | FAN_ONDIR, 5, 100, "a", 101) +
+            At(FAN_DELETE | FAN_ONDIR, 5, 101, "b", 100));
 
     EXPECT_THAT(m_observer.m_lines, IsEmpty());
     EXPECT_EQ(2u, Counters().nUnresolved);
 }
 
 TEST_F(FileSourceTest, AnOverflowIsAnnouncedOnceAndWhatIsKnownOfPathsEndsThere) {
-    Sense(At(FAN_CREATE | FAN_ONDIR, 5, CRON, "d", 100));
-    Sense(Event(FAN_Q_OVERFLOW, 0, ""));
-    Sense(At(FAN_CREATE, 5, 100, "job"));
+    Capture(At(FAN_CREATE | FAN_ONDIR, 5, CRON, "d", 100));
+    Capture(Event(FAN_Q_OVERFLOW, 0, ""));
+    Capture(At(FAN_CREATE, 5, 100, "job"));
 
     EXPECT_THAT(m_observer.m_overflows, ElementsAre("1 of 1"));
     EXPECT_EQ(1u, Counters().nOverflows);
@@ -159,26 +160,26 @@ TEST_F(FileSourceTest, AnOverflowIsAnnouncedOnceAndWhatIsKnownOfPathsEndsThere) 
 }
 
 TEST_F(FileSourceTest, AfterAMountPathsAreLookedUpAnew) {
-    Sense(At(FAN_CREATE, 5, CRON, "job"));
+    Capture(At(FAN_CREATE, 5, CRON, "job"));
     m_pSensor->m_disk[Handle(CRON)] = "/elsewhere";
     m_pSensor->m_bMounted = true;
-    Sense(At(FAN_CREATE, 5, CRON, "job"));
+    Capture(At(FAN_CREATE, 5, CRON, "job"));
 
     EXPECT_THAT(m_observer.m_lines, ElementsAre("create /etc/cron.d/job"));
 }
 
 TEST_F(FileSourceTest, OnAnOldKernelARenameIsTwoOperations) {
-    Sense(At(FAN_MOVED_FROM, 5, CRON, "a") + At(FAN_MOVED_TO, 5, CRON, "b"));
+    Capture(At(FAN_MOVED_FROM, 5, CRON, "a") + At(FAN_MOVED_TO, 5, CRON, "b"));
 
     EXPECT_THAT(m_observer.m_lines, ElementsAre("rename /etc/cron.d/a", "create /etc/cron.d/b"));
 }
 
 TEST_F(FileSourceTest, OnAnOldKernelADirectoryThatMovesIsLookedUpAnew) {
     m_options.bAll = true;
-    Sense(At(FAN_CREATE | FAN_ONDIR, 5, CRON, "d", 100));
+    Capture(At(FAN_CREATE | FAN_ONDIR, 5, CRON, "d", 100));
     m_pSensor->m_disk[Handle(100)] = "/tmp/e";
-    Sense(At(FAN_MOVED_FROM | FAN_ONDIR, 5, CRON, "d", 100) + At(FAN_CREATE, 5, 100, "a") +
-          At(FAN_MOVED_TO | FAN_ONDIR, 5, TMP, "e", 100));
+    Capture(At(FAN_MOVED_FROM | FAN_ONDIR, 5, CRON, "d", 100) + At(FAN_CREATE, 5, 100, "a") +
+            At(FAN_MOVED_TO | FAN_ONDIR, 5, TMP, "e", 100));
 
     EXPECT_THAT(m_observer.m_lines, ElementsAre("create /etc/cron.d/d", "rename /etc/cron.d/d",
                                                 "create /tmp/e/a", "create /tmp/e"));
@@ -186,8 +187,8 @@ TEST_F(FileSourceTest, OnAnOldKernelADirectoryThatMovesIsLookedUpAnew) {
 }
 
 TEST_F(FileSourceTest, ARenameToAUnitsNameInItsDirectoryIsACreationBehindALinkToo) {
-    Sense(Rename(0, 5, UNITS, "a.tmp", UNITS, "a.service") +
-          Rename(0, 5, UNITS, "b.service", UNITS, "b.old"));
+    Capture(Rename(0, 5, UNITS, "a.tmp", UNITS, "a.service") +
+            Rename(0, 5, UNITS, "b.service", UNITS, "b.old"));
 
     EXPECT_THAT(m_observer.m_lines, ElementsAre("create /lib/systemd/system/a.service"));
     EXPECT_EQ(3u, Counters().nCaptured);
@@ -195,10 +196,10 @@ TEST_F(FileSourceTest, ARenameToAUnitsNameInItsDirectoryIsACreationBehindALinkTo
 }
 
 TEST_F(FileSourceTest, OneEventOfARenameAndAWriteIsBoth) {
-    Sense(Event(FAN_RENAME | FAN_CLOSE_WRITE, 5,
-                Info(FAN_EVENT_INFO_TYPE_FID, Handle(999)) +
-                    Info(FAN_EVENT_INFO_TYPE_OLD_DFID_NAME, Handle(CRON), "a") +
-                    Info(FAN_EVENT_INFO_TYPE_NEW_DFID_NAME, Handle(TMP), "b")));
+    Capture(Event(FAN_RENAME | FAN_CLOSE_WRITE, 5,
+                  Info(FAN_EVENT_INFO_TYPE_FID, Handle(999)) +
+                      Info(FAN_EVENT_INFO_TYPE_OLD_DFID_NAME, Handle(CRON), "a") +
+                      Info(FAN_EVENT_INFO_TYPE_NEW_DFID_NAME, Handle(TMP), "b")));
 
     EXPECT_EQ("rename /etc/cron.d/a", m_observer.m_lines.at(0));
     EXPECT_EQ(1u, Counters().nUnresolved);  // such a write has no name of its own
@@ -206,7 +207,7 @@ TEST_F(FileSourceTest, OneEventOfARenameAndAWriteIsBoth) {
 
 TEST_F(FileSourceTest, SmallWritesElsewhereAndTheHostsOwnAreCountedEachTime) {
     for (int i = 0; i < 3; ++i) {
-        Sense(At(FAN_MODIFY, 5, TMP, "file") + At(FAN_MODIFY, getpid(), CRON, "job"));
+        Capture(At(FAN_MODIFY, 5, TMP, "file") + At(FAN_MODIFY, getpid(), CRON, "job"));
     }
 
     EXPECT_EQ(3u, Counters().nUnwatched);
@@ -219,7 +220,7 @@ TEST_F(FileSourceTest, TheInodeIsTheFilesAsItIsNowElseThatOfTheEvent) {
         status.st_ino = 78;
         return strPath == "/etc/cron.d/there";
     };
-    Sense(At(FAN_CREATE, 5, CRON, "there", 55) + At(FAN_CLOSE_WRITE, 5, CRON, "there", 56));
+    Capture(At(FAN_CREATE, 5, CRON, "there", 55) + At(FAN_CLOSE_WRITE, 5, CRON, "there", 56));
 
     EXPECT_EQ(78u, m_observer.m_operations.at(0).nInode);
     EXPECT_EQ(56u, m_observer.m_operations.at(1).nInode);  // not looked at for a pipe
@@ -237,7 +238,7 @@ TEST_F(FileSourceTest, WithoutLooksOfATestItLooksAtTheDiskAndNotThroughALinkForI
     (void)Source();
     m_pSensor->m_disk[Handle(50)] = dir.Path();
 
-    Sense(At(FAN_CREATE, 5, 50, "link") + At(FAN_CREATE, 5, 50, "none"));
+    Capture(At(FAN_CREATE, 5, 50, "link") + At(FAN_CREATE, 5, 50, "none"));
 
     ASSERT_THAT(m_observer.m_lines, ElementsAre("create " + strLink));
     EXPECT_TRUE(m_observer.m_operations[0].bPipe);
@@ -246,11 +247,11 @@ TEST_F(FileSourceTest, WithoutLooksOfATestItLooksAtTheDiskAndNotThroughALinkForI
 
 TEST_F(FileSourceTest, OnlyACreatedFileIsLookedAtForAPipe) {
     m_pipes = {{"/tmp/pipe", 1}, {"/tmp/d", 1}};
-    Sense(At(FAN_DELETE, 5, TMP, "pipe") + At(FAN_CLOSE_WRITE, 5, TMP, "pipe") +
-          At(FAN_CREATE | FAN_ONDIR, 5, TMP, "d", 100));
+    Capture(At(FAN_DELETE, 5, TMP, "pipe") + At(FAN_CLOSE_WRITE, 5, TMP, "pipe") +
+            At(FAN_CREATE | FAN_ONDIR, 5, TMP, "d", 100));
     EXPECT_THAT(m_observer.m_lines, IsEmpty());
 
-    Sense(Rename(0, 5, CRON, "x", TMP, "pipe"));
+    Capture(Rename(0, 5, CRON, "x", TMP, "pipe"));
     EXPECT_THAT(m_observer.m_lines, ElementsAre("rename /etc/cron.d/x", "create /tmp/pipe"));
     EXPECT_FALSE(m_observer.m_operations[0].bPipe);
     EXPECT_TRUE(m_observer.m_operations[0].bPlace);
@@ -265,7 +266,7 @@ TEST_F(FileSourceTest, AFileThatIsGoneOrALinkThatLeadsNowhereIsNoPipe) {
         status.st_mode = S_IFIFO;
         return false;
     };
-    Sense(At(FAN_CREATE, 5, TMP, "gone") + At(FAN_CREATE, 5, TMP, "dangling"));
+    Capture(At(FAN_CREATE, 5, TMP, "gone") + At(FAN_CREATE, 5, TMP, "dangling"));
 
     EXPECT_THAT(m_observer.m_lines, IsEmpty());
     EXPECT_EQ(2u, Counters().nUnwatched);
@@ -274,15 +275,15 @@ TEST_F(FileSourceTest, AFileThatIsGoneOrALinkThatLeadsNowhereIsNoPipe) {
 TEST_F(FileSourceTest, ARemovalAmongLaterPiecesTellsWhereADirectoryWas) {
     const std::string strFirst = At(FAN_CREATE, 5, 100, "a");
     m_options.nReadBytes = strFirst.size();
-    Sense(strFirst + At(FAN_DELETE, 5, 100, "a") + At(FAN_DELETE | FAN_ONDIR, 5, CRON, "d", 100));
+    Capture(strFirst + At(FAN_DELETE, 5, 100, "a") + At(FAN_DELETE | FAN_ONDIR, 5, CRON, "d", 100));
 
     EXPECT_THAT(m_observer.m_lines, ElementsAre("create /etc/cron.d/d/a", "remove /etc/cron.d/d/a",
                                                 "remove /etc/cron.d/d"));
 }
 
 TEST_F(FileSourceTest, ARemovedFileIsNoDirectoryThatWasRemoved) {
-    Sense(At(FAN_CREATE, 5, 100, "a") + At(FAN_DELETE, 5, CRON, "file", 100) +
-          At(FAN_CREATE | FAN_ONDIR, 5, CRON, "made", 100));
+    Capture(At(FAN_CREATE, 5, 100, "a") + At(FAN_DELETE, 5, CRON, "file", 100) +
+            At(FAN_CREATE | FAN_ONDIR, 5, CRON, "made", 100));
 
     EXPECT_THAT(m_observer.m_lines,
                 ElementsAre("remove /etc/cron.d/file", "create /etc/cron.d/made"));
@@ -296,7 +297,7 @@ TEST_F(FileSourceTest, ARemovedTreeIsFollowedUpSixtyFourDirectoriesAndNoMore) {
         strEvents += At(FAN_DELETE | FAN_ONDIR, 5, nDepth == 1 ? CRON : 1000 + nDepth - 1, "d",
                         1000 + nDepth);
     }
-    Sense(strEvents);
+    Capture(strEvents);
 
     EXPECT_EQ(1u, Counters().nUnresolved);
     ASSERT_EQ(65u, m_observer.m_lines.size());
@@ -305,10 +306,10 @@ TEST_F(FileSourceTest, ARemovedTreeIsFollowedUpSixtyFourDirectoriesAndNoMore) {
 }
 
 TEST_F(FileSourceTest, ADirectoryThatWasMadeIsKnownUntilItIsRemoved) {
-    Sense(At(FAN_CREATE | FAN_ONDIR, 5, CRON, "d", 100));
-    Sense(At(FAN_CREATE, 5, 100, "a"));
-    Sense(At(FAN_DELETE | FAN_ONDIR, 5, CRON, "d", 100));
-    Sense(At(FAN_CREATE, 5, 100, "b"));
+    Capture(At(FAN_CREATE | FAN_ONDIR, 5, CRON, "d", 100));
+    Capture(At(FAN_CREATE, 5, 100, "a"));
+    Capture(At(FAN_DELETE | FAN_ONDIR, 5, CRON, "d", 100));
+    Capture(At(FAN_CREATE, 5, 100, "b"));
 
     EXPECT_THAT(m_observer.m_lines, ElementsAre("create /etc/cron.d/d", "create /etc/cron.d/d/a",
                                                 "remove /etc/cron.d/d"));

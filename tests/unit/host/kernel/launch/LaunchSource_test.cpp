@@ -75,8 +75,8 @@ protected:
         return *m_pSource;
     }
     // A start of strName with the arguments strName and "x".
-    void Sense(const std::string& strName, uint32_t nPid = 4711,
-               const std::string& strInterp = "") {
+    void Capture(const std::string& strName, uint32_t nPid = 4711,
+                 const std::string& strInterp = "") {
         launch_record head = {};
         head.type = LAUNCH_EXEC;
         head.pid = nPid;
@@ -105,8 +105,8 @@ protected:
 }  // namespace
 
 TEST_F(LaunchSourceTest, ALaunchBecomesAMessageWithOneTaggedElement) {
-    Sense("/bin/a");
-    Sense("/bin/b", 4712);
+    Capture("/bin/a");
+    Capture("/bin/b", 4712);
 
     ASSERT_EQ(SOURCE_BATCH, Source().Next(m_batch, minutes(1)));
 
@@ -120,7 +120,7 @@ TEST_F(LaunchSourceTest, ALaunchBecomesAMessageWithOneTaggedElement) {
 TEST_F(LaunchSourceTest, ABatchEndsWithItsNumberAndTheRestComesNext) {
     m_options.nMostLaunches = 2;
     for (const char* pszName : {"/bin/a", "/bin/b", "/bin/c"}) {
-        Sense(pszName);
+        Capture(pszName);
     }
 
     ASSERT_EQ(SOURCE_BATCH, Source().Next(m_batch, minutes(1)));
@@ -132,8 +132,8 @@ TEST_F(LaunchSourceTest, ABatchEndsWithItsNumberAndTheRestComesNext) {
 
 TEST_F(LaunchSourceTest, ABatchEndsWithItsBytes) {
     m_options.nMostBytes = 10;
-    Sense("/bin/a");
-    Sense("/bin/b");
+    Capture("/bin/a");
+    Capture("/bin/b");
 
     ASSERT_EQ(SOURCE_BATCH, Source().Next(m_batch, minutes(1)));
 
@@ -142,7 +142,7 @@ TEST_F(LaunchSourceTest, ABatchEndsWithItsBytes) {
 
 TEST_F(LaunchSourceTest, ABatchWaitsForItsTime) {
     m_options.batchTime = minutes(10);
-    Sense("/bin/a");
+    Capture("/bin/a");
 
     EXPECT_EQ(SOURCE_NOTHING_YET, Source().Next(m_batch, milliseconds(3)));
     EXPECT_EQ(1u, m_observer.m_launches.size());
@@ -150,7 +150,7 @@ TEST_F(LaunchSourceTest, ABatchWaitsForItsTime) {
 
 TEST_F(LaunchSourceTest, StopHandsOutWhatWasSensedAndThenEnds) {
     m_options.batchTime = minutes(10);
-    Sense("/bin/a");
+    Capture("/bin/a");
     Source().Stop();
 
     EXPECT_EQ(SOURCE_BATCH, Source().Next(m_batch, minutes(1)));
@@ -169,7 +169,7 @@ TEST_F(LaunchSourceTest, StopEndsAWait) {
 }
 
 TEST_F(LaunchSourceTest, AScriptIsALaunchOfItsOwnWithTheSameCommandLine) {
-    Sense("/srv/a.sh", 4711, "/bin/sh");
+    Capture("/srv/a.sh", 4711, "/bin/sh");
 
     ASSERT_EQ(SOURCE_BATCH, Source().Next(m_batch, minutes(1)));
 
@@ -189,8 +189,8 @@ TEST_F(LaunchSourceTest, AScriptWhoseNameLeadsOverALinkOfProcIsNotTold) {
     (void)dir.WriteFile("file", "#!/bin/sh\n");
     ASSERT_EQ(0, symlink(("/proc/self/root" + dir.Path() + "/file").c_str(), strLink.c_str()));
     m_options.fnLook = nullptr;
-    Sense(dir.Path() + "/file", 4711, "/bin/sh");
-    Sense(strLink, 4711, "/bin/sh");
+    Capture(dir.Path() + "/file", 4711, "/bin/sh");
+    Capture(strLink, 4711, "/bin/sh");
     Source().Stop();
 
     (void)Source().Next(m_batch, minutes(1));
@@ -201,7 +201,7 @@ TEST_F(LaunchSourceTest, AScriptWhoseNameLeadsOverALinkOfProcIsNotTold) {
 }
 
 TEST_F(LaunchSourceTest, ALaunchThatNoPathNamesIsShownAndCountedAndNotTold) {
-    Sense("/other/a");
+    Capture("/other/a");
     Source().Stop();
 
     EXPECT_EQ(SOURCE_END, Source().Next(m_batch, minutes(1)));
@@ -213,7 +213,7 @@ TEST_F(LaunchSourceTest, ALaunchThatNoPathNamesIsShownAndCountedAndNotTold) {
 }
 
 TEST_F(LaunchSourceTest, TheHostsOwnProcessAndBrokenRecordsAreCountedAndDropped) {
-    Sense("/bin/a", static_cast<uint32_t>(getpid()));
+    Capture("/bin/a", static_cast<uint32_t>(getpid()));
     m_state.records.push_back("nonsense");
     ++m_state.counts.nCaptured;
     Source().Stop();
@@ -252,7 +252,7 @@ TEST_F(LaunchSourceTest, LossesInQuickSuccessionAreAnnouncedTogether) {
 
 TEST_F(LaunchSourceTest, AnyBytesOfANameReachTheMessage) {
     const std::string strName = "/bin/\"\\\n\x01\xff\xc3";
-    Sense(strName);
+    Capture(strName);
     ASSERT_EQ(SOURCE_BATCH, Source().Next(m_batch, minutes(1)));
 
     EXPECT_THAT(m_batch.strBody, Not(HasSubstr("\n")));
