@@ -184,7 +184,8 @@ bool StateDir::Enter(const std::string& strPath, std::string& strError) {
 
 bool StateDir::IsUsable(const std::string& strPath, std::string& strText) {
     std::string strExisting = strPath;
-    while (strExisting.size() > 1 && access(strExisting.c_str(), F_OK) != 0 && errno == ENOENT) {
+    struct stat status = {};  // of the entry itself: a link that leads nowhere is in the way
+    while (strExisting.size() > 1 && lstat(strExisting.c_str(), &status) != 0 && errno == ENOENT) {
         strExisting.resize(std::max<size_t>(strExisting.rfind('/'), 1));
     }
     if (!IsWaySafe(strExisting, strText)) {

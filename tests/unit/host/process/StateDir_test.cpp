@@ -170,6 +170,19 @@ TEST_F(StateDirTest, WhatARunWouldRefuseOnTheWayIsNotUsable) {
     EXPECT_EQ(m_strError, strText);
 }
 
+TEST_F(StateDirTest, ALinkThatLeadsNowhereIsNoUsableDirectory) {
+    const std::string strLink = m_dir.Path() + "/link";
+    std::filesystem::create_symlink(m_dir.Path() + "/gone", strLink);
+
+    for (const std::string& strPath : {strLink, strLink + "/state"}) {
+        std::string strText;
+        EXPECT_FALSE(StateDir::IsUsable(strPath, strText)) << strText;
+        EXPECT_FALSE(Enter(strPath));
+    }
+    EXPECT_THAT(Looked(strLink), testing::StartsWith("no: cannot find the state directory " +
+                                                     strLink + ": No such file or directory; "));
+}
+
 TEST_F(StateDirTest, ALinkOnTheWayIsFollowedAndWhereItLeadsIsLookedAt) {
     using std::filesystem::perms;
     const std::string strTarget = m_dir.Path() + "/target";
