@@ -116,8 +116,8 @@ ViewNumbers WatchLines::HeadNumbers() const {
     ViewNumbers numbers;
     numbers.nLaunches = balance.launches.nCaptured;
     numbers.nFiles = balance.files.nCaptured;
-    numbers.nBacklogEvents = balance.events.nWaiting;
-    numbers.nBacklogMessages = balance.events.nWaitingMessages + balance.events.nEarlierWaiting;
+    numbers.nWaitingEvents = balance.events.nWaiting;
+    numbers.nWaitingMessages = balance.events.nWaitingMessages + balance.events.nEarlierWaiting;
     numbers.nQueries = balance.module.nQueries;
     numbers.nCached = balance.events.nCached;
     numbers.nPackaged = answers(verdict_level::PACKAGED);

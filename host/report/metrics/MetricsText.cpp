@@ -82,11 +82,11 @@ Samples EventFates(const Moment& moment) {
             {{"analysed_earlier"}, Value(events.nEarlierAnalysed)}};
 }
 
-Samples BacklogEvents(const Moment& moment) {
+Samples EventsWaiting(const Moment& moment) {
     return {{{}, Value(moment.balance.events.nWaiting)}};
 }
 
-Samples BacklogMessages(const Moment& moment) {
+Samples MessagesWaiting(const Moment& moment) {
     return {{{"this"}, Value(moment.balance.events.nWaitingMessages)},
             {{"earlier"}, Value(moment.balance.events.nEarlierWaiting)}};
 }
@@ -103,7 +103,7 @@ Samples ExpectedEnds(const Moment& moment) {
         {{"stat_failed"}, Value(events.nStatFailed)}, {{"known_maker"}, Value(events.nKnownMaker)}};
 }
 
-Samples ExpectedOpen(const Moment& moment) {
+Samples ExpectedMissing(const Moment& moment) {
     return {{{}, Value(moment.balance.events.nMissing)}};
 }
 
@@ -165,11 +165,11 @@ const std::vector<Entry>& Entries() {
         {{"tevmon_flaws_total", true, "flaw", "Events reported with something missing, and scripts not reported."}, Flaws},
         {{"tevmon_reported_total", true, "kind", "Events reported to the module."}, Reported},
         {{"tevmon_events_total", true, "fate", "What became of the events sent to the module: refused by the router or the bound, never stored, or analysed, those of earlier runs apart."}, EventFates},
-        {{"tevmon_backlog_events", false, "", "Events of this run that wait in the module's queue."}, BacklogEvents},
-        {{"tevmon_backlog_messages", false, "run", "Messages that wait in the module's queue, of this run and of earlier ones."}, BacklogMessages},
+        {{"tevmon_events_waiting", false, "", "Events of this run that wait in the module's queue."}, EventsWaiting},
+        {{"tevmon_messages_waiting", false, "run", "Messages that wait in the module's queue, of this run and of earlier ones."}, MessagesWaiting},
         {{"tevmon_events_ignored_total", true, "", "Events analysed about which the module queries nothing."}, Ignored},
         {{"tevmon_expected_queries_total", true, "end", "How the queries ended that events give reason for."}, ExpectedEnds},
-        {{"tevmon_expected_queries_open", false, "", "Expected queries that are missing so far."}, ExpectedOpen},
+        {{"tevmon_expected_queries_missing", false, "", "Expected queries that are missing so far."}, ExpectedMissing},
         {{"tevmon_queries_total", true, "fate", "What became of the queries that came."}, QueryFates},
         {{"tevmon_queries_not_sent_total", true, "", "Queries that the module could not send."}, QueriesNotSent},
         {{"tevmon_answers_total", true, "level", "Answers given to queries, by verdict level."}, Answers},

@@ -91,7 +91,7 @@ std::vector<Field> Fields(const ViewNumbers& numbers, bool bWide) {
     const std::string strHits =
         nLooked == 0 ? "-" : std::to_string(numbers.nCached * 100 / nLooked) + " %";
     const std::string strMessages =
-        numbers.nBacklogMessages == 0 ? "" : "in " + text::Number(numbers.nBacklogMessages);
+        numbers.nWaitingMessages == 0 ? "" : "in " + text::Number(numbers.nWaitingMessages);
     const std::string strOverflows =
         numbers.nOverflows == 0 ? "" : "full " + text::Number(numbers.nOverflows);
     const uint64_t nLosses = numbers.nLost + numbers.nOverflows;
@@ -103,7 +103,7 @@ std::vector<Field> Fields(const ViewNumbers& numbers, bool bWide) {
     return {
         {"launches", text::Number(numbers.nLaunches), RateText(numbers.dLaunchRate), BOLD},
         {"files", text::Number(numbers.nFiles), RateText(numbers.dFileRate), BOLD},
-        {"backlog", text::Number(numbers.nBacklogEvents), strMessages, ""},
+        {"waiting", text::Number(numbers.nWaitingEvents), strMessages, ""},
         {"cache hits", strHits, "", ""},
         {"packaged", text::Number(numbers.nPackaged), "", WhenSome(numbers.nPackaged, GREEN)},
         {"good", text::Number(numbers.nGoodAnswers), "", WhenSome(numbers.nGoodAnswers, GREEN)},

@@ -19,8 +19,8 @@ struct ViewNumbers {
     uint64_t nFiles = 0;     // likewise
     double dLaunchRate = 0;  // a second
     double dFileRate = 0;
-    uint64_t nBacklogEvents = 0;
-    uint64_t nBacklogMessages = 0;
+    uint64_t nWaitingEvents = 0;
+    uint64_t nWaitingMessages = 0;
     uint64_t nQueries = 0;
     uint64_t nCached = 0;
     uint64_t nPackaged = 0;  // answers of each kind

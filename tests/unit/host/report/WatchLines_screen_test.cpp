@@ -72,7 +72,7 @@ TEST_F(WatchLinesScreenTest, ItsHeadHasTheNumbersOfTheRun) {
     report.OnModuleNote({NOTE_CACHED, strBad, EXPECTED_LAUNCH});
 
     const std::string LINES[] = {
-        " launches      11,111  0/s     files             80  0/s     backlog            3  in 1   "
+        " launches      11,111  0/s     files             80  0/s     waiting            3  in 1   "
         " "
         "cache hits       0 %         ",
         " packaged           3          good               2          unknown            1         "

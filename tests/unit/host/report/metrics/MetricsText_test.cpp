@@ -111,9 +111,9 @@ tevmon_events_total{fate="refused"} 302
 tevmon_events_total{fate="not_stored"} 305
 tevmon_events_total{fate="analysed"} 306
 tevmon_events_total{fate="analysed_earlier"} 308
-tevmon_backlog_events 303
-tevmon_backlog_messages{run="this"} 304
-tevmon_backlog_messages{run="earlier"} 307
+tevmon_events_waiting 303
+tevmon_messages_waiting{run="this"} 304
+tevmon_messages_waiting{run="earlier"} 307
 tevmon_events_ignored_total 309
 tevmon_expected_queries_total{end="queried"} 311
 tevmon_expected_queries_total{end="cached"} 312
@@ -121,7 +121,7 @@ tevmon_expected_queries_total{end="vanished"} 315
 tevmon_expected_queries_total{end="unreadable"} 313
 tevmon_expected_queries_total{end="stat_failed"} 314
 tevmon_expected_queries_total{end="known_maker"} 316
-tevmon_expected_queries_open 317
+tevmon_expected_queries_missing 317
 tevmon_queries_total{fate="answered"} 401
 tevmon_queries_total{fate="known"} 402
 tevmon_queries_total{fate="no_key"} 403

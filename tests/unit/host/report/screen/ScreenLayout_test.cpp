@@ -23,8 +23,8 @@ ViewNumbers Numbers() {
     numbers.nLaunches = 1234567;
     numbers.nFiles = 80;
     numbers.dLaunchRate = 811.6;
-    numbers.nBacklogEvents = 402;
-    numbers.nBacklogMessages = 3;
+    numbers.nWaitingEvents = 402;
+    numbers.nWaitingMessages = 3;
     numbers.nQueries = 10;
     numbers.nCached = 90;
     numbers.nPackaged = 7;
@@ -84,7 +84,7 @@ TEST(ScreenLayoutTest, EightyColumnsShowWhatHappenedAndWhoDidIt) {
     ASSERT_EQ(12u, lines.size());
     EXPECT_EQ(" tevmon-host watch   watching                             up 1:02:03   09:30:00 ",
               lines[0]);
-    EXPECT_EQ(" launches   1234567  files           80  backlog        402  cache hits    90 % ",
+    EXPECT_EQ(" launches   1234567  files           80  waiting        402  cache hits    90 % ",
               lines[1]);
     EXPECT_EQ(" packaged         7  good             0  unknown          2  bad              1 ",
               lines[2]);
@@ -110,7 +110,7 @@ TEST(ScreenLayoutTest, WideScreensHaveRatesLevelsAndOwners) {
     const Lines lines = screen_layout::Lines(Numbers(), rows, Screen(120, 12));
 
     EXPECT_EQ(
-        " launches   1,234,567  812/s   files             80  0/s     backlog          402  in 3   "
+        " launches   1,234,567  812/s   files             80  0/s     waiting          402  in 3   "
         " "
         "cache hits      90 %         ",
         lines[1]);
@@ -198,7 +198,7 @@ TEST(ScreenLayoutTest, CacheHitsNeedSomethingThatWasLookedUp) {
     }
 }
 
-TEST(ScreenLayoutTest, WideFieldsSayMoreAboutTheBacklogAndTheBad) {
+TEST(ScreenLayoutTest, WideFieldsSayMoreAboutWhatWaitsAndTheBad) {
     ViewNumbers numbers = Numbers();
     numbers.nOverflows = 0;
     numbers.nLost = 5;
@@ -218,8 +218,8 @@ TEST(ScreenLayoutTest, WideFieldsSayMoreAboutTheBacklogAndTheBad) {
     numbers.nOverflows = 1;
     EXPECT_THAT(screen_layout::Lines(numbers, {}, Screen(120, 12))[3],
                 HasSubstr(" lost               5  full 1 "));
-    numbers.nBacklogMessages = 0;
-    EXPECT_EQ(" backlog          402         ",
+    numbers.nWaitingMessages = 0;
+    EXPECT_EQ(" waiting          402         ",
               screen_layout::Lines(numbers, {}, Screen(120, 12))[1].substr(60, 30));
 }
 
