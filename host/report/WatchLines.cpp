@@ -125,7 +125,8 @@ ViewNumbers WatchLines::HeadNumbers() const {
     numbers.nUnknown = answers(verdict_level::UNKNOWN);
     numbers.nBadAnswers = answers(verdict_level::BAD);
     numbers.nBadRuns = balance.module.nBadRuns;
-    numbers.nLost = balance.launches.nLost + balance.events.nRefused + balance.events.nNotStored;
+    numbers.nDropped = balance.events.nRefused + balance.events.nNotStored;
+    numbers.nLost = balance.launches.nLost;
     numbers.nOverflows = balance.files.nOverflows;
     numbers.nUnexplained = balance.Unexplained();
     return numbers;

@@ -111,7 +111,7 @@ std::vector<Field> Fields(const ViewNumbers& numbers, bool bWide) {
         {"bad", text::Number(numbers.nBadAnswers), strSeen,
          WhenSome(numbers.nBadAnswers + numbers.nBadRuns, BOLD_RED)},
         {"queries", text::Number(numbers.nQueries), "", ""},
-        {"cached", text::Number(numbers.nCached), "", ""},
+        {"dropped", text::Number(numbers.nDropped), "", numbers.nDropped == 0 ? GREEN : BOLD_RED},
         {"lost", strLost, strOverflows, nLosses == 0 ? GREEN : BOLD_RED},
         {"unexplained", text::Number(numbers.nUnexplained), "",
          numbers.nUnexplained == 0 ? GREEN : BOLD_RED},

@@ -28,7 +28,8 @@ struct ViewNumbers {
     uint64_t nUnknown = 0;
     uint64_t nBadAnswers = 0;
     uint64_t nBadRuns = 0;    // times that a bad program ran or touched a watched file
-    uint64_t nLost = 0;       // launches lost, and events refused or not stored
+    uint64_t nDropped = 0;    // events refused or not stored
+    uint64_t nLost = 0;       // launches
     uint64_t nOverflows = 0;  // times that unknown many file operations were lost
     uint64_t nUnexplained = 0;
 };

@@ -78,7 +78,7 @@ TEST_F(WatchLinesScreenTest, ItsHeadHasTheNumbersOfTheRun) {
         " packaged           3          good               2          unknown            1         "
         " "
         "bad                1  ran 3  ",
-        " queries            8          cached             0          lost              22         "
+        " queries            8          dropped            1          lost              21         "
         " "
         "unexplained        5         "};
     for (size_t i = 0; i < 3; ++i) {
@@ -97,7 +97,7 @@ TEST_F(WatchLinesScreenTest, FileOperationsLostByUnknownNumberMarkTheLosses) {
     report.OnFileCounters(files);
 
     const std::string strLine =
-        " queries          0  cached           0  lost           21+  unexplained      0 ";
+        " queries          0  dropped          0  lost           21+  unexplained      0 ";
     EXPECT_EQ(strLine, m_screen.Await(4, strLine));
 }
 

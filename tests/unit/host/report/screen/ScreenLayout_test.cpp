@@ -88,7 +88,7 @@ TEST(ScreenLayoutTest, EightyColumnsShowWhatHappenedAndWhoDidIt) {
               lines[1]);
     EXPECT_EQ(" packaged         7  good             0  unknown          2  bad              1 ",
               lines[2]);
-    EXPECT_EQ(" queries         10  cached          90  lost            0+  unexplained      0 ",
+    EXPECT_EQ(" queries         10  dropped          0  lost            0+  unexplained      0 ",
               lines[3]);
     EXPECT_EQ("", lines[4]);
     EXPECT_EQ(" TIME      VERDICT   WHAT        TIMES  PROGRAM OR FILE         BY              ",
@@ -201,6 +201,7 @@ TEST(ScreenLayoutTest, CacheHitsNeedSomethingThatWasLookedUp) {
 TEST(ScreenLayoutTest, WideFieldsSayMoreAboutWhatWaitsAndTheBad) {
     ViewNumbers numbers = Numbers();
     numbers.nOverflows = 0;
+    numbers.nDropped = 6;
     numbers.nLost = 5;
     numbers.nBadRuns = 1400;
     const Lines lines = screen_layout::Lines(numbers, {}, Screen(120, 12));
@@ -210,7 +211,7 @@ TEST(ScreenLayoutTest, WideFieldsSayMoreAboutWhatWaitsAndTheBad) {
         "bad                1  ran 1,~",
         lines[2]);
     EXPECT_EQ(
-        " queries           10          cached            90          lost               5         "
+        " queries           10          dropped            6          lost               5         "
         " "
         "unexplained        0         ",
         lines[3]);
@@ -310,16 +311,19 @@ TEST(ScreenLayoutTest, NumbersHaveTheColoursOfWhatTheyMeanAndNoneIsDim) {
         "\033[0m\033[1;31m      1\033[0m ",
         lines[2]);
     EXPECT_EQ(
-        " \033[2mqueries    \033[0m     10  \033[2mcached     \033[0m     90  \033[2mlost       "
+        " \033[2mqueries    \033[0m     10  \033[2mdropped    \033[0m\033[32m      0\033[0m  "
+        "\033[2mlost       "
         "\033[0m\033[1;31m     0+\033[0m  \033[2munexplained\033[0m\033[32m      0\033[0m ",
         lines[3]);
 
     ViewNumbers numbers;
     numbers.nUnexplained = 1;
     numbers.nBadRuns = 1;  // of a program known from an earlier run
+    numbers.nDropped = 1;
     const Lines more = screen_layout::Lines(numbers, {}, Coloured(80, 12));
     EXPECT_THAT(more[2], EndsWith("\033[2mbad        \033[0m\033[1;31m      0\033[0m "));
-    EXPECT_THAT(more[3], EndsWith("\033[2mlost       \033[0m\033[32m      0\033[0m  "
+    EXPECT_THAT(more[3], EndsWith("\033[2mdropped    \033[0m\033[1;31m      1\033[0m  "
+                                  "\033[2mlost       \033[0m\033[32m      0\033[0m  "
                                   "\033[2munexplained\033[0m\033[1;31m      1\033[0m "));
 }
 
