@@ -191,7 +191,7 @@ JsonObject& AddNumbers(JsonObject& record, const Balance& balance) {
         AddCaptured(record, balance);
     }
     record.Add("reported", balance.Reported()).Add("batched", balance.Batched());
-    record.Add("sent", events.nSent).Add("refused", events.nRefused);
+    record.Add("delivered", balance.Delivered()).Add("refused", events.nRefused);
     record.Add("not_stored", events.nNotStored).Add("waiting", events.nWaiting);
     record.Add("analysed", events.nAnalysed).Add("analysed_earlier", events.nEarlierAnalysed);
     record.Add("earlier_messages_waiting", events.nEarlierWaiting);

@@ -120,7 +120,7 @@ TEST(BalanceTextTest, TheJsonHasTheSameNumbers) {
         R"("processes_lost":0},)"
         R"("files":{"captured":25,"reported":5,"unwatched":20,"unresolved":0,"own":0,"unread":0,)"
         R"("no_program":0,"broken":0,"events":0,"capture_us":0,"overflows":1},)"
-        R"("reported":1015,"batched":0,"sent":1015,"refused":2,)"
+        R"("reported":1015,"batched":0,"delivered":1013,"refused":2,)"
         R"("not_stored":1,"waiting":10,"analysed":1002,"analysed_earlier":0,)"
         R"("earlier_messages_waiting":0,"ignored":1,"expected":1002,"queried":4,"cached":996,)"
         R"("vanished":1,"unreadable":0,"stat_failed":0,"known_maker":1,"missing":0,"unmatched":0,)"
@@ -141,7 +141,7 @@ TEST(BalanceTextTest, WithoutSensorsItBeginsWithWhatWasTold) {
     JsonObject record;
     EXPECT_EQ(0u, balance_text::AddNumbers(record, balance)
                       .Text()
-                      .find(R"({"input":1,"unsent":0,"reported":1,"batched":0,"sent":1,)"));
+                      .find(R"({"input":1,"unsent":0,"reported":1,"batched":0,"delivered":1,)"));
 }
 
 TEST(BalanceTextTest, ARunOfNothingHasItsSumsAndNoRemarks) {
@@ -207,7 +207,7 @@ TEST(BalanceTextTest, EveryNumberIsAMemberOfTheJson) {
         R"("args_unreadable":111,"processes_lost":112},)"
         R"("files":{"captured":201,"reported":205,"unwatched":203,"unresolved":204,"own":202,)"
         R"("unread":0,"no_program":207,"broken":209,"events":210,"capture_us":2110000,)"
-        R"("overflows":208},"reported":418,"batched":314,"sent":3001,"refused":302,)"
+        R"("overflows":208},"reported":418,"batched":314,"delivered":2699,"refused":302,)"
         R"("not_stored":305,"waiting":303,"analysed":306,"analysed_earlier":308,)"
         R"("earlier_messages_waiting":307,"ignored":309,"expected":310,"queried":311,)"
         R"("cached":312,"vanished":315,"unreadable":313,"stat_failed":314,"known_maker":316,)"
