@@ -4,6 +4,7 @@
 #include <linux/cn_proc.h>
 #include <linux/connector.h>
 #include <linux/netlink.h>
+#include <linux/sock_diag.h>
 #include <sys/socket.h>
 #include <sys/utsname.h>
 #include <unistd.h>
@@ -13,15 +14,12 @@
 #include <cstdio>
 #include <cstring>
 
-#include "host/kernel/launch/ProcessLook.h"
-
 namespace {
 
 constexpr int BUFFER_BYTES = 64 << 20;  // taken only while messages wait
 constexpr size_t MESSAGES = 64;         // in one call
 constexpr size_t MESSAGE_BYTES = 256;
 constexpr int ROUNDS = 8;
-constexpr size_t TABLE_BYTES = 1 << 20;  // a line for each netlink socket of the machine
 constexpr size_t HEADS = sizeof(nlmsghdr) + sizeof(cn_msg);
 
 // The request with the kinds wanted; older kernels know the first number only.
@@ -77,23 +75,6 @@ bool DecodeConnector(const void* pData, size_t nSize, ConnectorEvent& event) {
     }
 }
 
-uint64_t DropsOf(const std::string& strTable, uint32_t nPort) {
-    for (size_t nAt = 0; nAt < strTable.size();) {
-        const size_t nEnd = std::min(strTable.find('\n', nAt), strTable.size());
-        const std::string strLine = strTable.substr(nAt, nEnd - nAt);
-        nAt = nEnd + 1;
-        // Socket, protocol, port, groups, bytes waiting, bytes sent, dump, users, drops.
-        int nProtocol = 0;
-        unsigned long nPortId = 0, nDrops = 0;
-        const int nFound = std::sscanf(strLine.c_str(), "%*s %d %lu %*s %*d %*d %*d %*d %lu",
-                                       &nProtocol, &nPortId, &nDrops);
-        if (nFound == 3 && nProtocol == NETLINK_CONNECTOR && nPortId == nPort) {
-            return nDrops;
-        }
-    }
-    return 0;
-}
-
 bool ConnectorSocket::CanFilter() {
     utsname name = {};
     unsigned int nMajor = 0, nMinor = 0;
@@ -107,13 +88,9 @@ bool ConnectorSocket::Open(Kinds eKinds, std::string& strError) {
     sockaddr_nl address = {};
     address.nl_family = AF_NETLINK;
     address.nl_groups = CN_IDX_PROC;
-    socklen_t nLength = sizeof(address);
-    // Its own port stays 0 for the kernel to choose; it is what names the socket in the table.
     const bool bBound =
-        m_fd && bind(m_fd.Get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0 &&
-        getsockname(m_fd.Get(), reinterpret_cast<sockaddr*>(&address), &nLength) == 0;
+        m_fd && bind(m_fd.Get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0;
     if (bBound) {
-        m_nPort = address.nl_pid;
         const int nBytes = BUFFER_BYTES;
         (void)setsockopt(m_fd.Get(), SOL_SOCKET, SO_RCVBUFFORCE, &nBytes, sizeof(nBytes));
     }
@@ -158,9 +135,17 @@ bool ConnectorSocket::Receive(std::vector<ConnectorEvent>& events) {
 
 // The kernel says "overrun" once, goes on dropping until the buffer is empty, and counts each one.
 void ConnectorSocket::TakeDrops() {
-    if (m_bOverrun) {
-        m_bOverrun = false;
-        m_nDropped =
-            DropsOf(process_look::ReadFile(AT_FDCWD, "/proc/net/netlink", TABLE_BYTES), m_nPort);
+    if (!m_bOverrun) {
+        return;
     }
+    m_bOverrun = false;
+    uint32_t memory[SK_MEMINFO_VARS] = {};
+    socklen_t nLength = sizeof(memory);
+    if (getsockopt(m_fd.Get(), SOL_SOCKET, SO_MEMINFO, memory, &nLength) != 0) {
+        ++m_nDropped;  // one at least
+        return;
+    }
+    const uint32_t nNow = memory[SK_MEMINFO_DROPS];
+    m_nDropped += static_cast<uint32_t>(nNow - m_nCounted);  // the counter may begin anew
+    m_nCounted = nNow;
 }

@@ -22,9 +22,6 @@ struct ConnectorEvent {
 // The event in one netlink message; false when it is none of those, or one of a thread.
 bool DecodeConnector(const void* pData, size_t nSize, ConnectorEvent& event);
 
-// How many messages the socket with this port was refused, from the text of /proc/net/netlink.
-uint64_t DropsOf(const std::string& strTable, uint32_t nPort);
-
 class ConnectorSocket {
 public:
     enum Kinds { EXECS = 2, LIVES = 1 | 0x80000000, ALL_KINDS = EXECS | LIVES };
@@ -48,8 +45,8 @@ private:
     void TakeDrops();
 
     UniqueFd m_fd;
-    uint32_t m_nPort = 0;
     bool m_bOverrun = false;
+    uint32_t m_nCounted = 0;  // the kernel's counter of drops when it was last looked at
     uint64_t m_nDropped = 0;
 };
 

@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <linux/capability.h>
 #include <linux/netlink.h>
+#include <linux/sock_diag.h>
 #include <poll.h>
 #include <pthread.h>
 #include <sys/eventfd.h>
@@ -124,9 +125,14 @@ struct FakeKernel::Calls {
         return kernel.m_sources.count(nFd) != 0;
     }
 
-    static uint32_t PortOf(FakeKernel& kernel, int nFd) {
+    static int DropsOf(FakeKernel& kernel, int nFd, uint32_t& nDrops) {
         const std::lock_guard<std::mutex> lock(kernel.m_mutex);
-        return FIRST_PORT + static_cast<uint32_t>(kernel.m_sources[nFd].nOrder);
+        const size_t nOrder = kernel.m_sources[nFd].nOrder;
+        if (nOrder >= kernel.drops.size()) {
+            return Failed(ENOPROTOOPT);
+        }
+        nDrops = kernel.drops[nOrder];
+        return 0;
     }
 
     static ssize_t Subscribe(FakeKernel& kernel, const void* pBytes, size_t nSize) {
@@ -240,13 +246,12 @@ int bind(int nFd, const sockaddr* pAddress, socklen_t nLength) noexcept {
     return pFake->nBindError != 0 ? Failed(pFake->nBindError) : 0;
 }
 
-int getsockname(int nFd, sockaddr* pAddress, socklen_t* pLength) noexcept {
+int getsockopt(int nFd, int nLevel, int nOption, void* pValue, socklen_t* pLength) noexcept {
     FakeKernel* const pFake = g_pFake;
-    if (pFake == nullptr || !Calls::IsOne(*pFake, nFd)) {
-        return REAL(getsockname)(nFd, pAddress, pLength);
+    if (pFake == nullptr || nOption != SO_MEMINFO || !Calls::IsOne(*pFake, nFd)) {
+        return REAL(getsockopt)(nFd, nLevel, nOption, pValue, pLength);
     }
-    reinterpret_cast<sockaddr_nl*>(pAddress)->nl_pid = Calls::PortOf(*pFake, nFd);
-    return 0;
+    return Calls::DropsOf(*pFake, nFd, static_cast<uint32_t*>(pValue)[SK_MEMINFO_DROPS]);
 }
 
 ssize_t send(int nFd, const void* pBytes, size_t nSize, int nFlags) {

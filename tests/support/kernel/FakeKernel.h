@@ -34,8 +34,6 @@ public:
     FakeKernel(const FakeKernel&) = delete;
     FakeKernel& operator=(const FakeKernel&) = delete;
 
-    static constexpr uint32_t FIRST_PORT = 4711;  // of the first socket; the next has the next one
-
     // What the kernel allows and is. An error number is positive; 0: it allows the call.
     std::string strRelease = "6.6.0";
     bool bMayTrace = true;  // the capability to look at other users' processes
@@ -44,9 +42,10 @@ public:
     int nBindError = 0;
     int nSubscribeError = 0;
     std::vector<int> groupErrors;  // of the groups in the order in which they are asked for
-    std::map<std::string, int> markErrors;       // by path
-    int nWholeError = 0;                         // of every mark of a whole file system
-    int nIgnoreError = 0;                        // of an ignore mark in the newer form
+    std::map<std::string, int> markErrors;  // by path
+    std::vector<uint32_t> drops;  // the kernel's counters, by the sockets' order; none for the rest
+    int nWholeError = 0;          // of every mark of a whole file system
+    int nIgnoreError = 0;         // of an ignore mark in the newer form
     std::map<std::string, std::string> paths;    // opened path -> the path that is opened instead
     std::map<std::string, std::string> handles;  // bytes of a handle -> the path that it is of
 

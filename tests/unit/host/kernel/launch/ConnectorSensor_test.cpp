@@ -68,11 +68,7 @@ protected:
         ASSERT_EQ(0, symlink("/srv", (strProc + "/cwd").c_str()));
         m_kernel.paths["/proc/" + std::to_string(ALIVE)] = strProc;
     }
-    void SetDrops(uint64_t nExecs, uint64_t nLives) {
-        m_kernel.paths["/proc/net/netlink"] = m_dir.WriteFile(
-            "netlink", "x 11 4711 1 0 0 0 2 " + std::to_string(nExecs) +
-                           " 12\nx 11 4712 1 0 0 0 2 " + std::to_string(nLives) + " 13\n");
-    }
+    void SetDrops(uint32_t nExecs, uint32_t nLives) { m_kernel.drops = {nExecs, nLives}; }
     // A descriptor of a program, as the kernel hands it out: the sensor's to close.
     int Program(const std::string& strName) {
         return open(m_dir.WriteFile(strName, ElfHead("")).c_str(), O_RDONLY | O_CLOEXEC);
