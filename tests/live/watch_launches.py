@@ -243,7 +243,7 @@ def rate(args):
             result = told_of(host.of("launch"), program, mark, args.runs)
             print(f"{text}: {args.runs / seconds:.0f} a second; "
                   + counts(*result, args.runs, host.balance()))
-            good = good and code == 0 and result[0] == args.runs and not host.balance()["lost"]
+            good = good and code == 0 and result[0] == args.runs and not host.balance()["launches"]["lost"]
     return 0 if good else 1
 
 
@@ -267,7 +267,7 @@ def storm(args):
           f"starts, copies, ends), {reader['launch_sensor'] / args.runs * 1e6:.2f} us of a fallback's "
           f"thread, {reader['tevmon-host'] / args.runs * 1e6:.2f} us of the reading thread with "
           "paths, message and records")
-    return 0 if code == 0 and result[0] == args.runs and not host.balance()["lost"] else 1
+    return 0 if code == 0 and result[0] == args.runs and not host.balance()["launches"]["lost"] else 1
 
 
 def stopped(args):
