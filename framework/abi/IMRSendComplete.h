@@ -12,7 +12,7 @@ class IMRSendComplete {
 public:
     virtual ~IMRSendComplete() = default;  // slots 0 and 1
 
-    // Slot 2. [transport] A send has ended, once for each that the router took. nResult: 0, or the
+    // Slot 2. [any] A send has ended, once for each that the router took. nResult: 0, or the
     // router's code, for example for a time-out. pAnswer: nLength bytes that the target answered
     // with, good during the call; may be null. The other arguments are the router's own and may be
     // null. The result is read by nobody.

@@ -10,7 +10,7 @@ constexpr int64_t MSG_TYPE_CLOUD_RESULT = 20003;  // in: a cloud verdict, a JSON
 constexpr int64_t MSG_TYPE_CLOUD_QUERY = 20004;   // out: a cloud query, a JSON text
 constexpr int64_t MSG_TYPE_SENDHUB = 20300;       // out: a central-session record, binary
 
-// Endpoint identities in their text form (see ParseGuid).
+// Endpoint identities as 8-4-4-4-12 hexadecimal digits, first the fields of Guid as numbers.
 constexpr char MODULE_IDENTITY[] = "ED5D7B4D-CC52-4059-89C2-148A0951BFFF";
 constexpr char CLOUD_ENDPOINT[] = "FBE54D8E-D8E6-41F8-BE05-A94CE5469587";
 constexpr char CENTRE_ENDPOINT[] = "9946467F-0102-46E8-ACAC-B9EFE3CD68FD";

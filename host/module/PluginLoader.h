@@ -2,7 +2,7 @@
 //
 // Threads: the control thread.
 // Errors: texts that name the file and what to do.
-// Ownership: the router given to Start must live until Stop has returned.
+// Ownership: the router given to Start must live until Unload has returned.
 #ifndef HOST_MODULE_PLUGINLOADER_H
 #define HOST_MODULE_PLUGINLOADER_H
 

@@ -11,7 +11,8 @@
 // The sensor whose events this host delivers.
 constexpr char SENSOR_ENDPOINT[] = "6D0A5E0B-57E6-4C6B-8B0F-2C1B7D7C3A11";
 
-// The identity behind 8-4-4-4-12 hexadecimal digits; zero for another text.
+// The identity behind 8-4-4-4-12 hexadecimal digits; zero for another text. (The module has a
+// reader of its own, which keeps the bytes that a text does not supply.)
 inline Guid GuidFromText(const char* pszText) {
     Guid guid = {};
     unsigned nTail[8] = {};

@@ -242,12 +242,13 @@ uint32_t Router::UnregisterReceiver(int64_t nMsgType) {
 
 uint32_t Router::Reply(int64_t /*nReserved*/, int64_t nMsgType, const void* pData, uint32_t nLength,
                        void* pReplyHandle) {
-    const Answer fnAnswer = m_replies.Take(reinterpret_cast<uintptr_t>(pReplyHandle));
-    if (!fnAnswer) {
-        return ERROR_BAD_ARGUMENT;
-    }
-    fnAnswer(nMsgType, Body(pData, nLength));
-    return 0;
+    return Guarded([&] {
+        const Answer fnAnswer = m_replies.Take(reinterpret_cast<uintptr_t>(pReplyHandle));
+        if (fnAnswer) {
+            fnAnswer(nMsgType, Body(pData, nLength));
+        }
+        return fnAnswer ? 0U : ERROR_BAD_ARGUMENT;
+    });
 }
 
 uint32_t Router::SendWithCompletion(const Guid* pTarget, int64_t nMsgType, const void* pData,

@@ -6,7 +6,8 @@
 // types run side by side. A sender waits when the lane it sends into is full.
 //
 // Threads: any.
-// Errors: result codes, 0 is success; those of this router are below. Nothing throws.
+// Errors: result codes, 0 is success; those of this router are below. No call of IMsgRouter throws;
+//   the others throw std::bad_alloc.
 // Ownership: endpoints must live until Close has returned; see IMsgRouter for the plug-in's part.
 #ifndef HOST_TRANSPORT_ROUTER_H
 #define HOST_TRANSPORT_ROUTER_H
@@ -43,10 +44,11 @@ public:
     // Puts pEndpoint behind identity. Before the plug-in is started.
     void AddEndpoint(const Guid& identity, IEndpoint* pEndpoint);
 
-    // Sends a message to the plug-in. Waits for room only. On 0 fnDone is called once, on a
-    // transport thread: with 0 after the plug-in's callback has returned, or with the code that
-    // kept it from being called. On another result it is not called. fnAnswer is called when the
-    // plug-in replies during the callback, at most once; without it no reply is expected.
+    // Sends a message to the plug-in. Waits for room only. On 0 fnDone is called once: with 0 on a
+    // transport thread after the plug-in's callback has returned, or with the code that kept it
+    // from being called on the thread that unregisters its receiver or closes the router. On
+    // another result it is not called. fnAnswer is called when the plug-in replies during the
+    // callback, at most once; without it no reply is expected.
     uint32_t Deliver(const Guid& sender, int64_t nMsgType, std::string strBody, Done fnDone = {},
                      Answer fnAnswer = {});
 
