@@ -44,6 +44,7 @@ Console::Console()
 
 Console::~Console() {
     Progress("");
+    const MutexLock lock(m_mutex);
     if (m_ownOut) {
         (void)dup2(m_ownOut.Get(), STDOUT_FILENO);
     }
@@ -63,6 +64,11 @@ void Console::TakeStandardOutput() {
         m_ownOut = std::move(own);
         (void)dup2(STDERR_FILENO, STDOUT_FILENO);
     }
+}
+
+int Console::TerminalFd() const {
+    const MutexLock lock(m_mutex);
+    return m_bTerminal ? Out() : -1;
 }
 
 void Console::Line(const std::string& strLine) {

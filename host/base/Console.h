@@ -57,7 +57,7 @@ public:
     bool HasColour() const { return m_bColour; }
     // The descriptor of standard output when that is a terminal that a screen can be drawn on,
     // else -1.
-    int TerminalFd() const { return m_bTerminal ? Out() : -1; }
+    int TerminalFd() const;
 
     // Lines go to pScreen from now on, without colours, and errors as well; errors go to standard
     // error in addition when that is no terminal. Null ends it. When it has returned no call into
@@ -70,18 +70,19 @@ public:
     std::string BrokenReason() const;  // "" when its reader left, which needs no words
 
 private:
-    int Out() const { return m_ownOut ? m_ownOut.Get() : STDOUT_FILENO; }
+    int Out() const TEV_REQUIRES(m_mutex) { return m_ownOut ? m_ownOut.Get() : STDOUT_FILENO; }
     bool WriteError(const std::string& strText) TEV_REQUIRES(m_mutex);
     void HideProgress() TEV_REQUIRES(m_mutex);
     void ShowProgress() TEV_REQUIRES(m_mutex);
 
-    UniqueFd m_ownOut;  // standard output, once that was taken away
     const bool m_bTerminal;
     const bool m_bColour;
     const bool m_bErrorTerminal;
     std::atomic<bool> m_bBroken{false};
     std::atomic<IScreen*> m_pScreen{nullptr};  // written with the mutex held
     mutable Mutex m_mutex;                     // keeps the order of lines, too
+    // Standard output, once that was taken away.
+    UniqueFd m_ownOut TEV_GUARDED_BY(m_mutex);
     int m_nBrokenError TEV_GUARDED_BY(m_mutex) = 0;
     bool m_bErrorStalled TEV_GUARDED_BY(m_mutex) = false;
     uint64_t m_nDropped TEV_GUARDED_BY(m_mutex) = 0;  // lines of standard error
