@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """Every include of ours is written from the root and points to a folder the includer may use."""
 
+import pathlib
 import re
 
 import layout
@@ -76,6 +77,29 @@ INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^>"]+)[>"]')
 OURS = ("framework/", "utils/", "public/", "tevmon/", "host/", "tests/", "bench/", "fuzz/")
 
 
+ROOM_ROW = re.compile(r"^\| `([a-z/]+)` \| [^|]+ \|([^|]*)\|$", re.MULTILINE)
+
+
+def differences_of_document(text):
+    """Where the table of rooms in ARCHITECTURE.md says other than this one."""
+    complaints = []
+    rows = ROOM_ROW.findall(text[text.find("\n| room |") :])
+    documented = {name: allowed.strip() for name, allowed in rows}
+    for room, allowed in rooms().items():
+        name = room.removeprefix("host/")
+        if name not in documented:
+            complaints.append(f"ARCHITECTURE.md: no room `{name}`")
+            continue
+        words = re.findall(r"`([a-z/*]+)`", documented[name])
+        if documented[name].startswith("all above"):
+            continue
+        said = {word for word in words if not word.startswith(f"{name}/")}
+        meant = {other.removeprefix("host/") for other in allowed - {"framework"}}
+        if said != meant:
+            complaints.append(f"ARCHITECTURE.md: `{name}` differs in {sorted(said ^ meant)}")
+    return complaints
+
+
 def within(path, folder):
     return path == folder or path.startswith(folder + "/")
 
@@ -131,6 +155,8 @@ def check(root, _arguments):
                 complaints.append(f"{where}: not written from the root of the tree: {name}")
             elif not may_use(name, allowed):
                 complaints.append(f"{where}: this folder may not use {name}")
+    if pathlib.Path(root, "ARCHITECTURE.md").exists():
+        complaints += differences_of_document(layout.read(root, "ARCHITECTURE.md"))
     return complaints
 
 
@@ -201,6 +227,8 @@ BAD = [
     (using("tevmon/core/A.cpp", "tevmon/core/../../host/B.h"), "not written from the root"),
     ({"host/base/A.cpp": "#include <framework/abi/Guid.h>\n"}, "our own header"),
     ({"extra/A.cpp": ""}, "outside the folders"),
+    ({"ARCHITECTURE.md": "\n| room | holds | may use |\n| `base` | texts | `event` |\n"}, "differs in"),
+    ({"ARCHITECTURE.md": "\n| room | holds | may use |\n"}, "no room `base`"),
 ]
 
 if __name__ == "__main__":
