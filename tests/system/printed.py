@@ -28,6 +28,7 @@ VARIABLE = [
     (r'"(time|tmcreate)":\d+', r'"\1":0'),
     (r'"([a-z_]*seconds|[a-z_]*per_second)":[\d.]+', r'"\1":0'),
     (r'\b\d+(\.\d+)? (s|ms|seconds)\b', r'N \2'),
+    (r'\(default: /[^)]*/tevmon\)', "(default: STATE)"),
     (r'"module":"[^"]*/libtevmon.so"', '"module":"libtevmon.so"'),
     (r'(per second) [\d.KMGTiB ]+', r'\1 N'),
     # The module met the host's look into its queue, and tries again.
