@@ -112,7 +112,7 @@ bool ReadOnlyDb::Open(const std::string& strFile, const std::string& strTable) {
     if (!LooksLikeFile()) {
         return false;
     }
-    m_watch.Open(strFile);
+    m_changes.Open(strFile);
     std::vector<DbRow> rows;
     const Result eResult =
         Query("select 1 from sqlite_master where type = 'table' and name = ?1 collate nocase",
@@ -176,7 +176,7 @@ bool ReadOnlyDb::QueryUnlocked(const std::string& strSql, const Argument& argume
     using std::chrono::steady_clock;
     const auto tmDeadline = steady_clock::now() + std::chrono::milliseconds(m_nBusyMs);
     for (;;) {
-        const ChangeDetector::State eState = m_watch.Begin();
+        const ChangeDetector::State eState = m_changes.Begin();
         if (eState == ChangeDetector::STATE_WRITE_AHEAD) {
             return false;
         }
@@ -184,7 +184,7 @@ bool ReadOnlyDb::QueryUnlocked(const std::string& strSql, const Argument& argume
             if (m_unlocked || Connect(VFS_WITHOUT_LOCKS, m_unlocked, outcome)) {
                 outcome = Execute(m_unlocked, strSql, argument, nMaxBytes, rows);
             }
-            if (m_watch.IsUnchanged()) {
+            if (m_changes.IsUnchanged()) {
                 return true;
             }
             // What it remembers of the file may be torn.

@@ -85,7 +85,7 @@ private:
     std::string m_strFile;
     std::string m_strTable;
     std::string m_strError;
-    ChangeDetector m_watch;
+    ChangeDetector m_changes;
     SqliteConnection m_unlocked;
 };
 

@@ -67,9 +67,9 @@ void ModuleStdout::Read() {
         bEnd = (fds[1].revents & POLLIN) != 0;
         try {
             while (ReadSome(strRest)) {
-                Emit(m_folder.Take(RepeatFilter::Clock::now()));
+                Emit(m_repeats.Take(RepeatFilter::Clock::now()));
             }
-            Emit(m_folder.Take(RepeatFilter::Clock::now()));
+            Emit(m_repeats.Take(RepeatFilter::Clock::now()));
         } catch (const std::exception&) {
             strRest.clear();  // no memory: these lines are lost, reading goes on
         }
@@ -78,9 +78,9 @@ void ModuleStdout::Read() {
     }
     try {
         if (!strRest.empty()) {
-            m_folder.Add(strRest, RepeatFilter::Clock::now());
+            m_repeats.Add(strRest, RepeatFilter::Clock::now());
         }
-        Emit(m_folder.TakeAll());
+        Emit(m_repeats.TakeAll());
     } catch (const std::exception&) {  // as above
     }
 }
@@ -101,8 +101,8 @@ bool ModuleStdout::ReadSome(std::string& strRest) {
         const bool bPiece = !bEnd && strRest.size() >= MOST_BYTES;
         // The end of a line whose last piece was given is no line of its own.
         if (bPiece || (bEnd && !(m_bPieces && strRest.empty()))) {
-            m_folder.Add(strRest, now);
-            Emit(m_folder.Take(now));
+            m_repeats.Add(strRest, now);
+            Emit(m_repeats.Take(now));
             strRest.clear();
         }
         m_bPieces = bPiece || (m_bPieces && !bEnd);
@@ -118,7 +118,7 @@ void ModuleStdout::Emit(const std::vector<std::string>& lines) const {
 
 // In milliseconds, for poll.
 int ModuleStdout::WaitTime() const {
-    const auto due = m_folder.Due();
+    const auto due = m_repeats.Due();
     if (!due) {
         return -1;
     }

@@ -41,7 +41,7 @@ private:
     int WaitTime() const;
 
     const Sink m_fnSink;
-    RepeatFilter m_folder;   // of the thread
+    RepeatFilter m_repeats;  // of the thread
     bool m_bPieces = false;  // of the thread: inside a line that is given in pieces
     UniqueFd m_saved;        // file descriptor 1 before Begin
     UniqueFd m_read;

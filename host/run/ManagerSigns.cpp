@@ -9,15 +9,15 @@ void ManagerSigns::Turn(uint64_t nWaiting,
     if (!m_manager.IsWanted()) {
         return;
     }
-    if (m_health.IsSignDue(std::chrono::steady_clock::now(), nWaiting > 0, lastWork)) {
+    if (m_watchdog.IsSignDue(std::chrono::steady_clock::now(), nWaiting > 0, lastWork)) {
         m_manager.Send("WATCHDOG=1\nSTATUS=" + text::Count(nWaiting, "message") +
                        (nWaiting == 1 ? " waits" : " wait") + " for the module");
     }
-    if (m_health.IsModuleSilent() && !m_bSilenceReported) {
+    if (m_watchdog.IsModuleSilent() && !m_bSilenceReported) {
         m_manager.Send("STATUS=the module has shown no activity for ten minutes");
         m_output.Error(
             "tevmon-host: the module has shown no activity for ten minutes while messages wait; "
             "the service manager gets no more signs of life");
     }
-    m_bSilenceReported = m_health.IsModuleSilent();
+    m_bSilenceReported = m_watchdog.IsModuleSilent();
 }

@@ -1,5 +1,5 @@
-// What the service manager hears of a run: that it is ready, signs of life while the module shows
-// some, and that it ends.
+// What is reported to the service manager: that the run is ready, signs of life while the module
+// shows some, and that the run ends.
 //
 // Threads: the control thread. Errors: none; without a service manager nothing is sent.
 // Ownership: the console must outlive it.
@@ -16,7 +16,7 @@
 
 class ManagerSigns {
 public:
-    explicit ManagerSigns(Console& output) : m_output(output), m_health(m_manager.Watchdog()) {}
+    explicit ManagerSigns(Console& output) : m_output(output), m_watchdog(m_manager.Watchdog()) {}
 
     void Ready() const { m_manager.Send("READY=1"); }
     void Stopping() const { m_manager.Send("STOPPING=1"); }
@@ -27,7 +27,7 @@ public:
 private:
     Console& m_output;
     const SystemdNotifier m_manager;
-    Watchdog m_health;
+    Watchdog m_watchdog;
     bool m_bSilenceReported = false;
 };
 
