@@ -62,7 +62,8 @@ struct InputUnusable {
     const std::string& strReason;
 };
 
-struct LaunchCaptured {
+// It was made part of a message.
+struct LaunchReported {
     const Launch& launch;
 };
 
@@ -76,7 +77,8 @@ struct LaunchesLost {
     uint64_t nTotal;  // since the start
 };
 
-struct FileOperationCaptured {
+// It was made part of a message.
+struct FileOperationReported {
     const FileOperation& operation;
 };
 
@@ -97,12 +99,13 @@ struct BatchTaken {
     uint64_t nSourceEvents;  // that the source has given in this pass, by its own count
 };
 
-// The message is sent to the module now, or refused.
-struct BatchReported {
+// The message is on its way to the module, or is refused before that.
+struct BatchSent {
     const EventBatch& batch;
 };
 
-struct BatchDelivered {
+// It was delivered, or refused.
+struct BatchEnded {
     const EventBatch& batch;  // its body may be gone
     uint32_t nResult;         // 0, or the router's or the queue limit's code
 };
@@ -157,11 +160,11 @@ struct CentreRecord {
 
 using RunEvent =
     std::variant<RunBegun, PassBegun, PassEnded, RunProgressed, BalanceRequested, RunEnding,
-                 RunEnded, InputUnusable, LaunchCaptured, LaunchUnresolved, LaunchesLost,
-                 LaunchCounters, FileOperationCaptured, FileQueueOverflowed, FileCounters,
-                 SensorNotice, BatchTaken, BatchReported, BatchDelivered, BatchUnsent,
-                 EventsDropped, QueueChanged, QueryReceived, ModuleNoted, MessageAnalysed,
-                 ProgramJudged, CentreRecord>;
+                 RunEnded, InputUnusable, LaunchReported, LaunchUnresolved, LaunchesLost,
+                 LaunchCounters, FileOperationReported, FileQueueOverflowed, FileCounters,
+                 SensorNotice, BatchTaken, BatchSent, BatchEnded, BatchUnsent, EventsDropped,
+                 QueueChanged, QueryReceived, ModuleNoted, MessageAnalysed, ProgramJudged,
+                 CentreRecord>;
 
 // Begin, progress, passes, balances and the end come on the control thread, a RunBegun before
 // anything of the router and the module; a sensor's notices may come before it. The rest comes on

@@ -174,7 +174,7 @@ void RunJournal::Count(const FileCounters& counters) {
     m_files = counters;
 }
 
-void RunJournal::Count(const LaunchCaptured& event) {
+void RunJournal::Count(const LaunchReported& event) {
     m_programs.SetStarter(event.launch.creation.strPath, event.launch.strStarter);
 }
 
@@ -184,7 +184,7 @@ void RunJournal::Count(const BatchTaken& event) {
     m_nTaken += event.batch.nEvents;
 }
 
-void RunJournal::Count(const BatchReported& event) {
+void RunJournal::Count(const BatchSent& event) {
     const EventBatch& batch = event.batch;
     m_ledger.Report(batch.nNumber, batch.strBody, batch.nEvents, batch.nCopies);
 }
@@ -195,7 +195,7 @@ void RunJournal::Count(const BatchUnsent& event) {
     ++m_counters.nNotDelivered;
 }
 
-void RunJournal::Count(const BatchDelivered& event) {
+void RunJournal::Count(const BatchEnded& event) {
     if (event.nResult != 0) {
         m_ledger.Refuse(event.batch.nNumber);
     }

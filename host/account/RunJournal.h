@@ -71,10 +71,10 @@ private:
     void Count(const InputUnusable& event);
     void Count(const LaunchCounters& counters);
     void Count(const FileCounters& counters);
-    void Count(const LaunchCaptured& event);
+    void Count(const LaunchReported& event);
     void Count(const BatchTaken& event);
-    void Count(const BatchReported& event);
-    void Count(const BatchDelivered& event);
+    void Count(const BatchSent& event);
+    void Count(const BatchEnded& event);
     void Count(const BatchUnsent& event);
     void Count(const QueryReceived& event);
     void Count(const ModuleNoted& event);

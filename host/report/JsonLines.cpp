@@ -69,7 +69,7 @@ void JsonLines::Write(const InputUnusable& event, int64_t tmWhen) {
     m_output.Complain(event_line::Input(event));
 }
 
-void JsonLines::Write(const LaunchCaptured& event, int64_t tmWhen) {
+void JsonLines::Write(const LaunchReported& event, int64_t tmWhen) {
     static const char* const ORIGINS[] = {"none", "invoked", "resolved", "proc"};
     const Launch& launch = event.launch;
     JsonObject record = Record("launch", tmWhen);
@@ -93,7 +93,7 @@ void JsonLines::Write(const LaunchesLost& event, int64_t tmWhen) {
     m_output.Line(record.Add("launches", event.nLaunches).Add("total", event.nTotal).Text());
 }
 
-void JsonLines::Write(const FileOperationCaptured& event, int64_t tmWhen) {
+void JsonLines::Write(const FileOperationReported& event, int64_t tmWhen) {
     static const char* const ACTS[] = {"create", "write", "rename", "remove"};
     const FileOperation& operation = event.operation;
     JsonObject record = Record("file", tmWhen);
@@ -113,7 +113,7 @@ void JsonLines::Write(const SensorNotice& event, int64_t tmWhen) {
     m_output.Complain(event.strText);
 }
 
-void JsonLines::Write(const BatchDelivered& event, int64_t tmWhen) {
+void JsonLines::Write(const BatchEnded& event, int64_t tmWhen) {
     if (event.nResult == 0) {
         JsonObject record = Record("delivered", tmWhen);
         record.Add(m_strUnit, event.batch.nNumber).Add("events", event.batch.nEvents);

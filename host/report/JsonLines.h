@@ -29,13 +29,13 @@ private:
     void Write(const BalanceRequested& event, int64_t tmWhen);
     void Write(const RunEnded& event, int64_t tmWhen);
     void Write(const InputUnusable& event, int64_t tmWhen);
-    void Write(const LaunchCaptured& event, int64_t tmWhen);
+    void Write(const LaunchReported& event, int64_t tmWhen);
     void Write(const LaunchUnresolved& event, int64_t tmWhen);
     void Write(const LaunchesLost& event, int64_t tmWhen);
-    void Write(const FileOperationCaptured& event, int64_t tmWhen);
+    void Write(const FileOperationReported& event, int64_t tmWhen);
     void Write(const FileQueueOverflowed& event, int64_t tmWhen);
     void Write(const SensorNotice& event, int64_t tmWhen);
-    void Write(const BatchDelivered& event, int64_t tmWhen);
+    void Write(const BatchEnded& event, int64_t tmWhen);
     void Write(const EventsDropped& event, int64_t tmWhen);
     void Write(const QueueChanged& event, int64_t tmWhen);
     void Write(const QueryReceived& event, int64_t tmWhen);

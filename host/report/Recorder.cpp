@@ -5,7 +5,7 @@
 #include <string>
 
 void Recorder::OnEvent(const RunEvent& event, int64_t /*tmWhen*/) {
-    const auto* pReported = std::get_if<BatchReported>(&event);
+    const auto* pReported = std::get_if<BatchSent>(&event);
     if (pReported == nullptr || m_pFile == nullptr) {
         return;
     }

@@ -51,10 +51,10 @@ void EventDelivery::Send(EventBatch& batch, const Turn& fnTurn) {
         m_journal.Record(BatchUnsent{batch});
         return;
     }
-    m_journal.Record(BatchReported{batch});
+    m_journal.Record(BatchSent{batch});
     if (!bRoom) {
         m_queue.Limiter().Refuse(batch.nEvents);
-        m_journal.Record(BatchDelivered{batch, QUEUE_BOUND_REACHED});
+        m_journal.Record(BatchEnded{batch, QUEUE_BOUND_REACHED});
         return;
     }
     const size_t nBytes = batch.strBody.size();
@@ -68,7 +68,7 @@ void EventDelivery::Send(EventBatch& batch, const Turn& fnTurn) {
         } else {
             limiter.GiveBack(batch.nCopies, nBytes);
         }
-        journal.Record(BatchDelivered{batch, nCode});
+        journal.Record(BatchEnded{batch, nCode});
     };
     const uint32_t nResult =
         m_router.Deliver(SENSOR, MSG_TYPE_HIPS_EVENT, std::move(strBody), fnDone);

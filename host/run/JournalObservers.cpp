@@ -15,7 +15,7 @@ std::string ModuleObserver::OnMessage(const Guid& /*sender*/, int64_t nMsgType,
 }
 
 void SensorObserver::OnLaunch(const Launch& launch) {
-    m_journal.Record(LaunchCaptured{launch});
+    m_journal.Record(LaunchReported{launch});
 }
 
 void SensorObserver::OnUnresolved(const LaunchEvent& event) {
@@ -31,7 +31,7 @@ void SensorObserver::OnCounters(const LaunchCounters& counters) {
 }
 
 void SensorObserver::OnOperation(const FileOperation& operation) {
-    m_journal.Record(FileOperationCaptured{operation});
+    m_journal.Record(FileOperationReported{operation});
 }
 
 void SensorObserver::OnOverflow(uint64_t nTimes, uint64_t nTotal) {

@@ -116,7 +116,7 @@ TEST_F(RunJournalJudgedTest, ASkipIsJudgedOnlyWhereTheVerdictIsKnown) {
 TEST_F(RunJournalJudgedTest, ASkippedUnitIsJudgedByItsMakerAndASkippedLaunchByItself) {
     const std::string strMaker = m_dir.WriteFile("maker", "x", 0755);
     Query("CreateProcess", strMaker, QUERY_ANSWERED, BAD);
-    m_journal.Record(LaunchCaptured{Started(strMaker, "/bin/shell")});
+    m_journal.Record(LaunchReported{Started(strMaker, "/bin/shell")});
     m_listener.heard.clear();
 
     Analyse(FileMessage("create", UNIT, strMaker));
@@ -143,7 +143,7 @@ TEST_F(RunJournalJudgedTest, AProgramsNameIsTheOneThatWasReportedNotTheOneOfTheQ
         "a\xFF"
         "b",
         "x", 0755);
-    m_journal.Record(LaunchCaptured{Started(strProgram, "/bin/shell")});
+    m_journal.Record(LaunchReported{Started(strProgram, "/bin/shell")});
     Analyse(event_message::ProcessCreations({strProgram}));
     Query("CreateProcess",
           m_dir.Path() +

@@ -91,9 +91,9 @@ TEST_F(RunJournalPassesTest, TheRunHasEndedBeforeItsLastLossesAreAnnounced) {
         }
     });
     m_journal.AddListener(listener);
-    m_journal.Record(BatchReported{OneLaunch(1, "/bin/a")});
-    m_journal.Record(BatchDelivered{OneEvent(1), 1});
-    m_journal.Record(BatchReported{OneLaunch(2, "/bin/a")});
+    m_journal.Record(BatchSent{OneLaunch(1, "/bin/a")});
+    m_journal.Record(BatchEnded{OneEvent(1), 1});
+    m_journal.Record(BatchSent{OneLaunch(2, "/bin/a")});
     RunEnd end;
     end.queueDepth = 0;
     m_journal.End(end);

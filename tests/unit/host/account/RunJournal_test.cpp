@@ -13,7 +13,7 @@ using testing::ElementsAre;
 
 namespace {
 
-// The names of what it hears of.
+// The names of what is published.
 class NamingListener : public IRunListener {
 public:
     void OnEvent(const RunEvent& event, int64_t /*tmWhen*/) override {
@@ -49,7 +49,7 @@ protected:
 
 TEST_F(RunJournalTest, AProgramIsJudgedAfterItsQueryAndAgainWhereTheModuleKnowsIt) {
     const std::string strProgram = m_dir.WriteFile("program", "x", 0755);
-    m_journal.Record(LaunchCaptured{Started(strProgram, "/bin/shell")});
+    m_journal.Record(LaunchReported{Started(strProgram, "/bin/shell")});
     m_journal.Record(QueryReceived{LaunchQuery(strProgram), QUERY_ANSWERED, Verdict{70, "", ""}});
     m_journal.Record(ModuleNoted{ModuleRecord{NOTE_CACHED, strProgram, EXPECTED_LAUNCH}});
 
@@ -67,12 +67,12 @@ TEST_F(RunJournalTest, WithoutJudgementsAQueryIsNoMoreThanAQuery) {
 }
 
 TEST_F(RunJournalTest, DroppedEventsAreAnnouncedOnceAndBeforeTheEnd) {
-    m_journal.Record(BatchReported{OneLaunch(1, "/bin/a")});
-    m_journal.Record(BatchDelivered{OneEvent(1), 1});
+    m_journal.Record(BatchSent{OneLaunch(1, "/bin/a")});
+    m_journal.Record(BatchEnded{OneEvent(1), 1});
     m_journal.Progress("delivering");
     m_journal.Progress("delivering");
-    m_journal.Record(BatchReported{OneLaunch(2, "/bin/a")});
-    m_journal.Record(BatchReported{OneLaunch(3, "/bin/a")});
+    m_journal.Record(BatchSent{OneLaunch(2, "/bin/a")});
+    m_journal.Record(BatchSent{OneLaunch(3, "/bin/a")});
     RunEnd end;
     end.queueDepth = 0;
     m_journal.End(end);
@@ -130,7 +130,7 @@ TEST_F(RunJournalTest, WhatIsOnItsWayIsUnexplainedOnlyAtTheEnd) {
     counters.nPrograms = 1;
     m_journal.Record(counters);
     const EventBatch batch = OneLaunch(1, m_dir.WriteFile("a", "x", 0755));
-    m_journal.Record(BatchReported{batch});
+    m_journal.Record(BatchSent{batch});
     m_journal.Record(ModuleNoted{ModuleRecord{NOTE_ANALYSED, batch.strBody}});
 
     EXPECT_EQ(0u, m_journal.CurrentBalance(false).Unexplained());
@@ -148,13 +148,13 @@ TEST_F(RunJournalTest, ACleanRunOfBothKindsLeavesNothingUnexplained) {
     files.nReported = 2;
     m_journal.Record(files);
     const EventBatch batch = OneLaunch(1, strProgram);
-    m_journal.Record(BatchReported{batch});
+    m_journal.Record(BatchSent{batch});
     EventBatch interesting = OneEvent(2);
     interesting.strBody = FileMessage("remove", "/etc/cron.d/x", strProgram);
-    m_journal.Record(BatchReported{interesting});
+    m_journal.Record(BatchSent{interesting});
     EventBatch boring = OneEvent(3);
     boring.strBody = FileMessage("write", "/tmp/x", strProgram);
-    m_journal.Record(BatchReported{boring});
+    m_journal.Record(BatchSent{boring});
 
     m_journal.Record(ModuleNoted{ModuleRecord{NOTE_ANALYSED, batch.strBody}});
     m_journal.Record(
@@ -192,7 +192,7 @@ TEST_F(RunJournalTest, AMessageThatIsNotInTheQueueAtTheEndWasNotStored) {
     LaunchCounters counters;
     counters.nCaptured = counters.nPrograms = 1;
     m_journal.Record(counters);
-    m_journal.Record(BatchReported{OneLaunch(1, "/bin/a")});
+    m_journal.Record(BatchSent{OneLaunch(1, "/bin/a")});
     RunEnd end;
     end.queueDepth = 0;
 
@@ -206,8 +206,8 @@ TEST_F(RunJournalTest, ARefusedMessageIsExplained) {
     LaunchCounters counters;
     counters.nCaptured = counters.nPrograms = 1;
     m_journal.Record(counters);
-    m_journal.Record(BatchReported{OneLaunch(1, "/bin/a")});
-    m_journal.Record(BatchDelivered{OneEvent(1), 1});
+    m_journal.Record(BatchSent{OneLaunch(1, "/bin/a")});
+    m_journal.Record(BatchEnded{OneEvent(1), 1});
 
     EXPECT_EQ(1u, m_journal.CurrentBalance(true).events.nRefused);
     EXPECT_EQ(0u, m_journal.CurrentBalance(true).Unexplained());
@@ -220,9 +220,9 @@ TEST_F(RunJournalTest, WithoutSensorsWhatWasReportedIsTheInput) {
     journal.Record(BatchTaken{batch, 1});
     EXPECT_EQ(1u, journal.CurrentBalance(false).nUnsent);
     EXPECT_EQ(0u, journal.CurrentBalance(false).Delivered());
-    journal.Record(BatchReported{batch});
+    journal.Record(BatchSent{batch});
     EXPECT_EQ(0u, journal.CurrentBalance(false).nUnsent);
-    journal.Record(BatchDelivered{batch, 0});
+    journal.Record(BatchEnded{batch, 0});
     EXPECT_EQ(1u, journal.CurrentBalance(false).input);
     EXPECT_EQ(1u, journal.CurrentBalance(false).Reported());
 
@@ -288,7 +288,7 @@ TEST_F(RunJournalTest, WhatAListenerHasNoMemoryForIsInTheBooksAllTheSame) {
     const std::string strProgram = m_dir.WriteFile("a", "x", 0755);
     const EventBatch batch = OneLaunch(1, strProgram);
     journal.Record(BatchTaken{batch, 1});
-    journal.Record(BatchReported{batch});
+    journal.Record(BatchSent{batch});
     journal.AddListener(listener);
 
     EXPECT_THROW(journal.Record(ModuleNoted{ModuleRecord{NOTE_ANALYSED, batch.strBody}}),
@@ -302,7 +302,7 @@ TEST_F(RunJournalTest, WhatAListenerHasNoMemoryForIsInTheBooksAllTheSame) {
 
 TEST_F(RunJournalTest, WithAQueueThatCannotBeReadNothingIsCalledUnstored) {
     m_journal.Begin("module", 2);
-    m_journal.Record(BatchReported{OneLaunch(1, "/bin/a")});
+    m_journal.Record(BatchSent{OneLaunch(1, "/bin/a")});
     m_journal.End(RunEnd());
 
     const LedgerState events = m_journal.CurrentBalance(true).events;

@@ -201,7 +201,7 @@ TEST_F(JsonRecordTest, ForeignBytesLeaveARecordOneValidLine) {
         "\"path\":\"/tmp/\xEF\xBF\xBD\\\"}\\u000a{\\\"event\\\":\\\"start\\\"\","
         "\"cmd\":\"x\\\\\\u0009\",\"pid\":4294967295,\"starter\":\"/bin/\xC3\xA4\","
         "\"origin\":\"invoked\",\"script\":false,\"args_cut\":false}",
-        Written(LaunchCaptured{launch}));
+        Written(LaunchReported{launch}));
 }
 
 TEST_F(JsonRecordTest, ALaunchSaysWhereItsPathIsFromAndWhetherItIsAScript) {
@@ -212,12 +212,12 @@ TEST_F(JsonRecordTest, ALaunchSaysWhereItsPathIsFromAndWhetherItIsAScript) {
     for (const auto& origin : ORIGINS) {
         Launch launch;
         launch.eOrigin = origin.first;
-        EXPECT_THAT(Written(LaunchCaptured{launch}),
+        EXPECT_THAT(Written(LaunchReported{launch}),
                     HasSubstr(R"("origin":")" + origin.second + R"(","script":false,)"));
     }
     Launch script;
     script.bScript = true;
-    EXPECT_THAT(Written(LaunchCaptured{script}), HasSubstr(R"("script":true,"args_cut":false})"));
+    EXPECT_THAT(Written(LaunchReported{script}), HasSubstr(R"("script":true,"args_cut":false})"));
 }
 
 TEST_F(JsonRecordTest, AnUnresolvedLaunchIsNamedByItsPathOrAsItWasInvoked) {
@@ -239,11 +239,11 @@ TEST_F(JsonRecordTest, AFileOperationSaysWhetherItMadeAPipe) {
     operation.bPipe = true;
     EXPECT_EQ(R"({"event":"file","time":1700000000,"op":"create","path":"/run/p","program":"",)"
               R"("program_name":"","pid":0,"fs":"","place":false,"pipe":true})",
-              Written(FileOperationCaptured{operation}));
+              Written(FileOperationReported{operation}));
     operation.eAct = FILE_REMOVE;
-    EXPECT_THAT(Written(FileOperationCaptured{operation}), HasSubstr(R"("op":"remove")"));
+    EXPECT_THAT(Written(FileOperationReported{operation}), HasSubstr(R"("op":"remove")"));
     operation.eAct = FILE_WRITE;
-    EXPECT_THAT(Written(FileOperationCaptured{operation}), HasSubstr(R"("op":"write")"));
+    EXPECT_THAT(Written(FileOperationReported{operation}), HasSubstr(R"("op":"write")"));
 }
 
 TEST_F(JsonRecordTest, WhatWasLostHasItsNumberAndTheSumSinceTheStart) {
@@ -337,7 +337,7 @@ TEST_F(JsonRecordTest, ARecordForTheCentreHasItsTypeAndSize) {
 TEST_F(JsonRecordTest, WhatIsNotSentOrIsOfNoInterestHasNoRecord) {
     const EventBatch batch = OneEvent(1);
     EXPECT_EQ("", Written(BatchTaken{batch, 1}));
-    EXPECT_EQ("", Written(BatchReported{batch}));
+    EXPECT_EQ("", Written(BatchSent{batch}));
     EXPECT_EQ("", Written(BatchUnsent{batch}));
     EXPECT_EQ("", Written(LaunchCounters()));
     EXPECT_EQ("", Written(FileCounters()));
@@ -355,7 +355,7 @@ TEST(JsonProgressTest, OnATerminalProgressIsOnStandardErrorAndGoneBeforeThePasse
     const RunJournal journal(service, {}, false);
     JsonLines lines(output, options, journal);
     lines.OnEvent(RunProgressed{"delivering"}, 0);
-    EXPECT_EQ("delivering: 0 delivered, 0 analysed, 0 queries, 0 from cache, 0 B hashed",
+    EXPECT_EQ("delivering: 0 delivered, 0 analysed, 0 queries, 0 cached, 0 B hashed",
               pty.ReadUntil("hashed"));
     lines.OnEvent(PassEnded{{1, 1, "line", "a"}, PassResult(), true}, 0);
     EXPECT_EQ("\r\033[K", pty.ReadUntil("\033[K"));

@@ -12,9 +12,9 @@ TEST(RecorderTest, TheRecordingHasOneMessageALine) {
     Console output;
     {
         Recorder recorder(output, std::shared_ptr<FILE>(fopen(strFile.c_str(), "w"), fclose));
-        recorder.OnEvent(BatchReported{OneEvent(1)}, 0);
-        recorder.OnEvent(BatchDelivered{OneEvent(1), 0}, 0);
-        recorder.OnEvent(BatchReported{OneEvent(2)}, 0);
+        recorder.OnEvent(BatchSent{OneEvent(1)}, 0);
+        recorder.OnEvent(BatchEnded{OneEvent(1), 0}, 0);
+        recorder.OnEvent(BatchSent{OneEvent(2)}, 0);
     }
 
     EXPECT_EQ("{}\n{}\n", FileText(strFile));
@@ -25,8 +25,8 @@ TEST(RecorderTest, ARecordingThatCannotBeWrittenEndsAndSaysSoOnce) {
     testing::internal::CaptureStderr();
     Recorder recorder(output, std::shared_ptr<FILE>(fopen("/dev/full", "w"), fclose));
 
-    recorder.OnEvent(BatchReported{OneEvent(1)}, 0);
-    recorder.OnEvent(BatchReported{OneEvent(2)}, 0);
+    recorder.OnEvent(BatchSent{OneEvent(1)}, 0);
+    recorder.OnEvent(BatchSent{OneEvent(2)}, 0);
 
     EXPECT_EQ("tevmon-host: the recording ends here: No space left on device\n",
               testing::internal::GetCapturedStderr());

@@ -47,10 +47,10 @@ public:
     }
     void OnReported(const EventBatch& batch) {
         m_journal.Record(BatchTaken{batch, m_nTaken += batch.nEvents});
-        m_journal.Record(BatchReported{batch});
+        m_journal.Record(BatchSent{batch});
     }
     void OnDelivered(const EventBatch& batch, uint32_t nResult) {
-        m_journal.Record(BatchDelivered{batch, nResult});
+        m_journal.Record(BatchEnded{batch, nResult});
     }
     void OnQueue(const QueueLoad& load) { m_journal.Record(QueueChanged{load}); }
     void OnQuery(const CloudQuery& query, QueryFate eFate, const Verdict& verdict) {
@@ -60,12 +60,12 @@ public:
     void OnCentre(int64_t nMsgType, uint64_t nBytes) {
         m_journal.Record(CentreRecord{nMsgType, nBytes});
     }
-    void OnLaunch(const Launch& launch) { m_journal.Record(LaunchCaptured{launch}); }
+    void OnLaunch(const Launch& launch) { m_journal.Record(LaunchReported{launch}); }
     void OnUnresolved(const LaunchEvent& event) { m_journal.Record(LaunchUnresolved{event}); }
     void OnLost(uint64_t nLost, uint64_t nTotal) { m_journal.Record(LaunchesLost{nLost, nTotal}); }
     void OnCounters(const LaunchCounters& counters) { m_journal.Record(counters); }
     void OnOperation(const FileOperation& operation) {
-        m_journal.Record(FileOperationCaptured{operation});
+        m_journal.Record(FileOperationReported{operation});
     }
     void OnOverflow(uint64_t nTimes, uint64_t nTotal) {
         m_journal.Record(FileQueueOverflowed{nTimes, nTotal});
