@@ -32,7 +32,7 @@ struct Balance {
     }
     // Of these: in a batch that is not full yet.
     uint64_t Batched() const { return launches.nBatched + files.nBatched; }
-    // Of the messages that the router took: events of those whose delivery was not refused.
+    // Of the events sent: those that were not refused. Some of them may not have arrived yet.
     uint64_t Delivered() const { return events.nSent - events.nRefused; }
     // Queries that no answer is due for or was given to.
     uint64_t Outstanding() const;

@@ -23,8 +23,8 @@
 #include "host/module/ExpectedQueries.h"
 
 struct LedgerState {
-    uint64_t nSent = 0;             // events given to the router
-    uint64_t nRefused = 0;          // of these: the router did not take their message
+    uint64_t nSent = 0;             // events in messages that were sent, or refused before that
+    uint64_t nRefused = 0;          // of these: by the router, or at the bound on the queue
     uint64_t nWaiting = 0;          // of these: in messages that wait for analysis
     uint64_t nWaitingMessages = 0;  // those messages
     uint64_t nNotStored = 0;        // of these: their message never came into the queue

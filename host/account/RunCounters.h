@@ -19,7 +19,7 @@ struct RunCounters {
     uint64_t nMessages = 0;      // delivered: the module's callback has returned
     uint64_t nCopies = 0;        // how often they were queued
     uint64_t nEvents = 0;        // events in them
-    uint64_t nNotDelivered = 0;  // messages that the router did not take
+    uint64_t nNotDelivered = 0;  // messages refused, or not sent before the end
     uint64_t nUnusable = 0;      // pieces of input that no message could be made of
     uint64_t nAnalysed = 0;      // messages that the module analysed, older ones included
 

@@ -75,9 +75,11 @@ std::vector<Finding> OfLaunchSensors(
             bBetter = true;
         } else {
             const FindingState eLacking = bBetter ? FINDING_OK : FINDING_WARNING;
-            findings.push_back({bAny ? eLacking : FINDING_FAILED, "launches by " + strWord,
-                                (bBetter ? "not needed; " : "") + strRefusal,
-                                bBetter ? "" : "what it says; watch uses the next that works"});
+            findings.push_back(
+                {bAny ? eLacking : FINDING_FAILED, "launches by " + strWord,
+                 (bBetter ? "not needed; " : "") + strRefusal,
+                 bBetter ? ""
+                         : "remove that cause; until then watch uses the next one that works"});
         }
     }
     return findings;

@@ -63,7 +63,7 @@ bool WatchLines::Take(const LaunchesLost& event) {
 
 bool WatchLines::Take(const FileQueueOverflowed& event) {
     m_output.Line(text::ClockNow() +
-                  "  lost           file operations, the kernel's queue was full; " +
+                  "  overflow       the kernel's queue of file operations was full; " +
                   text::Count(event.nTotal, "time") + " since the start");
     return true;
 }
@@ -119,6 +119,7 @@ ViewNumbers WatchLines::HeadNumbers() const {
     numbers.nWaitingEvents = balance.events.nWaiting;
     numbers.nWaitingMessages = balance.events.nWaitingMessages + balance.events.nEarlierWaiting;
     numbers.nQueries = balance.module.nQueries;
+    numbers.nQueried = balance.events.nQueried;
     numbers.nCached = balance.events.nCached;
     numbers.nPackaged = answers(verdict_level::PACKAGED);
     numbers.nGoodAnswers = answers(verdict_level::GOOD);

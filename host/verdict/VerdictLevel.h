@@ -1,4 +1,5 @@
-// The levels of a verdict and what follows from one. No other file of the host knows their numbers.
+// The levels of a verdict and what follows from one. No other file of the host knows their numbers,
+// but for ModuleFacts: how long the module keeps a verdict of each.
 //
 // Threads: any; no state. Errors: none but std::bad_alloc.
 #ifndef HOST_VERDICT_VERDICTLEVEL_H

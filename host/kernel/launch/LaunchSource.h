@@ -57,7 +57,6 @@ public:
 
     // True when a batch is full or its time has come; bAny: or has anything in it.
     bool HasBatch(Clock::time_point now, bool bAny) const { return m_batches.HasBatch(now, bAny); }
-    bool IsFilling() const { return m_batches.IsFilling(); }
     // The oldest batch, under this number.
     void TakeBatch(EventBatch& batch, uint64_t nNumber);
     const LaunchCounters& Counters() const { return m_launches; }

@@ -55,9 +55,9 @@ Samples Flaws(const Moment& moment) {
     return {{{"script_unreported"}, Value(launches.nScriptsUnreported)},
             {{"args_cut"}, Value(launches.nArgsCut)},
             {{"args_unreadable"}, Value(launches.nArgsUnreadable)},
-            {{"starter_unsure"}, Value(launches.nOthersLost)},
-            {{"file_without_program"}, Value(moment.balance.files.nNoProgram)},
-            {{"file_event_broken"}, Value(moment.balance.files.nBroken)}};
+            {{"processes_lost"}, Value(launches.nOthersLost)},
+            {{"files_no_program"}, Value(moment.balance.files.nNoProgram)},
+            {{"files_broken"}, Value(moment.balance.files.nBroken)}};
 }
 
 Samples FileEvents(const Moment& moment) {
@@ -101,6 +101,10 @@ Samples ExpectedEnds(const Moment& moment) {
         {{"queried"}, Value(events.nQueried)},        {{"cached"}, Value(events.nCached)},
         {{"vanished"}, Value(events.nVanished)},      {{"unreadable"}, Value(events.nUnreadable)},
         {{"stat_failed"}, Value(events.nStatFailed)}, {{"known_maker"}, Value(events.nKnownMaker)}};
+}
+
+Samples Unmatched(const Moment& moment) {
+    return {{{}, Value(moment.balance.events.nUnmatched)}};
 }
 
 Samples ExpectedMissing(const Moment& moment) {
@@ -170,6 +174,7 @@ const std::vector<Entry>& Entries() {
         {{"tevmon_events_ignored_total", true, "", "Events analysed about which the module queries nothing."}, Ignored},
         {{"tevmon_expected_queries_total", true, "end", "How the queries ended that events give reason for."}, ExpectedEnds},
         {{"tevmon_expected_queries_missing", false, "", "Expected queries that are missing so far."}, ExpectedMissing},
+        {{"tevmon_unmatched_total", true, "", "Queries and log records of the module that match no expected query."}, Unmatched},
         {{"tevmon_queries_total", true, "fate", "What became of the queries that came."}, QueryFates},
         {{"tevmon_queries_not_sent_total", true, "", "Queries that the module could not send."}, QueriesNotSent},
         {{"tevmon_answers_total", true, "level", "Answers given to queries, by verdict level."}, Answers},

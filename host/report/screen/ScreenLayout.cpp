@@ -87,7 +87,7 @@ const char* WhenSome(uint64_t nNumber, const char* pszCode) {
 }
 
 std::vector<Field> Fields(const ViewNumbers& numbers, bool bWide) {
-    const uint64_t nLooked = numbers.nQueries + numbers.nCached;
+    const uint64_t nLooked = numbers.nQueried + numbers.nCached;
     const std::string strHits =
         nLooked == 0 ? "-" : std::to_string(numbers.nCached * 100 / nLooked) + " %";
     const std::string strMessages =

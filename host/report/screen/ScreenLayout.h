@@ -22,7 +22,8 @@ struct ViewNumbers {
     uint64_t nWaitingEvents = 0;
     uint64_t nWaitingMessages = 0;
     uint64_t nQueries = 0;
-    uint64_t nCached = 0;
+    uint64_t nQueried = 0;   // expected queries that were made
+    uint64_t nCached = 0;    // expected queries that the cache answered
     uint64_t nPackaged = 0;  // answers of each kind
     uint64_t nGoodAnswers = 0;
     uint64_t nUnknown = 0;

@@ -116,30 +116,50 @@ std::string QueriesText(const Balance& balance) {
         .Text();
 }
 
+struct Remark {
+    uint64_t nNumber;
+    const char* pszOne;
+    const char* pszMany;
+};
+
 // What falsifies nothing and is good to know all the same.
-std::string RemarksText(const Balance& balance) {
+std::vector<Remark> Remarks(const Balance& balance) {
     const LaunchCounters& launches = balance.launches;
-    const std::vector<std::pair<uint64_t, const char*>> REMARKS = {
+    return {
         {balance.files.nOverflows,
-         "times the kernel's queue of file operations was full; what it "
-         "lost is not known"},
-        {launches.nScripts, "scripts reported in addition to their interpreters"},
-        {launches.nScriptsUnreported, "scripts not reported"},
-        {launches.nArgsCut, "launches with arguments cut"},
-        {launches.nArgsUnreadable, "launches with arguments unreadable"},
-        {balance.files.nBroken, "records about files that are no event"},
-        {balance.files.nNoProgram, "file operations without the program that did them"},
-        {launches.nOthersLost, "copies and ends of processes lost, so that a starter may be wrong"},
-        {balance.events.nEarlierWaiting, "messages of earlier runs waiting in the queue"},
-        {balance.module.nNotSent, "queries that the module could not send"},
-        {balance.module.nBadRuns, "bad runs: a program with a bad verdict was launched or acted"},
+         "time the kernel's queue of file operations was full; what it lost is not known",
+         "times the kernel's queue of file operations was full; what it lost is not known"},
+        {launches.nScripts, "script reported in addition to its interpreter",
+         "scripts reported in addition to their interpreters"},
+        {launches.nScriptsUnreported, "script not reported", "scripts not reported"},
+        {launches.nArgsCut, "launch with arguments cut", "launches with arguments cut"},
+        {launches.nArgsUnreadable, "launch with arguments unreadable",
+         "launches with arguments unreadable"},
+        {balance.files.nBroken, "record about files that is no event",
+         "records about files that are no event"},
+        {balance.files.nNoProgram, "file operation without the program that did it",
+         "file operations without the program that did them"},
+        {launches.nOthersLost, "copy or end of a process lost, so that a starter may be wrong",
+         "copies and ends of processes lost, so that a starter may be wrong"},
+        {balance.events.nEarlierWaiting, "message of earlier runs waiting in the queue",
+         "messages of earlier runs waiting in the queue"},
+        {balance.events.nUnmatched,
+         "query or log record of the module that matches no expected query",
+         "queries and log records of the module that match no expected query"},
+        {balance.module.nNotSent, "query that the module could not send",
+         "queries that the module could not send"},
+        {balance.module.nBadRuns, "bad run: a program with a bad verdict was launched or acted",
+         "bad runs: a program with a bad verdict was launched or acted"},
     };
+}
+
+std::string RemarksText(const Balance& balance) {
     std::string strText;
-    for (const auto& remark : REMARKS) {
-        if (remark.first != 0) {
+    for (const Remark& remark : Remarks(balance)) {
+        if (remark.nNumber != 0) {
             strText += CStr::stdformat("  %-12s%11s ", strText.empty() ? "of these" : "",
-                                       text::Number(remark.first).c_str()) +
-                       remark.second + "\n";
+                                       text::Number(remark.nNumber).c_str()) +
+                       (remark.nNumber == 1 ? remark.pszOne : remark.pszMany) + "\n";
         }
     }
     return strText;

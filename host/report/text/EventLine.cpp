@@ -36,12 +36,12 @@ VerdictRow Dropped(const EventsDropped& dropped) {
                                           "the module could not store them"};
     return verdict_row::Notice("dropped", "event", text::Count(dropped.nEvents, "event"),
                                std::string(REASONS[dropped.eReason]) + "; " +
-                                   std::to_string(dropped.nTotal) + " since the start");
+                                   text::Number(dropped.nTotal) + " since the start");
 }
 
 std::string Progress(const std::string& strDoing, const RunCounters& counters) {
     return CStr::stdformat("%s: %" PRIu64 " delivered, %" PRIu64 " analysed, %" PRIu64
-                           " queries, %" PRIu64 " from cache, %s hashed",
+                           " queries, %" PRIu64 " cached, %s hashed",
                            strDoing.c_str(), counters.nMessages, counters.nAnalysed,
                            counters.nQueries, counters.nCached,
                            text::Bytes(counters.nHashedBytes).c_str());

@@ -55,7 +55,7 @@ std::string EventsLine(const RunCounters& counters) {
 std::string QueriesLine(const RunCounters& counters) {
     Pieces pieces;
     pieces.Add(counters.nAnswers, "answered");
-    pieces.Add(counters.nKnown, "for a program already answered");
+    pieces.Add(counters.nKnown, "answered before");
     pieces.Add(counters.nNoKey, "that want no answer");
     pieces.Add(counters.nLost, "lost");
     pieces.Add(counters.nNotSent, "more that the module could not send");
@@ -214,7 +214,7 @@ std::string PassTable(const Console& output, const std::vector<PassResult>& pass
     std::string strTable = output.Paint(Console::COLOUR_DIM, strHeading);
     strTable += TableRow("events", passes,
                          [](const PassResult& pass) { return Number(pass.counters.nEvents); });
-    strTable += TableRow("queries", passes, queries) + TableRow("from cache", passes, cached);
+    strTable += TableRow("queries", passes, queries) + TableRow("cached", passes, cached);
     strTable += TableRow("hashed", passes, [](const PassResult& pass) {
         return text::Bytes(pass.counters.nHashedBytes);
     });

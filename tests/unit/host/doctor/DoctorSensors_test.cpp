@@ -74,7 +74,8 @@ TEST(DoctorSensorsTest, EveryLaunchSensorHasAFindingWithOrWithoutPrivilege) {
 TEST(DoctorSensorsTest, OfThreeSensorsTheOnesBeforeTheFirstThatWorksAreMissed) {
     EXPECT_THAT(
         LaunchFindings({{"best", "too old"}, {"second", ""}, {"third", "no right"}, {"last", ""}}),
-        ElementsAre("warning|launches by best|too old|what it says; watch uses the next that works",
+        ElementsAre("warning|launches by best|too old|remove that cause; until then watch uses the "
+                    "next one that works",
                     "ok|launches by second|works|", "ok|launches by third|not needed; no right|",
                     "ok|launches by last|works|"));
     EXPECT_THAT(LaunchFindings({{"only", "too old"}}),

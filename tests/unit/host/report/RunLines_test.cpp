@@ -158,7 +158,7 @@ TEST(RunLinesProgressTest, OnATerminalProgressIsOnStandardErrorAndGoneBeforeTheN
     report.BeginPass({1, 1, "line", "a"});
     report.OnCentre(1, 2);
     report.Progress("draining");
-    EXPECT_EQ("draining: 0 delivered, 0 analysed, 0 queries, 0 from cache, 0 B hashed",
+    EXPECT_EQ("draining: 0 delivered, 0 analysed, 0 queries, 0 cached, 0 B hashed",
               pty.ReadUntil("hashed"));
     report.EndPass(true);
 

@@ -74,7 +74,7 @@ TEST_F(WatchLinesScreenTest, ItsHeadHasTheNumbersOfTheRun) {
     const std::string LINES[] = {
         " launches      11,111  0/s     files             80  0/s     waiting            3  in 1   "
         " "
-        "cache hits       0 %         ",
+        "cache hits         -         ",
         " packaged           3          good               2          unknown            1         "
         " "
         "bad                1  ran 3  ",
@@ -137,7 +137,8 @@ TEST_F(WatchLinesScreenTest, WhatEveryRunHasALineForIsARow) {
 
     EXPECT_THAT(m_screen.AwaitText(7, "queue"),
                 HasSubstr("  queue          is full: 0 messages, 0 B "));
-    EXPECT_THAT(m_screen.AwaitText(8, "lost"), HasSubstr("  lost           file operations, the "));
+    EXPECT_THAT(m_screen.AwaitText(8, "overflow"),
+                HasSubstr("  overflow       the kernel's queue of "));
     EXPECT_THAT(m_screen.AwaitText(9, "lost"),
                 HasSubstr("  lost          launch             3 la"));
     EXPECT_THAT(m_screen.AwaitText(10, "mount"), HasSubstr("  tevmon-host: a mount came "));

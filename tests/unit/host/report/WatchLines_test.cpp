@@ -94,7 +94,7 @@ TEST_F(WatchLinesTest, EventsThatTheModuleDidNotGetHaveALine) {
 TEST_F(WatchLinesTest, AQueueThatWasFullIsTold) {
     m_report.OnOverflow(1, 2);
     EXPECT_EQ(
-        "  lost           file operations, the kernel's queue was full; 2 times since the start",
+        "  overflow       the kernel's queue of file operations was full; 2 times since the start",
         LastLine().substr(8));
 
     m_report.UseJson();
@@ -140,7 +140,7 @@ TEST_F(WatchLinesTest, OneLossIsOneLaunchAndOneTime) {
 
     m_report.OnOverflow(1, 1);
     EXPECT_EQ(
-        "  lost           file operations, the kernel's queue was full; 1 time since the start",
+        "  overflow       the kernel's queue of file operations was full; 1 time since the start",
         LastLine().substr(8));
 }
 

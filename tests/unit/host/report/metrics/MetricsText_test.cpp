@@ -101,9 +101,9 @@ tevmon_file_capture_seconds_total 2.11
 tevmon_flaws_total{flaw="script_unreported"} 109
 tevmon_flaws_total{flaw="args_cut"} 110
 tevmon_flaws_total{flaw="args_unreadable"} 111
-tevmon_flaws_total{flaw="starter_unsure"} 112
-tevmon_flaws_total{flaw="file_without_program"} 207
-tevmon_flaws_total{flaw="file_event_broken"} 209
+tevmon_flaws_total{flaw="processes_lost"} 112
+tevmon_flaws_total{flaw="files_no_program"} 207
+tevmon_flaws_total{flaw="files_broken"} 209
 tevmon_reported_total{kind="program"} 106
 tevmon_reported_total{kind="script"} 107
 tevmon_reported_total{kind="file"} 205
@@ -122,6 +122,7 @@ tevmon_expected_queries_total{end="unreadable"} 313
 tevmon_expected_queries_total{end="stat_failed"} 314
 tevmon_expected_queries_total{end="known_maker"} 316
 tevmon_expected_queries_missing 317
+tevmon_unmatched_total 318
 tevmon_queries_total{fate="answered"} 401
 tevmon_queries_total{fate="known"} 402
 tevmon_queries_total{fate="no_key"} 403

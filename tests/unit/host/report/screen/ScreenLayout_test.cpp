@@ -25,7 +25,7 @@ ViewNumbers Numbers() {
     numbers.dLaunchRate = 811.6;
     numbers.nWaitingEvents = 402;
     numbers.nWaitingMessages = 3;
-    numbers.nQueries = 10;
+    numbers.nQueries = numbers.nQueried = 10;
     numbers.nCached = 90;
     numbers.nPackaged = 7;
     numbers.nUnknown = 2;
@@ -182,7 +182,7 @@ TEST(ScreenLayoutTest, ATitleKeepsItsClockAndCutsItsStateWhereThereIsNoRoom) {
 
 TEST(ScreenLayoutTest, CacheHitsNeedSomethingThatWasLookedUp) {
     const struct {
-        uint64_t nQueries;
+        uint64_t nQueried;
         uint64_t nCached;
         const char* pszField;
     } CASES[] = {{0, 0, " cache hits       - "},
@@ -191,7 +191,7 @@ TEST(ScreenLayoutTest, CacheHitsNeedSomethingThatWasLookedUp) {
                  {1, 199, " cache hits    99 % "}};
     for (const auto& each : CASES) {
         ViewNumbers numbers;
-        numbers.nQueries = each.nQueries;
+        numbers.nQueried = each.nQueried;
         numbers.nCached = each.nCached;
         EXPECT_EQ(each.pszField,
                   screen_layout::Lines(numbers, {}, Screen(80, 12))[1].substr(60, 20));

@@ -8,6 +8,7 @@
 
 using testing::EndsWith;
 using testing::HasSubstr;
+using testing::StartsWith;
 
 namespace {
 
@@ -75,6 +76,8 @@ TEST(BalanceTextTest, EveryNumberHasItsPlace) {
         "                      112 copies and ends of processes lost, so that a starter may be "
         "wrong\n"
         "                      307 messages of earlier runs waiting in the queue\n"
+        "                      318 queries and log records of the module that match no expected "
+        "query\n"
         "                      405 queries that the module could not send\n"
         "                      408 bad runs: a program with a bad verdict was launched or acted\n"
         "  unexplained       7,602",
@@ -96,11 +99,41 @@ TEST(BalanceTextTest, EverySumStandsWithWhatItIsMadeOf) {
         "pipes of a known program\n"
         "  queries               4                 = 3 answered (packaged 2, bad 1) + 1 that "
         "want no answer + 0 outstanding\n"
-        "  of these              1 times the kernel's queue of file operations was full; what it "
+        "  of these              1 time the kernel's queue of file operations was full; what it "
         "lost is not known\n"
         "                        3 scripts reported in addition to their interpreters\n"
         "  unexplained           0",
         balance_text::Text(Console(), Numbers()));
+}
+
+TEST(BalanceTextTest, OneOfAKindHasTheWordOfOne) {
+    Balance balance;
+    balance.files.nOverflows = balance.files.nBroken = balance.files.nNoProgram = 1;
+    balance.launches.nScripts = balance.launches.nScriptsUnreported = 1;
+    balance.launches.nArgsCut = balance.launches.nArgsUnreadable = 1;
+    balance.launches.nOthersLost = balance.events.nEarlierWaiting = balance.events.nUnmatched = 1;
+    balance.module.nNotSent = balance.module.nBadRuns = 1;
+    const std::string strText = balance_text::Text(Console(), balance);
+
+    EXPECT_THAT(
+        strText.substr(strText.find("  of these")),
+        StartsWith(
+            "  of these              1 time the kernel's queue of file operations was full; "
+            "what it lost is not known\n"
+            "                        1 script reported in addition to its interpreter\n"
+            "                        1 script not reported\n"
+            "                        1 launch with arguments cut\n"
+            "                        1 launch with arguments unreadable\n"
+            "                        1 record about files that is no event\n"
+            "                        1 file operation without the program that did it\n"
+            "                        1 copy or end of a process lost, so that a starter may "
+            "be wrong\n"
+            "                        1 message of earlier runs waiting in the queue\n"
+            "                        1 query or log record of the module that matches no "
+            "expected query\n"
+            "                        1 query that the module could not send\n"
+            "                        1 bad run: a program with a bad verdict was launched or "
+            "acted\n"));
 }
 
 TEST(BalanceTextTest, EventsOfEarlierRunsStandApart) {

@@ -33,7 +33,7 @@ TEST(EventLineTest, ProgressNamesWhatIsDoneAndHowFarItIs) {
     counters.nQueries = 3;
     counters.nCached = 4;
     counters.nHashedBytes = 5;
-    EXPECT_EQ("waiting: 1 delivered, 2 analysed, 3 queries, 4 from cache, 5 B hashed",
+    EXPECT_EQ("waiting: 1 delivered, 2 analysed, 3 queries, 4 cached, 5 B hashed",
               event_line::Progress("waiting", counters));
 }
 

@@ -49,7 +49,7 @@ TEST_F(RunTextTest, ABlockSaysWhatWasCounted) {
 
     EXPECT_EQ(
         "  events      1,500 events in 47 messages; 2 unusable in the input\n"
-        "  queries     1,100: 1,000 answered, 100 for a program already answered\n"
+        "  queries     1,100: 1,000 answered, 100 answered before\n"
         "  by verdict  packaged 1,090, good 0, unknown 9, bad 1\n"
         "  packages    coreutils 1,000, bash 90\n"
         "  skips       395 with a live verdict in the cache, 1 that cannot be read\n"
@@ -93,7 +93,7 @@ TEST_F(RunTextTest, PassesStandSideBySide) {
         "                    pass 1      pass 2\n"
         "  events             1,462       1,462\n"
         "  queries            1,129           0\n"
-        "  from cache             0       1,462\n"
+        "  cached                 0       1,462\n"
         "  hashed               0 B         0 B\n"
         "  per second           0 B         0 B\n"
         "  time              12.8 s       9.0 s",
@@ -259,7 +259,7 @@ TEST_F(RunTextTest, APassTableHasEachPassesOwnNumbers) {
         "                    pass 1\n"
         "  events                 1\n"
         "  queries                2\n"
-        "  from cache             3\n"
+        "  cached                 3\n"
         "  hashed           4.0 KiB\n"
         "  per second       2.0 KiB\n"
         "  time               1.2 s",
