@@ -1,9 +1,14 @@
 #include "host/base/MountTable.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
+
+#include "host/base/UniqueFd.h"
 
 namespace mount_table {
 
@@ -66,6 +71,16 @@ bool ParseLine(const std::string& strLine, MountEntry& entry) {
 }
 
 }  // namespace
+
+std::string Text() {
+    std::string strText;
+    const UniqueFd file(open("/proc/self/mountinfo", O_RDONLY | O_CLOEXEC));
+    char szPiece[16384];
+    for (ssize_t nRead = 0; (nRead = read(file.Get(), szPiece, sizeof(szPiece))) > 0;) {
+        strText.append(szPiece, static_cast<size_t>(nRead));
+    }
+    return strText;
+}
 
 std::vector<MountEntry> Parse(const std::string& strText) {
     std::vector<MountEntry> mounts;

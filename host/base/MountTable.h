@@ -1,6 +1,7 @@
 // What is mounted where, from the text of /proc/self/mountinfo.
 //
-// Threads: any; no state. Errors: lines that are none are left out.
+// Threads: any; no state. Errors: lines that are none are left out; nothing throws but
+// std::bad_alloc.
 #ifndef HOST_BASE_MOUNTTABLE_H
 #define HOST_BASE_MOUNTTABLE_H
 
@@ -16,6 +17,9 @@ struct MountEntry {
 };
 
 namespace mount_table {
+
+// The table of this process, as the kernel writes it; "" when it cannot be read.
+std::string Text();
 
 std::vector<MountEntry> Parse(const std::string& strText);
 

@@ -6,11 +6,9 @@
 
 #include <cerrno>
 #include <cstring>
-#include <fstream>
 #include <iterator>
 #include <memory>
 #include <set>
-#include <sstream>
 
 #include "host/base/MountTable.h"
 #include "host/base/UniqueFd.h"
@@ -39,10 +37,7 @@ std::vector<Finding> OfMarks() {
     if (!group) {
         return findings;  // the file sensor's own finding says why
     }
-    std::ifstream file("/proc/self/mountinfo");
-    std::ostringstream text;
-    text << file.rdbuf();
-    const std::vector<MountEntry> mounts = mount_table::Parse(text.str());
+    const std::vector<MountEntry> mounts = mount_table::Parse(mount_table::Text());
     WatchedPaths places;
     places.Resolve();
     std::set<uint32_t> devices;

@@ -13,6 +13,7 @@
 #include <cstring>
 #include <utility>
 
+#include "host/base/MountTable.h"
 #include "host/base/UniqueFd.h"
 #include "host/kernel/file/FanotifyMarks.h"
 #include "host/kernel/file/FileEvent.h"
@@ -39,15 +40,7 @@ public:
         return fanotify_mark(m_group.Get(), nFlags, nMask, AT_FDCWD, strPath.c_str()) == 0 ? 0
                                                                                            : errno;
     }
-    std::string Mounts() override {
-        std::string strText;
-        const UniqueFd file(open("/proc/self/mountinfo", O_RDONLY | O_CLOEXEC));
-        char szText[16384];
-        for (ssize_t n = 0; (n = read(file.Get(), szText, sizeof(szText))) > 0;) {
-            strText.append(szText, static_cast<size_t>(n));
-        }
-        return strText;
-    }
+    std::string Mounts() override { return mount_table::Text(); }
     bool IsDirectory(const std::string& strPath) override {
         struct stat status = {};
         return lstat(strPath.c_str(), &status) == 0 && S_ISDIR(status.st_mode);

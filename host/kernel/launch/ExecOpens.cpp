@@ -17,8 +17,6 @@ namespace {
 constexpr size_t HEAD_BYTES = 2048;  // of a file: its first line, or its table of segments
 constexpr size_t EVENT_BYTES = 16384;
 
-constexpr size_t TABLE_BYTES = 4 << 20;  // of mounts
-
 }  // namespace
 
 bool ExecOpens::Open(std::string& strError) {
@@ -37,11 +35,9 @@ bool ExecOpens::Open(std::string& strError) {
 }
 
 void ExecOpens::Mark() {
-    const std::string strTable =
-        process_look::ReadFile(AT_FDCWD, "/proc/self/mountinfo", TABLE_BYTES);
     std::set<uint32_t> devices;
     m_strUnmarked.clear();
-    for (const MountEntry& mount : mount_table::Parse(strTable)) {
+    for (const MountEntry& mount : mount_table::Parse(mount_table::Text())) {
         if (!mount_table::IsLocal(mount.strType) || devices.count(mount.nDevice) != 0) {
             continue;
         }

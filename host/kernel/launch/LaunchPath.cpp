@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <iterator>
 
+#include "host/kernel/launch/ProcessLook.h"
+
 namespace {
 
 // The names by which the module knows interpreters.
@@ -22,9 +24,7 @@ bool IsExecuted(const struct stat& status, const LaunchEvent& event) {
     if (!S_ISREG(status.st_mode) || status.st_ino != event.nInode) {
         return false;
     }
-    const uint32_t nMajor = event.nDevice >> 20;
-    const uint32_t nMinor = event.nDevice & 0xfffff;
-    if (major(status.st_dev) == nMajor && minor(status.st_dev) == nMinor) {
+    if (process_look::IdOf(status).nDevice == event.nDevice) {
         return true;
     }
     return major(status.st_dev) == 0 &&

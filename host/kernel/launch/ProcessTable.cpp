@@ -1,13 +1,14 @@
 #include "host/kernel/launch/ProcessTable.h"
 
 #include <dirent.h>
-#include <sys/sysmacros.h>
 #include <sys/vfs.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <climits>
 #include <cstdlib>
+
+#include "host/kernel/launch/ProcessLook.h"
 
 namespace {
 
@@ -19,10 +20,6 @@ std::string ReadLink(const std::string& strLink) {
     char szPath[PATH_MAX] = "";
     const ssize_t nLength = readlink(strLink.c_str(), szPath, sizeof(szPath));
     return std::string(szPath, nLength > 0 ? static_cast<size_t>(nLength) : 0);
-}
-
-uint32_t KernelDevice(dev_t device) {
-    return static_cast<uint32_t>(major(device) << 20 | minor(device));
 }
 
 }  // namespace
@@ -44,8 +41,9 @@ ProcessTable::ImageRef ProcessTable::ImageFromProc(uint32_t nPid) const {
     auto pImage = std::make_shared<Image>();
     pImage->strName = ReadLink(strLink);
     pImage->strPath = pImage->strName;
-    pImage->nDevice = KernelDevice(status.st_dev);
-    pImage->nInode = status.st_ino;
+    const FileId id = process_look::IdOf(status);
+    pImage->nDevice = id.nDevice;
+    pImage->nInode = id.nInode;
     if (statfs(strLink.c_str(), &system) == 0) {
         pImage->nMagic = static_cast<uint64_t>(system.f_type);
     }

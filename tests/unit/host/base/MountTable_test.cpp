@@ -156,3 +156,10 @@ TEST(MountTableTest, TheRootOfAMountBelowTheRootDoesNotTakeItsPlace) {
     EXPECT_EQ("btrfs", mount_table::MountOf(mounts, "/a/bc")->strType);
     EXPECT_EQ("tmpfs", mount_table::MountOf(mounts, "/ab")->strType);
 }
+
+TEST(MountTableTest, TheTableOfThisProcessHasItsRootOrWhatStandsAboveIt) {
+    const std::vector<MountEntry> mounts = mount_table::Parse(mount_table::Text());
+
+    ASSERT_FALSE(mounts.empty());
+    EXPECT_NE(nullptr, mount_table::MountOf(mounts, mounts.front().strPoint));
+}
