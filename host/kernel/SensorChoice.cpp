@@ -1,6 +1,6 @@
 #include "host/kernel/SensorChoice.h"
 
-#include "host/kernel/launch/ConnectorSensor.h"
+#include "host/kernel/connector/ConnectorSensor.h"
 #include "host/kernel/launch/LaunchSensor.h"
 
 namespace {

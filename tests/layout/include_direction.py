@@ -21,6 +21,7 @@ def rooms():
     database, verdict, cloud = "host/database", "host/verdict", "host/cloud"
     event, module, account = "host/event", "host/module", "host/account"
     bpf, launch, file = "host/kernel/bpf", "host/kernel/launch", "host/kernel/file"
+    connector = "host/kernel/connector"
     shown = {base, verdict, cloud, event, module, account, launch}
     table = {
         base: set(),
@@ -33,6 +34,7 @@ def rooms():
         module: {base, event},
         bpf: set(),
         launch: {base, process, event, bpf},
+        connector: {base, process, launch},
         file: {base, process, event, launch},
         "host/kernel": {base, process, event},
         account: {base, verdict, cloud, event, module, launch},
@@ -202,6 +204,7 @@ BAD = [
     (using("host/module/A.cpp", "host/account/B.h"), "may not use"),
     (using("host/kernel/bpf/A.h", "host/base/B.h"), "may not use"),
     (using("host/kernel/launch/A.cpp", "host/kernel/file/B.h"), "may not use"),
+    (using("host/kernel/connector/A.cpp", "host/event/B.h"), "may not use"),
     (using("host/kernel/file/A.cpp", "host/kernel/B.h"), "may not use"),
     (using("host/kernel/A.cpp", "host/account/B.h"), "may not use"),
     (using("host/account/A.cpp", "host/report/B.h"), "may not use"),

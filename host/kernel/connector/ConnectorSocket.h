@@ -2,8 +2,8 @@
 // name the process only; what it runs must be looked up while it lives.
 //
 // Threads: one. Errors: Open's text says what is missing; nothing throws but std::bad_alloc.
-#ifndef HOST_KERNEL_LAUNCH_CONNECTORSOCKET_H
-#define HOST_KERNEL_LAUNCH_CONNECTORSOCKET_H
+#ifndef HOST_KERNEL_CONNECTOR_CONNECTORSOCKET_H
+#define HOST_KERNEL_CONNECTOR_CONNECTORSOCKET_H
 
 #include <cstddef>
 #include <cstdint>

@@ -1,4 +1,4 @@
-#include "host/kernel/launch/ConnectorSensor.h"
+#include "host/kernel/connector/ConnectorSensor.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -12,8 +12,8 @@
 #include "tests/support/Event.h"
 #include "tests/support/TestDir.h"
 #include "tests/support/kernel/FakeKernel.h"
-#include "tests/unit/host/kernel/launch/ConnectorBytes.h"
-#include "tests/unit/host/kernel/launch/ExecOpenBytes.h"
+#include "tests/unit/host/kernel/connector/ConnectorBytes.h"
+#include "tests/unit/host/kernel/connector/ExecOpenBytes.h"
 
 using namespace connector_bytes;
 using namespace exec_open_bytes;

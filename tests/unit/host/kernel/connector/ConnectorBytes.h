@@ -1,6 +1,6 @@
 // Messages as the process connector sends them, for tests.
-#ifndef TESTS_UNIT_HOST_KERNEL_LAUNCH_CONNECTORBYTES_H
-#define TESTS_UNIT_HOST_KERNEL_LAUNCH_CONNECTORBYTES_H
+#ifndef TESTS_UNIT_HOST_KERNEL_CONNECTOR_CONNECTORBYTES_H
+#define TESTS_UNIT_HOST_KERNEL_CONNECTOR_CONNECTORBYTES_H
 
 #include <linux/cn_proc.h>
 #include <linux/connector.h>

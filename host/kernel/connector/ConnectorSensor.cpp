@@ -1,4 +1,4 @@
-#include "host/kernel/launch/ConnectorSensor.h"
+#include "host/kernel/connector/ConnectorSensor.h"
 
 #include <linux/capability.h>
 #include <poll.h>
@@ -21,11 +21,11 @@
 #include <vector>
 
 #include "host/base/WakeFd.h"
-#include "host/kernel/launch/ConnectorSocket.h"
-#include "host/kernel/launch/ExecOpens.h"
+#include "host/kernel/connector/ConnectorSocket.h"
+#include "host/kernel/connector/ExecOpens.h"
+#include "host/kernel/connector/StartedProgram.h"
 #include "host/kernel/launch/LaunchPath.h"
 #include "host/kernel/launch/LaunchRecords.h"
-#include "host/kernel/launch/StartedProgram.h"
 #include "host/process/Privileges.h"
 
 namespace {

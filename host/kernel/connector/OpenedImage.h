@@ -2,8 +2,8 @@
 // then the program, then its loader. Starts that failed leave files that belong to none.
 //
 // Threads: any; no state. Errors: none but std::bad_alloc.
-#ifndef HOST_KERNEL_LAUNCH_OPENEDIMAGE_H
-#define HOST_KERNEL_LAUNCH_OPENEDIMAGE_H
+#ifndef HOST_KERNEL_CONNECTOR_OPENEDIMAGE_H
+#define HOST_KERNEL_CONNECTOR_OPENEDIMAGE_H
 
 #include <functional>
 #include <string>

@@ -2,14 +2,14 @@
 // what /proc says of the process. None of these knows all of it, and each may come too late.
 //
 // Threads: any; no state. Errors: none but std::bad_alloc.
-#ifndef HOST_KERNEL_LAUNCH_STARTEDPROGRAM_H
-#define HOST_KERNEL_LAUNCH_STARTEDPROGRAM_H
+#ifndef HOST_KERNEL_CONNECTOR_STARTEDPROGRAM_H
+#define HOST_KERNEL_CONNECTOR_STARTEDPROGRAM_H
 
 #include <optional>
 #include <vector>
 
+#include "host/kernel/connector/OpenedImage.h"
 #include "host/kernel/launch/LaunchEvent.h"
-#include "host/kernel/launch/OpenedImage.h"
 
 // Gives each of nStarts launches of one process its image, the last ones to the last: starts that
 // failed come before. Nothing where there are fewer images than launches.

@@ -1,4 +1,4 @@
-#include "host/kernel/launch/OpenedImage.h"
+#include "host/kernel/connector/OpenedImage.h"
 
 #include <elf.h>
 

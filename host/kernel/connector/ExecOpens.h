@@ -5,8 +5,8 @@
 //
 // Memory is bounded: some files for each of some thousand processes; the kernel's own queue holds
 // 16,384 and says when it was full. What is missing then is looked up in /proc instead.
-#ifndef HOST_KERNEL_LAUNCH_EXECOPENS_H
-#define HOST_KERNEL_LAUNCH_EXECOPENS_H
+#ifndef HOST_KERNEL_CONNECTOR_EXECOPENS_H
+#define HOST_KERNEL_CONNECTOR_EXECOPENS_H
 
 #include <cstddef>
 #include <cstdint>
@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "host/base/UniqueFd.h"
-#include "host/kernel/launch/OpenedImage.h"
+#include "host/kernel/connector/OpenedImage.h"
 
 class ExecOpens {
 public:

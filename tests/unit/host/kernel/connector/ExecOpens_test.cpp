@@ -1,4 +1,4 @@
-#include "host/kernel/launch/ExecOpens.h"
+#include "host/kernel/connector/ExecOpens.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -13,7 +13,7 @@
 
 #include "tests/support/TestDir.h"
 #include "tests/support/kernel/FakeKernel.h"
-#include "tests/unit/host/kernel/launch/ExecOpenBytes.h"
+#include "tests/unit/host/kernel/connector/ExecOpenBytes.h"
 
 using namespace exec_open_bytes;
 using testing::ElementsAre;

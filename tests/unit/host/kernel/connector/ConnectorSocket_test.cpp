@@ -1,4 +1,4 @@
-#include "host/kernel/launch/ConnectorSocket.h"
+#include "host/kernel/connector/ConnectorSocket.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -7,7 +7,7 @@
 #include <cstring>
 
 #include "tests/support/kernel/FakeKernel.h"
-#include "tests/unit/host/kernel/launch/ConnectorBytes.h"
+#include "tests/unit/host/kernel/connector/ConnectorBytes.h"
 
 using namespace connector_bytes;
 using testing::ElementsAre;

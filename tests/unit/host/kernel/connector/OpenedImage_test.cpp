@@ -1,8 +1,8 @@
-#include "host/kernel/launch/OpenedImage.h"
+#include "host/kernel/connector/OpenedImage.h"
 
 #include <gtest/gtest.h>
 
-#include "tests/unit/host/kernel/launch/ExecOpenBytes.h"
+#include "tests/unit/host/kernel/connector/ExecOpenBytes.h"
 
 using exec_open_bytes::ElfHead;
 

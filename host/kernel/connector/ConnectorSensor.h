@@ -6,8 +6,8 @@
 // Errors: as ILaunchSensor.
 //
 // Memory is bounded: what waits for Drain by 8 MiB, what waits for the thread by the kernel.
-#ifndef HOST_KERNEL_LAUNCH_CONNECTORSENSOR_H
-#define HOST_KERNEL_LAUNCH_CONNECTORSENSOR_H
+#ifndef HOST_KERNEL_CONNECTOR_CONNECTORSENSOR_H
+#define HOST_KERNEL_CONNECTOR_CONNECTORSENSOR_H
 
 #include <memory>
 

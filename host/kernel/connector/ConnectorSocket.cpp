@@ -1,4 +1,4 @@
-#include "host/kernel/launch/ConnectorSocket.h"
+#include "host/kernel/connector/ConnectorSocket.h"
 
 #include <fcntl.h>
 #include <linux/cn_proc.h>

@@ -1,7 +1,7 @@
 // What the kernel reports of a file that was opened to be executed, and the heads of such files,
 // for tests.
-#ifndef TESTS_UNIT_HOST_KERNEL_LAUNCH_EXECOPENBYTES_H
-#define TESTS_UNIT_HOST_KERNEL_LAUNCH_EXECOPENBYTES_H
+#ifndef TESTS_UNIT_HOST_KERNEL_CONNECTOR_EXECOPENBYTES_H
+#define TESTS_UNIT_HOST_KERNEL_CONNECTOR_EXECOPENBYTES_H
 
 #include <elf.h>
 #include <sys/fanotify.h>

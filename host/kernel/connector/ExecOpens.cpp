@@ -1,4 +1,4 @@
-#include "host/kernel/launch/ExecOpens.h"
+#include "host/kernel/connector/ExecOpens.h"
 
 #include <fcntl.h>
 #include <poll.h>

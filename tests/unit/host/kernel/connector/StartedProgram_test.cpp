@@ -1,4 +1,4 @@
-#include "host/kernel/launch/StartedProgram.h"
+#include "host/kernel/connector/StartedProgram.h"
 
 #include <gtest/gtest.h>
 
