@@ -27,6 +27,12 @@ public:
         (void)!write(m_fd.Get(), &nOne, sizeof(nOne));  // full means that it is awake already
     }
 
+    // Poll waits again.
+    void Clear() const {
+        uint64_t nCount = 0;
+        (void)!read(m_fd.Get(), &nCount, sizeof(nCount));  // none: it was clear
+    }
+
     int Fd() const { return m_fd.Get(); }  // for poll, with POLLIN
 
 private:

@@ -13,6 +13,8 @@ using std::chrono::milliseconds;
 
 // After the sensor was detached it may still be at work on another processor for a moment.
 constexpr milliseconds LAST_RECORDS(200);
+constexpr milliseconds CATCH_UP(500);      // for records that a sensor of this process makes
+constexpr milliseconds RENEW_EVERY(1000);  // at most: it looks at every process
 
 }  // namespace
 
@@ -50,6 +52,7 @@ bool KernelSource::Start(std::string& strError) {
         m_strNotice = strRefused + "; watching launches only";
     }
     if (m_pLaunches != nullptr && m_pFiles != nullptr) {
+        m_images.SetExact(m_pLaunches->IsExact());
         m_images.Seed();
         m_pLaunches->Drain();  // starts without an opening
         m_images.CatchUp();
@@ -82,7 +85,7 @@ SourceResult KernelSource::Next(EventBatch& batch, milliseconds wait) {
     const auto due = Clock::now() + wait;
     while (!m_bStopped) {
         if (m_pFiles != nullptr) {
-            (void)m_pFiles->Read();  // between two batches as well: the kernel's queue is small
+            (void)ReadFiles();  // between two batches as well: the kernel's queue is small
         }
         if (TakeBatch(batch, false)) {
             return SOURCE_BATCH;
@@ -102,10 +105,12 @@ SourceResult KernelSource::Next(EventBatch& batch, milliseconds wait) {
 // True when there was something, so that more is likely.
 bool KernelSource::Look(bool bLast) {
     m_images.Tick(Clock::now());
-    const bool bFiles = m_pFiles != nullptr && m_pFiles->Read();
+    const bool bFiles = m_pFiles != nullptr && ReadFiles();
     if (m_pLaunches != nullptr) {
+        const bool bCaughtUp = !bFiles || m_pLaunches->CatchUp(CATCH_UP);
         m_pLaunches->Drain();
         m_pLaunches->TakeCounts(bLast);
+        Judge(bCaughtUp);
     }
     if (m_pFiles != nullptr) {
         do {
@@ -114,6 +119,27 @@ bool KernelSource::Look(bool bLast) {
         m_pFiles->TakeCounts(bLast);
     }
     return bFiles;
+}
+
+bool KernelSource::ReadFiles() {
+    const bool bBehind = !m_pFiles->IsHolding() && m_pFiles->HasReadAll();
+    if (m_eKnowledge == KNOWS_LITTLE && bBehind && Clock::now() >= m_renewDue) {
+        m_images.Renew();
+        m_renewDue = Clock::now() + RENEW_EVERY;
+        m_eKnowledge = KNOWS_NEWER;
+    } else if (m_eKnowledge == KNOWS_NEWER && bBehind) {
+        m_eKnowledge = KNOWS_ALL;
+    }
+    return m_pFiles->Read();
+}
+
+void KernelSource::Judge(bool bCaughtUp) {
+    const LaunchCounters& launches = m_pLaunches->Counters();
+    const uint64_t nMissing = launches.nLost + launches.nOthersLost;
+    if (std::exchange(m_nMissing, nMissing) != nMissing || !bCaughtUp) {
+        m_eKnowledge = KNOWS_LITTLE;
+    }
+    m_images.SetDoubt(m_eKnowledge != KNOWS_ALL);
 }
 
 // While something happens it is gathered, so that not every event wakes the host; at rest the

@@ -3,6 +3,8 @@
 //
 // Both come from one thread, in this order: read file operations, take every launch until then,
 // find out who did what. A file operation of a program is thus never analysed before its launch.
+// After a loss of launches nobody is said to have done what was done before the processes that run
+// were looked at anew.
 //
 // Threads: as IEventSource; the observers are called on the thread that calls Start and Next.
 // Errors: Start's text says what is missing. Where only the file operations are refused it goes on
@@ -48,7 +50,16 @@ public:
 private:
     using Clock = std::chrono::steady_clock;
 
+    // Whether the table of processes knows every start before the file operations that are held.
+    enum Knowledge {
+        KNOWS_ALL,
+        KNOWS_NEWER,  // of the processes since the table was made anew, after these operations
+        KNOWS_LITTLE  // starts are missing
+    };
+
     void Begin();
+    bool ReadFiles();
+    void Judge(bool bCaughtUp);
     bool Look(bool bLast);
     bool TakeBatch(EventBatch& batch, bool bAny);
     void Sleep(bool bBusy, Clock::time_point due) const;
@@ -61,6 +72,9 @@ private:
     std::unique_ptr<FileSource> m_pFiles;
     WakeFd m_wake;  // Stop wakes Next
     std::atomic<bool> m_bStopped{false};
+    Knowledge m_eKnowledge = KNOWS_ALL;
+    uint64_t m_nMissing = 0;  // records of launches, copies and ends, when it was last looked at
+    Clock::time_point m_renewDue;
     bool m_bBegun = false;
     bool m_bDetached = false;
     std::string m_strNotice;  // to be reported when the run has begun

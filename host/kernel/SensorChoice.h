@@ -5,6 +5,7 @@
 #ifndef HOST_KERNEL_SENSORCHOICE_H
 #define HOST_KERNEL_SENSORCHOICE_H
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <string>
@@ -22,6 +23,8 @@ public:
 
     bool Open(std::string& strError) override;
     void Drain(const Sink& fnSink) override { m_pSensor->Drain(fnSink); }
+    bool CatchUp(std::chrono::milliseconds wait) override { return m_pSensor->CatchUp(wait); }
+    bool IsExact() const override { return m_pSensor->IsExact(); }
     void Detach() override { m_pSensor->Detach(); }
     SensorCounts Counts() const override { return m_pSensor->Counts(); }
     std::string Name() const override { return m_pSensor->Name(); }

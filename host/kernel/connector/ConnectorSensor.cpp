@@ -8,8 +8,10 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstring>
 #include <new>
@@ -20,8 +22,10 @@
 #include <utility>
 #include <vector>
 
+#include "host/base/MonotonicCondition.h"
+#include "host/base/Mutex.h"
 #include "host/base/WakeFd.h"
-#include "host/kernel/connector/ConnectorSocket.h"
+#include "host/kernel/connector/ConnectorFeed.h"
 #include "host/kernel/connector/ExecOpens.h"
 #include "host/kernel/connector/StartedProgram.h"
 #include "host/kernel/launch/LaunchPath.h"
@@ -34,17 +38,16 @@ constexpr size_t WAITING_BYTES = 8 << 20;
 constexpr size_t MOST_PARENTS = 65536;
 constexpr int IDLE_LOOK_MS = 50;  // copies, ends and failed starts wake nobody
 
-FileId FileOf(const std::string& strPath) {
-    struct stat status = {};
-    return stat(strPath.c_str(), &status) == 0 ? process_look::IdOf(status) : FileId();
-}
-
 // Newer kernels notify everybody of processes; what these run is still the affair of a few.
 bool MayLookAtOthers() {
     __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
     __user_cap_data_struct data[_LINUX_CAPABILITY_U32S_3] = {};
     return syscall(SYS_capget, &header, data) == 0 &&
            (data[0].effective >> CAP_SYS_PTRACE & 1) != 0;
+}
+
+bool IsExec(const ConnectorEvent& event) {
+    return event.eKind == LAUNCH_KIND_EXEC;
 }
 
 class ConnectorSensor : public ILaunchSensor {
@@ -57,6 +60,8 @@ public:
 
     bool Open(std::string& strError) override;
     void Drain(const Sink& fnSink) override { m_records.Drain(fnSink); }
+    bool CatchUp(std::chrono::milliseconds wait) override;
+    bool IsExact() const override { return false; }
     void Detach() override;
     SensorCounts Counts() const override { return m_records.Counts(); }
     std::string Name() const override {
@@ -65,13 +70,21 @@ public:
     std::string Limits() const override;
 
 private:
+    // The launches of one process in one round. Only of the last one does /proc know anything.
+    struct Starts {
+        size_t nCount = 0;
+        size_t nTaken = 0;
+        ProcessState state;
+        std::vector<std::optional<OpenedImage>> images;
+    };
+
     void Run();
     void Round();
-    bool TakeSockets();
-    void TakeExecs(const std::vector<ConnectorEvent>& execs);
-    void TakeExec(uint32_t nPid, size_t nStarts);
+    void TakeEvents();
+    void TakeExec(uint32_t nPid, Starts& starts);
+    void FindImages(uint32_t nPid, Starts& starts);
     uint32_t ParentOf(uint32_t nPid) const;
-    void TakeLives(LaunchKind eKind);
+    void TakeLife(const ConnectorEvent& life);
 
     const bool m_bOpens;
     WakeFd m_wake;  // Detach wakes Run
@@ -80,12 +93,17 @@ private:
     std::thread m_thread;
     std::atomic<bool> m_bStop{false};
 
+    Mutex m_mutex;
+    MonotonicCondition m_caughtUp;
+    uint64_t m_nAsked TEV_GUARDED_BY(m_mutex) = 0;     // calls of CatchUp
+    uint64_t m_nAnswered TEV_GUARDED_BY(m_mutex) = 0;  // those before a round that is complete
+
     // The thread's own from here.
-    ConnectorSocket m_execs;
-    ConnectorSocket m_lives;
+    ConnectorFeed m_feed;
     ExecOpens m_opens;
-    std::vector<ConnectorEvent> m_execEvents;
-    std::vector<ConnectorEvent> m_lifeEvents;
+    std::vector<ConnectorEvent> m_events;              // of this round, in their order
+    size_t m_nTaken = 0;                               // of these
+    std::vector<ConnectorEvent> m_later;               // read, and younger than this round
     std::unordered_map<uint32_t, uint32_t> m_parents;  // process by process
 
     LaunchRecords m_records{WAITING_BYTES};
@@ -98,10 +116,7 @@ bool ConnectorSensor::Open(std::string& strError) {
             "capabilities CAP_SYS_PTRACE and CAP_NET_ADMIN";
         return false;
     }
-    const bool bFilter = ConnectorSocket::CanFilter();
-    if (!m_execs.Open(bFilter ? ConnectorSocket::EXECS : ConnectorSocket::ALL_KINDS, strError) ||
-        (bFilter && !m_lives.Open(ConnectorSocket::LIVES, strError)) ||
-        (m_bOpens && !m_opens.Open(strError))) {
+    if (!m_feed.Open(strError) || (m_bOpens && !m_opens.Open(strError))) {
         return false;
     }
     if (!m_wake.Open()) {
@@ -148,110 +163,117 @@ std::string ConnectorSensor::Limits() const {
 void ConnectorSensor::Run() {
     privileges::KeepForWatching();  // they belong to a thread, and this one was made with all
     while (!m_bStop) {
-        pollfd fds[] = {{m_execs.Fd(), POLLIN, 0}, {m_wake.Fd(), POLLIN, 0}};
-        (void)poll(fds, 2, IDLE_LOOK_MS);
+        pollfd fds[] = {{m_feed.Fd(), POLLIN, 0}, {m_wake.Fd(), POLLIN, 0}};
+        (void)poll(fds, 2, m_feed.IsHolding() ? 0 : IDLE_LOOK_MS);
+        m_wake.Clear();
+        uint64_t nAsked = 0;
+        {
+            const MutexLock lock(m_mutex);
+            nAsked = m_nAsked;
+        }
         Round();
+        const MutexLock lock(m_mutex);
+        m_nAnswered = nAsked;
+        m_caughtUp.NotifyAll();
     }
     Round();
 }
 
-// What waits, in an order in which a launch finds its parent and its files: starts first, then the
-// copies and opened files that were there by then.
+bool ConnectorSensor::CatchUp(std::chrono::milliseconds wait) {
+    const auto due = MonotonicCondition::Clock::now() + wait;
+    const MutexLock lock(m_mutex);
+    const uint64_t nAsked = ++m_nAsked;
+    m_wake.Wake();
+    while (m_nAnswered < nAsked && MonotonicCondition::Clock::now() < due) {
+        m_caughtUp.WaitUntil(m_mutex, due);
+    }
+    return m_nAnswered >= nAsked;
+}
+
+// What waits, in the order in which it happened: a launch finds its parent's program, and a copy
+// the program that its parent ran then.
 void ConnectorSensor::Round() {
-    try {
-        bool bMore = true;
-        while (bMore) {
-            bMore = TakeSockets();
+    bool bMore = true;
+    while (bMore) {
+        try {
+            bMore = m_feed.Receive(m_events);
+            m_records.SetDropped(m_feed.DroppedStarts(), m_feed.DroppedLives());
             if (m_bOpens) {
                 m_opens.Read();
             }
-            TakeLives(LAUNCH_KIND_FORK);
-            TakeExecs(m_execEvents);
-            TakeLives(LAUNCH_KIND_EXIT);
-            m_execEvents.clear();
-            m_lifeEvents.clear();
+            TakeEvents();
+        } catch (const std::bad_alloc&) {
+            bMore = false;
+            const auto nLaunches = static_cast<size_t>(std::count_if(
+                m_events.begin() + static_cast<std::ptrdiff_t>(m_nTaken), m_events.end(), IsExec));
+            m_records.Lose(nLaunches, m_events.size() - m_nTaken - nLaunches);
         }
-    } catch (const std::bad_alloc&) {
-        m_records.Lose(m_execEvents.size(), m_lifeEvents.size());
-        m_execEvents.clear();
-        m_lifeEvents.clear();
+        m_events.clear();
+        m_nTaken = 0;
     }
 }
 
-// True when more waits.
-bool ConnectorSensor::TakeSockets() {
-    const bool bMore = m_execs.Receive(m_execEvents);
-    if (m_lives.Fd() >= 0) {
-        while (m_lives.Receive(m_lifeEvents)) {
-        }
-    } else {
-        for (size_t i = 0; i < m_execEvents.size();) {
-            if (m_execEvents[i].eKind == LAUNCH_KIND_EXEC) {
-                ++i;
-            } else {
-                m_lifeEvents.push_back(m_execEvents[i]);
-                m_execEvents.erase(m_execEvents.begin() + static_cast<std::ptrdiff_t>(i));
-            }
+void ConnectorSensor::TakeEvents() {
+    std::unordered_map<uint32_t, Starts> starts;
+    for (const ConnectorEvent& event : m_events) {
+        if (IsExec(event)) {
+            ++starts[event.nPid].nCount;
         }
     }
-    m_records.SetDropped(m_execs.Dropped(), m_lives.Dropped());
-    return bMore;
-}
-
-void ConnectorSensor::TakeLives(LaunchKind eKind) {
-    for (const ConnectorEvent& life : m_lifeEvents) {
-        if (life.eKind != eKind) {
-            continue;
-        }
-        if (eKind == LAUNCH_KIND_FORK) {
-            if (m_parents.size() >= MOST_PARENTS) {
-                m_parents.clear();  // /proc knows them too
-            }
-            m_parents[life.nPid] = life.nParent;
+    for (; m_nTaken < m_events.size(); ++m_nTaken) {
+        const ConnectorEvent& event = m_events[m_nTaken];
+        if (IsExec(event)) {
+            TakeExec(event.nPid, starts[event.nPid]);
         } else {
-            m_parents.erase(life.nPid);
-            m_opens.Forget(life.nPid);
-        }
-        LaunchEvent event;
-        event.eKind = eKind;
-        event.nPid = life.nPid;
-        event.nPpid = life.nParent;
-        m_records.Put(event);
-    }
-}
-
-void ConnectorSensor::TakeExecs(const std::vector<ConnectorEvent>& execs) {
-    std::unordered_map<uint32_t, size_t> starts;
-    for (const ConnectorEvent& exec : execs) {
-        ++starts[exec.nPid];
-    }
-    for (const ConnectorEvent& exec : execs) {
-        size_t& nStarts = starts[exec.nPid];
-        if (nStarts > 0) {
-            TakeExec(exec.nPid, nStarts);
-            nStarts = 0;
+            TakeLife(event);
         }
     }
 }
 
-// All launches of one process that wait. Only of the last one does /proc know anything.
-void ConnectorSensor::TakeExec(uint32_t nPid, size_t nStarts) {
-    const ProcessState state = process_look::Look(nPid);
-    const std::vector<OpenedImage> images = ImagesOf(m_opens.Take(nPid), FileOf);
-    std::vector<std::optional<OpenedImage>> starts = ImagesPerStart(images, nStarts);
-    if (nStarts == 1 && starts[0] && state.exe.IsKnown()) {
-        bool bSeen = false;
-        for (const OpenedImage& image : images) {
-            bSeen = bSeen || image.program.id == state.exe;
+void ConnectorSensor::TakeLife(const ConnectorEvent& life) {
+    if (life.eKind == LAUNCH_KIND_FORK) {
+        if (m_parents.size() >= MOST_PARENTS) {
+            m_parents.clear();  // /proc knows them too
         }
-        if (!bSeen) {  // what was opened belongs to a start that failed
-            starts[0].reset();
-        }
+        m_parents[life.nPid] = life.nParent;
+    } else {
+        m_parents.erase(life.nPid);
+        m_opens.Forget(life.nPid);
     }
-    for (size_t i = 0; i < starts.size(); ++i) {
-        const bool bLast = i + 1 == starts.size();
-        m_records.Put(StartedProgram(nPid, ParentOf(nPid), starts[i], bLast ? &state : nullptr,
-                                     m_nOwnMountNs));
+    LaunchEvent event;
+    event.eKind = life.eKind;
+    event.nPid = life.nPid;
+    event.nPpid = life.nParent;
+    m_records.Put(event);
+}
+
+void ConnectorSensor::TakeExec(uint32_t nPid, Starts& starts) {
+    if (starts.nTaken == 0) {
+        FindImages(nPid, starts);
+    }
+    const std::optional<OpenedImage>& image = starts.images[starts.nTaken];
+    const bool bLast = ++starts.nTaken == starts.nCount;
+    m_records.Put(StartedProgram(nPid, ParentOf(nPid), image, bLast ? &starts.state : nullptr,
+                                 m_nOwnMountNs));
+}
+
+// Of more files than starts some belong to starts that failed, or to one that is not reported yet:
+// then only the last start is known, by what the process runs.
+void ConnectorSensor::FindImages(uint32_t nPid, Starts& starts) {
+    starts.state = process_look::Look(nPid);
+    const std::vector<OpenedImage> images = ImagesOf(m_opens.Take(nPid), process_look::FileOf);
+    starts.images = ImagesPerStart(images, starts.nCount);
+    const FileId& exe = starts.state.exe;
+    const auto runs = std::find_if(
+        images.rbegin(), images.rend(),
+        [&exe](const OpenedImage& image) { return exe.IsKnown() && image.program.id == exe; });
+    if (images.size() > starts.nCount) {
+        starts.images.assign(starts.nCount, std::nullopt);
+        if (runs != images.rend()) {
+            starts.images.back() = *runs;
+        }
+    } else if (starts.nCount == 1 && exe.IsKnown() && runs == images.rend()) {
+        starts.images[0].reset();  // what was opened belongs to a start that failed
     }
 }
 

@@ -60,15 +60,17 @@ bool DecodeConnector(const void* pData, size_t nSize, ConnectorEvent& event) {
     uint32_t words[READ / sizeof(uint32_t)];
     std::memcpy(words, static_cast<const char*>(pData) + HEADS, sizeof(words));
     const uint32_t* const pIds = words + 4;  // after kind, processor and time
+    uint64_t nNanos = 0;
+    std::memcpy(&nNanos, words + 2, sizeof(nNanos));
     switch (words[0]) {
         case 0x00000001:  // a copy: parent's thread and process, child's thread and process
-            event = {LAUNCH_KIND_FORK, pIds[3], pIds[1]};
+            event = {LAUNCH_KIND_FORK, pIds[3], pIds[1], nNanos};
             return pIds[2] == pIds[3];
         case 0x00000002:
-            event = {LAUNCH_KIND_EXEC, pIds[1], 0};
+            event = {LAUNCH_KIND_EXEC, pIds[1], 0, nNanos};
             return true;
         case 0x80000000:
-            event = {LAUNCH_KIND_EXIT, pIds[1], 0};
+            event = {LAUNCH_KIND_EXIT, pIds[1], 0, nNanos};
             return pIds[0] == pIds[1];
         default:
             return false;

@@ -17,6 +17,7 @@ struct ConnectorEvent {
     LaunchKind eKind = LAUNCH_KIND_EXEC;
     uint32_t nPid = 0;     // of the process, never of a thread
     uint32_t nParent = 0;  // of LAUNCH_KIND_FORK
+    uint64_t nNanos = 0;   // when, by the monotonic clock
 };
 
 // The event in one netlink message; false when it is none of those, or one of a thread.

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "host/event/EventMessage.h"
+#include "host/kernel/file/ThreadTimer.h"
 
 namespace {
 
@@ -18,26 +19,6 @@ bool LStat(const std::string& strPath, struct stat& status) {
 bool Stat(const std::string& strPath, struct stat& status) {
     return stat(strPath.c_str(), &status) == 0;
 }
-
-// Adds the processor time of its life.
-class TimeTaken {
-public:
-    explicit TimeTaken(uint64_t& nNanos) : m_nNanos(nNanos), m_nBegin(Now()) {}
-    ~TimeTaken() { m_nNanos += Now() - m_nBegin; }
-    TimeTaken(const TimeTaken&) = delete;
-    TimeTaken& operator=(const TimeTaken&) = delete;
-
-private:
-    static uint64_t Now() {
-        timespec time = {};
-        (void)clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
-        return static_cast<uint64_t>(time.tv_sec) * 1000000000 +
-               static_cast<uint64_t>(time.tv_nsec);
-    }
-
-    uint64_t& m_nNanos;
-    const uint64_t m_nBegin;
-};
 
 }  // namespace
 
@@ -71,10 +52,17 @@ void FileSource::Ignore() {
 }
 
 bool FileSource::Read() {
-    const TimeTaken time(m_nCaptureNanos);
+    const ThreadTimer time(m_nCaptureNanos);
+    // Starts noted before a look that left nothing in the kernel came before what is read after it.
+    if (!IsHolding()) {
+        m_images.SetSettled(m_nNotedBefore);
+    }
+    const uint64_t nNoted = m_images.Noted();
     while (m_held.Bytes() < m_options.nMostHeld) {
         const size_t nRead = m_pSensor->Read(m_buffer.data(), m_buffer.size());
-        if (nRead == 0) {
+        m_bReadAll = nRead == 0;
+        if (m_bReadAll) {
+            m_nNotedBefore = nNoted;
             break;
         }
         m_held.Add(m_buffer.data(), nRead, static_cast<int64_t>(::time(nullptr)));
@@ -84,7 +72,7 @@ bool FileSource::Read() {
 
 void FileSource::Resolve() {
     {
-        const TimeTaken time(m_nCaptureNanos);
+        const ThreadTimer time(m_nCaptureNanos);
         if (m_pSensor->Tend()) {
             m_paths.Clear();
         }

@@ -62,6 +62,8 @@ public:
     // After the images know of every process until then: decodes the oldest piece held.
     void Resolve();
     bool IsHolding() const { return !m_held.IsEmpty(); }
+    // Whether the last Read left nothing in the kernel.
+    bool HasReadAll() const { return m_bReadAll; }
     // No new events from now on; those that wait can still be read.
     void Detach() { m_pSensor->Detach(); }
     // Gives the observer notices and counters; bLast: and every loss not yet announced.
@@ -96,6 +98,8 @@ private:
     DirectoryPathCache m_paths;
     std::vector<char> m_buffer;  // for one read
     HeldEvents m_held;
+    bool m_bReadAll = false;
+    uint64_t m_nNotedBefore = 0;            // starts, before the kernel had nothing more
     int m_nOpening = 0;                     // directories being opened, one for the sake of another
     std::vector<FileOperation> m_reported;  // to the observer, once the time was taken
     BatchQueue<FileOperation> m_batches;

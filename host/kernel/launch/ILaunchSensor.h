@@ -5,6 +5,7 @@
 #ifndef HOST_KERNEL_LAUNCH_ILAUNCHSENSOR_H
 #define HOST_KERNEL_LAUNCH_ILAUNCHSENSOR_H
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -26,6 +27,12 @@ public:
     virtual bool Open(std::string& strError) = 0;
     // Returns the records that wait, in the order in which they were written.
     virtual void Drain(const Sink& fnSink) = 0;
+    // Waits until records stand for whatever the kernel reported before the call, at most that
+    // long; false: not all of them do. Where the kernel writes the records itself they do.
+    virtual bool CatchUp(std::chrono::milliseconds /*wait*/) { return true; }
+    // Whether each record names the file that was started, in the order of the starts; else it may
+    // name one that the same process started later.
+    virtual bool IsExact() const { return true; }
     // No new launches from now on; records that wait can still be drained.
     virtual void Detach() = 0;
     virtual SensorCounts Counts() const = 0;

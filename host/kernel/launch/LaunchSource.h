@@ -54,6 +54,9 @@ public:
     void Detach();
     // Gives the observer the counters; bLast: and every loss that is not yet announced.
     void TakeCounts(bool bLast);
+    // As the sensor.
+    bool CatchUp(std::chrono::milliseconds wait) { return m_pSensor->CatchUp(wait); }
+    bool IsExact() const { return m_pSensor->IsExact(); }
 
     // True when a batch is full or its time has come; bAny: or has anything in it.
     bool HasBatch(Clock::time_point now, bool bAny) const { return m_batches.HasBatch(now, bAny); }

@@ -28,6 +28,11 @@ FileId process_look::IdOf(const struct stat& status) {
             static_cast<uint32_t>(major(status.st_dev) << 20 | minor(status.st_dev))};
 }
 
+FileId process_look::FileOf(const std::string& strPath) {
+    struct stat status = {};
+    return stat(strPath.c_str(), &status) == 0 ? IdOf(status) : FileId();
+}
+
 std::string process_look::ReadFile(int nDir, const char* pszName, size_t nMost) {
     std::string strText;
     const UniqueFd fd(openat(nDir, pszName, O_RDONLY | O_CLOEXEC));

@@ -35,6 +35,8 @@ struct ProcessState {
 namespace process_look {
 
 FileId IdOf(const struct stat& status);
+// Of the file that a path leads to; not known when it leads to none.
+FileId FileOf(const std::string& strPath);
 
 // A file below nDir, at most nMost bytes of it.
 std::string ReadFile(int nDir, const char* pszName, size_t nMost);

@@ -61,10 +61,16 @@ void ProcessTable::Seed() {
             continue;
         }
         if (const ImageRef pImage = ImageFromProc(nPid)) {
-            Put(nPid).images.push_back(Kept(*pImage));
+            Put(nPid).starts.push_back({Kept(*pImage)});
         }
     }
     (void)closedir(pDir);
+}
+
+void ProcessTable::Renew() {
+    m_processes.clear();
+    m_ends.clear();
+    Seed();
 }
 
 // A table that is full of running processes, after ends that were lost, begins anew; /proc fills
@@ -124,22 +130,23 @@ void ProcessTable::Note(const LaunchEvent& event, const std::string& strPath) {
     if (event.eKind == LAUNCH_KIND_EXEC) {
         MakeRoom();
         Process& process = Put(event.nPid);
-        process.images.push_back(
-            Kept({strPath, event.strPath.empty() ? event.strName : event.strPath, event.nDevice,
-                  event.nInode, event.nMagic}));
-        if (process.images.size() > MOST_IMAGES) {
-            process.images.erase(process.images.begin());
+        process.starts.push_back(
+            {Kept({strPath, event.strPath.empty() ? event.strName : event.strPath, event.nDevice,
+                   event.nInode, event.nMagic}),
+             ++m_nNoted});
+        if (process.starts.size() > MOST_IMAGES) {
+            process.starts.erase(process.starts.begin());
             process.nCurrent -= process.nCurrent > 0 ? 1 : 0;
         }
     } else if (event.eKind == LAUNCH_KIND_FORK) {
         const auto parent = m_processes.find(event.nPpid);
         ImageRef pImage;
-        if (parent != m_processes.end() && !parent->second.images.empty()) {
-            pImage = parent->second.images.back();
+        if (parent != m_processes.end() && !parent->second.starts.empty()) {
+            pImage = parent->second.starts.back().pImage;
         }
         m_processes.erase(event.nPid);
         if (pImage != nullptr) {
-            Put(event.nPid).images.push_back(std::move(pImage));
+            Put(event.nPid).starts.push_back({std::move(pImage)});
         }
     } else {
         const auto found = m_processes.find(event.nPid);
@@ -165,8 +172,8 @@ void ProcessTable::Opened(uint32_t nPid, uint64_t nInode) {
 void ProcessTable::CatchUp() {
     for (auto& entry : m_processes) {
         entry.second.openings.clear();
-        if (!entry.second.images.empty()) {
-            entry.second.nCurrent = entry.second.images.size() - 1;
+        if (!entry.second.starts.empty()) {
+            entry.second.nCurrent = entry.second.starts.size() - 1;
         }
     }
 }
@@ -174,42 +181,56 @@ void ProcessTable::CatchUp() {
 // An opening that no start follows is one of a script, of a program's loader, or of a start that
 // failed.
 void ProcessTable::Advance(Process& process) const {
-    const auto& images = process.images;
+    const auto& starts = process.starts;
     for (size_t i = 0; i < process.openings.size();) {
         const auto next = std::find_if(
-            images.begin() + static_cast<ptrdiff_t>(process.nCurrent) + 1, images.end(),
-            [&](const ImageRef& pImage) { return pImage->nInode == process.openings[i]; });
-        if (next == images.end()) {
+            starts.begin() + static_cast<ptrdiff_t>(process.nCurrent) + 1, starts.end(),
+            [&](const Start& start) { return start.pImage->nInode == process.openings[i]; });
+        if (next == starts.end()) {
             ++i;
             continue;
         }
-        process.nCurrent = static_cast<size_t>(next - images.begin());
+        process.nCurrent = static_cast<size_t>(next - starts.begin());
         process.openings.erase(process.openings.begin(),
                                process.openings.begin() + static_cast<ptrdiff_t>(i) + 1);
         i = 0;
     }
-    while (process.nCurrent + 1 < images.size() &&
-           !(m_fnReportsStarts && m_fnReportsStarts(images[process.nCurrent + 1]->nDevice))) {
+    while (process.nCurrent + 1 < starts.size() && CountsAtOnce(starts[process.nCurrent + 1])) {
         ++process.nCurrent;
     }
 }
 
+// One that no opening will be reported of, or that came before what is asked about.
+bool ProcessTable::CountsAtOnce(const Start& start) const {
+    if (start.nNumber <= m_nSettled || !m_fnReportsStarts) {
+        return true;
+    }
+    return m_bExact && !m_fnReportsStarts(start.pImage->nDevice);
+}
+
 std::string ProcessTable::StarterOf(const LaunchEvent& event) const {
     const auto found = m_processes.find(event.nPpid);
-    if (found == m_processes.end() || found->second.images.empty()) {
+    if (found == m_processes.end() || found->second.starts.empty()) {
         return ReadLink(ExeLink(event.nPpid));
     }
-    return found->second.images.back()->strName;
+    return found->second.starts.back().pImage->strName;
 }
 
 ActingProgram ProcessTable::ActingOf(uint32_t nPid, bool bNewest) {
+    if (m_bDoubt) {
+        return {};
+    }
     const auto found = m_processes.find(nPid);
-    if (found == m_processes.end() || found->second.images.empty()) {
-        return FromProc(nPid);
+    if (found == m_processes.end() || found->second.starts.empty()) {
+        return m_bExact ? FromProc(nPid) : ActingProgram();
     }
     Process& process = found->second;
     Advance(process);
-    return Verified(*process.images[bNewest ? process.images.size() - 1 : process.nCurrent], nPid);
+    const size_t nNewest = process.starts.size() - 1;
+    if (!m_bExact && process.nCurrent < nNewest) {
+        return {};
+    }
+    return Verified(*process.starts[bNewest ? nNewest : process.nCurrent].pImage, nPid);
 }
 
 // Never a path that leads to another file by now: a verdict on that one would be borrowed.

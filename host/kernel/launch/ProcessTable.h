@@ -53,8 +53,16 @@ public:
     void SetReportsStarts(ReportsStarts fnReportsStarts) {
         m_fnReportsStarts = std::move(fnReportsStarts);
     }
+    // With a sensor that is not exact nobody acts where it could be more than one: not a process
+    // that has started another program since the file operations were read, nor one that is not
+    // known.
+    void SetExact(bool bExact) { m_bExact = bExact; }
+    // While this is set nobody acts: starts may be missing.
+    void SetDoubt(bool bDoubt) { m_bDoubt = bDoubt; }
     // The processes that run already and are not known.
     void Seed();
+    // Forgets all of them and begins with those that run now.
+    void Renew();
 
     // strPath is the path of an exec; nothing reads it for the other kinds.
     void Note(const LaunchEvent& event, const std::string& strPath);
@@ -62,6 +70,10 @@ public:
     void Opened(uint32_t nPid, uint64_t nInode);
     // Openings may be missing: from here on every process runs its newest image.
     void CatchUp();
+    // How many starts were noted; and how many of these came before every file operation that is
+    // still to be asked about.
+    uint64_t Noted() const { return m_nNoted; }
+    void SetSettled(uint64_t nNoted) { m_nSettled = nNoted; }
     // Forgets what ended long ago.
     void Tick(Clock::time_point now);
 
@@ -76,8 +88,12 @@ public:
 
 private:
     using ImageRef = std::shared_ptr<const Image>;
+    struct Start {
+        ImageRef pImage;
+        uint64_t nNumber = 0;  // among all that were noted; 0 where none was: of a copy, or seeded
+    };
     struct Process {
-        std::vector<ImageRef> images;  // a few; an empty deque would take 600 bytes
+        std::vector<Start> starts;  // a few; an empty deque would take 600 bytes
         size_t nCurrent = 0;
         std::vector<uint64_t> openings;  // inodes
         uint64_t nEnd = 0;               // number of its end, 0 while it runs
@@ -93,6 +109,7 @@ private:
     void MakeRoom();
     ImageRef Kept(Image image);
     void Advance(Process& process) const;
+    bool CountsAtOnce(const Start& start) const;
     ActingProgram Verified(const Image& image, uint32_t nPid) const;
     ActingProgram FromProc(uint32_t nPid) const;
     ImageRef ImageFromProc(uint32_t nPid) const;
@@ -101,6 +118,10 @@ private:
     const FileLook m_fnLook;
     const std::string m_strProc;
     ReportsStarts m_fnReportsStarts;
+    bool m_bExact = true;
+    bool m_bDoubt = false;
+    uint64_t m_nNoted = 0;
+    uint64_t m_nSettled = 0;
     size_t m_nBytes = 0;  // of the images below, which take theirs off when they go
     std::unordered_map<uint32_t, Process> m_processes;
     std::deque<End> m_ends;

@@ -17,6 +17,8 @@ struct FakeLaunchState {
     std::string strName = "a test";
     std::string strLimits;
     std::function<void()> fnOnDrain;  // what happens whenever it is drained
+    bool bCaughtUp = true;
+    bool bExact = true;
     bool bDetached = false;
 };
 
@@ -39,6 +41,8 @@ public:
             bMore = fnSink(strRecord.data(), strRecord.size());
         }
     }
+    bool CatchUp(std::chrono::milliseconds) override { return m_state.bCaughtUp; }
+    bool IsExact() const override { return m_state.bExact; }
     void Detach() override { m_state.bDetached = true; }
     SensorCounts Counts() const override { return m_state.counts; }
     std::string Name() const override { return m_state.strName; }

@@ -52,6 +52,21 @@ TEST(WakeFdTest, AWakeNeverWaitsForRoom) {
     EXPECT_TRUE(IsReadable(wake, 0));
 }
 
+TEST(WakeFdTest, ClearedItWaitsForTheNextWake) {
+    WakeFd wake;
+    wake.Clear();
+    ASSERT_TRUE(wake.Open());
+    wake.Wake();
+    wake.Wake();
+
+    wake.Clear();
+    EXPECT_FALSE(IsReadable(wake, 0));
+    wake.Clear();
+    wake.Wake();
+
+    EXPECT_TRUE(IsReadable(wake, 0));
+}
+
 TEST(WakeFdTest, OutsideOfOpenAndCloseAWakeDoesNothing) {
     WakeFd wake;
 

@@ -22,6 +22,8 @@ using testing::Not;
 
 namespace {
 
+constexpr uint32_t NOBODY = 0x7ffffff0;  // beyond every process number
+
 struct FakeState {
     std::deque<std::string> events;  // of files
     std::string strOrder;            // who was asked, in order
@@ -226,6 +228,81 @@ TEST_F(KernelSourceTest, TwoProgramsOfOneProcessAreToldApart) {
     ASSERT_EQ(2u, m_observer.m_operations.size());
     EXPECT_EQ("/bin/sh", m_observer.m_operations[0].strProgram);
     EXPECT_EQ("/bin/other", m_observer.m_operations[1].strProgram);
+}
+
+TEST_F(KernelSourceTest, WithRecordsStillOutstandingNobodyIsSaidToHaveActed) {
+    KernelSource& source = Started();
+    Start(4711, "/bin/tool");
+    Opened(4711, "/bin/tool");
+    Touched(4711);
+    m_launches.bCaughtUp = false;
+    Run(source);
+
+    ASSERT_EQ(1u, m_observer.m_operations.size());
+    EXPECT_EQ("", m_observer.m_operations[0].strProgram);
+    EXPECT_EQ(1u, m_observer.m_files.nNoProgram);
+}
+
+// A copy that was lost leaves its number with the program of whoever had it before.
+TEST_F(KernelSourceTest, AfterALossNobodyIsSaidToHaveActedUntilTheProcessesAreLookedAtAnew) {
+    for (uint64_t SensorCounts::*const pCount :
+         {&SensorCounts::nLost, &SensorCounts::nOthersLost}) {
+        m_observer.m_operations.clear();
+        m_launches.counts = {};
+        KernelSource& source = Started();
+        EventBatch batch;
+        const auto fnActor = [&] {
+            Touched(NOBODY);
+            const size_t nBefore = m_observer.m_operations.size();
+            while (m_observer.m_operations.size() == nBefore) {
+                (void)source.Next(batch, milliseconds(0));
+            }
+            while (source.Next(batch, milliseconds(0)) != SOURCE_NOTHING_YET) {
+            }
+            return m_observer.m_operations.back().strProgram;
+        };
+        Start(NOBODY, "/bin/tool");
+        Opened(NOBODY, "/bin/tool");
+        EXPECT_EQ("/bin/tool", fnActor());
+
+        ++(m_launches.counts.*pCount);
+        EXPECT_EQ("", fnActor());
+        EXPECT_EQ("", fnActor());  // it is not among the processes that run
+        Start(NOBODY, "/bin/other");
+        Opened(NOBODY, "/bin/other");
+        EXPECT_EQ("/bin/other", fnActor());
+    }
+}
+
+TEST_F(KernelSourceTest, WithASensorThatIsNotExactNobodyActsInDoubt) {
+    m_launches.bExact = false;
+    KernelSource& source = Started();
+    Start(NOBODY, "/bin/sh");
+    Opened(NOBODY, "/bin/sh");
+    Touched(NOBODY);
+    Start(NOBODY, "/bin/other");
+    Touched(NOBODY);
+    Run(source);
+
+    ASSERT_EQ(2u, m_observer.m_operations.size());
+    EXPECT_EQ("", m_observer.m_operations[0].strProgram);
+    EXPECT_EQ("", m_observer.m_operations[1].strProgram);
+}
+
+TEST_F(KernelSourceTest, AStartBeforeALookThatLeftNothingIsInEffectWithoutAnOpening) {
+    m_launches.bExact = false;
+    KernelSource& source = Started();
+    EventBatch batch;
+    Start(NOBODY, "/bin/sh");
+    Start(NOBODY, "/bin/other");
+    for (int i = 0; i < 3; ++i) {  // the launches; a look at files that has nothing; another one
+        (void)source.Next(batch, milliseconds(0));
+    }
+    Touched(NOBODY);
+    Run(source);
+
+    ASSERT_EQ(1u, m_observer.m_operations.size());
+    EXPECT_EQ("/bin/other", m_observer.m_operations[0].strProgram);
 }
 
 TEST_F(KernelSourceTest, LaunchesAreWatchedAlone) {

@@ -43,6 +43,12 @@ inline std::string Exit(uint32_t nPid) {
     return Message({0x80000000, 0, 0, 0, nPid, nPid, 0, 0});
 }
 
+// The same message, of that moment.
+inline std::string At(uint64_t nNanos, std::string strMessage) {
+    std::memcpy(&strMessage[HEADS + 8], &nNanos, sizeof(nNanos));
+    return strMessage;
+}
+
 }  // namespace connector_bytes
 
 #endif

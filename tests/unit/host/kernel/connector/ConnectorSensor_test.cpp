@@ -163,7 +163,39 @@ TEST_F(ConnectorSensorTest, LaunchesHaveASocketOfTheirOwnWhereTheKernelSortsTheM
     EXPECT_THAT(m_kernel.GroupFlags(), IsEmpty());
 }
 
-TEST_F(ConnectorSensorTest, OfWhatWaitsCopiesComeFirstThenStartsThenEnds) {
+TEST_F(ConnectorSensorTest, WhatWaitsIsTakenInItsOrder) {
+    (void)Start(false);
+    m_kernel.Tell({{0, {{At(20, Exec(PARENT))}, {At(40, Exec(PARENT))}}},
+                   {1, {{At(10, Fork(ALIVE, PARENT))}, {At(30, Fork(PARENT, GONE))}}}},
+                  {});
+
+    EXPECT_THAT(Lines(Records()),
+                ElementsAre("copy 2147483634 of 2147483633", "start 2147483634 of 2147483633",
+                            "copy 2147483632 of 2147483634", "start 2147483634 of 2147483633"));
+}
+
+TEST_F(ConnectorSensorTest, CaughtUpItHasARecordOfWhateverTheKernelReportedBefore) {
+    ILaunchSensor& sensor = Start(false);
+    size_t nRecords = 0;
+    const auto fnCount = [&nRecords](const void*, size_t) { return ++nRecords > 0; };
+    for (size_t i = 1; i <= 50; ++i) {
+        m_kernel.Tell({{1, {{Fork(PARENT, GONE)}}}}, {});  // wakes nobody
+
+        ASSERT_TRUE(sensor.CatchUp(HANGS_AFTER));
+
+        sensor.Drain(fnCount);
+        ASSERT_EQ(i, nRecords);
+    }
+}
+
+TEST_F(ConnectorSensorTest, WithoutItsThreadItNeverCatchesUp) {
+    m_pSensor = MakeConnectorSensor(false);
+
+    EXPECT_FALSE(m_pSensor->CatchUp(std::chrono::milliseconds(1)));
+    EXPECT_FALSE(m_pSensor->IsExact());
+}
+
+TEST_F(ConnectorSensorTest, OfOneMomentCopiesComeFirstThenStartsThenEnds) {
     (void)Start(false);
     m_kernel.Tell({{0, {{Exec(GONE)}}}, {1, {{Exit(GONE)}, {Fork(PARENT, GONE)}}}}, {});
 
@@ -250,9 +282,9 @@ TEST_F(ConnectorSensorTest, OfSeveralStartsOfOneProcessOnlyTheLastIsDescribedByP
     ASSERT_EQ(3u, events.size());
     EXPECT_EQ(ALIVE, events[0].nPid);
     EXPECT_EQ("", events[0].strPath);
-    EXPECT_EQ(ALIVE, events[1].nPid);
-    EXPECT_EQ(m_dir.Path() + "/tool", events[1].strPath);
-    EXPECT_EQ(GONE, events[2].nPid);
+    EXPECT_EQ(GONE, events[1].nPid);
+    EXPECT_EQ(ALIVE, events[2].nPid);
+    EXPECT_EQ(m_dir.Path() + "/tool", events[2].strPath);
     EXPECT_EQ(3u, m_pSensor->Counts().nCaptured);
 }
 
@@ -290,6 +322,33 @@ TEST_F(ConnectorSensorTest, AFileThatTheProcessDoesNotRunBelongsToAStartThatFail
 
     ASSERT_EQ(1u, events.size());
     EXPECT_EQ(strProgram, events[0].strPath);
+}
+
+TEST_F(ConnectorSensorTest, OfMoreFilesThanStartsNoneIsKnownWhenTheProcessIsGone) {
+    (void)Start(true);
+    m_kernel.Tell({{0, {{Exec(GONE)}}}},
+                  {{Opened(GONE, Program("started")) + Opened(GONE, Program("in-vain"))}});
+
+    const std::vector<LaunchEvent> events = Records();
+
+    ASSERT_EQ(1u, events.size());
+    EXPECT_EQ("", events[0].strPath);
+}
+
+TEST_F(ConnectorSensorTest, OfMoreFilesThanStartsOnlyTheOneThatRunsIsKnown) {
+    const std::string strProgram = m_dir.Path() + "/runs";
+    const int nRuns = Program("runs");
+    MakeProcess(strProgram, "runs" + NUL);
+    (void)Start(true);
+    m_kernel.Tell({{0, {{Exec(ALIVE)}, {Exec(ALIVE)}}}},
+                  {{Opened(ALIVE, Program("first")) + Opened(ALIVE, nRuns) +
+                    Opened(ALIVE, Program("in-vain"))}});
+
+    const std::vector<LaunchEvent> events = Records();
+
+    ASSERT_EQ(2u, events.size());
+    EXPECT_EQ("", events[0].strPath);
+    EXPECT_EQ(strProgram, events[1].strPath);
 }
 
 TEST_F(ConnectorSensorTest, WhatWasOpenedBeforeAnOverflowIsNoOtherStartsProgram) {

@@ -165,3 +165,13 @@ TEST_F(ProcessLookTest, ADeviceIsNumberedAsTheKernelDoes) {
     EXPECT_FALSE((FileId{5000000000, 259U << 20 | 301}) == process_look::IdOf(status));
     EXPECT_FALSE((FileId{5000000001, 259U << 20 | 300}) == process_look::IdOf(status));
 }
+
+TEST_F(ProcessLookTest, AFileIsKnownByWhereItsPathLeads) {
+    const std::string strFile = m_dir.WriteFile("file", "");
+    ASSERT_EQ(0, symlink(strFile.c_str(), (m_dir.Path() + "/link").c_str()));
+    struct stat status = {};
+    ASSERT_EQ(0, stat(strFile.c_str(), &status));
+
+    EXPECT_TRUE(process_look::FileOf(m_dir.Path() + "/link") == process_look::IdOf(status));
+    EXPECT_FALSE(process_look::FileOf(m_dir.Path() + "/gone").IsKnown());
+}

@@ -1,5 +1,6 @@
 #include "host/kernel/launch/ProcessTable.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
@@ -122,6 +123,45 @@ TEST_F(ProcessTableTest, AStartOnADeviceThatTellsNoOpeningsCountsAtOnce) {
     EXPECT_EQ("/bin/rm", Acting(5));
 }
 
+TEST_F(ProcessTableTest, WhatWasStartedBeforeTheOperationsWereReadCountsWithoutAnOpening) {
+    Exec(5, "/bin/sh", 10);
+    Exec(5, "/bin/env", 30);
+    m_table.SetSettled(m_table.Noted());
+    Exec(5, "/bin/rm", 20);
+
+    EXPECT_EQ("/bin/env", Acting(5));
+    m_table.SetSettled(m_table.Noted());
+    EXPECT_EQ("/bin/rm", Acting(5));
+}
+
+TEST_F(ProcessTableTest, InDoubtNobodyActs) {
+    Exec(5, "/bin/sh", 10);
+    m_table.SetDoubt(true);
+    EXPECT_EQ("", Acting(5));
+    EXPECT_EQ("", m_table.ActingOf(static_cast<uint32_t>(getpid()), false).strPath);
+
+    m_table.SetDoubt(false);
+    EXPECT_EQ("/bin/sh", Acting(5));
+}
+
+TEST_F(ProcessTableTest, WithoutAnExactSensorNobodyActsWhoMayHaveStartedAnotherProgram) {
+    m_table.SetExact(false);
+    Exec(NOBODY, "/bin/sh", 10);
+    Fork(NOBODY, 5);
+    EXPECT_EQ("/bin/sh", Acting(5));
+    Exec(5, "/bin/rm", 20);
+
+    EXPECT_EQ("", Acting(5));
+    EXPECT_EQ("", Acting(5, true));
+    m_table.Opened(5, 20);
+    EXPECT_EQ("/bin/rm", Acting(5));
+    Exec(5, "/bin/env", 30, DEVICE + 1);  // that reports no openings
+    m_nDiskMinor = 2;
+    EXPECT_EQ("", Acting(5));
+    m_table.SetSettled(m_table.Noted());
+    EXPECT_EQ("/bin/env", Acting(5));
+}
+
 TEST_F(ProcessTableTest, AfterOpeningsWereLostTheNewestImageCounts) {
     Exec(5, "/bin/sh", 10);
     Exec(5, "/bin/rm", 20);
@@ -222,6 +262,36 @@ TEST(ProcessTableProcTest, ProcessesFromBeforeAreSeededAndLookedUp) {
     EXPECT_GE(table.Size(), 1u);
     EXPECT_EQ(szSelf, table.StarterOf(Event(LAUNCH_KIND_EXEC, 5, nSelf)));
     EXPECT_EQ(szSelf, table.ActingOf(nSelf, false).strPath);
+}
+
+// What a process runs by now may not be what acted.
+TEST(ProcessTableProcTest, WithoutAnExactSensorWhoIsNotKnownIsNotLookedUp) {
+    const auto nSelf = static_cast<uint32_t>(getpid());
+    ProcessTable table;
+    table.SetExact(false);
+
+    EXPECT_EQ("", table.ActingOf(nSelf, false).strPath);
+    table.Seed();
+    EXPECT_NE("", table.ActingOf(nSelf, false).strPath);
+}
+
+TEST(ProcessTableProcTest, MadeAnewItKnowsWhatRunsAndNothingElse) {
+    const auto nSelf = static_cast<uint32_t>(getpid());
+    ProcessTable table;
+    LaunchEvent event = Event(LAUNCH_KIND_EXEC, NOBODY, 1);
+    event.strPath = "/bin/a";
+    table.Note(event, "/bin/a");
+    table.Note(Event(LAUNCH_KIND_EXIT, NOBODY, 0), "");
+    event.nPid = nSelf;
+    table.Note(event, "/bin/a");
+
+    table.Renew();
+
+    EXPECT_EQ("", table.StarterOf(Event(LAUNCH_KIND_EXEC, 5, NOBODY)));
+    EXPECT_THAT(table.StarterOf(Event(LAUNCH_KIND_EXEC, 5, nSelf)),
+                testing::EndsWith("unit_host_kernel_launch"));
+    table.Tick(ProcessTable::Clock::now() + std::chrono::hours(1));  // no end is left
+    EXPECT_NE("", table.ActingOf(nSelf, false).strPath);
 }
 
 // 40,000 programs with names of 4 KiB and their paths, 16 to a process, would be 320 MB.
