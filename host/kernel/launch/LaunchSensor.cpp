@@ -1,16 +1,42 @@
 #include "host/kernel/launch/LaunchSensor.h"
 
+#include <cerrno>
+#include <cstring>
+
+std::string LaunchRefusal(int nError, bool bTypes, const std::string& strLockdown) {
+    const std::string strText =
+        std::string("the kernel refuses the launch sensor: ") + std::strerror(nError);
+    if (nError == EPERM || nError == EACCES) {
+        return strText +
+               "; run as root, or with the capabilities CAP_BPF, CAP_PERFMON and CAP_SYS_PTRACE";
+    }
+    if (strLockdown.find("[confidentiality]") != std::string::npos) {
+        return strText +
+               "; it is locked down (confidentiality) and lets no program read its memory: it "
+               "needs "
+               "a start with lockdown=integrity or none";
+    }
+    if (!bTypes) {
+        return strText +
+               "; there is no /sys/kernel/btf/vmlinux: it needs a kernel with "
+               "CONFIG_DEBUG_INFO_BTF, as Debian's are";
+    }
+    return strText +
+           "; it needs Linux 5.8 or newer with CONFIG_BPF_SYSCALL and CONFIG_BPF_EVENTS, as "
+           "Debian's kernels are; scan and replay work without it";
+}
+
 #ifdef TEVMON_LAUNCH_SENSOR
 #include <bpf/bpf.h>
 #include <bpf/libbpf.h>
+#include <fcntl.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <cstring>
 #include <new>
 #include <vector>
 
 #include "host/kernel/bpf/launch_record.h"
+#include "host/kernel/launch/ProcessLook.h"
 
 namespace {
 
@@ -61,23 +87,9 @@ private:
     int m_nCounts = -1;
 };
 
-// What stands in the way, and how to remove it.
 std::string Refusal(int nError) {
-    std::string strText =
-        std::string("the kernel refuses the launch sensor: ") + std::strerror(nError);
-    if (nError == EPERM || nError == EACCES) {
-        return strText +
-               "; run as root, or with the capabilities CAP_BPF, CAP_PERFMON and CAP_SYS_PTRACE";
-    }
-    if (access("/sys/kernel/btf/vmlinux", R_OK) != 0) {
-        return strText +
-               "; there is no /sys/kernel/btf/vmlinux: it needs a kernel with "
-               "CONFIG_DEBUG_INFO_BTF, as Debian's are";
-    }
-    return strText +
-           "; it needs Linux 5.8 or newer with CONFIG_BPF_SYSCALL and CONFIG_BPF_EVENTS, as "
-           "Debian's "
-           "kernels are; scan and replay work without it";
+    return LaunchRefusal(nError, access("/sys/kernel/btf/vmlinux", R_OK) == 0,
+                         process_look::ReadFile(AT_FDCWD, "/sys/kernel/security/lockdown", 256));
 }
 
 bool KernelSensor::Open(std::string& strError) {

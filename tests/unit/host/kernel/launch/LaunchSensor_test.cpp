@@ -34,6 +34,20 @@ void OpenWithoutPrivilege() {
 
 }  // namespace
 
+TEST(LaunchRefusalTest, AKernelThatIsLockedDownIsNotTakenForAnOldOne) {
+    const char* const CONFIDENTIAL = "none integrity [confidentiality]\n";
+
+    EXPECT_THAT(LaunchRefusal(EINVAL, true, CONFIDENTIAL),
+                HasSubstr("Invalid argument; it is locked down (confidentiality)"));
+    EXPECT_THAT(LaunchRefusal(EINVAL, false, CONFIDENTIAL), HasSubstr("locked down"));
+    EXPECT_THAT(LaunchRefusal(EPERM, true, CONFIDENTIAL), HasSubstr("run as root"));
+    for (const char* const pszLockdown :
+         {"", "[none] integrity confidentiality\n", "none [integrity] confidentiality\n"}) {
+        EXPECT_THAT(LaunchRefusal(EINVAL, true, pszLockdown), HasSubstr("Linux 5.8 or newer"));
+        EXPECT_THAT(LaunchRefusal(EINVAL, false, pszLockdown), HasSubstr("DEBUG_INFO_BTF"));
+    }
+}
+
 TEST(LaunchSensorDeathTest, WithoutPrivilegeItSaysWhatIsMissingAndHowToGetIt) {
     EXPECT_EXIT(OpenWithoutPrivilege(), testing::ExitedWithCode(42),
                 "run as root|built without the launch sensor");
