@@ -5,9 +5,14 @@
 #ifndef TESTS_FAULTS_ALLOCFAULTS_H
 #define TESTS_FAULTS_ALLOCFAULTS_H
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || defined(__clang__)
+#if defined(__has_feature)  // clang's way to say it
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
 #define TESTS_ALLOC_FAULTS 0
-#else
+#endif
+#elif defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define TESTS_ALLOC_FAULTS 0
+#endif
+#ifndef TESTS_ALLOC_FAULTS
 #define TESTS_ALLOC_FAULTS 1
 #endif
 
