@@ -137,8 +137,7 @@ void JsonLines::Write(const QueueChanged& event, int64_t tmWhen) {
 }
 
 void JsonLines::Write(const QueryReceived& event, int64_t tmWhen) {
-    static const char* const FATES[] = {"answered", "known", "no_key", "unreadable",
-                                        "not_delivered"};
+    static const char* const FATES[] = {"answered", "known", "no_key", "malformed", "unanswered"};
     const CloudQuery& query = event.query;
     JsonObject record = Record("query", tmWhen);
     record.Add("path", query.strPath).Add("func", query.strFunc).Add("what", query.strEvent);
@@ -154,8 +153,10 @@ void JsonLines::Write(const QueryReceived& event, int64_t tmWhen) {
 }
 
 void JsonLines::Write(const ModuleNoted& event, int64_t tmWhen) {
-    static const char* const REASONS[] = {"", "cached", "stat_failed", "unreadable", "not_sent"};
-    if (event.note.eNote != NOTE_ANALYSED) {
+    static const char* const REASONS[] = {"", "cached", "stat_failed", "unreadable"};
+    if (event.note.eNote == NOTE_NOT_SENT) {
+        m_output.Line(Record("query_not_sent", tmWhen).Text());
+    } else if (event.note.eNote != NOTE_ANALYSED) {
         JsonObject record = Record("skip", tmWhen);
         record.Add("path", event.note.strText).Add("reason", REASONS[event.note.eNote]);
         m_output.Line(record.Text());

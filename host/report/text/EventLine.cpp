@@ -56,9 +56,9 @@ const char* FateWord(QueryFate eFate) {
         case QUERY_NO_KEY:
             return "no key";
         case QUERY_UNREADABLE:
-            return "unreadable";
+            return "malformed";
         case QUERY_NOT_DELIVERED:
-            return "not delivered";
+            return "unanswered";
     }
     return "";
 }

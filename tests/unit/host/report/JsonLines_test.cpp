@@ -288,8 +288,8 @@ TEST_F(JsonRecordTest, OnlyAnAnsweredQueryHasAVerdict) {
 
 TEST_F(JsonRecordTest, AFateIsOneWordAndThatOfTheMetricsWhereTheyHaveIt) {
     const std::pair<QueryFate, std::string> FATES[] = {{QUERY_NO_KEY, "no_key"},
-                                                       {QUERY_UNREADABLE, "unreadable"},
-                                                       {QUERY_NOT_DELIVERED, "not_delivered"}};
+                                                       {QUERY_UNREADABLE, "malformed"},
+                                                       {QUERY_NOT_DELIVERED, "unanswered"}};
     for (const auto& fate : FATES) {
         EXPECT_THAT(Written(QueryReceived{LaunchQuery("/bin/a"), fate.first, {}}),
                     testing::EndsWith(R"("fate":")" + fate.second + R"("})"));
@@ -299,13 +299,14 @@ TEST_F(JsonRecordTest, AFateIsOneWordAndThatOfTheMetricsWhereTheyHaveIt) {
 TEST_F(JsonRecordTest, EverySkipHasItsReasonAndAnAnalysisNoRecord) {
     const std::pair<ModuleNote, std::string> REASONS[] = {{NOTE_CACHED, "cached"},
                                                           {NOTE_STAT_FAILED, "stat_failed"},
-                                                          {NOTE_UNREADABLE, "unreadable"},
-                                                          {NOTE_NOT_SENT, "not_sent"}};
+                                                          {NOTE_UNREADABLE, "unreadable"}};
     for (const auto& reason : REASONS) {
         EXPECT_EQ(
             R"({"event":"skip","time":1700000000,"path":"/a","reason":")" + reason.second + R"("})",
             Written(ModuleNoted{{reason.first, "/a"}}));
     }
+    EXPECT_EQ(R"({"event":"query_not_sent","time":1700000000})",
+              Written(ModuleNoted{{NOTE_NOT_SENT, ""}}));
     EXPECT_EQ("", Written(ModuleNoted{{NOTE_ANALYSED, "{}"}}));
 }
 

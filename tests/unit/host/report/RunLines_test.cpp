@@ -82,9 +82,9 @@ TEST_F(RunLinesTest, AVerdictThatWasKnownIsShownAsOneThatIsGiven) {
 // The level of a query that was lost says nothing.
 TEST_F(RunLinesTest, ALostQueryHasALineWhateverItsLevel) {
     m_report.OnQuery(LaunchQuery("/bin/a"), QUERY_NOT_DELIVERED, {10, "packages", "x"});
-    EXPECT_EQ("  not delivered  /bin/a  CreateProcess", LastLine().substr(8));
+    EXPECT_EQ("  unanswered     /bin/a  CreateProcess", LastLine().substr(8));
     m_report.OnQuery(CloudQuery(), QUERY_UNREADABLE, {10, "packages", "x"});
-    EXPECT_EQ("  unreadable       query", LastLine().substr(8));
+    EXPECT_EQ("  malformed        query", LastLine().substr(8));
 }
 
 TEST_F(RunLinesTest, OnlyAVerboseRunShowsSkipsAndOnlyThoseOfKnownVerdicts) {

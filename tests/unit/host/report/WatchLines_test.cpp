@@ -116,7 +116,7 @@ TEST_F(WatchLinesTest, VerboseShowsSkippedProgramsAsWell) {
 TEST_F(WatchLinesTest, ALostQueryHasTheLineThatEveryRunHasForIt) {
     m_report.OnQuery(LaunchQuery("/bin/a"), QUERY_NOT_DELIVERED, {});
 
-    EXPECT_EQ("  not delivered  /bin/a  CreateProcess", LastLine().substr(8));
+    EXPECT_EQ("  unanswered     /bin/a  CreateProcess", LastLine().substr(8));
     EXPECT_EQ(1u, m_standardOutput.Lines().size());
 }
 

@@ -41,8 +41,8 @@ TEST(EventLineTest, EveryFateHasAWord) {
     EXPECT_STREQ("answered", event_line::FateWord(QUERY_ANSWERED));
     EXPECT_STREQ("known", event_line::FateWord(QUERY_KNOWN));
     EXPECT_STREQ("no key", event_line::FateWord(QUERY_NO_KEY));
-    EXPECT_STREQ("unreadable", event_line::FateWord(QUERY_UNREADABLE));
-    EXPECT_STREQ("not delivered", event_line::FateWord(QUERY_NOT_DELIVERED));
+    EXPECT_STREQ("malformed", event_line::FateWord(QUERY_UNREADABLE));
+    EXPECT_STREQ("unanswered", event_line::FateWord(QUERY_NOT_DELIVERED));
 }
 
 TEST(EventLineTest, AQueueHasALineForEachState) {

@@ -240,8 +240,8 @@ TEST_F(RunTextTest, AQueryWithoutAVerdictHasItsFateAndItsPathIsMadeSafe) {
               run_text::QueryLine(Out(), query, "lost").substr(8));
 
     query.strEvent = "FileCreate";
-    EXPECT_EQ("  not delivered  /bin/a\\x0D\\xFF  FileCreate",
-              run_text::QueryLine(Out(), query, "not delivered").substr(8));
+    EXPECT_EQ("  unanswered     /bin/a\\x0D\\xFF  FileCreate",
+              run_text::QueryLine(Out(), query, "unanswered").substr(8));
     EXPECT_EQ("  cached         /bin/a\\x0D\\xFF",
               run_text::SkipLine(Out(), query.strPath).substr(8));
 }
