@@ -33,7 +33,14 @@ protected:
         return db.Error();
     }
 
+    // Opens m_db with File() as strSql makes it, its table being "t".
+    bool OpenTable(const std::string& strSql) {
+        DbFile(File()).Execute(strSql);
+        return m_db.Open(File(), "t");
+    }
+
     TestDir m_dir;
+    ReadOnlyDb m_db;
 };
 
 std::string ReadWhole(const std::string& strFile) {
@@ -82,38 +89,29 @@ TEST_F(ReadOnlyDbTest, GivesEveryTypeAsTextAndNumber) {
 }
 
 TEST_F(ReadOnlyDbTest, TextArgumentsAreValuesAndNeverStatement) {
-    DbFile file(File());
-    file.Execute("create table t(a); insert into t values('x'' or 1=1')");
-    ReadOnlyDb db;
-    ASSERT_TRUE(db.Open(File(), "t"));
+    ASSERT_TRUE(OpenTable("create table t(a); insert into t values('x'' or 1=1')"));
 
     std::vector<DbRow> rows;
-    (void)db.Query("select a from t where a = ?1", std::string("x' or 1=1"), ALL, rows);
+    (void)m_db.Query("select a from t where a = ?1", std::string("x' or 1=1"), ALL, rows);
     EXPECT_EQ(1u, rows.size());
-    (void)db.Query("select a from t where a = ?1", std::string("' or ''='"), ALL, rows);
+    (void)m_db.Query("select a from t where a = ?1", std::string("' or ''='"), ALL, rows);
     EXPECT_EQ(0u, rows.size());
 }
 
 TEST_F(ReadOnlyDbTest, RowsEndWithTheOneThatFillsTheBytes) {
-    DbFile file(File());
-    file.Execute("create table t(a); insert into t values('12345'),('6'),('7'),('8')");
-    ReadOnlyDb db;
-    ASSERT_TRUE(db.Open(File(), "t"));
+    ASSERT_TRUE(OpenTable("create table t(a); insert into t values('12345'),('6'),('7'),('8')"));
 
     std::vector<DbRow> rows;
-    (void)db.Query("select a from t where rowid >= ?1", int64_t{0}, 6, rows);
+    (void)m_db.Query("select a from t where rowid >= ?1", int64_t{0}, 6, rows);
 
     EXPECT_EQ(2u, rows.size());
 }
 
 TEST_F(ReadOnlyDbTest, NothingCanBeWritten) {
-    DbFile file(File());
-    file.Execute("create table t(a); insert into t values(1)");
-    ReadOnlyDb db;
-    ASSERT_TRUE(db.Open(File(), "t"));
+    ASSERT_TRUE(OpenTable("create table t(a); insert into t values(1)"));
 
     std::vector<DbRow> rows;
-    const auto eResult = db.Query("delete from t where a = ?1", int64_t{1}, ALL, rows);
+    const auto eResult = m_db.Query("delete from t where a = ?1", int64_t{1}, ALL, rows);
 
     EXPECT_EQ(ReadOnlyDb::RESULT_FAILED, eResult);
 }
@@ -176,16 +174,14 @@ TEST_F(ReadOnlyDbTest, ATruncatedFileIsDamaged) {
 }
 
 TEST_F(ReadOnlyDbTest, AnotherShapeIsSaidWithTheMissingColumn) {
-    DbFile file(File());
-    file.Execute("create table t(a)");
-    ReadOnlyDb db;
-    ASSERT_TRUE(db.Open(File(), "t"));
+    ASSERT_TRUE(OpenTable("create table t(a)"));
 
     std::vector<DbRow> rows;
-    const auto eResult = db.Query("select \"t\".\"b\" from t", int64_t{0}, ALL, rows);
+    const auto eResult = m_db.Query("select \"t\".\"b\" from t", int64_t{0}, ALL, rows);
 
     EXPECT_EQ(ReadOnlyDb::RESULT_FAILED, eResult);
-    EXPECT_THAT(db.Error(), HasSubstr("holds its table in another shape (no such column: t.b); "));
+    EXPECT_THAT(m_db.Error(),
+                HasSubstr("holds its table in another shape (no such column: t.b); "));
 }
 
 TEST_F(ReadOnlyDbTest, ReadingTakesNoLock) {
@@ -317,15 +313,12 @@ TEST_F(ReadOnlyDbTest, ADatabaseInWriteAheadModeIsReadBesideItsWriter) {
 }
 
 TEST_F(ReadOnlyDbTest, AHugeValueIsRefusedAndTheRowsBeforeItAreGiven) {
-    DbFile file(File());
-    file.Execute("create table t(a); insert into t values('small'),(zeroblob(67108865))");
-    ReadOnlyDb db;
-    ASSERT_TRUE(db.Open(File(), "t"));
+    ASSERT_TRUE(OpenTable("create table t(a); insert into t values('small'),(zeroblob(67108865))"));
 
     std::vector<DbRow> rows;
-    const auto eResult = db.Query("select a from t where rowid >= ?1", int64_t{0}, ALL, rows);
+    const auto eResult = m_db.Query("select a from t where rowid >= ?1", int64_t{0}, ALL, rows);
 
     EXPECT_EQ(ReadOnlyDb::RESULT_TOO_BIG, eResult);
     EXPECT_EQ(1u, rows.size());
-    EXPECT_THAT(db.Error(), HasSubstr("holds a value of more than 64.0 MiB in table t; "));
+    EXPECT_THAT(m_db.Error(), HasSubstr("holds a value of more than 64.0 MiB in table t; "));
 }

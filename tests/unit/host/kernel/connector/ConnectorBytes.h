@@ -11,6 +11,8 @@
 #include <string>
 #include <vector>
 
+#include "host/kernel/connector/ConnectorSocket.h"
+
 namespace connector_bytes {
 
 constexpr size_t HEADS = sizeof(nlmsghdr) + sizeof(cn_msg);
@@ -47,6 +49,15 @@ inline std::string Exit(uint32_t nPid) {
 inline std::string At(uint64_t nNanos, std::string strMessage) {
     std::memcpy(&strMessage[HEADS + 8], &nNanos, sizeof(nNanos));
     return strMessage;
+}
+
+// The processes of these events.
+inline std::vector<uint32_t> PidsOf(const std::vector<ConnectorEvent>& events) {
+    std::vector<uint32_t> pids;
+    for (const ConnectorEvent& event : events) {
+        pids.push_back(event.nPid);
+    }
+    return pids;
 }
 
 }  // namespace connector_bytes

@@ -26,14 +26,7 @@ protected:
         m_events.clear();
         return m_feed.Receive(m_events);
     }
-    // The processes of the last Receive.
-    std::vector<uint32_t> Pids() const {
-        std::vector<uint32_t> pids;
-        for (const ConnectorEvent& event : m_events) {
-            pids.push_back(event.nPid);
-        }
-        return pids;
-    }
+    std::vector<uint32_t> Pids() const { return PidsOf(m_events); }  // of the last Receive
 
     FakeKernel m_kernel;
     ConnectorFeed m_feed;

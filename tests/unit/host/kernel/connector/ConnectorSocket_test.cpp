@@ -31,13 +31,7 @@ protected:
         EXPECT_FALSE(Receive());
     }
     bool Receive() { return m_socket.Receive(m_events); }
-    std::vector<uint32_t> Pids() const {
-        std::vector<uint32_t> pids;
-        for (const ConnectorEvent& event : m_events) {
-            pids.push_back(event.nPid);
-        }
-        return pids;
-    }
+    std::vector<uint32_t> Pids() const { return PidsOf(m_events); }
 
     FakeKernel m_kernel;
     ConnectorSocket m_socket;

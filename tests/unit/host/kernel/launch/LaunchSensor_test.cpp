@@ -69,6 +69,11 @@ protected:
         });
         return records;
     }
+    // Captured, lost, and lost copies and ends.
+    std::vector<uint64_t> Counts() const {
+        const SensorCounts counts = m_pSensor->Counts();
+        return {counts.nCaptured, counts.nLost, counts.nOthersLost};
+    }
     void SetCounts(const std::vector<uint64_t>& sensed, const std::vector<uint64_t>& lost,
                    const std::vector<uint64_t>& othersLost) {
         m_kernel.counts = {{LAUNCH_COUNT_CAPTURED, sensed},
@@ -199,11 +204,7 @@ TEST_F(LaunchSensorTest, TheCountsOfAllProcessorsAreAddedUp) {
     ASSERT_TRUE(Open());
     SetCounts({1000, 7}, {20, 3}, {400, 1});
 
-    const SensorCounts counts = m_pSensor->Counts();
-
-    EXPECT_EQ(1007u, counts.nCaptured);
-    EXPECT_EQ(23u, counts.nLost);
-    EXPECT_EQ(401u, counts.nOthersLost);
+    EXPECT_THAT(Counts(), ElementsAre(1007, 23, 401));
 }
 
 TEST_F(LaunchSensorTest, LaunchesThatMetTheProgramAtWorkAreSensedAndLost) {
@@ -211,11 +212,7 @@ TEST_F(LaunchSensorTest, LaunchesThatMetTheProgramAtWorkAreSensedAndLost) {
     SetCounts({10, 0}, {2, 0}, {0, 0});
     m_kernel.missed = {{"on_exec", 5}, {"on_fork", 100}, {"on_exit", 1000}};
 
-    const SensorCounts counts = m_pSensor->Counts();
-
-    EXPECT_EQ(15u, counts.nCaptured);
-    EXPECT_EQ(7u, counts.nLost);
-    EXPECT_EQ(0u, counts.nOthersLost);
+    EXPECT_THAT(Counts(), ElementsAre(15, 7, 0));
 }
 
 TEST_F(LaunchSensorTest, WhereTheKernelDoesNotSayWhatItSkippedTheOtherCountsStand) {
@@ -224,11 +221,7 @@ TEST_F(LaunchSensorTest, WhereTheKernelDoesNotSayWhatItSkippedTheOtherCountsStan
     m_kernel.missed = {{"on_exec", 5}};
     m_kernel.bInfoRefused = true;
 
-    const SensorCounts counts = m_pSensor->Counts();
-
-    EXPECT_EQ(10u, counts.nCaptured);
-    EXPECT_EQ(2u, counts.nLost);
-    EXPECT_EQ(1u, counts.nOthersLost);
+    EXPECT_THAT(Counts(), ElementsAre(10, 2, 1));
 }
 
 TEST_F(LaunchSensorTest, ACounterThatCannotBeReadIsNone) {
