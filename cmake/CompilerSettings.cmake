@@ -29,6 +29,11 @@ if(CMAKE_BUILD_TYPE STREQUAL "Release" AND NOT TEVMON_SANITIZE)
     add_compile_options(-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
     set(CMAKE_CXX_FLAGS_RELEASE "-O2 -g -DNDEBUG")
     set(CMAKE_C_FLAGS_RELEASE "-O2 -g -DNDEBUG")
+    if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+        # Where each variable is at each instruction takes a third of the compile time. Lines, types
+        # and frames stay, and the code is the same.
+        add_compile_options(-fno-var-tracking)
+    endif()
 endif()
 add_link_options(-Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack)
 if(TEVMON_SANITIZE)

@@ -22,7 +22,7 @@ BAD = {
 
 
 # Options of g++ that clang does not know.
-ONLY_GNU = {"-fno-gnu-unique", "-Wlogical-op"}
+ONLY_GNU = {"-fno-gnu-unique", "-fno-var-tracking", "-Wlogical-op"}
 
 
 def write_commands(build, sources, folder):
