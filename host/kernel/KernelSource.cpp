@@ -13,7 +13,7 @@ using std::chrono::milliseconds;
 
 // After the sensor was detached it may still be at work on another processor for a moment.
 constexpr milliseconds LAST_RECORDS(200);
-constexpr milliseconds CATCH_UP(500);      // for records that a sensor of this process makes
+constexpr milliseconds CATCH_UP(100);      // for records that a sensor of this process makes
 constexpr milliseconds RENEW_EVERY(1000);  // at most: it looks at every process
 
 }  // namespace
@@ -107,7 +107,9 @@ bool KernelSource::Look(bool bLast) {
     m_images.Tick(Clock::now());
     const bool bFiles = m_pFiles != nullptr && ReadFiles();
     if (m_pLaunches != nullptr) {
-        const bool bCaughtUp = !bFiles || m_pLaunches->CatchUp(CATCH_UP);
+        // In doubt it is of no use to wait: a flood of launches does not hold this thread.
+        const bool bNeeded = bFiles && m_eKnowledge == KNOWS_ALL;
+        const bool bCaughtUp = !bNeeded || m_pLaunches->CatchUp(CATCH_UP);
         m_pLaunches->Drain();
         m_pLaunches->TakeCounts(bLast);
         Judge(bCaughtUp);

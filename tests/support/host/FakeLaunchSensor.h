@@ -18,6 +18,7 @@ struct FakeLaunchState {
     std::string strLimits;
     std::function<void()> fnOnDrain;  // what happens whenever it is drained
     bool bCaughtUp = true;
+    size_t nCatchUps = 0;
     bool bExact = true;
     bool bDetached = false;
 };
@@ -41,7 +42,10 @@ public:
             bMore = fnSink(strRecord.data(), strRecord.size());
         }
     }
-    bool CatchUp(std::chrono::milliseconds) override { return m_state.bCaughtUp; }
+    bool CatchUp(std::chrono::milliseconds) override {
+        ++m_state.nCatchUps;
+        return m_state.bCaughtUp;
+    }
     bool IsExact() const override { return m_state.bExact; }
     void Detach() override { m_state.bDetached = true; }
     SensorCounts Counts() const override { return m_state.counts; }

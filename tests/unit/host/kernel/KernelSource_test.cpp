@@ -243,6 +243,23 @@ TEST_F(KernelSourceTest, WithRecordsStillOutstandingNobodyIsSaidToHaveActed) {
     EXPECT_EQ(1u, m_observer.m_files.nNoProgram);
 }
 
+TEST_F(KernelSourceTest, WhileStartsAreMissingNobodyWaitsForTheirRecords) {
+    KernelSource& source = Started();
+    EventBatch batch;
+    m_launches.bCaughtUp = false;
+    Touched(NOBODY);
+    (void)source.Next(batch, milliseconds(0));
+    EXPECT_EQ(1u, m_launches.nCatchUps);
+
+    for (int i = 0; i < 10; ++i) {
+        Touched(NOBODY);
+        (void)source.Next(batch, milliseconds(0));
+    }
+
+    EXPECT_GE(2u, m_launches.nCatchUps);  // one more when the processes were looked at anew
+    EXPECT_LE(10u, m_observer.m_operations.size());
+}
+
 // A copy that was lost leaves its number with the program of whoever had it before.
 TEST_F(KernelSourceTest, AfterALossNobodyIsSaidToHaveActedUntilTheProcessesAreLookedAtAnew) {
     for (uint64_t SensorCounts::*const pCount :
