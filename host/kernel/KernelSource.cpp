@@ -54,7 +54,7 @@ bool KernelSource::Start(std::string& strError) {
     if (m_pLaunches != nullptr && m_pFiles != nullptr) {
         m_images.SetExact(m_pLaunches->IsExact());
         m_images.Seed();
-        m_pLaunches->Drain();  // starts without an opening
+        (void)m_pLaunches->Drain();  // starts without an opening
         m_images.CatchUp();
         m_images.SetReportsStarts(
             [this](uint32_t nDevice) { return m_pFiles->ReportsStarts(nDevice); });
@@ -110,9 +110,9 @@ bool KernelSource::Look(bool bLast) {
         // In doubt it is of no use to wait: a flood of launches does not hold this thread.
         const bool bNeeded = bFiles && m_eKnowledge == KNOWS_ALL;
         const bool bCaughtUp = !bNeeded || m_pLaunches->CatchUp(CATCH_UP);
-        m_pLaunches->Drain();
+        m_bMoreLaunches = !m_pLaunches->Drain();
         m_pLaunches->TakeCounts(bLast);
-        Judge(bCaughtUp);
+        Judge(bCaughtUp && !m_bMoreLaunches);
     }
     if (m_pFiles != nullptr) {
         do {
@@ -120,7 +120,7 @@ bool KernelSource::Look(bool bLast) {
         } while (m_pFiles->IsHolding() && !m_pFiles->HasBatch(Clock::now(), false));
         m_pFiles->TakeCounts(bLast);
     }
-    return bFiles;
+    return bFiles || m_bMoreLaunches;
 }
 
 bool KernelSource::ReadFiles() {
@@ -192,10 +192,10 @@ SourceResult KernelSource::Rest(EventBatch& batch) {
         if (TakeBatch(batch, false)) {
             return SOURCE_BATCH;
         }
-        const bool bFiles = Look(true);
+        const bool bMore = Look(true);
         const bool bLaunches = m_pLaunches != nullptr && m_pLaunches->Counters().Waiting() > 0 &&
                                Clock::now() < due && poll(nullptr, 0, 1) == 0;
-        if (!bFiles && !bLaunches) {
+        if (!bMore && !bLaunches) {
             return TakeBatch(batch, true) ? SOURCE_BATCH : SOURCE_END;
         }
     }

@@ -6,12 +6,6 @@
 
 namespace {
 
-uint64_t NowNanos() {
-    timespec now = {};
-    (void)clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<uint64_t>(now.tv_sec) * 1000000000 + static_cast<uint64_t>(now.tv_nsec);
-}
-
 // Of one moment: a copy, its start, its end.
 bool IsBefore(const ConnectorEvent& one, const ConnectorEvent& other) {
     static const int RANKS[] = {1, 0, 2};
@@ -21,6 +15,12 @@ bool IsBefore(const ConnectorEvent& one, const ConnectorEvent& other) {
 
 }  // namespace
 
+uint64_t ConnectorFeed::Now() {
+    timespec now = {};
+    (void)clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<uint64_t>(now.tv_sec) * 1000000000 + static_cast<uint64_t>(now.tv_nsec);
+}
+
 bool ConnectorFeed::Open(std::string& strError) {
     const bool bFilter = ConnectorSocket::CanFilter();
     return m_starts.Open(bFilter ? ConnectorSocket::EXECS : ConnectorSocket::ALL_KINDS, strError) &&
@@ -28,7 +28,7 @@ bool ConnectorFeed::Open(std::string& strError) {
 }
 
 bool ConnectorFeed::Receive(std::vector<ConnectorEvent>& events) {
-    uint64_t nUntil = NowNanos();
+    uint64_t nUntil = Now();
     const auto nBefore = static_cast<std::ptrdiff_t>(events.size());
     events.insert(events.end(), m_later.begin(), m_later.end());
     m_later.clear();
@@ -47,5 +47,6 @@ bool ConnectorFeed::Receive(std::vector<ConnectorEvent>& events) {
                      [nUntil](const ConnectorEvent& event) { return event.nNanos > nUntil; });
     m_later.assign(later, events.end());
     events.erase(later, events.end());
+    m_nGiven = events.empty() ? m_nGiven : events.back().nNanos;
     return bMore;
 }

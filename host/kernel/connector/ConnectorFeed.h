@@ -30,6 +30,10 @@ public:
     // Whether something younger was read, which waits for the next call.
     bool IsHolding() const { return !m_later.empty(); }
 
+    // The monotonic clock in nanoseconds, and when the last event that was given happened.
+    static uint64_t Now();
+    uint64_t Given() const { return m_nGiven; }
+
     // Messages that found no room. Where there is one socket all of them are taken for starts.
     uint64_t DroppedStarts() const { return m_starts.Dropped(); }
     uint64_t DroppedLives() const { return m_lives.Dropped(); }
@@ -37,6 +41,7 @@ public:
 private:
     ConnectorSocket m_starts;
     ConnectorSocket m_lives;
+    uint64_t m_nGiven = 0;
     std::vector<ConnectorEvent> m_later;  // read, and younger than the look
 };
 

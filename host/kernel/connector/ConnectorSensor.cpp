@@ -11,7 +11,6 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <chrono>
 #include <csignal>
 #include <cstring>
 #include <new>
@@ -19,7 +18,6 @@
 #include <string>
 #include <thread>
 #include <unordered_map>
-#include <utility>
 #include <vector>
 
 #include "host/base/MonotonicCondition.h"
@@ -36,7 +34,8 @@ namespace {
 
 constexpr size_t WAITING_BYTES = 8 << 20;
 constexpr size_t MOST_PARENTS = 65536;
-constexpr int IDLE_LOOK_MS = 50;  // copies, ends and failed starts wake nobody
+constexpr int LOOKS_AT_ONCE = 32;  // of some hundred events
+constexpr int IDLE_LOOK_MS = 50;   // copies, ends and failed starts wake nobody
 
 // Newer kernels notify everybody of processes; what these run is still the affair of a few.
 bool MayLookAtOthers() {
@@ -79,7 +78,7 @@ private:
     };
 
     void Run();
-    void Round();
+    bool Round();
     void TakeEvents();
     void TakeExec(uint32_t nPid, Starts& starts);
     void FindImages(uint32_t nPid, Starts& starts);
@@ -171,12 +170,14 @@ void ConnectorSensor::Run() {
             const MutexLock lock(m_mutex);
             nAsked = m_nAsked;
         }
-        Round();
-        const MutexLock lock(m_mutex);
-        m_nAnswered = nAsked;
-        m_caughtUp.NotifyAll();
+        if (Round()) {
+            const MutexLock lock(m_mutex);
+            m_nAnswered = nAsked;
+            m_caughtUp.NotifyAll();
+        }
     }
-    Round();
+    for (const uint64_t nEnd = ConnectorFeed::Now(); !Round() && m_feed.Given() <= nEnd;) {
+    }
 }
 
 bool ConnectorSensor::CatchUp(std::chrono::milliseconds wait) {
@@ -190,11 +191,10 @@ bool ConnectorSensor::CatchUp(std::chrono::milliseconds wait) {
     return m_nAnswered >= nAsked;
 }
 
-// What waits, in the order in which it happened: a launch finds its parent's program, and a copy
-// the program that its parent ran then.
-void ConnectorSensor::Round() {
+// What waits, in the order in which it happened; false when more waits: a flood lets a stop in.
+bool ConnectorSensor::Round() {
     bool bMore = true;
-    while (bMore) {
+    for (int i = 0; bMore && i < LOOKS_AT_ONCE; ++i) {
         try {
             bMore = m_feed.Receive(m_events);
             m_records.SetDropped(m_feed.DroppedStarts(), m_feed.DroppedLives());
@@ -211,6 +211,7 @@ void ConnectorSensor::Round() {
         m_events.clear();
         m_nTaken = 0;
     }
+    return !bMore;
 }
 
 void ConnectorSensor::TakeEvents() {

@@ -21,7 +21,7 @@ constexpr size_t EVENT_BYTES = 16384;
 
 bool ExecOpens::Open(std::string& strError) {
     m_group.Reset(fanotify_init(FAN_CLASS_NOTIF | FAN_CLOEXEC | FAN_NONBLOCK,
-                                O_RDONLY | O_LARGEFILE | O_CLOEXEC | O_NOATIME));
+                                O_RDONLY | O_LARGEFILE | O_CLOEXEC | O_NOATIME | O_NONBLOCK));
     if (!m_group) {
         strError = std::string("the kernel refuses to report executed files: ") +
                    std::strerror(errno) +
@@ -63,8 +63,14 @@ void ExecOpens::Read() {
         const ssize_t nRead = read(m_group.Get(), bytes, sizeof(bytes));
         if (nRead > 0) {
             TakeEvents(bytes, static_cast<size_t>(nRead));
-        } else if (nRead == 0 || errno == EAGAIN || errno == EBADF || errno == EINVAL) {
+        } else if (nRead == 0 || errno == EBADF || errno == EINVAL) {
             return;
+        } else if (errno == EAGAIN) {
+            // Nothing waits, or a lease is on the next file: nobody waits for whoever holds it.
+            pollfd group = {m_group.Get(), POLLIN, 0};
+            if (poll(&group, 1, 0) <= 0) {
+                return;
+            }
         }
         // Anything else belongs to one file that could not be opened; the next may be.
     }

@@ -59,11 +59,13 @@ bool LaunchSource::Open(std::string& strError) {
     return true;
 }
 
-void LaunchSource::Drain() {
-    m_pSensor->Drain([this](const void* pData, size_t nSize) {
+bool LaunchSource::Drain() {
+    size_t nRecords = 0;
+    m_pSensor->Drain([&](const void* pData, size_t nSize) {
         TakeRecord(pData, nSize);
-        return true;
+        return ++nRecords < m_options.nMostRecords;
     });
+    return nRecords < m_options.nMostRecords;
 }
 
 void LaunchSource::Detach() {

@@ -27,6 +27,7 @@
 
 struct LaunchSourceOptions {
     size_t nMostLaunches = 256;                // in one batch
+    size_t nMostRecords = 2048;                // taken at once: a flood has to let batches out
     size_t nMostBytes = 1024 * 1024;           // of paths and command lines, passed by one at most
     std::chrono::milliseconds batchTime{200};  // from its first launch until it is reported
     std::chrono::milliseconds calm{250};       // without a further loss: announced together
@@ -49,7 +50,8 @@ public:
 
     bool Open(std::string& strError);
     // Takes everything that waits in the ring.
-    void Drain();
+    // At most nMostRecords of them; false when more may wait.
+    bool Drain();
     // No new launches from now on; records that wait can still be drained.
     void Detach();
     // Gives the observer the counters; bLast: and every loss that is not yet announced.

@@ -130,6 +130,9 @@ void ProcessTable::Note(const LaunchEvent& event, const std::string& strPath) {
     if (event.eKind == LAUNCH_KIND_EXEC) {
         MakeRoom();
         Process& process = Put(event.nPid);
+        if (!m_bExact && process.starts.empty()) {
+            process.starts.push_back({Kept(Image())});  // what it ran before is not known
+        }
         process.starts.push_back(
             {Kept({strPath, event.strPath.empty() ? event.strName : event.strPath, event.nDevice,
                    event.nInode, event.nMagic}),
@@ -141,10 +144,13 @@ void ProcessTable::Note(const LaunchEvent& event, const std::string& strPath) {
     } else if (event.eKind == LAUNCH_KIND_FORK) {
         const auto parent = m_processes.find(event.nPpid);
         ImageRef pImage;
-        if (parent != m_processes.end() && !parent->second.starts.empty()) {
+        if (m_bExact && parent != m_processes.end() && !parent->second.starts.empty()) {
             pImage = parent->second.starts.back().pImage;
         }
         m_processes.erase(event.nPid);
+        if (!m_bExact) {  // it may be a copy of another process than its parent
+            pImage = Kept(Image());
+        }
         if (pImage != nullptr) {
             Put(event.nPid).starts.push_back({std::move(pImage)});
         }
@@ -182,7 +188,7 @@ void ProcessTable::CatchUp() {
 // failed.
 void ProcessTable::Advance(Process& process) const {
     const auto& starts = process.starts;
-    for (size_t i = 0; i < process.openings.size();) {
+    for (size_t i = 0; m_bExact && i < process.openings.size();) {
         const auto next = std::find_if(
             starts.begin() + static_cast<ptrdiff_t>(process.nCurrent) + 1, starts.end(),
             [&](const Start& start) { return start.pImage->nInode == process.openings[i]; });

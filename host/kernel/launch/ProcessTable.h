@@ -54,8 +54,8 @@ public:
         m_fnReportsStarts = std::move(fnReportsStarts);
     }
     // With a sensor that is not exact nobody acts where it could be more than one: not a process
-    // that has started another program since the file operations were read, nor one that is not
-    // known.
+    // that has started a program since the operations before were read, nor a copy that has
+    // started none, nor one that is not known.
     void SetExact(bool bExact) { m_bExact = bExact; }
     // While this is set nobody acts: starts may be missing.
     void SetDoubt(bool bDoubt) { m_bDoubt = bDoubt; }

@@ -260,6 +260,27 @@ TEST_F(KernelSourceTest, WhileStartsAreMissingNobodyWaitsForTheirRecords) {
     EXPECT_LE(10u, m_observer.m_operations.size());
 }
 
+TEST_F(KernelSourceTest, AFloodOfLaunchesLetsBatchesOutAndNobodyIsSaidToHaveActed) {
+    m_options.launches.nMostRecords = 2;
+    KernelSource& source = Started();
+    Start(NOBODY, "/bin/tool");
+    Start(NOBODY, "/bin/tool");
+    Opened(NOBODY, "/bin/tool");
+    Start(NOBODY, "/bin/tool");
+    Touched(NOBODY);
+    EventBatch batch;
+
+    ASSERT_EQ(SOURCE_BATCH, source.Next(batch, minutes(1)));
+    EXPECT_EQ(2u, batch.nEvents);
+    EXPECT_EQ(1u, m_launches.records.size());
+    Run(source);
+
+    EXPECT_THAT(m_launches.records, testing::IsEmpty());
+    EXPECT_EQ(4u, source.Counters().nEvents);
+    ASSERT_EQ(1u, m_observer.m_operations.size());
+    EXPECT_EQ("", m_observer.m_operations[0].strProgram);
+}
+
 // A copy that was lost leaves its number with the program of whoever had it before.
 TEST_F(KernelSourceTest, AfterALossNobodyIsSaidToHaveActedUntilTheProcessesAreLookedAtAnew) {
     for (uint64_t SensorCounts::*const pCount :
