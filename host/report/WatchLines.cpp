@@ -57,7 +57,7 @@ bool WatchLines::Take(const LaunchUnresolved& event) {
 bool WatchLines::Take(const LaunchesLost& event) {
     Show(verdict_row::Notice(
         "lost", "launch", text::Count(event.nLaunches, "launch", "launches"),
-        "there is no record of them; " + std::to_string(event.nTotal) + " since the start"));
+        "there is no record of them; " + text::Number(event.nTotal) + " since the start"));
     return true;
 }
 

@@ -11,6 +11,10 @@ preset=$1
 shift
 mkdir -p "build/$preset"
 log=build/$preset/configure.log
+if ! [ -w "build/$preset" ] || { [ -e "$log" ] && ! [ -w "$log" ]; }; then
+    echo "build/$preset belongs to another user: remove it, or give it back with chown -R" >&2
+    exit 1
+fi
 if ! cmake --preset "$preset" "$@" >"$log" 2>&1; then
     cat "$log" >&2
     exit 1

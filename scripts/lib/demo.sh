@@ -68,7 +68,8 @@ FILE_STEPS='
 act() {
     local folder=$1 state=$2 round unit
     unit=$(unit_file "$folder")
-    mkdir -p "${unit%/*}"
+    # Where there is no systemd its folder would tell programs that there is.
+    [ -d "${unit%/*}" ] || { mkdir -p "${unit%/*}" && touch "$folder/made-unit-folder"; }
     "$folder/file-tool" -e "$FILE_STEPS" "$folder" "$(cron_file "$folder")" "$unit" &
     for _ in $(seq 200); do
         [ -s "$state/data/db/tevcloudcacho.db" ] && break
@@ -87,6 +88,7 @@ clean() {
     local folder=$1 cron
     cron=$(cron_file "$folder")
     rm -f "$cron" "$cron.renamed" "$(unit_file "$folder")"
+    [ ! -e "$folder/made-unit-folder" ] || rmdir -p --ignore-fail-on-non-empty /run/systemd/system
     rm -rf "$folder"
 }
 
