@@ -69,7 +69,7 @@ public:
     std::string Limits() const override;
 
 private:
-    // The launches of one process in one round. Only of the last one does /proc know anything.
+    // The launches of one process in one look. Only of the last one does /proc know anything.
     struct Starts {
         size_t nCount = 0;
         size_t nTaken = 0;
@@ -100,9 +100,8 @@ private:
     // The thread's own from here.
     ConnectorFeed m_feed;
     ExecOpens m_opens;
-    std::vector<ConnectorEvent> m_events;              // of this round, in their order
+    std::vector<ConnectorEvent> m_events;              // of this look, in their order
     size_t m_nTaken = 0;                               // of these
-    std::vector<ConnectorEvent> m_later;               // read, and younger than this round
     std::unordered_map<uint32_t, uint32_t> m_parents;  // process by process
 
     LaunchRecords m_records{WAITING_BYTES};

@@ -16,6 +16,7 @@ namespace {
 
 constexpr size_t HEAD_BYTES = 2048;  // of a file: its first line, or its table of segments
 constexpr size_t EVENT_BYTES = 16384;
+constexpr int MOST_READS = 64;
 
 }  // namespace
 
@@ -59,7 +60,8 @@ void ExecOpens::Read() {
         Mark();
     }
     alignas(fanotify_event_metadata) char bytes[EVENT_BYTES];
-    for (;;) {
+    // No more than the kernel keeps: who opens faster than this reads does not hold it.
+    for (int i = 0; i < MOST_READS; ++i) {
         const ssize_t nRead = read(m_group.Get(), bytes, sizeof(bytes));
         if (nRead > 0) {
             TakeEvents(bytes, static_cast<size_t>(nRead));

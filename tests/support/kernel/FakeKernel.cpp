@@ -74,6 +74,11 @@ std::vector<unsigned> FakeKernel::GroupFlags() {
     return m_groupFlags;
 }
 
+std::vector<unsigned> FakeKernel::FileFlags() {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_fileFlags;
+}
+
 std::vector<FakeKernel::Mark> FakeKernel::Marks() {
     const std::lock_guard<std::mutex> lock(m_mutex);
     return m_marks;
@@ -93,10 +98,11 @@ struct FakeKernel::Calls {
         return nFd;
     }
 
-    static int Group(FakeKernel& kernel, unsigned nFlags) {
+    static int Group(FakeKernel& kernel, unsigned nFlags, unsigned nFileFlags) {
         const std::lock_guard<std::mutex> lock(kernel.m_mutex);
         const size_t nOrder = kernel.m_groupFlags.size();
         kernel.m_groupFlags.push_back(nFlags);
+        kernel.m_fileFlags.push_back(nFileFlags);
         const int nError = nOrder < kernel.groupErrors.size() ? kernel.groupErrors[nOrder] : 0;
         return nError != 0 ? Failed(nError) : Add(kernel, false);
     }
@@ -195,6 +201,12 @@ struct FakeKernel::Calls {
         return static_cast<ssize_t>(nTaken);
     }
 
+    static bool IsReadable(FakeKernel& kernel, int nFd) {
+        const std::lock_guard<std::mutex> lock(kernel.m_mutex);
+        const auto found = kernel.m_sources.find(nFd);
+        return kernel.bPolled && found != kernel.m_sources.end() && !found->second.told.empty();
+    }
+
     static void Close(FakeKernel& kernel, int nFd) {
         const std::lock_guard<std::mutex> lock(kernel.m_mutex);
         kernel.m_sources.erase(nFd);
@@ -287,6 +299,10 @@ int poll(pollfd* pFds, nfds_t nFds, int nMs) {
         pFds->revents = POLLPRI;
         return 1;
     }
+    if (pFake != nullptr && nFds == 1 && Calls::IsReadable(*pFake, pFds->fd)) {
+        pFds->revents = POLLIN;
+        return 1;
+    }
     return REAL(poll)(pFds, nFds, nMs);
 }
 
@@ -330,7 +346,7 @@ int openat(int nDir, const char* pszPath, int nFlags, ...) {
 
 int fanotify_init(unsigned nFlags, unsigned nFileFlags) noexcept {
     FakeKernel* const pFake = g_pFake;
-    return pFake != nullptr ? Calls::Group(*pFake, nFlags)
+    return pFake != nullptr ? Calls::Group(*pFake, nFlags, nFileFlags)
                             : REAL(fanotify_init)(nFlags, nFileFlags);
 }
 

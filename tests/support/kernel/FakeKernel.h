@@ -38,6 +38,7 @@ public:
     std::string strRelease = "6.6.0";
     bool bMayTrace = true;  // the capability to look at other users' processes
     bool bRealTime = true;  // a thread may get a real-time priority
+    bool bPolled = false;   // poll of a socket or group alone says whether it has anything to read
     int nSocketError = 0;
     int nBindError = 0;
     int nSubscribeError = 0;
@@ -58,6 +59,7 @@ public:
     // What it was asked for, in its order.
     std::vector<std::string> Requests();  // subscriptions, as bytes
     std::vector<unsigned> GroupFlags();
+    std::vector<unsigned> FileFlags();  // of the groups: how the files of their events are opened
     std::vector<Mark> Marks();
     size_t OpenFds();  // sockets and groups that were not closed
 
@@ -80,6 +82,7 @@ private:
     std::vector<Told> m_stagedEvents;
     std::vector<std::string> m_requests;
     std::vector<unsigned> m_groupFlags;
+    std::vector<unsigned> m_fileFlags;
     std::vector<Mark> m_marks;
     int m_nMounts = -1;  // the descriptor of the mount table
     bool m_bMountsChanged = false;

@@ -442,3 +442,35 @@ TEST_F(ExecOpensTest, AnEmptyReadEndsTheReadingWhateverErrorCameBefore) {
     m_opens.Read();
     EXPECT_THAT(Names(20), ElementsAre("next"));
 }
+
+// A lease on a file would keep its opening waiting for whoever holds it.
+TEST_F(ExecOpensTest, OpeningAFileWaitsForNobody) {
+    Open();
+
+    ASSERT_EQ(1u, m_kernel.FileFlags().size());
+    EXPECT_NE(0u, m_kernel.FileFlags()[0] & O_NONBLOCK);
+}
+
+TEST_F(ExecOpensTest, AFileThatCannotBeOpenedAtOnceKeepsNoneOfTheNextBack) {
+    m_kernel.bPolled = true;
+    Open();
+
+    Read({{"", EAGAIN}, {"", EAGAIN}, {Opened(5, FdOf("next", "x"))}});
+
+    EXPECT_THAT(Names(5), ElementsAre("next"));
+}
+
+TEST_F(ExecOpensTest, WhoOpensFasterThanItReadsDoesNotHoldIt) {
+    Open();
+    std::vector<FakeKernel::Told> events;
+    for (int i = 0; i < 100; ++i) {
+        events.push_back({Opened(5 + i, FdOf("file", "x"))});
+    }
+
+    Read(events);
+    EXPECT_THAT(Names(5 + 63), ElementsAre("file"));
+    EXPECT_THAT(Names(5 + 99), IsEmpty());
+    Read({});
+
+    EXPECT_THAT(Names(5 + 99), ElementsAre("file"));
+}
