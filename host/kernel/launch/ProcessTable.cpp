@@ -131,7 +131,7 @@ void ProcessTable::Note(const LaunchEvent& event, const std::string& strPath) {
         MakeRoom();
         Process& process = Put(event.nPid);
         if (!m_bExact && process.starts.empty()) {
-            process.starts.push_back({Kept(Image())});  // what it ran before is not known
+            process.starts.push_back({m_pUnknown});  // what it ran before
         }
         process.starts.push_back(
             {Kept({strPath, event.strPath.empty() ? event.strName : event.strPath, event.nDevice,
@@ -149,7 +149,7 @@ void ProcessTable::Note(const LaunchEvent& event, const std::string& strPath) {
         }
         m_processes.erase(event.nPid);
         if (!m_bExact) {  // it may be a copy of another process than its parent
-            pImage = Kept(Image());
+            pImage = m_pUnknown;
         }
         if (pImage != nullptr) {
             Put(event.nPid).starts.push_back({std::move(pImage)});
@@ -165,8 +165,8 @@ void ProcessTable::Note(const LaunchEvent& event, const std::string& strPath) {
 
 void ProcessTable::Opened(uint32_t nPid, uint64_t nInode) {
     const auto found = m_processes.find(nPid);
-    if (found == m_processes.end()) {
-        return;
+    if (!m_bExact || found == m_processes.end()) {
+        return;  // the starts that it would be compared with may be others
     }
     std::vector<uint64_t>& openings = found->second.openings;
     openings.push_back(nInode);
@@ -178,7 +178,7 @@ void ProcessTable::Opened(uint32_t nPid, uint64_t nInode) {
 void ProcessTable::CatchUp() {
     for (auto& entry : m_processes) {
         entry.second.openings.clear();
-        if (!entry.second.starts.empty()) {
+        if (m_bExact && !entry.second.starts.empty()) {
             entry.second.nCurrent = entry.second.starts.size() - 1;
         }
     }
@@ -188,7 +188,7 @@ void ProcessTable::CatchUp() {
 // failed.
 void ProcessTable::Advance(Process& process) const {
     const auto& starts = process.starts;
-    for (size_t i = 0; m_bExact && i < process.openings.size();) {
+    for (size_t i = 0; i < process.openings.size();) {
         const auto next = std::find_if(
             starts.begin() + static_cast<ptrdiff_t>(process.nCurrent) + 1, starts.end(),
             [&](const Start& start) { return start.pImage->nInode == process.openings[i]; });

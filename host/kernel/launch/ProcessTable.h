@@ -68,7 +68,8 @@ public:
     void Note(const LaunchEvent& event, const std::string& strPath);
     // In the order of the file operations: a process opened a file to start it.
     void Opened(uint32_t nPid, uint64_t nInode);
-    // Openings may be missing: from here on every process runs its newest image.
+    // Openings may be missing: from here on every process runs its newest image, of an exact
+    // sensor.
     void CatchUp();
     // How many starts were noted; and how many of these came before every file operation that is
     // still to be asked about.
@@ -118,6 +119,7 @@ private:
     const FileLook m_fnLook;
     const std::string m_strProc;
     ReportsStarts m_fnReportsStarts;
+    const ImageRef m_pUnknown = std::make_shared<const Image>();
     bool m_bExact = true;
     bool m_bDoubt = false;
     uint64_t m_nNoted = 0;

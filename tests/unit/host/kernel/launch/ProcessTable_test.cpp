@@ -167,6 +167,17 @@ TEST_F(ProcessTableTest, WithoutAnExactSensorNobodyActsWhoMayHaveStartedAnotherP
     EXPECT_EQ("/bin/env", Acting(5));
 }
 
+TEST_F(ProcessTableTest, WithoutAnExactSensorALossOfOpeningsSettlesNothing) {
+    m_table.SetExact(false);
+    Exec(5, "/bin/sh", 10);
+    m_table.SetSettled(m_table.Noted());
+    Exec(5, "/bin/rm", 20);
+
+    m_table.CatchUp();
+
+    EXPECT_EQ("", Acting(5));
+}
+
 TEST_F(ProcessTableTest, AfterOpeningsWereLostTheNewestImageCounts) {
     Exec(5, "/bin/sh", 10);
     Exec(5, "/bin/rm", 20);
