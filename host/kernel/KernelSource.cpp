@@ -15,6 +15,7 @@ using std::chrono::milliseconds;
 constexpr milliseconds LAST_RECORDS(200);
 constexpr milliseconds CATCH_UP(100);      // for records that a sensor of this process makes
 constexpr milliseconds RENEW_EVERY(1000);  // at most: it looks at every process
+constexpr int MOST_LOOKS_BEHIND = 64;      // take more launches than the sensor has room for
 
 }  // namespace
 
@@ -110,17 +111,19 @@ bool KernelSource::Look(bool bLast) {
         // In doubt it is of no use to wait: a flood of launches does not hold this thread.
         const bool bNeeded = bFiles && m_eKnowledge == KNOWS_ALL;
         const bool bCaughtUp = !bNeeded || m_pLaunches->CatchUp(CATCH_UP);
-        m_bMoreLaunches = !m_pLaunches->Drain();
+        m_nLooksBehind = m_pLaunches->Drain() ? 0 : m_nLooksBehind + 1;
         m_pLaunches->TakeCounts(bLast);
-        Judge(bCaughtUp && !m_bMoreLaunches);
+        Judge(bCaughtUp && m_nLooksBehind < MOST_LOOKS_BEHIND);
     }
-    if (m_pFiles != nullptr) {
+    // Who did what is known once every launch is; a flood without end is not waited for.
+    const bool bBehind = m_nLooksBehind > 0 && m_eKnowledge == KNOWS_ALL;
+    if (m_pFiles != nullptr && !bBehind) {
         do {
             m_pFiles->Resolve();
         } while (m_pFiles->IsHolding() && !m_pFiles->HasBatch(Clock::now(), false));
         m_pFiles->TakeCounts(bLast);
     }
-    return bFiles || m_bMoreLaunches;
+    return bFiles || m_nLooksBehind > 0;
 }
 
 bool KernelSource::ReadFiles() {

@@ -72,7 +72,7 @@ private:
     std::unique_ptr<FileSource> m_pFiles;
     WakeFd m_wake;  // Stop wakes Next
     std::atomic<bool> m_bStopped{false};
-    bool m_bMoreLaunches = false;  // than were taken at once
+    int m_nLooksBehind = 0;  // since all launches were taken
     Knowledge m_eKnowledge = KNOWS_ALL;
     uint64_t m_nMissing = 0;  // records of launches, copies and ends, when it was last looked at
     Clock::time_point m_renewDue;
