@@ -63,11 +63,11 @@ public:
                            void* pReplyHandle) = 0;
 
     // Slot 12. [any] Sends nLength bytes to pTarget and calls pComplete when the send has ended or
-    // nTimeout milliseconds have passed, whichever comes first, and exactly once. A router may take
-    // a longer time for a day, and without memory for the time it ends the send at the latest when
-    // it is closed. The completion may come before this has returned. nReserved is 0; *pOut, 0
-    // before, is the router's to write, with its number for the send. On another code than 0
-    // nothing was sent and pComplete is not called.
+    // nTimeout milliseconds have passed, whichever comes first, and exactly once; it may come
+    // before this has returned. A router may treat more than a day as a day. One that has no memory
+    // for the time-out goes without: the send then ends when it is delivered, or by Close.
+    // nReserved is 0; *pOut, 0 before, is the router's to write, with its number for the send. On
+    // another code than 0 nothing was sent and pComplete is not called.
     virtual uint32_t SendWithCompletion(const Guid* pTarget, int64_t nMsgType, const void* pData,
                                         uint32_t nLength, IMRSendComplete* pComplete,
                                         int64_t nReserved, uint32_t* pOut, int64_t nTimeout) = 0;

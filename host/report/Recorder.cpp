@@ -5,11 +5,11 @@
 #include <string>
 
 void Recorder::OnEvent(const RunEvent& event, int64_t /*tmWhen*/) {
-    const auto* pReported = std::get_if<BatchSent>(&event);
-    if (pReported == nullptr || m_pFile == nullptr) {
+    const auto* pSent = std::get_if<BatchSent>(&event);
+    if (pSent == nullptr || m_pFile == nullptr) {
         return;
     }
-    const std::string strLine = pReported->batch.strBody + "\n";
+    const std::string strLine = pSent->batch.strBody + "\n";
     const bool bWritten =
         std::fwrite(strLine.data(), 1, strLine.size(), m_pFile.get()) == strLine.size();
     if (!bWritten || std::fflush(m_pFile.get()) != 0) {
