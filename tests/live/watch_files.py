@@ -6,8 +6,8 @@ Usage: watch_files.py PART HOST [--runs N] [--sensor ebpf|connector-fanotify|con
 Parts that are tests; exit code 0: so it was, 1: not, 77: this machine does not allow it:
   programs   N each of touch, mv and rm in a watched place, N / 3 shells that write a file and run rm in
              its place, and N / 3 whose subshell writes one: every operation told once, in its order, with the program that did it.
-             With --sensor that of launches; what a connector does not know is told without a program, and
-             nothing with one that did not do it.
+             Then files of a shell that stays. With --sensor that of launches: a connector tells the same or
+             no program, never another, and knows the shell after a while.
   storm      one process makes, renames and removes N files, every operation is told: none may be
              missing or under a wrong path. Prints the sensor's time for an event.
   overflow   while the host is stopped more happens than the kernel's queue holds: that is announced, and
@@ -34,6 +34,7 @@ import livehost
 
 PLACE = pathlib.Path("/etc/cron.d")
 MARK = f"tevmon.{os.getpid()}."
+MOST_OF_STEADY_SHELL = 100  # files, each reported before the next
 OWN_NAMESPACE = "TEVMON_LIVE_NAMESPACE"
 # fanotify names files by their handles. Before Linux 6.6 an overlayfs has these only when it is mounted
 # for export over NFS; since then it can always be watched by its directories, and so mounted whole.
@@ -121,16 +122,38 @@ def programs(args, folder):
         path = f"{PLACE}/{MARK}d{number}"
         shells[path] = started("/bin/sh", "-c", f"( : > {path} ); :")
         expected += [("create", path, "dash", "a copy"), ("write", path, "dash", "a copy")]
+    steady, known = steady_shell(host)
+    expected += steady
     mark_end(host)
     code = host.stop()
     seen = [(operation, path, who, "a copy" if pid != shells.get(path, pid) else pid)
             for operation, path, who, pid in told(host)]
-    text = f"{len(expected)} operations of programs"
+    text = f"{len(expected)} operations of programs, {len(steady)} of them of a shell that stays"
     if args.sensor != "ebpf":
         unknown = sum(not who for _, _, who, _ in seen)
         expected = without_unknown(seen, expected)
         text += f", {unknown} told without a program"
-    return finish(host, code, differences(seen, expected), text)
+    wrong = differences(seen, expected) + ([] if known else ["the shell that stays was never known"])
+    return finish(host, code, wrong, text)
+
+
+def steady_shell(host):
+    """Has a shell make files, one after the other, until it is told as what it is; one that stays is known soon."""
+    shell = subprocess.Popen(["/bin/sh"], stdin=subprocess.PIPE, text=True)
+    expected = []
+    known = False
+    for number in range(MOST_OF_STEADY_SHELL):
+        path = f"{PLACE}/{MARK}e{number}"
+        expected += [(operation, path, "dash", shell.pid) for operation in ("create", "write")]
+        shell.stdin.write(f": > {path}\n")
+        shell.stdin.flush()
+        if not host.wait_for(lambda r: r["event"] == "file" and (r["op"], r["path"]) == ("write", path)):
+            break
+        known = host.records[-1]["program"].endswith("/dash")
+        if known:
+            break
+    shell.communicate()
+    return expected, known
 
 
 def without_unknown(seen, expected):
