@@ -40,6 +40,16 @@ struct RunProgressed {
     const std::string& strDoing;
 };
 
+// All input is delivered, and the run goes on until a signal ends it.
+struct InputDelivered {};
+
+// A wait for the queue to empty has seen no change of it for a while.
+struct QueueStalled {};
+
+// Messages wait, and the module has shown no activity for so long that the service manager gets no
+// more signs of life.
+struct ModuleSilent {};
+
 // The user asked for the balance.
 struct BalanceRequested {
     const Balance& balance;
@@ -104,7 +114,8 @@ struct BatchSent {
     const EventBatch& batch;
 };
 
-// It was delivered, or refused.
+// It was delivered, or refused. That the module stored it is seen later: by its MessageAnalysed, or
+// by EventsDropped.
 struct BatchEnded {
     const EventBatch& batch;  // its body may be gone
     uint32_t nResult;         // 0, or the router's or the queue limit's code
@@ -134,8 +145,25 @@ struct QueryReceived {
     const Verdict& verdict;
 };
 
+// The answer reached the module, or did not.
+struct AnswerEnded {
+    const std::string& strKey;
+    int nLevel;
+    bool bDelivered;
+};
+
 struct ModuleNoted {
     const ModuleRecord& note;
+};
+
+// A line of the module's log that is shown.
+struct ModuleLogged {
+    const ModuleLine& line;
+};
+
+// A line that the module printed on its standard output.
+struct ModulePrinted {
+    const std::string& strLine;
 };
 
 // The module has begun to analyse a message.
@@ -159,22 +187,11 @@ struct CentreRecord {
 };
 
 using RunEvent =
-    std::variant<RunBegun, PassBegun, PassEnded, RunProgressed, BalanceRequested, RunEnding,
-                 RunEnded, InputUnusable, LaunchReported, LaunchUnresolved, LaunchesLost,
-                 LaunchCounters, FileOperationReported, FileQueueOverflowed, FileCounters,
-                 SensorNotice, BatchTaken, BatchSent, BatchEnded, BatchUnsent, EventsDropped,
-                 QueueChanged, QueryReceived, ModuleNoted, MessageAnalysed, ProgramJudged,
-                 CentreRecord>;
-
-// Begin, progress, passes, balances and the end come on the control thread, a RunBegun before
-// anything of the router and the module; a sensor's notices may come before it. The rest comes on
-// the threads of the module and the router, of several at once.
-class IRunListener {
-public:
-    virtual ~IRunListener() = default;
-    // No lock of the journal is held. tmWhen: seconds since 1970. Throws nothing but
-    // std::bad_alloc.
-    virtual void OnEvent(const RunEvent& event, int64_t tmWhen) = 0;
-};
+    std::variant<RunBegun, PassBegun, PassEnded, RunProgressed, InputDelivered, QueueStalled,
+                 ModuleSilent, BalanceRequested, RunEnding, RunEnded, InputUnusable, LaunchReported,
+                 LaunchUnresolved, LaunchesLost, LaunchCounters, FileOperationReported,
+                 FileQueueOverflowed, FileCounters, SensorNotice, BatchTaken, BatchSent, BatchEnded,
+                 BatchUnsent, EventsDropped, QueueChanged, QueryReceived, AnswerEnded, ModuleNoted,
+                 ModuleLogged, ModulePrinted, MessageAnalysed, ProgramJudged, CentreRecord>;
 
 #endif

@@ -16,7 +16,7 @@
 #include <vector>
 
 #include "host/account/EventLedger.h"
-#include "host/account/RunEvents.h"
+#include "host/account/IRunListener.h"
 #include "host/base/Mutex.h"
 #include "host/verdict/ProgramVerdicts.h"
 

@@ -87,6 +87,7 @@ QueryFate CloudEndpoint::Answer(const CloudQuery& query, const Verdict& verdict)
         m_router.Deliver(m_identity, MSG_TYPE_CLOUD_RESULT, AnswerBody(query, nLevel),
                          [this, strKey = query.strKey, nLevel](uint32_t nCode) {
                              m_keys.End(strKey, nLevel, nCode == 0);
+                             m_observer.OnAnswerEnded(strKey, nLevel, nCode == 0);
                          });
     if (nResult != 0) {
         m_keys.End(query.strKey, nLevel, false);

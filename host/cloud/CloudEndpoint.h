@@ -20,6 +20,9 @@ public:
     virtual ~ICloudObserver() = default;
     // [transport] One query and what became of it. verdict is what the service says of the key.
     virtual void OnQuery(const CloudQuery& query, QueryFate eFate, const Verdict& verdict) = 0;
+    // [transport] The answer to a query that was QUERY_ANSWERED reached the module, or did
+    // not; this may come before OnQuery of that query.
+    virtual void OnAnswerEnded(const std::string& strKey, int nLevel, bool bDelivered) = 0;
 };
 
 class CloudEndpoint : public IEndpoint {

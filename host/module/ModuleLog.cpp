@@ -5,9 +5,6 @@
 #include <exception>
 #include <string_view>
 
-#include "framework/base/CStr.h"
-#include "host/base/EscapedText.h"
-#include "host/base/HumanText.h"
 #include "host/base/ModuleFacts.h"
 
 namespace {
@@ -50,8 +47,8 @@ constexpr KnownFormat KNOWN_FORMATS[] = {
 
 }  // namespace
 
-ModuleLog::ModuleLog(Console& output, IModuleLogObserver& observer, int nShowLevel)
-    : m_output(output), m_observer(observer), m_nShowLevel(nShowLevel) {
+ModuleLog::ModuleLog(IModuleLogObserver& observer, int nShowLevel)
+    : m_observer(observer), m_nShowLevel(nShowLevel) {
     CLogDebug::Instance()->SetSink(this);
     CLogDebug::Instance()->SetLevel(std::min(nShowLevel, LEVEL_ALL));
 }
@@ -108,14 +105,12 @@ void ModuleLog::Note(const LogRecord& record, va_list args) {
 }
 
 void ModuleLog::Show(const LogRecord& record, va_list args) {
-    std::string strMessage = CLogDebug::MessageOf(record, args);
-    if (!strMessage.empty() && strMessage.back() == '\n') {
-        strMessage.pop_back();
+    ModuleLine line;
+    line.nLevel = record.nLevel;
+    line.strText = CLogDebug::MessageOf(record, args);
+    if (!line.strText.empty() && line.strText.back() == '\n') {
+        line.strText.pop_back();
     }
-    std::string strLine = text::ClockNow() + CStr::stdformat("  module L%d  ", record.nLevel) +
-                          text::ForTerminal(strMessage);
-    if (*record.pszFunction != '\0') {
-        strLine += std::string("  (") + record.pszFunction + ")";
-    }
-    m_output.Error(strLine);
+    line.strFunction = record.pszFunction;
+    m_observer.OnModuleLine(line);
 }

@@ -1,6 +1,6 @@
-// The module's log as the host sees it: failures are shown, and the records that say what became
-// of an event are passed to an observer. They are known by their format, before any argument is
-// put into it.
+// The module's log as the host sees it: an observer gets failures as lines, and the records that
+// say what became of an event, which are known by their format, before any argument is put into
+// it.
 //
 // Threads: any. Errors: nothing throws.
 #ifndef HOST_MODULE_MODULELOG_H
@@ -9,7 +9,6 @@
 #include <string>
 
 #include "framework/log/CLogDebug.h"
-#include "host/base/Console.h"
 #include "host/module/ExpectedQueries.h"
 
 enum ModuleNote {
@@ -28,17 +27,25 @@ struct ModuleRecord {
     bool bNamesProgram = false;              // strText is the acting program
 };
 
+struct ModuleLine {
+    int nLevel = 0;
+    std::string strText;      // as the module wrote it, without the line feed
+    std::string strFunction;  // of the module; "" when it names none
+};
+
 class IModuleLogObserver {
 public:
     virtual ~IModuleLogObserver() = default;
     // [any] A record that says what became of an event.
     virtual void OnModuleNote(const ModuleRecord& record) = 0;
+    // [any] A record of the level that is shown, or above.
+    virtual void OnModuleLine(const ModuleLine& line) = 0;
 };
 
 class ModuleLog : public ILogSink {
 public:
-    // Takes the process's log; records of nShowLevel and above are shown on standard error.
-    ModuleLog(Console& output, IModuleLogObserver& observer, int nShowLevel);
+    // Takes the process's log; records of nShowLevel and above are shown as lines.
+    ModuleLog(IModuleLogObserver& observer, int nShowLevel);
     ~ModuleLog() override;  // gives the log back; no module may be running
 
     ModuleLog(const ModuleLog&) = delete;
@@ -50,7 +57,6 @@ private:
     void Note(const LogRecord& record, va_list args);
     void Show(const LogRecord& record, va_list args);
 
-    Console& m_output;
     IModuleLogObserver& m_observer;
     const int m_nShowLevel;
 };

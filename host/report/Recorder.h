@@ -9,7 +9,7 @@
 #include <memory>
 #include <utility>
 
-#include "host/account/RunEvents.h"
+#include "host/account/IRunListener.h"
 #include "host/base/Console.h"
 
 class Recorder : public IRunListener {

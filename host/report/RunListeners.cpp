@@ -1,5 +1,6 @@
 #include "host/report/RunListeners.h"
 
+#include "host/report/DiagnosticLines.h"
 #include "host/report/JsonLines.h"
 #include "host/report/MetricsListener.h"
 #include "host/report/Recorder.h"
@@ -8,6 +9,7 @@
 RunListeners MakeRunListeners(Console& output, const HostOptions& options,
                               const RunJournal& journal) {
     RunListeners listeners;
+    listeners.push_back(std::make_unique<DiagnosticLines>(output));
     if (options.bJson) {
         listeners.push_back(std::make_unique<JsonLines>(output, options, journal));
     } else {
@@ -20,6 +22,7 @@ RunListeners MakeRunListeners(Console& output, const HostOptions& options,
 RunListeners MakeWatchListeners(Console& output, const HostOptions& options,
                                 const RunJournal& journal, const WatchOptions& watch) {
     RunListeners listeners;
+    listeners.push_back(std::make_unique<DiagnosticLines>(output));
     if (options.bJson) {
         listeners.push_back(std::make_unique<JsonLines>(output, options, journal));
     } else {

@@ -14,35 +14,33 @@ constexpr milliseconds MODULE_QUIET(200);   // without activity: a look disturbs
 constexpr milliseconds QUEUE_STILL(30000);  // a queue that stands still this long is remarked
 constexpr int UNREADABLE_LOOKS = 40;        // in a row: the queue cannot be read
 
-// When the queue moved last, and what to say when it stands still.
+// When the queue moved last; it is recorded when it stands still.
 class Movement {
 public:
-    explicit Movement(Console& output) : m_output(output) {}
+    explicit Movement(RunJournal& journal) : m_journal(journal) {}
 
     void See(uint64_t nDepth) {
         if (nDepth != m_nDepth) {
             m_nDepth = nDepth;
             m_moved = steady_clock::now();
         } else if (steady_clock::now() - m_moved > QUEUE_STILL) {
-            m_output.Error(
-                "tevmon-host: the queue has not moved for a while; see its first "
-                "message with: tevmon-host queue list");
+            m_journal.Record(QueueStalled{});
             m_moved = steady_clock::now();
         }
     }
 
 private:
-    Console& m_output;
+    RunJournal& m_journal;
     uint64_t m_nDepth = std::numeric_limits<uint64_t>::max();
     steady_clock::time_point m_moved = steady_clock::now();
 };
 
 }  // namespace
 
-DrainResult WaitUntilDrained(const Router& router, const QueueMonitor& queue,
-                             const RunJournal& journal, const RunControl& control, Console& output,
+DrainResult WaitUntilDrained(const Router& router, const QueueMonitor& queue, RunJournal& journal,
+                             const RunControl& control,
                              const std::function<void(const std::string& strDoing)>& fnTurn) {
-    Movement movement(output);
+    Movement movement(journal);
     int nUnreadable = 0;
     for (; !control.MustEnd(); control.WaitFor(QUEUE_LOOK)) {
         fnTurn("waiting for the module");

@@ -7,7 +7,7 @@
 #include <functional>
 #include <string>
 
-#include "host/base/Console.h"
+#include "host/account/RunJournal.h"
 #include "host/run/QueueMonitor.h"
 #include "host/run/RunControl.h"
 #include "host/transport/Router.h"
@@ -18,9 +18,9 @@ enum DrainResult {
     DRAIN_UNREADABLE,  // several looks at the queue in a row found nothing to read
 };
 
-// fnTurn is called between two looks. A queue that stands still for long is remarked on output.
-DrainResult WaitUntilDrained(const Router& router, const QueueMonitor& queue,
-                             const RunJournal& journal, const RunControl& control, Console& output,
+// fnTurn is called between two looks. A queue that stands still for long is recorded.
+DrainResult WaitUntilDrained(const Router& router, const QueueMonitor& queue, RunJournal& journal,
+                             const RunControl& control,
                              const std::function<void(const std::string& strDoing)>& fnTurn);
 
 #endif

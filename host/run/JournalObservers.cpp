@@ -4,6 +4,18 @@ void ModuleObserver::OnQuery(const CloudQuery& query, QueryFate eFate, const Ver
     m_journal.Record(QueryReceived{query, eFate, verdict});
 }
 
+void ModuleObserver::OnAnswerEnded(const std::string& strKey, int nLevel, bool bDelivered) {
+    m_journal.Record(AnswerEnded{strKey, nLevel, bDelivered});
+}
+
+void ModuleObserver::OnModuleLine(const ModuleLine& line) {
+    m_journal.Record(ModuleLogged{line});
+}
+
+void ModuleObserver::OnPrinted(const std::string& strLine) {
+    m_journal.Record(ModulePrinted{strLine});
+}
+
 void ModuleObserver::OnModuleNote(const ModuleRecord& note) {
     m_journal.Record(ModuleNoted{note});
 }

@@ -12,13 +12,17 @@
 #include "host/cloud/CloudEndpoint.h"
 #include "host/transport/IEndpoint.h"
 
-// Of the module: its log, its queries, and what it sends to the centre, which answers nothing.
+// Of the module: its log and output, its queries and their answers, and what it sends to the
+// centre, which answers nothing.
 class ModuleObserver : public ICloudObserver, public IModuleLogObserver, public IEndpoint {
 public:
     explicit ModuleObserver(RunJournal& journal) : m_journal(journal) {}
 
     void OnQuery(const CloudQuery& query, QueryFate eFate, const Verdict& verdict) override;
+    void OnAnswerEnded(const std::string& strKey, int nLevel, bool bDelivered) override;
     void OnModuleNote(const ModuleRecord& note) override;
+    void OnModuleLine(const ModuleLine& line) override;
+    void OnPrinted(const std::string& strLine);
     std::string OnMessage(const Guid& sender, int64_t nMsgType,
                           const std::string& strBody) override;
 

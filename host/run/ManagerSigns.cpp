@@ -15,9 +15,7 @@ void ManagerSigns::Turn(uint64_t nWaiting,
     }
     if (m_watchdog.IsModuleSilent() && !m_bSilenceReported) {
         m_manager.Send("STATUS=the module has shown no activity for ten minutes");
-        m_output.Error(
-            "tevmon-host: the module has shown no activity for ten minutes while messages wait; "
-            "the service manager gets no more signs of life");
+        m_journal.Record(ModuleSilent{});
     }
     m_bSilenceReported = m_watchdog.IsModuleSilent();
 }

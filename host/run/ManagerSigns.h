@@ -2,7 +2,7 @@
 // shows some, and that the run ends.
 //
 // Threads: the control thread. Errors: none; without a service manager nothing is sent.
-// Ownership: the console must outlive it.
+// Ownership: the journal must outlive it.
 #ifndef HOST_RUN_MANAGERSIGNS_H
 #define HOST_RUN_MANAGERSIGNS_H
 
@@ -10,13 +10,14 @@
 #include <cstdint>
 #include <optional>
 
-#include "host/base/Console.h"
+#include "host/account/RunJournal.h"
 #include "host/process/SystemdNotifier.h"
 #include "host/process/Watchdog.h"
 
 class ManagerSigns {
 public:
-    explicit ManagerSigns(Console& output) : m_output(output), m_watchdog(m_manager.Watchdog()) {}
+    explicit ManagerSigns(RunJournal& journal)
+        : m_journal(journal), m_watchdog(m_manager.Watchdog()) {}
 
     void Ready() const { m_manager.Send("READY=1"); }
     void Stopping() const { m_manager.Send("STOPPING=1"); }
@@ -25,7 +26,7 @@ public:
               const std::optional<std::chrono::steady_clock::time_point>& lastWork);
 
 private:
-    Console& m_output;
+    RunJournal& m_journal;
     const SystemdNotifier m_manager;
     Watchdog m_watchdog;
     bool m_bSilenceReported = false;

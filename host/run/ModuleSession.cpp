@@ -4,7 +4,6 @@
 #include <thread>
 
 #include "framework/abi/MsgTypes.h"
-#include "host/base/EscapedText.h"
 #include "host/transport/EndpointIds.h"
 
 namespace {
@@ -18,12 +17,11 @@ constexpr milliseconds ROUTER_LOOK(20);     // between two looks at the router
 }  // namespace
 
 ModuleSession::ModuleSession(const HostOptions& options, const VerdictService& service,
-                             Console& output, ModuleObserver& observer)
+                             ModuleObserver& observer)
     : m_strFile(options.strModule.empty() ? PluginLoader::DefaultPath() : options.strModule),
       m_keys(options.CacheDatabase()),
-      m_log(output, observer, options.nLogLevel),
-      m_printed(
-          [&output](const std::string& strLine) { output.Error(text::ForTerminal(strLine)); }),
+      m_log(observer, options.nLogLevel),
+      m_printed([&observer](const std::string& strLine) { observer.OnPrinted(strLine); }),
       m_cloud(m_router, service, m_keys, observer) {
     (void)m_printed.Begin();  // without it, what the module prints goes to standard error unread
     m_router.AddEndpoint(GuidFromText(CLOUD_ENDPOINT), &m_cloud);

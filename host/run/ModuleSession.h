@@ -2,14 +2,13 @@
 //
 // Threads: the control thread.
 // Errors: Load's text names what is wrong.
-// Ownership: the console, the service and the observer must outlive it.
+// Ownership: the service and the observer must outlive it.
 #ifndef HOST_RUN_MODULESESSION_H
 #define HOST_RUN_MODULESESSION_H
 
 #include <memory>
 #include <string>
 
-#include "host/base/Console.h"
 #include "host/base/HostOptions.h"
 #include "host/cloud/AnswerTracker.h"
 #include "host/cloud/CloudEndpoint.h"
@@ -23,7 +22,7 @@
 class ModuleSession {
 public:
     // Reads the cache while nobody works with it, and the module's output from now on.
-    ModuleSession(const HostOptions& options, const VerdictService& service, Console& output,
+    ModuleSession(const HostOptions& options, const VerdictService& service,
                   ModuleObserver& observer);
 
     ModuleSession(const ModuleSession&) = delete;

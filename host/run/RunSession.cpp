@@ -79,7 +79,7 @@ bool RunSession::StartSource() {
 }
 
 int RunSession::RunModule() {
-    ModuleSession module(m_global, m_service, m_output, m_moduleObserver);
+    ModuleSession module(m_global, m_service, m_moduleObserver);
     EventDelivery delivery(module.MessageRouter(), m_queue, m_journal, m_control,
                            m_options.bRefuseWhenFull);
     std::string strError;
@@ -121,7 +121,7 @@ int RunSession::RunPasses(ModuleSession& module, EventDelivery& delivery) {
             return EXIT_CODE_SUCCESS;
         }
         const DrainResult eResult =
-            WaitUntilDrained(module.MessageRouter(), m_queue, m_journal, m_control, m_output,
+            WaitUntilDrained(module.MessageRouter(), m_queue, m_journal, m_control,
                              [this](const std::string& strDoing) { Turn(strDoing); });
         m_bDrained = eResult == DRAINED;
         if (m_options.dSettleSeconds > 0) {
@@ -150,9 +150,7 @@ void RunSession::Deliver(EventDelivery& delivery) {
 
 void RunSession::Wait() {
     if (!m_control.MustEnd() && !m_control.HasLimit()) {
-        m_output.Error(
-            "tevmon-host: everything is delivered; Ctrl-C ends the run (--drain would "
-            "end it when the queue is empty)");
+        m_journal.Record(InputDelivered{});
     }
     for (; !m_control.MustEnd(); m_control.WaitFor(BETWEEN_PROGRESS)) {
         Turn("waiting");

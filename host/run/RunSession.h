@@ -36,10 +36,10 @@ private:
     const HostOptions m_global;
     const RunOptions m_options;
     Console m_output;
-    ManagerSigns m_signs{m_output};
     RunControl m_control{m_output};
     VerdictService m_service;
     RunJournal m_journal;
+    ManagerSigns m_signs{m_journal};
     const RunListeners m_listeners;
     ModuleObserver m_moduleObserver{m_journal};
     SensorObserver m_sensorObserver{m_journal};

@@ -3,6 +3,7 @@
 #include <cinttypes>
 
 #include "framework/base/CStr.h"
+#include "host/base/EscapedText.h"
 #include "host/base/HumanText.h"
 
 namespace event_line {
@@ -29,6 +30,12 @@ std::string Input(const InputUnusable& input) {
         input.nNumber == 0 ? ""
                            : input.strSource + ", line " + std::to_string(input.nNumber) + ": ";
     return strWhere + input.strReason;
+}
+
+std::string ModuleLog(const ModuleLine& line) {
+    const std::string strText = text::ClockNow() + CStr::stdformat("  module L%d  ", line.nLevel) +
+                                text::ForTerminal(line.strText);
+    return line.strFunction.empty() ? strText : strText + "  (" + line.strFunction + ")";
 }
 
 VerdictRow Dropped(const EventsDropped& dropped) {

@@ -15,6 +15,7 @@ namespace event_line {
 std::string Queue(const Console& output, const QueueLoad& load);
 std::string Centre(const CentreRecord& record);
 std::string Input(const InputUnusable& input);
+std::string ModuleLog(const ModuleLine& line);
 // Events that were dropped, as a row.
 VerdictRow Dropped(const EventsDropped& dropped);
 std::string Progress(const std::string& strDoing, const RunCounters& counters);

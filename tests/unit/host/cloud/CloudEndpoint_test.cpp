@@ -5,6 +5,7 @@
 
 #include <mutex>
 #include <thread>
+#include <tuple>
 
 #include "tests/support/Event.h"
 #include "tests/support/TestDir.h"
@@ -62,6 +63,14 @@ protected:
         m_fates.push_back(eFate);
         m_verdict = verdict;
     }
+    void OnAnswerEnded(const std::string& strKey, int nLevel, bool bDelivered) override {
+        const std::lock_guard<std::mutex> lock(m_module.m_mutex);
+        m_ended.emplace_back(strKey, nLevel, bDelivered);
+    }
+    std::vector<std::tuple<std::string, int, bool>> Ended() const {
+        const std::lock_guard<std::mutex> lock(m_module.m_mutex);
+        return m_ended;
+    }
     void Send(const std::string& strBody, int64_t nMsgType = MSG_TYPE_CLOUD_QUERY) {
         EXPECT_EQ("", m_cloud.OnMessage(Guid(), nMsgType, strBody));
     }
@@ -77,6 +86,7 @@ protected:
     CloudEndpoint m_cloud{m_router, m_service, m_keys, *this};
     CloudQuery m_query;
     std::vector<QueryFate> m_fates;
+    std::vector<std::tuple<std::string, int, bool>> m_ended;  // guarded by the module's mutex
     Verdict m_verdict;
 };
 
@@ -95,6 +105,7 @@ TEST_F(CloudEndpointTest, AQueryIsAnsweredWithItsKeyFunctionAndLevelAsText) {
     EXPECT_EQ("/bin/x", m_query.strPath);
     EXPECT_EQ("CreateProcess", m_query.strEvent);
     EXPECT_EQ("bad", m_verdict.strOwner);
+    EXPECT_EQ((std::vector<std::tuple<std::string, int, bool>>{{KEY, 70, true}}), Ended());
 }
 
 TEST_F(CloudEndpointTest, WhatNobodyKnowsIsLevel40) {

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "host/report/DiagnosticLines.h"
 #include "host/report/JsonLines.h"
 #include "host/report/MetricsListener.h"
 #include "host/report/Recorder.h"
@@ -26,27 +27,31 @@ protected:
 
 TEST_F(RunListenersTest, ARunIsShownInLinesOrInRecords) {
     RunListeners listeners = MakeRunListeners(m_output, m_options, m_journal);
-    ASSERT_EQ(1u, listeners.size());
-    EXPECT_TRUE(Is<RunLines>(listeners[0]));
+    ASSERT_EQ(2u, listeners.size());
+    EXPECT_TRUE(Is<DiagnosticLines>(listeners[0]));
+    EXPECT_TRUE(Is<RunLines>(listeners[1]));
 
     m_options.bJson = true;
     listeners = MakeRunListeners(m_output, m_options, m_journal);
-    ASSERT_EQ(1u, listeners.size());
-    EXPECT_TRUE(Is<JsonLines>(listeners[0]));
+    ASSERT_EQ(2u, listeners.size());
+    EXPECT_TRUE(Is<DiagnosticLines>(listeners[0]));
+    EXPECT_TRUE(Is<JsonLines>(listeners[1]));
 }
 
 TEST_F(RunListenersTest, AWatchIsKeptAsItIsAskedFor) {
     WatchOptions watch;
     RunListeners listeners = MakeWatchListeners(m_output, m_options, m_journal, watch);
-    ASSERT_EQ(1u, listeners.size());
-    EXPECT_TRUE(Is<WatchLines>(listeners[0]));
+    ASSERT_EQ(2u, listeners.size());
+    EXPECT_TRUE(Is<DiagnosticLines>(listeners[0]));
+    EXPECT_TRUE(Is<WatchLines>(listeners[1]));
 
     m_options.bJson = true;
     watch.pRecord.reset(tmpfile(), fclose);
     watch.strMetricsFile = "/nowhere";
     listeners = MakeWatchListeners(m_output, m_options, m_journal, watch);
-    ASSERT_EQ(3u, listeners.size());
-    EXPECT_TRUE(Is<JsonLines>(listeners[0]));
-    EXPECT_TRUE(Is<Recorder>(listeners[1]));
-    EXPECT_TRUE(Is<MetricsListener>(listeners[2]));
+    ASSERT_EQ(4u, listeners.size());
+    EXPECT_TRUE(Is<DiagnosticLines>(listeners[0]));
+    EXPECT_TRUE(Is<JsonLines>(listeners[1]));
+    EXPECT_TRUE(Is<Recorder>(listeners[2]));
+    EXPECT_TRUE(Is<MetricsListener>(listeners[3]));
 }

@@ -10,7 +10,7 @@ class DrainWaitTest : public RunPartsTest {
 protected:
     // fnTurn gets the number of the turn, from 1.
     DrainResult Wait(const std::function<void(int nTurn)>& fnTurn = {}) {
-        return WaitUntilDrained(m_router, m_queue, m_journal, m_control, m_output,
+        return WaitUntilDrained(m_router, m_queue, m_journal, m_control,
                                 [&](const std::string& strDoing) {
                                     EXPECT_EQ("waiting for the module", strDoing);
                                     ++m_nTurns;

@@ -81,9 +81,13 @@ TEST_F(JournalObserversTest, WhatTheModuleSaysAndSendsIsCounted) {
     ModuleObserver observer(m_journal);
     observer.OnQuery(LaunchQuery("/bin/a"), QUERY_ANSWERED, Verdict());
     observer.OnModuleNote({NOTE_ANALYSED, "{}"});
+    observer.OnAnswerEnded("key", 70, true);
+    observer.OnModuleLine({4, "text", "Run"});
+    observer.OnPrinted("text");
     EXPECT_EQ("", observer.OnMessage(Guid(), 20300, "record"));
 
-    EXPECT_EQ(4u, m_listener.heard.size());  // and which message is analysed
+    EXPECT_EQ(7u, m_listener.heard.size());  // and which message is analysed
+    EXPECT_EQ(7u, std::set<size_t>(m_listener.heard.begin(), m_listener.heard.end()).size());
     const RunCounters counters = m_journal.PassCounters();
     EXPECT_EQ(1u, counters.nAnswers);
     EXPECT_EQ(1u, counters.nAnalysed);

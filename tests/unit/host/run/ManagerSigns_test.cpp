@@ -16,8 +16,9 @@ TEST(ManagerSignsTest, ReadySignsOfLifeAndTheEndAreSent) {
     const NotifySocket manager(strSocket);
     setenv("NOTIFY_SOCKET", strSocket.c_str(), 1);
     setenv("WATCHDOG_USEC", "300000", 1);
-    Console output;
-    ManagerSigns signs(output);
+    const VerdictService service;
+    RunJournal journal(service, {}, false);
+    ManagerSigns signs(journal);
     EXPECT_EQ(nullptr, std::getenv("NOTIFY_SOCKET"));
 
     signs.Ready();
@@ -33,8 +34,9 @@ TEST(ManagerSignsTest, ReadySignsOfLifeAndTheEndAreSent) {
 TEST(ManagerSignsTest, WithoutAServiceManagerNothingIsSaid) {
     unsetenv("NOTIFY_SOCKET");
     testing::internal::CaptureStderr();
-    Console output;
-    ManagerSigns signs(output);
+    const VerdictService service;
+    RunJournal journal(service, {}, false);
+    ManagerSigns signs(journal);
     signs.Ready();
     signs.Turn(7, std::nullopt);
     signs.Stopping();

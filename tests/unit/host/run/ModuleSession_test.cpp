@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include "framework/abi/MsgTypes.h"
+#include "host/report/DiagnosticLines.h"
 #include "host/transport/EndpointIds.h"
 #include "tests/support/Event.h"
 #include "tests/support/FakeModules.h"
@@ -37,7 +38,7 @@ protected:
 }  // namespace
 
 TEST_F(ModuleSessionTest, TheModuleIsDrivenFromStartToUnload) {
-    ModuleSession module(m_options, m_service, m_output, m_observer);
+    ModuleSession module(m_options, m_service, m_observer);
     std::string strError;
     ASSERT_TRUE(module.Load(strError)) << strError;
     EXPECT_EQ(m_options.strModule, module.File());
@@ -52,7 +53,7 @@ TEST_F(ModuleSessionTest, TheModuleIsDrivenFromStartToUnload) {
 
 TEST_F(ModuleSessionTest, AMissingModuleIsNamed) {
     m_options.strModule = m_dir.Path() + "/none.so";
-    ModuleSession module(m_options, m_service, m_output, m_observer);
+    ModuleSession module(m_options, m_service, m_observer);
     std::string strError;
     EXPECT_FALSE(module.Load(strError));
     EXPECT_THAT(strError, HasSubstr("none.so"));
@@ -60,12 +61,12 @@ TEST_F(ModuleSessionTest, AMissingModuleIsNamed) {
 
 TEST_F(ModuleSessionTest, WithoutANameItIsTheOneBesideTheProgram) {
     m_options.strModule.clear();
-    const ModuleSession module(m_options, m_service, m_output, m_observer);
+    const ModuleSession module(m_options, m_service, m_observer);
     EXPECT_EQ(ProgramFolder() + "libtevmon.so", module.File());
 }
 
 TEST_F(ModuleSessionTest, AnEventLeadsToAQueryAndItsAnswerComesBackToTheModule) {
-    ModuleSession module(m_options, m_service, m_output, m_observer);
+    ModuleSession module(m_options, m_service, m_observer);
     std::string strError;
     ASSERT_TRUE(module.Load(strError)) << strError;
     module.Start();
@@ -82,9 +83,11 @@ TEST_F(ModuleSessionTest, AnEventLeadsToAQueryAndItsAnswerComesBackToTheModule) 
 }
 
 TEST_F(ModuleSessionTest, WhatTheModulePrintsIsNoOutputOfTheHost) {
+    DiagnosticLines lines(m_output);
+    m_journal.AddListener(lines);
     testing::internal::CaptureStderr();
     {
-        ModuleSession module(m_options, m_service, m_output, m_observer);
+        ModuleSession module(m_options, m_service, m_observer);
         std::string strError;
         ASSERT_TRUE(module.Load(strError)) << strError;
         module.Start();
@@ -98,7 +101,7 @@ TEST_F(ModuleSessionTest, WhatTheModulePrintsIsNoOutputOfTheHost) {
 
 TEST_F(ModuleSessionTest, AnEndWithoutAModuleGivesStandardOutputBack) {
     m_options.strModule = FakeModule("empty_table");
-    ModuleSession module(m_options, m_service, m_output, m_observer);
+    ModuleSession module(m_options, m_service, m_observer);
     std::string strError;
     EXPECT_FALSE(module.Load(strError));
     EXPECT_THAT(strError, HasSubstr("its operation table is not filled"));
