@@ -45,7 +45,7 @@ ModuleOutcome OutcomeOf(const ModuleRecord& note) {
 
 RunJournal::RunJournal(const VerdictService& service, EventLedger::KnownMaker fnKnownMaker,
                        bool bWatch, uint64_t nLargestBatch)
-    : m_programs(service),
+    : m_judge(service),
       m_ledger(std::move(fnKnownMaker)),
       m_bWatch(bWatch),
       m_nLargestBatch(nLargestBatch),
@@ -175,7 +175,7 @@ void RunJournal::Count(const FileCounters& counters) {
 }
 
 void RunJournal::Count(const LaunchReported& event) {
-    m_programs.SetStarter(event.launch.creation.strPath, event.launch.strStarter);
+    m_judge.Note(event.launch);
 }
 
 void RunJournal::Count(const BatchTaken& event) {
@@ -234,10 +234,11 @@ void RunJournal::Count(const CentreRecord&) {
 
 void RunJournal::Take(const QueryReceived& event) {
     Count(event);
-    const std::optional<ExpectedQuery> expected = m_ledger.Match(OutcomeOf(event.query));
+    const ModuleOutcome outcome = OutcomeOf(event.query);
+    const std::optional<ExpectedQuery> expected = m_ledger.Match(outcome);
     Publish(event);
     if (m_bWatch && !IsLost(event.eFate)) {
-        Judge(event, expected);
+        Announce(m_judge.Judge(event.query, event.eFate, event.verdict, outcome, expected), false);
     }
 }
 
@@ -256,43 +257,15 @@ void RunJournal::Take(const ModuleNoted& event) {
     }
     Publish(event);
     if (m_bWatch && note.eNote == NOTE_CACHED) {
-        Judge(note, expected);
+        Announce(m_judge.Judge(note, expected), true);
     }
 }
 
-void RunJournal::Judge(const QueryReceived& event, const std::optional<ExpectedQuery>& expected) {
-    const CloudQuery& query = event.query;
-    const ModuleOutcome outcome = OutcomeOf(query);
-    const bool bLaunch = outcome.eKind == EXPECTED_LAUNCH;
-    const std::string strSubject = expected ? expected->strFile : query.strPath;
-    const std::string strProgram = bLaunch                 ? strSubject
-                                   : expected              ? expected->strProgram
-                                   : outcome.bNamesProgram ? query.strPath
-                                                           : "";
-    Verdict verdict = event.verdict;
-    if (!strProgram.empty() && event.eFate != QUERY_NO_KEY) {
-        m_programs.SetVerdict(strProgram, verdict);
-    } else if (!strProgram.empty()) {
-        verdict = m_programs.VerdictOf(strProgram);
-    }
-    const std::string strBy = bLaunch ? m_programs.Starter(strSubject) : strProgram;
-    Announce(ProgramJudged{bLaunch ? "launch" : query.strEvent, strSubject, strProgram, strBy,
-                           verdict, false});
-}
-
-void RunJournal::Judge(const ModuleRecord& note, const std::optional<ExpectedQuery>& expected) {
-    const bool bLaunch = note.eExpected == EXPECTED_LAUNCH;
-    const std::string strProgram = bLaunch ? note.strText : expected ? expected->strProgram : "";
-    const Verdict verdict = m_programs.VerdictOf(strProgram);
-    const std::string strBy = bLaunch ? m_programs.Starter(note.strText) : strProgram;
-    Announce(ProgramJudged{expected_queries::EventOf(note.eExpected, note.strOperation),
-                           note.strText, strProgram, strBy, verdict, true});
-}
-
-void RunJournal::Announce(const ProgramJudged& judged) {
-    if (verdict_level::ClassOf(judged.verdict.nLevel) == verdict_level::CLASS_BAD) {
+void RunJournal::Announce(const Judgement& judgement, bool bCached) {
+    if (verdict_level::ClassOf(judgement.verdict.nLevel) == verdict_level::CLASS_BAD) {
         const MutexLock lock(m_mutex);
         ++m_counters.nBadRuns;
     }
-    Publish(judged);
+    Publish(ProgramJudged{judgement.strWhat, judgement.strSubject, judgement.strProgram,
+                          judgement.strBy, judgement.verdict, bCached});
 }

@@ -17,8 +17,8 @@
 
 #include "host/account/EventLedger.h"
 #include "host/account/IRunListener.h"
+#include "host/account/ProgramJudge.h"
 #include "host/base/Mutex.h"
-#include "host/verdict/ProgramVerdicts.h"
 
 class RunJournal {
 public:
@@ -80,17 +80,14 @@ private:
     void Count(const ModuleNoted& event);
     void Count(const CentreRecord& event);
 
-    void Judge(const QueryReceived& event, const std::optional<ExpectedQuery>& expected);
-    void Judge(const ModuleRecord& note, const std::optional<ExpectedQuery>& expected);
-
-    void Announce(const ProgramJudged& judged);
+    void Announce(const Judgement& judgement, bool bCached);
     void Publish(const RunEvent& event);
     RunCounters TotalCounters() const;
     void AnnounceDropped(bool bLast);
     void AnnounceDropped(DropReason eReason, uint64_t nTotal, uint64_t& nAnnounced);
 
     std::vector<IRunListener*> m_listeners;
-    ProgramVerdicts m_programs;
+    ProgramJudge m_judge;
     EventLedger m_ledger;
     const bool m_bWatch;
     const uint64_t m_nLargestBatch;

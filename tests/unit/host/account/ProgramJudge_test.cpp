@@ -1,8 +1,9 @@
-#include "host/account/RunJournal.h"
+#include "host/account/ProgramJudge.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "host/account/RunJournal.h"
 #include "host/event/EventMessage.h"
 #include "tests/support/TestDir.h"
 #include "tests/support/host/RunHappenings.h"
@@ -25,9 +26,9 @@ public:
     std::vector<std::string> heard;
 };
 
-class RunJournalJudgedTest : public testing::Test {
+class ProgramJudgeTest : public testing::Test {
 protected:
-    RunJournalJudgedTest() { m_journal.AddListener(m_listener); }
+    ProgramJudgeTest() { m_journal.AddListener(m_listener); }
 
     void Analyse(const std::string& strBody) {
         m_journal.Record(ModuleNoted{ModuleRecord{NOTE_ANALYSED, strBody}});
@@ -52,7 +53,7 @@ constexpr char UNIT[] = "/etc/systemd/system/x.service";
 
 }  // namespace
 
-TEST_F(RunJournalJudgedTest, ANewUnitsQueryNamesItsMakerAndTheUnitIsTheSubject) {
+TEST_F(ProgramJudgeTest, ANewUnitsQueryNamesItsMakerAndTheUnitIsTheSubject) {
     Analyse(FileMessage("create", UNIT, "/bin/maker"));
     Query("AddAutoRuns", "/bin/maker", QUERY_ANSWERED, PACKAGED);
 
@@ -62,7 +63,7 @@ TEST_F(RunJournalJudgedTest, ANewUnitsQueryNamesItsMakerAndTheUnitIsTheSubject) 
             "AddAutoRuns | /etc/systemd/system/x.service | /bin/maker | /bin/maker | 10 p"));
 }
 
-TEST_F(RunJournalJudgedTest, WithoutTheExpectedQueryAUnitAndAPipeStillNameTheirMaker) {
+TEST_F(ProgramJudgeTest, WithoutTheExpectedQueryAUnitAndAPipeStillNameTheirMaker) {
     Query("AddAutoRuns", "/bin/maker", QUERY_KNOWN, PACKAGED);
     Query("ProcessPipe", "/bin/maker", QUERY_ANSWERED, PACKAGED);
 
@@ -71,7 +72,7 @@ TEST_F(RunJournalJudgedTest, WithoutTheExpectedQueryAUnitAndAPipeStillNameTheirM
                             "ProcessPipe | /bin/maker | /bin/maker | /bin/maker | 10 p"));
 }
 
-TEST_F(RunJournalJudgedTest, AVerdictOnNobodyIsNobodyElses) {
+TEST_F(ProgramJudgeTest, AVerdictOnNobodyIsNobodyElses) {
     Query("FileModify", "/etc/cron.d/x", QUERY_ANSWERED, BAD);
     m_journal.Record(
         ModuleNoted{ModuleRecord{NOTE_CACHED, "/etc/cron.d/y", EXPECTED_FILE, "write"}});
@@ -80,13 +81,13 @@ TEST_F(RunJournalJudgedTest, AVerdictOnNobodyIsNobodyElses) {
                                               "FileModify | /etc/cron.d/y |  |  | 40  cached"));
 }
 
-TEST_F(RunJournalJudgedTest, AFilesQueryThatNobodyExpectedNamesNoProgram) {
+TEST_F(ProgramJudgeTest, AFilesQueryThatNobodyExpectedNamesNoProgram) {
     Query("FileModify", "/etc/cron.d/x", QUERY_NO_KEY, Verdict());
 
     EXPECT_THAT(m_listener.heard, ElementsAre("FileModify | /etc/cron.d/x |  |  | 40 "));
 }
 
-TEST_F(RunJournalJudgedTest, AQueryWithoutAKeyIsShownWithTheVerdictOnItsProgram) {
+TEST_F(ProgramJudgeTest, AQueryWithoutAKeyIsShownWithTheVerdictOnItsProgram) {
     const std::string strActor = m_dir.WriteFile("actor", "x", 0755);
     Query("CreateProcess", strActor, QUERY_ANSWERED, BAD);
     Analyse(FileMessage("remove", "/etc/cron.d/x", strActor));
@@ -98,14 +99,14 @@ TEST_F(RunJournalJudgedTest, AQueryWithoutAKeyIsShownWithTheVerdictOnItsProgram)
                     "FileDelete | /etc/cron.d/x | " + strActor + " | " + strActor + " | 70 b"));
 }
 
-TEST_F(RunJournalJudgedTest, ALostQueryJudgesNobody) {
+TEST_F(ProgramJudgeTest, ALostQueryJudgesNobody) {
     Query("CreateProcess", "/bin/a", QUERY_UNREADABLE, BAD);
     Query("CreateProcess", "/bin/a", QUERY_NOT_DELIVERED, BAD);
 
     EXPECT_THAT(m_listener.heard, ElementsAre());
 }
 
-TEST_F(RunJournalJudgedTest, ASkipIsJudgedOnlyWhereTheVerdictIsKnown) {
+TEST_F(ProgramJudgeTest, ASkipIsJudgedOnlyWhereTheVerdictIsKnown) {
     m_journal.Record(ModuleNoted{ModuleRecord{NOTE_STAT_FAILED, "/bin/a", EXPECTED_LAUNCH}});
     m_journal.Record(ModuleNoted{ModuleRecord{NOTE_UNREADABLE, "/bin/a", EXPECTED_LAUNCH}});
     m_journal.Record(ModuleNoted{ModuleRecord{NOTE_NOT_SENT, "", EXPECTED_NONE}});
@@ -113,7 +114,7 @@ TEST_F(RunJournalJudgedTest, ASkipIsJudgedOnlyWhereTheVerdictIsKnown) {
     EXPECT_THAT(m_listener.heard, ElementsAre());
 }
 
-TEST_F(RunJournalJudgedTest, ASkippedUnitIsJudgedByItsMakerAndASkippedLaunchByItself) {
+TEST_F(ProgramJudgeTest, ASkippedUnitIsJudgedByItsMakerAndASkippedLaunchByItself) {
     const std::string strMaker = m_dir.WriteFile("maker", "x", 0755);
     Query("CreateProcess", strMaker, QUERY_ANSWERED, BAD);
     m_journal.Record(LaunchReported{Started(strMaker, "/bin/shell")});
@@ -129,7 +130,7 @@ TEST_F(RunJournalJudgedTest, ASkippedUnitIsJudgedByItsMakerAndASkippedLaunchByIt
                                                   " | /bin/shell | 70 b cached"));
 }
 
-TEST_F(RunJournalJudgedTest, ASkippedFileThatNobodyExpectedHasNoProgramAndNoKnownVerdict) {
+TEST_F(ProgramJudgeTest, ASkippedFileThatNobodyExpectedHasNoProgramAndNoKnownVerdict) {
     m_journal.Record(
         ModuleNoted{ModuleRecord{NOTE_CACHED, "/etc/cron.d/x", EXPECTED_FILE, "rename"}});
 
@@ -138,7 +139,7 @@ TEST_F(RunJournalJudgedTest, ASkippedFileThatNobodyExpectedHasNoProgramAndNoKnow
 
 // The name of the launch in its query has lost a byte that is no UTF-8; the file's own name is the
 // one that starters are known by.
-TEST_F(RunJournalJudgedTest, AProgramsNameIsTheOneThatWasReportedNotTheOneOfTheQuery) {
+TEST_F(ProgramJudgeTest, AProgramsNameIsTheOneThatWasReportedNotTheOneOfTheQuery) {
     const std::string strProgram = m_dir.WriteFile(
         "a\xFF"
         "b",
