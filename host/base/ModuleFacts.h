@@ -11,11 +11,22 @@
 
 namespace module_facts {
 
-// Its databases, in data/db of the state directory, and their tables.
+// Its databases, in data/db of the state directory, their tables and the columns that are shown.
 constexpr char CHANNEL_FILE[] = "tevchennaldb.db";
 constexpr char CHANNEL_TABLE[] = "msgchennal";
+constexpr const char* CHANNEL_COLUMNS[] = {"id", "createtime", "mid", "detail"};
 constexpr char CACHE_FILE[] = "tevcloudcacho.db";
 constexpr char CACHE_TABLE[] = "cachotable";
+constexpr char CACHE_KEY[] = "vkey";
+constexpr const char* CACHE_COLUMNS[] = {CACHE_KEY,    "level", "tmcreate",
+                                         "tminternal", "mid",   "detail"};
+
+// What "mid" says: for which analyser a row is.
+constexpr int ANALYSER_LAUNCHES = 5;
+constexpr int ANALYSER_FILES = 6;
+
+// Between two looks of its at the queue.
+constexpr int QUEUE_LOOK_MS = 5000;
 
 // A message: an array of elements, of which one with this group names the kind of events by its
 // context.
@@ -26,6 +37,10 @@ constexpr char GROUP_QUERY[] = "cloudquery";
 constexpr char CONTEXT_LAUNCHES[] = "cloudad";
 constexpr char CONTEXT_FILES[] = "cloudfd";
 constexpr char MEMBER_OPERATION[] = "optertion";  // spelled so
+constexpr char OPERATION_CREATE[] = "create";
+constexpr char OPERATION_WRITE[] = "write";
+constexpr char OPERATION_RENAME[] = "rename";
+constexpr char OPERATION_REMOVE[] = "remove";
 
 // A query; its "func" is one of the contexts, or this one for a program that made a file.
 constexpr char MEMBER_TYPE[] = "msg_type";

@@ -1,6 +1,7 @@
 #include "host/command/QueueCommand.h"
 
 #include <cstdint>
+#include <iterator>
 #include <limits>
 #include <memory>
 #include <string>
@@ -15,12 +16,13 @@ namespace {
 
 constexpr size_t PREVIEW_BYTES = 60;
 
+// As they stand in module_facts::CHANNEL_COLUMNS.
 enum Column { COLUMN_ID, COLUMN_CREATETIME, COLUMN_MID, COLUMN_DETAIL };
 
 view::TableView ChannelTable(const HostOptions& options) {
     return {options.ChannelDatabase(),
             module_facts::CHANNEL_TABLE,
-            {"id", "createtime", "mid", "detail"}};
+            {std::begin(module_facts::CHANNEL_COLUMNS), std::end(module_facts::CHANNEL_COLUMNS)}};
 }
 
 std::string MessageOf(const TableRow& row) {
@@ -55,9 +57,11 @@ std::string ToText(const TableRow& row) {
 std::string ToJson(const TableRow& row) {
     JsonObject json;
     view::AddNumber(json, "id", row.values[COLUMN_ID].nNumber);
-    view::AddNumber(json, "createtime", row.values[COLUMN_CREATETIME].nNumber);
+    view::AddNumber(json, module_facts::CHANNEL_COLUMNS[COLUMN_CREATETIME],
+                    row.values[COLUMN_CREATETIME].nNumber);
     view::AddTime(json, "queued", row.values[COLUMN_CREATETIME].nNumber);
-    view::AddNumber(json, "mid", row.values[COLUMN_MID].nNumber);
+    view::AddNumber(json, module_facts::CHANNEL_COLUMNS[COLUMN_MID],
+                    row.values[COLUMN_MID].nNumber);
     json.Add("for", view::AnalyserWord(row.values[COLUMN_MID]));
     if (row.bTooBig) {
         json.AddJson("bytes", "null").AddJson("message", "null");

@@ -6,6 +6,7 @@
 #include "host/base/Console.h"
 #include "host/base/EscapedText.h"
 #include "host/base/HumanText.h"
+#include "host/base/ModuleFacts.h"
 #include "host/verdict/VerdictLevel.h"
 
 namespace {
@@ -48,10 +49,12 @@ std::string AnalyserWord(const DbValue& mid) {
     if (!mid.nNumber) {
         return "-";
     }
-    if (*mid.nNumber == 5) {
+    if (*mid.nNumber == module_facts::ANALYSER_LAUNCHES) {
         return "process creations";
     }
-    return *mid.nNumber == 6 ? "file operations" : "analyser " + std::to_string(*mid.nNumber);
+    return *mid.nNumber == module_facts::ANALYSER_FILES
+               ? "file operations"
+               : "analyser " + std::to_string(*mid.nNumber);
 }
 
 std::string LevelWord(const DbValue& level) {

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <ctime>
+#include <iterator>
 #include <limits>
 #include <memory>
 #include <optional>
@@ -15,6 +16,7 @@
 
 namespace {
 
+// As they stand in module_facts::CACHE_COLUMNS.
 enum Column {
     COLUMN_KEY,
     COLUMN_LEVEL,
@@ -27,7 +29,7 @@ enum Column {
 view::TableView CacheTable(const HostOptions& options) {
     return {options.CacheDatabase(),
             module_facts::CACHE_TABLE,
-            {"vkey", "level", "tmcreate", "tminternal", "mid", "detail"}};
+            {std::begin(module_facts::CACHE_COLUMNS), std::end(module_facts::CACHE_COLUMNS)}};
 }
 
 // The last second in which the verdict counts, held at the ends of the range; nothing when either
@@ -87,12 +89,14 @@ std::string ToJson(const TableRow& row) {
     json.Add("key", row.values[COLUMN_KEY].strText);
     view::AddNumber(json, "level", row.values[COLUMN_LEVEL].nNumber);
     json.Add("verdict", view::LevelWord(row.values[COLUMN_LEVEL]));
-    view::AddNumber(json, "tmcreate", row.values[COLUMN_CREATE].nNumber);
+    view::AddNumber(json, module_facts::CACHE_COLUMNS[COLUMN_CREATE],
+                    row.values[COLUMN_CREATE].nNumber);
     view::AddTime(json, "recorded", row.values[COLUMN_CREATE].nNumber);
-    view::AddNumber(json, "tminternal", row.values[COLUMN_INTERVAL].nNumber);
+    view::AddNumber(json, module_facts::CACHE_COLUMNS[COLUMN_INTERVAL],
+                    row.values[COLUMN_INTERVAL].nNumber);
     view::AddTime(json, "expires", tmExpiry);
     json.Add("expired", IsExpired(tmExpiry));
-    view::AddNumber(json, "mid", row.values[COLUMN_MID].nNumber);
+    view::AddNumber(json, module_facts::CACHE_COLUMNS[COLUMN_MID], row.values[COLUMN_MID].nNumber);
     json.Add("for", view::AnalyserWord(row.values[COLUMN_MID]));
     if (row.bTooBig) {
         json.AddJson("detail", "null");
@@ -123,7 +127,7 @@ void AddGet(Command& verdicts, const HostOptions& options, int& nExitCode) {
     get.AddOption("KEY", *pstrKey, "The program's SHA-1 and MD5 digests, one after the other")
         .Required();
     get.OnRun([&options, &nExitCode, pstrKey] {
-        nExitCode = view::Show(CacheTable(options), "vkey", *pstrKey,
+        nExitCode = view::Show(CacheTable(options), module_facts::CACHE_KEY, *pstrKey,
                                "no verdict is stored for " + text::ForTerminal(*pstrKey) +
                                    "; 'tevmon-host verdicts list' shows the keys that have one",
                                options.Choose(ToText, ToJson));

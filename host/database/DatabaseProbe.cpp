@@ -65,8 +65,8 @@ std::optional<bool> HasVerdict(const std::string& strFile, const std::string& st
     if (!Exists(strFile)) {
         return false;
     }
-    const Look look(strFile,
-                    std::string("select 1 from ") + module_facts::CACHE_TABLE + " where vkey = ?");
+    const Look look(strFile, std::string("select 1 from ") + module_facts::CACHE_TABLE + " where " +
+                                 module_facts::CACHE_KEY + " = ?");
     if (look.Statement() == nullptr ||
         sqlite3_bind_text64(look.Statement(), 1, strKey.data(), strKey.size(), SQLITE_STATIC,
                             SQLITE_UTF8) != SQLITE_OK) {
@@ -84,7 +84,8 @@ std::vector<uint64_t> VerdictKeys(const std::string& strFile) {
     if (!Exists(strFile)) {
         return keys;
     }
-    const Look look(strFile, std::string("select vkey from ") + module_facts::CACHE_TABLE);
+    const Look look(strFile, std::string("select ") + module_facts::CACHE_KEY + " from " +
+                                 module_facts::CACHE_TABLE);
     while (look.Step() == SQLITE_ROW) {
         const void* const pText = sqlite3_column_blob(look.Statement(), 0);
         const int nLength = sqlite3_column_bytes(look.Statement(), 0);

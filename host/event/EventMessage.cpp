@@ -43,7 +43,9 @@ bool IsUsable(const std::string& strBody, uint64_t& nCopies, uint64_t& nEvents,
                        : 0;
     }
     if (nCopies == 0) {
-        strReason = "no element with \"grup\" \"cloudquery\" and a known \"context\"";
+        strReason = std::string("no element with \"") + module_facts::MEMBER_GROUP + "\" \"" +
+                    module_facts::GROUP_QUERY + "\" and a known \"" + module_facts::MEMBER_CONTEXT +
+                    "\"";
         return false;
     }
     nEvents = nCopies * pParam->size();
@@ -83,8 +85,14 @@ std::string CreationsOf(const std::vector<Creation>& creations) {
     return strElements.empty() ? "" : "{\"param\":[" + strElements + "]}";
 }
 
+const char* OperationWord(FileAct eAct) {
+    static const char* const WORDS[] = {
+        module_facts::OPERATION_CREATE, module_facts::OPERATION_WRITE,
+        module_facts::OPERATION_RENAME, module_facts::OPERATION_REMOVE};
+    return WORDS[eAct];
+}
+
 std::string OperationsOf(const std::vector<FileOperation>& operations) {
-    static const char* const ACTS[] = {"create", "write", "rename", "remove"};
     std::string strElements;
     for (const FileOperation& operation : operations) {
         JsonObject element;
@@ -93,7 +101,7 @@ std::string OperationsOf(const std::vector<FileOperation>& operations) {
             element.Add(module_facts::MEMBER_CONTEXT, module_facts::CONTEXT_FILES);
         }
         element.AddJson("path", json_writer::Quote(operation.strPath, json_writer::BAD_BYTES_KEEP));
-        element.Add(module_facts::MEMBER_OPERATION, ACTS[operation.eAct]);
+        element.Add(module_facts::MEMBER_OPERATION, OperationWord(operation.eAct));
         element.AddJson(module_facts::MEMBER_PROGRAM,
                         json_writer::Quote(operation.strProgram, json_writer::BAD_BYTES_KEEP));
         element.Add("exe_pid", static_cast<uint64_t>(operation.nPid));

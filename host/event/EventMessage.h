@@ -33,6 +33,9 @@ struct Creation {
 // Likewise, with the command line and the number of each process.
 std::string CreationsOf(const std::vector<Creation>& creations);
 
+// "create", "write", ...
+const char* OperationWord(FileAct eAct);
+
 // One message of file operations, likewise. A program that no path leads to stands in it as "".
 std::string OperationsOf(const std::vector<FileOperation>& operations);
 

@@ -23,10 +23,10 @@ struct EventName {
 
 constexpr EventName EVENT_NAMES[] = {
     {module_facts::EVENT_LAUNCH, EXPECTED_LAUNCH, ""},
-    {module_facts::EVENT_CREATE, EXPECTED_FILE, "create"},
-    {module_facts::EVENT_WRITE, EXPECTED_FILE, "write"},
-    {module_facts::EVENT_RENAME, EXPECTED_FILE, "rename"},
-    {module_facts::EVENT_REMOVE, EXPECTED_FILE, "remove"},
+    {module_facts::EVENT_CREATE, EXPECTED_FILE, module_facts::OPERATION_CREATE},
+    {module_facts::EVENT_WRITE, EXPECTED_FILE, module_facts::OPERATION_WRITE},
+    {module_facts::EVENT_RENAME, EXPECTED_FILE, module_facts::OPERATION_RENAME},
+    {module_facts::EVENT_REMOVE, EXPECTED_FILE, module_facts::OPERATION_REMOVE},
     {module_facts::EVENT_PIPE, EXPECTED_PIPE, ""},
     {module_facts::EVENT_UNIT, EXPECTED_UNIT, ""},
 };
@@ -58,10 +58,10 @@ void AddFile(const Json::Value& jsonElement, MessageQueries& all) {
     if (bKnown && IsAutostart(expected.strFile)) {
         add(EXPECTED_FILE, strOperation);
     }
-    if (strOperation == "create" && IsPipe(expected.strFile)) {
+    if (strOperation == module_facts::OPERATION_CREATE && IsPipe(expected.strFile)) {
         add(EXPECTED_PIPE, "");
     }
-    if (strOperation == "create" && IsUnit(expected.strFile)) {
+    if (strOperation == module_facts::OPERATION_CREATE && IsUnit(expected.strFile)) {
         add(EXPECTED_UNIT, "");
     }
 }

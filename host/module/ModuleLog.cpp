@@ -97,7 +97,7 @@ void ModuleLog::Note(const LogRecord& record, va_list args) {
         if (note.eNote == NOTE_STAT_FAILED &&
             std::strcmp(record.pszFunction, module_facts::FUNCTION_MODIFY) == 0) {
             note.eExpected = EXPECTED_FILE;
-            note.strOperation = "write";
+            note.strOperation = module_facts::OPERATION_WRITE;
         }
         m_observer.OnModuleNote(note);
         return;

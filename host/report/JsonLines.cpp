@@ -1,5 +1,6 @@
 #include "host/report/JsonLines.h"
 
+#include "host/event/EventMessage.h"
 #include "host/report/text/BalanceText.h"
 #include "host/report/text/EventLine.h"
 #include "host/report/text/RunText.h"
@@ -94,10 +95,9 @@ void JsonLines::Write(const LaunchesLost& event, int64_t tmWhen) {
 }
 
 void JsonLines::Write(const FileOperationReported& event, int64_t tmWhen) {
-    static const char* const ACTS[] = {"create", "write", "rename", "remove"};
     const FileOperation& operation = event.operation;
     JsonObject record = Record("file", tmWhen);
-    record.Add("op", ACTS[operation.eAct]).Add("path", operation.strPath);
+    record.Add("op", event_message::OperationWord(operation.eAct)).Add("path", operation.strPath);
     record.Add("program", operation.strProgram).Add("program_name", operation.strProgramName);
     record.Add("pid", static_cast<uint64_t>(operation.nPid)).Add("fs", operation.strFsType);
     m_output.Line(record.Add("place", operation.bPlace).Add("pipe", operation.bPipe).Text());

@@ -2,8 +2,8 @@
 """What the host knows of the module's inside stands in one file, and the module still has it.
 
 The host may not include the module's headers, so its facts are compared by text: every word of FACTS
-stands in a text of the module, both have the same lifetimes, and no other file of the host spells one
-of the words out.
+stands in a text of the module, both have the same lifetimes and numbers, and no other file of the host
+spells one of the words out, except words that are COMMON.
 """
 
 import re
@@ -17,6 +17,14 @@ WORD = re.compile(r'constexpr char (\w+)\[\] = "([^"]*)";')
 # A comment, a raw text (group 2), a text (group 3) or a character.
 TOKEN = re.compile(
     r'//[^\n]*|/\*.*?\*/|R"(\w*)\((.*?)\)\1"|"((?:[^"\\\n]|\\.)*)"|' r"'(?:[^'\\]|\\.)'", re.DOTALL)
+ARRAY = re.compile(r"constexpr const char\* (\w+)\[\] = \{(.*?)\};", re.DOTALL)
+COMMON = {"id", "level", "detail"}  # the host has things of its own that are called so
+NUMBER = re.compile(r"constexpr int (\w+) = (\d+);")
+MODULE_NUMBERS = {  # what the module calls them
+    "ANALYSER_LAUNCHES": ("tevmon/core/CTevChennalMgr.h", "MID_PROCESS"),
+    "ANALYSER_FILES": ("tevmon/core/CTevChennalMgr.h", "MID_FILE"),
+    "QUEUE_LOOK_MS": ("tevmon/core/CTevChennalMgr.cpp", "DRAIN_INTERVAL_MS"),
+}
 LIFETIME = re.compile(r"constexpr int64_t (LIFETIME_\w+) = ([\d *]+);")
 
 
@@ -26,6 +34,20 @@ def texts(root, folder):
         for match in TOKEN.finditer(layout.read(root, path)):
             if match.lastindex:
                 yield path, match.group(match.lastindex)
+
+
+def words_of(text):
+    """(name, word) of every fact that is a word."""
+    return WORD.findall(text) + [(name, word) for name, words in ARRAY.findall(text)
+                                 for word in re.findall(r'"([^"]*)"', words)]
+
+
+def wrong_numbers(root):
+    """Names of the facts that are numbers and no number of the module."""
+    for name, value in NUMBER.findall(layout.read(root, FACTS)):
+        path, other = MODULE_NUMBERS.get(name, (FACTS, "nothing"))
+        if not re.search(rf"\b{other} = {value};", layout.read(root, path)):
+            yield name
 
 
 def lifetimes(root, path):
@@ -45,7 +67,7 @@ def cases(root, path):
 
 
 def check(root, _arguments):
-    facts = WORD.findall(layout.read(root, FACTS))
+    facts = words_of(layout.read(root, FACTS))
     module = [text for folder in MODULE for _, text in texts(root, folder)]
     complaints = [] if facts else [f"{FACTS}: no facts found"]
     for name, word in facts:
@@ -54,7 +76,8 @@ def check(root, _arguments):
     if not lifetimes(root, LIFETIMES) or any(
             of(root, LIFETIMES) != of(root, MODULE_LIFETIMES) for of in (lifetimes, cases)):
         complaints.append(f"{LIFETIMES}: other lifetimes than the module's")
-    words = {word: name for name, word in facts}
+    complaints += [f"{FACTS}: {name}: the module has another number" for name in wrong_numbers(root)]
+    words = {word: name for name, word in facts if word not in COMMON}
     complaints += [f"{path}: spells out {words[text]}, which stands in {FACTS}"
                    for path, text in texts(root, "host") if text in words and path != FACTS]
     return complaints
@@ -64,14 +87,21 @@ SWITCH = ("constexpr int64_t LIFETIME_A = 2 * 3;\nint64_t F(int n) {\n    switch
           "        case 20:\n            return LIFETIME_A;\n        default:\n            return 0;\n    }\n}\n")
 
 
-def tree(fact="handler===> %s", own="LogPrint(\"handler===> %s\\n\");\n", switch=SWITCH, other=""):
-    return {FACTS: f'constexpr char LOG_A[] = "{fact}";\n', LIFETIMES: SWITCH, MODULE_LIFETIMES: switch,
-            "tevmon/core/A.cpp": own, "host/run/A.cpp": other}
+def tree(fact="handler===> %s", own="LogPrint(\"handler===> %s\\n\");\n", switch=SWITCH, other="", more=""):
+    return {FACTS: f'constexpr char LOG_A[] = "{fact}";\n{more}', LIFETIMES: SWITCH,
+            MODULE_LIFETIMES: switch, "tevmon/core/A.cpp": own, "host/run/A.cpp": other,
+            "tevmon/core/CTevChennalMgr.h": "constexpr int32_t MID_FILE = 6;\n"}
+
+
+COLUMNS = 'constexpr const char* COLUMNS[] = {"id",\n "mid"};\n'
+CREATE = 'LogPrint("handler===> %s");\nF("create table a(id, mid)");\n'
 
 
 GOOD = [
     tree(), tree(fact="msgs", own='F("select * from msgs limit 0");\n'),
     tree(fact="cloudq", own='t += R"({"type":"cloudq"})";\n'),
+    tree(more=COLUMNS, own=CREATE, other='F("id");\n'),
+    tree(more="constexpr int ANALYSER_FILES = 6;\n"),
     tree(other='// "handler===> %s" is known by ModuleFacts\nF("something else");\n'),
 ]
 BAD = [
@@ -81,6 +111,10 @@ BAD = [
     (tree(switch=SWITCH.replace("2 * 3", "2 * 4")), "other lifetimes"),
     (tree(switch=SWITCH.replace("case 20", "case 30")), "other lifetimes"),
     (tree(other='F("handler===> %s");\n'), "host/run/A.cpp: spells out LOG_A"),
+    (tree(more=COLUMNS, own=CREATE.replace("mid", "m")), "COLUMNS: the module has no text"),
+    (tree(more=COLUMNS, own=CREATE, other='F("mid");\n'), "host/run/A.cpp: spells out COLUMNS"),
+    (tree(more="constexpr int ANALYSER_FILES = 5;\n"), "ANALYSER_FILES: the module has another"),
+    (tree(more="constexpr int OTHER = 6;\n"), "OTHER: the module has another number"),
     ({**tree(), FACTS: ""}, "no facts found"),
 ]
 

@@ -1,6 +1,7 @@
 #include "host/report/text/RunText.h"
 #include "host/base/EscapedText.h"
 #include "host/base/HumanText.h"
+#include "host/base/ModuleFacts.h"
 #include "host/report/text/VerdictRow.h"
 #include "host/verdict/VerdictLevel.h"
 
@@ -118,7 +119,8 @@ std::string TimeLine(const RunCounters& counters, double dSeconds) {
     std::string strLine = Label("time") + CStr::stdformat("%.1f s", dSeconds);
     if (counters.nAnalysed > 0) {
         strLine += CStr::stdformat(
-            ", of which the module worked %.1f s (it looks at its queue every 5 s)", dWork);
+            ", of which the module worked %.1f s (it looks at its queue every %d s)", dWork,
+            module_facts::QUEUE_LOOK_MS / 1000);
     }
     return strLine;
 }
