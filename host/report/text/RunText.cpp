@@ -77,7 +77,7 @@ std::string VerdictsLine(const Console& output, const RunCounters& counters) {
             entry.second == 0 ? Console::COLOUR_DIM : verdict_row::LevelColour(entry.first);
         strLine += (strLine.empty() ? "" : ", ") + output.Paint(eColour, strPiece);
     }
-    return Label("by verdict") + strLine;
+    return Label("by verdict") + strLine + " queries";
 }
 
 std::string PackagesLine(const RunCounters& counters) {

@@ -50,7 +50,7 @@ TEST_F(RunTextTest, ABlockSaysWhatWasCounted) {
     EXPECT_EQ(
         "  events      1,500 events in 47 messages; 2 unusable in the input\n"
         "  queries     1,100: 1,000 answered, 100 answered before\n"
-        "  by verdict  packaged 1,090, good 0, unknown 9, bad 1\n"
+        "  by verdict  packaged 1,090, good 0, unknown 9, bad 1 queries\n"
         "  packages    coreutils 1,000, bash 90\n"
         "  skips       395 with a live verdict in the cache, 1 that cannot be read\n"
         "  hashed      3.0 MiB at 1.5 MiB/s\n"
@@ -161,7 +161,7 @@ TEST_F(RunTextTest, ABlockNamesWhatWentWrongAndWhatCameFromBefore) {
     EXPECT_EQ(
         "  events      1 event in 1 message; 3 not delivered, 3 more that waited in the queue\n"
         "  queries     7: 6 that want no answer, 1 lost, 9 more that the module could not send\n"
-        "  by verdict  packaged 0, good 5, unknown 0, level 55 1, bad 0\n"
+        "  by verdict  packaged 0, good 5, unknown 0, level 55 1, bad 0 queries\n"
         "  skips       8 whose status cannot be had\n"
         "  hashed      0 B\n"
         "  centre      2 records\n"
@@ -316,6 +316,6 @@ TEST(RunTextColourTest, OnATerminalAVerdictHasTheColourOfItsLevelAndANoneIsDim) 
               run_text::SkipLine(output, query.strPath).substr(8));
     EXPECT_THAT(run_text::Text(output, counters, 0),
                 HasSubstr("  by verdict  \033[2mpackaged 0\033[0m, \033[2mgood 0\033[0m, "
-                          "\033[33munknown 1\033[0m, \033[31mbad 2\033[0m\n"));
+                          "\033[33munknown 1\033[0m, \033[31mbad 2\033[0m queries\n"));
     EXPECT_EQ("\033[1mEvents\033[0m  from a", run_text::Heading(output, {1, 1, "line", "a"}));
 }
