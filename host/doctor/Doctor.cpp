@@ -8,17 +8,14 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <fstream>
-#include <iterator>
-#include <sstream>
 
 #include "host/base/HumanText.h"
 #include "host/database/SqliteConnection.h"
 #include "host/doctor/DoctorSensors.h"
 #include "host/module/PluginLoader.h"
+#include "host/process/Privileges.h"
 #include "host/process/StateDir.h"
 #include "host/verdict/PackageSource.h"
 
@@ -42,15 +39,6 @@ constexpr uint64_t LITTLE_SPACE = 64ULL << 20;
 constexpr uint64_t ENOUGH_SPACE = 1ULL << 30;  // the queue at its limit, and room to tidy it up
 constexpr uint64_t LITTLE_INODES = 100;
 constexpr int BUSY_MS = 1000;
-
-uint64_t EffectiveCapabilities() {
-    std::ifstream status("/proc/self/status");
-    std::ostringstream text;
-    text << status.rdbuf();
-    const std::string strText = text.str();
-    const size_t nAt = strText.find("CapEff:");
-    return nAt == std::string::npos ? 0 : std::strtoull(strText.c_str() + nAt + 7, nullptr, 16);
-}
 
 // strPath or the nearest directory above it that exists.
 std::string Existing(std::string strPath) {
@@ -92,10 +80,10 @@ int QuickCheck(const std::string& strFile, std::string& strAnswer) {
 
 }  // namespace
 
-Finding OfPrivilege(uint64_t nEffective) {
+Finding OfPrivilege(const std::function<bool(int nCapability)>& fnHas) {
     std::string strMissing;
     for (const Capability& capability : NEEDED) {
-        if ((nEffective >> capability.nNumber & 1) == 0) {
+        if (!fnHas(capability.nNumber)) {
             strMissing += (strMissing.empty() ? "" : ", ") + std::string(capability.pszName);
         }
     }
@@ -233,8 +221,7 @@ Finding OfPackages(const std::string& strInfoDir) {
 std::vector<Finding> Examine(const HostOptions& options) {
     utsname system = {};
     (void)uname(&system);
-    std::vector<Finding> findings = {OfPrivilege(EffectiveCapabilities()),
-                                     OfKernel(system.release)};
+    std::vector<Finding> findings = {OfPrivilege(privileges::Has), OfKernel(system.release)};
     for (Finding& finding : OfSensors()) {
         findings.push_back(std::move(finding));
     }

@@ -9,6 +9,7 @@
 #define HOST_DOCTOR_DOCTOR_H
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -20,8 +21,8 @@ namespace doctor {
 // All checks, in the order in which a user would mend things.
 std::vector<Finding> Examine(const HostOptions& options);
 
-// Single ones. nEffective is the set of capabilities as /proc/self/status has it.
-Finding OfPrivilege(uint64_t nEffective);
+// Single ones. fnHas says whether the process has the capability of that number.
+Finding OfPrivilege(const std::function<bool(int nCapability)>& fnHas);
 Finding OfKernel(const std::string& strRelease);
 Finding OfClock(int64_t tmNow, int64_t tmNewestFile);  // 0: there is no file
 Finding OfSpace(const std::string& strPlace, uint64_t nFreeBytes, uint64_t nFreeInodes,

@@ -69,4 +69,9 @@ void DropAll() {
     Keep(0);
 }
 
+bool Has(int nCapability) {
+    return capng_get_caps_process() == 0 &&
+           capng_have_capability(CAPNG_EFFECTIVE, static_cast<unsigned>(nCapability)) != 0;
+}
+
 }  // namespace privileges

@@ -6,10 +6,12 @@
 //   KeepForWatching   after they started: reading everybody's files and processes, marks on file
 //                     systems that appear later, and the counters of the eBPF programs
 //   DropAll           for a thread that only waits
+//   Has               whether the calling thread may do something by now
 //
 // Capabilities belong to a thread; those that it starts get the same.
 //
-// Threads: Confine before any other exists; the others change the calling thread alone.
+// Threads: Confine before any other exists; the others change the calling thread alone, or ask
+//   of it.
 // Errors: what cannot be given up was not there, or stays; nothing throws.
 #ifndef HOST_PROCESS_PRIVILEGES_H
 #define HOST_PROCESS_PRIVILEGES_H
@@ -19,6 +21,9 @@ namespace privileges {
 void Confine();
 void KeepForWatching();
 void DropAll();
+
+// nCapability: its number in linux/capability.h. False also where /proc is not mounted.
+bool Has(int nCapability);
 
 }  // namespace privileges
 

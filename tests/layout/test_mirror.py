@@ -20,7 +20,6 @@ WITHOUT = {
 WHOLE_PROGRAM = {
     "host/command/RunArguments.cpp",
     "host/command/RunCommands.cpp",
-    "host/process/Privileges.cpp",
     "host/run/RunSession.cpp",
 }
 

@@ -5,7 +5,6 @@
 #include <pthread.h>
 #include <sched.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -39,10 +38,7 @@ constexpr int IDLE_LOOK_MS = 50;   // copies, ends and failed starts wake nobody
 
 // Newer kernels notify everybody of processes; what these run is still the affair of a few.
 bool MayLookAtOthers() {
-    __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
-    __user_cap_data_struct data[_LINUX_CAPABILITY_U32S_3] = {};
-    return syscall(SYS_capget, &header, data) == 0 &&
-           (data[0].effective >> CAP_SYS_PTRACE & 1) != 0;
+    return privileges::Has(CAP_SYS_PTRACE);
 }
 
 bool IsExec(const ConnectorEvent& event) {

@@ -371,22 +371,16 @@ int open_by_handle_at(int nMount, file_handle* pHandle, int nFlags) {
                                                        : open(found->second.c_str(), nFlags);
 }
 
-long syscall(long nCall, ...) noexcept {
-    va_list args;
-    va_start(args, nCall);
-    long values[6];
-    for (long& nValue : values) {
-        nValue = va_arg(args, long);
-    }
-    va_end(args);
+// For a library to find it.
+__attribute__((visibility("default"))) int capget(__user_cap_header_struct* pHeader,
+                                                  __user_cap_data_struct* pData) noexcept {
+    const int nResult = REAL(capget)(pHeader, pData);
     FakeKernel* const pFake = g_pFake;
-    if (pFake != nullptr && nCall == SYS_capget && values[1] != 0) {
-        auto* const pData = reinterpret_cast<__user_cap_data_struct*>(values[1]);
-        pData[0] = pData[1] = {};
-        pData[0].effective = pFake->bMayTrace ? 1U << CAP_SYS_PTRACE : 0;
-        return 0;
+    if (pFake != nullptr && nResult == 0 && pData != nullptr) {
+        constexpr uint32_t TRACE = 1U << CAP_SYS_PTRACE;
+        pData[0].effective = (pData[0].effective & ~TRACE) | (pFake->bMayTrace ? TRACE : 0);
     }
-    return REAL(syscall)(nCall, values[0], values[1], values[2], values[3], values[4], values[5]);
+    return nResult;
 }
 
 }  // extern "C"
