@@ -1,9 +1,9 @@
 #include "host/module/PluginLoader.h"
 
 #include <dlfcn.h>
-#include <unistd.h>
 
-#include <climits>
+#include <filesystem>
+#include <system_error>
 
 namespace {
 
@@ -27,9 +27,8 @@ PluginLoader::~PluginLoader() {
 }
 
 std::string PluginLoader::DefaultPath() {
-    char szPath[PATH_MAX] = "";
-    const ssize_t nLength = readlink("/proc/self/exe", szPath, sizeof(szPath));
-    const std::string strSelf(szPath, nLength > 0 ? static_cast<size_t>(nLength) : 0);
+    std::error_code error;
+    const std::string strSelf = std::filesystem::read_symlink("/proc/self/exe", error).string();
     const size_t nSlash = strSelf.rfind('/');
     return nSlash == std::string::npos ? "./libtevmon.so"
                                        : strSelf.substr(0, nSlash + 1) + "libtevmon.so";

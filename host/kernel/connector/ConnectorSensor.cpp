@@ -4,8 +4,6 @@
 #include <poll.h>
 #include <pthread.h>
 #include <sched.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -117,9 +115,7 @@ bool ConnectorSensor::Open(std::string& strError) {
         strError = std::string("cannot make an eventfd: ") + std::strerror(errno);
         return false;
     }
-    m_nOwnMountNs = HostMountNs([](const std::string& strPath, struct stat& status) {
-        return stat(strPath.c_str(), &status) == 0;
-    });
+    m_nOwnMountNs = HostMountNs(file_look::AtTarget);
     // Signals are for the thread that waits for them.
     sigset_t allSet, oldSet;
     sigfillset(&allSet);

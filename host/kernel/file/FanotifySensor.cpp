@@ -9,7 +9,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <climits>
 #include <cstring>
 #include <utility>
 
@@ -17,6 +16,7 @@
 #include "host/base/UniqueFd.h"
 #include "host/kernel/file/FanotifyMarks.h"
 #include "host/kernel/file/FileEvent.h"
+#include "host/kernel/launch/FileLook.h"
 
 namespace {
 
@@ -43,7 +43,7 @@ public:
     std::string Mounts() override { return mount_table::Text(); }
     bool IsDirectory(const std::string& strPath) override {
         struct stat status = {};
-        return lstat(strPath.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+        return file_look::AtItself(strPath, status) && S_ISDIR(status.st_mode);
     }
     std::vector<std::string> DirectoriesIn(const std::string& strPath) override;
     std::string FsidOf(const std::string& strPath) override {
@@ -236,10 +236,7 @@ std::string FanotifySensor::OpenedPath(std::string_view strHandle) const {
     if (!directory || fstat(directory.Get(), &status) != 0 || status.st_nlink == 0) {
         return "";
     }
-    char szPath[PATH_MAX] = "";
-    const std::string strLink = "/proc/self/fd/" + std::to_string(directory.Get());
-    const ssize_t nLength = readlink(strLink.c_str(), szPath, sizeof(szPath));
-    return std::string(szPath, nLength > 0 ? static_cast<size_t>(nLength) : 0);
+    return file_look::LinkText("/proc/self/fd/" + std::to_string(directory.Get()));
 }
 
 }  // namespace

@@ -10,18 +10,6 @@
 #include "host/event/EventMessage.h"
 #include "host/kernel/file/ThreadTimer.h"
 
-namespace {
-
-bool LStat(const std::string& strPath, struct stat& status) {
-    return lstat(strPath.c_str(), &status) == 0;
-}
-
-bool Stat(const std::string& strPath, struct stat& status) {
-    return stat(strPath.c_str(), &status) == 0;
-}
-
-}  // namespace
-
 FileSource::FileSource(std::unique_ptr<IFileSensor> pSensor, IFileObserver& observer,
                        const WatchedPaths& places, ProcessTable& images, FileSourceOptions options)
     : m_pSensor(std::move(pSensor)),
@@ -34,10 +22,10 @@ FileSource::FileSource(std::unique_ptr<IFileSensor> pSensor, IFileObserver& obse
       m_buffer(m_options.nReadBytes),
       m_batches({m_options.nMostOperations, m_options.nMostBytes, m_options.batchTime}) {
     if (!m_options.fnLook) {
-        m_options.fnLook = LStat;
+        m_options.fnLook = file_look::AtItself;
     }
     if (!m_options.fnLookThrough) {
-        m_options.fnLookThrough = Stat;
+        m_options.fnLookThrough = file_look::AtTarget;
     }
 }
 

@@ -5,11 +5,10 @@
 #ifndef HOST_KERNEL_LAUNCH_LAUNCHPATH_H
 #define HOST_KERNEL_LAUNCH_LAUNCHPATH_H
 
-#include <sys/stat.h>
-
-#include <functional>
+#include <cstdint>
 #include <string>
 
+#include "host/kernel/launch/FileLook.h"
 #include "host/kernel/launch/LaunchEvent.h"
 
 enum LaunchPathOrigin {
@@ -23,9 +22,6 @@ struct LaunchPath {
     std::string strPath;
     LaunchPathOrigin eOrigin = LAUNCH_PATH_NONE;
 };
-
-// stat: false when there is no such file.
-using FileLook = std::function<bool(const std::string& strPath, struct stat& status)>;
 
 // True when strPath leads to the file that was started. Of event only its device, inode and file
 // system are tried.

@@ -12,10 +12,6 @@
 
 namespace {
 
-bool Stat(const std::string& strPath, struct stat& status) {
-    return stat(strPath.c_str(), &status) == 0;
-}
-
 // A name that leads over /proc/self/cwd or the like is another file for each process.
 bool StatWithoutMagic(const std::string& strPath, struct stat& status) {
     open_how how = {};
@@ -24,7 +20,7 @@ bool StatWithoutMagic(const std::string& strPath, struct stat& status) {
     const UniqueFd fd(
         static_cast<int>(syscall(SYS_openat2, AT_FDCWD, strPath.c_str(), &how, sizeof(how))));
     if (!fd) {
-        return errno == ENOSYS && Stat(strPath, status);  // before Linux 5.6
+        return errno == ENOSYS && file_look::AtTarget(strPath, status);  // before Linux 5.6
     }
     return fstat(fd.Get(), &status) == 0;
 }
@@ -43,10 +39,10 @@ LaunchSource::LaunchSource(std::unique_ptr<ILaunchSensor> pSensor, ILaunchObserv
         m_options.fnLookAtScript = m_options.fnLook ? m_options.fnLook : StatWithoutMagic;
     }
     if (!m_options.fnLook) {
-        m_options.fnLook = Stat;
+        m_options.fnLook = file_look::AtTarget;
     }
     if (!m_options.nMountNs) {
-        m_options.nMountNs = HostMountNs(Stat);
+        m_options.nMountNs = HostMountNs(file_look::AtTarget);
     }
 }
 

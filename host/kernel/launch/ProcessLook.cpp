@@ -5,11 +5,11 @@
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
-#include <climits>
 #include <cstdlib>
 
 #include "host/base/UniqueFd.h"
 #include "host/kernel/bpf/launch_record.h"
+#include "host/kernel/launch/FileLook.h"
 
 namespace {
 
@@ -30,7 +30,7 @@ FileId process_look::IdOf(const struct stat& status) {
 
 FileId process_look::FileOf(const std::string& strPath) {
     struct stat status = {};
-    return stat(strPath.c_str(), &status) == 0 ? IdOf(status) : FileId();
+    return file_look::AtTarget(strPath, status) ? IdOf(status) : FileId();
 }
 
 std::string process_look::ReadFile(int nDir, const char* pszName, size_t nMost) {
@@ -51,9 +51,7 @@ std::string process_look::ReadFile(int nDir, const char* pszName, size_t nMost) 
 
 std::string process_look::LinkOf(int nDir, const char* pszName) {
     static const std::string DELETED = " (deleted)";
-    char szPath[PATH_MAX];
-    const ssize_t nLength = readlinkat(nDir, pszName, szPath, sizeof(szPath));
-    const std::string strPath(szPath, nLength > 0 ? static_cast<size_t>(nLength) : 0);
+    const std::string strPath = file_look::LinkText(pszName, nDir);
     const bool bDeleted =
         strPath.size() > DELETED.size() &&
         strPath.compare(strPath.size() - DELETED.size(), DELETED.size(), DELETED) == 0;

@@ -2,30 +2,14 @@
 
 #include <dirent.h>
 #include <sys/vfs.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <climits>
 #include <cstdlib>
 
 #include "host/kernel/launch/ProcessLook.h"
 
-namespace {
-
-bool Stat(const std::string& strPath, struct stat& status) {
-    return stat(strPath.c_str(), &status) == 0;
-}
-
-std::string ReadLink(const std::string& strLink) {
-    char szPath[PATH_MAX] = "";
-    const ssize_t nLength = readlink(strLink.c_str(), szPath, sizeof(szPath));
-    return std::string(szPath, nLength > 0 ? static_cast<size_t>(nLength) : 0);
-}
-
-}  // namespace
-
 ProcessTable::ProcessTable(FileLook fnLook, std::string strProc)
-    : m_fnLook(fnLook ? std::move(fnLook) : Stat), m_strProc(std::move(strProc)) {}
+    : m_fnLook(fnLook ? std::move(fnLook) : file_look::AtTarget), m_strProc(std::move(strProc)) {}
 
 std::string ProcessTable::ExeLink(uint32_t nPid) const {
     return m_strProc + "/" + std::to_string(nPid) + "/exe";
@@ -39,7 +23,7 @@ ProcessTable::ImageRef ProcessTable::ImageFromProc(uint32_t nPid) const {
         return nullptr;  // a kernel thread, or gone
     }
     auto pImage = std::make_shared<Image>();
-    pImage->strName = ReadLink(strLink);
+    pImage->strName = file_look::LinkText(strLink);
     pImage->strPath = pImage->strName;
     const FileId id = process_look::IdOf(status);
     pImage->nDevice = id.nDevice;
@@ -217,7 +201,7 @@ bool ProcessTable::CountsAtOnce(const Start& start) const {
 std::string ProcessTable::StarterOf(const LaunchEvent& event) const {
     const auto found = m_processes.find(event.nPpid);
     if (found == m_processes.end() || found->second.starts.empty()) {
-        return ReadLink(ExeLink(event.nPpid));
+        return file_look::LinkText(ExeLink(event.nPpid));
     }
     return found->second.starts.back().pImage->strName;
 }
