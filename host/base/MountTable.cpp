@@ -1,14 +1,13 @@
 #include "host/base/MountTable.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
-
-#include "host/base/UniqueFd.h"
 
 namespace mount_table {
 
@@ -72,9 +71,18 @@ bool ParseLine(const std::string& strLine, MountEntry& entry) {
 
 }  // namespace
 
+UniqueFd Open() {
+    return UniqueFd(open("/proc/self/mountinfo", O_RDONLY | O_CLOEXEC));
+}
+
+bool HasChanged(const UniqueFd& table) {
+    pollfd fd = {table.Get(), POLLPRI, 0};
+    return table && poll(&fd, 1, 0) > 0;
+}
+
 std::string Text() {
     std::string strText;
-    const UniqueFd file(open("/proc/self/mountinfo", O_RDONLY | O_CLOEXEC));
+    const UniqueFd file = Open();
     char szPiece[16384];
     for (ssize_t nRead = 0; (nRead = read(file.Get(), szPiece, sizeof(szPiece))) > 0;) {
         strText.append(szPiece, static_cast<size_t>(nRead));

@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "host/base/UniqueFd.h"
+
 struct MountEntry {
     uint32_t nDevice = 0;  // in the kernel's form: major << 20 | minor
     std::string strRoot;   // the part of the file system that is mounted; "/" for all of it
@@ -18,7 +20,12 @@ struct MountEntry {
 
 namespace mount_table {
 
-// The table of this process, as the kernel writes it; "" when it cannot be read.
+// The table of this process, for HasChanged; none when it cannot be opened.
+UniqueFd Open();
+// Whether something was mounted or unmounted since Open, or since the last call that said so.
+bool HasChanged(const UniqueFd& table);
+
+// That table now, as the kernel writes it; "" when it cannot be read.
 std::string Text();
 
 std::vector<MountEntry> Parse(const std::string& strText);

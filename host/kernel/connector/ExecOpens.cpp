@@ -30,7 +30,7 @@ bool ExecOpens::Open(std::string& strError) {
                    "CONFIG_FANOTIFY";
         return false;
     }
-    m_mounts.Reset(open("/proc/self/mountinfo", O_RDONLY | O_CLOEXEC));
+    m_mounts = mount_table::Open();
     Mark();
     return true;
 }
@@ -55,8 +55,7 @@ void ExecOpens::Mark() {
 }
 
 void ExecOpens::Read() {
-    pollfd mounts = {m_mounts.Get(), POLLPRI, 0};
-    if (m_mounts && poll(&mounts, 1, 0) > 0) {
+    if (mount_table::HasChanged(m_mounts)) {
         Mark();
     }
     alignas(fanotify_event_metadata) char bytes[EVENT_BYTES];

@@ -43,7 +43,7 @@ private:
     void TakeFile(uint32_t nPid, int nFd);
 
     UniqueFd m_group;
-    UniqueFd m_mounts;  // /proc/self/mountinfo; polled for mounts that come
+    UniqueFd m_mounts;  // the mount table
     std::string m_strUnmarked;
     std::unordered_map<uint32_t, std::vector<OpenedFile>> m_files;  // by process
 };

@@ -2,7 +2,6 @@
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <poll.h>
 #include <sys/fanotify.h>
 #include <sys/stat.h>
 #include <sys/vfs.h>
@@ -115,7 +114,7 @@ private:
     const std::shared_ptr<WatchedPaths> m_pPlaces;
     const bool m_bAll;
     UniqueFd m_group;
-    UniqueFd m_mounts;  // readable with POLLPRI after each change
+    UniqueFd m_mounts;  // the mount table
     KernelCalls m_calls;
     std::unique_ptr<FanotifyMarks> m_pMarks;
     uint64_t m_nEvents = EVENTS;
@@ -155,7 +154,7 @@ bool FanotifySensor::Open(std::string& strError) {
         strError = Refusal(errno);
         return false;
     }
-    m_mounts.Reset(open("/proc/self/mountinfo", O_RDONLY | O_CLOEXEC));
+    m_mounts = mount_table::Open();
     m_pMarks = std::make_unique<FanotifyMarks>(m_calls, *m_pPlaces, m_nEvents, m_bAll);
     m_pMarks->Refresh();
     if (m_pMarks->IsEmpty()) {
@@ -181,8 +180,7 @@ void FanotifySensor::Detach() {
 }
 
 bool FanotifySensor::Tend() {
-    pollfd fd = {m_mounts.Get(), POLLPRI, 0};
-    if (poll(&fd, 1, 0) <= 0) {
+    if (!mount_table::HasChanged(m_mounts)) {
         return false;
     }
     m_pMarks->Refresh();

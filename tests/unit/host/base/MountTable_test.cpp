@@ -1,6 +1,10 @@
 #include "host/base/MountTable.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
 
 namespace {
 
@@ -162,4 +166,17 @@ TEST(MountTableTest, TheTableOfThisProcessHasItsRootOrWhatStandsAboveIt) {
 
     ASSERT_FALSE(mounts.empty());
     EXPECT_NE(nullptr, mount_table::MountOf(mounts, mounts.front().strPoint));
+}
+
+TEST(MountTableTest, WhatIsOpenedIsTheTableOfThisProcess) {
+    const UniqueFd table = mount_table::Open();
+
+    EXPECT_EQ("/proc/" + std::to_string(getpid()) + "/mountinfo",
+              std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(table.Get())));
+}
+
+// A change itself is seen by the tests of the sensors.
+TEST(MountTableTest, ATableThatCouldNotBeOpenedAndAFileThatIsNoneNeverChange) {
+    EXPECT_FALSE(mount_table::HasChanged(UniqueFd()));
+    EXPECT_FALSE(mount_table::HasChanged(UniqueFd(open("/dev/null", O_RDONLY | O_CLOEXEC))));
 }
