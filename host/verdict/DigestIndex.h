@@ -14,7 +14,7 @@
 #include <tuple>
 #include <vector>
 
-#include "host/base/HexText.h"
+#include "host/verdict/HexText.h"
 
 template <size_t N>
 class DigestIndex {

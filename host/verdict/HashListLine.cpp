@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <vector>
 
-#include "host/base/HexText.h"
+#include "host/verdict/HexText.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "host/base/HexText.h"
+#include "host/verdict/HexText.h"
 #include "host/verdict/VerdictLevel.h"
 
 namespace {

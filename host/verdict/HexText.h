@@ -1,8 +1,8 @@
 // Hexadecimal text, either case, independent of the locale.
 //
 // Threads: any; no state. Errors: none but std::bad_alloc.
-#ifndef HOST_BASE_HEXTEXT_H
-#define HOST_BASE_HEXTEXT_H
+#ifndef HOST_VERDICT_HEXTEXT_H
+#define HOST_VERDICT_HEXTEXT_H
 
 #include <array>
 #include <cstddef>

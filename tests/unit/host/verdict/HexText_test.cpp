@@ -1,4 +1,4 @@
-#include "host/base/HexText.h"
+#include "host/verdict/HexText.h"
 
 #include <gtest/gtest.h>
 
