@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "host/base/ModuleFacts.h"
+#include "host/base/StateLayout.h"
 
 struct HostOptions {
     std::string strStateDir;  // absolute, without a final "/"; never empty in a callback
@@ -21,7 +22,7 @@ struct HostOptions {
         return bJson ? std::move(forPrograms) : std::move(forPeople);
     }
 
-    std::string DatabaseDir() const { return strStateDir + "/data/db/"; }
+    std::string DatabaseDir() const { return state_layout::Databases(strStateDir) + "/"; }
     std::string ChannelDatabase() const { return DatabaseDir() + module_facts::CHANNEL_FILE; }
     std::string CacheDatabase() const { return DatabaseDir() + module_facts::CACHE_FILE; }
 };

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "host/base/EscapedText.h"
+#include "host/base/StateLayout.h"
 #include "host/base/UniqueFd.h"
 #include "host/command/RunArguments.h"
 #include "host/kernel/KernelSource.h"
@@ -91,9 +92,7 @@ std::unique_ptr<IEventSource> MakeSource(const WatchArguments& arguments,
     kernel.files.batchTime = std::chrono::milliseconds(arguments.nBatchMs);
     kernel.launches.nMostLaunches = arguments.nBatch;
     kernel.launches.batchTime = std::chrono::milliseconds(arguments.nBatchMs);
-    for (const char* const pszBelow : {"", "/data", "/data/db", "/run"}) {
-        kernel.files.ignored.push_back(options.strStateDir + pszBelow);
-    }
+    kernel.files.ignored = state_layout::Directories(options.strStateDir);
     std::unique_ptr<ILaunchSensor> pLaunches;
     std::unique_ptr<IFileSensor> pFiles;
     if (!arguments.bNoLaunches) {

@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "framework/base/CDir.h"
+#include "host/base/StateLayout.h"
 
 namespace {
 
@@ -42,16 +43,16 @@ bool MakeWithParents(const std::string& strPath, std::string& strError) {
     }
 }
 
-// The directory strName below nParent, made when missing. None with strError set.
-UniqueFd OpenPart(int nParent, const char* pszName, const std::string& strShown,
-                  std::string& strError) {
-    if (mkdirat(nParent, pszName, PRIVATE_DIR) != 0 && errno != EEXIST) {
-        strError = SystemError("cannot make", strShown);
+// The directory strPath, whose parent nParent is, made when missing. None with strError set.
+UniqueFd OpenPart(int nParent, const std::string& strPath, std::string& strError) {
+    const std::string strName = strPath.substr(strPath.rfind('/') + 1);
+    if (mkdirat(nParent, strName.c_str(), PRIVATE_DIR) != 0 && errno != EEXIST) {
+        strError = SystemError("cannot make", strPath);
         return UniqueFd();
     }
-    UniqueFd fd(openat(nParent, pszName, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    UniqueFd fd(openat(nParent, strName.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     if (!fd) {
-        strError = SystemError("cannot open", strShown);
+        strError = SystemError("cannot open", strPath);
     }
     return fd;
 }
@@ -167,16 +168,17 @@ bool StateDir::Enter(const std::string& strPath, std::string& strError) {
     if (!IsPrivate(dir.Get(), strPath, strError) || !TakeLock(dir.Get(), strPath, strError)) {
         return false;
     }
-    const UniqueFd data = OpenPart(dir.Get(), "data", strPath + "/data", strError);
-    if (!data || !OpenPart(data.Get(), "db", strPath + "/data/db", strError)) {
+    const UniqueFd data = OpenPart(dir.Get(), state_layout::Data(strPath), strError);
+    if (!data || !OpenPart(data.Get(), state_layout::Databases(strPath), strError)) {
         return false;
     }
-    const UniqueFd run = OpenPart(dir.Get(), "run", strPath + "/run", strError);
+    const std::string strRun = state_layout::Run(strPath);
+    const UniqueFd run = OpenPart(dir.Get(), strRun, strError);
     if (!run) {
         return false;
     }
     if (fchdir(run.Get()) != 0) {
-        strError = SystemError("cannot change into", strPath + "/run");
+        strError = SystemError("cannot change into", strRun);
         return false;
     }
     return true;
