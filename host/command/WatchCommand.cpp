@@ -19,8 +19,6 @@
 #include "host/base/UniqueFd.h"
 #include "host/command/RunArguments.h"
 #include "host/kernel/KernelSource.h"
-#include "host/kernel/SensorChoice.h"
-#include "host/kernel/file/FanotifySensor.h"
 #include "host/process/ExitCodes.h"
 #include "host/process/StateDir.h"
 
@@ -40,6 +38,7 @@ struct WatchArguments {
     bool bAllOperations = false;
     size_t nBatch = 256;
     int64_t nBatchMs = 200;
+    SensorMakers makers;
 };
 
 constexpr double SETTLE_SECONDS = 60;  // for the module to analyse what was captured last
@@ -96,10 +95,10 @@ std::unique_ptr<IEventSource> MakeSource(const WatchArguments& arguments,
     std::unique_ptr<ILaunchSensor> pLaunches;
     std::unique_ptr<IFileSensor> pFiles;
     if (!arguments.bNoLaunches) {
-        pLaunches = MakeSensor(arguments.strSensor);
+        pLaunches = arguments.makers.fnLaunches(arguments.strSensor);
     }
     if (!arguments.bNoFiles) {
-        pFiles = MakeFileSensor(kernel.pPlaces, arguments.bAllFilesystems);
+        pFiles = arguments.makers.fnFiles(kernel.pPlaces, arguments.bAllFilesystems);
     }
     return std::make_unique<KernelSource>(std::move(pLaunches), observer, std::move(pFiles),
                                           observer, std::move(kernel));
@@ -182,8 +181,10 @@ void AddFileOptions(Command& command, WatchArguments& arguments) {
 
 }  // namespace
 
-void AddWatchCommand(Command& program, const HostOptions& options, int& nExitCode) {
+void AddWatchCommand(Command& program, const HostOptions& options, int& nExitCode,
+                     const SensorMakers& makers) {
     const auto pArguments = std::make_shared<WatchArguments>();
+    pArguments->makers = makers;
     Command command = program.AddCommand(
         "watch", "Judge the programs that start on this machine and what happens to its files");
     command.Footer(
