@@ -12,7 +12,6 @@
 #include "host/command/VerdictsCommand.h"
 #include "host/command/WatchCommand.h"
 #include "host/process/ExitCodes.h"
-#include "host/process/StateDir.h"
 
 namespace {
 
@@ -48,11 +47,11 @@ void AddGlobalOptions(Command& program, HostOptions& options) {
 
 }  // namespace
 
-int HostMain(int argc, const char* const* argv) {
+int HostMain(int argc, const char* const* argv, const std::function<std::string()>& fnStateDir) {
     try {
         HostOptions options;
         int nExitCode = EXIT_CODE_SUCCESS;
-        options.strStateDir = StateDir::DefaultPath();
+        options.strStateDir = fnStateDir();
         CommandLine program("tevmon-host", "The reference host of the tevmon module");
         program.Footer(
             "Exit codes: 0 done, 1 failure, 2 usage, 3 input, 4 module, 5 state directory,\n"

@@ -1,37 +1,61 @@
 #include "host/command/HostMain.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "tests/support/TestDir.h"
 
 namespace {
 
-// In a child of its own: user and environment are the process's. "tevmon-host queue count" and
-// two more words, of a user who has no home.
-[[noreturn]] void CountWithoutHome(const char* pszMore, const char* pszLast) {
-    if (geteuid() == 0 && setresuid(65534, 65534, 65534) != 0) {
-        _exit(100);
+class HostMainTest : public testing::Test {
+protected:
+    // The exit code of "tevmon-host queue count" with these words more. Afterwards m_strError holds
+    // standard error.
+    int Count(std::vector<const char*> words) {
+        words.insert(words.begin(), {"tevmon-host", "queue", "count"});
+        testing::internal::CaptureStderr();
+        const int nExitCode =
+            HostMain(static_cast<int>(words.size()), words.data(), [this] { return m_strDefault; });
+        m_strError = testing::internal::GetCapturedStderr();
+        return nExitCode;
     }
-    unsetenv("XDG_STATE_HOME");
-    unsetenv("HOME");
-    const char* const argv[] = {"tevmon-host", "queue", "count", pszMore, pszLast};
-    _exit(HostMain(5, argv));
-}
+
+    TestDir m_dir;
+    std::string m_strDefault;  // the state directory of a user who names none
+    std::string m_strError;
+};
 
 }  // namespace
 
-TEST(HostMainDeathTest, WhoHasNoHomeHasToNameTheStateDirectory) {
-    EXPECT_EXIT(CountWithoutHome("--json", "--verbose"), testing::ExitedWithCode(2),
-                "--state-dir is required");
+TEST_F(HostMainTest, WhoHasNoHomeHasToNameTheStateDirectory) {
+    EXPECT_EQ(2, Count({"--json", "--verbose"}));
+
+    EXPECT_NE(std::string::npos, m_strError.find("--state-dir is required")) << m_strError;
 }
 
-TEST(HostMainDeathTest, AnEmptyTextNamesNoStateDirectory) {
-    EXPECT_EXIT(CountWithoutHome("--state-dir", ""), testing::ExitedWithCode(2),
-                "--state-dir: .*names no directory");
+TEST_F(HostMainTest, AnEmptyTextNamesNoStateDirectory) {
+    EXPECT_EQ(2, Count({"--state-dir", ""}));
+
+    EXPECT_EQ(0u, m_strError.find("--state-dir: ")) << m_strError;
+    EXPECT_NE(std::string::npos, m_strError.find("names no directory")) << m_strError;
 }
 
-TEST(HostMainDeathTest, WhereItIsNamedNothingElseIsLookedFor) {
-    EXPECT_EXIT(CountWithoutHome("--state-dir", "/no/such/place"), testing::ExitedWithCode(6),
-                "cannot read /no/such/place/data/db/");
+TEST_F(HostMainTest, WhereItIsNamedNothingElseIsLookedFor) {
+    m_strDefault = m_dir.Path() + "/default";
+
+    EXPECT_EQ(6, Count({"--state-dir", "/no/such/place"}));
+
+    EXPECT_NE(std::string::npos, m_strError.find("cannot read /no/such/place/data/db/"))
+        << m_strError;
+}
+
+TEST_F(HostMainTest, WhereNoneIsNamedItIsTheUsersOwn) {
+    m_strDefault = m_dir.Path() + "/default";
+
+    EXPECT_EQ(6, Count({}));
+
+    EXPECT_NE(std::string::npos, m_strError.find("cannot read " + m_strDefault + "/data/db/"))
+        << m_strError;
 }
