@@ -10,7 +10,6 @@
 #include "host/base/EscapedText.h"
 #include "host/base/HumanText.h"
 #include "host/base/JsonWriter.h"
-#include "host/doctor/Doctor.h"
 #include "host/process/ExitCodes.h"
 
 namespace {
@@ -61,9 +60,9 @@ void ShowText(Console& output, const std::vector<Finding>& findings, const Count
                 std::to_string(counts[FINDING_FAILED]) + " failed");
 }
 
-int ExamineNow(const HostOptions& options) {
+int ExamineNow(const HostOptions& options, const doctor::Machine& machine) {
     Console output;
-    const std::vector<Finding> findings = doctor::Examine(options);
+    const std::vector<Finding> findings = doctor::Examine(options, machine);
     Counts counts = {};
     for (const Finding& finding : findings) {
         ++counts[finding.eState];
@@ -77,9 +76,10 @@ int ExamineNow(const HostOptions& options) {
 
 }  // namespace
 
-void AddDoctorCommand(Command& program, const HostOptions& options, int& nExitCode) {
+void AddDoctorCommand(Command& program, const HostOptions& options, int& nExitCode,
+                      const doctor::Machine& machine) {
     Command command =
         program.AddCommand("doctor", "Say what works here, what does not, and what to do");
     command.Footer("Changes nothing. Exit code 0 when nothing failed, else 11.");
-    command.OnRun([&options, &nExitCode] { nExitCode = ExamineNow(options); });
+    command.OnRun([&options, &nExitCode, machine] { nExitCode = ExamineNow(options, machine); });
 }

@@ -218,11 +218,16 @@ Finding OfPackages(const std::string& strInfoDir) {
             ""};
 }
 
-std::vector<Finding> Examine(const HostOptions& options) {
+Machine ThisMachine() {
     utsname system = {};
     (void)uname(&system);
-    std::vector<Finding> findings = {OfPrivilege(privileges::Has), OfKernel(system.release)};
-    for (Finding& finding : OfSensors()) {
+    return {privileges::Has, system.release, [] { return OfSensors(); },
+            [] { return static_cast<int64_t>(time(nullptr)); }, "/var/lib/dpkg/info"};
+}
+
+std::vector<Finding> Examine(const HostOptions& options, const Machine& machine) {
+    std::vector<Finding> findings = {OfPrivilege(machine.fnHas), OfKernel(machine.strRelease)};
+    for (Finding& finding : machine.fnSensors()) {
         findings.push_back(std::move(finding));
     }
     const std::string strModule =
@@ -234,8 +239,8 @@ std::vector<Finding> Examine(const HostOptions& options) {
     findings.push_back(SpaceBelow(options.DatabaseDir()));
     const int64_t tmNewest =
         std::max(ModifiedAt(options.ChannelDatabase()), ModifiedAt(options.CacheDatabase()));
-    findings.push_back(OfClock(time(nullptr), tmNewest));
-    findings.push_back(OfPackages("/var/lib/dpkg/info"));
+    findings.push_back(OfClock(machine.fnNow(), tmNewest));
+    findings.push_back(OfPackages(machine.strPackages));
     return findings;
 }
 

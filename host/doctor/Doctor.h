@@ -18,8 +18,19 @@
 
 namespace doctor {
 
+// What the checks are made of besides the options; a test brings its own.
+struct Machine {
+    std::function<bool(int nCapability)> fnHas;  // as privileges::Has
+    std::string strRelease;                      // of the kernel, as uname has it
+    std::function<std::vector<Finding>()> fnSensors;
+    std::function<int64_t()> fnNow;  // seconds since the epoch
+    std::string strPackages;         // the package database
+};
+
+Machine ThisMachine();
+
 // All checks, in the order in which a user would mend things.
-std::vector<Finding> Examine(const HostOptions& options);
+std::vector<Finding> Examine(const HostOptions& options, const Machine& machine = ThisMachine());
 
 // Single ones. fnHas says whether the process has the capability of that number.
 Finding OfPrivilege(const std::function<bool(int nCapability)>& fnHas);

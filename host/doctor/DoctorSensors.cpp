@@ -12,17 +12,14 @@
 
 #include "host/base/MountTable.h"
 #include "host/base/UniqueFd.h"
-#include "host/event/WatchedPaths.h"
-#include "host/kernel/SensorChoice.h"
-#include "host/kernel/file/FanotifySensor.h"
 
 namespace doctor {
 
 namespace {
 
-std::vector<Finding> OfFileSensor() {
-    const std::unique_ptr<IFileSensor> pSensor =
-        MakeFileSensor(std::make_shared<WatchedPaths>(), false);
+std::vector<Finding> OfFileSensor(const SensorMakers& makers,
+                                  const std::shared_ptr<WatchedPaths>& pPlaces) {
+    const std::unique_ptr<IFileSensor> pSensor = makers.fnFiles(pPlaces, false);
     std::string strError;
     if (!pSensor->Open(strError)) {
         return {{FINDING_FAILED, "file operations", strError, "watch --no-files goes without"}};
@@ -31,15 +28,13 @@ std::vector<Finding> OfFileSensor() {
 }
 
 // One mark on each file system that holds a watched place; they go with the group.
-std::vector<Finding> OfMarks() {
+std::vector<Finding> OfMarks(const WatchedPaths& places) {
     std::vector<Finding> findings;
     const UniqueFd group(fanotify_init(FAN_CLASS_NOTIF | FAN_CLOEXEC | FAN_REPORT_DFID_NAME, 0));
     if (!group) {
         return findings;  // the file sensor's own finding says why
     }
     const std::vector<MountEntry> mounts = mount_table::Parse(mount_table::Text());
-    WatchedPaths places;
-    places.Resolve();
     std::set<uint32_t> devices;
     for (const WatchedPaths::Directory& place : places.Directories()) {
         const MountEntry* const pMount = mount_table::MountOf(mounts, place.strPath);
@@ -94,19 +89,20 @@ Finding OfMark(const std::string& strPoint, const std::string& strType, int nErr
             "put the watched places on a file system such as ext4 or xfs"};
 }
 
-std::vector<Finding> OfSensors() {
+std::vector<Finding> OfSensors(const SensorMakers& makers,
+                               const std::shared_ptr<WatchedPaths>& pPlaces) {
     std::vector<std::pair<std::string, std::string>> attempts;
     for (const std::string& strWord : SensorWords()) {
         if (strWord == "auto") {
             continue;
         }
-        const std::unique_ptr<ILaunchSensor> pSensor = MakeSensor(strWord);
+        const std::unique_ptr<ILaunchSensor> pSensor = makers.fnLaunches(strWord);
         std::string strError;
         const bool bOpen = pSensor->Open(strError);
         attempts.emplace_back(strWord, bOpen ? "" : strError);
     }
     std::vector<Finding> findings = OfLaunchSensors(attempts);
-    for (const std::vector<Finding>& more : {OfFileSensor(), OfMarks()}) {
+    for (const std::vector<Finding>& more : {OfFileSensor(makers, pPlaces), OfMarks(*pPlaces)}) {
         findings.insert(findings.end(), more.begin(), more.end());
     }
     return findings;

@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 #include <json/json.h>
+#include <sys/utsname.h>
 #include <unistd.h>
 
 #include <memory>
@@ -41,4 +42,18 @@ TEST_F(DoctorCommandTest, AFailureHasItsExitCodeAndRemedyAndNothingIsMade) {
     EXPECT_THAT(m_host.Output(), HasSubstr("\nfailed   module "));
     EXPECT_THAT(m_host.Output(), HasSubstr("to do: name the module with --module"));
     EXPECT_NE(0, access(m_host.StateDir().c_str(), F_OK));
+}
+
+TEST_F(DoctorCommandTest, TheMachineThatIsExaminedIsThisOne) {
+    utsname system = {};
+    ASSERT_EQ(0, uname(&system));
+
+    (void)m_host.Run({"--module", FakeModule("works"), "doctor"});
+
+    EXPECT_THAT(m_host.Output(), HasSubstr("Linux " + std::string(system.release)));
+    for (const char* pszCheck :
+         {" privilege ", " launches by ebpf ", " launches by connector-fanotify ",
+          " launches by connector ", " file operations ", " clock ", " packages "}) {
+        EXPECT_THAT(m_host.Output(), HasSubstr(pszCheck));
+    }
 }

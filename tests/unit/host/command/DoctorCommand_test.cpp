@@ -26,7 +26,7 @@ protected:
     int Examine() {
         int nExitCode = -1;
         CommandLine program("tevmon-host", "");
-        AddDoctorCommand(program, m_options, nExitCode);
+        AddDoctorCommand(program, m_options, nExitCode, m_machine);
         const StdoutCapture standardOutput;
         if (!m_strOutput.empty()) {
             const UniqueFd output(open(m_strOutput.c_str(), O_WRONLY | O_CLOEXEC));
@@ -39,6 +39,13 @@ protected:
 
     TestDir m_dir;
     HostOptions m_options{m_dir.Path(), FakeModule("works")};
+    // It has every privilege, a warning about its kernel, and no sensor that fails.
+    const doctor::Machine m_machine{
+        [](int) { return true; }, "5.10.0",
+        [] {
+            return std::vector<Finding>{{FINDING_OK, "a sensor", "works", ""}};
+        },
+        [] { return int64_t{1700000000}; }, m_dir.Path()};
     std::string m_strOutput;  // the file that standard output is, unless it is kept
     std::vector<std::string> m_lines;
 };
@@ -98,6 +105,13 @@ TEST_F(DoctorCommandTest, NamesNeverSteerTheTerminal) {
 
     EXPECT_THAT(m_lines, Contains(HasSubstr(m_dir.Path() + "/\\x1B[2J, not there yet")));
     EXPECT_THAT(m_lines, Not(Contains(HasSubstr("\x1b"))));
+}
+
+TEST_F(DoctorCommandTest, WarningsAreNoFailure) {
+    EXPECT_EQ(0, Examine());
+
+    EXPECT_THAT(m_lines, Contains("ok       a sensor                   works"));
+    EXPECT_THAT(m_lines.back(), HasSubstr(" warnings, 0 failed"));
 }
 
 TEST_F(DoctorCommandTest, FindingsThatCannotBeWrittenAreNoSuccess) {

@@ -37,9 +37,10 @@ Finding Privilege(uint64_t nCapabilities) {
 
 class DoctorTest : public testing::Test {
 protected:
-    // What Examine finds out about strCheck, with a module and a state directory of the test's own.
+    // What Examine finds out about strCheck, with a module, a state directory and a machine of the
+    // test's own.
     Finding Examined(const std::string& strCheck) {
-        for (const Finding& finding : doctor::Examine(m_options)) {
+        for (const Finding& finding : doctor::Examine(m_options, m_machine)) {
             if (finding.strCheck == strCheck) {
                 return finding;
             }
@@ -55,6 +56,12 @@ protected:
     TestDir m_dir;
     const std::string m_strDatabase = m_dir.Database("tevchennaldb.db");
     HostOptions m_options{m_dir.Path(), FakeModule("works")};
+    doctor::Machine m_machine{[](int nCapability) { return nCapability != 21; }, "5.10.0",
+                              [] {
+                                  return std::vector<Finding>{{FINDING_OK, "first sensor", "", ""},
+                                                              {FINDING_OK, "second", "", ""}};
+                              },
+                              [] { return int64_t{1700000000}; }, m_dir.Path() + "/info"};
 };
 
 }  // namespace
@@ -297,28 +304,36 @@ TEST_F(DoctorTest, PackagesAreCountedWithTheirPrograms) {
 
 TEST_F(DoctorTest, ExamineLooksInTheOrderInWhichAUserMendsThings) {
     std::vector<std::string> checks;
-    for (const Finding& finding : doctor::Examine(m_options)) {
-        if (finding.strCheck.rfind("file system ", 0) != 0) {  // of this machine's privileges
-            checks.push_back(finding.strCheck);
-        }
+    for (const Finding& finding : doctor::Examine(m_options, m_machine)) {
+        checks.push_back(finding.strCheck);
     }
 
-    EXPECT_THAT(checks, ElementsAre("privilege", "kernel", "launches by ebpf",
-                                    "launches by connector-fanotify", "launches by connector",
-                                    "file operations", "module", "state directory",
-                                    "database tevchennaldb.db", "database tevcloudcacho.db",
-                                    "free space", "clock", "packages"));
+    EXPECT_THAT(checks,
+                ElementsAre("privilege", "kernel", "first sensor", "second", "module",
+                            "state directory", "database tevchennaldb.db",
+                            "database tevcloudcacho.db", "free space", "clock", "packages"));
+}
+
+TEST_F(DoctorTest, ExamineAsksTheMachineThatItIsGiven) {
+    const TimeZone zone("UTC0");
+    m_dir.WriteFile("info/tool.md5sums", "9e107d9d372bb6826bd81d3542a419d6  usr/bin/tool\n");
+
+    EXPECT_EQ("missing CAP_SYS_ADMIN: watch cannot capture", Examined("privilege").strText);
+    EXPECT_THAT(Examined("kernel").strText, StartsWith("Linux 5.10.0 is older than 5.17"));
+    EXPECT_EQ("2023-11-14 22:13:20", Examined("clock").strText);
+    EXPECT_EQ("1 program of 1 package", Examined("packages").strText);
 }
 
 TEST_F(DoctorTest, TheClockIsComparedToTheNewerOfBothDatabases) {
     const std::string strCache = m_dir.WriteFile("data/db/tevcloudcacho.db", "");
+    SetChanged(strCache, 1700000120);
     EXPECT_EQ(FINDING_OK, Examined("clock").eState);
 
-    SetChanged(strCache, 4102444800);
+    SetChanged(strCache, 1700000121);
     EXPECT_THAT(Examined("clock").strText, HasSubstr("but a database was written at 2"));
 
     SetChanged(strCache, 1000);
-    SetChanged(m_dir.WriteFile("data/db/tevchennaldb.db", ""), 4102444800);
+    SetChanged(m_dir.WriteFile("data/db/tevchennaldb.db", ""), 1700000121);
     EXPECT_EQ(FINDING_WARNING, Examined("clock").eState);
 }
 
