@@ -145,8 +145,10 @@ std::string Console::BrokenReason() const {
     return !m_bBroken || m_nBrokenError == EPIPE ? "" : std::strerror(m_nBrokenError);
 }
 
-// False when standard error is not read; an error counts as written, for there
-// is nowhere to report it to.
+// False when standard error is not read; an error counts as written, for there is nowhere to report
+// it to. WriteAll waits in write where a descriptor blocks, as this one does: others share it, so
+// it must stay as it is. A reader that is slow gets the whole text, in pieces that find room at
+// once.
 bool Console::WriteError(const std::string& strText) {
     size_t nDone = 0;
     while (nDone < strText.size()) {
