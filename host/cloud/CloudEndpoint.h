@@ -1,7 +1,7 @@
 // The cloud of this host: takes the module's queries, asks the verdict service and answers
 // through the same router.
 //
-// Threads: OnMessage on the transport thread of its lane; answers end on the module's.
+// Threads: OnMessage on the transport thread of its executor; answers end on the module's.
 // Errors: whatever is wrong with a query is reported to the observer, nothing throws.
 // Ownership: router, service, keys and observer must outlive it.
 #ifndef HOST_CLOUD_CLOUDENDPOINT_H

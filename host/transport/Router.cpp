@@ -47,16 +47,16 @@ Router::~Router() {
 void Router::AddEndpoint(const Guid& identity, IEndpoint* pEndpoint) {
     const auto pNew = std::make_shared<Endpoint>();
     pNew->pEndpoint = pEndpoint;
-    pNew->pLane = std::make_unique<SerialExecutor>("host_endpoint", m_limits);
+    pNew->pExecutor = std::make_unique<SerialExecutor>("host_endpoint", m_limits);
     const MutexLock lock(m_mutex);
     m_endpoints[identity] = pNew;
 }
 
-uint32_t Router::Push(SerialExecutor& lane, size_t nBytes, SerialExecutor::Job job) {
+uint32_t Router::Push(SerialExecutor& executor, size_t nBytes, SerialExecutor::Job job) {
     // Counted before it can run, so that Pending never reads 0 with the message under way.
     ++m_nPending;
     try {
-        const bool bPushed = lane.Push(nBytes, [this, job = std::move(job)](bool bRun) {
+        const bool bPushed = executor.Push(nBytes, [this, job = std::move(job)](bool bRun) {
             job(bRun);
             --m_nPending;
         });
@@ -90,8 +90,8 @@ uint32_t Router::Deliver(const Guid& sender, int64_t nMsgType, std::string strBo
         pReceiver = it->second;
     }
     const size_t nBytes = strBody.size();
-    Receiver* const pTarget = pReceiver.get();  // the lane of a receiver ends before it does
-    return Push(*pReceiver->pLane, nBytes,
+    Receiver* const pTarget = pReceiver.get();  // the executor of a receiver ends before it does
+    return Push(*pReceiver->pExecutor, nBytes,
                 [this, pTarget, sender, nMsgType, strBody = std::move(strBody),
                  fnDone = std::move(fnDone), fnAnswer = std::move(fnAnswer)](bool bRun) {
                     if (bRun) {
@@ -126,10 +126,10 @@ void Router::EndWaiting() {
         }
     }
     for (const auto& pReceiver : receivers) {
-        pReceiver->pLane->EndWaiting();
+        pReceiver->pExecutor->EndWaiting();
     }
     for (const auto& pEndpoint : endpoints) {
-        pEndpoint->pLane->EndWaiting();
+        pEndpoint->pExecutor->EndWaiting();
     }
 }
 
@@ -157,10 +157,10 @@ void Router::Close() {
         endpoints.swap(m_endpoints);
     }
     for (const auto& entry : receivers) {
-        entry.second->pLane->Stop();
+        entry.second->pExecutor->Stop();
     }
     for (const auto& entry : endpoints) {
-        entry.second->pLane->Stop();
+        entry.second->pExecutor->Stop();
     }
     m_deadlines.Stop();
 }
@@ -190,7 +190,7 @@ uint32_t Router::Post(const Guid* pTarget, int64_t nMsgType, const void* pData, 
     const Guid sender = LocalIdentity();
     IEndpoint* const pReceiver = pEndpoint->pEndpoint;
     return Guarded([&] {
-        return Push(*pEndpoint->pLane, nLength,
+        return Push(*pEndpoint->pExecutor, nLength,
                     [sender, nMsgType, pReceiver, strBody = Body(pData, nLength)](bool bRun) {
                         if (bRun) {
                             (void)pReceiver->OnMessage(sender, nMsgType, strBody);
@@ -216,9 +216,9 @@ uint32_t Router::RegisterReceiver(int64_t nMsgType, IMRReceiveComplete* pReceive
         }
         const auto pNew = std::make_shared<Receiver>();
         pNew->pReceiver.store(pReceiver);
-        pNew->pLane = std::make_unique<SerialExecutor>("host_receive", m_limits);
+        pNew->pExecutor = std::make_unique<SerialExecutor>("host_receive", m_limits);
         if (!m_bWaiting) {
-            pNew->pLane->EndWaiting();
+            pNew->pExecutor->EndWaiting();
         }
         m_receivers[nMsgType] = pNew;
         return 0;
@@ -236,7 +236,7 @@ uint32_t Router::UnregisterReceiver(int64_t nMsgType) {
         pEntry = it->second;
         m_receivers.erase(it);
     }
-    pEntry->pLane->Stop();
+    pEntry->pExecutor->Stop();
     return 0;
 }
 
@@ -276,7 +276,7 @@ uint32_t Router::SendTo(Endpoint& endpoint, const Guid& target, int64_t nMsgType
     IEndpoint* const pReceiver = endpoint.pEndpoint;
     const size_t nBytes = strBody.size();
     const uint32_t nPushed =
-        Push(*endpoint.pLane, nBytes,
+        Push(*endpoint.pExecutor, nBytes,
              [pSend, sender, nMsgType, pReceiver, strBody = std::move(strBody)](bool bRun) {
                  if (!bRun) {
                      pSend->End(ROUTER_CLOSED, "");
@@ -292,7 +292,7 @@ uint32_t Router::SendTo(Endpoint& endpoint, const Guid& target, int64_t nMsgType
     }
     const int64_t nWait = std::clamp<int64_t>(nTimeout, 0, LONGEST_TIMEOUT);
     const auto due = TimerQueue::Clock::now() + std::chrono::milliseconds(nWait);
-    // Not taken when the router was closed or memory ran out: the send then ends with its lane.
+    // Not taken when the router was closed or memory ran out: the send then ends with its executor.
     (void)Guarded([&] {
         return m_deadlines.Add(due, [pSend] { pSend->End(ROUTER_TIMEOUT, ""); }) ? 0U : 1U;
     });

@@ -1,9 +1,9 @@
 // The message transport of this host: one plug-in on one side, the host's endpoints and its event
 // sources on the other.
 //
-// Every registered type and every endpoint has a lane, a bounded queue with a transport thread of
-// its own: messages of one type arrive in the order in which they were sent, those of different
-// types run side by side. A sender waits when the lane it sends into is full.
+// Every registered type and every endpoint has an executor, a bounded queue with a transport thread
+// of its own: messages of one type arrive in the order in which they were sent, those of different
+// types run side by side. A sender waits when the executor it sends into is full.
 //
 // Threads: any.
 // Errors: result codes, 0 is success; those of this router are below. No call of IMsgRouter throws;
@@ -52,10 +52,10 @@ public:
     uint32_t Deliver(const Guid& sender, int64_t nMsgType, std::string strBody, Done fnDone = {},
                      Answer fnAnswer = {});
 
-    // Messages on their way: waiting in a lane, or in the hands of whom they are for.
+    // Messages on their way: waiting in an executor, or in the hands of whom they are for.
     uint64_t Pending() const { return m_nPending.load(); }
 
-    // From now on a full lane refuses instead of letting its sender wait: before the plug-in is
+    // From now on a full executor refuses instead of letting its sender wait: before the plug-in is
     // stopped, so that no thread of it waits here.
     void EndWaiting();
 
@@ -85,17 +85,17 @@ public:
 private:
     struct Receiver {
         std::atomic<IMRReceiveComplete*> pReceiver{nullptr};
-        std::unique_ptr<SerialExecutor> pLane;
+        std::unique_ptr<SerialExecutor> pExecutor;
     };
     struct Endpoint {
         IEndpoint* pEndpoint = nullptr;
-        std::unique_ptr<SerialExecutor> pLane;
+        std::unique_ptr<SerialExecutor> pExecutor;
     };
     struct Send;
 
     void Call(Receiver& receiver, const Guid& sender, int64_t nMsgType, const std::string& strBody,
               const Answer& fnAnswer);
-    uint32_t Push(SerialExecutor& lane, size_t nBytes, SerialExecutor::Job job);
+    uint32_t Push(SerialExecutor& executor, size_t nBytes, SerialExecutor::Job job);
     uint32_t SendTo(Endpoint& endpoint, const Guid& target, int64_t nMsgType, std::string strBody,
                     IMRSendComplete* pComplete, uint32_t* pOut, int64_t nTimeout);
     uint32_t FindEndpoint(const Guid* pTarget, std::shared_ptr<Endpoint>& pFound) const;

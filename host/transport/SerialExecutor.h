@@ -1,7 +1,7 @@
 // A queue of jobs with one thread that runs them in order. It is bounded: whoever pushes into a
-// full lane waits.
+// full one waits.
 //
-// Threads: any. A job runs on the lane's thread without the lane's lock.
+// Threads: any. A job runs on the executor's thread without its lock.
 // Errors: nothing throws but std::bad_alloc.
 #ifndef HOST_TRANSPORT_SERIALEXECUTOR_H
 #define HOST_TRANSPORT_SERIALEXECUTOR_H
@@ -17,7 +17,7 @@ public:
         size_t nJobs = 1024;
         size_t nBytes = 8 * 1024 * 1024;  // one job of any size always finds room when empty
     };
-    // Called exactly once: with true to run, with false when the lane stopped before it could.
+    // Called exactly once: with true to run, with false when the executor stopped before it could.
     using Job = std::function<void(bool bRun)>;
 
     SerialExecutor(const std::string& strThreadName, const Limits& limits);
@@ -26,16 +26,16 @@ public:
     SerialExecutor(const SerialExecutor&) = delete;
     SerialExecutor& operator=(const SerialExecutor&) = delete;
 
-    // Appends the job, waiting for room. False, and the job is not called, when the lane stopped
-    // or, after EndWaiting, had no room. A push from the lane's own thread never waits.
+    // Appends the job, waiting for room. False, and the job is not called, when the executor has
+    // stopped or, after EndWaiting, had no room. A push from its own thread never waits.
     bool Push(size_t nBytes, Job job);
 
     // From now on nobody waits for room.
     void EndWaiting();
 
     // Ends the thread. When it has returned no job is running and the waiting ones were called
-    // with false. Called on the lane's own thread it returns at once and the thread ends with the
-    // job in hand.
+    // with false. Called on its own thread it returns at once and the thread ends with the job in
+    // hand.
     void Stop();
 
 private:

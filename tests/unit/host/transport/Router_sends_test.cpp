@@ -33,7 +33,7 @@ TEST_F(RouterSendsTest, ATimeOutInThePastEndsASendThatIsNotTakenYet) {
     HeldCall held;
     m_cloud.fnCalled = [&] { held.Hold(); };
     m_router.AddEndpoint(CLOUD, &m_cloud);
-    ASSERT_EQ(0u, m_router.Post(&CLOUD, 20004, "holds the lane", 14));
+    ASSERT_EQ(0u, m_router.Post(&CLOUD, 20004, "holds the executor", 18));
     ASSERT_TRUE(held.HasBegun());
     ASSERT_EQ(0u, m_router.SendWithCompletion(&CLOUD, 20300, "x", 1, &m_completion, 0, nullptr,
                                               std::numeric_limits<int64_t>::min()));

@@ -210,7 +210,7 @@ TEST_F(RouterTest, ASendThatIsNotTakenInTimeEndsWithTheTimeOutAndIsNotDelivered)
         goOn.Wait();
     };
     m_router.AddEndpoint(CLOUD, &m_cloud);
-    ASSERT_EQ(0u, m_router.Post(&CLOUD, 20004, "holds the lane", 14));
+    ASSERT_EQ(0u, m_router.Post(&CLOUD, 20004, "holds the executor", 18));
 
     ASSERT_EQ(0u, m_router.SendWithCompletion(&CLOUD, 20300, "x", 1, &m_completion, 0, nullptr, 1));
 
@@ -228,12 +228,12 @@ TEST_F(RouterTest, CloseEndsTrafficAndCompletesWhatIsUnderWay) {
     m_cloud.fnCalled = [&] { held.Hold(); };
     m_router.AddEndpoint(CLOUD, &m_cloud);
     ASSERT_EQ(0u, m_router.RegisterReceiver(20002, &m_receiver, 0));
-    ASSERT_EQ(0u, m_router.Post(&CLOUD, 20004, "holds the lane", 14));
+    ASSERT_EQ(0u, m_router.Post(&CLOUD, 20004, "holds the executor", 18));
     ASSERT_TRUE(held.HasBegun());
     ASSERT_EQ(0u,
               m_router.SendWithCompletion(&CLOUD, 20300, "x", 1, &m_completion, 0, nullptr, 60000));
     std::thread closer([&] { m_router.Close(); });
-    // Only the job in hand is left once the lane has stopped.
+    // Only the job in hand is left once the executor has stopped.
     ASSERT_TRUE(Eventually([&] { return m_router.Pending() == 1; }));
     held.GoOn();
     closer.join();
@@ -245,7 +245,7 @@ TEST_F(RouterTest, CloseEndsTrafficAndCompletesWhatIsUnderWay) {
     EXPECT_EQ(0u, m_router.Pending());
 }
 
-TEST_F(RouterTest, AFullLaneRefusesOnceNobodyMayWait) {
+TEST_F(RouterTest, AFullExecutorRefusesOnceNobodyMayWait) {
     HeldCall held;
     m_cloud.fnCalled = [&] { held.Hold(); };
     Router router({1, 100});

@@ -12,18 +12,18 @@
 
 namespace {
 
-// A lane for two jobs, which wait behind one that is held.
-class FullLaneTest : public testing::Test {
+// An executor for two jobs, which wait behind one that is held.
+class FullExecutorTest : public testing::Test {
 protected:
     void SetUp() override {
-        ASSERT_TRUE(m_lane.Push(1, [this](bool) { m_held.Hold(); }));
+        ASSERT_TRUE(m_executor.Push(1, [this](bool) { m_held.Hold(); }));
         ASSERT_TRUE(m_held.HasBegun());
-        ASSERT_TRUE(m_lane.Push(1, [](bool) {}));
-        ASSERT_TRUE(m_lane.Push(1, [](bool) {}));
+        ASSERT_TRUE(m_executor.Push(1, [](bool) {}));
+        ASSERT_TRUE(m_executor.Push(1, [](bool) {}));
     }
 
     HeldCall m_held;
-    SerialExecutor m_lane{"lane", {2, 1000}};
+    SerialExecutor m_executor{"executor", {2, 1000}};
 };
 
 }  // namespace
@@ -31,12 +31,12 @@ protected:
 TEST(SerialExecutorTest, RunsJobsInTheOrderInWhichTheyCame) {
     std::vector<int> order;
     Event done;
-    SerialExecutor lane("lane", {});
+    SerialExecutor executor("executor", {});
 
     for (int i = 0; i < 100; ++i) {
-        ASSERT_TRUE(lane.Push(1, [&order, i](bool) { order.push_back(i); }));
+        ASSERT_TRUE(executor.Push(1, [&order, i](bool) { order.push_back(i); }));
     }
-    ASSERT_TRUE(lane.Push(1, [&done](bool) { done.Set(); }));
+    ASSERT_TRUE(executor.Push(1, [&done](bool) { done.Set(); }));
 
     ASSERT_TRUE(done.Wait());
     ASSERT_EQ(100u, order.size());
@@ -45,10 +45,10 @@ TEST(SerialExecutorTest, RunsJobsInTheOrderInWhichTheyCame) {
     EXPECT_TRUE(std::is_sorted(order.begin(), order.end()));
 }
 
-TEST_F(FullLaneTest, LetsTheSenderWaitUntilThereIsRoom) {
+TEST_F(FullExecutorTest, LetsTheSenderWaitUntilThereIsRoom) {
     Event pushed;
     std::thread sender([&] {
-        EXPECT_TRUE(m_lane.Push(1, [](bool) {}));
+        EXPECT_TRUE(m_executor.Push(1, [](bool) {}));
         pushed.Set();
     });
 
@@ -58,24 +58,24 @@ TEST_F(FullLaneTest, LetsTheSenderWaitUntilThereIsRoom) {
     sender.join();
 }
 
-TEST(SerialExecutorTest, BytesFillALaneAsJobsDo) {
+TEST(SerialExecutorTest, BytesFillAnExecutorAsJobsDo) {
     HeldCall held;
-    SerialExecutor lane("lane", {100, 10});
-    ASSERT_TRUE(lane.Push(1, [&](bool) { held.Hold(); }));
+    SerialExecutor executor("executor", {100, 10});
+    ASSERT_TRUE(executor.Push(1, [&](bool) { held.Hold(); }));
     ASSERT_TRUE(held.HasBegun());
-    ASSERT_TRUE(lane.Push(50, [](bool) {}));  // any size has room in an empty lane
-    lane.EndWaiting();
+    ASSERT_TRUE(executor.Push(50, [](bool) {}));  // any size has room in an empty executor
+    executor.EndWaiting();
 
-    EXPECT_FALSE(lane.Push(1, [](bool) {}));
+    EXPECT_FALSE(executor.Push(1, [](bool) {}));
 
     held.GoOn();
 }
 
-TEST_F(FullLaneTest, EndWaitingFreesASenderThatWaits) {
+TEST_F(FullExecutorTest, EndWaitingFreesASenderThatWaits) {
     std::atomic<int> nResult{-1};
-    std::thread sender([&] { nResult = m_lane.Push(1, [](bool) {}) ? 1 : 0; });
+    std::thread sender([&] { nResult = m_executor.Push(1, [](bool) {}) ? 1 : 0; });
 
-    m_lane.EndWaiting();
+    m_executor.EndWaiting();
 
     sender.join();
     EXPECT_EQ(0, nResult);
@@ -87,57 +87,57 @@ TEST(SerialExecutorTest, StopEndsTheJobInHandAndTellsTheOthers) {
     Event stopping;
     std::atomic<bool> bEnded{false};
     std::vector<bool> told;
-    SerialExecutor lane("lane", {});
-    ASSERT_TRUE(lane.Push(1, [&](bool) {
+    SerialExecutor executor("executor", {});
+    ASSERT_TRUE(executor.Push(1, [&](bool) {
         begun.Set();
         stopping.Wait();
         bEnded = true;
     }));
-    ASSERT_TRUE(lane.Push(1, [&told](bool bRun) { told.push_back(bRun); }));
+    ASSERT_TRUE(executor.Push(1, [&told](bool bRun) { told.push_back(bRun); }));
     ASSERT_TRUE(begun.Wait());
 
     stopping.Set();
-    lane.Stop();
+    executor.Stop();
 
     EXPECT_TRUE(bEnded);
     ASSERT_EQ(1u, told.size());  // called, with true when it came to run before the stop
-    EXPECT_FALSE(lane.Push(1, [](bool) { FAIL() << "pushed into a lane that stopped"; }));
+    EXPECT_FALSE(executor.Push(1, [](bool) { FAIL() << "pushed into an executor that stopped"; }));
 }
 
-TEST_F(FullLaneTest, StopFreesASenderThatWaits) {
+TEST_F(FullExecutorTest, StopFreesASenderThatWaits) {
     std::atomic<bool> bPushed{true};
     std::thread sender([&] {
-        bPushed = m_lane.Push(1, [](bool) {});
+        bPushed = m_executor.Push(1, [](bool) {});
         m_held.GoOn();  // only now can the job in hand end, and with it the stop
     });
 
-    m_lane.Stop();
+    m_executor.Stop();
 
     sender.join();
     EXPECT_FALSE(bPushed);
 }
 
-TEST(SerialExecutorTest, AJobMayStopItsOwnLane) {
+TEST(SerialExecutorTest, AJobMayStopItsOwnExecutor) {
     Event done;
-    auto pLane = std::make_unique<SerialExecutor>("lane", SerialExecutor::Limits());
+    auto pExecutor = std::make_unique<SerialExecutor>("executor", SerialExecutor::Limits());
 
-    ASSERT_TRUE(pLane->Push(1, [&](bool) {
-        pLane.reset();
+    ASSERT_TRUE(pExecutor->Push(1, [&](bool) {
+        pExecutor.reset();
         done.Set();
     }));
 
     EXPECT_TRUE(done.Wait());
 }
 
-TEST(SerialExecutorTest, AJobPushesIntoItsOwnFullLaneWithoutWaiting) {
+TEST(SerialExecutorTest, AJobPushesIntoItsOwnFullExecutorWithoutWaiting) {
     Event done;
-    SerialExecutor lane("lane", {2, 1000});
+    SerialExecutor executor("executor", {2, 1000});
 
-    ASSERT_TRUE(lane.Push(1, [&](bool) {
+    ASSERT_TRUE(executor.Push(1, [&](bool) {
         for (int i = 0; i < 5; ++i) {
-            EXPECT_TRUE(lane.Push(1, [](bool) {}));
+            EXPECT_TRUE(executor.Push(1, [](bool) {}));
         }
-        EXPECT_TRUE(lane.Push(1, [&](bool) { done.Set(); }));
+        EXPECT_TRUE(executor.Push(1, [&](bool) { done.Set(); }));
     }));
 
     EXPECT_TRUE(done.Wait());
