@@ -83,7 +83,7 @@ bool HasShaInstructions() {
 // Constant-initialised: a first use from an initialiser of another library finds it ready. Two
 // first calls at once come to the same answer.
 std::atomic<int> g_nPath{DIGEST_PATHS};  // DIGEST_PATHS: not chosen yet
-std::atomic<DigestNoticeFn> g_fnNotice{nullptr};
+std::atomic<DigestFaultFn> g_fnOnFault{nullptr};
 
 }  // namespace
 
@@ -116,9 +116,9 @@ DigestPath ChooseDigestPath(const DigestBlocksFn (&paths)[DIGEST_PATHS]) {
             return ePath;
         }
         if (paths[i] != nullptr) {
-            const DigestNoticeFn fnNotice = g_fnNotice;
-            if (fnNotice != nullptr) {
-                fnNotice(DigestPathName(ePath));
+            const DigestFaultFn fnOnFault = g_fnOnFault;
+            if (fnOnFault != nullptr) {
+                fnOnFault(DigestPathName(ePath));
             }
             break;
         }
@@ -126,8 +126,8 @@ DigestPath ChooseDigestPath(const DigestBlocksFn (&paths)[DIGEST_PATHS]) {
     return DIGEST_PATH_LIBRARY;
 }
 
-void SetDigestNotice(DigestNoticeFn fnNotice) {
-    g_fnNotice = fnNotice;
+void SetDigestFaultHandler(DigestFaultFn fnOnFault) {
+    g_fnOnFault = fnOnFault;
 }
 
 DigestPath DigestPathInUse() {

@@ -36,12 +36,12 @@ HOSTFRAMEWORK_API void SetDigestPath(DigestPath ePath);
 
 // How that choice is made; paths has a function for each path but the library's, null for one that
 // does not run here. A wrong answer means a broken processor or build: no path of ours is trusted
-// then, and the notice is called.
+// then, and the fault handler is called.
 HOSTFRAMEWORK_API DigestPath ChooseDigestPath(const DigestBlocksFn (&paths)[DIGEST_PATHS]);
 
 // Who learns of a wrong answer, with the name of the path; the log sets it when it is loaded.
-using DigestNoticeFn = void (*)(const char* pszPath);
-void SetDigestNotice(DigestNoticeFn fnNotice);
+using DigestFaultFn = void (*)(const char* pszPath);
+void SetDigestFaultHandler(DigestFaultFn fnOnFault);
 
 class HOSTFRAMEWORK_API CDigestPair {
 public:

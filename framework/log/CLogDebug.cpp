@@ -104,8 +104,8 @@ void TellDigestCheck(const char* pszPath) {
               pszPath);
 }
 
-[[maybe_unused]] const bool g_bDigestNotice = [] {
-    utils::SetDigestNotice(TellDigestCheck);
+[[maybe_unused]] const bool g_bDigestFaultHandler = [] {
+    utils::SetDigestFaultHandler(TellDigestCheck);
     return true;
 }();
 

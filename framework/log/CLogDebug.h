@@ -25,7 +25,7 @@
 
 // One record, valid during the call. Texts are never null.
 struct LogRecord {
-    int nLevel;             // 1 skip notice, 2 life cycle and traffic, 4 failure
+    int nLevel;             // 1 a skipped event, 2 life cycle and traffic, 4 failure
     int nLogType;           // 0 for a levelled record, the log type for one of CLog::_emit
     const char* pszSource;  // as in "tevmon/core/CTevChennalMgr"
     const char* pszFunction;

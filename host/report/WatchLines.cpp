@@ -49,13 +49,13 @@ bool WatchLines::Take(const RunEnding&) {
 }
 
 bool WatchLines::Take(const LaunchUnresolved& event) {
-    Show(verdict_row::Notice("unresolved", "launch", event.event.PathOrName(),
-                             "no path names its file, so it is not judged"));
+    Show(verdict_row::Unjudged("unresolved", "launch", event.event.PathOrName(),
+                               "no path names its file, so it is not judged"));
     return true;
 }
 
 bool WatchLines::Take(const LaunchesLost& event) {
-    Show(verdict_row::Notice(
+    Show(verdict_row::Unjudged(
         "lost", "launch", text::Count(event.nLaunches, "launch", "launches"),
         "there is no record of them; " + text::Number(event.nTotal) + " since the start"));
     return true;

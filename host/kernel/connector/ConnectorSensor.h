@@ -1,5 +1,5 @@
 // The launch sensors for kernels that take no eBPF program: the process connector, with or without
-// fanotify's notice of executed files. They must look a program up while it lives, so that a
+// fanotify's events of executed files. They must look a program up while it lives, so that a
 // thread of their own with real-time priority reads them.
 //
 // Threads: as ILaunchSensor; the thread lives from Open to Detach.

@@ -41,9 +41,9 @@ std::string ModuleLog(const ModuleLine& line) {
 VerdictRow Dropped(const EventsDropped& dropped) {
     static const char* const REASONS[] = {"the module's queue is full, or it takes no messages",
                                           "the module could not store them"};
-    return verdict_row::Notice("dropped", "event", text::Count(dropped.nEvents, "event"),
-                               std::string(REASONS[dropped.eReason]) + "; " +
-                                   text::Number(dropped.nTotal) + " since the start");
+    return verdict_row::Unjudged("dropped", "event", text::Count(dropped.nEvents, "event"),
+                                 std::string(REASONS[dropped.eReason]) + "; " +
+                                     text::Number(dropped.nTotal) + " since the start");
 }
 
 std::string Progress(const std::string& strDoing, const RunCounters& counters) {

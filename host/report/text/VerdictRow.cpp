@@ -35,8 +35,8 @@ VerdictRow Judged(const std::string& strWhat, const std::string& strSubject,
     return row;
 }
 
-VerdictRow Notice(const std::string& strVerdict, const std::string& strWhat,
-                  const std::string& strSubject, const std::string& strWhy) {
+VerdictRow Unjudged(const std::string& strVerdict, const std::string& strWhat,
+                    const std::string& strSubject, const std::string& strWhy) {
     VerdictRow row;
     row.strTime = text::ClockNow();
     row.strVerdict = strVerdict;

@@ -35,9 +35,9 @@ std::string Name(const std::string& strName);
 VerdictRow Judged(const std::string& strWhat, const std::string& strSubject,
                   const std::string& strBy, const Verdict& verdict, bool bCached);
 
-// A row for something else, at this moment.
-VerdictRow Notice(const std::string& strVerdict, const std::string& strWhat,
-                  const std::string& strSubject, const std::string& strWhy);
+// A row for what has no verdict (lost, dropped, unresolved), at this moment.
+VerdictRow Unjudged(const std::string& strVerdict, const std::string& strWhat,
+                    const std::string& strSubject, const std::string& strWhy);
 
 std::string Text(const Console& output, const VerdictRow& row);
 

@@ -188,7 +188,7 @@ TEST(LiveScreenTest, WhatIsNoVerdictAndWhatIsBadIsNeverFolded) {
     for (int i = 0; i < 2; ++i) {
         view.Add(Row("/bin/doubtful", 59));
         view.Add(Row("/bin/bad", 60));
-        view.Add(verdict_row::Notice("lost", "launch", "1 launch", "why"));
+        view.Add(verdict_row::Unjudged("lost", "launch", "1 launch", "why"));
         view.ScreenLine("a line", false);
     }
 

@@ -272,7 +272,7 @@ TEST(ScreenLayoutTest, TheOwnerOfAGoodProgramIsItsPackageAndOfABadOneTheWholeRea
     const std::vector<VerdictRow> rows = {Row("/bin/a", "", {20, "good list g", "entry"}),
                                           Row("/bin/b", "", {70, "list b", "entry"}),
                                           Row("/bin/c", "", {40, "some list", ""}),
-                                          verdict_row::Notice("lost", "launch", "3", "a\rb")};
+                                          verdict_row::Unjudged("lost", "launch", "3", "a\rb")};
     const Lines lines = screen_layout::Lines(Numbers(), rows, Screen(120, 12));
     const std::string OWNERS[] = {"entry           ", "entry (list b)  ", "some list       ",
                                   "a\\x0Db          "};
@@ -330,7 +330,7 @@ TEST(ScreenLayoutTest, NumbersHaveTheColoursOfWhatTheyMeanAndNoneIsDim) {
 TEST(ScreenLayoutTest, ARowHasTheColourOfItsVerdictAndABadPrograms) {
     const std::vector<VerdictRow> rows = {
         Row("/bin/a", "", {20, "list", "p"}), Row("/bin/b", "", {40, "none", ""}),
-        Row("/bin/c", "", {60, "list", "p"}), verdict_row::Notice("lost", "launch", "3", "why"),
+        Row("/bin/c", "", {60, "list", "p"}), verdict_row::Unjudged("lost", "launch", "3", "why"),
         Text("d")};
     const Lines lines = screen_layout::Lines(Numbers(), rows, Coloured(80, 12));
     const std::string VERDICTS[] = {"\033[32mgood    \033[0m", "\033[33munknown \033[0m",

@@ -42,7 +42,7 @@ TEST(VerdictRowTest, ANameCannotForgeWhoMadeItAndItsPackage) {
 }
 
 TEST(VerdictRowTest, NothingOutsideCanForgeALine) {
-    const VerdictRow row = verdict_row::Notice("lost", "launch", "a\nb", "c\033[2J");
+    const VerdictRow row = verdict_row::Unjudged("lost", "launch", "a\nb", "c\033[2J");
 
     EXPECT_EQ("09:30:00  lost           launch       a\\x0Ab  c\\x1B[2J", Line(row));
 }
@@ -79,7 +79,7 @@ TEST(VerdictRowTest, AJudgedRowHasTheVerdictsWordAndLevelAndATime) {
 }
 
 TEST(VerdictRowTest, ARowThatIsNoVerdictHasNoLevelAndNoOwner) {
-    const VerdictRow row = verdict_row::Notice("lost", "launch", "3 launches", "buffer full");
+    const VerdictRow row = verdict_row::Unjudged("lost", "launch", "3 launches", "buffer full");
 
     EXPECT_EQ("lost", row.strVerdict);
     EXPECT_EQ(0, row.nLevel);
@@ -91,7 +91,7 @@ TEST(VerdictRowTest, ARowThatIsNoVerdictHasNoLevelAndNoOwner) {
 }
 
 TEST(VerdictRowTest, AWordLongerThanItsColumnMovesTheRestAndIsNotCut) {
-    const VerdictRow row = verdict_row::Notice("a long word here", "FileSomething", "x", "");
+    const VerdictRow row = verdict_row::Unjudged("a long word here", "FileSomething", "x", "");
 
     EXPECT_EQ("09:30:00  a long word here  FileSomething  x", Line(row));
 }
@@ -99,7 +99,7 @@ TEST(VerdictRowTest, AWordLongerThanItsColumnMovesTheRestAndIsNotCut) {
 TEST(VerdictRowTest, BlanksInANameAreEscapedFromTheSecondOnHoweverManyThereAre) {
     for (size_t nBlanks = 0; nBlanks < 9; ++nBlanks) {
         VerdictRow row =
-            verdict_row::Notice("lost", "launch", "a" + std::string(nBlanks, ' ') + "b", "why");
+            verdict_row::Unjudged("lost", "launch", "a" + std::string(nBlanks, ' ') + "b", "why");
         row.strTime = "09:30:00";
         const std::string strText = verdict_row::Text(Console(), row);
         const size_t nName = strText.find("a", 38);
@@ -126,7 +126,7 @@ TEST(VerdictRowTest, OnATerminalTheVerdictHasItsColourAndTheRestOfTheLineIsDim) 
         "cached\033[0m",
         verdict_row::Text(output, row));
 
-    row = verdict_row::Notice("lost", "launch", "3 launches", "");
+    row = verdict_row::Unjudged("lost", "launch", "3 launches", "");
     row.strTime = "09:30:00";
     EXPECT_EQ("09:30:00  \033[2mlost         \033[0m  launch       3 launches",
               verdict_row::Text(output, row));
