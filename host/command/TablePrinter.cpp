@@ -31,7 +31,7 @@ ExitCode Finish(Console& output) {
 
 }  // namespace
 
-namespace view {
+namespace table_printer {
 
 std::string Pad(const std::string& strText, size_t nWidth) {
     return strText.size() < nWidth ? strText + std::string(nWidth - strText.size(), ' ') : strText;
@@ -80,7 +80,7 @@ void AddTime(JsonObject& json, const std::string& strKey, const std::optional<in
     json.AddJson(strKey, tmSeconds ? json_writer::Quote(text::LocalTime(*tmSeconds)) : "null");
 }
 
-ExitCode List(const TableView& table, int64_t nLimit, const std::string& strHeader,
+ExitCode List(const Table& table, int64_t nLimit, const std::string& strHeader,
               const std::string& strEmpty, std::string (*pToLine)(const TableRow& row)) {
     Console output;
     ReadOnlyDb db;
@@ -114,7 +114,7 @@ ExitCode List(const TableView& table, int64_t nLimit, const std::string& strHead
     return Finish(output);
 }
 
-ExitCode Count(const TableView& table, const HostOptions& options) {
+ExitCode Count(const Table& table, const HostOptions& options) {
     Console output;
     ReadOnlyDb db;
     if (!db.Open(table.strFile, table.strTable)) {
@@ -129,7 +129,7 @@ ExitCode Count(const TableView& table, const HostOptions& options) {
     return Finish(output);
 }
 
-ExitCode Show(const TableView& table, const std::string& strColumn,
+ExitCode Show(const Table& table, const std::string& strColumn,
               const ReadOnlyDb::Argument& argument, const std::string& strMissing,
               std::string (*pToText)(const TableRow& row)) {
     Console output;
@@ -149,4 +149,4 @@ ExitCode Show(const TableView& table, const std::string& strColumn,
     return Finish(output);
 }
 
-}  // namespace view
+}  // namespace table_printer

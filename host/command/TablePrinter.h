@@ -16,7 +16,7 @@
 #include "host/database/TablePager.h"
 #include "host/process/ExitCodes.h"
 
-namespace view {
+namespace table_printer {
 
 // strText, filled with blanks to nWidth bytes at least.
 std::string Pad(const std::string& strText, size_t nWidth);
@@ -40,7 +40,7 @@ void AddNumber(JsonObject& json, const std::string& strKey, const std::optional<
 void AddTime(JsonObject& json, const std::string& strKey, const std::optional<int64_t>& tmSeconds);
 
 // What a table is called and read with. The last column is the big one.
-struct TableView {
+struct Table {
     std::string strFile;
     std::string strTable;
     std::vector<std::string> columns;
@@ -51,17 +51,17 @@ struct TableView {
 
 // Every row, at most nLimit, a page in memory at a time. strHeader comes first, unless it is "".
 // With no row at all strEmpty goes to standard error, unless it is "".
-ExitCode List(const TableView& table, int64_t nLimit, const std::string& strHeader,
+ExitCode List(const Table& table, int64_t nLimit, const std::string& strHeader,
               const std::string& strEmpty, std::string (*pToLine)(const TableRow& row));
 
 // The number of rows; as {"count":N} for programs.
-ExitCode Count(const TableView& table, const HostOptions& options);
+ExitCode Count(const Table& table, const HostOptions& options);
 
 // The text of the row whose strColumn equals argument, or EXIT_CODE_NOT_FOUND and strMissing.
-ExitCode Show(const TableView& table, const std::string& strColumn,
+ExitCode Show(const Table& table, const std::string& strColumn,
               const ReadOnlyDb::Argument& argument, const std::string& strMissing,
               std::string (*pToText)(const TableRow& row));
 
-}  // namespace view
+}  // namespace table_printer
 
 #endif

@@ -26,7 +26,7 @@ enum Column {
     COLUMN_DETAIL,
 };
 
-view::TableView CacheTable(const HostOptions& options) {
+table_printer::Table CacheTable(const HostOptions& options) {
     return {options.CacheDatabase(),
             module_facts::CACHE_TABLE,
             {std::begin(module_facts::CACHE_COLUMNS), std::end(module_facts::CACHE_COLUMNS)}};
@@ -59,27 +59,28 @@ std::string DetailOf(const TableRow& row) {
 std::string TableLine(const std::string& strRecorded, const std::string& strVerdict,
                       const std::string& strExpires, const std::string& strFor,
                       const std::string& strKey) {
-    return view::Pad(strRecorded, 19) + "  " + view::Pad(strVerdict, 9) + "  " +
-           view::Pad(strExpires, 19) + "  " + view::Pad(strFor, 17) + "  " + strKey;
+    return table_printer::Pad(strRecorded, 19) + "  " + table_printer::Pad(strVerdict, 9) + "  " +
+           table_printer::Pad(strExpires, 19) + "  " + table_printer::Pad(strFor, 17) + "  " +
+           strKey;
 }
 
 std::string ToTableLine(const TableRow& row) {
     const std::optional<int64_t> tmExpiry = ExpiryOf(row);
-    return TableLine(view::TimeText(row.values[COLUMN_CREATE].nNumber),
-                     view::LevelWord(row.values[COLUMN_LEVEL]),
-                     IsExpired(tmExpiry) ? "expired" : view::TimeText(tmExpiry),
-                     view::AnalyserWord(row.values[COLUMN_MID]),
+    return TableLine(table_printer::TimeText(row.values[COLUMN_CREATE].nNumber),
+                     table_printer::LevelWord(row.values[COLUMN_LEVEL]),
+                     IsExpired(tmExpiry) ? "expired" : table_printer::TimeText(tmExpiry),
+                     table_printer::AnalyserWord(row.values[COLUMN_MID]),
                      text::ForTerminal(row.values[COLUMN_KEY].strText));
 }
 
 std::string ToText(const TableRow& row) {
     const std::optional<int64_t> tmExpiry = ExpiryOf(row);
     return "key       " + text::ForTerminal(row.values[COLUMN_KEY].strText) + "\nverdict   " +
-           view::LevelWord(row.values[COLUMN_LEVEL]) + " (" +
+           table_printer::LevelWord(row.values[COLUMN_LEVEL]) + " (" +
            text::ForTerminal(row.values[COLUMN_LEVEL].strText) + ")" + "\nrecorded  " +
-           view::TimeText(row.values[COLUMN_CREATE].nNumber) + "\nexpires   " +
-           view::TimeText(tmExpiry) + (IsExpired(tmExpiry) ? " (expired)" : "") + "\nfor       " +
-           view::AnalyserWord(row.values[COLUMN_MID]) + "\ndetail    " +
+           table_printer::TimeText(row.values[COLUMN_CREATE].nNumber) + "\nexpires   " +
+           table_printer::TimeText(tmExpiry) + (IsExpired(tmExpiry) ? " (expired)" : "") +
+           "\nfor       " + table_printer::AnalyserWord(row.values[COLUMN_MID]) + "\ndetail    " +
            (row.bTooBig ? "(too big to show)" : text::ForTerminal(DetailOf(row)));
 }
 
@@ -87,17 +88,18 @@ std::string ToJson(const TableRow& row) {
     const std::optional<int64_t> tmExpiry = ExpiryOf(row);
     JsonObject json;
     json.Add("key", row.values[COLUMN_KEY].strText);
-    view::AddNumber(json, "level", row.values[COLUMN_LEVEL].nNumber);
-    json.Add("verdict", view::LevelWord(row.values[COLUMN_LEVEL]));
-    view::AddNumber(json, module_facts::CACHE_COLUMNS[COLUMN_CREATE],
-                    row.values[COLUMN_CREATE].nNumber);
-    view::AddTime(json, "recorded", row.values[COLUMN_CREATE].nNumber);
-    view::AddNumber(json, module_facts::CACHE_COLUMNS[COLUMN_INTERVAL],
-                    row.values[COLUMN_INTERVAL].nNumber);
-    view::AddTime(json, "expires", tmExpiry);
+    table_printer::AddNumber(json, "level", row.values[COLUMN_LEVEL].nNumber);
+    json.Add("verdict", table_printer::LevelWord(row.values[COLUMN_LEVEL]));
+    table_printer::AddNumber(json, module_facts::CACHE_COLUMNS[COLUMN_CREATE],
+                             row.values[COLUMN_CREATE].nNumber);
+    table_printer::AddTime(json, "recorded", row.values[COLUMN_CREATE].nNumber);
+    table_printer::AddNumber(json, module_facts::CACHE_COLUMNS[COLUMN_INTERVAL],
+                             row.values[COLUMN_INTERVAL].nNumber);
+    table_printer::AddTime(json, "expires", tmExpiry);
     json.Add("expired", IsExpired(tmExpiry));
-    view::AddNumber(json, module_facts::CACHE_COLUMNS[COLUMN_MID], row.values[COLUMN_MID].nNumber);
-    json.Add("for", view::AnalyserWord(row.values[COLUMN_MID]));
+    table_printer::AddNumber(json, module_facts::CACHE_COLUMNS[COLUMN_MID],
+                             row.values[COLUMN_MID].nNumber);
+    json.Add("for", table_printer::AnalyserWord(row.values[COLUMN_MID]));
     if (row.bTooBig) {
         json.AddJson("detail", "null");
     } else {
@@ -113,7 +115,7 @@ void AddList(Command& verdicts, const HostOptions& options, int& nExitCode) {
         .TypeName("N")
         .Positive();
     list.OnRun([&options, &nExitCode, pnLimit] {
-        nExitCode = view::List(
+        nExitCode = table_printer::List(
             CacheTable(options), *pnLimit,
             options.Choose(TableLine("RECORDED", "VERDICT", "EXPIRES", "FOR", "KEY"),
                            std::string()),
@@ -127,10 +129,11 @@ void AddGet(Command& verdicts, const HostOptions& options, int& nExitCode) {
     get.AddOption("KEY", *pstrKey, "The program's SHA-1 and MD5 digests, one after the other")
         .Required();
     get.OnRun([&options, &nExitCode, pstrKey] {
-        nExitCode = view::Show(CacheTable(options), module_facts::CACHE_KEY, *pstrKey,
-                               "no verdict is stored for " + text::ForTerminal(*pstrKey) +
-                                   "; 'tevmon-host verdicts list' shows the keys that have one",
-                               options.Choose(ToText, ToJson));
+        nExitCode =
+            table_printer::Show(CacheTable(options), module_facts::CACHE_KEY, *pstrKey,
+                                "no verdict is stored for " + text::ForTerminal(*pstrKey) +
+                                    "; 'tevmon-host verdicts list' shows the keys that have one",
+                                options.Choose(ToText, ToJson));
     });
 }
 
@@ -141,6 +144,8 @@ void AddVerdictsCommand(Command& program, const HostOptions& options, int& nExit
     verdicts.NeedsCommand();  // --json and the like may stand behind the command
     AddList(verdicts, options, nExitCode);
     verdicts.AddCommand("count", "Print how many verdicts are stored")
-        .OnRun([&options, &nExitCode] { nExitCode = view::Count(CacheTable(options), options); });
+        .OnRun([&options, &nExitCode] {
+            nExitCode = table_printer::Count(CacheTable(options), options);
+        });
     AddGet(verdicts, options, nExitCode);
 }

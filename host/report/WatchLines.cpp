@@ -107,13 +107,13 @@ void WatchLines::Show(const VerdictRow& row) {
     }
 }
 
-ViewNumbers WatchLines::HeadNumbers() const {
+ScreenNumbers WatchLines::HeadNumbers() const {
     const Balance balance = m_journal.CurrentBalance(false);
     const auto answers = [&balance](int nLevel) {
         const auto found = balance.module.answersByLevel.find(nLevel);
         return found == balance.module.answersByLevel.end() ? 0 : found->second;
     };
-    ViewNumbers numbers;
+    ScreenNumbers numbers;
     numbers.nLaunches = balance.launches.nCaptured;
     numbers.nFiles = balance.files.nCaptured;
     numbers.nWaitingEvents = balance.events.nWaiting;

@@ -44,7 +44,7 @@ private:
     bool Take(const ProgramJudged& event);
 
     void Show(const VerdictRow& row);
-    ViewNumbers HeadNumbers() const;
+    ScreenNumbers HeadNumbers() const;
 
     Console& m_output;
     const HostOptions& m_options;

@@ -108,7 +108,7 @@ CASES = {
                     ["replay", "--json", *STATE, *LISTS, "--drain", "@broken.jsonl"]],
     "scan": [["scan", *STATE, *LISTS, "--passes", "2", "@bin"], ["scan", *STATE, *LISTS, "-v", "@bin"]],
     "scan_json": [["scan", "--json", *STATE, *LISTS, "--passes", "2", "--batch", "10", "@bin"]],
-    "views": [["scan", *STATE, *LISTS, "@bin"], ["queue", "count", *STATE], ["queue", "list", *STATE],
+    "tables": [["scan", *STATE, *LISTS, "@bin"], ["queue", "count", *STATE], ["queue", "list", *STATE],
               ["queue", "list", "--json", *STATE], ["queue", "show", "1", *STATE],
               ["verdicts", "count", *STATE], ["verdicts", "count", "--json", *STATE],
               ["verdicts", "list", *STATE], ["verdicts", "list", "--json", *STATE],

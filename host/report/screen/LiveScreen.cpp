@@ -152,7 +152,7 @@ std::vector<VerdictRow> LiveScreen::Rows() const {
 }
 
 void LiveScreen::Run() {
-    pthread_setname_np(pthread_self(), "host_view");
+    pthread_setname_np(pthread_self(), "host_screen");
     MutexLock lock(m_mutex);
     while (!m_bEnd) {
         lock.Unlock();
@@ -175,11 +175,11 @@ void LiveScreen::Run() {
 }
 
 void LiveScreen::DrawNow() {
-    ViewScreen screen;
+    ScreenFormat screen;
     (void)m_terminal.Size(screen.nColumns, screen.nRows);  // unknown: 80 and 24
     screen.bColour = m_bColour;
     screen.bUnicode = m_bUnicode;
-    ViewNumbers numbers = m_fnNumbers();
+    ScreenNumbers numbers = m_fnNumbers();
     AddRates(numbers);
     numbers.strClock = text::ClockNow();
     const auto up = std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - m_begun);
@@ -198,7 +198,7 @@ void LiveScreen::DrawNow() {
     m_terminal.Draw(screen_layout::Lines(numbers, rows, screen));
 }
 
-void LiveScreen::AddRates(ViewNumbers& numbers) {
+void LiveScreen::AddRates(ScreenNumbers& numbers) {
     const auto now = Clock::now();
     m_samples.push_back({now, numbers.nLaunches, numbers.nFiles});
     while (m_samples.size() > 2 && now - m_samples.front().when > RATE_TIME) {

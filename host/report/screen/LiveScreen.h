@@ -1,4 +1,4 @@
-// The steady view of a watch on a terminal: it takes what happens and draws it a few times a
+// The steady screen of a watch on a terminal: it takes what happens and draws it a few times a
 // second.
 //
 // What the module skips because it knows the verdict is folded into the line that the same program
@@ -30,7 +30,7 @@ class LiveScreen : public IScreen {
 public:
     using Clock = MonotonicCondition::Clock;
     // All but the rates, the state and the clock.
-    using MakeNumbers = std::function<ViewNumbers()>;
+    using MakeNumbers = std::function<ScreenNumbers()>;
 
     static constexpr size_t MOST_ROWS = 300;
     static constexpr std::chrono::milliseconds BETWEEN_SCREENS{200};
@@ -41,7 +41,7 @@ public:
     LiveScreen(const LiveScreen&) = delete;
     LiveScreen& operator=(const LiveScreen&) = delete;
 
-    // Takes standard output's terminal; from now on lines of the output are lines of the view.
+    // Takes standard output's terminal; from now on lines of the output are lines of the screen.
     // False when there is none, and then nothing has changed.
     bool Begin();
     // Gives the terminal back as it was, and prints once more there what went wrong meanwhile.
@@ -63,7 +63,7 @@ private:
 
     void Run();
     void DrawNow();
-    void AddRates(ViewNumbers& numbers);
+    void AddRates(ScreenNumbers& numbers);
 
     Console& m_output;
     const MakeNumbers m_fnNumbers;

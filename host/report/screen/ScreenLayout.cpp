@@ -26,7 +26,7 @@ constexpr char GREEN[] = "\033[32m";
 constexpr char YELLOW[] = "\033[33m";
 constexpr char REVERSE[] = "\033[7m";
 
-std::string Paint(const ViewScreen& screen, const char* pszCode, const std::string& strText) {
+std::string Paint(const ScreenFormat& screen, const char* pszCode, const std::string& strText) {
     return screen.bColour && *pszCode != '\0' ? pszCode + strText + "\033[0m" : strText;
 }
 
@@ -45,7 +45,7 @@ std::string RateText(double dRate) {
     return text::Number(static_cast<uint64_t>(std::llround(dRate))) + "/s";
 }
 
-std::string Title(const ViewNumbers& numbers, const ViewScreen& screen) {
+std::string Title(const ScreenNumbers& numbers, const ScreenFormat& screen) {
     const std::string strLeft = " tevmon-host watch   " + text::ForTerminal(numbers.strState);
     std::string strRight = "up " + UpText(numbers.nUpSeconds) + "   " + numbers.strClock + " ";
     if (screen.nColumns >= 100) {
@@ -86,7 +86,7 @@ const char* WhenSome(uint64_t nNumber, const char* pszCode) {
     return nNumber == 0 ? DIM : pszCode;
 }
 
-std::vector<Field> Fields(const ViewNumbers& numbers, bool bWide) {
+std::vector<Field> Fields(const ScreenNumbers& numbers, bool bWide) {
     const uint64_t nLooked = numbers.nQueried + numbers.nCached;
     const std::string strHits =
         nLooked == 0 ? "-" : std::to_string(numbers.nCached * 100 / nLooked) + " %";
@@ -119,7 +119,7 @@ std::vector<Field> Fields(const ViewNumbers& numbers, bool bWide) {
 }
 
 // " launches   1,234,567  812/s  "
-std::string FieldText(const Field& field, size_t nWidth, const ViewScreen& screen) {
+std::string FieldText(const Field& field, size_t nWidth, const ScreenFormat& screen) {
     const size_t nLabel = 11;
     const bool bMore = nWidth >= 27;
     const size_t nNumber = std::min<size_t>(nWidth - nLabel - (bMore ? 9 : 2), 9);
@@ -134,7 +134,7 @@ std::string FieldText(const Field& field, size_t nWidth, const ViewScreen& scree
                   : std::string(nRest, ' '));
 }
 
-std::vector<std::string> FieldLines(const ViewNumbers& numbers, const ViewScreen& screen) {
+std::vector<std::string> FieldLines(const ScreenNumbers& numbers, const ScreenFormat& screen) {
     std::vector<std::string> lines;
     const size_t nFields = std::clamp<size_t>(screen.nColumns / NARROWEST_FIELD, 1, MOST_FIELDS);
     const size_t nWidth = std::min(screen.nColumns / nFields, WIDEST_FIELD);
@@ -176,7 +176,7 @@ struct Columns {
     size_t nWhy = 0;
 };
 
-std::string ColumnHeading(const ViewScreen& screen) {
+std::string ColumnHeading(const ScreenFormat& screen) {
     const Columns columns(screen.nColumns);
     const bool bUnicode = screen.bUnicode;
     std::string strLine = " TIME      " +
@@ -194,14 +194,14 @@ std::string ColumnHeading(const ViewScreen& screen) {
 }
 
 // A text of the host or the module takes the whole line.
-std::string TextLine(const VerdictRow& row, const ViewScreen& screen) {
+std::string TextLine(const VerdictRow& row, const ScreenFormat& screen) {
     const size_t nRest = screen.nColumns > 11 ? screen.nColumns - 11 : 0;
     return Paint(screen, DIM, " " + row.strTime) + "  " +
            Paint(screen, YELLOW,
                  display_width::Fit(text::ForTerminal(row.strSubject), nRest, screen.bUnicode));
 }
 
-std::string VerdictText(const VerdictRow& row, size_t nWidth, const ViewScreen& screen) {
+std::string VerdictText(const VerdictRow& row, size_t nWidth, const ScreenFormat& screen) {
     const std::string strText =
         row.nLevel == 0 || nWidth < 12
             ? row.strVerdict
@@ -210,7 +210,7 @@ std::string VerdictText(const VerdictRow& row, size_t nWidth, const ViewScreen& 
     return Paint(screen, row.nLevel == 0 ? RED : LevelCode(row.nLevel), strFit);
 }
 
-std::string RowLine(const VerdictRow& row, const ViewScreen& screen) {
+std::string RowLine(const VerdictRow& row, const ScreenFormat& screen) {
     if (row.strVerdict.empty()) {
         return TextLine(row, screen);
     }
@@ -241,8 +241,8 @@ std::string RowLine(const VerdictRow& row, const ViewScreen& screen) {
 
 }  // namespace
 
-std::vector<std::string> Lines(const ViewNumbers& numbers, const std::vector<VerdictRow>& rows,
-                               const ViewScreen& screen) {
+std::vector<std::string> Lines(const ScreenNumbers& numbers, const std::vector<VerdictRow>& rows,
+                               const ScreenFormat& screen) {
     std::vector<std::string> lines = {Title(numbers, screen)};
     const std::vector<std::string> fields = FieldLines(numbers, screen);
     // On a screen too small for both the list goes first.

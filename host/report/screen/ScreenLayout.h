@@ -11,7 +11,7 @@
 
 #include "host/report/text/VerdictRow.h"
 
-struct ViewNumbers {
+struct ScreenNumbers {
     std::string strState;  // what the host is doing
     std::string strClock;
     uint64_t nUpSeconds = 0;
@@ -35,7 +35,7 @@ struct ViewNumbers {
     uint64_t nUnexplained = 0;
 };
 
-struct ViewScreen {
+struct ScreenFormat {
     size_t nColumns = 80;
     size_t nRows = 24;
     bool bColour = true;
@@ -46,8 +46,8 @@ namespace screen_layout {
 
 // Exactly nRows lines of at most nColumns cells. rows: the newest last; those that find no room
 // are left out. Their foreign texts are made safe here.
-std::vector<std::string> Lines(const ViewNumbers& numbers, const std::vector<VerdictRow>& rows,
-                               const ViewScreen& screen);
+std::vector<std::string> Lines(const ScreenNumbers& numbers, const std::vector<VerdictRow>& rows,
+                               const ScreenFormat& screen);
 
 }  // namespace screen_layout
 

@@ -31,21 +31,23 @@ protected:
                        std::to_string(nRows) + ") insert into t select n, 'b' from c");
     }
     Printed List(int64_t nLimit, const std::string& strHeader) const {
-        return PrintedOf(
-            [&] { return view::List(m_table, nLimit, strHeader, "no rows here", ToLine); });
+        return PrintedOf([&] {
+            return table_printer::List(m_table, nLimit, strHeader, "no rows here", ToLine);
+        });
     }
     Printed Count(bool bJson) const {
         HostOptions options;
         options.bJson = bJson;
-        return PrintedOf([&] { return view::Count(m_table, options); });
+        return PrintedOf([&] { return table_printer::Count(m_table, options); });
     }
     Printed Show(int64_t nName) const {
-        return PrintedOf([&] { return view::Show(m_table, "name", nName, "no such row", ToLine); });
+        return PrintedOf(
+            [&] { return table_printer::Show(m_table, "name", nName, "no such row", ToLine); });
     }
 
     TestDir m_dir;
     DbFile m_file;
-    view::TableView m_table{m_dir.Database("test.db"), "t", {"name", "big"}};
+    table_printer::Table m_table{m_dir.Database("test.db"), "t", {"name", "big"}};
 
 private:
     static std::string ToLine(const TableRow& row) { return "row " + row.values.at(0).strText; }
@@ -62,53 +64,53 @@ private:
 }  // namespace
 
 TEST(TablePrinterTest, PadFillsAndNeverCuts) {
-    EXPECT_EQ("ab  ", view::Pad("ab", 4));
-    EXPECT_EQ("abcde", view::Pad("abcde", 4));
+    EXPECT_EQ("ab  ", table_printer::Pad("ab", 4));
+    EXPECT_EQ("abcde", table_printer::Pad("abcde", 4));
 }
 
 TEST(TablePrinterTest, PreviewCutsBetweenCharacters) {
-    EXPECT_EQ("", view::Preview("", 4));
-    EXPECT_EQ("abcd", view::Preview("abcd", 4));
-    EXPECT_EQ("abcd...", view::Preview("abcde", 4));
-    EXPECT_EQ("abc\u00E4...", view::Preview("abc\u00E4x", 4));
-    EXPECT_EQ("\\xFF\\x0A...", view::Preview("\xFF\nx", 2));
+    EXPECT_EQ("", table_printer::Preview("", 4));
+    EXPECT_EQ("abcd", table_printer::Preview("abcd", 4));
+    EXPECT_EQ("abcd...", table_printer::Preview("abcde", 4));
+    EXPECT_EQ("abc\u00E4...", table_printer::Preview("abc\u00E4x", 4));
+    EXPECT_EQ("\\xFF\\x0A...", table_printer::Preview("\xFF\nx", 2));
 }
 
 TEST(TablePrinterTest, NumbersThatAreNoneShowAsDashAndNull) {
     JsonObject json;
-    view::AddNumber(json, "number", std::nullopt);
-    view::AddTime(json, "time", std::nullopt);
+    table_printer::AddNumber(json, "number", std::nullopt);
+    table_printer::AddTime(json, "time", std::nullopt);
 
     EXPECT_EQ("{\"number\":null,\"time\":null}", json.Text());
-    EXPECT_EQ("-", view::TimeText(std::nullopt));
-    EXPECT_EQ("-", view::LevelWord({std::nullopt, "x"}));
-    EXPECT_EQ("-", view::AnalyserWord({std::nullopt, "x"}));
+    EXPECT_EQ("-", table_printer::TimeText(std::nullopt));
+    EXPECT_EQ("-", table_printer::LevelWord({std::nullopt, "x"}));
+    EXPECT_EQ("-", table_printer::AnalyserWord({std::nullopt, "x"}));
 }
 
 TEST(TablePrinterTest, LevelsBeyondAnIntAreShownAsTheyAre) {
-    EXPECT_EQ("bad", view::LevelWord({70, "70"}));
-    EXPECT_EQ("level -1", view::LevelWord({-1, "-1"}));
-    EXPECT_EQ("level 4294967366", view::LevelWord({4294967366, "4294967366"}));
+    EXPECT_EQ("bad", table_printer::LevelWord({70, "70"}));
+    EXPECT_EQ("level -1", table_printer::LevelWord({-1, "-1"}));
+    EXPECT_EQ("level 4294967366", table_printer::LevelWord({4294967366, "4294967366"}));
 }
 
 TEST(TablePrinterTest, LevelsAndAnalysersAreNamed) {
-    EXPECT_EQ("process creations", view::AnalyserWord({5, "5"}));
-    EXPECT_EQ("file operations", view::AnalyserWord({6, "6"}));
-    EXPECT_EQ("analyser 7", view::AnalyserWord({7, "7"}));
-    EXPECT_EQ("analyser -5", view::AnalyserWord({-5, "-5"}));
-    EXPECT_EQ("level 2147483648", view::LevelWord({2147483648, "2147483648"}));
-    EXPECT_EQ("level -2147483649", view::LevelWord({-2147483649, "-2147483649"}));
-    EXPECT_EQ("level 2147483647", view::LevelWord({2147483647, "2147483647"}));
+    EXPECT_EQ("process creations", table_printer::AnalyserWord({5, "5"}));
+    EXPECT_EQ("file operations", table_printer::AnalyserWord({6, "6"}));
+    EXPECT_EQ("analyser 7", table_printer::AnalyserWord({7, "7"}));
+    EXPECT_EQ("analyser -5", table_printer::AnalyserWord({-5, "-5"}));
+    EXPECT_EQ("level 2147483648", table_printer::LevelWord({2147483648, "2147483648"}));
+    EXPECT_EQ("level -2147483649", table_printer::LevelWord({-2147483649, "-2147483649"}));
+    EXPECT_EQ("level 2147483647", table_printer::LevelWord({2147483647, "2147483647"}));
 }
 
 TEST(TablePrinterTest, NumbersAndTimesThatThereAreStandInTheJson) {
     const TimeZone zone("UTC0");
     JsonObject json;
-    view::AddNumber(json, "number", -3);
-    view::AddTime(json, "time", 1);
+    table_printer::AddNumber(json, "number", -3);
+    table_printer::AddTime(json, "time", 1);
 
     EXPECT_EQ(R"({"number":-3,"time":"1970-01-01 00:00:01"})", json.Text());
-    EXPECT_EQ("1970-01-01 00:00:01", view::TimeText(1));
+    EXPECT_EQ("1970-01-01 00:00:01", table_printer::TimeText(1));
 }
 
 TEST_F(TablePrinterRowsTest, EveryRowIsALineUnderTheHeader) {

@@ -21,13 +21,13 @@ VerdictRow Row(const std::string& strSubject, int nLevel) {
 }
 
 LiveScreen::MakeNumbers NoNumbers() {
-    return [] { return ViewNumbers(); };
+    return [] { return ScreenNumbers(); };
 }
 
 // What stands in the rows, one a line.
-std::string Subjects(const LiveScreen& view) {
+std::string Subjects(const LiveScreen& screen) {
     std::string strSubjects;
-    for (const VerdictRow& row : view.Rows()) {
+    for (const VerdictRow& row : screen.Rows()) {
         strSubjects += row.strSubject + "\n";
     }
     return strSubjects;
@@ -37,12 +37,12 @@ std::string Subjects(const LiveScreen& view) {
 
 TEST(LiveScreenTest, TheSameAgainIsFoldedIntoItsLineWhichIsTheLastThen) {
     Console output;
-    LiveScreen view(output, NoNumbers(), [] {});
-    view.Add(Row("/bin/a", 10));
-    view.Add(Row("/bin/b", 10));
-    view.Add(Row("/bin/a", 10));
+    LiveScreen screen(output, NoNumbers(), [] {});
+    screen.Add(Row("/bin/a", 10));
+    screen.Add(Row("/bin/b", 10));
+    screen.Add(Row("/bin/a", 10));
 
-    const std::vector<VerdictRow> rows = view.Rows();
+    const std::vector<VerdictRow> rows = screen.Rows();
     ASSERT_EQ(2u, rows.size());
     EXPECT_EQ("/bin/b", rows[0].strSubject);
     EXPECT_EQ("/bin/a", rows[1].strSubject);
@@ -51,32 +51,32 @@ TEST(LiveScreenTest, TheSameAgainIsFoldedIntoItsLineWhichIsTheLastThen) {
 
 TEST(LiveScreenTest, ABlockedProgramHasALineEveryTime) {
     Console output;
-    LiveScreen view(output, NoNumbers(), [] {});
-    view.Add(Row("/bin/bad", 70));
-    view.Add(Row("/bin/bad", 70));
+    LiveScreen screen(output, NoNumbers(), [] {});
+    screen.Add(Row("/bin/bad", 70));
+    screen.Add(Row("/bin/bad", 70));
 
-    EXPECT_EQ(2u, view.Rows().size());
+    EXPECT_EQ(2u, screen.Rows().size());
 }
 
 TEST(LiveScreenTest, WhatIsHeldIsBounded) {
     Console output;
-    LiveScreen view(output, NoNumbers(), [] {});
+    LiveScreen screen(output, NoNumbers(), [] {});
     for (size_t i = 0; i < 2 * LiveScreen::MOST_ROWS; ++i) {
-        view.Add(Row(std::to_string(i), 40));
+        screen.Add(Row(std::to_string(i), 40));
     }
-    view.Add(Row("0", 40));
+    screen.Add(Row("0", 40));
 
-    EXPECT_EQ(300u, view.Rows().size());
-    EXPECT_EQ(1u, view.Rows().back().nTimes);
+    EXPECT_EQ(300u, screen.Rows().size());
+    EXPECT_EQ(1u, screen.Rows().back().nTimes);
 }
 
 TEST(LiveScreenTest, WithoutATerminalNothingChanges) {
     const Variable term("TERM", "xterm");
     const StdoutCapture standardOutput;
     Console output;
-    LiveScreen view(output, NoNumbers(), [] {});
+    LiveScreen screen(output, NoNumbers(), [] {});
 
-    EXPECT_FALSE(view.Begin());
+    EXPECT_FALSE(screen.Begin());
     output.Line("a line");
 
     EXPECT_EQ("a line\n", standardOutput.Text());
@@ -87,25 +87,25 @@ TEST(LiveScreenTest, ATerminalThatCannotBeDrawnOnIsNone) {
     const OnTerminal onTerminal(pty);
     const Variable term("TERM", "dumb");
     Console output;
-    LiveScreen view(output, NoNumbers(), [] {});
+    LiveScreen screen(output, NoNumbers(), [] {});
 
-    EXPECT_FALSE(view.Begin());
+    EXPECT_FALSE(screen.Begin());
 }
 
 TEST(LiveScreenTest, LinesOfTheOutputAreLinesOfTheViewAndErrorsAreToldOnceMoreAfterIt) {
     const Pty pty;
     const OnTerminal onTerminal(pty);
     Console output;
-    LiveScreen view(output, NoNumbers(), [] {});
-    ASSERT_TRUE(view.Begin());
-    view.State("watching");
+    LiveScreen screen(output, NoNumbers(), [] {});
+    ASSERT_TRUE(screen.Begin());
+    screen.State("watching");
     testing::internal::CaptureStderr();
 
     output.Line("12:00:00  a line\nand another");
     output.Error("an error");
-    view.Add(Row("/bin/program", 40));
+    screen.Add(Row("/bin/program", 40));
     const std::string strDrawn = pty.ReadUntil("/bin/program");
-    view.End();
+    screen.End();
     output.Line("after it");
 
     EXPECT_THAT(strDrawn, HasSubstr("a line"));
@@ -119,8 +119,8 @@ TEST(LiveScreenTest, TheViewFollowsTheSizeOfTheTerminal) {
     const Pty pty;
     const OnTerminal onTerminal(pty);
     Console output;
-    LiveScreen view(output, NoNumbers(), [] {});
-    ASSERT_TRUE(view.Begin());
+    LiveScreen screen(output, NoNumbers(), [] {});
+    ASSERT_TRUE(screen.Begin());
     pty.ReadUntil("unexplained");
     pty.Resize(120, 30);
 
@@ -133,95 +133,95 @@ TEST(LiveScreenTest, ATerminalThatHungUpIsToldOnce) {
     Console output;
     std::atomic<int> nVanished{0};
     Event gone;
-    LiveScreen view(
-        output, [] { return ViewNumbers(); },
+    LiveScreen screen(
+        output, [] { return ScreenNumbers(); },
         [&] {
             ++nVanished;
             gone.Set();
         });
-    ASSERT_TRUE(view.Begin());
+    ASSERT_TRUE(screen.Begin());
     pty.HangUp();
     EXPECT_TRUE(gone.WaitFor(HANGS_AFTER));
-    view.End();
+    screen.End();
 
     EXPECT_EQ(1, nVanished);
 }
 
 TEST(LiveScreenTest, OnlyTheSameActOfTheSameProgramWithTheSameVerdictIsFolded) {
     Console output;
-    LiveScreen view(output, NoNumbers(), [] {});
+    LiveScreen screen(output, NoNumbers(), [] {});
     VerdictRow row = Row("/bin/a", 20);
     row.nTimes = 3;
-    view.Add(row);
-    view.Add(Row("/bin/b", 20));
-    view.Add(Row("/bin/a", 40));
+    screen.Add(row);
+    screen.Add(Row("/bin/b", 20));
+    screen.Add(Row("/bin/a", 40));
     row.strBy = "/bin/bash";
-    view.Add(row);
+    screen.Add(row);
     row.strWhat = "FileCreate";
-    view.Add(row);
-    EXPECT_EQ("/bin/a\n/bin/b\n/bin/a\n/bin/a\n/bin/a\n", Subjects(view));
+    screen.Add(row);
+    EXPECT_EQ("/bin/a\n/bin/b\n/bin/a\n/bin/a\n/bin/a\n", Subjects(screen));
 
-    view.Add(row);
-    EXPECT_EQ(5u, view.Rows().size());
-    EXPECT_EQ(6u, view.Rows().back().nTimes);
+    screen.Add(row);
+    EXPECT_EQ(5u, screen.Rows().size());
+    EXPECT_EQ(6u, screen.Rows().back().nTimes);
 }
 
 TEST(LiveScreenTest, ANameWithALineFeedIsNotTwoNames) {
     Console output;
-    LiveScreen view(output, NoNumbers(), [] {});
+    LiveScreen screen(output, NoNumbers(), [] {});
     VerdictRow row = Row("/tmp/a", 40);
     row.strBy = "/tmp/b\n/tmp/c";
-    view.Add(row);
+    screen.Add(row);
     row.strSubject = "/tmp/a\n/tmp/b";
     row.strBy = "/tmp/c";
-    view.Add(row);
+    screen.Add(row);
     row.strSubject = "/tmp/a\n";
     row.strBy = "/tmp/b/tmp/c";
-    view.Add(row);
+    screen.Add(row);
 
-    EXPECT_EQ(3u, view.Rows().size());
+    EXPECT_EQ(3u, screen.Rows().size());
 }
 
 TEST(LiveScreenTest, WhatIsNoVerdictAndWhatIsBadIsNeverFolded) {
     Console output;
-    LiveScreen view(output, NoNumbers(), [] {});
+    LiveScreen screen(output, NoNumbers(), [] {});
     for (int i = 0; i < 2; ++i) {
-        view.Add(Row("/bin/doubtful", 59));
-        view.Add(Row("/bin/bad", 60));
-        view.Add(verdict_row::Unjudged("lost", "launch", "1 launch", "why"));
-        view.ScreenLine("a line", false);
+        screen.Add(Row("/bin/doubtful", 59));
+        screen.Add(Row("/bin/bad", 60));
+        screen.Add(verdict_row::Unjudged("lost", "launch", "1 launch", "why"));
+        screen.ScreenLine("a line", false);
     }
 
     EXPECT_EQ("/bin/bad\n1 launch\na line\n/bin/doubtful\n/bin/bad\n1 launch\na line\n",
-              Subjects(view));
+              Subjects(screen));
 }
 
 TEST(LiveScreenTest, EachLineOfATextIsARowWithoutItsOwnTime) {
     Console output;
-    LiveScreen view(output, NoNumbers(), [] {});
-    view.ScreenLine("09:30:00  queue\n  captured  1\n\nlast", false);
-    view.ScreenLine("09:30:00 one blank", false);
-    view.ScreenLine("09:30:00  ", false);
-    view.ScreenLine("", false);
+    LiveScreen screen(output, NoNumbers(), [] {});
+    screen.ScreenLine("09:30:00  queue\n  captured  1\n\nlast", false);
+    screen.ScreenLine("09:30:00 one blank", false);
+    screen.ScreenLine("09:30:00  ", false);
+    screen.ScreenLine("", false);
 
-    EXPECT_EQ("queue\n  captured  1\n\nlast\n09:30:00 one blank\n09:30:00  \n\n", Subjects(view));
-    EXPECT_EQ(8u, view.Rows()[0].strTime.size());
-    EXPECT_EQ("", view.Rows()[0].strVerdict);
+    EXPECT_EQ("queue\n  captured  1\n\nlast\n09:30:00 one blank\n09:30:00  \n\n", Subjects(screen));
+    EXPECT_EQ(8u, screen.Rows()[0].strTime.size());
+    EXPECT_EQ("", screen.Rows()[0].strVerdict);
 }
 
 TEST(LiveScreenTest, OfManyErrorsTheLastArePrintedOnceMoreAndOnlyOnce) {
     const Pty pty;
     const OnTerminal onTerminal(pty);
     Console output;
-    LiveScreen view(output, NoNumbers(), [] {});
-    ASSERT_TRUE(view.Begin());
+    LiveScreen screen(output, NoNumbers(), [] {});
+    ASSERT_TRUE(screen.Begin());
     for (int i = 0; i < 32; ++i) {
-        view.ScreenLine("error " + std::to_string(i), true);
-        view.ScreenLine("no error", false);
+        screen.ScreenLine("error " + std::to_string(i), true);
+        screen.ScreenLine("no error", false);
     }
     testing::internal::CaptureStderr();
-    view.End();
-    view.End();
+    screen.End();
+    screen.End();
 
     std::string strErrors;
     for (int i = 2; i < 32; ++i) {
@@ -234,15 +234,15 @@ TEST(LiveScreenTest, ASecondViewDoesNotTakeTheTerminalFromTheFirst) {
     const Pty pty;
     const OnTerminal onTerminal(pty);
     Console output;
-    LiveScreen view(output, NoNumbers(), [] {});
-    ASSERT_TRUE(view.Begin());
+    LiveScreen screen(output, NoNumbers(), [] {});
+    ASSERT_TRUE(screen.Begin());
     {
         LiveScreen second(output, NoNumbers(), [] {});
         EXPECT_FALSE(second.Begin());
     }
     output.Line("a line");
 
-    EXPECT_EQ("a line\n", Subjects(view));
+    EXPECT_EQ("a line\n", Subjects(screen));
     EXPECT_THAT(pty.ReadUntil("a line"), Not(HasSubstr("\033[?1049l")));
 }
 
@@ -251,18 +251,18 @@ TEST(LiveScreenTest, AScreenThatFindsNoMemoryIsLeftOutAndTheNextIsDrawn) {
     const OnTerminal onTerminal(pty, STDOUT_FILENO, "1");
     Console output;
     std::atomic<int> nScreens{0};
-    LiveScreen view(
+    LiveScreen screen(
         output,
         [&nScreens] {
             if (++nScreens == 1) {
                 throw std::bad_alloc();
             }
-            ViewNumbers numbers;
+            ScreenNumbers numbers;
             numbers.nPackaged = 4711;
             return numbers;
         },
         [] {});
-    ASSERT_TRUE(view.Begin());
+    ASSERT_TRUE(screen.Begin());
 
     EXPECT_THAT(DrawnScreen(pty).AwaitText(3, "packaged"), HasSubstr(" packaged     4,711 "));
 }
@@ -271,15 +271,15 @@ TEST(LiveScreenTest, ItsTitleHasTheStateOfTheMoment) {
     const Pty pty;
     const OnTerminal onTerminal(pty, STDOUT_FILENO, "1");
     Console output;
-    LiveScreen view(output, NoNumbers(), [] {});
-    ASSERT_TRUE(view.Begin());
-    DrawnScreen screen(pty);
+    LiveScreen screen(output, NoNumbers(), [] {});
+    ASSERT_TRUE(screen.Begin());
+    DrawnScreen drawn(pty);
 
-    EXPECT_THAT(screen.AwaitText(1, "up 0:"), HasSubstr(" tevmon-host watch               "));
-    view.State("going on");
-    EXPECT_THAT(screen.AwaitText(1, "going"), HasSubstr(" tevmon-host watch   going on   "));
-    view.State("");
-    EXPECT_THAT(screen.AwaitText(1, "watch              "), Not(HasSubstr("going on")));
+    EXPECT_THAT(drawn.AwaitText(1, "up 0:"), HasSubstr(" tevmon-host watch               "));
+    screen.State("going on");
+    EXPECT_THAT(drawn.AwaitText(1, "going"), HasSubstr(" tevmon-host watch   going on   "));
+    screen.State("");
+    EXPECT_THAT(drawn.AwaitText(1, "watch              "), Not(HasSubstr("going on")));
 }
 
 TEST(LiveScreenTest, RatesAreThoseOfTheLastSeconds) {
@@ -289,22 +289,22 @@ TEST(LiveScreenTest, RatesAreThoseOfTheLastSeconds) {
     const OnTerminal onTerminal(pty, STDOUT_FILENO, "1");
     Console output;
     std::atomic<bool> bMore{true};
-    LiveScreen view(
+    LiveScreen screen(
         output,
         [&bMore, nLaunches = uint64_t{0}]() mutable {
-            ViewNumbers numbers;
+            ScreenNumbers numbers;
             numbers.nLaunches = nLaunches += bMore ? 1000000000 : 0;
             return numbers;
         },
         [] {});
-    ASSERT_TRUE(view.Begin());
-    DrawnScreen screen(pty);
+    ASSERT_TRUE(screen.Begin());
+    DrawnScreen drawn(pty);
 
     const std::string strMany = "~ files              0  0/s  ";
-    EXPECT_THAT(screen.AwaitText(2, strMany), HasSubstr(strMany));
+    EXPECT_THAT(drawn.AwaitText(2, strMany), HasSubstr(strMany));
     bMore = false;
     const std::string strNone = "  0/s     files              0  0/s  ";
-    EXPECT_THAT(screen.AwaitText(2, strNone), HasSubstr(strNone));
+    EXPECT_THAT(drawn.AwaitText(2, strNone), HasSubstr(strNone));
 }
 
 TEST(LiveScreenTest, TheFirstVariableThatIsSetSaysWhetherTheTerminalTakesUnicode) {
@@ -329,10 +329,10 @@ TEST(LiveScreenTest, TheFirstVariableThatIsSetSaysWhetherTheTerminalTakesUnicode
         const Pty pty;
         const OnTerminal onTerminal(pty, STDOUT_FILENO, "1");
         Console output;
-        LiveScreen view(output, NoNumbers(), [] {});
-        view.Add(Row("/bin/a", 10));
-        view.Add(Row("/bin/a", 10));
-        ASSERT_TRUE(view.Begin());
+        LiveScreen screen(output, NoNumbers(), [] {});
+        screen.Add(Row("/bin/a", 10));
+        screen.Add(Row("/bin/a", 10));
+        ASSERT_TRUE(screen.Begin());
 
         EXPECT_THAT(DrawnScreen(pty).AwaitText(7, "/bin/a"),
                     HasSubstr(std::string("  launch         ") + each.pszTimes + "  /bin/a "));

@@ -15,8 +15,8 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-ViewNumbers Numbers() {
-    ViewNumbers numbers;
+ScreenNumbers Numbers() {
+    ScreenNumbers numbers;
     numbers.strState = "watching";
     numbers.strClock = "09:30:00";
     numbers.nUpSeconds = 3723;
@@ -41,8 +41,8 @@ VerdictRow Row(const std::string& strSubject, const std::string& strBy, const Ve
     return row;
 }
 
-ViewScreen Screen(size_t nColumns, size_t nRows) {
-    ViewScreen screen;
+ScreenFormat Screen(size_t nColumns, size_t nRows) {
+    ScreenFormat screen;
     screen.nColumns = nColumns;
     screen.nRows = nRows;
     screen.bColour = false;
@@ -50,8 +50,8 @@ ViewScreen Screen(size_t nColumns, size_t nRows) {
     return screen;
 }
 
-ViewScreen Coloured(size_t nColumns, size_t nRows) {
-    ViewScreen screen = Screen(nColumns, nRows);
+ScreenFormat Coloured(size_t nColumns, size_t nRows) {
+    ScreenFormat screen = Screen(nColumns, nRows);
     screen.bColour = true;
     return screen;
 }
@@ -157,7 +157,7 @@ TEST(ScreenLayoutTest, ANumberThatFindsNoRoomLosesItsCommasAndThenItsThousands) 
                                                         {1000000000000, "  1000G"},
                                                         {999999999999999999, "999999T"}};
     for (const auto& number : NUMBERS) {
-        ViewNumbers numbers;
+        ScreenNumbers numbers;
         numbers.nLaunches = number.first;
         EXPECT_EQ(" launches   " + number.second + " ",
                   screen_layout::Lines(numbers, {}, Screen(80, 12))[1].substr(0, 20));
@@ -165,7 +165,7 @@ TEST(ScreenLayoutTest, ANumberThatFindsNoRoomLosesItsCommasAndThenItsThousands) 
 }
 
 TEST(ScreenLayoutTest, ATitleKeepsItsClockAndCutsItsStateWhereThereIsNoRoom) {
-    ViewNumbers numbers = Numbers();
+    ScreenNumbers numbers = Numbers();
     numbers.strState = "ending: a\033b";
     numbers.nUpSeconds = 360061;
     const std::pair<size_t, std::string> TITLES[] = {
@@ -190,7 +190,7 @@ TEST(ScreenLayoutTest, CacheHitsNeedSomethingThatWasLookedUp) {
                  {0, 1, " cache hits   100 % "},
                  {1, 199, " cache hits    99 % "}};
     for (const auto& each : CASES) {
-        ViewNumbers numbers;
+        ScreenNumbers numbers;
         numbers.nQueried = each.nQueried;
         numbers.nCached = each.nCached;
         EXPECT_EQ(each.pszField,
@@ -199,7 +199,7 @@ TEST(ScreenLayoutTest, CacheHitsNeedSomethingThatWasLookedUp) {
 }
 
 TEST(ScreenLayoutTest, WideFieldsSayMoreAboutWhatWaitsAndTheBad) {
-    ViewNumbers numbers = Numbers();
+    ScreenNumbers numbers = Numbers();
     numbers.nOverflows = 0;
     numbers.nDropped = 6;
     numbers.nLost = 5;
@@ -254,7 +254,7 @@ TEST(ScreenLayoutTest, ANarrowScreenHasAVerdictAndANameALine) {
 TEST(ScreenLayoutTest, WithUnicodeTimesAndCutsHaveSignsOfTheirOwn) {
     VerdictRow row = Row("/opt/some/very/long/folder/program", "", {70, "bad list b.txt", "x"});
     row.nTimes = 1000;
-    ViewScreen screen = Screen(80, 3);
+    ScreenFormat screen = Screen(80, 3);
     screen.bUnicode = true;
     EXPECT_EQ(
         " 09:29:59  bad       launch      \xC3\x97"
@@ -316,7 +316,7 @@ TEST(ScreenLayoutTest, NumbersHaveTheColoursOfWhatTheyMeanAndNoneIsDim) {
         "\033[0m\033[1;31m     0+\033[0m  \033[2munexplained\033[0m\033[32m      0\033[0m ",
         lines[3]);
 
-    ViewNumbers numbers;
+    ScreenNumbers numbers;
     numbers.nUnexplained = 1;
     numbers.nBadRuns = 1;  // of a program known from an earlier run
     numbers.nDropped = 1;

@@ -1,7 +1,7 @@
-"""The view of tevmon-host watch on a terminal of its own: what it shows, and that the terminal is as
+"""The screen of tevmon-host watch on a terminal of its own: what it shows, and that the terminal is as
 before after every way in which it can end.
 
-    watch_view.py shows|ends TEVMON-HOST
+    watch_screen.py shows|ends TEVMON-HOST
 """
 
 import fcntl
@@ -26,7 +26,7 @@ LEAVE = b"\x1b[?7h\x1b[?25h\x1b[?1049l"
 DEADLINE = 60
 
 
-class View:
+class Watch:
     """A watch on a terminal that belongs to it; screen holds everything it wrote."""
 
     def __init__(self, program, folder, *options):
@@ -99,55 +99,55 @@ def shows(program, folder):
         file.write(b"bad")
     listed = folder / "bad.txt"
     listed.write_bytes(subprocess.run(["sha1sum", str(bad)], check=True, capture_output=True).stdout)
-    view = View(program, folder, "--bad", str(listed))
-    view.wait_for(b"watching")
+    watch = Watch(program, folder, "--bad", str(listed))
+    watch.wait_for(b"watching")
     subprocess.run([str(bad)], check=True)
-    view.wait_for(b"bad       70")
-    view.wait_for(b"VERDICT")
-    since = len(view.screen)
+    watch.wait_for(b"bad       70")
+    watch.wait_for(b"VERDICT")
+    since = len(watch.screen)
     subprocess.run([str(bad)], check=True)  # the module skips it now
-    view.wait_for(b"bad       70", since)
-    since = len(view.screen)
-    view.resize(200, 40)
-    view.wait_for(b"\x1b[40;1H", since)
-    view.kill(signal.SIGINT)
-    code = view.wait()
-    after = view.screen.split(LEAVE)[-1]
+    watch.wait_for(b"bad       70", since)
+    since = len(watch.screen)
+    watch.resize(200, 40)
+    watch.wait_for(b"\x1b[40;1H", since)
+    watch.kill(signal.SIGINT)
+    code = watch.wait()
+    after = watch.screen.split(LEAVE)[-1]
     return all([
-        check(view.screen.startswith(ENTER) or ENTER in view.screen, "a screen of its own"),
-        check(view.screen.count(LEAVE) == 1, "the screen is given back once"),
+        check(watch.screen.startswith(ENTER) or ENTER in watch.screen, "a screen of its own"),
+        check(watch.screen.count(LEAVE) == 1, "the screen is given back once"),
         check(code == 0, f"Ctrl-C ends it with {code}"),
         check(b"Balance" in after and b"unexplained           0" in after, "the balance follows"),
-        check(termios.tcgetattr(view.master) == view.keys, "the keyboard is as before"),
+        check(termios.tcgetattr(watch.master) == watch.keys, "the keyboard is as before"),
     ])
 
 
 def ends(program, folder):
     good = True
-    view = View(program, folder)
-    view.wait_for(b"watching")
-    view.kill(signal.SIGTERM)
-    view.kill(signal.SIGINT)  # another, because two of a kind may become one
-    code = view.wait()
-    good &= check(code in (128 + signal.SIGTERM, 128 + signal.SIGINT) and LEAVE in view.screen,
+    watch = Watch(program, folder)
+    watch.wait_for(b"watching")
+    watch.kill(signal.SIGTERM)
+    watch.kill(signal.SIGINT)  # another, because two of a kind may become one
+    code = watch.wait()
+    good &= check(code in (128 + signal.SIGTERM, 128 + signal.SIGINT) and LEAVE in watch.screen,
                   f"a second signal ends it with {code}")
-    good &= check(termios.tcgetattr(view.master) == view.keys, "the keyboard after it")
+    good &= check(termios.tcgetattr(watch.master) == watch.keys, "the keyboard after it")
 
-    view = View(program, folder)
-    view.wait_for(b"watching")
-    view.kill(signal.SIGSEGV)
-    view.wait()
-    good &= check(LEAVE in view.screen, "a crash")
+    watch = Watch(program, folder)
+    watch.wait_for(b"watching")
+    watch.kill(signal.SIGSEGV)
+    watch.wait()
+    good &= check(LEAVE in watch.screen, "a crash")
 
-    view = View(program, folder)
-    view.wait_for(b"watching")
-    view.hang_up()
-    code = view.wait()
+    watch = Watch(program, folder)
+    watch.wait_for(b"watching")
+    watch.hang_up()
+    code = watch.wait()
     good &= check(code in (0, 9), f"a closed terminal ends it with {code}")
 
-    view = View(program, folder, "--plain", "--for", "1")
-    code = view.wait()
-    good &= check(code == 0 and ENTER not in view.screen and b"Balance" in view.screen,
+    watch = Watch(program, folder, "--plain", "--for", "1")
+    code = watch.wait()
+    good &= check(code == 0 and ENTER not in watch.screen and b"Balance" in watch.screen,
                   "--plain has lines")
     return good
 
