@@ -1,7 +1,6 @@
 // What this host knows of the module's inside: words of its messages and logs, its databases, and
 // how long a verdict lives. Everything else it knows is the exported table and the router
-// interface; the places that the module watches stand in WatchedPaths. A test holds each word
-// against the module.
+// interface; the watched places stand in WatchedPaths. A test holds each word against the module.
 //
 // Threads: any; no state. Errors: none.
 #ifndef HOST_BASE_MODULEFACTS_H

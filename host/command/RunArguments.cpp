@@ -37,7 +37,7 @@ void AddRunOptions(Command& command, const std::shared_ptr<RunArguments>& pArgum
 int RunNow(const HostOptions& options, RunArguments& arguments) {
     // The session changes the current directory, so every path is made absolute before it.
     for (std::vector<std::string>* pPaths :
-         {&arguments.run.badLists, &arguments.run.goodLists, &arguments.places}) {
+         {&arguments.run.badLists, &arguments.run.goodLists, &arguments.paths}) {
         for (std::string& strPath : *pPaths) {
             strPath = StateDir::Absolute(strPath);
         }

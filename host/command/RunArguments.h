@@ -15,7 +15,7 @@
 // What the options of one command are stored in until its callback runs.
 struct RunArguments {
     RunOptions run;
-    std::vector<std::string> places;
+    std::vector<std::string> paths;
     std::string strFile;
     size_t nBatch = 32;
     bool bNoPackages = false;

@@ -41,7 +41,7 @@ void AddScanCommand(Command& program, const HostOptions& options, int& nExitCode
     command.Footer(
         "Programs are regular files with an execute bit. Links to directories are "
         "followed only where they are named.");
-    command.AddOption("PLACE", pArguments->places, "Directories and files to look at").Required();
+    command.AddOption("PATH", pArguments->paths, "Directories and files to look at").Required();
     command.AddOption("--batch", pArguments->nBatch, "Programs in one message")
         .TypeName("N")
         .InRange(1, 100000)
@@ -56,10 +56,10 @@ void AddScanCommand(Command& program, const HostOptions& options, int& nExitCode
     command.OnRun([pArguments, &options, &nExitCode] {
         pArguments->run.bDrain = true;
         pArguments->run.strUnit = "batch";
-        // By reference: RunNow makes the places absolute before the first source is made.
+        // By reference: RunNow makes the paths absolute before the first source is made.
         RunArguments* const pHeld = pArguments.get();
         pArguments->run.fnMakeSource = [pHeld](SourceRemark fnRemark, SensorObserver&) {
-            return std::make_unique<ScanSource>(pHeld->places, pHeld->nBatch, std::move(fnRemark));
+            return std::make_unique<ScanSource>(pHeld->paths, pHeld->nBatch, std::move(fnRemark));
         };
         nExitCode = RunNow(options, *pArguments);
     });

@@ -18,7 +18,7 @@ struct FileOperation {
     std::string strFsType;
     uint64_t nInode = 0;  // 0: not known
     uint32_t nPid = 0;
-    bool bPlace = false;  // in a place that the module watches, by its spelling
+    bool bPlace = false;  // in a watched place, by its spelling
     bool bPipe = false;   // a created named pipe
     int64_t tmWhen = 0;   // when it was read
 };

@@ -9,28 +9,28 @@
 
 #include "host/event/EventMessage.h"
 
-ScanSource::ScanSource(std::vector<std::string> places, size_t nBatch, SourceRemark fnRemark)
-    : m_places(std::move(places)),
+ScanSource::ScanSource(std::vector<std::string> paths, size_t nBatch, SourceRemark fnRemark)
+    : m_paths(std::move(paths)),
       m_nBatch(std::max<size_t>(1, nBatch)),
       m_fnRemark(std::move(fnRemark)) {}
 
 std::string ScanSource::Name() const {
     std::string strName;
-    for (const std::string& strPlace : m_places) {
-        strName += (strName.empty() ? "" : ", ") + strPlace;
+    for (const std::string& strGiven : m_paths) {
+        strName += (strName.empty() ? "" : ", ") + strGiven;
     }
     return strName;
 }
 
 bool ScanSource::Start(std::string& strError) {
-    for (const std::string& strPlace : m_places) {
+    for (const std::string& strGiven : m_paths) {
         struct stat status = {};
-        if (stat(strPlace.c_str(), &status) != 0) {
-            strError = "cannot look at " + strPlace + ": " + std::strerror(errno) +
+        if (stat(strGiven.c_str(), &status) != 0) {
+            strError = "cannot look at " + strGiven + ": " + std::strerror(errno) +
                        "; name directories and programs that exist";
             return false;
         }
-        m_open.emplace_back(strPlace, true);
+        m_open.emplace_back(strGiven, true);
     }
     std::reverse(m_open.begin(), m_open.end());
     return true;

@@ -18,10 +18,10 @@
 
 class ScanSource : public IEventSource {
 public:
-    // places: absolute paths of directories and files. nBatch: programs in one message, at least 1.
-    ScanSource(std::vector<std::string> places, size_t nBatch, SourceRemark fnRemark);
+    // paths: absolute paths of directories and files. nBatch: programs in one message, at least 1.
+    ScanSource(std::vector<std::string> paths, size_t nBatch, SourceRemark fnRemark);
 
-    // False when one of the places does not exist.
+    // False when one of the paths does not exist.
     bool Start(std::string& strError) override;
     SourceResult Next(EventBatch& batch, std::chrono::milliseconds wait) override;
     void Stop() override { m_bStopped = true; }
@@ -32,11 +32,11 @@ private:
     void Visit(const std::string& strPath, bool bNamed);
     void OpenDirectory(const std::string& strPath, const struct stat& status);
 
-    const std::vector<std::string> m_places;
+    const std::vector<std::string> m_paths;
     const size_t m_nBatch;
     const SourceRemark m_fnRemark;
     std::atomic<bool> m_bStopped{false};
-    // What is still to be visited, the next one last; true for a place that the user named.
+    // What is still to be visited, the next one last; true for a path that the user gave.
     std::vector<std::pair<std::string, bool>> m_open;
     std::set<std::pair<dev_t, ino_t>> m_walked;
     std::vector<std::string> m_found;  // programs of the batch that is being filled

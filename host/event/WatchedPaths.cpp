@@ -9,7 +9,7 @@
 
 namespace {
 
-// The module's own list of places, which the host cannot include.
+// The module's own list of watched places, which the host cannot include.
 const std::vector<WatchedPaths::Place> PLACES = {
     {"/etc/cron.d/", nullptr},           {"/etc/cron.daily/", nullptr},
     {"/etc/cron.hourly/", nullptr},      {"/etc/cron.monthly/", nullptr},

@@ -1,4 +1,5 @@
-// The places in which the module looks at file operations, and how paths in them are spelled.
+// The watched places, in which the module acts on file operations, and how paths in them are
+// spelled.
 //
 // The module compares the beginning of a path; the kernel reports paths with every link followed.
 // Where a place is reached over a link (/lib is usr/lib), the path is reported as the place is
@@ -17,14 +18,16 @@
 
 class WatchedPaths {
 public:
+    // An autostart location, where every operation counts, or a unit directory, where only the
+    // creation of a unit does.
     struct Place {
         const char* pszDirectory;  // ends in "/"; what is below it counts as well
-        const char* pszSuffix;     // of a unit's name; null: every operation on any name counts
+        const char* pszSuffix;     // of a unit's name; null for an autostart location
     };
     // One directory to be watched, as the kernel spells it, without a final "/".
     struct Directory {
         std::string strPath;
-        bool bUnits;  // only creations are of interest
+        bool bUnits;  // a unit directory: only creations count
     };
     using Aliases = std::vector<std::pair<std::string, std::string>>;
     // realpath: "" when there is no such file.

@@ -1,7 +1,7 @@
 // Which queries the events of one message give the module reason for, made or skipped.
 //
-// A launch gives reason for one. A file operation for one in an autostart place, one more for a new
-// named pipe and one more for a new unit of an autostart place; most for none at all.
+// A launch gives reason for one. A file operation for one in an autostart location, one more for a
+// new named pipe and one more for a new unit in a unit directory; most for none at all.
 //
 // Threads: any; no state but the file system's: whether a created file is a pipe is looked up.
 // Errors: none but std::bad_alloc; a text that is no message has no events.
@@ -15,7 +15,7 @@
 enum ExpectedKind {
     EXPECTED_NONE,
     EXPECTED_LAUNCH,  // about a program that was started
-    EXPECTED_FILE,    // about a change in an autostart place
+    EXPECTED_FILE,    // about a change in an autostart location
     EXPECTED_PIPE,    // about a named pipe
     EXPECTED_UNIT,    // about a new service or desktop entry
 };
@@ -39,7 +39,7 @@ namespace expected_queries {
 // copies that the module queued, from 0; a message may name both analysers.
 MessageQueries Of(const std::string& strBody, uint64_t nCopy = 0);
 
-// Whether a change of strPath is one in an autostart place; by its spelling alone.
+// Whether a change of strPath is one in an autostart location; by its spelling alone.
 bool IsAutostart(const std::string& strPath);
 
 // Whether a new file at strPath is a unit that starts by itself.

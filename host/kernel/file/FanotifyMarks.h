@@ -2,9 +2,9 @@
 // directory by directory what a mark on a whole file system cannot cover.
 //
 //   file system   every creation, removal, rename, close after writing and start of a program
-//   directory     each write in the places where files are started from, subdirectories included;
-//                 on a file system that cannot be watched whole, everything of the places, or of
-//                 the nearest directory above a place that does not exist yet
+//   directory     each write in the autostart locations, subdirectories included; on a file
+//                 system that cannot be watched whole, everything in the watched places, or in the
+//                 nearest directory above one that does not exist yet
 //
 // Threads: one. Errors: what cannot be watched is a notice.
 #ifndef HOST_KERNEL_FILE_FANOTIFYMARKS_H

@@ -62,7 +62,7 @@ TEST_F(HostMainTest, AMissingCommandIsToldWhichThereAre) {
         {{"wtach", "--json"}, "tevmon-host: no command 'wtach'; there are replay, scan, watch, "},
         {{"queue"}, "tevmon-host queue: no command given; there are list, "},
         {{"queue", "lsit"}, "tevmon-host queue: no command 'lsit'; there are list, "},
-        {{"scan"}, "PLACE is required"},
+        {{"scan"}, "PATH is required"},
     };
     for (const auto& [arguments, strError] : cases) {
         HostProgram host(m_dir);

@@ -32,7 +32,7 @@ protected:
         const CommandOption one = run.AddFlag("--one", m_bOne, "One");
         (void)run.AddFlag("--not-with-one", m_bTwo, "Two").Excludes(one);
         (void)run.AddFlag("--with-one", m_bThree, "Three").Needs(one);
-        (void)run.AddOption("PLACE", m_places, "Places");
+        (void)run.AddOption("PATH", m_paths, "Paths");
         run.Footer("The end.");
         run.OnRun([this] { m_calls.push_back("run"); });
         Command need = m_program.AddCommand("need", "Needs a file");
@@ -67,7 +67,7 @@ protected:
     double m_dShare = 0;
     uint64_t m_nSize = 0;
     Texts m_list;
-    Texts m_places;
+    Texts m_paths;
 };
 
 }  // namespace
@@ -90,10 +90,10 @@ TEST_F(CommandLineTest, OptionsOfTheProgramMayStandBehindTheCommand) {
 }
 
 TEST_F(CommandLineTest, ARepeatableOptionTakesOneValueEachTime) {
-    EXPECT_EQ(-1, Parse("run --list a /place --list b"));
+    EXPECT_EQ(-1, Parse("run --list a /path --list b"));
 
     EXPECT_EQ((Texts{"a", "b"}), m_list);
-    EXPECT_EQ(Texts{"/place"}, m_places);
+    EXPECT_EQ(Texts{"/path"}, m_paths);
 }
 
 TEST_F(CommandLineTest, WhatIsRefusedRunsNothingAndExitsWithUsage) {
@@ -170,7 +170,7 @@ TEST_F(CommandLineTest, WordsOfAnArrayAreTakenAsTheyAreWithTheirBlanks) {
     EXPECT_TRUE(m_program.Parse(8, pszArguments, nExitCode));
 
     EXPECT_EQ((Texts{"a b", "--name"}), m_list);
-    EXPECT_EQ((Texts{"--one", "two words"}), m_places);
+    EXPECT_EQ((Texts{"--one", "two words"}), m_paths);
     EXPECT_FALSE(m_bOne);
     EXPECT_EQ(7, nExitCode);  // the command's own business
 }

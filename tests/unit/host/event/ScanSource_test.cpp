@@ -24,9 +24,9 @@ protected:
     }
 
     // The programs in the order in which they were reported, one list a batch.
-    std::vector<std::vector<std::string>> Scan(const std::vector<std::string>& places,
+    std::vector<std::vector<std::string>> Scan(const std::vector<std::string>& paths,
                                                size_t nBatch = 100) {
-        ScanSource source(places, nBatch, Remarks());
+        ScanSource source(paths, nBatch, Remarks());
         std::string strError;
         EXPECT_TRUE(source.Start(strError)) << strError;
         std::vector<std::vector<std::string>> batches;

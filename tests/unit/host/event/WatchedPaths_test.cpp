@@ -26,7 +26,7 @@ bool Holds(const WatchedPaths& places, const std::string& strPath, bool bUnits) 
 
 }  // namespace
 
-TEST(WatchedPathsTest, EveryOperationOnAnyNameInAStartPlaceIsWatched) {
+TEST(WatchedPathsTest, EveryOperationOnAnyNameInAnAutostartLocationIsWatched) {
     for (const FileAct eAct : {FILE_CREATE, FILE_WRITE, FILE_RENAME, FILE_REMOVE}) {
         EXPECT_TRUE(WatchedPaths::IsWatched(eAct, "/etc/cron.d/job"));
         EXPECT_TRUE(WatchedPaths::IsWatched(eAct, "/etc/cron.d/below/job"));

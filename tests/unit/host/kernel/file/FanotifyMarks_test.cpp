@@ -81,7 +81,8 @@ protected:
 
 }  // namespace
 
-TEST_F(FanotifyMarksTest, FileSystemsThatHoldPlacesAreMarkedWholeAndStartPlacesForWrites) {
+TEST_F(FanotifyMarksTest,
+       FileSystemsThatHoldWatchedPlacesAreMarkedWholeAndAutostartLocationsForWrites) {
     FanotifyMarks& marks = Marks();
 
     EXPECT_THAT(m_calls.m_whole, ElementsAre(Pair("/", EVENTS), Pair("/run", EVENTS)));
@@ -142,7 +143,7 @@ TEST_F(FanotifyMarksTest, ADirectoryMadeInAPlaceIsMarkedAndOneElsewhereIsNot) {
                 ElementsAre(Pair("/etc/cron.d", WRITES), Pair("/etc/cron.d/below", WRITES)));
 }
 
-TEST_F(FanotifyMarksTest, UnitPlacesCountWithTheirDirectoriesWhereNothingIsMarkedWhole) {
+TEST_F(FanotifyMarksTest, UnitDirectoriesCountWithTheirDirectoriesWhereNothingIsMarkedWhole) {
     m_calls.m_errors["/"] = EXDEV;
     FanotifyMarks& marks = Marks();
     m_calls.m_directories.insert("/etc/systemd/system/x.wants");

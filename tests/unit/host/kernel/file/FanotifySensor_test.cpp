@@ -130,7 +130,8 @@ TEST_F(FanotifySensorTest, TheGroupIsToldAndNeverAsked) {
     }
 }
 
-TEST_F(FanotifySensorTest, TheFileSystemOfThePlacesIsMarkedWholeAndStartPlacesForWrites) {
+TEST_F(FanotifySensorTest,
+       TheFileSystemOfTheWatchedPlacesIsMarkedWholeAndAutostartLocationsForWrites) {
     (void)Opened();
 
     EXPECT_THAT(m_kernel.Marks(), Contains(IsMark(WHOLE,
