@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "host/base/EscapedText.h"
+#include "host/base/HumanText.h"
 #include "host/base/WriteAll.h"
 
 namespace {
@@ -109,8 +110,8 @@ void Console::Error(const std::string& strLine) {
         }
     }
     HideProgress();
-    if (m_nDropped > 0 && WriteError("\ntevmon-host: " + std::to_string(m_nDropped) +
-                                     " lines were dropped here, nobody read standard error\n")) {
+    if (m_nDropped > 0 && WriteError("\ntevmon-host: " + text::Count(m_nDropped, "line") +
+                                     " dropped here, because nobody read standard error\n")) {
         m_nDropped = 0;
     }
     m_nDropped += WriteError(strLine + "\n") ? 0 : 1;

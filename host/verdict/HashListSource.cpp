@@ -117,8 +117,8 @@ std::optional<Verdict> HashListSource::Lookup(const ProgramKey& key) const {
 std::string HashListSource::Note() const {
     const std::string strFile = text::ForTerminal(m_strFile);
     if (m_nUnusable > 0) {
-        return strFile + ": " + std::to_string(m_nUnusable) +
-               " SHA-256 digests cannot be used, programs are known by SHA-1 and MD5; add those";
+        return strFile + ": " + text::Count(m_nUnusable, "SHA-256 digest") +
+               " cannot be used, programs are known by SHA-1 and MD5; add those";
     }
     return Count() == 0 ? strFile + ": the list holds no digest" : "";
 }

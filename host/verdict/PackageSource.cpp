@@ -5,6 +5,7 @@
 #include <system_error>
 
 #include "host/base/EscapedText.h"
+#include "host/base/HumanText.h"
 #include "host/base/LineReader.h"
 #include "host/verdict/VerdictLevel.h"
 
@@ -66,8 +67,9 @@ std::unique_ptr<PackageSource> PackageSource::Load(const std::string& strInfoDir
                              " lists no package; programs of packages count as unknown";
     } else if (pSource->m_nPassedOver > 0) {
         pSource->m_strNote = "the package database " + strDir + ": " +
-                             std::to_string(pSource->m_nPassedOver) +
-                             " unreadable lines or files were passed over, the first in " +
+                             text::Count(pSource->m_nPassedOver, "unreadable line or file",
+                                         "unreadable lines or files") +
+                             " passed over, the first in " +
                              text::ForTerminal(pSource->m_strPassedOver) +
                              "; installing that package again restores them";
     }

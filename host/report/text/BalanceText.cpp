@@ -11,21 +11,23 @@ namespace balance_text {
 
 namespace {
 
-// "  captured         10 launches": a sum, what is summed up; then what it is made of.
+// "  captured         10 launches": a sum, what is summed up; then what it is made of. strMany is
+// the word for any number but one, where it is another.
 class Sum {
 public:
-    Sum(const char* pszLabel, uint64_t nSum, const char* pszOf)
-        : m_strText(
-              CStr::stdformat("  %-12s%11s %-15s", pszLabel, text::Number(nSum).c_str(), pszOf)) {}
+    Sum(const char* pszLabel, uint64_t nSum, const char* pszOne, const char* pszMany)
+        : m_strText(CStr::stdformat("  %-12s%11s %-15s", pszLabel, text::Number(nSum).c_str(),
+                                    nSum == 1 ? pszOne : pszMany)) {}
 
-    Sum& Add(uint64_t nNumber, const std::string& strWord) {
-        m_strText += (m_bFirst ? " = " : " + ") + text::Number(nNumber) + " " + strWord;
+    Sum& Add(uint64_t nNumber, const std::string& strOne, const std::string& strMany = "") {
+        m_strText += (m_bFirst ? " = " : " + ") +
+                     text::Count(nNumber, strOne, strMany.empty() ? strOne : strMany);
         m_bFirst = false;
         return *this;
     }
     // Left out when it counts nothing.
-    Sum& AddSome(uint64_t nNumber, const std::string& strWord) {
-        return nNumber == 0 ? *this : Add(nNumber, strWord);
+    Sum& AddSome(uint64_t nNumber, const std::string& strOne, const std::string& strMany = "") {
+        return nNumber == 0 ? *this : Add(nNumber, strOne, strMany);
     }
     std::string Text() const { return m_strText + "\n"; }
 
@@ -37,15 +39,15 @@ private:
 std::string CapturedText(const Balance& balance) {
     const LaunchCounters& launches = balance.launches;
     const FileCounters& files = balance.files;
-    return Sum("captured", launches.nCaptured, "launches")
+    return Sum("captured", launches.nCaptured, "launch", "launches")
                .Add(launches.nPrograms, "reported")
                .Add(launches.nUnresolved, "unresolved")
                .Add(launches.nLost, "lost")
                .AddSome(launches.nOwn, "the host's own")
-               .AddSome(launches.nBroken, "broken records")
+               .AddSome(launches.nBroken, "broken record", "broken records")
                .AddSome(launches.Waiting(), "not read yet")
                .Text() +
-           Sum("", files.nCaptured, "file operations")
+           Sum("", files.nCaptured, "file operation", "file operations")
                .Add(files.nReported, "reported")
                .Add(files.nUnwatched, "in no watched place")
                .Add(files.nUnresolved, "unresolved")
@@ -57,17 +59,17 @@ std::string CapturedText(const Balance& balance) {
 std::string EventsText(const Balance& balance) {
     const LedgerState& events = balance.events;
     const uint64_t nDelivered = balance.Delivered();
-    return Sum("reported", balance.Reported(), "events")
+    return Sum("reported", balance.Reported(), "event", "events")
                .Add(nDelivered, "delivered")
                .Add(events.nRefused, "refused")
                .AddSome(balance.Batched(), "in a batch")
                .AddSome(balance.nUnsent, "unsent")
                .Text() +
-           Sum("delivered", nDelivered, "events")
+           Sum("delivered", nDelivered, "event", "events")
                .Add(nDelivered - events.nNotStored, "stored")
                .Add(events.nNotStored, "not stored")
                .Text() +
-           Sum("stored", nDelivered - events.nNotStored, "events")
+           Sum("stored", nDelivered - events.nNotStored, "event", "events")
                .Add(events.nAnalysed, "analysed")
                .Add(events.nWaiting, "waiting in the queue")
                .Text();
@@ -76,28 +78,31 @@ std::string EventsText(const Balance& balance) {
 std::string ExpectedText(const Balance& balance) {
     const LedgerState& events = balance.events;
     const uint64_t nAnalysed = events.nAnalysed + events.nEarlierAnalysed;
-    const std::string strExpected = "with " + text::Number(events.nExpected) + " expected queries";
+    const std::string strExpected =
+        "with " + text::Count(events.nExpected, "expected query", "expected queries");
     std::string strText;
     if (events.nEarlierAnalysed != 0) {
-        strText = Sum("analysed", nAnalysed, "events")
+        strText = Sum("analysed", nAnalysed, "event", "events")
                       .Add(events.nAnalysed, "of this run")
                       .Add(events.nEarlierAnalysed, "of earlier runs or once more")
                       .Text();
     }
     const bool bFirst = strText.empty();
-    strText += Sum(bFirst ? "analysed" : "", nAnalysed, bFirst ? "events" : "")
-                   .Add(events.nIgnored, "ignored")
-                   .Add(nAnalysed - events.nIgnored, strExpected)
-                   .Text();
-    return strText + Sum("expected", events.nExpected, "queries")
-                         .Add(events.nQueried, "queried")
-                         .Add(events.nCached, "cached")
-                         .Add(events.nVanished, "vanished")
-                         .AddSome(events.nUnreadable, "unreadable")
-                         .AddSome(events.nStatFailed, "stat failed")
-                         .AddSome(events.nKnownMaker, "pipes of a known program")
-                         .AddSome(events.nMissing, "missing")
-                         .Text();
+    strText +=
+        Sum(bFirst ? "analysed" : "", nAnalysed, bFirst ? "event" : "", bFirst ? "events" : "")
+            .Add(events.nIgnored, "ignored")
+            .Add(nAnalysed - events.nIgnored, strExpected)
+            .Text();
+    return strText +
+           Sum("expected", events.nExpected, "query", "queries")
+               .Add(events.nQueried, "queried")
+               .Add(events.nCached, "cached")
+               .Add(events.nVanished, "vanished")
+               .AddSome(events.nUnreadable, "unreadable")
+               .AddSome(events.nStatFailed, "stat failed")
+               .AddSome(events.nKnownMaker, "pipe of a known program", "pipes of a known program")
+               .AddSome(events.nMissing, "missing")
+               .Text();
 }
 
 std::string QueriesText(const Balance& balance) {
@@ -107,10 +112,10 @@ std::string QueriesText(const Balance& balance) {
         strLevels += (strLevels.empty() ? "" : ", ") + verdict_level::Word(entry.first) + " " +
                      text::Number(entry.second);
     }
-    return Sum("queries", module.nQueries, "")
+    return Sum("queries", module.nQueries, "", "")
         .Add(module.nAnswers, "answered" + (strLevels.empty() ? "" : " (" + strLevels + ")"))
         .AddSome(module.nKnown, "answered before")
-        .AddSome(module.nNoKey, "that want no answer")
+        .AddSome(module.nNoKey, "that wants no answer", "that want no answer")
         .AddSome(module.nLost, "lost")
         .Add(balance.Outstanding(), "outstanding")
         .Text();

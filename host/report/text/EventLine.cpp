@@ -22,7 +22,7 @@ std::string Queue(const Console& output, const QueueLoad& load) {
 
 std::string Centre(const CentreRecord& record) {
     return text::ClockNow() + "  centre         record of type " + std::to_string(record.nMsgType) +
-           ", " + std::to_string(record.nBytes) + " bytes";
+           ", " + text::Count(record.nBytes, "byte");
 }
 
 std::string Input(const InputUnusable& input) {

@@ -57,7 +57,8 @@ std::string QueriesLine(const RunCounters& counters) {
     Pieces pieces;
     pieces.Add(counters.nAnswers, "answered");
     pieces.Add(counters.nKnown, "answered before");
-    pieces.Add(counters.nNoKey, "that want no answer");
+    pieces.Add(counters.nNoKey,
+               counters.nNoKey == 1 ? "that wants no answer" : "that want no answer");
     pieces.Add(counters.nLost, "lost");
     pieces.Add(counters.nNotSent, "more that the module could not send");
     const std::string strPieces = pieces.Text("");
@@ -93,7 +94,7 @@ std::string PackagesLine(const RunCounters& counters) {
                    Number(packages[i].first);
     }
     if (packages.size() > PACKAGES_NAMED) {
-        strLine += " and " + Number(packages.size() - PACKAGES_NAMED) + " more packages";
+        strLine += " and " + Count(packages.size() - PACKAGES_NAMED, "more package");
     }
     return strLine;
 }

@@ -66,7 +66,7 @@ TEST_F(RunLinesTest, DroppedEventsHaveALineAndTheBalanceStandsBeforeTheSummary) 
     m_report.Summary(RunEnd());
 
     const std::string strText = m_standardOutput.Text();
-    EXPECT_THAT(strText, HasSubstr("Balance\n  reported              1 events          = 0 "
+    EXPECT_THAT(strText, HasSubstr("Balance\n  reported              1 event           = 0 "
                                    "delivered + 1 refused\n"));
     EXPECT_LT(strText.find("Balance"), strText.find("Summary"));
 }

@@ -121,6 +121,8 @@ TEST_F(HashListSourceTest, Sha256LinesAreCountedAndSaid) {
     EXPECT_EQ(1u, pSource->Count());
     EXPECT_EQ(2u, pSource->UnusableCount());
     EXPECT_THAT(pSource->Note(), HasSubstr("bad.txt: 2 SHA-256 digests cannot be used"));
+    EXPECT_THAT(Load(SHA256_A + ":1:Long-1\n")->Note(),
+                HasSubstr("bad.txt: 1 SHA-256 digest cannot be used"));
 }
 
 TEST_F(HashListSourceTest, AnEmptyListIsLoadedAndSaid) {

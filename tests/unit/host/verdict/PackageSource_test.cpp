@@ -114,9 +114,9 @@ TEST_F(PackageSourceTest, UnreadableLinesArePassedOverCountedAndSaid) {
 
     EXPECT_EQ(1u, pSource->Count());
     EXPECT_TRUE(pSource->Lookup({SHA1, MD5_B}).has_value());
-    EXPECT_THAT(pSource->Note(), HasSubstr("4 unreadable lines or files were passed over, the "
-                                           "first in " +
-                                           m_dir.Path() + "/info/broken.md5sums"));
+    EXPECT_THAT(pSource->Note(),
+                HasSubstr("4 unreadable lines or files passed over, the first in " + m_dir.Path() +
+                          "/info/broken.md5sums"));
 }
 
 TEST_F(PackageSourceTest, AVeryLongLineEndsItsFileOnly) {
@@ -126,7 +126,7 @@ TEST_F(PackageSourceTest, AVeryLongLineEndsItsFileOnly) {
 
     EXPECT_TRUE(pSource->Lookup({SHA1, MD5_A}).has_value());
     EXPECT_TRUE(pSource->Lookup({SHA1, MD5_B}).has_value());
-    EXPECT_THAT(pSource->Note(), HasSubstr("1 unreadable lines or files"));
+    EXPECT_THAT(pSource->Note(), HasSubstr("1 unreadable line or file "));
 }
 
 TEST_F(PackageSourceTest, APipeInTheDirectoryIsPassedOverWithoutWaiting) {
@@ -135,7 +135,7 @@ TEST_F(PackageSourceTest, APipeInTheDirectoryIsPassedOverWithoutWaiting) {
     const auto pSource = Load();
 
     EXPECT_TRUE(pSource->Lookup({SHA1, MD5_A}).has_value());
-    EXPECT_THAT(pSource->Note(), HasSubstr("1 unreadable lines or files"));
+    EXPECT_THAT(pSource->Note(), HasSubstr("1 unreadable line or file "));
 }
 
 TEST_F(PackageSourceTest, NamesWithBackslashesAreReadInTheirEscapedForm) {

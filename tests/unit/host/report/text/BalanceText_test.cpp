@@ -96,9 +96,9 @@ TEST(BalanceTextTest, EverySumStandsWithWhatItIsMadeOf) {
         "  analysed          1,002 events          = 1 ignored + 1,001 with 1,002 expected "
         "queries\n"
         "  expected          1,002 queries         = 4 queried + 996 cached + 1 vanished + 1 "
-        "pipes of a known program\n"
+        "pipe of a known program\n"
         "  queries               4                 = 3 answered (packaged 2, bad 1) + 1 that "
-        "want no answer + 0 outstanding\n"
+        "wants no answer + 0 outstanding\n"
         "  of these              1 time the kernel's queue of file operations was full; what it "
         "lost is not known\n"
         "                        3 scripts reported in addition to their interpreters\n"
@@ -136,6 +136,23 @@ TEST(BalanceTextTest, OneOfAKindHasTheWordOfOne) {
             "acted\n"));
 }
 
+TEST(BalanceTextTest, ASumOfOneHasTheWordOfOneAndSoHaveItsParts) {
+    Balance balance;
+    balance.launches.nCaptured = balance.launches.nBroken = balance.files.nCaptured = 1;
+    balance.events.nAnalysed = balance.events.nExpected = balance.events.nKnownMaker = 1;
+    balance.module.nQueries = balance.module.nNoKey = 1;
+
+    const std::string strText = balance_text::Text(Console(), balance);
+
+    for (const char* const pszPart :
+         {"              1 launch          = ", " + 1 broken record\n",
+          "              1 file operation  = ", "              1 event           = 0 ignored",
+          " + 1 with 1 expected query\n", "              1 query           = ",
+          " + 1 pipe of a known program\n", " + 1 that wants no answer + "}) {
+        EXPECT_THAT(strText, HasSubstr(pszPart));
+    }
+}
+
 TEST(BalanceTextTest, EventsOfEarlierRunsStandApart) {
     Balance balance = Numbers();
     balance.events.nEarlierAnalysed = 7;
@@ -169,7 +186,7 @@ TEST(BalanceTextTest, WithoutSensorsItBeginsWithWhatWasTold) {
     EXPECT_EQ(0u,
               balance_text::Text(Console(), balance)
                   .find("Balance\n"
-                        "  reported              1 events          = 1 delivered + 0 refused\n"));
+                        "  reported              1 event           = 1 delivered + 0 refused\n"));
 
     JsonObject record;
     EXPECT_EQ(0u, balance_text::AddNumbers(record, balance)

@@ -91,6 +91,7 @@ TEST(EventLineTest, DroppedEventsSayWhyAndHowManyInAll) {
 }
 
 TEST(EventLineTest, ARecordForTheCentreIsNamedByItsTypeAndSize) {
-    EXPECT_EQ("  centre         record of type -1, 18446744073709551615 bytes",
+    EXPECT_EQ("  centre         record of type -1, 18,446,744,073,709,551,615 bytes",
               event_line::Centre({-1, 18446744073709551615U}).substr(8));
+    EXPECT_EQ("  centre         record of type 3, 1 byte", event_line::Centre({3, 1}).substr(8));
 }

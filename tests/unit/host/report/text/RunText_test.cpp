@@ -79,6 +79,19 @@ TEST_F(RunTextTest, ManyPackagesAreCutShort) {
     EXPECT_THAT(strText, HasSubstr("  packages    h 8, g 7, f 6, e 5, d 4 and 3 more packages\n"));
 }
 
+TEST_F(RunTextTest, OneOfAKindHasTheWordOfOne) {
+    RunCounters counters;
+    counters.nNoKey = 1;
+    for (char c = 'a'; c <= 'f'; ++c) {
+        counters.queriesByPackage[std::string(1, c)] = 1;
+    }
+
+    const std::string strText = run_text::Text(Out(), counters, 0);
+
+    EXPECT_THAT(strText, HasSubstr("  queries     0: 1 that wants no answer\n"));
+    EXPECT_THAT(strText, HasSubstr(" and 1 more package\n"));
+}
+
 TEST_F(RunTextTest, PassesStandSideBySide) {
     PassResult first;
     first.counters.nQueries = 1129;
