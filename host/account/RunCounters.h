@@ -55,6 +55,8 @@ struct RunCounters {
     // Adds what happened in another pass. Its time of work counts, not the pause before it.
     void Add(const RunCounters& other);
 
+    // From the module's first activity to its last, pauses between included; of each pass by
+    // itself.
     double WorkSeconds() const;
     double BytesPerSecond() const;  // of work; 0 when that is too short
 };

@@ -120,8 +120,9 @@ std::string TimeLine(const RunCounters& counters, double dSeconds) {
     std::string strLine = Label("time") + CStr::stdformat("%.1f s", dSeconds);
     if (counters.nAnalysed > 0) {
         strLine += CStr::stdformat(
-            ", of which the module worked %.1f s (it looks at its queue every %d s)", dWork,
-            module_facts::QUEUE_LOOK_MS / 1000);
+            ", %.1f s from the module's first activity to its last (it looks at its queue every %d "
+            "s)",
+            dWork, module_facts::QUEUE_LOOK_MS / 1000);
     }
     return strLine;
 }

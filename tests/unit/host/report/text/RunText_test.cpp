@@ -54,7 +54,8 @@ TEST_F(RunTextTest, ABlockSaysWhatWasCounted) {
         "  packages    coreutils 1,000, bash 90\n"
         "  skips       395 with a live verdict in the cache, 1 that cannot be read\n"
         "  hashed      3.0 MiB at 1.5 MiB/s\n"
-        "  time        7.5 s, of which the module worked 2.0 s (it looks at its queue every 5 s)",
+        "  time        7.5 s, 2.0 s from the module's first activity to its last (it looks at its "
+        "queue every 5 s)",
         run_text::Text(Out(), counters, 7.5));
 }
 
@@ -178,7 +179,8 @@ TEST_F(RunTextTest, ABlockNamesWhatWentWrongAndWhatCameFromBefore) {
         "  skips       8 whose status cannot be had\n"
         "  hashed      0 B\n"
         "  centre      2 records\n"
-        "  time        1.2 s, of which the module worked 0.0 s (it looks at its queue every 5 s)",
+        "  time        1.2 s, 0.0 s from the module's first activity to its last (it looks at its "
+        "queue every 5 s)",
         run_text::Text(Out(), counters, 1.25));
 }
 
