@@ -46,6 +46,17 @@ bool Subscribe(int nFd, uint32_t nKinds, bool bFilter) {
 
 }  // namespace
 
+std::string ConnectorRefusal(int nError) {
+    if (nError == ECONNREFUSED) {
+        return "the kernel's process connector serves the initial network namespace only, and this "
+               "process is in another one; run the host in that of the machine (a service without "
+               "PrivateNetwork, a container with the machine's network)";
+    }
+    return std::string("the kernel's process connector refuses: ") + std::strerror(nError) +
+           "; it needs root, or the capability CAP_NET_ADMIN, outside of any process-number or "
+           "user namespace, and CONFIG_PROC_EVENTS";
+}
+
 bool DecodeConnector(const void* pData, size_t nSize, ConnectorEvent& event) {
     // The kernel's own type has grown with time; all that is read stands in its first 32 bytes.
     constexpr size_t READ = 32;
@@ -97,10 +108,7 @@ bool ConnectorSocket::Open(Kinds eKinds, std::string& strError) {
         (void)setsockopt(m_fd.Get(), SOL_SOCKET, SO_RCVBUFFORCE, &nBytes, sizeof(nBytes));
     }
     if (!bBound || !Subscribe(m_fd.Get(), static_cast<uint32_t>(eKinds), CanFilter())) {
-        strError =
-            std::string("the kernel's process connector refuses: ") + std::strerror(errno) +
-            "; it needs root, or the capability CAP_NET_ADMIN, outside of any process-number "
-            "or user namespace, and CONFIG_PROC_EVENTS";
+        strError = ConnectorRefusal(errno);
         return false;
     }
     return true;

@@ -23,6 +23,10 @@ struct ConnectorEvent {
 // The event in one netlink message; false when it is none of those, or one of a thread.
 bool DecodeConnector(const void* pData, size_t nSize, ConnectorEvent& event);
 
+// What a refusal of the kernel's, an errno, means and what to do about it. ECONNREFUSED: it has no
+// socket of its own for the connector in any network namespace but the first.
+std::string ConnectorRefusal(int nError);
+
 class ConnectorSocket {
 public:
     enum Kinds { EXECS = 2, LIVES = 1 | 0x80000000, ALL_KINDS = EXECS | LIVES };

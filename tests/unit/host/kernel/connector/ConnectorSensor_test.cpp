@@ -151,6 +151,8 @@ TEST_F(ConnectorSensorTest, ARefusalLeavesNothingOpen) {
 
     m_kernel.nSubscribeError = EPERM;
     EXPECT_THAT(Refused(false), HasSubstr("process connector refuses"));
+    m_kernel.nSubscribeError = ECONNREFUSED;
+    EXPECT_THAT(Refused(false), HasSubstr("initial network namespace only"));
 }
 
 TEST_F(ConnectorSensorTest, LaunchesHaveASocketOfTheirOwnWhereTheKernelSortsTheMessages) {

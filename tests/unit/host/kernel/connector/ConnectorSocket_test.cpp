@@ -13,6 +13,7 @@ using namespace connector_bytes;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 
 namespace {
 
@@ -54,6 +55,15 @@ TEST(ConnectorSocketTest, CopiesStartsAndEndsOfProcessesAreDecoded) {
     ASSERT_TRUE(Decode(Message({0x80000000, 0, 0, 0, 20, 20, 0, 0}), event));
     EXPECT_EQ(LAUNCH_KIND_EXIT, event.eKind);
     EXPECT_EQ(20u, event.nPid);
+}
+
+TEST(ConnectorSocketTest, ARefusedConnectionIsTheNetworkNamespaceAndNoLackOfRights) {
+    const std::string strRefusal = ConnectorRefusal(ECONNREFUSED);
+
+    EXPECT_THAT(strRefusal, HasSubstr("serves the initial network namespace only"));
+    EXPECT_THAT(strRefusal, Not(HasSubstr("CAP_NET_ADMIN")));
+    EXPECT_THAT(ConnectorRefusal(EPERM), HasSubstr("Operation not permitted; it needs root"));
+    EXPECT_THAT(ConnectorRefusal(EPROTONOSUPPORT), HasSubstr("and CONFIG_PROC_EVENTS"));
 }
 
 TEST(ConnectorSocketTest, ThreadsOtherKindsAndBrokenMessagesAreNone) {
