@@ -1,9 +1,11 @@
 #!/usr/bin/env python3
-"""The scripts answer --help from any folder without input, refuse wrong use, and name what is missing."""
+"""The scripts answer --help from any folder without input, refuse wrong use, name what is missing and
+say why tests were skipped."""
 
 import os
 import pathlib
 import subprocess
+import sys
 import tempfile
 
 import layout
@@ -11,6 +13,19 @@ import layout
 SCRIPTS = ("build", "run", "test", "bench", "format", "fuzz", "prove", "lib/bootstrap.sh", "lib/demo.sh")
 # What bootstrap.sh needs to get as far as its refusal.
 TOOLS = ("bash", "cat", "dirname", "env", "grep", "mkdir")
+
+
+# A report of ctest's, and why its tests were skipped.
+REPORT = """<testsuite>
+<testcase name="a" status="run"><system-out>skipped: not so</system-out></testcase>
+<testcase name="b"><skipped message="x"/><system-out>one\nskipped: wants &lt;root&gt;\n</system-out></testcase>
+<testcase name="c"><skipped/><system-out>a_test.cpp:1: Skipped\nno AVX2\n\n[  SKIPPED ] A.B\n</system-out></testcase>
+<testcase name="d"><skipped/><system-out>skipped: wants &lt;root&gt;</system-out></testcase>
+<testcase name="e"><skipped/><system-out>no strace\n</system-out></testcase>
+<testcase name="f"><skipped/></testcase>
+</testsuite>
+"""
+REASONS = "     2 wants <root>\n     1 no AVX2\n     1 no reason given\n     1 no strace\n"
 
 
 def call(script, *arguments, **options):
@@ -33,6 +48,15 @@ def bootstrap_without_rights(root):
         return call(pathlib.Path(root, "scripts/lib/bootstrap.sh"), "run", env={"PATH": folder})
 
 
+def skips(root):
+    """What skips.py makes of REPORT."""
+    with tempfile.TemporaryDirectory(prefix="tevmon-layout-") as folder:
+        report = pathlib.Path(folder, "report.xml")
+        report.write_text(REPORT, encoding="utf-8")
+        return subprocess.run([sys.executable, "-B", str(pathlib.Path(root, "scripts/lib/skips.py")), str(report)],
+                              stdin=subprocess.DEVNULL, text=True, capture_output=True, timeout=60)
+
+
 def check(root, _arguments):
     complaints = []
     for name in SCRIPTS:
@@ -47,6 +71,9 @@ def check(root, _arguments):
             if done.returncode != 2 or "no-such-name" not in done.stderr:
                 complaints.append(f"{name} no-such-name: code {done.returncode}: {done.stderr}")
 
+    reasons = skips(root)
+    if reasons.returncode != 0 or reasons.stdout != REASONS:
+        complaints.append(f"skips.py: code {reasons.returncode}: {reasons.stdout}{reasons.stderr}")
     bootstrap = pathlib.Path(root, "scripts/lib/bootstrap.sh")
     packages = call(bootstrap, "--list", "run").stdout.split()
     refused = bootstrap_without_rights(root)
@@ -62,6 +89,8 @@ BAD = [
     (ANSWERS, "build: not executable"),
     (ANSWERS, "build no-such-name: code 0"),
     (ANSWERS, "bootstrap without rights: code 127"),
+    (ANSWERS, "skips.py: code 2"),
+    ({"scripts/lib/skips.py": "print('1 no AVX2')\n"}, "skips.py: code 0: 1 no AVX2"),
 ]
 
 if __name__ == "__main__":
