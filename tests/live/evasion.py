@@ -153,7 +153,7 @@ class FileWays:
             shutil.rmtree(PLACE.parent / "tevmon-evasion.work", ignore_errors=True)
 
     def w14_overlay_over(self, path):
-        """an overlay only one namespace has | on file systems that only it has mounted"""
+        """an overlay only one namespace has | on file systems that only the other one has mounted"""
         def act():
             space = self.directory("space")
             mount("tmpfs", space, 0, "tmpfs")
