@@ -30,10 +30,23 @@ struct super_block {
     __u32 s_dev;
     unsigned long s_magic;
 };
+struct timespec64 {
+    __s64 tv_sec;
+    long tv_nsec;
+};
 struct inode {
     unsigned long i_ino;
     unsigned int i_nlink;
+    __s64 i_size;
     struct super_block* i_sb;
+    __s64 i_ctime_sec; /* since Linux 6.11 */
+    __u32 i_ctime_nsec;
+};
+struct inode___6_6 { /* until 6.10 */
+    struct timespec64 __i_ctime;
+};
+struct inode___6_5 { /* until that */
+    struct timespec64 i_ctime;
 };
 struct dentry {
     struct dentry* d_parent;
@@ -48,6 +61,7 @@ struct mount {
     struct dentry* mnt_mountpoint;
     struct vfsmount mnt;
     struct mnt_namespace* mnt_ns;
+    int mnt_id;
 };
 struct path {
     struct vfsmount* mnt;

@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: GPL-2.0-only OR BSD-2-Clause */
-/* What launch.bpf.c writes for every start, copy and end of a process: this head, then its texts
- * one after the other in the order of the lengths. Both sides are built for one machine, so byte
- * order and sizes are its own. */
+/* What launch.bpf.c writes: for a start launch_record, then its texts one after the other in the
+ * order of the lengths, for a copy or an end of a process launch_life alone. Both sides are built
+ * for one machine, so byte order and sizes are its own. */
 #ifndef HOST_KERNEL_BPF_LAUNCH_RECORD_H
 #define HOST_KERNEL_BPF_LAUNCH_RECORD_H
 
@@ -20,23 +20,30 @@ enum { LAUNCH_ARGS_MOST = 16384, LAUNCH_TEXTS_MOST = 0x10000 };
 /* Which counter stands where in the map "counts". */
 enum { LAUNCH_COUNT_CAPTURED, LAUNCH_COUNT_LOST, LAUNCH_COUNT_OTHERS_LOST, LAUNCH_COUNTS };
 
-struct launch_record {
-    unsigned long long inode;    /* of the file that was started */
-    unsigned long long fs_magic; /* of its file system */
-    unsigned int device;         /* in the kernel's form: major << 20 | minor */
-    unsigned int mount_ns;       /* number of the mount namespace */
-    unsigned int type;           /* LAUNCH_EXEC; the other two have pid and ppid and no texts */
+struct launch_life {
+    unsigned int type; /* LAUNCH_EXEC or one of the others */
     unsigned int pid;
     unsigned int ppid;
-    unsigned int uid;
+};
+
+struct launch_record {
+    struct launch_life life;
     unsigned int flags;
+    unsigned long long inode;    /* of the file that was started */
+    unsigned long long fs_magic; /* of its file system */
+    unsigned long long size;     /* in bytes */
+    long long changed;           /* its change time, ns since 1970 */
+    unsigned int device;         /* in the kernel's form: major << 20 | minor */
+    unsigned int mount_ns;       /* number of the mount namespace */
+    unsigned int mount_id;       /* of the mount that it was started from, as statx names it */
+    unsigned int uid;
     unsigned int args_length;     /* argument vector, each argument ends in a NUL */
     unsigned short path_length;   /* names from the file up to the root, each ends in a NUL */
     unsigned short name_length;   /* as invoked, with its NUL; a script where there is one */
     unsigned short interp_length; /* a script's interpreter as it names it, with its NUL; or 0 */
     unsigned short cwd_length;    /* like path; only when one of the two names is relative */
     unsigned short root_length;   /* like path; 0 unless the process has a root of its own */
-    unsigned short reserved[3];
+    unsigned short reserved;
 };
 
 /* The texts stand in the order path, name, interp, cwd, root, args. */

@@ -65,6 +65,9 @@ bool DecodeExec(const launch_record& head, Texts texts, LaunchEvent& event) {
     event.nDevice = head.device;
     event.nInode = head.inode;
     event.nMagic = head.fs_magic;
+    event.nMountId = head.mount_id;
+    event.nSize = head.size;
+    event.nChanged = head.changed;
     event.bArgsCut = (head.flags & LAUNCH_ARGS_CUT) != 0;
     event.bArgsUnreadable = (head.flags & LAUNCH_ARGS_UNREADABLE) != 0;
     event.bPathCut = (head.flags & LAUNCH_PATH_CUT) != 0;
@@ -103,16 +106,17 @@ unsigned short Length(const std::string& strText) {
 
 bool DecodeLaunch(const void* pData, size_t nSize, LaunchEvent& event) {
     launch_record head = {};
-    if (pData == nullptr || nSize < sizeof(head)) {
+    if (pData == nullptr || nSize < sizeof(head.life)) {
         return false;
     }
-    std::memcpy(&head, pData, sizeof(head));
+    std::memcpy(&head, pData, std::min(nSize, sizeof(head)));
     LaunchEvent decoded;
-    decoded.nPid = head.pid;
-    decoded.nPpid = head.ppid;
-    switch (head.type) {
+    decoded.nPid = head.life.pid;
+    decoded.nPpid = head.life.ppid;
+    switch (head.life.type) {
         case LAUNCH_EXEC:
-            if (!DecodeExec(
+            if (nSize < sizeof(head) ||
+                !DecodeExec(
                     head,
                     Texts(static_cast<const char*>(pData) + sizeof(head), nSize - sizeof(head)),
                     decoded)) {
@@ -135,11 +139,11 @@ bool DecodeLaunch(const void* pData, size_t nSize, LaunchEvent& event) {
 std::string EncodeLaunch(const LaunchEvent& event) {
     static constexpr unsigned int TYPES[] = {LAUNCH_EXEC, LAUNCH_FORK, LAUNCH_EXIT};
     launch_record head = {};
-    head.type = TYPES[event.eKind];
-    head.pid = event.nPid;
-    head.ppid = event.nPpid;
+    head.life = {TYPES[event.eKind], event.nPid, event.nPpid};
+    size_t nHead = sizeof(head.life);
     std::string strTexts;
     if (event.eKind == LAUNCH_KIND_EXEC) {
+        nHead = sizeof(head);
         const std::string strPath = NamesOf(event.strPath);
         const std::string strName = WithNul(event.strName);
         const std::string strInterp = WithNul(event.strInterp);
@@ -150,6 +154,9 @@ std::string EncodeLaunch(const LaunchEvent& event) {
             bFits ? WithNul(event.strCommand) : event.strCommand.substr(0, LAUNCH_ARGS_MOST);
         head.inode = event.nInode;
         head.fs_magic = event.nMagic;
+        head.mount_id = event.nMountId;
+        head.size = event.nSize;
+        head.changed = event.nChanged;
         head.device = event.nDevice;
         head.mount_ns = event.nMountNs;
         head.uid = event.nUid;
@@ -167,5 +174,5 @@ std::string EncodeLaunch(const LaunchEvent& event) {
         head.args_length = static_cast<unsigned int>(strArgs.size());
         strTexts = strPath + strName + strInterp + strDirectory + strRoot + strArgs;
     }
-    return std::string(reinterpret_cast<const char*>(&head), sizeof(head)) + strTexts;
+    return std::string(reinterpret_cast<const char*>(&head), nHead) + strTexts;
 }

@@ -111,9 +111,9 @@ protected:
     // The inode of a program is the length of its path.
     void Start(uint32_t nPid, const std::string& strPath) {
         launch_record head = {};
-        head.type = LAUNCH_EXEC;
-        head.pid = nPid;
-        head.ppid = 0x7ffffff0;
+        head.life.type = LAUNCH_EXEC;
+        head.life.pid = nPid;
+        head.life.ppid = 0x7ffffff0;
         head.inode = strPath.size();
         head.name_length = static_cast<unsigned short>(strPath.size() + 1);
         head.args_length = static_cast<unsigned int>(strPath.size() + 1);

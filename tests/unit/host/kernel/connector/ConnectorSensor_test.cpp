@@ -25,6 +25,7 @@ using testing::Not;
 namespace {
 
 // Numbers that no process can have, so that /proc knows nothing of them but what a test puts there.
+constexpr size_t BYTES = 8 << 20;  // that wait at most
 constexpr uint32_t GONE = 0x7ffffff0;
 constexpr uint32_t ALIVE = 0x7ffffff1;
 constexpr uint32_t PARENT = 0x7ffffff2;
@@ -40,6 +41,13 @@ void OpenWithoutPrivilege(bool bOpens) {
     const bool bOpen = MakeConnectorSensor(bOpens)->Open(strError);
     std::fprintf(stderr, "%s\n", strError.c_str());
     _exit(bOpen ? 0 : 42);
+}
+
+// Of a record without texts.
+size_t SizeOf(LaunchKind eKind) {
+    LaunchEvent event;
+    event.eKind = eKind;
+    return EncodeLaunch(event).size();
 }
 
 class ConnectorSensorTest : public testing::Test {
@@ -402,7 +410,7 @@ TEST_F(ConnectorSensorTest, OnAnOlderKernelEveryLostMessageMayHaveBeenALaunch) {
 }
 
 TEST_F(ConnectorSensorTest, WhatWaitsIsBoundedAndLaunchesThatFindNoRoomAreLost) {
-    constexpr size_t ROOM = (8 << 20) / 64;  // a record without texts has 64 bytes
+    const size_t ROOM = BYTES / SizeOf(LAUNCH_KIND_EXEC);
     (void)Start(false);
     m_kernel.Tell({{0, std::vector<FakeKernel::Told>(ROOM + 10, {Exec(GONE)})}}, {});
 
@@ -413,22 +421,24 @@ TEST_F(ConnectorSensorTest, WhatWaitsIsBoundedAndLaunchesThatFindNoRoomAreLost) 
 }
 
 TEST_F(ConnectorSensorTest, CopiesAndEndsThatFindNoRoomStayCounted) {
-    constexpr size_t ROOM = (8 << 20) / 64;
+    const size_t ROOM = BYTES / SizeOf(LAUNCH_KIND_EXEC);
     ILaunchSensor& sensor = Start(false);
     m_kernel.Tell({{0, std::vector<FakeKernel::Told>(ROOM, {Exec(GONE)})}}, {});
-    ASSERT_TRUE(Eventually([&sensor] { return sensor.Counts().nCaptured == ROOM; }));
+    ASSERT_TRUE(Eventually([&] { return sensor.Counts().nCaptured == ROOM; }));
+    const size_t LEFT = BYTES % SizeOf(LAUNCH_KIND_EXEC) / SizeOf(LAUNCH_KIND_FORK);
+    m_kernel.Tell({{1, std::vector<FakeKernel::Told>(LEFT, {Fork(PARENT, GONE)})}}, {});
     m_kernel.Tell({{1, {{Fork(PARENT, GONE)}, {Exit(GONE)}}}}, {});
 
-    EXPECT_EQ(ROOM, Records().size());
+    EXPECT_EQ(ROOM + LEFT, Records().size());
 
     EXPECT_EQ(2u, sensor.Counts().nOthersLost);
 }
 
 TEST_F(ConnectorSensorTest, WhatWasDrainedMakesRoomAgain) {
-    constexpr size_t ROOM = (8 << 20) / 64;
+    const size_t ROOM = BYTES / SizeOf(LAUNCH_KIND_EXEC);
     ILaunchSensor& sensor = Start(false);
     m_kernel.Tell({{0, std::vector<FakeKernel::Told>(ROOM, {Exec(GONE)})}}, {});
-    ASSERT_TRUE(Eventually([&sensor] { return sensor.Counts().nCaptured == ROOM; }));
+    ASSERT_TRUE(Eventually([&] { return sensor.Counts().nCaptured == ROOM; }));
     sensor.Drain([](const void*, size_t) { return true; });
     m_kernel.Tell({{0, {{Exec(GONE)}}}}, {});
 

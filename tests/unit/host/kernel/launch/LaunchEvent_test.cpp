@@ -12,9 +12,9 @@ const std::string NUL(1, '\0');
 
 launch_record Head(unsigned int nType) {
     launch_record head = {};
-    head.type = nType;
-    head.pid = 4711;
-    head.ppid = 42;
+    head.life.type = nType;
+    head.life.pid = 4711;
+    head.life.ppid = 42;
     return head;
 }
 
@@ -80,9 +80,9 @@ TEST(LaunchEventTest, TheNulBehindTheLastArgumentIsNoBlank) {
 TEST(LaunchEventTest, CopiesAndEndsHaveNumbersOnly) {
     LaunchEvent event;
 
-    ASSERT_TRUE(DecodeLaunch(Bytes(Head(LAUNCH_FORK), "").data(), sizeof(launch_record), event));
+    ASSERT_TRUE(DecodeLaunch(Bytes(Head(LAUNCH_FORK), "").data(), sizeof(launch_life), event));
     EXPECT_EQ(LAUNCH_KIND_FORK, event.eKind);
-    ASSERT_TRUE(DecodeLaunch(Bytes(Head(LAUNCH_EXIT), "").data(), sizeof(launch_record), event));
+    ASSERT_TRUE(DecodeLaunch(Bytes(Head(LAUNCH_EXIT), "").data(), sizeof(launch_life), event));
     EXPECT_EQ(LAUNCH_KIND_EXIT, event.eKind);
     EXPECT_EQ(4711u, event.nPid);
 }
@@ -132,6 +132,9 @@ TEST(LaunchEventTest, WhatIsEncodedIsDecodedTheSame) {
     ASSERT_TRUE(DecodeLaunch(strBytes.data(), strBytes.size(), event));
     event.bArgsUnreadable = true;
     event.bPathCut = true;
+    event.nMountId = 31;
+    event.nSize = uint64_t{1} << 40;
+    event.nChanged = int64_t{1700000000} * 1000000000 + 9;
     event.strCommand = "sh a b  \xff ";
 
     const std::string strAgain = EncodeLaunch(event);
@@ -142,6 +145,9 @@ TEST(LaunchEventTest, WhatIsEncodedIsDecodedTheSame) {
     EXPECT_EQ(event.nPpid, again.nPpid);
     EXPECT_EQ(event.nInode, again.nInode);
     EXPECT_EQ(event.nDevice, again.nDevice);
+    EXPECT_EQ(31u, again.nMountId);
+    EXPECT_EQ(uint64_t{1} << 40, again.nSize);
+    EXPECT_EQ(int64_t{1700000000} * 1000000000 + 9, again.nChanged);
     EXPECT_EQ(event.strPath, again.strPath);
     EXPECT_EQ(event.strName, again.strName);
     EXPECT_EQ(event.strInterp, again.strInterp);

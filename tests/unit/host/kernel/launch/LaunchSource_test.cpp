@@ -78,9 +78,9 @@ protected:
     void Capture(const std::string& strName, uint32_t nPid = 4711,
                  const std::string& strInterp = "") {
         launch_record head = {};
-        head.type = LAUNCH_EXEC;
-        head.pid = nPid;
-        head.ppid = 0x7ffffff0;
+        head.life.type = LAUNCH_EXEC;
+        head.life.pid = nPid;
+        head.life.ppid = 0x7ffffff0;
         head.name_length = static_cast<unsigned short>(strName.size() + 1);
         head.interp_length =
             static_cast<unsigned short>(strInterp.empty() ? 0 : strInterp.size() + 1);
