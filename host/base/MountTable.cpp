@@ -62,6 +62,7 @@ bool ParseLine(const std::string& strLine, MountEntry& entry) {
     }
     const unsigned long nMajor = std::strtoul(words[2].c_str(), nullptr, 10);
     const unsigned long nMinor = std::strtoul(words[2].c_str() + nColon + 1, nullptr, 10);
+    entry.nId = static_cast<uint32_t>(std::strtoul(words[0].c_str(), nullptr, 10));
     entry.nDevice = static_cast<uint32_t>(nMajor << 20 | nMinor);
     entry.strRoot = Unescaped(words[3]);
     entry.strPoint = Unescaped(words[4]);

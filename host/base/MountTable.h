@@ -12,6 +12,7 @@
 #include "host/base/UniqueFd.h"
 
 struct MountEntry {
+    uint32_t nId = 0;      // as statx names it
     uint32_t nDevice = 0;  // in the kernel's form: major << 20 | minor
     std::string strRoot;   // the part of the file system that is mounted; "/" for all of it
     std::string strPoint;

@@ -41,7 +41,7 @@ public:
     }
     std::string Mounts() override { return mount_table::Text(); }
     bool IsDirectory(const std::string& strPath) override {
-        struct stat status = {};
+        FileStatus status;
         return file_look::AtItself(strPath, status) && S_ISDIR(status.st_mode);
     }
     std::vector<std::string> DirectoriesIn(const std::string& strPath) override;

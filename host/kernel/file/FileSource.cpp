@@ -211,7 +211,7 @@ void FileSource::Report(FileAct eAct, const FileEvent& event, std::string_view s
         return;
     }
     FileOperation operation;
-    struct stat status = {};
+    FileStatus status;
     operation.eAct = eAct;
     operation.strPath = m_places.Spelled(strPath);
     operation.bPlace = WatchedPaths::IsWatched(eAct, operation.strPath);
@@ -240,11 +240,11 @@ void FileSource::Report(FileAct eAct, const FileEvent& event, std::string_view s
 }
 
 // As the module looks: through a link.
-bool FileSource::IsPipe(const std::string& strPath, struct stat& status) const {
+bool FileSource::IsPipe(const std::string& strPath, FileStatus& status) const {
     if (!m_options.fnLook(strPath, status)) {
         return false;
     }
-    struct stat target = {};
+    FileStatus target;
     return S_ISFIFO(status.st_mode) ||
            (S_ISLNK(status.st_mode) && m_options.fnLookThrough(strPath, target) &&
             S_ISFIFO(target.st_mode));

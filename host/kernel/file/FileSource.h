@@ -87,7 +87,7 @@ private:
     bool IsRepeat(const FileEvent& event, const std::string& strPath);
     void Report(FileAct eAct, const FileEvent& event, std::string_view strDirectory,
                 const std::string& strPath);
-    bool IsPipe(const std::string& strPath, struct stat& status) const;
+    bool IsPipe(const std::string& strPath, FileStatus& status) const;
 
     const std::unique_ptr<IFileSensor> m_pSensor;
     IFileObserver& m_observer;

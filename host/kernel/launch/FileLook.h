@@ -1,6 +1,6 @@
 // How the sensors look at a file by its path, and the form in which others look for them.
 //
-// Threads: any; no state. Errors: none but std::bad_alloc.
+// Threads: any; a ByMounts one at a time. Errors: none but std::bad_alloc.
 #ifndef HOST_KERNEL_LAUNCH_FILELOOK_H
 #define HOST_KERNEL_LAUNCH_FILELOOK_H
 
@@ -10,13 +10,26 @@
 #include <functional>
 #include <string>
 
-// stat: false when there is no such file.
-using FileLook = std::function<bool(const std::string& strPath, struct stat& status)>;
+// What one look sees of a file; stat's members, and more.
+struct FileStatus : stat {
+    FileStatus() : stat() {}
+
+    int64_t nBorn = 0;          // ns since 1970; 0: not known
+    uint32_t nMountId = 0;      // of the mount that the path leads over; 0: not known
+    uint32_t nMountDevice = 0;  // of its file system, as mountinfo and the kernel's records name it
+};
+
+// False when there is no such file.
+using FileLook = std::function<bool(const std::string& strPath, FileStatus& status)>;
 
 namespace file_look {
 
-bool AtTarget(const std::string& strPath, struct stat& status);  // of a link what it leads to
-bool AtItself(const std::string& strPath, struct stat& status);  // of a link the link
+bool AtTarget(const std::string& strPath, FileStatus& status);  // of a link what it leads to
+bool AtItself(const std::string& strPath, FileStatus& status);  // of a link the link
+bool AtDescriptor(int nFd, FileStatus& status);
+// AtTarget, which also knows the file system of the mount where stat names another device than the
+// kernel's records do (an overlay's, that of btrfs) and the mount is one of this namespace.
+FileLook ByMounts();
 
 // Where a link leads, as it is written; "" when it cannot be read. A relative strLink is one of the
 // directory nDir.

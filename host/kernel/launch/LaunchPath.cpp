@@ -15,20 +15,29 @@ constexpr const char* INTERPRETERS[] = {"bash", "dash", "python", "python2", "py
 // Names that mean a file of whoever opens them.
 constexpr const char* OWN_PLACES[] = {"/dev/fd/", "/dev/std", "/proc/self/", "/proc/thread-self/"};
 
-// File systems whose stat names another device than the kernel's own records do: one without a
-// driver, so that a file on a disk is never taken for theirs.
-constexpr uint64_t MAGIC_OVERLAY = 0x794c7630;
-constexpr uint64_t MAGIC_BTRFS = 0x9123683e;
+// Of some file systems stat names another device than the kernel's records do: there the mount
+// tells. Its number may be one of another namespace.
+bool IsOfFileSystem(const FileStatus& status, const LaunchEvent& event) {
+    return process_look::IdOf(status).nDevice == event.nDevice ||
+           (event.nMountId != 0 &&
+            (status.nMountId == event.nMountId ||
+             (status.nMountDevice != 0 && status.nMountDevice == event.nDevice)));
+}
 
-bool IsExecuted(const struct stat& status, const LaunchEvent& event) {
-    if (!S_ISREG(status.st_mode) || status.st_ino != event.nInode) {
-        return false;
-    }
-    if (process_look::IdOf(status).nDevice == event.nDevice) {
-        return true;
-    }
-    return major(status.st_dev) == 0 &&
-           (event.nMagic == MAGIC_OVERLAY || event.nMagic == MAGIC_BTRFS);
+int64_t ChangeTime(const FileStatus& status) {
+    return status.st_ctim.tv_sec * int64_t{1000000000} + status.st_ctim.tv_nsec;
+}
+
+bool IsFile(const FileStatus& status, const LaunchEvent& event) {
+    return S_ISREG(status.st_mode) && status.st_ino == event.nInode &&
+           IsOfFileSystem(status, event);
+}
+
+// An inode's number is given to another file when it is free, and its content may be another one:
+// both change its time, which nobody can set back.
+bool IsUnchanged(const FileStatus& status, const LaunchEvent& event) {
+    return event.nChanged == 0 || (ChangeTime(status) == event.nChanged &&
+                                   static_cast<uint64_t>(status.st_size) == event.nSize);
 }
 
 bool IsInterpreter(const std::string& strPath) {
@@ -58,27 +67,42 @@ std::string Absolute(std::string strName, const LaunchEvent& event) {
 
 }  // namespace
 
-bool LeadsTo(const std::string& strPath, const LaunchEvent& event, const FileLook& fnLook) {
-    struct stat status = {};
-    return !strPath.empty() && fnLook(strPath, status) && IsExecuted(status, event);
+StartedFile::StartedFile(const LaunchEvent& event, std::string strExeLink, const FileLook& fnLook)
+    : m_event(event), m_strExeLink(std::move(strExeLink)), m_fnLook(fnLook) {}
+
+bool StartedFile::IsAt(const std::string& strPath) {
+    FileStatus status;
+    return !strPath.empty() && strPath[0] == '/' && m_fnLook(strPath, status) &&
+           IsFile(status, m_event) && (IsUnchanged(status, m_event) || IsRunning());
+}
+
+bool StartedFile::IsRunning() {
+    if (!m_running) {
+        FileStatus status;
+        m_running =
+            m_fnLook(m_strExeLink, status) && IsFile(status, m_event) &&
+            (IsUnchanged(status, m_event) || status.nBorn == 0 || status.nBorn <= m_event.nChanged);
+    }
+    return *m_running;
 }
 
 LaunchPath ChooseLaunchPath(const LaunchEvent& event, const FileLook& fnLook) {
+    const std::string strProc = "/proc/" + std::to_string(event.nPid) + "/exe";
+    StartedFile file(event, strProc, fnLook);
     const std::string& strName = event.strInterp.empty() ? event.strName : event.strInterp;
     const std::string strInvoked = Absolute(strName, event);
-    const bool bInvoked = LeadsTo(strInvoked, event, fnLook);
+    const bool bInvoked = file.IsAt(strInvoked);
     const bool bBetter = IsInterpreter(event.strPath) && !IsInterpreter(strInvoked);
     if (bInvoked && !bBetter) {
         return {strInvoked, LAUNCH_PATH_INVOKED};
     }
-    if (LeadsTo(event.strPath, event, fnLook)) {
+    if (file.IsAt(event.strPath)) {
         return {event.strPath, LAUNCH_PATH_RESOLVED};
     }
     if (bInvoked) {
         return {strInvoked, LAUNCH_PATH_INVOKED};
     }
-    const std::string strProc = "/proc/" + std::to_string(event.nPid) + "/exe";
-    if (LeadsTo(strProc, event, fnLook)) {
+    if (file.IsRunning()) {
         return {strProc, LAUNCH_PATH_PROC};
     }
     return {};
@@ -93,12 +117,12 @@ std::string ScriptPath(const LaunchEvent& event, uint32_t nOwnMountNs, const Fil
         return "";
     }
     const std::string strPath = Absolute(event.strName, event);
-    struct stat status = {};
+    FileStatus status;
     return !strPath.empty() && fnLook(strPath, status) && S_ISREG(status.st_mode) ? strPath : "";
 }
 
 uint32_t HostMountNs(const FileLook& fnLook) {
-    struct stat root = {}, firstRoot = {}, space = {};
+    FileStatus root, firstRoot, space;
     const bool bSameRoot = fnLook("/", root) && fnLook("/proc/1/root/", firstRoot) &&
                            root.st_dev == firstRoot.st_dev && root.st_ino == firstRoot.st_ino;
     if (bSameRoot && fnLook("/proc/1/ns/mnt", space)) {

@@ -6,6 +6,7 @@
 #define HOST_KERNEL_LAUNCH_LAUNCHPATH_H
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "host/kernel/launch/FileLook.h"
@@ -23,9 +24,26 @@ struct LaunchPath {
     LaunchPathOrigin eOrigin = LAUNCH_PATH_NONE;
 };
 
-// True when strPath leads to the file that was started. Of event only its device, inode and file
-// system are tried.
-bool LeadsTo(const std::string& strPath, const LaunchEvent& event, const FileLook& fnLook);
+// The file that a launch started, and what leads to it now. Of the launch only what it says of the
+// file is tried. The launch and the look must outlive it.
+class StartedFile {
+public:
+    // strExeLink: /proc/PID/exe of the process.
+    StartedFile(const LaunchEvent& event, std::string strExeLink, const FileLook& fnLook);
+
+    // Whether strPath, absolute, leads to it. A file that has changed since is only taken while the
+    // process runs it: then nobody can write to it (but on Linux 6.11 and 6.12).
+    bool IsAt(const std::string& strPath);
+    // Whether the process runs it still, by the first look: it may have been renamed or removed. An
+    // inode that was born after the start is another file.
+    bool IsRunning();
+
+private:
+    const LaunchEvent& m_event;
+    const std::string m_strExeLink;
+    const FileLook& m_fnLook;
+    std::optional<bool> m_running;
+};
 
 // The name as invoked where stat says that it is the file started, else the resolved path where
 // that is, else /proc/PID/exe. Only where the resolved name alone is one by which the module

@@ -13,7 +13,7 @@
 namespace {
 
 // A name that leads over /proc/self/cwd or the like is another file for each process.
-bool StatWithoutMagic(const std::string& strPath, struct stat& status) {
+bool LookWithoutMagic(const std::string& strPath, FileStatus& status) {
     open_how how = {};
     how.flags = O_PATH | O_CLOEXEC;
     how.resolve = RESOLVE_NO_MAGICLINKS;
@@ -22,7 +22,7 @@ bool StatWithoutMagic(const std::string& strPath, struct stat& status) {
     if (!fd) {
         return errno == ENOSYS && file_look::AtTarget(strPath, status);  // before Linux 5.6
     }
-    return fstat(fd.Get(), &status) == 0;
+    return file_look::AtDescriptor(fd.Get(), status);
 }
 
 }  // namespace
@@ -36,10 +36,10 @@ LaunchSource::LaunchSource(std::unique_ptr<ILaunchSensor> pSensor, ILaunchObserv
       m_nOwnPid(static_cast<uint32_t>(getpid())),
       m_batches({m_options.nMostLaunches, m_options.nMostBytes, m_options.batchTime}) {
     if (!m_options.fnLookAtScript) {
-        m_options.fnLookAtScript = m_options.fnLook ? m_options.fnLook : StatWithoutMagic;
+        m_options.fnLookAtScript = m_options.fnLook ? m_options.fnLook : LookWithoutMagic;
     }
     if (!m_options.fnLook) {
-        m_options.fnLook = file_look::AtTarget;
+        m_options.fnLook = file_look::ByMounts();
     }
     if (!m_options.nMountNs) {
         m_options.nMountNs = HostMountNs(file_look::AtTarget);

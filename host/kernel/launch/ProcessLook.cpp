@@ -29,7 +29,7 @@ FileId process_look::IdOf(const struct stat& status) {
 }
 
 FileId process_look::FileOf(const std::string& strPath) {
-    struct stat status = {};
+    FileStatus status;
     return file_look::AtTarget(strPath, status) ? IdOf(status) : FileId();
 }
 

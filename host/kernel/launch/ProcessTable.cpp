@@ -1,7 +1,6 @@
 #include "host/kernel/launch/ProcessTable.h"
 
 #include <dirent.h>
-#include <sys/vfs.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -9,7 +8,7 @@
 #include "host/kernel/launch/ProcessLook.h"
 
 ProcessTable::ProcessTable(FileLook fnLook, std::string strProc)
-    : m_fnLook(fnLook ? std::move(fnLook) : file_look::AtTarget), m_strProc(std::move(strProc)) {}
+    : m_fnLook(fnLook ? std::move(fnLook) : file_look::ByMounts()), m_strProc(std::move(strProc)) {}
 
 std::string ProcessTable::ExeLink(uint32_t nPid) const {
     return m_strProc + "/" + std::to_string(nPid) + "/exe";
@@ -17,8 +16,7 @@ std::string ProcessTable::ExeLink(uint32_t nPid) const {
 
 ProcessTable::ImageRef ProcessTable::ImageFromProc(uint32_t nPid) const {
     const std::string strLink = ExeLink(nPid);
-    struct stat status = {};
-    struct statfs system = {};
+    FileStatus status;
     if (!m_fnLook(strLink, status)) {
         return nullptr;  // a kernel thread, or gone
     }
@@ -28,9 +26,6 @@ ProcessTable::ImageRef ProcessTable::ImageFromProc(uint32_t nPid) const {
     const FileId id = process_look::IdOf(status);
     pImage->nDevice = id.nDevice;
     pImage->nInode = id.nInode;
-    if (statfs(strLink.c_str(), &system) == 0) {
-        pImage->nMagic = static_cast<uint64_t>(system.f_type);
-    }
     return pImage;
 }
 
@@ -119,7 +114,7 @@ void ProcessTable::Note(const LaunchEvent& event, const std::string& strPath) {
         }
         process.starts.push_back(
             {Kept({strPath, event.strPath.empty() ? event.strName : event.strPath, event.nDevice,
-                   event.nInode, event.nMagic}),
+                   event.nInode, event.nMountId, event.nSize, event.nChanged}),
              ++m_nNoted});
         if (process.starts.size() > MOST_IMAGES) {
             process.starts.erase(process.starts.begin());
@@ -228,17 +223,17 @@ ActingProgram ProcessTable::Verified(const Image& image, uint32_t nPid) const {
     LaunchEvent event;
     event.nDevice = image.nDevice;
     event.nInode = image.nInode;
-    event.nMagic = image.nMagic;
-    const auto leads = [&](const std::string& strPath) {
-        return !strPath.empty() && strPath[0] == '/' && LeadsTo(strPath, event, m_fnLook);
-    };
+    event.nMountId = image.nMountId;
+    event.nSize = image.nSize;
+    event.nChanged = image.nChanged;
+    std::string strLink = ExeLink(nPid);
+    StartedFile file(event, strLink, m_fnLook);
     for (const std::string* pPath : {&image.strPath, &image.strName}) {
-        if (leads(*pPath)) {
+        if (file.IsAt(*pPath)) {
             return {*pPath, image.strName};
         }
     }
-    std::string strLink = ExeLink(nPid);
-    if (leads(strLink)) {
+    if (file.IsRunning()) {
         return {std::move(strLink), image.strName};
     }
     return {"", image.strName};

@@ -27,7 +27,9 @@ struct Image {
     std::string strName;  // as the kernel spells it; for people
     uint32_t nDevice = 0;
     uint64_t nInode = 0;
-    uint64_t nMagic = 0;  // of the file system
+    uint32_t nMountId = 0;  // what follows: as LaunchEvent has it
+    uint64_t nSize = 0;
+    int64_t nChanged = 0;
 };
 
 struct ActingProgram {

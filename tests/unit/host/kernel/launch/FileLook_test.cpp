@@ -1,8 +1,12 @@
 #include "host/kernel/launch/FileLook.h"
 
 #include <gtest/gtest.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
+#include <cstring>
+
+#include "host/base/MountTable.h"
 #include "host/base/UniqueFd.h"
 #include "tests/support/TestDir.h"
 
@@ -15,7 +19,7 @@ protected:
     TestDir m_dir;
     const std::string m_strFile = m_dir.WriteFile("file", "four");
     const std::string m_strLink = m_dir.Path() + "/link";
-    struct stat m_status = {};
+    FileStatus m_status;
 };
 
 }  // namespace
@@ -48,4 +52,40 @@ TEST_F(FileLookTest, ALinkIsReadAsItIsWritten) {
     EXPECT_EQ(strLong, file_look::LinkText("long", directory.Get()));
     EXPECT_EQ("", file_look::LinkText(m_strFile));
     EXPECT_EQ("", file_look::LinkText(m_dir.Path() + "/none"));
+}
+
+TEST_F(FileLookTest, AStatusIsWhatStatSaysAndTheMount) {
+    struct stat expected = {};
+    ASSERT_EQ(0, stat(m_strFile.c_str(), &expected));
+    const UniqueFd file(open(m_strFile.c_str(), O_PATH | O_CLOEXEC));
+    FileStatus byDescriptor;
+
+    ASSERT_TRUE(file_look::AtTarget(m_strFile, m_status));
+    ASSERT_TRUE(file_look::AtDescriptor(file.Get(), byDescriptor));
+
+    for (const FileStatus* pStatus : {&m_status, &byDescriptor}) {
+        EXPECT_EQ(expected.st_dev, pStatus->st_dev);
+        EXPECT_EQ(expected.st_ino, pStatus->st_ino);
+        EXPECT_EQ(expected.st_mode, pStatus->st_mode);
+        EXPECT_EQ(expected.st_nlink, pStatus->st_nlink);
+        EXPECT_EQ(expected.st_size, pStatus->st_size);
+        EXPECT_EQ(0, std::memcmp(&expected.st_ctim, &pStatus->st_ctim, sizeof(timespec)));
+        EXPECT_EQ(0, std::memcmp(&expected.st_mtim, &pStatus->st_mtim, sizeof(timespec)));
+        EXPECT_NE(0u, pStatus->nMountId);
+        EXPECT_LE(pStatus->nBorn,
+                  expected.st_ctim.tv_sec * int64_t{1000000000} + expected.st_ctim.tv_nsec);
+    }
+}
+
+// /proc is a file system without a device of its own, and mounted wherever tests run.
+TEST_F(FileLookTest, TheDeviceOfAMountIsKnownWhereStatMayNameAnother) {
+    const FileLook fnLook = file_look::ByMounts();
+    ASSERT_TRUE(fnLook("/proc/self", m_status));
+    ASSERT_EQ(0u, major(m_status.st_dev));
+    EXPECT_EQ(minor(m_status.st_dev), m_status.nMountDevice);
+    const std::vector<MountEntry> mounts = mount_table::Parse(mount_table::Text());
+    const MountEntry* const pMount = mount_table::MountOf(mounts, "/proc/self");
+    ASSERT_NE(nullptr, pMount);
+    EXPECT_EQ(pMount->nId, m_status.nMountId);
+    EXPECT_FALSE(fnLook(m_dir.Path() + "/none", m_status));
 }

@@ -23,14 +23,18 @@ protected:
 
     void Put(const std::string& strPath, ino_t nInode, dev_t nDevice = makedev(8, 1),
              mode_t nMode = S_IFREG | 0755) {
-        struct stat status = {};
+        FileStatus status;
         status.st_ino = nInode;
         status.st_dev = nDevice;
         status.st_mode = nMode;
         m_files[strPath] = status;
     }
+    void SetChanged(const std::string& strPath, time_t tmSeconds, long nNanos, off_t nSize) {
+        m_files[strPath].st_ctim = {tmSeconds, nNanos};
+        m_files[strPath].st_size = nSize;
+    }
     FileLook Look() const {
-        return [this](const std::string& strPath, struct stat& status) {
+        return [this](const std::string& strPath, FileStatus& status) {
             const auto found = m_files.find(strPath);
             if (found != m_files.end()) {
                 status = found->second;
@@ -42,7 +46,7 @@ protected:
     LaunchPathOrigin Origin() const { return ChooseLaunchPath(m_event, Look()).eOrigin; }
 
     LaunchEvent m_event;
-    std::map<std::string, struct stat> m_files;
+    std::map<std::string, FileStatus> m_files;
 };
 
 }  // namespace
@@ -86,21 +90,59 @@ TEST_F(LaunchPathTest, ANumberThatIsUsedAgainLeadsNowhere) {
     EXPECT_EQ(LAUNCH_PATH_NONE, Origin());
 }
 
-TEST_F(LaunchPathTest, AFileSystemWhoseStatNamesOtherDevicesIsKnownByItsKind) {
+TEST_F(LaunchPathTest, AFileSystemWhoseStatNamesOtherDevicesIsKnownByTheMount) {
     Put("/bin/tool", 7, makedev(0, 44));
     EXPECT_EQ("/usr/bin/tool", Chosen());
-    for (const uint64_t nMagic : {0x794c7630u, 0x9123683eu}) {
-        m_event.nMagic = nMagic;
-        EXPECT_EQ("/bin/tool", Chosen());
-    }
+    m_event.nMountId = 30;
+    EXPECT_EQ("/usr/bin/tool", Chosen());
+    m_files["/bin/tool"].nMountId = 30;
+    EXPECT_EQ("/bin/tool", Chosen());
+
+    m_files["/bin/tool"].nMountId = 31;  // of another namespace, say
+    EXPECT_EQ("/usr/bin/tool", Chosen());
+    m_files["/bin/tool"].nMountDevice = 8 << 20 | 1;
+    EXPECT_EQ("/bin/tool", Chosen());
 }
 
-TEST_F(LaunchPathTest, AFileOnADiskIsNotTakenForOneOfAnOverlayWithTheSameNumber) {
-    for (const uint64_t nMagic : {0x794c7630u, 0x9123683eu}) {
-        m_event.nMagic = nMagic;
-        m_event.nDevice = 44;
-        EXPECT_EQ("", Chosen());
-    }
+TEST_F(LaunchPathTest, AFileOfAnotherFileSystemWithTheSameNumberIsNotTaken) {
+    m_event.nDevice = 44;
+    m_event.nMountId = 30;
+    EXPECT_EQ("", Chosen());
+    m_files["/bin/tool"].nMountId = 31;
+    m_files["/bin/tool"].nMountDevice = 45;
+    EXPECT_EQ("", Chosen());
+}
+
+TEST_F(LaunchPathTest, AFileThatHasChangedIsAnotherOne) {
+    SetChanged("/bin/tool", 5, 9, 100);
+    SetChanged("/usr/bin/tool", 5, 9, 100);
+    m_event.nChanged = 5000000009;
+    m_event.nSize = 100;
+    EXPECT_EQ("/bin/tool", Chosen());
+
+    SetChanged("/bin/tool", 5, 10, 100);
+    EXPECT_EQ("/usr/bin/tool", Chosen());
+    SetChanged("/usr/bin/tool", 5, 9, 101);
+    EXPECT_EQ("", Chosen());
+}
+
+TEST_F(LaunchPathTest, WhileItRunsAChangedFileIsStillTheOneThatWasStarted) {
+    SetChanged("/bin/tool", 6, 0, 100);  // renamed, or has a link more
+    m_event.nChanged = 5000000009;
+    m_event.nSize = 100;
+    m_files.erase("/usr/bin/tool");
+    EXPECT_EQ("", Chosen());
+    Put("/proc/4711/exe", 7);
+    SetChanged("/proc/4711/exe", 6, 0, 100);
+    m_files["/proc/4711/exe"].nBorn = 5000000009;
+    EXPECT_EQ("/bin/tool", Chosen());
+
+    m_files.erase("/bin/tool");
+    EXPECT_EQ("/proc/4711/exe", Chosen());
+    m_files["/proc/4711/exe"].nBorn = 5000000010;  // the number was given away
+    EXPECT_EQ("", Chosen());
+    m_files["/proc/4711/exe"].nBorn = 0;  // a file system that keeps no births
+    EXPECT_EQ("/proc/4711/exe", Chosen());
 }
 
 TEST_F(LaunchPathTest, OfTwoNamesTheOneOfAnInterpreterIsTold) {
