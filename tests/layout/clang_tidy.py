@@ -37,7 +37,7 @@ def write_commands(build, sources, folder):
 
 
 def check(program, build, sources, state):
-    """Complaints about the sources; those that were good before, with all they include, are not looked at."""
+    """Complaints about the sources; those that were good before, with all they include, are left out."""
     with tempfile.TemporaryDirectory(prefix="tevmon-layout-") as folder:
         unknown = write_commands(build, sources, folder)
         if unknown:

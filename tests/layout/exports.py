@@ -51,7 +51,7 @@ def hardening(library):
 def without_landing_pad(library):
     """Exported functions that do not begin with the mark that an indirect call may come to.
 
-    The linker's note cannot tell: it drops it because the C library's own start files lack it.
+    The linker's note does not show it: the linker drops the note because the C library's own start files lack it.
     """
     code = output("objdump", "-d", "--no-show-raw-insn", library)
     marked = set(re.findall(r"(?m)^([0-9a-f]{16}) <.+>:\n.*\bendbr64\b", code))

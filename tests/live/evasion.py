@@ -4,8 +4,8 @@
 Usage: evasion.py HOST [--sensor S]     (root; works in /etc/cron.d under names of its own that cron
                                          does not read, and takes them away again)
 
-One line for each way: what the module was told, and what became of it there: a query, or that it
-was skipped because its program was known. A way that is not seen must stand in docs/limitations.md:
+One line for each way: what was reported to the module, and what the module did: it queried, or it
+skipped the query because the program was known. A way that is not seen must stand in docs/limitations.md:
 each has a phrase of that page, which is looked for. Exit code 0: every way is seen or named there;
 1: one is not; 77: this machine does not allow the test.
 """
@@ -284,21 +284,21 @@ LAUNCH_LIMITS = {"memfd": "a short-lived memfd", "deleted": "a deleted or replac
 
 
 def judge(way, records):
-    """What was told and what the module did, as words; and whether it was seen."""
-    told, module, paths = [], set(), set(way.paths)
+    """What was reported and what the module did, as words; and whether it was seen."""
+    reported, module, paths = [], set(), set(way.paths)
     for record in records:
         event = record["event"]
         if event == "file" and record["path"] in way.paths:
-            told.append(record["op"] + (" (pipe)" if record["pipe"] else ""))
+            reported.append(record["op"] + (" (pipe)" if record["pipe"] else ""))
         elif event == "unresolved" and record["pid"] == way.pid:
-            told.append(event)
+            reported.append(event)
         elif event == "launch" and record["pid"] == way.pid:
             paths.add(record["path"])
-            told.append(("script " if record["script"] else "launch ") + record["path"])
+            reported.append(("script " if record["script"] else "launch ") + record["path"])
         elif event in ("query", "skip") and record["path"] in paths:
             module.add("query" if event == "query" else f"skipped: {record['reason']}")
-    seen = [word for word in told if word != "unresolved"]
-    return ", ".join(told) or "nothing", ", ".join(sorted(module)) or "-", bool(seen)
+    seen = [word for word in reported if word != "unresolved"]
+    return ", ".join(reported) or "nothing", ", ".join(sorted(module)) or "-", bool(seen)
 
 
 def start_programs(kinds):
@@ -339,13 +339,13 @@ def report(ways, records):
         if way.left_out is not None:
             print(f"{way.name:<50} left out: {way.left_out}")
             continue
-        told, module, seen = judge(way, records)
+        reported, module, seen = judge(way, records)
         note = ""
         if not seen:
             named = way.limit is not None and way.limit in limitations
             unnamed += not named
             note = f"  NOT SEEN; {'named in' if named else 'MISSING in'} docs/limitations.md"
-        print(f"{way.name:<50} told: {told:<44} module: {module}{note}")
+        print(f"{way.name:<50} reported: {reported:<44} module: {module}{note}")
     return unnamed
 
 

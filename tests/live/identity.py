@@ -45,7 +45,7 @@ def make_with_inode(path, inode, source):
 
 
 def reported(host, pid, path):
-    """Where the launch of that process is told: launch, unresolved or nothing."""
+    """How the launch of that process is reported: launch, unresolved, nothing, or borrowed, under path."""
     for record in host.of("launch", "unresolved"):
         if record["pid"] == pid:
             return "borrowed" if record["event"] == "launch" and record["path"] == str(path) else record["event"]
@@ -53,12 +53,12 @@ def reported(host, pid, path):
 
 
 def end(host, folder):
-    """Until the host has told every launch before."""
+    """Waits until the host has reported every launch before."""
     marker = folder / "marker"
     shutil.copy("/bin/true", marker)
     subprocess.run([str(marker)], check=True)
     if not host.wait_for(lambda r: r["event"] == "launch" and r["path"] == str(marker)):
-        sys.exit(f"the last launch was never told: {host.said()}")
+        sys.exit(f"the last launch was never reported: {host.said()}")
 
 
 def reused(args, folder):
@@ -157,8 +157,8 @@ def overlay(args, folder):
 def judge(host, folder, tried):
     end(host, folder)
     code = host.stop()
-    told = [reported(host, *each) for each in tried]
-    counts = {word: told.count(word) for word in sorted(set(told))}
+    fates = [reported(host, *each) for each in tried]
+    counts = {word: fates.count(word) for word in sorted(set(fates))}
     unexplained = host.balance()["unexplained"]
     print(f"{len(tried)} tries: {counts}; unexplained {unexplained}; exit code {code}")
     return 1 if counts.get("borrowed") or counts.get("nothing") or unexplained or code else 0

@@ -7,9 +7,9 @@ Usage: kill_restart.py HOST [--launches N] [--files N]
 First a part at rest, then the rest of them as fast as this machine gives them; while those run the host
 is killed and another one started on the same state directory. Every launch carries its number in its
 arguments, every file in its name. Each must be one of: analysed before the kill, waiting in the queue at the
-kill and analysed after it, lost on the way into the queue at the kill, not handed over (in the kernel's
-buffer at the kill, or nobody watched), told by the second host. What was not handed over must be one piece
-in the order of each worker. Nothing may be told twice.
+kill and analysed after it, lost on the way into the queue at the kill, not reported (in the kernel's
+buffer at the kill, or nobody watched), reported by the second host. What was not reported must be one piece
+in the order of each worker. Nothing may be reported twice.
 
 Prints the ledger. Exit code 0: it is so; 1: not; 77: this machine does not allow the test.
 """
@@ -48,7 +48,7 @@ def streams(launches, files):
 
 
 def marks_of(body, prefix):
-    """(stream, number) of every event of the generators that one message tells."""
+    """(stream, number) of every event of the generators that one message reports."""
     found = []
     for element in json.loads(body)["param"]:
         mark = MARK.search(element.get("cmd", ""))
@@ -62,7 +62,7 @@ def marks_of(body, prefix):
 
 
 def recorded(path):
-    """The messages that were handed over, in order; the last may be cut by the kill."""
+    """The messages that the host recorded, in order; the last may be cut by the kill."""
     lines = path.read_bytes().decode("latin-1").split("\n")
     return lines[:-1]
 
@@ -107,7 +107,7 @@ def is_past(number):
 
 
 def all_judged(host, folder, prefix):
-    """A program and a file of its own, the last of each kind: waits until the module has looked at both."""
+    """A program and a file of its own, the last of each kind: waits until the module has analysed both."""
     last = folder / f"last-{len(host.records)}"
     shutil.copy("/bin/true", last)
     with open(last, "ab") as program:
@@ -131,26 +131,26 @@ def pieces(numbers):
 
 def account(truth, first, waiting, second, prefix):
     """The ledger, and what is wrong with it."""
-    told = {}
+    reported = {}
     twice = []
     for where, bodies in (("first", first), ("second", second)):
         for body in bodies:
-            fate = "told after the restart"
+            fate = "reported after the restart"
             if where == "first":
                 fate = "waiting at the kill" if body in waiting else "analysed before the kill"
             for mark in marks_of(body, prefix):
-                if mark in told:
-                    twice.append(f"told twice: {mark}")
-                told[mark] = fate
-    ledger = collections.Counter(told.values())
+                if mark in reported:
+                    twice.append(f"reported twice: {mark}")
+                reported[mark] = fate
+    ledger = collections.Counter(reported.values())
     wrong = twice
     for stream, count in truth.items():
-        missing = {number for number in range(count) if (stream, number) not in told}
-        ledger["not handed over: in the kernel's buffer at the kill, or nobody watched"] += len(missing)
+        missing = {number for number in range(count) if (stream, number) not in reported}
+        ledger["not reported: in the kernel's buffer at the kill, or nobody watched"] += len(missing)
         if pieces(missing) > 1 or (missing and "rest" in stream):
             wrong.append(f"{stream}: missing in {pieces(missing)} pieces: {sorted(missing)[:10]}")
-    strangers = [mark for mark in told if mark[1] >= truth.get(mark[0], 0)]
-    wrong += [f"told and never done: {mark}" for mark in strangers]
+    strangers = [mark for mark in reported if mark[1] >= truth.get(mark[0], 0)]
+    wrong += [f"reported and never done: {mark}" for mark in strangers]
     return ledger, wrong
 
 
@@ -181,7 +181,7 @@ def run(args, folder):
     ledger, wrong = account(truth, handed, waiting, recorded(folder / "second"), generators.prefix)
     lost = sum(len(marks_of(body, generators.prefix)) for body in on_the_way)
     ledger["lost on the way into the queue"] += lost
-    ledger["not handed over: in the kernel's buffer at the kill, or nobody watched"] -= lost
+    ledger["not reported: in the kernel's buffer at the kill, or nobody watched"] -= lost
     left = sum(len(marks_of(body, generators.prefix)) for body in queued(folder))
     for fate, number in sorted(ledger.items()):
         print(f"{number:8}  {fate}")
@@ -192,7 +192,7 @@ def run(args, folder):
     print("\n".join(wrong[:20]))
     good = (not wrong and unexplained == 0 and balance["unexplained"] == 0 and left == 0 and code == 0
             and ledger["analysed before the kill"] + ledger["waiting at the kill"] > 0
-            and ledger["told after the restart"] > 0)
+            and ledger["reported after the restart"] > 0)
     return 0 if good else 1
 
 

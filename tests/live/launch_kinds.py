@@ -1,4 +1,4 @@
-"""Programs started in known number and in many ways, and what a watch must tell of each."""
+"""Programs started in known number and in many ways, and what a watch must report of each."""
 
 import ctypes
 import os
@@ -16,7 +16,7 @@ LIBC = ctypes.CDLL(None, use_errno=True)
 
 
 class Image:
-    """One exec: the file, the paths under which it may be told, its arguments."""
+    """One exec: the file, the paths under which it may be reported, its arguments."""
 
     def __init__(self, file, paths=None, command=None, script=None, nameless=False,
                  perhaps=None):
@@ -69,7 +69,7 @@ def text_of(arguments):
 
 
 class Kinds:
-    """Starts one program of each kind. all() leaves those alive whose telling needs it."""
+    """Starts one program of each kind. all() leaves those alive that could not be reported otherwise."""
 
     def __init__(self, folder, tiny):
         self.folder = pathlib.Path(os.path.realpath(folder))
@@ -273,7 +273,7 @@ class Kinds:
         start.images[0].command = f"{clean} {start.mark}"
 
     def borrowing_scripts(self):
-        """Scripts whose names lead to another file here: their interpreters only may be told."""
+        """Scripts whose names lead to another file here: their interpreters only may be reported."""
         clean = self.script("clean.sh", "#!/bin/sh\nexit 1\n")
         other = self.script("other.sh", "#!/bin/sh\n:\n")
         link = self.folder / "magic.sh"
@@ -385,10 +385,10 @@ class Kinds:
 
 
 class Comparison:
-    """What was told of the starts, one exec at a time."""
+    """What was reported of the starts, one exec at a time."""
 
     def __init__(self, kinds, records):
-        self.execs = self.told = self.right_paths = self.right_arguments = 0
+        self.execs = self.reported = self.right_paths = self.right_arguments = 0
         self.wrong = []  # must not be, whatever captured it
         self.missed = []  # what a fallback may not see
         self.kinds = {start.kind for start in kinds.starts}
@@ -404,12 +404,12 @@ class Comparison:
     def compare(self, start, records):
         name = f"{start.kind} ({start.mark})"
         scripts = [record for record in records if record.get("script")]
-        told = [record for record in records if not record.get("script")]
+        reported = [record for record in records if not record.get("script")]
         self.execs += len(start.images)
-        self.told += min(len(told), len(start.images))
-        if len(told) != len(start.images):
-            self.missed.append(f"{name}: {len(told)} launches told, {len(start.images)} expected")
-        for record, image in zip(told, start.images):
+        self.reported += min(len(reported), len(start.images))
+        if len(reported) != len(start.images):
+            self.missed.append(f"{name}: {len(reported)} launches reported, {len(start.images)} expected")
+        for record, image in zip(reported, start.images):
             self.one(name, record, image)
         wanted = [image.script for image in start.images if image.script]
         allowed = wanted + [image.perhaps for image in start.images if image.perhaps]
@@ -418,7 +418,7 @@ class Comparison:
                 self.wrong.append(f"{name}: script reported as {record['path']}, not {wanted}")
         for script in wanted:
             if script not in [record["path"] for record in scripts]:
-                self.missed.append(f"{name}: the script {script} was not told")
+                self.missed.append(f"{name}: the script {script} was not reported")
 
     def one(self, name, record, image):
         if image.command is not None and record["cmd"] != image.command:
@@ -437,11 +437,11 @@ class Comparison:
         else:
             right = self.same(path, image)
         if not right:
-            self.wrong.append(f"{name}: told as {path}, which is another file")
+            self.wrong.append(f"{name}: reported as {path}, which is another file")
             return
         self.right_paths += 1
         if not image.nameless and path not in image.paths:
-            self.missed.append(f"{name}: told as {path}, not {image.paths}")
+            self.missed.append(f"{name}: reported as {path}, not {image.paths}")
 
     @staticmethod
     def same(path, image):

@@ -29,7 +29,7 @@ def skip(reason):
 
 
 def in_a_chroot():
-    """Whether the root is no mount: where pid 1 may not be looked at, that still tells."""
+    """Whether the root is no mount, which also shows where pid 1 may not be examined."""
     mounts = pathlib.Path("/proc/self/mountinfo").read_text().splitlines()
     return all(line.split()[4] != "/" for line in mounts)
 
@@ -70,7 +70,7 @@ LIBC.fanotify_mark.argtypes = [ctypes.c_int, ctypes.c_uint, ctypes.c_uint64, cty
 
 
 def refused_mark(path, whole=False):
-    """Why the kernel tells nothing of a directory, or of its whole file system; "" when it does."""
+    """Why the kernel reports nothing of a directory, or of its whole file system; "" when it does."""
     report_handles_and_names, create = 0xE00, 0x100
     add, filesystem, current = 1, 0x100, -100
     group = LIBC.fanotify_init(report_handles_and_names, os.O_RDONLY)
@@ -132,7 +132,7 @@ class Host:
                 return True
 
     def judged(self, path):
-        """Waits until the module has looked at path."""
+        """Waits until the module has queried or skipped path."""
         wanted = lambda r: r["event"] in ("query", "skip") and r["path"] == str(path)
         if not any(wanted(record) for record in self.records) and not self.wait_for(wanted):
             sys.exit(f"{path} was never judged: {self.said()}")

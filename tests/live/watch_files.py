@@ -5,19 +5,19 @@ Usage: watch_files.py PART HOST [--runs N] [--sensor ebpf|connector-fanotify|con
 
 Parts that are tests; exit code 0: so it was, 1: not, 77: this machine does not allow it:
   programs   N each of touch, mv and rm in a watched place, N / 3 shells that write a file and run rm in
-             its place, and N / 3 whose subshell writes one: every operation told once, in its order, with the program that did it.
-             Then files of a shell that stays. With --sensor that of launches: a connector tells the same or
-             no program, never another, and knows the shell after a while.
-  storm      one process makes, renames and removes N files, every operation is told: none may be
+             its place, and N / 3 whose subshell writes one: every operation reported once, in its order,
+             with the program that did it. Then files of a shell that stays. With --sensor that of launches:
+             a connector reports the same program or none, never another, and knows the shell after a while.
+  storm      one process makes, renames and removes N files, every operation is reported: none may be
              missing or under a wrong path. Prints the sensor's time for an event.
   overflow   while the host is stopped more happens than the kernel's queue holds: that is announced, and
-             afterwards everything is told again.
+             afterwards everything is reported again.
   kinds      links, directories, pipes, writes without a closure.
   overlay    in a mount namespace of its own: a watched place on overlayfs, which can be watched by its
              directories only, and on one that has handles of files, which can be watched whole; a file
              system mounted later, which must not be kept from going. One that the kernel lets nobody
              watch is left out.
-  idle       nothing happens for N / 100 seconds: the host tells nothing that it did itself.
+  idle       nothing happens for N / 100 seconds: the host reports nothing that it did itself.
 
 The files in /etc/cron.d have a dot in their names, which cron leaves alone, and are removed.
 """
@@ -46,7 +46,7 @@ def check_machine(sensor):
     if not PLACE.is_dir() or not os.access(PLACE, os.W_OK):
         livehost.skip(f"needs the directory {PLACE}")
     if tuple(int(part) for part in os.uname().release.split(".")[:2]) < (5, 17):
-        livehost.skip("needs Linux 5.17, for renames that are told as one")
+        livehost.skip("needs Linux 5.17, for renames that are reported as one")
 
 
 def clean():
@@ -59,15 +59,15 @@ def clean():
             path.unlink()
 
 
-def told(host, under=PLACE / MARK):
-    """(operation, path, program's last name, process) of what was told below a path."""
+def reported(host, under=PLACE / MARK):
+    """(operation, path, program's last name, process) of what was reported below a path."""
     return [(record["op"], record["path"], record["program"].rpartition("/")[2], record["pid"])
             for record in host.of("file") if record["path"].startswith(str(under))
             and not record["path"].startswith(f"{PLACE}/{MARK}end")]
 
 
 def mark_end(host):
-    """Until the host has told everything before."""
+    """Waits until the host has reported everything before."""
     mark_end.number += 1
     path = f"{PLACE}/{MARK}end{mark_end.number}"
     pathlib.Path(path).touch()
@@ -127,18 +127,18 @@ def programs(args, folder):
     mark_end(host)
     code = host.stop()
     seen = [(operation, path, who, "a copy" if pid != shells.get(path, pid) else pid)
-            for operation, path, who, pid in told(host)]
+            for operation, path, who, pid in reported(host)]
     text = f"{len(expected)} operations of programs, {len(steady)} of them of a shell that stays"
     if args.sensor != "ebpf":
         unknown = sum(not who for _, _, who, _ in seen)
         expected = without_unknown(seen, expected)
-        text += f", {unknown} told without a program"
+        text += f", {unknown} reported without a program"
     wrong = differences(seen, expected) + ([] if known else ["the shell that stays was never known"])
     return finish(host, code, wrong, text)
 
 
 def steady_shell(host):
-    """Has a shell make files, one after the other, until it is told as what it is; one that stays is known soon."""
+    """Has a shell make files, one after the other, until they are reported as its own; one that stays is known soon."""
     shell = subprocess.Popen(["/bin/sh"], stdin=subprocess.PIPE, text=True)
     expected = []
     known = False
@@ -158,10 +158,10 @@ def steady_shell(host):
 
 def without_unknown(seen, expected):
     """What is expected of a sensor that does not know everybody: the same, or nobody."""
-    told_of = collections.defaultdict(list)
+    programs_of = collections.defaultdict(list)
     for operation, path, who, _ in seen:
-        told_of[operation, path].append(who)
-    return [(operation, path, who if who in told_of[operation, path] else "", pid)
+        programs_of[operation, path].append(who)
+    return [(operation, path, who if who in programs_of[operation, path] else "", pid)
             for operation, path, who, pid in expected]
 
 
@@ -174,7 +174,7 @@ def differences(seen, expected):
         return found
 
     seen, expected = by_path(seen), by_path(expected)
-    return [f"{path}: told {seen.get(path)}, expected {expected.get(path)}"
+    return [f"{path}: reported {seen.get(path)}, expected {expected.get(path)}"
             for path in sorted(seen.keys() | expected.keys())
             if seen.get(path) != expected.get(path)]
 
@@ -190,13 +190,13 @@ def storm(args, folder):
     counts = collections.Counter()
     wrong = []
     expected = {"create": "a", "write": "a", "rename": "a", "remove": "b"}
-    for operation, path, who, _ in told(host, f"{work}/"):
+    for operation, path, who, _ in reported(host, f"{work}/"):
         name = path.rpartition("/")[2]
         counts[operation, name] += 1
         if name[0] != expected[operation] or who != "filestorm":
             wrong.append(f"{operation} {path} by {who}")
     for operation, letter in expected.items():
-        wrong += [f"{operation} {letter}{number}: told {counts[operation, f'{letter}{number}']} times"
+        wrong += [f"{operation} {letter}{number}: reported {counts[operation, f'{letter}{number}']} times"
                   for number in range(args.runs) if counts[operation, f"{letter}{number}"] != 1]
     return finish(host, code, wrong, f"{4 * args.runs} operations of one process")
 
@@ -216,7 +216,7 @@ def overflow(args, folder):
     pid = started("/usr/bin/touch", path)
     mark_end(host)
     code = host.stop()
-    wrong = differences(told(host), [("create", path, "touch", pid), ("write", path, "touch", pid)])
+    wrong = differences(reported(host), [("create", path, "touch", pid), ("write", path, "touch", pid)])
     announced = sum(record["times"] for record in host.of("overflow"))
     if not announced == host.balance()["files"]["overflows"] > 0:
         wrong.append(f"{announced} overflows announced")
@@ -266,7 +266,7 @@ def kinds(args, folder):
         act(at("open"), "write")
     mark_end(host)
     code = host.stop()
-    seen = told(host) + told(host, folder)
+    seen = reported(host) + reported(host, folder)
     return finish(host, code, differences(seen, expected), f"{len(expected)} operations of many kinds")
 
 
@@ -278,7 +278,7 @@ def idle(args, folder):
     before = host.balance()["files"]["own"]
     _ = host.wait_for(lambda record: False, args.runs / 100)
     code = host.stop()
-    wrong = [f"{operation} told" for operation in told(host, folder / "state")]
+    wrong = [f"{operation} reported" for operation in reported(host, folder / "state")]
     if host.balance()["files"]["own"] != before:
         wrong.append(f"{host.balance()['files']['own'] - before} operations of the host's own")
     return finish(host, code, wrong,
@@ -368,10 +368,10 @@ def on_overlay(args, folder, name):
     mark_end(host)
     code = host.stop()
     wrong += overlay_notices(host, whole)
-    wrong += [f"{record['path']}: told to be on {record['fs']}" for record in host.of("file")
+    wrong += [f"{record['path']}: reported to be on {record['fs']}" for record in host.of("file")
               if record["path"].startswith((f"{PLACE}/{MARK}", f"{beside}/"))
               and record["fs"] != "overlay"]
-    wrong += differences(told(host) + told(host, beside) + told(host, later), expected)
+    wrong += differences(reported(host) + reported(host, beside) + reported(host, later), expected)
     return finish(host, code, wrong, f"overlayfs {name} ({'whole' if whole else 'its directories'}) "
                                      "and a file system mounted later")
 

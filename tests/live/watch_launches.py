@@ -5,10 +5,10 @@ Usage: watch_launches.py PART HOST [--sensor ebpf|connector-fanotify|connector] 
 
 Parts that are tests (tests/live/CMakeLists.txt); exit code 0: so it was, 1: not, 77: this machine
 does not allow it:
-  launches   every start of launch_kinds.py must be told once, under a path that leads to the file
-             started and with its arguments; a start that fails must not be told; nothing may be
-             unexplained. With a fallback: no wrong path and no failed start, and how much was told.
-  overflow   while the host is stopped more is started than the kernel's buffer holds; what is told
+  launches   every start of launch_kinds.py must be reported once, under a path that leads to the file
+             started and with its arguments; a start that fails must not be reported; nothing may be
+             unexplained. With a fallback: no wrong path and no failed start, and how much was reported.
+  overflow   while the host is stopped more is started than the kernel's buffer holds; what is reported
              and what is announced as lost must be all of it.
   privilege  without capabilities the host says what is missing and ends with 10.
   types      what the module makes of shell, Python and PHP scripts given to an interpreter.
@@ -82,7 +82,7 @@ def launches(args):
     for each in kinds.left_out:
         print(f"left out: {each}")
     print(f"{args.sensor}: {len(result.kinds)} kinds, {result.execs} execs, "
-          f"{100 * result.told / result.execs:.2f} % reported, paths {percent(result.right_paths, result)},"
+          f"{100 * result.reported / result.execs:.2f} % reported, paths {percent(result.right_paths, result)},"
           f" arguments {percent(result.right_arguments, result)}; {len(result.wrong)} reported wrongly, "
           f"{len(result.missed)} not as expected; {args.runs / seconds:.0f} plain ones a second; "
           f"{balance_text(balance)}; exit code {code}")
@@ -95,7 +95,7 @@ def percent(count, result):
     return f"{100 * count / result.execs:.2f} %"
 
 
-def told_after(host):
+def reported_after(host):
     subprocess.run(["/bin/true", "after-mark"], check=True)
     return host.wait_for(lambda r: r["event"] == "launch" and "after-mark" in r["cmd"], 1)
 
@@ -112,16 +112,16 @@ def overflow(args):
         if not host.wait_for(lambda record: record["event"] == "lost"):
             sys.exit("no loss was announced")
         # A loss is reported while what was kept is still being taken: the first may find no room yet.
-        if not any(told_after(host) for _ in range(livehost.DEADLINE)):
-            sys.exit("a start after the loss was not told")
+        if not any(reported_after(host) for _ in range(livehost.DEADLINE)):
+            sys.exit("a start after the loss was not reported")
         code = host.stop()
-    told = sum("overflow-mark" in record["cmd"] for record in host.of("launch"))
+    reported = sum("overflow-mark" in record["cmd"] for record in host.of("launch"))
     announced = sum(record["launches"] for record in host.of("lost"))
     balance = host.balance()
-    print(f"{args.runs} starts: {told} reported, {balance['launches']['lost']} lost on the machine, {announced} of "
+    print(f"{args.runs} starts: {reported} reported, {balance['launches']['lost']} lost on the machine, {announced} of "
           f"them announced; captured {balance['launches']['captured']}, unexplained {balance['unexplained']}; "
           f"exit code {code}")
-    good = (0 < told < args.runs and told + balance["launches"]["lost"] >= args.runs
+    good = (0 < reported < args.runs and reported + balance["launches"]["lost"] >= args.runs
             and announced == balance["launches"]["lost"] and balance["unexplained"] == 0 and code == 0)
     return 0 if good else 1
 
@@ -205,26 +205,26 @@ class Load:
         return float(text)
 
 
-def told_of(records, program, mark, count, filler=""):
-    """(told once with path and arguments right, told at all, everything wrong)"""
+def reported_of(records, program, mark, count, filler=""):
+    """(reported once with path and arguments right, reported at all, everything wrong)"""
     wanted = {f"{program} {mark}-{worker}-{number}-{filler}"
               for worker in range(WORKERS) for number in range(count // WORKERS)}
-    right, told, wrong = set(), 0, collections.Counter()
+    right, reported, wrong = set(), 0, collections.Counter()
     for record in records:
         if f" {mark}-" not in record["cmd"] or record["event"] != "launch":
             continue
-        told += 1
+        reported += 1
         if record["path"] != program:
             wrong["path"] += 1
         elif record["cmd"] not in wanted or record["cmd"] in right:
             wrong["arguments"] += 1
         else:
             right.add(record["cmd"])
-    return len(right), told, dict(wrong)
+    return len(right), reported, dict(wrong)
 
 
-def counts(right, told, wrong, count, balance):
-    return (f"told {told} of {count}, path and arguments right {right} "
+def counts(right, reported, wrong, count, balance):
+    return (f"reported {reported} of {count}, path and arguments right {right} "
             f"({100 * right / count:.3f} %), wrong {wrong or 0}, lost {balance['launches']['lost']}, "
             f"unresolved {balance['launches']['unresolved']}, unexplained {balance['unexplained']}")
 
@@ -240,7 +240,7 @@ def rate(args):
             host = livehost.QuietHost(args.host, folder, "--no-files", sensor=args.sensor)
             seconds = load.seconds(load.begin(program, args.runs, mark))
             code = host.stop()
-            result = told_of(host.of("launch"), program, mark, args.runs)
+            result = reported_of(host.of("launch"), program, mark, args.runs)
             print(f"{text}: {args.runs / seconds:.0f} a second; "
                   + counts(*result, args.runs, host.balance()))
             good = good and code == 0 and result[0] == args.runs and not host.balance()["launches"]["lost"]
@@ -258,7 +258,7 @@ def storm(args):
         reader = {word: host.cpu_seconds(word) - before[word] for word in before}
         times = bpf.of(host.process.pid)
         code = host.stop()
-    result = told_of(host.of("launch"), load.tiny, "s", args.runs)
+    result = reported_of(host.of("launch"), load.tiny, "s", args.runs)
     print(f"storm: {args.runs / seconds:.0f} a second; "
           + counts(*result, args.runs, host.balance()))
     kernel = sum(nanoseconds for nanoseconds, _ in times.values()) / args.runs / 1000
@@ -294,16 +294,16 @@ def stopped(args):
         seconds = load.seconds(process)
         code = host.stop()
     launched = host.of("launch")
-    right, told, wrong = told_of(launched, load.tiny, "o", args.runs, " " + filler)
+    right, reported, wrong = reported_of(launched, load.tiny, "o", args.runs, " " + filler)
     balance = host.balance()
     announced = host.of("lost")
     # Other programs of the machine may be among the lost; those of the load that are missing are.
-    missing = args.runs - told
-    print(f"stopped 3 s at {args.runs / seconds:.0f} starts a second: told {told} + lost "
+    missing = args.runs - reported
+    print(f"stopped 3 s at {args.runs / seconds:.0f} starts a second: reported {reported} + lost "
           f"{balance['launches']['lost']}, {args.runs} started ({missing} of them not reported), wrong {wrong or 0}; "
           f"{len(announced)} announcement(s) of {sum(r['launches'] for r in announced)}; "
-          f"a start after it was told in {back or -1:.2f} s; {balance_text(balance)}; exit code {code}")
-    good = (code == 0 and back is not None and right == told and balance["unexplained"] == 0
+          f"a start after it was reported in {back or -1:.2f} s; {balance_text(balance)}; exit code {code}")
+    good = (code == 0 and back is not None and right == reported and balance["unexplained"] == 0
             and missing <= balance["launches"]["lost"] and len(announced) <= MOST_ANNOUNCEMENTS
             and sum(record["launches"] for record in announced) == balance["launches"]["lost"])
     return 0 if good else 1

@@ -3,7 +3,7 @@
 
 Usage: kill_replay.py HOST [--messages N] [--kill-after K]
 
-Every message tells of one program of its own. After K deliveries had returned (each says so with one
+Every message reports one program of its own. After K deliveries had returned (each says so with one
 JSON record), the host is killed; a second run on the same state directory, with an empty recording,
 drains the queue. Every message whose delivery had returned must have led to a query in one of the
 runs. Prints one line of counts. Exit code 0: so it was; 1: not; 2: wrong use.

@@ -137,7 +137,7 @@ def usual(text, root):
 
 
 def run(host, machine, words):
-    """What one command line printed. The two streams are told apart, not interleaved."""
+    """What one command line printed. The two streams are kept apart, not interleaved."""
     done = subprocess.run([host, *map(machine.of, words)], stdin=subprocess.DEVNULL, text=True,
                           capture_output=True, timeout=120, errors="backslashreplace",
                           env={**os.environ, "TZ": "UTC", "LC_ALL": "C", "NO_COLOR": "1"})

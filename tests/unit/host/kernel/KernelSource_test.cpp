@@ -256,7 +256,7 @@ TEST_F(KernelSourceTest, WhileStartsAreMissingNobodyWaitsForTheirRecords) {
         (void)source.Next(batch, milliseconds(0));
     }
 
-    EXPECT_GE(2u, m_launches.nCatchUps);  // one more when the processes were looked at anew
+    EXPECT_GE(2u, m_launches.nCatchUps);  // one more when the processes were read anew
     EXPECT_LE(10u, m_observer.m_operations.size());
 }
 

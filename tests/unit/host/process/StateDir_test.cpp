@@ -32,7 +32,7 @@ void BecomeAnotherUser() {
     }
 }
 
-// Says on standard error what a user without rights is told, and exits with 0 when all is well.
+// Prints why a user without rights is refused, and exits with 0 when there is no refusal.
 [[noreturn]] void EnterWithoutRights(const std::string& strPath) {
     BecomeAnotherUser();
     std::string strError;

@@ -1,5 +1,5 @@
 // A FileSource over a sensor whose events are a test's own bytes, places and programs of the test,
-// and an observer that keeps what it is told.
+// and an observer that keeps what is reported to it.
 #ifndef TESTS_UNIT_HOST_KERNEL_FILE_CAPTUREDFILES_H
 #define TESTS_UNIT_HOST_KERNEL_FILE_CAPTUREDFILES_H
 

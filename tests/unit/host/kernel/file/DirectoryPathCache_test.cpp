@@ -275,7 +275,7 @@ TEST_F(DirectoryPathCacheTest, TheRootIsNeitherRemovedNorMoved) {
     paths.Moved({"ETC", "r"}, {"TMP", "r"}, "ROOT");
 
     EXPECT_EQ("/tmp/x", paths.PathOf({"TMP", "x"}));
-    EXPECT_EQ("/tmp/r/x", paths.PathOf({"ROOT", "x"}));  // as it was told
+    EXPECT_EQ("/tmp/r/x", paths.PathOf({"ROOT", "x"}));  // as it was reported
 }
 
 TEST_F(DirectoryPathCacheTest, AMoveIsThatOfTheDirectoryAndNotOfItsName) {

@@ -223,7 +223,7 @@ TEST_F(FileSourceTest, TheInodeIsTheFilesAsItIsNowElseThatOfTheEvent) {
     Capture(At(FAN_CREATE, 5, CRON, "there", 55) + At(FAN_CLOSE_WRITE, 5, CRON, "there", 56));
 
     EXPECT_EQ(78u, m_observer.m_operations.at(0).nInode);
-    EXPECT_EQ(56u, m_observer.m_operations.at(1).nInode);  // not looked at for a pipe
+    EXPECT_EQ(56u, m_observer.m_operations.at(1).nInode);  // not examined for a pipe
 }
 
 TEST_F(FileSourceTest, WithoutLooksOfATestItLooksAtTheDiskAndNotThroughALinkForItsInode) {
