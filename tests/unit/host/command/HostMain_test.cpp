@@ -1,11 +1,15 @@
 #include "host/command/HostMain.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
 
 #include "tests/support/TestDir.h"
+
+using testing::HasSubstr;
+using testing::StartsWith;
 
 namespace {
 
@@ -32,14 +36,14 @@ protected:
 TEST_F(HostMainTest, WhoHasNoHomeHasToNameTheStateDirectory) {
     EXPECT_EQ(2, Count({"--json", "--verbose"}));
 
-    EXPECT_NE(std::string::npos, m_strError.find("--state-dir is required")) << m_strError;
+    EXPECT_THAT(m_strError, HasSubstr("--state-dir is required"));
 }
 
 TEST_F(HostMainTest, AnEmptyTextNamesNoStateDirectory) {
     EXPECT_EQ(2, Count({"--state-dir", ""}));
 
-    EXPECT_EQ(0u, m_strError.find("--state-dir: ")) << m_strError;
-    EXPECT_NE(std::string::npos, m_strError.find("names no directory")) << m_strError;
+    EXPECT_THAT(m_strError, StartsWith("--state-dir: "));
+    EXPECT_THAT(m_strError, HasSubstr("names no directory"));
 }
 
 TEST_F(HostMainTest, WhereItIsNamedNothingElseIsLookedFor) {
@@ -47,8 +51,7 @@ TEST_F(HostMainTest, WhereItIsNamedNothingElseIsLookedFor) {
 
     EXPECT_EQ(6, Count({"--state-dir", "/no/such/place"}));
 
-    EXPECT_NE(std::string::npos, m_strError.find("cannot read /no/such/place/data/db/"))
-        << m_strError;
+    EXPECT_THAT(m_strError, HasSubstr("cannot read /no/such/place/data/db/"));
 }
 
 TEST_F(HostMainTest, WhereNoneIsNamedItIsTheUsersOwn) {
@@ -56,6 +59,5 @@ TEST_F(HostMainTest, WhereNoneIsNamedItIsTheUsersOwn) {
 
     EXPECT_EQ(6, Count({}));
 
-    EXPECT_NE(std::string::npos, m_strError.find("cannot read " + m_strDefault + "/data/db/"))
-        << m_strError;
+    EXPECT_THAT(m_strError, HasSubstr("cannot read " + m_strDefault + "/data/db/"));
 }
