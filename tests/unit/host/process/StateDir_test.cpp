@@ -14,6 +14,7 @@
 
 #include "framework/base/CDir.h"
 #include "tests/support/FileText.h"
+#include "tests/support/NoPrivilege.h"
 #include "tests/support/TestDir.h"
 
 using testing::HasSubstr;
@@ -23,13 +24,6 @@ namespace {
 unsigned Mode(const std::string& strPath) {
     struct stat status = {};
     return stat(strPath.c_str(), &status) == 0 ? status.st_mode & 07777 : 0;
-}
-
-// In a child of its own: the user is the process's.
-void BecomeAnotherUser() {
-    if (geteuid() == 0 && setresuid(65534, 65534, 65534) != 0) {
-        _exit(3);
-    }
 }
 
 // Prints why a user without rights is refused, and exits with 0 when there is no refusal.

@@ -6,10 +6,10 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 
 #include "host/kernel/launch/LaunchEvent.h"
 #include "tests/support/Event.h"
+#include "tests/support/NoPrivilege.h"
 #include "tests/support/TestDir.h"
 #include "tests/support/kernel/FakeKernel.h"
 #include "tests/unit/host/kernel/connector/ConnectorBytes.h"
@@ -31,17 +31,6 @@ constexpr uint32_t ALIVE = 0x7ffffff1;
 constexpr uint32_t PARENT = 0x7ffffff2;
 
 const std::string NUL(1, '\0');
-
-// In a child of its own: the user is the process's.
-void OpenWithoutPrivilege(bool bOpens) {
-    if (getuid() == 0 && setuid(65534) != 0) {
-        _exit(3);
-    }
-    std::string strError;
-    const bool bOpen = MakeConnectorSensor(bOpens)->Open(strError);
-    std::fprintf(stderr, "%s\n", strError.c_str());
-    _exit(bOpen ? 0 : 42);
-}
 
 // Of a record without texts.
 size_t SizeOf(LaunchKind eKind) {
@@ -111,7 +100,9 @@ protected:
 
 TEST(ConnectorSensorDeathTest, WithoutPrivilegeItSaysWhatIsMissing) {
     for (const bool bOpens : {false, true}) {
-        EXPECT_EXIT(OpenWithoutPrivilege(bOpens), testing::ExitedWithCode(42),
+        const std::unique_ptr<ILaunchSensor> pSensor = MakeConnectorSensor(bOpens);
+        EXPECT_EXIT(OpenWithoutPrivilege(*pSensor),
+                    testing::ExitedWithCode(REFUSED_WITHOUT_PRIVILEGE),
                     "cannot be examined; run as root");
     }
 }

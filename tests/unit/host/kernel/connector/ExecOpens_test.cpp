@@ -7,10 +7,10 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <filesystem>
 
+#include "tests/support/NoPrivilege.h"
 #include "tests/support/TestDir.h"
 #include "tests/support/kernel/FakeKernel.h"
 #include "tests/unit/host/kernel/connector/ExecOpenBytes.h"
@@ -20,18 +20,6 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 namespace {
-
-// In a child of its own: the user is the process's.
-void OpenWithoutPrivilege() {
-    if (getuid() == 0 && setuid(65534) != 0) {
-        _exit(3);
-    }
-    ExecOpens opens;
-    std::string strError;
-    const bool bOpen = opens.Open(strError);
-    std::fprintf(stderr, "%s\n", strError.c_str());
-    _exit(bOpen ? 0 : 42);
-}
 
 class ExecOpensTest : public testing::Test {
 protected:
@@ -97,7 +85,8 @@ std::string DeviceOf(const std::string& strPath) {
 }  // namespace
 
 TEST(ExecOpensDeathTest, WithoutPrivilegeItSaysWhatIsMissing) {
-    EXPECT_EXIT(OpenWithoutPrivilege(), testing::ExitedWithCode(42),
+    ExecOpens opens;
+    EXPECT_EXIT(OpenWithoutPrivilege(opens), testing::ExitedWithCode(REFUSED_WITHOUT_PRIVILEGE),
                 "refuses to report executed files: .*CAP_SYS_ADMIN");
 }
 

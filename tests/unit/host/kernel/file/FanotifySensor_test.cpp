@@ -9,12 +9,11 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <vector>
 
 #include "host/kernel/file/FileEvent.h"
+#include "tests/support/NoPrivilege.h"
 #include "tests/support/TestDir.h"
 #include "tests/support/kernel/FakeKernel.h"
 #include "tests/unit/host/kernel/file/FileEventBytes.h"
@@ -29,18 +28,12 @@ using testing::Not;
 
 namespace {
 
-// What the kernel reports is tested live; this runs without any privilege.
-[[noreturn]] void OpenWithoutPrivilege() {
+// What the kernel reports is tested live; this runs without any privilege, whatever its user may.
+[[noreturn]] void OpenWithoutCapabilities(IFileSensor& sensor) {
     for (unsigned long nCapability = 0; prctl(PR_CAPBSET_DROP, nCapability, 0, 0, 0) == 0;) {
         ++nCapability;
     }
-    if (geteuid() == 0 && setresuid(65534, 65534, 65534) != 0) {
-        std::_Exit(3);
-    }
-    std::string strError;
-    const bool bOpen = MakeFileSensor(std::make_shared<WatchedPaths>(), false)->Open(strError);
-    (void)std::fprintf(stderr, "%s\n", strError.c_str());
-    std::_Exit(bOpen ? 2 : 0);
+    OpenWithoutPrivilege(sensor);
 }
 
 class FanotifySensorTest : public testing::Test {
@@ -113,7 +106,9 @@ auto IsMark(unsigned nFlags, uint64_t nMask, const std::string& strPath) {
 // then says that it can watch places only, or that it is refused.
 TEST(FanotifySensorDeathTest, WithoutPrivilegeItSaysWhatIsMissing) {
     testing::GTEST_FLAG(death_test_style) = "threadsafe";
-    EXPECT_EXIT(OpenWithoutPrivilege(), testing::ExitedWithCode(0), "run as root");
+    const auto pSensor = MakeFileSensor(std::make_shared<WatchedPaths>(), false);
+    EXPECT_EXIT(OpenWithoutCapabilities(*pSensor),
+                testing::ExitedWithCode(REFUSED_WITHOUT_PRIVILEGE), "run as root");
 }
 
 TEST_F(FanotifySensorTest, TheGroupIsToldAndNeverAsked) {

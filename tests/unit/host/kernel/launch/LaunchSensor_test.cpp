@@ -2,13 +2,14 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
+#include <memory>
 #include <new>
 #include <string>
 #include <vector>
+
+#include "tests/support/NoPrivilege.h"
 
 #ifdef TEVMON_LAUNCH_SENSOR
 #include "host/kernel/bpf/launch_record.h"
@@ -18,21 +19,6 @@
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
-
-namespace {
-
-// In a child of its own: the user is the process's.
-void OpenWithoutPrivilege() {
-    if (getuid() == 0 && setuid(65534) != 0) {
-        _exit(3);
-    }
-    std::string strError;
-    const bool bOpen = MakeLaunchSensor()->Open(strError);
-    std::fprintf(stderr, "%s\n", strError.c_str());
-    _exit(bOpen ? 0 : 42);
-}
-
-}  // namespace
 
 TEST(LaunchRefusalTest, AKernelThatIsLockedDownIsNotTakenForAnOldOne) {
     const char* const CONFIDENTIAL = "none integrity [confidentiality]\n";
@@ -49,7 +35,8 @@ TEST(LaunchRefusalTest, AKernelThatIsLockedDownIsNotTakenForAnOldOne) {
 }
 
 TEST(LaunchSensorDeathTest, WithoutPrivilegeItSaysWhatIsMissingAndHowToGetIt) {
-    EXPECT_EXIT(OpenWithoutPrivilege(), testing::ExitedWithCode(42),
+    const std::unique_ptr<ILaunchSensor> pSensor = MakeLaunchSensor();
+    EXPECT_EXIT(OpenWithoutPrivilege(*pSensor), testing::ExitedWithCode(REFUSED_WITHOUT_PRIVILEGE),
                 "run as root|built without the launch sensor");
 }
 
