@@ -1,33 +1,78 @@
-// A sensor of file operations that has none to report; it opens unless it has a refusal.
+// A sensor of file operations whose events are a test's. What it is asked for stands in a state
+// that outlives it: its owner is a source.
 #ifndef TESTS_SUPPORT_HOST_FAKEFILESENSOR_H
 #define TESTS_SUPPORT_HOST_FAKEFILESENSOR_H
 
+#include <deque>
+#include <functional>
+#include <map>
+#include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "host/kernel/file/IFileSensor.h"
 
+struct FakeFileState {
+    std::deque<std::string> reads;  // bytes of events: a read takes of the first what fits
+    std::map<std::string, std::string> paths;  // handle -> directory
+    std::vector<std::string> notices;          // given once
+    std::string strRefusal;                    // it opens when it has none
+    std::string strFsType = "tmpfs";           // of everything
+    std::optional<uint32_t> starts;  // the one device whose starts it reports; else of all
+    std::function<void()> fnOnRead;  // what happens whenever it is read
+    int nDescriptor = -1;
+    bool bMounted = false;
+
+    std::vector<std::string> directories;  // that appeared
+    std::vector<std::string> ignored;
+    bool bDetached = false;
+};
+
 class FakeFileSensor : public IFileSensor {
 public:
-    explicit FakeFileSensor(std::string strRefusal = "") : m_strRefusal(std::move(strRefusal)) {}
+    explicit FakeFileSensor(FakeFileState& state) : m_state(state) {}
 
     bool Open(std::string& strError) override {
-        strError = m_strRefusal;
-        return m_strRefusal.empty();
+        strError = m_state.strRefusal;
+        return m_state.strRefusal.empty();
     }
-    int Descriptor() const override { return -1; }
-    size_t Read(char*, size_t) override { return 0; }
-    void Detach() override {}
-    bool Tend() override { return false; }
-    void OnDirectory(const std::string&) override {}
-    void Ignore(const std::string&) override {}
-    std::vector<std::string> TakeNotices() override { return {}; }
-    std::string PathOf(std::string_view) override { return ""; }
-    std::string FsTypeOf(std::string_view) const override { return ""; }
-    bool ReportsStarts(uint32_t) const override { return false; }
+    int Descriptor() const override { return m_state.nDescriptor; }
+    size_t Read(char* pBuffer, size_t nSize) override {
+        if (m_state.fnOnRead) {
+            m_state.fnOnRead();
+        }
+        size_t nTaken = 0;
+        while (nTaken == 0 && !m_state.reads.empty()) {
+            std::string& strFirst = m_state.reads.front();
+            nTaken = strFirst.copy(pBuffer, nSize);
+            strFirst.erase(0, nTaken);
+            if (strFirst.empty()) {
+                m_state.reads.pop_front();
+            }
+        }
+        return nTaken;
+    }
+    void Detach() override { m_state.bDetached = true; }
+    bool Tend() override { return m_state.bMounted; }
+    void OnDirectory(const std::string& strPath) override {
+        m_state.directories.push_back(strPath);
+    }
+    void Ignore(const std::string& strDirectory) override {
+        m_state.ignored.push_back(strDirectory);
+    }
+    std::vector<std::string> TakeNotices() override { return std::exchange(m_state.notices, {}); }
+    std::string PathOf(std::string_view strHandle) override {
+        const auto found = m_state.paths.find(std::string(strHandle));
+        return found == m_state.paths.end() ? "" : found->second;
+    }
+    std::string FsTypeOf(std::string_view) const override { return m_state.strFsType; }
+    bool ReportsStarts(uint32_t nDevice) const override {
+        return nDevice == m_state.starts.value_or(nDevice);
+    }
 
 private:
-    const std::string m_strRefusal;
+    FakeFileState& m_state;
 };
 
 #endif

@@ -3,27 +3,15 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <string>
-#include <utility>
 #include <vector>
 
+#include "tests/support/host/CallingListener.h"
 #include "tests/support/host/RunHappenings.h"
 
 using testing::ElementsAre;
 
 namespace {
-
-// Calls a test with what happens.
-class CallingListener : public IRunListener {
-public:
-    explicit CallingListener(std::function<void(const RunEvent&)> fnCall)
-        : m_fnCall(std::move(fnCall)) {}
-    void OnEvent(const RunEvent& event, int64_t /*tmWhen*/) override { m_fnCall(event); }
-
-private:
-    const std::function<void(const RunEvent&)> m_fnCall;
-};
 
 class RunJournalPassesTest : public testing::Test {
 protected:

@@ -7,6 +7,7 @@
 #include <new>
 
 #include "tests/support/TestDir.h"
+#include "tests/support/host/CallingListener.h"
 #include "tests/support/host/RunHappenings.h"
 
 using testing::ElementsAre;
@@ -273,18 +274,9 @@ TEST_F(RunJournalTest, WhatASourceHandedOutAndNobodyTookIsUnexplained) {
     EXPECT_EQ(2u, journal.CurrentBalance(true).Unexplained());
 }
 
-namespace {
-
-class ThrowingListener : public IRunListener {
-public:
-    void OnEvent(const RunEvent&, int64_t) override { throw std::bad_alloc(); }
-};
-
-}  // namespace
-
 TEST_F(RunJournalTest, WhatAListenerHasNoMemoryForIsInTheBooksAllTheSame) {
     RunJournal journal(m_service, {}, false);
-    ThrowingListener listener;
+    CallingListener listener([](const RunEvent&) { throw std::bad_alloc(); });
     const std::string strProgram = m_dir.WriteFile("a", "x", 0755);
     const EventBatch batch = OneLaunch(1, strProgram);
     journal.Record(BatchTaken{batch, 1});

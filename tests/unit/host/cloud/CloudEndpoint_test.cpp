@@ -9,6 +9,7 @@
 
 #include "tests/support/Event.h"
 #include "tests/support/TestDir.h"
+#include "tests/support/host/OneDigestSource.h"
 
 using testing::HasSubstr;
 
@@ -21,14 +22,6 @@ std::string QueryFor(const std::string& strKey) {
     return R"({"msg_type":"cloudq","param":{"path":"/bin/x","func":"cloudad","context":")" +
            strKey + R"(","ext":[{"key":"hi.event_name","value":"CreateProcess"}]}})";
 }
-
-class BlocksAll : public IVerdictSource {
-public:
-    std::optional<Verdict> Lookup(const ProgramKey& key) const override {
-        return key.strMd5 == std::string(32, 'b') ? Verdict{70, "list", "bad"}
-                                                  : std::optional<Verdict>();
-    }
-};
 
 class Module : public IMRReceiveComplete {
 public:
@@ -53,7 +46,8 @@ public:
 class CloudEndpointTest : public testing::Test, public ICloudObserver {
 protected:
     CloudEndpointTest() {
-        m_service.AddSource(std::make_unique<BlocksAll>());
+        m_service.AddSource(
+            std::make_unique<OneDigestSource>(std::string(32, 'b'), Verdict{70, "list", "bad"}));
         m_router.RegisterReceiver(MSG_TYPE_CLOUD_RESULT, &m_module, 0);
         m_module.m_goOn.Set();
     }

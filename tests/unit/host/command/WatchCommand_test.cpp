@@ -20,15 +20,16 @@ namespace {
         const TestDir dir;
         const HostOptions options{dir.Path() + "/state", FakeModule("lacks_function")};
         FakeLaunchState launches;
+        FakeFileState files;
         SensorMakers makers;
         makers.fnLaunches = [&launches, bOpen](const std::string& strWord) {
             launches.strRefusal = bOpen ? "" : "no " + strWord;
             return std::make_unique<FakeLaunchSensor>(launches);
         };
-        makers.fnFiles = [bOpen](const std::shared_ptr<WatchedPaths>& pPlaces, bool bAll) {
+        makers.fnFiles = [&files, bOpen](const std::shared_ptr<WatchedPaths>& pPlaces, bool bAll) {
             const std::string strEtc = pPlaces->Spelled("/srv/root/cron.d/job");
-            return std::make_unique<FakeFileSensor>(
-                bOpen ? "" : (bAll ? "nothing, not even " : "no ") + strEtc);
+            files.strRefusal = bOpen ? "" : (bAll ? "nothing, not even " : "no ") + strEtc;
+            return std::make_unique<FakeFileSensor>(files);
         };
         CommandLine program("tevmon-host", "");
         AddWatchCommand(program, options, nExitCode, makers);

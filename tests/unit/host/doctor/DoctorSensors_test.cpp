@@ -44,7 +44,7 @@ protected:
         m_makers.fnFiles = [this](const std::shared_ptr<WatchedPaths>& pPlaces, bool bAll) {
             EXPECT_EQ(m_pPlaces, pPlaces);
             EXPECT_FALSE(bAll);
-            return std::make_unique<FakeFileSensor>(m_strNoFiles);
+            return std::make_unique<FakeFileSensor>(m_files);
         };
         m_kernel.paths["/proc/self/mountinfo"] =
             m_dir.WriteFile("mountinfo",
@@ -63,7 +63,7 @@ protected:
     FakeKernel m_kernel;
     SensorMakers m_makers;
     std::map<std::string, std::string> m_refusals;  // by word; none: it opens
-    std::string m_strNoFiles;                       // likewise, of the file sensor
+    FakeFileState m_files;
     // No links are followed: the places are where they are written.
     const std::shared_ptr<WatchedPaths> m_pPlaces = std::make_shared<WatchedPaths>(
         WatchedPaths::Aliases{}, [](const std::string& strPath) { return strPath; });
@@ -147,7 +147,7 @@ TEST_F(DoctorOwnSensorsTest, EachSensorIsTriedAndThenEachFileSystemThatHoldsAWat
 
 TEST_F(DoctorOwnSensorsTest, WithoutPrivilegeEverySensorFailsWithItsReasonAndNothingIsMarked) {
     m_refusals = {{"ebpf", "no right"}, {"connector-fanotify", "none"}, {"connector", "nor here"}};
-    m_strNoFiles = "run as root";
+    m_files.strRefusal = "run as root";
     m_kernel.groupErrors = {EPERM};
 
     EXPECT_THAT(Findings(),

@@ -6,11 +6,11 @@
 #include <unistd.h>
 
 #include <cstring>
-#include <deque>
 #include <thread>
 
 #include "host/base/JsonReader.h"
 #include "host/kernel/bpf/launch_record.h"
+#include "tests/support/host/FakeFileSensor.h"
 #include "tests/support/host/FakeLaunchSensor.h"
 #include "tests/unit/host/kernel/file/FileEventBytes.h"
 
@@ -23,49 +23,6 @@ using testing::Not;
 namespace {
 
 constexpr uint32_t NOBODY = 0x7ffffff0;  // beyond every process number
-
-struct FakeState {
-    std::deque<std::string> events;  // of files
-    std::string strOrder;            // who was asked, in order
-    std::vector<std::string> ignored;
-    bool bFilesOpen = true;
-};
-
-class FakeFiles : public IFileSensor {
-public:
-    explicit FakeFiles(FakeState& state) : m_state(state) {}
-    bool Open(std::string& strError) override {
-        strError = m_state.bFilesOpen ? "" : "no files here";
-        return m_state.bFilesOpen;
-    }
-    int Descriptor() const override { return -1; }
-    size_t Read(char* pBuffer, size_t nSize) override {
-        m_state.strOrder += "F";
-        if (m_state.events.empty()) {
-            return 0;
-        }
-        const std::string strEvent = std::move(m_state.events.front());
-        m_state.events.pop_front();
-        EXPECT_LE(strEvent.size(), nSize);
-        std::memcpy(pBuffer, strEvent.data(), strEvent.size());
-        return strEvent.size();
-    }
-    void Detach() override {}
-    bool Tend() override { return false; }
-    void OnDirectory(const std::string&) override {}
-    void Ignore(const std::string& strDirectory) override {
-        m_state.ignored.push_back(strDirectory);
-    }
-    std::vector<std::string> TakeNotices() override { return {}; }
-    std::string PathOf(std::string_view strHandle) override {
-        return strHandle == file_event_bytes::Handle(1) ? "/etc/cron.d" : "";
-    }
-    std::string FsTypeOf(std::string_view) const override { return "ext4"; }
-    bool ReportsStarts(uint32_t) const override { return true; }
-
-private:
-    FakeState& m_state;
-};
 
 class Observer : public ILaunchObserver, public IFileObserver {
 public:
@@ -86,7 +43,9 @@ public:
 class KernelSourceTest : public testing::Test {
 protected:
     KernelSourceTest() {
-        m_launches.fnOnDrain = [this] { m_state.strOrder += "L"; };
+        m_launches.fnOnDrain = [this] { m_strOrder += "L"; };
+        m_files.fnOnRead = [this] { m_strOrder += "F"; };
+        m_files.paths = {{file_event_bytes::Handle(1), "/etc/cron.d"}};
         m_options.look = milliseconds(1);
         m_options.gather = milliseconds(1);
         m_options.launches.batchTime = m_options.files.batchTime = milliseconds(0);
@@ -99,13 +58,13 @@ protected:
     KernelSource& Source(bool bLaunches = true, bool bFiles = true) {
         m_pSource = std::make_unique<KernelSource>(
             bLaunches ? std::make_unique<FakeLaunchSensor>(m_launches) : nullptr, m_observer,
-            bFiles ? std::make_unique<FakeFiles>(m_state) : nullptr, m_observer, m_options);
+            bFiles ? std::make_unique<FakeFileSensor>(m_files) : nullptr, m_observer, m_options);
         return *m_pSource;
     }
     KernelSource& Started(bool bLaunches = true, bool bFiles = true) {
         std::string strError;
         EXPECT_TRUE(Source(bLaunches, bFiles).Start(strError)) << strError;
-        m_state.strOrder.clear();
+        m_strOrder.clear();
         return *m_pSource;
     }
     // The inode of a program is the length of its path.
@@ -124,11 +83,11 @@ protected:
         ++m_launches.counts.nCaptured;
     }
     void Opened(uint32_t nPid, const std::string& strPath) {
-        m_state.events.push_back(file_event_bytes::At(FAN_OPEN_EXEC, static_cast<int32_t>(nPid), 3,
-                                                      "x", static_cast<uint32_t>(strPath.size())));
+        m_files.reads.push_back(file_event_bytes::At(FAN_OPEN_EXEC, static_cast<int32_t>(nPid), 3,
+                                                     "x", static_cast<uint32_t>(strPath.size())));
     }
     void Touched(uint32_t nPid, uint64_t nMask = FAN_CREATE) {
-        m_state.events.push_back(file_event_bytes::At(nMask, static_cast<int32_t>(nPid), 1, "job"));
+        m_files.reads.push_back(file_event_bytes::At(nMask, static_cast<int32_t>(nPid), 1, "job"));
     }
     // Everything, to the end.
     // Until its end: what its batches hold and their numbers.
@@ -143,8 +102,9 @@ protected:
         return batches;
     }
 
-    FakeState m_state;
+    std::string m_strOrder;  // which sensor was read: L launches, F files
     FakeLaunchState m_launches;
+    FakeFileState m_files;
     Observer m_observer;
     KernelSourceOptions m_options;
     std::unique_ptr<KernelSource> m_pSource;
@@ -176,7 +136,7 @@ TEST_F(KernelSourceTest, FilesAreReadBeforeLaunchesSoThatWhoActedIsKnown) {
     Touched(4711);
     Run(source);
 
-    EXPECT_LT(m_state.strOrder.find('F'), m_state.strOrder.find('L'));
+    EXPECT_LT(m_strOrder.find('F'), m_strOrder.find('L'));
     ASSERT_EQ(1u, m_observer.m_operations.size());
     EXPECT_EQ("/bin/tool", m_observer.m_operations[0].strProgram);
     EXPECT_EQ(4711u, m_observer.m_operations[0].nPid);
@@ -192,11 +152,11 @@ TEST_F(KernelSourceTest, WhatWaitsInTheKernelIsTakenBetweenTwoBatchesAsWell) {
     EventBatch batch;
 
     ASSERT_EQ(SOURCE_BATCH, source.Next(batch, minutes(1)));
-    EXPECT_TRUE(m_state.events.empty());
+    EXPECT_TRUE(m_files.reads.empty());
     EXPECT_EQ(1u, m_observer.m_operations.size());
     Touched(4711);
     ASSERT_EQ(SOURCE_BATCH, source.Next(batch, minutes(1)));
-    EXPECT_TRUE(m_state.events.empty());
+    EXPECT_TRUE(m_files.reads.empty());
     Run(source);
 
     EXPECT_EQ(4u, m_observer.m_operations.size());
@@ -212,7 +172,7 @@ TEST_F(KernelSourceTest, NoMoreIsTakenFromTheKernelThanThereIsRoomFor) {
 
     ASSERT_EQ(SOURCE_BATCH, source.Next(batch, minutes(1)));
 
-    EXPECT_EQ(1u, m_state.events.size());
+    EXPECT_EQ(1u, m_files.reads.size());
 }
 
 TEST_F(KernelSourceTest, TwoProgramsOfOneProcessAreToldApart) {
@@ -383,7 +343,7 @@ TEST_F(KernelSourceTest, FilesAreWatchedAlone) {
 }
 
 TEST_F(KernelSourceTest, WhereFilesAreRefusedLaunchesGoOnAndThatIsSaid) {
-    m_state.bFilesOpen = false;
+    m_files.strRefusal = "no files here";
     KernelSource& source = Started();
     Start(4711, "/bin/tool");
 
@@ -393,7 +353,7 @@ TEST_F(KernelSourceTest, WhereFilesAreRefusedLaunchesGoOnAndThatIsSaid) {
 
 TEST_F(KernelSourceTest, WhatIsRefusedAloneEndsTheStart) {
     std::string strError;
-    m_state.bFilesOpen = false;
+    m_files.strRefusal = "no files here";
     EXPECT_FALSE(Source(false, true).Start(strError));
     EXPECT_EQ("no files here", strError);
 
@@ -405,12 +365,12 @@ TEST_F(KernelSourceTest, WhatIsRefusedAloneEndsTheStart) {
 TEST_F(KernelSourceTest, TheHostsDirectoriesAreIgnoredOnceTheRunHasBegun) {
     m_options.files.ignored = {"/state"};
     KernelSource& source = Started();
-    EXPECT_THAT(m_state.ignored, testing::IsEmpty());
+    EXPECT_THAT(m_files.ignored, testing::IsEmpty());
     EventBatch batch;
     (void)source.Next(batch, milliseconds(0));
     (void)source.Next(batch, milliseconds(0));
 
-    EXPECT_THAT(m_state.ignored, ElementsAre("/state"));
+    EXPECT_THAT(m_files.ignored, ElementsAre("/state"));
 }
 
 TEST_F(KernelSourceTest, StopEndsAWaitAndHandsOutWhatWasSensed) {

@@ -2,35 +2,31 @@
 
 #include <gtest/gtest.h>
 
+#include <deque>
+
+#include "tests/support/host/FakeLaunchSensor.h"
+
 namespace {
 
-// Opens when it has no refusal.
-class FakeSensor : public ILaunchSensor {
-public:
-    FakeSensor(std::string strName, std::string strRefusal)
-        : m_strName(std::move(strName)), m_strRefusal(std::move(strRefusal)) {}
-    bool Open(std::string& strError) override {
-        strError = m_strRefusal;
-        return m_strRefusal.empty();
+class SensorChoiceTest : public testing::Test {
+protected:
+    // Opens when it has no refusal.
+    SensorChoice::Maker Fake(const std::string& strName, const std::string& strRefusal) {
+        FakeLaunchState& state = m_states.emplace_back();
+        state.strName = strName;
+        state.strRefusal = strRefusal;
+        state.strLimits = "limits of " + strName;
+        state.records = {strName};
+        state.counts = {3, 2, 1};
+        return [&state] { return std::make_unique<FakeLaunchSensor>(state); };
     }
-    void Drain(const Sink& fnSink) override { (void)fnSink(m_strName.data(), m_strName.size()); }
-    void Detach() override {}
-    SensorCounts Counts() const override { return {3, 2, 1}; }
-    std::string Name() const override { return m_strName; }
-    std::string Limits() const override { return "limits of " + m_strName; }
 
-private:
-    const std::string m_strName;
-    const std::string m_strRefusal;
+    std::deque<FakeLaunchState> m_states;
 };
-
-SensorChoice::Maker Fake(const char* pszName, const char* pszRefusal) {
-    return [pszName, pszRefusal] { return std::make_unique<FakeSensor>(pszName, pszRefusal); };
-}
 
 }  // namespace
 
-TEST(SensorChoiceTest, TheFirstThatOpensIsTakenAndNoneAfterItIsMade) {
+TEST_F(SensorChoiceTest, TheFirstThatOpensIsTakenAndNoneAfterItIsMade) {
     SensorChoice choice({Fake("best", ""), []() -> std::unique_ptr<ILaunchSensor> {
                              ADD_FAILURE() << "made";
                              return nullptr;
@@ -44,7 +40,7 @@ TEST(SensorChoiceTest, TheFirstThatOpensIsTakenAndNoneAfterItIsMade) {
     EXPECT_EQ("", strError);
 }
 
-TEST(SensorChoiceTest, AFallbackSaysWhyItWasChosen) {
+TEST_F(SensorChoiceTest, AFallbackSaysWhyItWasChosen) {
     SensorChoice choice({Fake("best", "no room"), Fake("second", "no time"), Fake("third", "")});
     std::string strError;
     std::string strRecord;
@@ -61,7 +57,7 @@ TEST(SensorChoiceTest, AFallbackSaysWhyItWasChosen) {
     EXPECT_EQ(3u, choice.Counts().nCaptured);
 }
 
-TEST(SensorChoiceTest, WhenNoneOpensEachRefusalIsTold) {
+TEST_F(SensorChoiceTest, WhenNoneOpensEachRefusalIsTold) {
     SensorChoice choice({Fake("best", "no room"), Fake("second", "no time")});
     std::string strError;
 
@@ -69,7 +65,7 @@ TEST(SensorChoiceTest, WhenNoneOpensEachRefusalIsTold) {
     EXPECT_EQ("no room; instead of it: no time", strError);
 }
 
-TEST(SensorChoiceTest, EachWordHasASensor) {
+TEST_F(SensorChoiceTest, EachWordHasASensor) {
     EXPECT_EQ((std::vector<std::string>{"auto", "ebpf", "connector-fanotify", "connector"}),
               SensorWords());
     for (const std::string& strWord : SensorWords()) {

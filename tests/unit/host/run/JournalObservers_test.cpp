@@ -3,18 +3,12 @@
 #include <gtest/gtest.h>
 
 #include <set>
+#include <vector>
 
+#include "tests/support/host/CallingListener.h"
 #include "tests/support/host/RunHappenings.h"
 
 namespace {
-
-class IndexListener : public IRunListener {
-public:
-    void OnEvent(const RunEvent& event, int64_t /*tmWhen*/) override {
-        heard.push_back(event.index());
-    }
-    std::vector<size_t> heard;
-};
 
 // The numbers of what was lost and of records for the centre.
 class NumberListener : public IRunListener {
@@ -37,7 +31,9 @@ protected:
 
     VerdictService m_service;
     RunJournal m_journal{m_service, {}, false};
-    IndexListener m_listener;
+    std::vector<size_t> m_published;  // which kinds of events
+    CallingListener m_listener{
+        [this](const RunEvent& event) { m_published.push_back(event.index()); }};
 };
 
 }  // namespace
@@ -53,8 +49,8 @@ TEST_F(JournalObserversTest, EverythingThatASensorReportsIsAnEventOfItsOwn) {
     observer.OnFileCounters(FileCounters());
     observer.OnNotice("text");
 
-    EXPECT_EQ(8u, m_listener.heard.size());
-    EXPECT_EQ(8u, std::set<size_t>(m_listener.heard.begin(), m_listener.heard.end()).size());
+    EXPECT_EQ(8u, m_published.size());
+    EXPECT_EQ(8u, std::set<size_t>(m_published.begin(), m_published.end()).size());
 }
 
 TEST_F(JournalObserversTest, NumbersKeepTheirPlaces) {
@@ -86,8 +82,8 @@ TEST_F(JournalObserversTest, WhatTheModuleSaysAndSendsIsCounted) {
     observer.OnPrinted("text");
     EXPECT_EQ("", observer.OnMessage(Guid(), 20300, "record"));
 
-    EXPECT_EQ(7u, m_listener.heard.size());  // and which message is analysed
-    EXPECT_EQ(7u, std::set<size_t>(m_listener.heard.begin(), m_listener.heard.end()).size());
+    EXPECT_EQ(7u, m_published.size());  // and which message is analysed
+    EXPECT_EQ(7u, std::set<size_t>(m_published.begin(), m_published.end()).size());
     const RunCounters counters = m_journal.PassCounters();
     EXPECT_EQ(1u, counters.nAnswers);
     EXPECT_EQ(1u, counters.nAnalysed);

@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include "tests/support/host/CallingListener.h"
 #include "tests/unit/host/run/RunParts.h"
 
 using testing::ElementsAre;
@@ -9,21 +10,16 @@ using testing::IsEmpty;
 
 namespace {
 
-class StateListener : public IRunListener {
-public:
-    void OnEvent(const RunEvent& event, int64_t /*tmWhen*/) override {
-        if (const auto* pChanged = std::get_if<QueueChanged>(&event)) {
-            states.push_back(pChanged->load.eState);
-        }
-    }
-    std::vector<QueueState> states;
-};
-
 class QueueMonitorTest : public RunPartsTest {
 protected:
     QueueMonitorTest() : RunPartsTest(10) { m_journal.AddListener(m_listener); }
 
-    StateListener m_listener;
+    std::vector<QueueState> m_states;
+    CallingListener m_listener{[this](const RunEvent& event) {
+        if (const auto* pChanged = std::get_if<QueueChanged>(&event)) {
+            m_states.push_back(pChanged->load.eState);
+        }
+    }};
 };
 
 }  // namespace
@@ -40,11 +36,11 @@ TEST_F(QueueMonitorTest, AStateThatChangedIsReportedOnce) {
     AddRows(8);
     m_queue.Begin();
     m_queue.Turn();  // looks into the database; not again so soon
-    EXPECT_THAT(m_listener.states, IsEmpty());
+    EXPECT_THAT(m_states, IsEmpty());
     ASSERT_TRUE(m_queue.Limiter().Take(1, 2));
     m_queue.Turn();
     m_queue.Turn();
-    EXPECT_THAT(m_listener.states, ElementsAre(QUEUE_HIGH));
+    EXPECT_THAT(m_states, ElementsAre(QUEUE_HIGH));
 }
 
 TEST_F(QueueMonitorTest, WhatTheModuleBeganWithLeavesRoomInEachPass) {

@@ -5,29 +5,19 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <string>
 #include <vector>
 
-#include "framework/abi/IMRReceiveComplete.h"
 #include "framework/abi/MsgTypes.h"
 #include "host/base/HostOptions.h"
 #include "host/report/RunListeners.h"
 #include "host/run/QueueMonitor.h"
 #include "host/run/RunControl.h"
 #include "host/transport/Router.h"
+#include "tests/support/CountingReceiver.h"
 #include "tests/support/DbFile.h"
 #include "tests/support/StdoutCapture.h"
 #include "tests/support/TestDir.h"
-
-class CountingReceiver : public IMRReceiveComplete {
-public:
-    int64_t ReceiveCallback(const Guid*, int64_t, const void*, uint32_t, void*, int64_t) override {
-        ++m_nCalls;
-        return 0;
-    }
-    std::atomic<int> m_nCalls{0};
-};
 
 class RunPartsTest : public testing::Test {
 protected:

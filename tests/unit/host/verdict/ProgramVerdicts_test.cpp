@@ -6,27 +6,11 @@
 
 #include <filesystem>
 
-#include "host/verdict/IVerdictSource.h"
 #include "tests/support/Event.h"
 #include "tests/support/TestDir.h"
+#include "tests/support/host/OneDigestSource.h"
 
 namespace {
-
-// Blocks the file that holds "bad".
-class BadSource : public IVerdictSource {
-public:
-    explicit BadSource(int& nLookups) : m_nLookups(nLookups) {}
-    std::optional<Verdict> Lookup(const ProgramKey& key) const override {
-        ++m_nLookups;
-        if (key.strMd5 == "bae60998ffe4923b131e3d6e4c19993e") {
-            return Verdict{70, "bad list", "bad"};
-        }
-        return std::nullopt;
-    }
-
-private:
-    int& m_nLookups;
-};
 
 struct stat StatusOf(const std::string& strPath) {
     struct stat status = {};
@@ -36,7 +20,11 @@ struct stat StatusOf(const std::string& strPath) {
 
 class ProgramVerdictsTest : public testing::Test {
 protected:
-    ProgramVerdictsTest() { m_service.AddSource(std::make_unique<BadSource>(m_nLookups)); }
+    ProgramVerdictsTest() {
+        // The program that holds "bad" has a bad verdict.
+        m_service.AddSource(std::make_unique<OneDigestSource>(
+            "bae60998ffe4923b131e3d6e4c19993e", Verdict{70, "bad list", "bad"}, &m_nLookups));
+    }
 
     TestDir m_dir;
     int m_nLookups = 0;

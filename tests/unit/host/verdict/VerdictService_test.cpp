@@ -3,27 +3,13 @@
 #include <gtest/gtest.h>
 
 #include <thread>
-#include <utility>
+
+#include "tests/support/host/OneDigestSource.h"
 
 namespace {
 
 const std::string SHA1 = "0123456789abcdef0123456789abcdef01234567";
 const std::string MD5 = "fedcba9876543210fedcba9876543210";
-
-// Knows one MD5 digest.
-class OneDigestSource : public IVerdictSource {
-public:
-    OneDigestSource(std::string strMd5, Verdict verdict)
-        : m_strMd5(std::move(strMd5)), m_verdict(std::move(verdict)) {}
-
-    std::optional<Verdict> Lookup(const ProgramKey& key) const override {
-        return key.strMd5 == m_strMd5 ? std::optional<Verdict>(m_verdict) : std::nullopt;
-    }
-
-private:
-    const std::string m_strMd5;
-    const Verdict m_verdict;
-};
 
 void ExpectVerdict(const Verdict& expected, const Verdict& verdict) {
     EXPECT_EQ(expected.nLevel, verdict.nLevel);

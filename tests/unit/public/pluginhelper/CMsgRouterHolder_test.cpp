@@ -9,18 +9,12 @@
 #include <thread>
 #include <vector>
 
+#include "tests/support/CountingReceiver.h"
 #include "tests/support/FakeRouter.h"
 
 namespace {
 
 constexpr Guid TARGET = {0x01020304, 0x0506, 0x0708, {9, 10, 11, 12, 13, 14, 15, 16}};
-
-class NoReceiver : public IMRReceiveComplete {
-public:
-    int64_t ReceiveCallback(const Guid*, int64_t, const void*, uint32_t, void*, int64_t) override {
-        return 0;
-    }
-};
 
 // Answers every call with a code of its own, so that a result that is swapped or lost shows.
 class AnsweringRouter : public FakeRouter {
@@ -47,7 +41,7 @@ TEST(CMsgRouterHolderTest, ThereIsOneForTheProcess) {
 
 TEST(CMsgRouterHolderTest, WithoutARouterCallsWithAResultAnswerNoRouterAndTheOthersDoNothing) {
     CMsgRouterHolder* pHolder = CMsgRouterHolder::Instance();
-    NoReceiver receiver;
+    CountingReceiver receiver;
     int nHandle = 0;
 
     EXPECT_EQ(0xE0010000U, pHolder->SetLocalIdentity(TARGET));
@@ -62,7 +56,7 @@ TEST(CMsgRouterHolderTest, WithoutARouterCallsWithAResultAnswerNoRouterAndTheOth
 
 TEST(CMsgRouterHolderTest, EveryCallReachesTheRouterWithItsArguments) {
     FakeRouter router;
-    NoReceiver receiver;
+    CountingReceiver receiver;
     CMsgRouterHolder* pHolder = CMsgRouterHolder::Instance();
     pHolder->SetRouter(&router);
     int nHandle = 0;
@@ -88,7 +82,7 @@ TEST(CMsgRouterHolderTest, EveryCallReachesTheRouterWithItsArguments) {
 
 TEST(CMsgRouterHolderTest, TheRoutersResultsPassThroughUnchanged) {
     AnsweringRouter router;
-    NoReceiver receiver;
+    CountingReceiver receiver;
     CMsgRouterHolder* pHolder = CMsgRouterHolder::Instance();
     pHolder->SetRouter(&router);
 
@@ -100,7 +94,7 @@ TEST(CMsgRouterHolderTest, TheRoutersResultsPassThroughUnchanged) {
 
 TEST(CMsgRouterHolderTest, MessageTypesAreSixtyFourBitsWide) {
     FakeRouter router;
-    NoReceiver receiver;
+    CountingReceiver receiver;
     CMsgRouterHolder* pHolder = CMsgRouterHolder::Instance();
     pHolder->SetRouter(&router);
 

@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 #include <sys/sysmacros.h>
 
-#include <algorithm>
 #include <chrono>
 #include <map>
 #include <memory>
@@ -15,6 +14,7 @@
 #include <vector>
 
 #include "host/kernel/file/FileSource.h"
+#include "tests/support/host/FakeFileSensor.h"
 #include "tests/unit/host/kernel/file/FileEventBytes.h"
 
 namespace captured_files {
@@ -26,42 +26,6 @@ constexpr uint32_t TMP = 2;
 constexpr uint32_t UNITS = 3;
 constexpr uint32_t GONE = 9;
 constexpr uint32_t DISK = 8U << 20 | 1;  // the device that programs lie on
-
-class FakeFileSensor : public IFileSensor {
-public:
-    bool Open(std::string& strError) override {
-        strError = m_strRefusal;
-        return m_strRefusal.empty();
-    }
-    int Descriptor() const override { return 4711; }
-    size_t Read(char* pBuffer, size_t nSize) override {
-        const size_t nTaken = std::min(m_strEvents.copy(pBuffer, nSize), nSize);
-        m_strEvents.erase(0, nTaken);
-        return nTaken;
-    }
-    void Detach() override { m_bDetached = true; }
-    bool Tend() override { return m_bMounted; }
-    void OnDirectory(const std::string& strPath) override { m_directories.push_back(strPath); }
-    void Ignore(const std::string& strDirectory) override { m_ignored.push_back(strDirectory); }
-    std::vector<std::string> TakeNotices() override { return std::move(m_notices); }
-    std::string PathOf(std::string_view strHandle) override {
-        const auto found = m_disk.find(std::string(strHandle));
-        return found == m_disk.end() ? "" : found->second;
-    }
-    std::string FsTypeOf(std::string_view) const override { return "tmpfs"; }
-    bool ReportsStarts(uint32_t nDevice) const override { return nDevice == DISK; }
-
-    std::string m_strEvents;
-    std::map<std::string, std::string> m_disk = {{Handle(CRON), "/etc/cron.d"},
-                                                 {Handle(TMP), "/tmp"},
-                                                 {Handle(UNITS), "/usr/lib/systemd/system"}};
-    std::vector<std::string> m_directories;
-    std::vector<std::string> m_ignored;
-    std::vector<std::string> m_notices;
-    std::string m_strRefusal;  // it opens when it has none
-    bool m_bDetached = false;
-    bool m_bMounted = false;
-};
 
 class SeenFiles : public IFileObserver {
 public:
@@ -86,6 +50,10 @@ public:
 class FileSourceTest : public testing::Test {
 protected:
     FileSourceTest() {
+        m_sensor.paths = {{Handle(CRON), "/etc/cron.d"},
+                          {Handle(TMP), "/tmp"},
+                          {Handle(UNITS), "/usr/lib/systemd/system"}};
+        m_sensor.starts = DISK;
         m_options.announce = std::chrono::milliseconds(0);
         m_options.fnLook = [this](const std::string& strPath, struct stat& status) {
             status.st_mode = m_pipes.count(strPath) != 0   ? S_IFIFO
@@ -103,17 +71,15 @@ protected:
     // With the options that stand there by now.
     FileSource& Source() {
         if (m_pSource == nullptr) {
-            auto pSensor = std::make_unique<FakeFileSensor>();
-            m_pSensor = pSensor.get();
-            m_pSource = std::make_unique<FileSource>(std::move(pSensor), m_observer, m_places,
-                                                     m_images, m_options);
+            m_pSource = std::make_unique<FileSource>(std::make_unique<FakeFileSensor>(m_sensor),
+                                                     m_observer, m_places, m_images, m_options);
         }
         return *m_pSource;
     }
     // Everything that strEvents holds, to the observer.
     void Capture(const std::string& strEvents) {
         (void)Source();
-        m_pSensor->m_strEvents += strEvents;
+        m_sensor.reads.push_back(strEvents);
         while (m_pSource->Read()) {
             m_pSource->Resolve();
         }
@@ -152,8 +118,8 @@ protected:
                           },
                           "/nowhere"};
     SeenFiles m_observer;
+    FakeFileState m_sensor;
     FileSourceOptions m_options;
-    FakeFileSensor* m_pSensor = nullptr;
     std::unique_ptr<FileSource> m_pSource;
 };
 

@@ -190,15 +190,15 @@ TEST_F(FileSourceTest, ReadTakesNoMoreThanMayBeHeldUntilThatIsDecoded) {
     m_options.nMostHeld = 2 * strEvent.size();
     (void)Source();
     for (const char* pszName : {"a", "b", "c", "d"}) {
-        m_pSensor->m_strEvents += At(FAN_CREATE, 5, CRON, pszName);
+        m_sensor.reads.push_back(At(FAN_CREATE, 5, CRON, pszName));
     }
 
     EXPECT_TRUE(m_pSource->Read());
-    EXPECT_EQ(2 * strEvent.size(), m_pSensor->m_strEvents.size());
+    EXPECT_EQ(2u, m_sensor.reads.size());
     m_pSource->Resolve();
     EXPECT_THAT(m_observer.m_lines, ElementsAre("create /etc/cron.d/a"));
     EXPECT_TRUE(m_pSource->Read());
-    EXPECT_EQ(strEvent.size(), m_pSensor->m_strEvents.size());
+    EXPECT_EQ(1u, m_sensor.reads.size());
     Capture("");
 
     EXPECT_THAT(m_observer.m_lines, ElementsAre("create /etc/cron.d/a", "create /etc/cron.d/b",
@@ -231,26 +231,27 @@ TEST_F(FileSourceTest, ItsTimeIsThatOfTheReadingAndTheProcessorsIsCounted) {
 TEST_F(FileSourceTest, TheSensorIsOpenedDetachedAndToldWhatToIgnore) {
     m_options.ignored = {"/state", "/state/run"};
     std::string strError;
+    m_sensor.nDescriptor = 4711;
     EXPECT_TRUE(Source().Open(strError));
     EXPECT_EQ(4711, m_pSource->Descriptor());
     EXPECT_TRUE(m_pSource->ReportsStarts(DISK));
     EXPECT_FALSE(m_pSource->ReportsStarts(DISK + 1));
-    EXPECT_THAT(m_pSensor->m_ignored, IsEmpty());
+    EXPECT_THAT(m_sensor.ignored, IsEmpty());
 
     m_pSource->Ignore();
-    EXPECT_THAT(m_pSensor->m_ignored, ElementsAre("/state", "/state/run"));
-    EXPECT_FALSE(m_pSensor->m_bDetached);
+    EXPECT_THAT(m_sensor.ignored, ElementsAre("/state", "/state/run"));
+    EXPECT_FALSE(m_sensor.bDetached);
     m_pSource->Detach();
-    EXPECT_TRUE(m_pSensor->m_bDetached);
+    EXPECT_TRUE(m_sensor.bDetached);
 
-    m_pSensor->m_strRefusal = "run as root";
+    m_sensor.strRefusal = "run as root";
     EXPECT_FALSE(m_pSource->Open(strError));
     EXPECT_EQ("run as root", strError);
 }
 
 TEST_F(FileSourceTest, WhatTheSensorHasToSayIsToldOnce) {
     (void)Source();
-    m_pSensor->m_notices = {"a mount came", "a mount went"};
+    m_sensor.notices = {"a mount came", "a mount went"};
     m_pSource->TakeCounts(false);
     m_pSource->TakeCounts(true);
 

@@ -80,7 +80,7 @@ TEST_F(FileSourceTest, ADirectoryMadeInAPlaceIsACreationAndWhatIsBelowItIsKnown)
     EXPECT_THAT(m_observer.m_lines,
                 ElementsAre("create /etc/cron.d/d", "create /etc/cron.d/d/job",
                             "remove /etc/cron.d/d/job", "remove /etc/cron.d/d"));
-    EXPECT_THAT(m_pSensor->m_directories, ElementsAre("/etc/cron.d/d"));
+    EXPECT_THAT(m_sensor.directories, ElementsAre("/etc/cron.d/d"));
 }
 
 TEST_F(FileSourceTest, ADirectoryThatMovesTakesItsPathsAlong) {
@@ -89,7 +89,7 @@ TEST_F(FileSourceTest, ADirectoryThatMovesTakesItsPathsAlong) {
 
     EXPECT_THAT(m_observer.m_lines,
                 ElementsAre("create /etc/cron.d/e", "create /etc/cron.d/e/job"));
-    EXPECT_THAT(m_pSensor->m_directories, ElementsAre("/tmp/d", "/etc/cron.d/e"));
+    EXPECT_THAT(m_sensor.directories, ElementsAre("/tmp/d", "/etc/cron.d/e"));
 }
 
 TEST_F(FileSourceTest, ManyWritesWithoutAClosureAreOneInABatch) {
@@ -127,7 +127,7 @@ TEST_F(FileSourceTest, WhatHappenedInADirectoryThatIsGoneIsCounted) {
 TEST_F(FileSourceTest, ADirectoryWithoutAPathMarksNoPlaces) {
     Capture(At(FAN_CREATE | FAN_ONDIR, 5, GONE, "new", 7));
 
-    EXPECT_THAT(m_pSensor->m_directories, IsEmpty());
+    EXPECT_THAT(m_sensor.directories, IsEmpty());
     EXPECT_EQ(1u, Counters().nUnresolved);
 }
 
@@ -161,8 +161,8 @@ TEST_F(FileSourceTest, AnOverflowIsAnnouncedOnceAndWhatIsKnownOfPathsEndsThere) 
 
 TEST_F(FileSourceTest, AfterAMountPathsAreLookedUpAnew) {
     Capture(At(FAN_CREATE, 5, CRON, "job"));
-    m_pSensor->m_disk[Handle(CRON)] = "/elsewhere";
-    m_pSensor->m_bMounted = true;
+    m_sensor.paths[Handle(CRON)] = "/elsewhere";
+    m_sensor.bMounted = true;
     Capture(At(FAN_CREATE, 5, CRON, "job"));
 
     EXPECT_THAT(m_observer.m_lines, ElementsAre("create /etc/cron.d/job"));
@@ -177,13 +177,13 @@ TEST_F(FileSourceTest, OnAnOldKernelARenameIsTwoOperations) {
 TEST_F(FileSourceTest, OnAnOldKernelADirectoryThatMovesIsLookedUpAnew) {
     m_options.bAll = true;
     Capture(At(FAN_CREATE | FAN_ONDIR, 5, CRON, "d", 100));
-    m_pSensor->m_disk[Handle(100)] = "/tmp/e";
+    m_sensor.paths[Handle(100)] = "/tmp/e";
     Capture(At(FAN_MOVED_FROM | FAN_ONDIR, 5, CRON, "d", 100) + At(FAN_CREATE, 5, 100, "a") +
             At(FAN_MOVED_TO | FAN_ONDIR, 5, TMP, "e", 100));
 
     EXPECT_THAT(m_observer.m_lines, ElementsAre("create /etc/cron.d/d", "rename /etc/cron.d/d",
                                                 "create /tmp/e/a", "create /tmp/e"));
-    EXPECT_THAT(m_pSensor->m_directories, ElementsAre("/etc/cron.d/d", "/etc/cron.d/d", "/tmp/e"));
+    EXPECT_THAT(m_sensor.directories, ElementsAre("/etc/cron.d/d", "/etc/cron.d/d", "/tmp/e"));
 }
 
 TEST_F(FileSourceTest, ARenameToAUnitsNameInItsDirectoryIsACreationBehindALinkToo) {
@@ -236,7 +236,7 @@ TEST_F(FileSourceTest, WithoutLooksOfATestItLooksAtTheDiskAndNotThroughALinkForI
     struct stat status = {};
     ASSERT_EQ(0, lstat(strLink.c_str(), &status));
     (void)Source();
-    m_pSensor->m_disk[Handle(50)] = dir.Path();
+    m_sensor.paths[Handle(50)] = dir.Path();
 
     Capture(At(FAN_CREATE, 5, 50, "link") + At(FAN_CREATE, 5, 50, "none"));
 

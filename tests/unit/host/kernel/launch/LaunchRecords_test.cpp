@@ -3,20 +3,15 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "tests/support/host/ProcessEvent.h"
+
 using testing::ElementsAre;
 
 namespace {
 
-LaunchEvent Event(LaunchKind eKind, uint32_t nPid) {
-    LaunchEvent event;
-    event.eKind = eKind;
-    event.nPid = nPid;
-    return event;
-}
-
 // Bytes of one record as it waits.
 size_t RecordSize() {
-    return EncodeLaunch(Event(LAUNCH_KIND_EXEC, 1)).size();
+    return EncodeLaunch(ProcessEvent(LAUNCH_KIND_EXEC, 1)).size();
 }
 
 // The processes of the records that wait, until nMost of them were taken.
@@ -35,9 +30,9 @@ std::vector<uint32_t> Drained(LaunchRecords& records, size_t nMost = 100) {
 
 TEST(LaunchRecordsTest, RecordsAreDrainedInTheirOrderAndOnce) {
     LaunchRecords records(10000);
-    records.Put(Event(LAUNCH_KIND_FORK, 1));
-    records.Put(Event(LAUNCH_KIND_EXEC, 2));
-    records.Put(Event(LAUNCH_KIND_EXIT, 3));
+    records.Put(ProcessEvent(LAUNCH_KIND_FORK, 1));
+    records.Put(ProcessEvent(LAUNCH_KIND_EXEC, 2));
+    records.Put(ProcessEvent(LAUNCH_KIND_EXIT, 3));
     EXPECT_THAT(Drained(records, 2), ElementsAre(1, 2));
     EXPECT_THAT(Drained(records), ElementsAre(3));
     EXPECT_THAT(Drained(records), ElementsAre());
@@ -49,17 +44,17 @@ TEST(LaunchRecordsTest, RecordsAreDrainedInTheirOrderAndOnce) {
 TEST(LaunchRecordsTest, WhatFindsNoRoomIsLostAndCountedByItsKind) {
     LaunchRecords records(2 * RecordSize());
     for (uint32_t nPid = 1; nPid <= 4; ++nPid) {
-        records.Put(Event(LAUNCH_KIND_EXEC, nPid));
+        records.Put(ProcessEvent(LAUNCH_KIND_EXEC, nPid));
     }
-    records.Put(Event(LAUNCH_KIND_EXIT, 5));
+    records.Put(ProcessEvent(LAUNCH_KIND_EXIT, 5));
     EXPECT_EQ(4u, records.Counts().nCaptured);
     EXPECT_EQ(2u, records.Counts().nLost);
     EXPECT_EQ(1u, records.Counts().nOthersLost);
 
     // What was drained gives its room back.
     EXPECT_THAT(Drained(records, 1), ElementsAre(1));
-    records.Put(Event(LAUNCH_KIND_EXEC, 6));
-    records.Put(Event(LAUNCH_KIND_EXEC, 7));
+    records.Put(ProcessEvent(LAUNCH_KIND_EXEC, 6));
+    records.Put(ProcessEvent(LAUNCH_KIND_EXEC, 7));
     EXPECT_THAT(Drained(records), ElementsAre(2, 6));
     EXPECT_EQ(6u, records.Counts().nCaptured);
     EXPECT_EQ(3u, records.Counts().nLost);
@@ -67,7 +62,7 @@ TEST(LaunchRecordsTest, WhatFindsNoRoomIsLostAndCountedByItsKind) {
 
 TEST(LaunchRecordsTest, WhatWasLostOrDroppedElsewhereIsInTheCounts) {
     LaunchRecords records(10000);
-    records.Put(Event(LAUNCH_KIND_EXEC, 1));
+    records.Put(ProcessEvent(LAUNCH_KIND_EXEC, 1));
     records.Lose(5, 7);
     records.SetDropped(10, 20);
     records.SetDropped(100, 200);  // since the start, not since the last call
@@ -78,11 +73,11 @@ TEST(LaunchRecordsTest, WhatWasLostOrDroppedElsewhereIsInTheCounts) {
 
 TEST(LaunchRecordsTest, ASinkMayPutAndCount) {
     LaunchRecords records(10000);
-    records.Put(Event(LAUNCH_KIND_EXEC, 1));
+    records.Put(ProcessEvent(LAUNCH_KIND_EXEC, 1));
     size_t nCalls = 0;
     records.Drain([&](const void*, size_t) {
         if (++nCalls == 1) {
-            records.Put(Event(LAUNCH_KIND_EXEC, 2));  // it must hold no lock then
+            records.Put(ProcessEvent(LAUNCH_KIND_EXEC, 2));  // it must hold no lock then
         }
         return records.Counts().nCaptured == 2;
     });

@@ -9,19 +9,12 @@
 #include <map>
 
 #include "tests/support/TestDir.h"
+#include "tests/support/host/ProcessEvent.h"
 
 namespace {
 
 constexpr uint32_t NOBODY = 0x7ffffff0;  // beyond every process number
 constexpr uint32_t DEVICE = 8U << 20 | 1;
-
-LaunchEvent Event(LaunchKind eKind, uint32_t nPid, uint32_t nPpid) {
-    LaunchEvent event;
-    event.eKind = eKind;
-    event.nPid = nPid;
-    event.nPpid = nPpid;
-    return event;
-}
 
 class ProcessTableTest : public testing::Test {
 protected:
@@ -33,16 +26,16 @@ protected:
 
     void Exec(uint32_t nPid, const std::string& strPath, uint64_t nInode,
               uint32_t nDevice = DEVICE) {
-        LaunchEvent event = Event(LAUNCH_KIND_EXEC, nPid, 1);
+        LaunchEvent event = ProcessEvent(LAUNCH_KIND_EXEC, nPid, 1);
         event.strPath = strPath;
         event.nInode = nInode;
         event.nDevice = nDevice;
         m_table.Note(event, strPath);
     }
     void Fork(uint32_t nParent, uint32_t nChild) {
-        m_table.Note(Event(LAUNCH_KIND_FORK, nChild, nParent), "");
+        m_table.Note(ProcessEvent(LAUNCH_KIND_FORK, nChild, nParent), "");
     }
-    void Exit(uint32_t nPid) { m_table.Note(Event(LAUNCH_KIND_EXIT, nPid, 0), ""); }
+    void Exit(uint32_t nPid) { m_table.Note(ProcessEvent(LAUNCH_KIND_EXIT, nPid, 0), ""); }
     std::string Acting(uint32_t nPid, bool bNewest = false) {
         return m_table.ActingOf(nPid, bNewest).strPath;
     }
@@ -69,10 +62,10 @@ TEST_F(ProcessTableTest, ACopyRunsItsParentsProgramUntilItStartsAnother) {
     Exec(NOBODY, "/bin/sh", 10);
     Fork(NOBODY, NOBODY + 1);
 
-    EXPECT_EQ("/bin/sh", m_table.StarterOf(Event(LAUNCH_KIND_EXEC, 5, NOBODY + 1)));
+    EXPECT_EQ("/bin/sh", m_table.StarterOf(ProcessEvent(LAUNCH_KIND_EXEC, 5, NOBODY + 1)));
     Exec(NOBODY + 1, "/bin/rm", 20);
-    EXPECT_EQ("/bin/rm", m_table.StarterOf(Event(LAUNCH_KIND_EXEC, 5, NOBODY + 1)));
-    EXPECT_EQ("/bin/sh", m_table.StarterOf(Event(LAUNCH_KIND_EXEC, 5, NOBODY)));
+    EXPECT_EQ("/bin/rm", m_table.StarterOf(ProcessEvent(LAUNCH_KIND_EXEC, 5, NOBODY + 1)));
+    EXPECT_EQ("/bin/sh", m_table.StarterOf(ProcessEvent(LAUNCH_KIND_EXEC, 5, NOBODY)));
 }
 
 TEST_F(ProcessTableTest, AStartCountsFromItsOpeningOn) {
@@ -271,12 +264,12 @@ TEST(ProcessTableProcTest, ProcessesFromBeforeAreSeededAndLookedUp) {
     const auto nSelf = static_cast<uint32_t>(getpid());
     ProcessTable table;
 
-    EXPECT_EQ(szSelf, table.StarterOf(Event(LAUNCH_KIND_EXEC, 5, nSelf)));
+    EXPECT_EQ(szSelf, table.StarterOf(ProcessEvent(LAUNCH_KIND_EXEC, 5, nSelf)));
     EXPECT_EQ(szSelf, table.ActingOf(nSelf, false).strPath);
     EXPECT_EQ(0u, table.Size());
     table.Seed();
     EXPECT_GE(table.Size(), 1u);
-    EXPECT_EQ(szSelf, table.StarterOf(Event(LAUNCH_KIND_EXEC, 5, nSelf)));
+    EXPECT_EQ(szSelf, table.StarterOf(ProcessEvent(LAUNCH_KIND_EXEC, 5, nSelf)));
     EXPECT_EQ(szSelf, table.ActingOf(nSelf, false).strPath);
 }
 
@@ -294,17 +287,17 @@ TEST(ProcessTableProcTest, WithoutAnExactSensorWhoIsNotKnownIsNotLookedUp) {
 TEST(ProcessTableProcTest, MadeAnewItKnowsWhatRunsAndNothingElse) {
     const auto nSelf = static_cast<uint32_t>(getpid());
     ProcessTable table;
-    LaunchEvent event = Event(LAUNCH_KIND_EXEC, NOBODY, 1);
+    LaunchEvent event = ProcessEvent(LAUNCH_KIND_EXEC, NOBODY, 1);
     event.strPath = "/bin/a";
     table.Note(event, "/bin/a");
-    table.Note(Event(LAUNCH_KIND_EXIT, NOBODY, 0), "");
+    table.Note(ProcessEvent(LAUNCH_KIND_EXIT, NOBODY, 0), "");
     event.nPid = nSelf;
     table.Note(event, "/bin/a");
 
     table.Renew();
 
-    EXPECT_EQ("", table.StarterOf(Event(LAUNCH_KIND_EXEC, 5, NOBODY)));
-    EXPECT_THAT(table.StarterOf(Event(LAUNCH_KIND_EXEC, 5, nSelf)),
+    EXPECT_EQ("", table.StarterOf(ProcessEvent(LAUNCH_KIND_EXEC, 5, NOBODY)));
+    EXPECT_THAT(table.StarterOf(ProcessEvent(LAUNCH_KIND_EXEC, 5, nSelf)),
                 testing::EndsWith("unit_host_kernel_launch"));
     table.Tick(ProcessTable::Clock::now() + std::chrono::hours(1));  // no end is left
     EXPECT_NE("", table.ActingOf(nSelf, false).strPath);
@@ -423,7 +416,7 @@ TEST_F(ProcessTableTest, AnEndThatIsToldTwiceCountsFromTheSecond) {
 }
 
 TEST_F(ProcessTableTest, ThePathOfTheLaunchComesBeforeTheKernelsSpelling) {
-    LaunchEvent event = Event(LAUNCH_KIND_EXEC, 5, 1);
+    LaunchEvent event = ProcessEvent(LAUNCH_KIND_EXEC, 5, 1);
     event.strPath = "/usr/bin/rm";
     event.nDevice = DEVICE;
     event.nInode = 20;
@@ -439,7 +432,7 @@ TEST_F(ProcessTableTest, ThePathOfTheLaunchComesBeforeTheKernelsSpelling) {
 
 // Whoever starts a program chooses its name and its directory.
 TEST_F(ProcessTableTest, ARelativeNameIsShownAndNeverFollowed) {
-    LaunchEvent event = Event(LAUNCH_KIND_EXEC, 5, 1);
+    LaunchEvent event = ProcessEvent(LAUNCH_KIND_EXEC, 5, 1);
     event.strName = "bin/rm";
     event.nDevice = DEVICE;
     event.nInode = 20;
@@ -459,7 +452,7 @@ TEST_F(ProcessTableTest, WithoutKnowledgeOfOpeningsTheNewestImageActs) {
     });
     for (const auto& [strPath, nInode] : {std::pair<std::string, uint64_t>{"/bin/sh", 10},
                                           std::pair<std::string, uint64_t>{"/bin/rm", 20}}) {
-        LaunchEvent event = Event(LAUNCH_KIND_EXEC, 5, 1);
+        LaunchEvent event = ProcessEvent(LAUNCH_KIND_EXEC, 5, 1);
         event.strPath = strPath;
         event.nDevice = DEVICE;
         event.nInode = nInode;
@@ -497,16 +490,16 @@ TEST(ProcessTableProcTest, OnlyNumbersWithAProgramAreSeededAndWhatIsKnownStays) 
         }
     }
     ProcessTable table({}, dir.Path() + "/proc");
-    LaunchEvent event = Event(LAUNCH_KIND_EXEC, 13, 1);
+    LaunchEvent event = ProcessEvent(LAUNCH_KIND_EXEC, 13, 1);
     event.strPath = "/bin/known";
     table.Note(event, "/bin/known");
 
     table.Seed();
 
     EXPECT_EQ(2u, table.Size());
-    EXPECT_EQ(strTool, table.StarterOf(Event(LAUNCH_KIND_EXEC, 5, 12)));
-    EXPECT_EQ("/bin/known", table.StarterOf(Event(LAUNCH_KIND_EXEC, 5, 13)));
-    EXPECT_EQ("", table.StarterOf(Event(LAUNCH_KIND_EXEC, 5, 14)));
+    EXPECT_EQ(strTool, table.StarterOf(ProcessEvent(LAUNCH_KIND_EXEC, 5, 12)));
+    EXPECT_EQ("/bin/known", table.StarterOf(ProcessEvent(LAUNCH_KIND_EXEC, 5, 13)));
+    EXPECT_EQ("", table.StarterOf(ProcessEvent(LAUNCH_KIND_EXEC, 5, 14)));
     EXPECT_EQ("", table.ActingOf(0, false).strPath);
     ProcessTable without({}, dir.Path() + "/none");
     without.Seed();
