@@ -56,7 +56,7 @@ TEST_F(HostMainTest, ACommandLineThatIsNotUnderstoodIsUsage) {
     }
 }
 
-TEST_F(HostMainTest, AMissingCommandIsToldWhichThereAre) {
+TEST_F(HostMainTest, AMissingCommandIsAnsweredWithThoseThatThereAre) {
     const std::pair<std::vector<std::string>, std::string> cases[] = {
         {{}, "tevmon-host: no command given; there are replay, scan, watch, "},
         {{"wtach", "--json"}, "tevmon-host: no command 'wtach'; there are replay, scan, watch, "},

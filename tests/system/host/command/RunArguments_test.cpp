@@ -26,7 +26,7 @@ TEST_F(RunArgumentsTest, AListThatCannotBeReadEndsTheRunBeforeItBegins) {
     EXPECT_EQ("", m_host.ModuleCalls());
 }
 
-TEST_F(RunArgumentsTest, ABlockListGoesBeforeAnAllowListForTheSameProgram) {
+TEST_F(RunArgumentsTest, ABadListGoesBeforeAGoodListForTheSameProgram) {
     // The fake module makes its key of the path, so the lists are written for that key.
     const std::string strProgram = m_dir.WriteFile("bin/a", "#!/bin/sh\n", 0755);
     std::string strSha1;

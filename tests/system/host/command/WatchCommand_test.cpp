@@ -133,7 +133,7 @@ TEST_F(WatchCommandTest, ANameOfARecordingNeverSteersTheTerminal) {
               m_strError);
 }
 
-TEST_F(WatchCommandTest, HelpTellsTheDefaults) {
+TEST_F(WatchCommandTest, HelpShowsTheDefaults) {
     EXPECT_EQ(0, Run({"watch", "--help"}));
 
     for (const char* pszText :

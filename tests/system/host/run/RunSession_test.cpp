@@ -157,7 +157,7 @@ TEST_F(RunSessionTest, ASignalEndsTheRunCleanly) {
     }
 }
 
-TEST_F(RunSessionTest, TheServiceManagerIsToldOfStartSignsOfLifeAndStop) {
+TEST_F(RunSessionTest, TheServiceManagerIsNotifiedOfStartSignsOfLifeAndStop) {
     const std::string strSocket = m_dir.Path() + "/notify";
     const NotifySocket manager(strSocket);
     setenv("NOTIFY_SOCKET", strSocket.c_str(), 1);

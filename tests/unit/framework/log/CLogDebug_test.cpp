@@ -154,7 +154,7 @@ void WrongDigests(utils::DigestState& state, const uint8_t* /*pBlocks*/, size_t 
     state.md5[0] += static_cast<uint32_t>(nBlocks);
 }
 
-TEST(CLogDebugTest, DigestsThatFailTheirCheckAreToldInTheLog) {
+TEST(CLogDebugTest, DigestsThatFailTheirCheckAreLogged) {
     const CStderrSwap capture;
 
     const utils::DigestPath eChosen =

@@ -219,7 +219,7 @@ TEST_F(EventLedgerTest, AMessageThatIsNotInTheQueueAtTheEndWasNotStored) {
     EXPECT_EQ(1u, m_ledger.State().nWaiting);
 }
 
-TEST_F(EventLedgerTest, ANameThatIsNotUtf8IsHeardOfUnderItsReplacement) {
+TEST_F(EventLedgerTest, ANameThatIsNotUtf8IsQueriedUnderItsReplacement) {
     m_ledger.Analyse(Launches(1, {"/bin/a\xff\xfez"}));
     const auto expected = m_ledger.Match(
         Outcome(OUTCOME_QUERIED, EXPECTED_LAUNCH, "/bin/a\xef\xbf\xbd\xef\xbf\xbdz"));
@@ -228,7 +228,7 @@ TEST_F(EventLedgerTest, ANameThatIsNotUtf8IsHeardOfUnderItsReplacement) {
     EXPECT_EQ("/bin/a\xff\xfez", expected->strFile);
 }
 
-TEST_F(EventLedgerTest, AFileOperationOutsideTheWatchedPlacesIsOfNoInterest) {
+TEST_F(EventLedgerTest, AFileOperationOutsideTheWatchedPlacesIsIgnored) {
     BeginFile(FileMessage("write", "/tmp/x"));
     BeginFile(FileMessage("create", m_strThere));
     BeginFile(FileMessage("create", m_dir.Path() + "/gone"));
@@ -260,7 +260,7 @@ TEST_F(EventLedgerTest, ASignNamesTheProgramOrTheFileOfAFileOperation) {
     EXPECT_EQ(1u, m_ledger.FinalState().nUnreadable);
 }
 
-TEST_F(EventLedgerTest, AFileOperationThatNothingIsHeardOfIsUnexplained) {
+TEST_F(EventLedgerTest, AFileOperationThatIsNeitherQueriedNorSkippedIsMissing) {
     BeginFile(FileMessage("remove", "/etc/cron.d/gone"));
 
     EXPECT_EQ(1u, m_ledger.FinalState().nMissing);
@@ -298,7 +298,7 @@ TEST_F(EventLedgerTest, APipeThatBecameAFileIsExplained) {
     EXPECT_EQ(1u, m_ledger.FinalState().nVanished);
 }
 
-TEST_F(EventLedgerTest, WhatNothingWasHeardOfForLongStaysAsItIs) {
+TEST_F(EventLedgerTest, WhatHadNoQueryForLongStaysAsItIs) {
     const EventLedger::Clock::time_point begun;
     m_ledger.Analyse(Launches(1, {m_strThere, m_dir.Path() + "/gone"}), begun);
     m_ledger.Analyse("{}", begun + EventLedger::LONGEST_OPEN + std::chrono::seconds(1));
@@ -355,7 +355,7 @@ TEST_F(EventLedgerTest, AnOutcomeIsOfItsOwnKindOnly) {
 }
 
 // 12,000 programs that are gone, with names of 4 KiB, would be held for two minutes.
-TEST_F(EventLedgerTest, LongNamesOfWhatIsNeverHeardOfAreNotHeldAll) {
+TEST_F(EventLedgerTest, LongNamesOfWhatIsNeverQueriedAreNotHeldAll) {
     for (int i = 0; i < 120; ++i) {
         std::vector<std::string> paths(100, m_dir.Path() + "/" + std::string(4000, 'g'));
         m_ledger.Analyse(Launches(static_cast<uint64_t>(i), paths));

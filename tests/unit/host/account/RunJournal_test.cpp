@@ -171,7 +171,7 @@ TEST_F(RunJournalTest, ACleanRunOfBothKindsLeavesNothingUnexplained) {
     EXPECT_EQ(1u, m_journal.CurrentBalance(true).events.nIgnored);
 }
 
-TEST_F(RunJournalTest, AFileOperationThatWasNeverHandedOverIsUnexplained) {
+TEST_F(RunJournalTest, AFileOperationThatWasNeverDeliveredIsUnexplained) {
     FileCounters files;
     files.nCaptured = files.nReported = 1;
     m_journal.Record(files);

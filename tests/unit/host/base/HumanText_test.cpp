@@ -50,7 +50,7 @@ TEST(HumanTextTest, OneThingHasTheWordOfOne) {
     EXPECT_EQ("2 launches", text::Count(2, "launch", "launches"));
 }
 
-TEST(HumanTextTest, TimesBeforeTheEpochAndFarAheadAreTold) {
+TEST(HumanTextTest, TimesBeforeTheEpochAndFarAheadArePrinted) {
     const TimeZone zone("UTC0");
 
     EXPECT_EQ("1969-12-31 23:59:59", text::LocalTime(-1));
@@ -58,7 +58,7 @@ TEST(HumanTextTest, TimesBeforeTheEpochAndFarAheadAreTold) {
     EXPECT_EQ("9999-12-31 23:59:59", text::LocalTime(253402300799));
 }
 
-TEST(HumanTextTest, ATimeThatNoCalendarHasIsToldAsItsNumber) {
+TEST(HumanTextTest, ATimeThatNoCalendarHasIsPrintedAsItsNumber) {
     EXPECT_EQ("9223372036854775807", text::LocalTime(std::numeric_limits<int64_t>::max()));
     EXPECT_EQ("-9223372036854775808", text::LocalTime(std::numeric_limits<int64_t>::min()));
 }

@@ -110,7 +110,7 @@ TEST(UniqueFdTest, ReleaseLeavesTheDescriptorOpen) {
     EXPECT_EQ(0, close(nFd));
 }
 
-TEST(UniqueFdTest, CloseTellsItsErrorOnce) {
+TEST(UniqueFdTest, CloseReportsItsErrorOnce) {
     UniqueFd good(OpenSomething());
     UniqueFd bad(1 << 30);
 

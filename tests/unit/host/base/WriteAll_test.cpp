@@ -78,7 +78,7 @@ TEST(WriteAllTest, WithPatienceATextThatIsReadComesWhole) {
     EXPECT_EQ(strText.size(), strRead.size());
 }
 
-TEST(WriteAllTest, TellsWhatStoppedIt) {
+TEST(WriteAllTest, ReportsWhatStoppedIt) {
     (void)std::signal(SIGPIPE, SIG_IGN);
     Pipe pipe;
     pipe.m_read.Reset();

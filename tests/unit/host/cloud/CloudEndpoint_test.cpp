@@ -133,7 +133,7 @@ TEST_F(CloudEndpointTest, AQueryWithoutKeyIsNotAnswered) {
     EXPECT_EQ((std::vector<QueryFate>{QUERY_NO_KEY, QUERY_NO_KEY}), m_fates);
 }
 
-TEST_F(CloudEndpointTest, WhatIsNoQueryIsTold) {
+TEST_F(CloudEndpointTest, WhatIsNoQueryIsReported) {
     const std::string HOSTILE[] = {"",
                                    "{",
                                    "[]",

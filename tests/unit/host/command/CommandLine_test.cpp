@@ -107,7 +107,7 @@ TEST_F(CommandLineTest, WhatIsRefusedRunsNothingAndExitsWithUsage) {
     EXPECT_THAT(m_calls, testing::Not(testing::Contains("run")));
 }
 
-TEST_F(CommandLineTest, AMissingCommandIsToldWhichThereAre) {
+TEST_F(CommandLineTest, AMissingCommandIsAnsweredWithThoseThatThereAre) {
     EXPECT_EQ(2, Parse(""));
     EXPECT_THAT(m_strError, HasSubstr("prog: no command given; there are run, need\n"));
 
@@ -187,7 +187,7 @@ TEST_F(CommandLineTest, AnArrayThatIsNotUnderstoodIsUsageToo) {
     EXPECT_EQ(2, nExitCode);
 }
 
-TEST_F(CommandLineTest, OfACommandBelowACommandTheWholeNameIsTold) {
+TEST_F(CommandLineTest, OfACommandBelowACommandTheWholeNameIsPrinted) {
     Command queue = m_program.AddCommand("queue", "Look into it");
     queue.NeedsCommand();
     Command list = queue.AddCommand("list", "List it");

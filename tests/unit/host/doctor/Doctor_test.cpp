@@ -75,7 +75,7 @@ TEST_F(DoctorTest, MissingCapabilitiesAreNamed) {
     EXPECT_NE("", finding.strRemedy);
 }
 
-TEST_F(DoctorTest, OldKernelsAreToldByWhatTheyLack) {
+TEST_F(DoctorTest, OldKernelsAreRecognisedByWhatTheyLack) {
     EXPECT_EQ(FINDING_FAILED, doctor::OfKernel("5.7.19-generic").eState);
     EXPECT_EQ(FINDING_WARNING, doctor::OfKernel("5.10.0-28-amd64").eState);
     EXPECT_EQ(FINDING_OK, doctor::OfKernel("6.1.0-13-amd64").eState);
@@ -214,7 +214,7 @@ TEST_F(DoctorTest, SpaceIsJudgedByBytesAndByFiles) {
               Whole(doctor::OfSpace("/srv", 2 * GIB, 100, 2000)));
 }
 
-TEST_F(DoctorTest, AWholeDatabaseIsToldWithItsSize) {
+TEST_F(DoctorTest, AWholeDatabaseIsReportedWithItsSize) {
     EXPECT_EQ("ok|database tevchennaldb.db|none yet, a run makes it|",
               Whole(doctor::OfDatabase(m_strDatabase)));
     EXPECT_EQ("ok|database x.db|none yet, a run makes it|",
@@ -261,7 +261,7 @@ TEST_F(DoctorTest, AnErrorOfTheDiskIsNoDamageOfTheDatabase) {
               Whole(doctor::OfDatabase(m_strDatabase)));
 }
 
-TEST_F(DoctorTest, ATornPageIsToldInSqlitesWords) {
+TEST_F(DoctorTest, ATornPageIsReportedInSqlitesWords) {
     {
         DbFile db(m_strDatabase);
         db.Execute("pragma page_size = 4096; create table a(x); create table b(x)");

@@ -45,7 +45,7 @@ TEST(WatchedPathsTest, OfUnitsOnlyTheCreationIsWatched) {
     EXPECT_FALSE(WatchedPaths::IsWatched(FILE_REMOVE, "/etc/systemd/system/a.service"));
 }
 
-TEST(WatchedPathsTest, APathBehindALinkIsToldAsThePlaceIsWritten) {
+TEST(WatchedPathsTest, APathBehindALinkIsReportedAsThePlaceIsWritten) {
     const WatchedPaths places({}, Real);
 
     EXPECT_EQ("/lib/systemd/system/a.service", places.Spelled("/usr/lib/systemd/system/a.service"));
@@ -67,7 +67,7 @@ TEST(WatchedPathsTest, AWholeRootMayBeAnAlias) {
     EXPECT_TRUE(Holds(places, "/mnt/root/lib/systemd/system", true));
 }
 
-TEST(WatchedPathsTest, AGivenAliasIsWatchedAndTold) {
+TEST(WatchedPathsTest, AGivenAliasIsWatchedAndReported) {
     const WatchedPaths places({{"/srv/root/etc/", "/etc"}}, Real);
 
     EXPECT_EQ("/etc/cron.d/job", places.Spelled("/srv/root/etc/cron.d/job"));

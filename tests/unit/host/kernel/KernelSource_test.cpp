@@ -175,7 +175,7 @@ TEST_F(KernelSourceTest, NoMoreIsTakenFromTheKernelThanThereIsRoomFor) {
     EXPECT_EQ(1u, m_files.reads.size());
 }
 
-TEST_F(KernelSourceTest, TwoProgramsOfOneProcessAreToldApart) {
+TEST_F(KernelSourceTest, TwoProgramsOfOneProcessAreDistinguished) {
     KernelSource& source = Started();
     Start(4711, "/bin/sh");
     Start(4711, "/bin/other");
@@ -373,7 +373,7 @@ TEST_F(KernelSourceTest, TheHostsDirectoriesAreIgnoredOnceTheRunHasBegun) {
     EXPECT_THAT(m_files.ignored, ElementsAre("/state"));
 }
 
-TEST_F(KernelSourceTest, StopEndsAWaitAndHandsOutWhatWasSensed) {
+TEST_F(KernelSourceTest, StopEndsAWaitAndReportsWhatWasCaptured) {
     m_options.look = minutes(1);
     m_options.launches.batchTime = m_options.files.batchTime = minutes(10);
     KernelSource& source = Started();

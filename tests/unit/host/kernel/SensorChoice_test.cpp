@@ -57,7 +57,7 @@ TEST_F(SensorChoiceTest, AFallbackSaysWhyItWasChosen) {
     EXPECT_EQ(3u, choice.Counts().nCaptured);
 }
 
-TEST_F(SensorChoiceTest, WhenNoneOpensEachRefusalIsTold) {
+TEST_F(SensorChoiceTest, WhenNoneOpensEachRefusalIsReported) {
     SensorChoice choice({Fake("best", "no room"), Fake("second", "no time")});
     std::string strError;
 

@@ -89,7 +89,7 @@ TEST(ExpectedQueriesTest, AFileOperationInAPlaceIsAQuestionWithItsProgram) {
     EXPECT_EQ(1u, all.nIgnored);  // the element that names the query
 }
 
-TEST(ExpectedQueriesTest, AnOperationElsewhereOrOfAnotherKindIsOfNoInterest) {
+TEST(ExpectedQueriesTest, AnOperationElsewhereOrOfAnotherKindIsIgnored) {
     const MessageQueries all = expected_queries::Of(
         FileMessage(Operation("create", "/tmp/a") + "," + Operation("chmod", "/etc/cron.d/a") +
                     "," + Operation("", "/etc/cron.d/a") + "," +

@@ -78,7 +78,7 @@ TEST_F(ModuleLogTest, RecordsAreKnownByTheirFormat) {
               m_notes);
 }
 
-TEST_F(ModuleLogTest, AWrittenFileThatIsGoneIsToldFromAPipeByTheFunction) {
+TEST_F(ModuleLogTest, AWrittenFileThatIsGoneIsDistinguishedFromAPipeByTheFunction) {
     const ModuleLog log(*this, 9);
 
     LogModify("[CTevFsMonitor] stat faid [%s]", "/e");

@@ -47,7 +47,7 @@ bool HasReader() {
 
 }  // namespace
 
-TEST(ModuleStdoutTest, LinesAreToldFoldedAndStandardOutputComesBack) {
+TEST(ModuleStdoutTest, LinesAreReportedFoldedAndStandardOutputComesBack) {
     const StdoutCapture standardOutput;
     Lines lines;
     ModuleStdout printed([&lines](const std::string& strLine) { lines.push_back(strLine); });
@@ -77,7 +77,7 @@ TEST(ModuleStdoutTest, MoreThanAPipeHoldsIsReadWhileItIsPrinted) {
     EXPECT_LT(20u * 4096, nBytes);
 }
 
-TEST(ModuleStdoutTest, WhatStaysInTheBufferOfTheLibraryIsTold) {
+TEST(ModuleStdoutTest, WhatStaysInTheBufferOfTheLibraryIsReported) {
     const StdoutCapture standardOutput;
     Lines lines;
     ModuleStdout printed([&lines](const std::string& strLine) { lines.push_back(strLine); });
@@ -120,7 +120,7 @@ TEST(ModuleStdoutTest, LongLinesComeInPiecesAndAnyByteComesAsItIs) {
               lines);
 }
 
-TEST(ModuleStdoutTest, ALineIsToldWhileTheModuleIsSilentAfterwards) {
+TEST(ModuleStdoutTest, ALineIsReportedWhileTheModuleIsSilentAfterwards) {
     const StdoutCapture standardOutput;
     Lines lines;
     Event told;

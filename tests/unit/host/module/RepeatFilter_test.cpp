@@ -11,7 +11,7 @@ const RepeatFilter::Clock::time_point START{};
 
 }  // namespace
 
-TEST(RepeatFilterTest, RepeatsAreToldOnceWithTheirNumberAlsoBetweenOthers) {
+TEST(RepeatFilterTest, RepeatsAreReportedOnceWithTheirNumberAlsoBetweenOthers) {
     RepeatFilter folder;
     for (int i = 0; i < 300; ++i) {
         folder.Add("database is locked", START);
@@ -35,7 +35,7 @@ TEST(RepeatFilterTest, ALineIsHeldForAQuarterOfASecond) {
     EXPECT_FALSE(folder.Due().has_value());
 }
 
-TEST(RepeatFilterTest, TheSameLineLaterIsToldAgain) {
+TEST(RepeatFilterTest, TheSameLineLaterIsReportedAgain) {
     RepeatFilter folder;
     folder.Add("a", START);
     (void)folder.TakeAll();
@@ -45,7 +45,7 @@ TEST(RepeatFilterTest, TheSameLineLaterIsToldAgain) {
     EXPECT_EQ(Lines{"a"}, folder.TakeAll());
 }
 
-TEST(RepeatFilterTest, MoreDifferentLinesThanAreHeldAreToldAtOnce) {
+TEST(RepeatFilterTest, MoreDifferentLinesThanAreHeldAreReportedAtOnce) {
     RepeatFilter folder;
     for (int i = 0; i < 17; ++i) {
         folder.Add(std::to_string(i), START);

@@ -107,7 +107,7 @@ TEST_F(StateDirTest, TheProcessWorksInRunAndMakesPrivateFiles) {
     EXPECT_EQ(077u, umask(077));
 }
 
-TEST_F(StateDirTest, ASecondHostIsToldWhoHoldsTheDirectory) {
+TEST_F(StateDirTest, ASecondHostsErrorNamesWhoHoldsTheDirectory) {
     const std::string strPath = m_dir.Path() + "/state";
     ASSERT_TRUE(Enter(strPath));
 

@@ -35,7 +35,7 @@ TEST(WatchdogTest, AModuleThatIsSilentWhileMessagesWaitEndsTheSigns) {
     EXPECT_TRUE(health.IsModuleSilent());
 }
 
-TEST(WatchdogTest, AModuleThatIsHeardOfOrHasNothingToDoKeepsThem) {
+TEST(WatchdogTest, AModuleThatReportsOrHasNothingToDoKeepsThem) {
     Watchdog health(seconds(30));
     ASSERT_TRUE(health.IsSignDue(START, true, std::nullopt));
 

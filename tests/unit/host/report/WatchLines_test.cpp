@@ -66,7 +66,7 @@ TEST_F(WatchLinesTest, ABadProgramIsShownEveryTimeItTouchesAFile) {
                                       R"(,"cached":true})"));
 }
 
-TEST_F(WatchLinesTest, LossesAndUnresolvableLaunchesAreRecords) {
+TEST_F(WatchLinesTest, LossesAndUnresolvedLaunchesAreRecords) {
     LaunchEvent event;
     event.strName = "a\nb";
     m_report.OnUnresolved(event);
@@ -91,7 +91,7 @@ TEST_F(WatchLinesTest, EventsThatTheModuleDidNotGetHaveALine) {
     EXPECT_THAT(LastLine(), HasSubstr("1 since the start"));
 }
 
-TEST_F(WatchLinesTest, AQueueThatWasFullIsTold) {
+TEST_F(WatchLinesTest, AQueueThatWasFullIsReported) {
     m_report.OnOverflow(1, 2);
     EXPECT_EQ(
         "  overflow       the kernel's queue of file operations was full; 2 times since the start",

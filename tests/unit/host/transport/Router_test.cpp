@@ -11,7 +11,7 @@
 #include "tests/support/Event.h"
 #include "tests/unit/host/transport/RouterParts.h"
 
-TEST_F(RouterTest, DeliversToTheReceiverOfTheTypeAndTellsWhenItHasReturned) {
+TEST_F(RouterTest, DeliversToTheReceiverOfTheTypeAndReportsWhenItHasReturned) {
     Event done;
     uint32_t nCode = 1;
     ASSERT_EQ(0u, m_router.RegisterReceiver(20002, &m_receiver, 0));

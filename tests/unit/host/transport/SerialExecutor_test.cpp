@@ -82,7 +82,7 @@ TEST_F(FullExecutorTest, EndWaitingFreesASenderThatWaits) {
     m_held.GoOn();
 }
 
-TEST(SerialExecutorTest, StopEndsTheJobInHandAndTellsTheOthers) {
+TEST(SerialExecutorTest, StopEndsTheJobInHandAndReportsTheOthers) {
     Event begun;
     Event stopping;
     std::atomic<bool> bEnded{false};

@@ -62,7 +62,7 @@ TEST_F(HashListSourceTest, TheSha1EntryIsNamedWhenBothMatch) {
     EXPECT_EQ("by sha1", verdict->strOwner);
 }
 
-TEST_F(HashListSourceTest, AnAllowListGivesItsLevelAndSaysSo) {
+TEST_F(HashListSourceTest, AGoodListGivesItsLevelAndSaysSo) {
     const auto pSource = Load(SHA1_A + "  tool\n", 20);
     ASSERT_NE(nullptr, pSource);
 

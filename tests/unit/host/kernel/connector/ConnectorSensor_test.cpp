@@ -229,7 +229,7 @@ TEST_F(ConnectorSensorTest, TheParentOfAProcessThatEndedIsNotThatOfTheNextWithIt
                             "end 2147483632 of 0", "start 2147483632 of 0"));
 }
 
-TEST_F(ConnectorSensorTest, MessagesThatAreNoneAreNeitherToldNorCounted) {
+TEST_F(ConnectorSensorTest, MessagesThatAreNoneAreNeitherReportedNorCounted) {
     (void)Start(false);
     const std::string strThread = Message({1, 0, 0, 0, PARENT, PARENT, GONE + 1, GONE});
     m_kernel.Tell({{0,

@@ -274,7 +274,7 @@ TEST_F(ExecOpensTest, AProcessThatEndedIsForgotten) {
     EXPECT_THAT(Names(21), ElementsAre("b"));
 }
 
-TEST_F(ExecOpensTest, TheGroupIsToldNeverWaitsAndIsNoChilds) {
+TEST_F(ExecOpensTest, TheGroupOnlyReportsNeverWaitsAndIsNoChilds) {
     SetMounts("not a table\n");
     Open();
 

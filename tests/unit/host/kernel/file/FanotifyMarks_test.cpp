@@ -199,7 +199,7 @@ TEST_F(FanotifyMarksTest, APartOfAFileSystemIsMarkedByTheMountOfAllOfIt) {
     EXPECT_THAT(marks.PointsOf("fsid/whole", false), ElementsAre("/whole"));
 }
 
-TEST_F(FanotifyMarksTest, OverlaysThatHaveTheIdentifierOfTheirUpperLayerAreToldApartFromIt) {
+TEST_F(FanotifyMarksTest, OverlaysThatHaveTheIdentifierOfTheirUpperLayerAreDistinguishedFromIt) {
     m_bAll = true;
     m_calls.m_strMounts +=
         "5 1 0:30 / /one rw - overlay x rw\n6 1 0:31 / /other rw - overlay x rw\n";

@@ -111,7 +111,7 @@ TEST(FanotifySensorDeathTest, WithoutPrivilegeItSaysWhatIsMissing) {
                 testing::ExitedWithCode(REFUSED_WITHOUT_PRIVILEGE), "run as root");
 }
 
-TEST_F(FanotifySensorTest, TheGroupIsToldAndNeverAsked) {
+TEST_F(FanotifySensorTest, TheGroupOnlyReportsAndNeverAsksForLeave) {
     (void)Opened();
 
     const std::vector<unsigned> flags = m_kernel.GroupFlags();
@@ -166,7 +166,7 @@ TEST_F(FanotifySensorTest, OnAKernelWithoutRenamesBothHalvesOfOneAreAskedForAndT
     EXPECT_THAT(m_pSensor->TakeNotices(), IsEmpty());
 }
 
-TEST_F(FanotifySensorTest, ARefusedGroupIsToldWithItsReasonAndRemedy) {
+TEST_F(FanotifySensorTest, ARefusedGroupIsReportedWithItsReasonAndRemedy) {
     m_kernel.groupErrors = {EPERM};
     EXPECT_THAT(Refused(), HasSubstr("run as root, or with the capabilities CAP_SYS_ADMIN"));
     m_kernel.groupErrors = {EPERM, ENOSYS};
@@ -205,7 +205,7 @@ TEST_F(FanotifySensorTest, EveryLocalFileSystemIsMarkedWhenThatIsWanted) {
     EXPECT_FALSE(m_pSensor->ReportsStarts(5));
 }
 
-TEST_F(FanotifySensorTest, EventsAreHandedOverByteForByteUntilNoneWaits) {
+TEST_F(FanotifySensorTest, EventsAreReadByteForByteUntilNoneWaits) {
     (void)Opened();
     const std::string strFirst = At(FAN_CREATE, 5, 1, "job") + Event(FAN_Q_OVERFLOW, 0, "");
     const std::string strSecond = At(FAN_DELETE, 5, 1, "job");
@@ -275,7 +275,7 @@ TEST_F(FanotifySensorTest, ADirectoryThatAppearsInAPlaceIsMarkedAndALinkIsNot) {
                                    FAN_MODIFY | FAN_EVENT_ON_CHILD | FAN_ONDIR, strBelow)));
 }
 
-TEST_F(FanotifySensorTest, AnIgnoredDirectoryStillTellsItsStarts) {
+TEST_F(FanotifySensorTest, AnIgnoredDirectoryStillReportsItsStarts) {
     (void)Opened();
     const size_t nBefore = m_kernel.Marks().size();
 

@@ -228,7 +228,7 @@ TEST_F(FileSourceTest, ItsTimeIsThatOfTheReadingAndTheProcessorsIsCounted) {
     EXPECT_LT(0u, Counters().nCaptureMicros);
 }
 
-TEST_F(FileSourceTest, TheSensorIsOpenedDetachedAndToldWhatToIgnore) {
+TEST_F(FileSourceTest, TheSensorIsOpenedDetachedAndGivenWhatToIgnore) {
     m_options.ignored = {"/state", "/state/run"};
     std::string strError;
     m_sensor.nDescriptor = 4711;
@@ -249,7 +249,7 @@ TEST_F(FileSourceTest, TheSensorIsOpenedDetachedAndToldWhatToIgnore) {
     EXPECT_EQ("run as root", strError);
 }
 
-TEST_F(FileSourceTest, WhatTheSensorHasToSayIsToldOnce) {
+TEST_F(FileSourceTest, NoticesOfTheSensorAreReportedOnce) {
     (void)Source();
     m_sensor.notices = {"a mount came", "a mount went"};
     m_pSource->TakeCounts(false);

@@ -34,7 +34,7 @@ TEST_F(FileSourceTest, WhatHappensElsewhereIsCountedOnly) {
     EXPECT_EQ(0u, Counters().Waiting());
 }
 
-TEST_F(FileSourceTest, EverythingIsToldWhenThatIsWanted) {
+TEST_F(FileSourceTest, EverythingIsReportedWhenThatIsWanted) {
     m_options.bAll = true;
     Capture(At(FAN_CREATE, 5, TMP, "file"));
 
@@ -42,7 +42,7 @@ TEST_F(FileSourceTest, EverythingIsToldWhenThatIsWanted) {
     EXPECT_FALSE(m_observer.m_operations[0].bPlace);
 }
 
-TEST_F(FileSourceTest, ANamedPipeIsToldWhereverItIsMadeAndThroughALinkToo) {
+TEST_F(FileSourceTest, ANamedPipeIsReportedWhereverItIsMadeAndThroughALinkToo) {
     m_pipes["/tmp/pipe"] = 1;
     m_links["/tmp/link"] = S_IFIFO;
     m_links["/tmp/other"] = S_IFREG;
@@ -57,7 +57,7 @@ TEST_F(FileSourceTest, ANamedPipeIsToldWhereverItIsMadeAndThroughALinkToo) {
     EXPECT_EQ("tmpfs", m_observer.m_operations[0].strFsType);
 }
 
-TEST_F(FileSourceTest, ARenameIsToldUnderTheOldPathAndAsACreationInAPlace) {
+TEST_F(FileSourceTest, ARenameIsReportedUnderTheOldPathAndAsACreationInAPlace) {
     Capture(Rename(0, 5, CRON, "a", CRON, "b") + Rename(0, 5, TMP, "new", UNITS, "x.service") +
             Rename(0, 5, CRON, "c", TMP, "gone"));
 
@@ -272,7 +272,7 @@ TEST_F(FileSourceTest, AFileThatIsGoneOrALinkThatLeadsNowhereIsNoPipe) {
     EXPECT_EQ(2u, Counters().nUnwatched);
 }
 
-TEST_F(FileSourceTest, ARemovalAmongLaterPiecesTellsWhereADirectoryWas) {
+TEST_F(FileSourceTest, ARemovalAmongLaterPiecesSaysWhereADirectoryWas) {
     const std::string strFirst = At(FAN_CREATE, 5, 100, "a");
     m_options.nReadBytes = strFirst.size();
     Capture(strFirst + At(FAN_DELETE, 5, 100, "a") + At(FAN_DELETE | FAN_ONDIR, 5, CRON, "d", 100));

@@ -64,7 +64,7 @@ TEST_F(LaunchPathTest, ARelativeNameIsMadeAbsoluteWithTheProcessesDirectory) {
     EXPECT_EQ("/bin/tool", Chosen());
 }
 
-TEST_F(LaunchPathTest, ANameThatNamesAnotherFileIsNotTold) {
+TEST_F(LaunchPathTest, ANameThatNamesAnotherFileIsNotReported) {
     Put("/bin/tool", 8);
     EXPECT_EQ("/usr/bin/tool", Chosen());
     EXPECT_EQ(LAUNCH_PATH_RESOLVED, Origin());
@@ -145,7 +145,7 @@ TEST_F(LaunchPathTest, WhileItRunsAChangedFileIsStillTheOneThatWasStarted) {
     EXPECT_EQ("/proc/4711/exe", Chosen());
 }
 
-TEST_F(LaunchPathTest, OfTwoNamesTheOneOfAnInterpreterIsTold) {
+TEST_F(LaunchPathTest, OfTwoNamesTheOneOfAnInterpreterIsReported) {
     m_event.strName = "/bin/sh";
     m_event.strPath = "/usr/bin/dash";
     Put("/bin/sh", 7);
@@ -178,7 +178,7 @@ TEST_F(LaunchPathTest, AProcessWithItsOwnRootIsTakenByThatRoot) {
     EXPECT_EQ("/jail/bin/tool", Chosen());
 }
 
-TEST_F(LaunchPathTest, AScriptIsNotToldWhereItMayBeAnotherFile) {
+TEST_F(LaunchPathTest, AScriptIsNotReportedWhereItMayBeAnotherFile) {
     m_event.strName = "/srv/a.sh";
     Put("/srv/a.sh", 50);
     EXPECT_EQ("", ScriptPath(m_event, 1, Look())) << "no script";
@@ -193,7 +193,7 @@ TEST_F(LaunchPathTest, AScriptIsNotToldWhereItMayBeAnotherFile) {
     EXPECT_EQ("", ScriptPath(m_event, 1, Look()));
 }
 
-TEST_F(LaunchPathTest, AScriptInADirectoryThatMayLeadElsewhereIsNotTold) {
+TEST_F(LaunchPathTest, AScriptInADirectoryThatMayLeadElsewhereIsNotReported) {
     m_event.strInterp = "/bin/tool";
     m_event.strDirectory = "/srv";
     m_event.strName = "./a.sh";
@@ -206,7 +206,7 @@ TEST_F(LaunchPathTest, AScriptInADirectoryThatMayLeadElsewhereIsNotTold) {
     EXPECT_EQ("/srv/a.sh", ScriptPath(m_event, 1, Look()));
 }
 
-TEST_F(LaunchPathTest, ANameThatMeansAFileOfWhoeverOpensItIsNeverTold) {
+TEST_F(LaunchPathTest, ANameThatMeansAFileOfWhoeverOpensItIsNeverReported) {
     for (const char* pszName :
          {"/dev/fd/3", "/proc/self/fd/3", "/proc/thread-self/exe", "/dev/stdin"}) {
         Put(pszName, 7);

@@ -83,7 +83,7 @@ protected:
 
 }  // namespace
 
-TEST_F(LaunchSensorTest, CopiesAndEndsAreAttachedBeforeStartsSoThatAParentIsToldFirst) {
+TEST_F(LaunchSensorTest, CopiesAndEndsAreAttachedBeforeStartsSoThatAParentIsReportedFirst) {
     ASSERT_TRUE(Open());
 
     EXPECT_THAT(m_kernel.attached, ElementsAre("on_exit", "on_fork", "on_exec"));
@@ -115,7 +115,7 @@ TEST_F(LaunchSensorTest, WithoutThePrivilegeToLoadTheCapabilitiesAreNamed) {
     }
 }
 
-TEST_F(LaunchSensorTest, AKernelThatCannotLoadItIsToldFromOneThatMayNot) {
+TEST_F(LaunchSensorTest, AKernelThatCannotLoadItIsDistinguishedFromOneThatMayNot) {
     m_kernel.nLoadError = EINVAL;
 
     ExpectRefused();
@@ -158,7 +158,7 @@ TEST_F(LaunchSensorTest, WhereOneOfThePartsCannotBeAttachedTheOthersAreTakenOffA
     EXPECT_THAT(m_kernel.detached, ElementsAre("on_exit", "on_fork", "on_exit"));
 }
 
-TEST_F(LaunchSensorTest, RecordsOfAnySizeAreHandedOverByteForByteInTheirOrder) {
+TEST_F(LaunchSensorTest, RecordsOfAnySizeAreDrainedByteForByteInTheirOrder) {
     ASSERT_TRUE(Open());
     const std::string strBinary("a\0\xff\n", 4);
     const std::string strLong(80000, 'x');
@@ -176,7 +176,7 @@ TEST_F(LaunchSensorTest, ASinkThatHasEnoughLeavesTheRestForTheNextTime) {
     EXPECT_THAT(Drained(), ElementsAre("two", "three"));
 }
 
-TEST_F(LaunchSensorTest, ASinkThatThrowsIsHeardOfByTheCallerAndNotByTheLibrary) {
+TEST_F(LaunchSensorTest, ASinkThatThrowsIsReportedToTheCallerAndNotToTheLibrary) {
     ASSERT_TRUE(Open());
     m_kernel.records = {"one", "two"};
 
@@ -194,7 +194,7 @@ TEST_F(LaunchSensorTest, TheCountsOfAllProcessorsAreAddedUp) {
     EXPECT_THAT(Counts(), ElementsAre(1007, 23, 401));
 }
 
-TEST_F(LaunchSensorTest, LaunchesThatMetTheProgramAtWorkAreSensedAndLost) {
+TEST_F(LaunchSensorTest, LaunchesThatMetTheProgramAtWorkAreCapturedAndLost) {
     ASSERT_TRUE(Open());
     SetCounts({10, 0}, {2, 0}, {0, 0});
     m_kernel.missed = {{"on_exec", 5}, {"on_fork", 100}, {"on_exit", 1000}};
@@ -219,7 +219,7 @@ TEST_F(LaunchSensorTest, ACounterThatCannotBeReadIsNone) {
     EXPECT_EQ(0u, m_pSensor->Counts().nLost);
 }
 
-TEST_F(LaunchSensorTest, LaunchesLostWhileTheCountsAreReadAreNeverMoreThanThoseSensed) {
+TEST_F(LaunchSensorTest, LaunchesLostWhileTheCountsAreReadAreNeverMoreThanThoseCaptured) {
     ASSERT_TRUE(Open());
     SetCounts({0, 0}, {0, 0}, {0, 0});
     m_kernel.fnBeforeLookup = [this] {

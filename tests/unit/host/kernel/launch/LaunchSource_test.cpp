@@ -148,7 +148,7 @@ TEST_F(LaunchSourceTest, ABatchWaitsForItsTime) {
     EXPECT_EQ(1u, m_observer.m_launches.size());
 }
 
-TEST_F(LaunchSourceTest, StopHandsOutWhatWasSensedAndThenEnds) {
+TEST_F(LaunchSourceTest, StopReportsWhatWasCapturedAndThenEnds) {
     m_options.batchTime = minutes(10);
     Capture("/bin/a");
     Source().Stop();
@@ -183,7 +183,7 @@ TEST_F(LaunchSourceTest, AScriptIsALaunchOfItsOwnWithTheSameCommandLine) {
     EXPECT_EQ(1u, m_observer.m_counters.nScripts);
 }
 
-TEST_F(LaunchSourceTest, AScriptWhoseNameLeadsOverALinkOfProcIsNotTold) {
+TEST_F(LaunchSourceTest, AScriptWhoseNameLeadsOverALinkOfProcIsNotReported) {
     const TestDir dir;
     const std::string strLink = dir.Path() + "/a.sh";
     (void)dir.WriteFile("file", "#!/bin/sh\n");
@@ -200,7 +200,7 @@ TEST_F(LaunchSourceTest, AScriptWhoseNameLeadsOverALinkOfProcIsNotTold) {
     EXPECT_EQ(1u, m_observer.m_counters.nScriptsUnreported);
 }
 
-TEST_F(LaunchSourceTest, ALaunchThatNoPathNamesIsShownAndCountedAndNotTold) {
+TEST_F(LaunchSourceTest, ALaunchThatNoPathNamesIsShownAndCountedAndNotReported) {
     Capture("/other/a");
     Source().Stop();
 

@@ -78,7 +78,7 @@ TEST_F(ProcessTableTest, AStartCountsFromItsOpeningOn) {
     EXPECT_EQ("/bin/rm", Acting(5));
 }
 
-TEST_F(ProcessTableTest, AnOpeningMayBeToldBeforeItsStartIsKnown) {
+TEST_F(ProcessTableTest, AnOpeningMayBeReportedBeforeItsStartIsKnown) {
     Exec(5, "/bin/sh", 10);
     m_table.Opened(5, 20);
 
@@ -108,7 +108,7 @@ TEST_F(ProcessTableTest, TheLastActIsTheNewestImages) {
     EXPECT_EQ("/bin/rm", Acting(5, true));
 }
 
-TEST_F(ProcessTableTest, AStartOnADeviceThatTellsNoOpeningsCountsAtOnce) {
+TEST_F(ProcessTableTest, AStartOnADeviceThatReportsNoOpeningsCountsAtOnce) {
     m_nDiskMinor = 9;
     Exec(5, "/bin/sh", 10, 8U << 20 | 9);
     Exec(5, "/bin/rm", 20, 8U << 20 | 9);
@@ -199,7 +199,7 @@ TEST_F(ProcessTableTest, ANumberThatIsUsedAgainOutlivesTheEndOfTheFirst) {
     EXPECT_EQ("/bin/sh", Acting(5));
 }
 
-TEST_F(ProcessTableTest, APathThatLeadsToAnotherFileByNowIsNotTold) {
+TEST_F(ProcessTableTest, APathThatLeadsToAnotherFileByNowIsNotReported) {
     Exec(5, "/bin/rm", 20);
     m_disk["/bin/rm"] = 21;
 
@@ -218,7 +218,7 @@ TEST_F(ProcessTableTest, TheProcessesOwnLinkLeadsToAFileThatHasNoOtherName) {
     EXPECT_EQ("", Acting(5));
 }
 
-TEST_F(ProcessTableTest, NobodyKnowsAProcessThatWasNeverTold) {
+TEST_F(ProcessTableTest, NobodyKnowsAProcessThatWasNeverReported) {
     EXPECT_EQ("", Acting(5));
     EXPECT_EQ("", Acting(0));
     m_table.Opened(5, 20);
@@ -402,7 +402,7 @@ TEST_F(ProcessTableTest, ACopyOfAProcessThatNobodyKnowsIsNotTheOneBeforeIt) {
     EXPECT_EQ(0u, m_table.Size());
 }
 
-TEST_F(ProcessTableTest, AnEndThatIsToldTwiceCountsFromTheSecond) {
+TEST_F(ProcessTableTest, AnEndThatIsReportedTwiceCountsFromTheSecond) {
     Exec(5, "/bin/rm", 20);
     Exit(5);
     m_table.Tick(m_now + std::chrono::seconds(20));

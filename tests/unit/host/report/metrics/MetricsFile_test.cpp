@@ -66,7 +66,7 @@ TEST(MetricsFileTest, ItIsWrittenAtTheBeginningAndAtTheEnd) {
     EXPECT_EQ("2", FileText(strFile));
 }
 
-TEST(MetricsFileTest, AnErrorIsToldOnce) {
+TEST(MetricsFileTest, AnErrorIsPrintedOnce) {
     const TestDir dir;
     std::vector<std::string> errors;
     MetricsFile file(

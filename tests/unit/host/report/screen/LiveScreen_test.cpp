@@ -49,7 +49,7 @@ TEST(LiveScreenTest, TheSameAgainIsFoldedIntoItsLineWhichIsTheLastThen) {
     EXPECT_EQ(2u, rows[1].nTimes);
 }
 
-TEST(LiveScreenTest, ABlockedProgramHasALineEveryTime) {
+TEST(LiveScreenTest, ABadProgramHasALineEveryTime) {
     Console output;
     LiveScreen screen(output, NoNumbers(), [] {});
     screen.Add(Row("/bin/bad", 70));
@@ -92,7 +92,7 @@ TEST(LiveScreenTest, ATerminalThatCannotBeDrawnOnIsNone) {
     EXPECT_FALSE(screen.Begin());
 }
 
-TEST(LiveScreenTest, LinesOfTheOutputAreLinesOfTheViewAndErrorsAreToldOnceMoreAfterIt) {
+TEST(LiveScreenTest, LinesOfTheOutputAreLinesOfTheViewAndErrorsArePrintedOnceMoreAfterIt) {
     const Pty pty;
     const OnTerminal onTerminal(pty);
     Console output;
@@ -127,7 +127,7 @@ TEST(LiveScreenTest, TheViewFollowsTheSizeOfTheTerminal) {
     EXPECT_THAT(pty.ReadUntil("OWNER"), HasSubstr("OWNER"));
 }
 
-TEST(LiveScreenTest, ATerminalThatHungUpIsToldOnce) {
+TEST(LiveScreenTest, ATerminalThatHungUpIsReportedOnce) {
     Pty pty;
     const OnTerminal onTerminal(pty);
     Console output;

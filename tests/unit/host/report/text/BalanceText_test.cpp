@@ -180,7 +180,7 @@ TEST(BalanceTextTest, TheJsonHasTheSameNumbers) {
         balance_text::AddNumbers(record, Numbers()).Text());
 }
 
-TEST(BalanceTextTest, WithoutSensorsItBeginsWithWhatWasTold) {
+TEST(BalanceTextTest, WithoutSensorsItBeginsWithWhatWasReported) {
     Balance balance;
     balance.input = balance.events.nSent = 1;
     EXPECT_EQ(0u,

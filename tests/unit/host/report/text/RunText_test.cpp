@@ -118,11 +118,11 @@ TEST_F(RunTextTest, AVerdictLineNamesProgramOwnerAndSource) {
     CloudQuery query;
     query.strPath = "/bin/a\033[2J";
 
-    const std::string strBlocked =
+    const std::string strBad =
         run_text::VerdictLine(Out(), query, {70, "bad list x", "Bad\nThing"});
     const std::string strUnknown = run_text::VerdictLine(Out(), query, {40, "none", ""});
 
-    EXPECT_EQ("  bad        70  /bin/a\\x1B[2J  Bad\\x0AThing (bad list x)", strBlocked.substr(8));
+    EXPECT_EQ("  bad        70  /bin/a\\x1B[2J  Bad\\x0AThing (bad list x)", strBad.substr(8));
     EXPECT_EQ("  unknown    40  /bin/a\\x1B[2J", strUnknown.substr(8));
 }
 
