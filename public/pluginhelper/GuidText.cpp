@@ -2,20 +2,14 @@
 
 #include <cstdio>
 
+#include "framework/base/GuidFields.h"
+
 void ParseGuid(const char* pszText, Guid* pGuid) {
     if (pszText == nullptr) {
         *pGuid = Guid{};
         return;
     }
-    uint8_t* p = pGuid->nData4;
-    const char* pszFormat =
-        pszText[0] == '{' ? "{%08x-%04hx-%04hx-%02hhx%02hhx-%02hhx%02hhx%02hhx%02hhx%02hhx%02hhx}"
-                          : "%08x-%04hx-%04hx-%02hhx%02hhx-%02hhx%02hhx%02hhx%02hhx%02hhx%02hhx";
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-nonliteral"  // one of the two literals above
-    (void)sscanf(pszText, pszFormat, &pGuid->nData1, &pGuid->nData2, &pGuid->nData3, &p[0], &p[1],
-                 &p[2], &p[3], &p[4], &p[5], &p[6], &p[7]);
-#pragma GCC diagnostic pop
+    (void)ReadGuidFields(pszText, *pGuid);
 }
 
 char* FormatGuid(const Guid& guid, char* pszBuffer, bool bBraces) {
