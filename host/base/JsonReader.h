@@ -1,4 +1,5 @@
-// Reading JSON of strangers: whatever is missing or of another type reads as absent.
+// Reading JSON of strangers: whatever is missing or of another type reads as absent. (The module
+// reads by rules of its own, which its hosts rely on: numbers and truth values are texts to it.)
 //
 // Threads: any; no state. Errors: nothing throws but std::bad_alloc.
 #ifndef HOST_BASE_JSONREADER_H
