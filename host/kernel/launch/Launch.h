@@ -25,7 +25,7 @@ struct LaunchCounters {
     uint64_t nBroken = 0;      // of these: a record that is none
     uint64_t nOwn = 0;         // of these: the host's own process
     uint64_t nUnresolved = 0;  // of these: no path names the file
-    uint64_t nPrograms = 0;    // of these: reported
+    uint64_t nReported = 0;    // of these: reported
     uint64_t nScripts = 0;     // reported in addition
     uint64_t nBatched = 0;     // programs and scripts in a batch that is not full yet
     uint64_t nScriptsUnreported = 0;
@@ -35,7 +35,7 @@ struct LaunchCounters {
 
     // Captured, and neither reported nor counted for a reason.
     uint64_t Waiting() const {
-        const uint64_t nKnown = nLost + nBroken + nOwn + nUnresolved + nPrograms;
+        const uint64_t nKnown = nLost + nBroken + nOwn + nUnresolved + nReported;
         return nCaptured > nKnown ? nCaptured - nKnown : 0;
     }
 };

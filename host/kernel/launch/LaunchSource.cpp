@@ -98,7 +98,7 @@ void LaunchSource::TakeExec(const LaunchEvent& event) {
         ++m_launches.nUnresolved;
         m_observer.OnUnresolved(event);
     } else {
-        ++m_launches.nPrograms;
+        ++m_launches.nReported;
         Add(launch);
     }
     if (!event.strInterp.empty()) {

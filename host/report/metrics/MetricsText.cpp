@@ -35,7 +35,7 @@ Samples Captured(const Moment& moment) {
 Samples CapturedFates(const Moment& moment) {
     const LaunchCounters& launches = moment.balance.launches;
     const FileCounters& files = moment.balance.files;
-    return {{{"launch", "reported"}, Value(launches.nPrograms)},
+    return {{{"launch", "reported"}, Value(launches.nReported)},
             {{"launch", "unresolved"}, Value(launches.nUnresolved)},
             {{"launch", "lost"}, Value(launches.nLost)},
             {{"launch", "own"}, Value(launches.nOwn)},
@@ -69,7 +69,7 @@ Samples FileSeconds(const Moment& moment) {
 }
 
 Samples Reported(const Moment& moment) {
-    return {{{"program"}, Value(moment.balance.launches.nPrograms)},
+    return {{{"launch"}, Value(moment.balance.launches.nReported)},
             {{"script"}, Value(moment.balance.launches.nScripts)},
             {{"file"}, Value(moment.balance.files.nReported)}};
 }

@@ -40,7 +40,7 @@ std::string CapturedText(const Balance& balance) {
     const LaunchCounters& launches = balance.launches;
     const FileCounters& files = balance.files;
     return Sum("captured", launches.nCaptured, "launch", "launches")
-               .Add(launches.nPrograms, "reported")
+               .Add(launches.nReported, "reported")
                .Add(launches.nUnresolved, "unresolved")
                .Add(launches.nLost, "lost")
                .AddSome(launches.nOwn, "the host's own")
@@ -185,7 +185,7 @@ std::string FilesJson(const FileCounters& files) {
 void AddCaptured(JsonObject& record, const Balance& balance) {
     const LaunchCounters& launches = balance.launches;
     JsonObject object;
-    object.Add("captured", launches.nCaptured).Add("reported", launches.nPrograms);
+    object.Add("captured", launches.nCaptured).Add("reported", launches.nReported);
     object.Add("unresolved", launches.nUnresolved).Add("lost", launches.nLost);
     object.Add("own", launches.nOwn).Add("broken", launches.nBroken);
     object.Add("unread", launches.Waiting()).Add("scripts", launches.nScripts);

@@ -13,7 +13,7 @@ inline Balance DistinctBalance() {
     launches.nBroken = 103;
     launches.nOwn = 104;
     launches.nUnresolved = 105;
-    launches.nPrograms = 106;
+    launches.nReported = 106;
     launches.nScripts = 107;
     launches.nBatched = 108;
     launches.nScriptsUnreported = 109;

@@ -7,7 +7,7 @@ namespace {
 // Two launches and one file operation, all of them delivered, analysed and answered.
 Balance Clean() {
     Balance balance;
-    balance.launches.nCaptured = balance.launches.nPrograms = 2;
+    balance.launches.nCaptured = balance.launches.nReported = 2;
     balance.files.nCaptured = balance.files.nReported = 1;
     balance.events.nSent = balance.events.nAnalysed = 3;
     balance.events.nExpected = balance.events.nQueried = 3;
@@ -65,14 +65,14 @@ TEST(BalanceTest, ABatchInTheHandsOfTheDeliveryIsUnexplainedOnlyAtTheEnd) {
     Balance balance = Clean();
     balance.nLargestBatch = 256;
     balance.launches.nCaptured += 256;
-    balance.launches.nPrograms += 256;
+    balance.launches.nReported += 256;
     EXPECT_EQ(0u, balance.Unexplained());
     balance.bFinal = true;
     EXPECT_EQ(256u, balance.Unexplained());
 
     balance.bFinal = false;
     ++balance.launches.nCaptured;
-    ++balance.launches.nPrograms;
+    ++balance.launches.nReported;
     EXPECT_EQ(257u, balance.Unexplained());  // no batch is so big
 }
 

@@ -128,7 +128,7 @@ TEST_F(RunJournalTest, NotesOfTheModuleAreCounted) {
 TEST_F(RunJournalTest, WhatIsOnItsWayIsUnexplainedOnlyAtTheEnd) {
     LaunchCounters counters;
     counters.nCaptured = 3;
-    counters.nPrograms = 1;
+    counters.nReported = 1;
     m_journal.Record(counters);
     const EventBatch batch = OneLaunch(1, m_dir.WriteFile("a", "x", 0755));
     m_journal.Record(BatchSent{batch});
@@ -141,7 +141,7 @@ TEST_F(RunJournalTest, WhatIsOnItsWayIsUnexplainedOnlyAtTheEnd) {
 TEST_F(RunJournalTest, ACleanRunOfBothKindsLeavesNothingUnexplained) {
     const std::string strProgram = m_dir.WriteFile("a", "x", 0755);
     LaunchCounters launches;
-    launches.nCaptured = launches.nPrograms = 1;
+    launches.nCaptured = launches.nReported = 1;
     m_journal.Record(launches);
     FileCounters files;
     files.nCaptured = 3;
@@ -182,7 +182,7 @@ TEST_F(RunJournalTest, AFileOperationThatWasNeverDeliveredIsUnexplained) {
 TEST_F(RunJournalTest, NumbersThatDoNotAddUpAreUnexplained) {
     LaunchCounters counters;
     counters.nCaptured = 1;
-    counters.nPrograms = 2;
+    counters.nReported = 2;
     m_journal.Record(counters);
 
     EXPECT_EQ(3u,
@@ -191,7 +191,7 @@ TEST_F(RunJournalTest, NumbersThatDoNotAddUpAreUnexplained) {
 
 TEST_F(RunJournalTest, AMessageThatIsNotInTheQueueAtTheEndWasNotStored) {
     LaunchCounters counters;
-    counters.nCaptured = counters.nPrograms = 1;
+    counters.nCaptured = counters.nReported = 1;
     m_journal.Record(counters);
     m_journal.Record(BatchSent{OneLaunch(1, "/bin/a")});
     RunEnd end;
@@ -205,7 +205,7 @@ TEST_F(RunJournalTest, AMessageThatIsNotInTheQueueAtTheEndWasNotStored) {
 
 TEST_F(RunJournalTest, ARefusedMessageIsExplained) {
     LaunchCounters counters;
-    counters.nCaptured = counters.nPrograms = 1;
+    counters.nCaptured = counters.nReported = 1;
     m_journal.Record(counters);
     m_journal.Record(BatchSent{OneLaunch(1, "/bin/a")});
     m_journal.Record(BatchEnded{OneEvent(1), 1});

@@ -117,7 +117,7 @@ private:
         report.OnDelivered(batch, 0);
         LaunchCounters counters;
         counters.nCaptured = 11;
-        counters.nPrograms = 5;
+        counters.nReported = 5;
         counters.nScripts = 1;
         counters.nUnresolved = 1;
         counters.nLost = 3;

@@ -56,7 +56,7 @@ TEST_F(WatchLinesScreenTest, ItsHeadHasTheNumbersOfTheRun) {
     report.OnReported(waiting);
     LaunchCounters launches;
     launches.nCaptured = 11111;
-    launches.nPrograms = 4;
+    launches.nReported = 4;
     launches.nLost = 21;
     report.OnCounters(launches);
     FileCounters files;

@@ -179,7 +179,7 @@ TEST_F(LaunchSourceTest, AScriptIsALaunchOfItsOwnWithTheSameCommandLine) {
     EXPECT_EQ("/srv/a.sh", m_observer.m_launches[1].creation.strPath);
     EXPECT_EQ("/srv/a.sh x", m_observer.m_launches[1].creation.strCommand);
     EXPECT_TRUE(m_observer.m_launches[1].bScript);
-    EXPECT_EQ(1u, m_observer.m_counters.nPrograms);
+    EXPECT_EQ(1u, m_observer.m_counters.nReported);
     EXPECT_EQ(1u, m_observer.m_counters.nScripts);
 }
 

@@ -16,7 +16,7 @@ Balance Numbers() {
     Balance balance;
     balance.bFinal = true;
     balance.launches.nCaptured = 1010;
-    balance.launches.nPrograms = 1007;
+    balance.launches.nReported = 1007;
     balance.launches.nUnresolved = 1;
     balance.launches.nLost = 2;
     balance.launches.nScripts = 3;
@@ -213,7 +213,7 @@ TEST(BalanceTextTest, ARunOfNothingHasItsSumsAndNoRemarks) {
 TEST(BalanceTextTest, WhatIsOnItsWayStandsAtItsStation) {
     Balance balance;
     balance.launches.nCaptured = 5;
-    balance.launches.nPrograms = 3;
+    balance.launches.nReported = 3;
     balance.launches.nBatched = 2;
     balance.files.nCaptured = 9;
     balance.files.nReported = balance.files.nBatched = 2;
