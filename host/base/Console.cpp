@@ -111,7 +111,7 @@ void Console::Error(const std::string& strLine) {
     }
     HideProgress();
     if (m_nDropped > 0 && WriteError("\ntevmon-host: " + text::Count(m_nDropped, "line") +
-                                     " dropped here, because nobody read standard error\n")) {
+                                     " left out here, because nobody read standard error\n")) {
         m_nDropped = 0;
     }
     m_nDropped += WriteError(strLine + "\n") ? 0 : 1;

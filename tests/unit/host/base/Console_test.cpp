@@ -136,7 +136,7 @@ TEST(ConsoleTest, AStandardErrorThatNobodyReadsStallsNobodyAndItsDroppedLinesAre
 
     const std::string strMore = strText.substr(0, static_cast<size_t>(nMore));
     EXPECT_EQ(0u, strMore.find("\ntevmon-host: ")) << strMore;
-    EXPECT_THAT(strMore, HasSubstr(" lines dropped here, because nobody read standard error\n"));
+    EXPECT_THAT(strMore, HasSubstr(" lines left out here, because nobody read standard error\n"));
     EXPECT_THAT(strMore, HasSubstr("\nread again\n"));
 }
 
