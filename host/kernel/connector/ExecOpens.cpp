@@ -43,12 +43,12 @@ void ExecOpens::Mark() {
             continue;
         }
         const char* const pszPoint = mount.strPoint.c_str();
-        struct stat status = {};
+        FileStatus status;
         // A mount that another one hides leads to that one: what was marked is what stat says.
         if (fanotify_mark(m_group.Get(), FAN_MARK_ADD | FAN_MARK_FILESYSTEM, FAN_OPEN_EXEC,
                           AT_FDCWD, pszPoint) != 0) {
             m_strUnmarked += (m_strUnmarked.empty() ? "" : ", ") + mount.strPoint;
-        } else if (stat(pszPoint, &status) == 0) {
+        } else if (file_look::AtTarget(mount.strPoint, status)) {
             devices.insert(process_look::IdOf(status).nDevice);
         }
     }
@@ -94,8 +94,8 @@ void ExecOpens::TakeEvents(const char* pBytes, size_t nSize) {
 }
 
 void ExecOpens::TakeFile(uint32_t nPid, int nFd) {
-    struct stat status = {};
-    if (fstat(nFd, &status) != 0 || !S_ISREG(status.st_mode)) {
+    FileStatus status;
+    if (!file_look::AtDescriptor(nFd, status) || !S_ISREG(status.st_mode)) {
         return;
     }
     OpenedFile file;

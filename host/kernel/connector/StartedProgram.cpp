@@ -71,6 +71,9 @@ LaunchEvent StartedProgram(uint32_t nPid, uint32_t nParent, const std::optional<
     }
     event.nInode = file.nInode;
     event.nDevice = file.nDevice;
+    event.nMountId = file.nMountId;
+    event.nSize = file.nSize;
+    event.nChanged = file.nChanged;
     if (image && !image->strInterp.empty()) {
         event.strName = image->strScript;
         event.strInterp = image->strInterp;

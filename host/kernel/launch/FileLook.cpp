@@ -68,7 +68,11 @@ private:
 }  // namespace
 
 bool file_look::AtTarget(const std::string& strPath, FileStatus& status) {
-    return Look(AT_FDCWD, strPath.c_str(), 0, status);
+    return AtTargetIn(AT_FDCWD, strPath.c_str(), status);
+}
+
+bool file_look::AtTargetIn(int nDir, const char* pszName, FileStatus& status) {
+    return Look(nDir, pszName, 0, status);
 }
 
 bool file_look::AtItself(const std::string& strPath, FileStatus& status) {

@@ -14,6 +14,8 @@
 struct FileStatus : stat {
     FileStatus() : stat() {}
 
+    int64_t Changed() const { return st_ctim.tv_sec * int64_t{1000000000} + st_ctim.tv_nsec; }
+
     int64_t nBorn = 0;          // ns since 1970; 0: not known
     uint32_t nMountId = 0;      // of the mount that the path leads over; 0: not known
     uint32_t nMountDevice = 0;  // of its file system, as mountinfo and the kernel's records name it
@@ -25,7 +27,8 @@ using FileLook = std::function<bool(const std::string& strPath, FileStatus& stat
 namespace file_look {
 
 bool AtTarget(const std::string& strPath, FileStatus& status);  // of a link what it leads to
-bool AtItself(const std::string& strPath, FileStatus& status);  // of a link the link
+bool AtTargetIn(int nDir, const char* pszName, FileStatus& status);
+bool AtItself(const std::string& strPath, FileStatus& status);  // a link is not followed
 bool AtDescriptor(int nFd, FileStatus& status);
 // AtTarget, which also knows the file system of the mount where stat names another device than the
 // kernel's records do (an overlay's, that of btrfs) and the mount is one of this namespace.

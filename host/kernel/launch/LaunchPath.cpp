@@ -24,10 +24,6 @@ bool IsOfFileSystem(const FileStatus& status, const LaunchEvent& event) {
              (status.nMountDevice != 0 && status.nMountDevice == event.nDevice)));
 }
 
-int64_t ChangeTime(const FileStatus& status) {
-    return status.st_ctim.tv_sec * int64_t{1000000000} + status.st_ctim.tv_nsec;
-}
-
 bool IsFile(const FileStatus& status, const LaunchEvent& event) {
     return S_ISREG(status.st_mode) && status.st_ino == event.nInode &&
            IsOfFileSystem(status, event);
@@ -36,7 +32,7 @@ bool IsFile(const FileStatus& status, const LaunchEvent& event) {
 // An inode's number is given to another file when it is free, and its content may be another one:
 // both change its time, which nobody can set back.
 bool IsUnchanged(const FileStatus& status, const LaunchEvent& event) {
-    return event.nChanged == 0 || (ChangeTime(status) == event.nChanged &&
+    return event.nChanged == 0 || (status.Changed() == event.nChanged &&
                                    static_cast<uint64_t>(status.st_size) == event.nSize);
 }
 

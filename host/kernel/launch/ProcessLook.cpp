@@ -23,9 +23,14 @@ uint32_t ParentIn(const std::string& strStat) {
 
 }  // namespace
 
-FileId process_look::IdOf(const struct stat& status) {
-    return {status.st_ino,
-            static_cast<uint32_t>(major(status.st_dev) << 20 | minor(status.st_dev))};
+FileId process_look::IdOf(const FileStatus& status) {
+    FileId id;
+    id.nInode = status.st_ino;
+    id.nDevice = static_cast<uint32_t>(major(status.st_dev) << 20 | minor(status.st_dev));
+    id.nMountId = status.nMountId;
+    id.nSize = static_cast<uint64_t>(status.st_size);
+    id.nChanged = status.Changed();
+    return id;
 }
 
 FileId process_look::FileOf(const std::string& strPath) {
@@ -72,16 +77,16 @@ ProcessState process_look::Look(uint32_t nPid, const std::string& strProc) {
         state.strArgs.resize(LAUNCH_ARGS_MOST);
         state.bArgsCut = true;
     }
-    struct stat status = {};
-    if (fstatat(nDir, "exe", &status, 0) == 0) {
+    FileStatus status;
+    if (file_look::AtTargetIn(nDir, "exe", status)) {
         state.exe = IdOf(status);
         state.strExe = LinkOf(nDir, "exe");
         state.strDirectory = LinkOf(nDir, "cwd");
     }
-    if (fstatat(nDir, "ns/mnt", &status, 0) == 0) {
+    if (file_look::AtTargetIn(nDir, "ns/mnt", status)) {
         state.nMountNs = static_cast<uint32_t>(status.st_ino);
     }
-    if (fstat(nDir, &status) == 0) {
+    if (file_look::AtDescriptor(nDir, status)) {
         state.nUid = status.st_uid;
     }
     state.nParent = ParentIn(ReadFile(nDir, "stat", 512));

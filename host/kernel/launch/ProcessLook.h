@@ -4,18 +4,23 @@
 #ifndef HOST_KERNEL_LAUNCH_PROCESSLOOK_H
 #define HOST_KERNEL_LAUNCH_PROCESSLOOK_H
 
-#include <sys/stat.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <string>
 
-// Which file; a device in the kernel's form: major << 20 | minor. 0, 0: not known.
+#include "host/kernel/launch/FileLook.h"
+
+// Which file, and in which state; a device in the kernel's form: major << 20 | minor. 0, 0: not
+// known. The rest is as LaunchEvent has it.
 struct FileId {
     uint64_t nInode = 0;
     uint32_t nDevice = 0;
+    uint32_t nMountId = 0;
+    uint64_t nSize = 0;
+    int64_t nChanged = 0;
 
     bool IsKnown() const { return nInode != 0; }
+    // Whether both are the same file, in whichever state.
     bool operator==(const FileId& other) const {
         return nInode == other.nInode && nDevice == other.nDevice;
     }
@@ -34,7 +39,7 @@ struct ProcessState {
 
 namespace process_look {
 
-FileId IdOf(const struct stat& status);
+FileId IdOf(const FileStatus& status);
 // Of the file that a path leads to; not known when it leads to none.
 FileId FileOf(const std::string& strPath);
 

@@ -26,6 +26,7 @@ ProcessTable::ImageRef ProcessTable::ImageFromProc(uint32_t nPid) const {
     const FileId id = process_look::IdOf(status);
     pImage->nDevice = id.nDevice;
     pImage->nInode = id.nInode;
+    pImage->nMountId = id.nMountId;
     return pImage;
 }
 

@@ -139,9 +139,10 @@ TEST_F(ExecOpensTest, FilesAreKeptByProcessWithTheirKindAndInterpreterUntilTheyA
     EXPECT_EQ("/bin/sh", files[0].strInterp);
     EXPECT_EQ(OPENED_PROGRAM, files[1].eKind);
     EXPECT_EQ("/lib64/ld.so", files[1].strInterp);
-    struct stat status = {};
-    ASSERT_EQ(0, stat((m_dir.Path() + "/program").c_str(), &status));
+    FileStatus status;
+    ASSERT_TRUE(file_look::AtTarget(m_dir.Path() + "/program", status));
     EXPECT_EQ(process_look::IdOf(status), files[1].id);
+    EXPECT_EQ(status.Changed(), files[1].id.nChanged);
     EXPECT_THAT(m_opens.Take(20), IsEmpty());
     EXPECT_THAT(Names(21), ElementsAre("text"));
     EXPECT_TRUE(AllClosed());

@@ -60,6 +60,19 @@ TEST(StartedProgramTest, ALaunchHasTheFileOpenedAndTheArgumentsOfTheProcess) {
     EXPECT_FALSE(event.bArgsUnreadable);
 }
 
+TEST(StartedProgramTest, TheFileIsTheOneThatWasOpenedInTheStateItHadThen) {
+    OpenedImage image = Image(2, "/srv/a");
+    image.program.id.nMountId = 31;
+    image.program.id.nSize = 100;
+    image.program.id.nChanged = 7000000009;
+
+    const LaunchEvent event = StartedProgram(10, 3, image, nullptr, OWN_NS);
+
+    EXPECT_EQ(31u, event.nMountId);
+    EXPECT_EQ(100u, event.nSize);
+    EXPECT_EQ(7000000009, event.nChanged);
+}
+
 TEST(StartedProgramTest, ANameWithoutASlashIsLookedForBesideTheFile) {
     const ProcessState state = State(2, "python3" + NUL);
 

@@ -157,7 +157,7 @@ TEST_F(ProcessLookTest, OfAFileAsMuchIsReadAsWasAskedFor) {
 }
 
 TEST_F(ProcessLookTest, ADeviceIsNumberedAsTheKernelDoes) {
-    struct stat status = {};
+    FileStatus status;
     status.st_ino = 5000000000;
     status.st_dev = makedev(259, 300);
 
@@ -166,11 +166,25 @@ TEST_F(ProcessLookTest, ADeviceIsNumberedAsTheKernelDoes) {
     EXPECT_FALSE((FileId{5000000001, 259U << 20 | 300}) == process_look::IdOf(status));
 }
 
+TEST_F(ProcessLookTest, AFileIsTheSameInAnotherState) {
+    FileStatus status;
+    status.st_ino = 5;
+    status.st_size = 100;
+    status.st_ctim = {7, 9};
+    status.nMountId = 31;
+    const FileId id = process_look::IdOf(status);
+
+    EXPECT_EQ(100u, id.nSize);
+    EXPECT_EQ(7000000009, id.nChanged);
+    EXPECT_EQ(31u, id.nMountId);
+    EXPECT_EQ(FileId{5}, id);
+}
+
 TEST_F(ProcessLookTest, AFileIsKnownByWhereItsPathLeads) {
     const std::string strFile = m_dir.WriteFile("file", "");
     ASSERT_EQ(0, symlink(strFile.c_str(), (m_dir.Path() + "/link").c_str()));
-    struct stat status = {};
-    ASSERT_EQ(0, stat(strFile.c_str(), &status));
+    FileStatus status;
+    ASSERT_TRUE(file_look::AtTarget(strFile, status));
 
     EXPECT_TRUE(process_look::FileOf(m_dir.Path() + "/link") == process_look::IdOf(status));
     EXPECT_FALSE(process_look::FileOf(m_dir.Path() + "/gone").IsKnown());
