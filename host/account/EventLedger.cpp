@@ -6,19 +6,23 @@
 #include <utility>
 #include <vector>
 
+#include "host/base/EscapedText.h"
+
 namespace {
 
-// Queries replace bytes that are not UTF-8, so those of other than ASCII do not count.
+// Queries replace bytes that are not UTF-8 by U+FFFD, so neither counts.
 std::string KeyOf(ExpectedKind eKind, const std::string& strOperation, const std::string& strName) {
+    static const std::string REPLACEMENT = "\xEF\xBF\xBD";
     std::string strKey = std::to_string(eKind) + strOperation + "\n";
     const size_t nPrefix = strKey.size();
-    for (const char c : strName) {
-        const bool bOther = (static_cast<unsigned char>(c) & 0x80) != 0;
-        if (!bOther) {
-            strKey += c;
+    for (size_t nPos = 0; nPos < strName.size();) {
+        const size_t nLength = text::Utf8Length(strName, nPos);
+        if (nLength > 0 && strName.compare(nPos, nLength, REPLACEMENT) != 0) {
+            strKey.append(strName, nPos, nLength);
         } else if (strKey.size() == nPrefix || strKey.back() != '\0') {
             strKey += '\0';
         }
+        nPos += std::max<size_t>(nLength, 1);
     }
     return strKey;
 }
@@ -69,6 +73,10 @@ AnalysedMessage EventLedger::Analyse(const std::string& strBody, Clock::time_poi
         excuses.push_back(ExcuseOf(expected));
     }
     const MutexLock lock(m_mutex);
+    if (message) {
+        m_state.nWaiting -= message->nEvents;
+        --m_nTaken;
+    }
     (message ? m_state.nAnalysed : m_state.nEarlierAnalysed) += all.nEvents;
     m_state.nIgnored += all.nIgnored;
     m_state.nExpected += all.expected.size();
@@ -104,7 +112,7 @@ std::optional<EventLedger::Message> EventLedger::TakeWaiting(size_t nHash) {
         m_state.nNotStored += it->nEvents;
         m_state.nWaiting -= it->nEvents;
     }
-    m_state.nWaiting -= found->nEvents;
+    ++m_nTaken;
     const Message message = *found;
     m_waiting.erase(m_waiting.begin(), std::next(found));
     return message;
@@ -129,11 +137,12 @@ std::optional<ExpectedQuery> EventLedger::Match(const ModuleOutcome& outcome) {
     const std::string strKey = KeyOf(outcome.eKind, outcome.strOperation, outcome.strName);
     const MutexLock lock(m_mutex);
     Index& index = outcome.bNamesProgram ? m_byProgram : m_byFile;
-    const auto found = index.find(strKey);
-    if (found == index.end()) {
+    const auto range = index.equal_range(strKey);
+    if (range.first == range.second) {
         ++m_state.nUnmatched;
         return std::nullopt;
     }
+    const auto found = BestOf(range, outcome);
     uint64_t LedgerState::*const ENDS[] = {&LedgerState::nQueried, &LedgerState::nCached,
                                            &LedgerState::nUnreadable, &LedgerState::nStatFailed};
     ++(m_state.*ENDS[outcome.eEnd]);
@@ -141,6 +150,25 @@ std::optional<ExpectedQuery> EventLedger::Match(const ModuleOutcome& outcome) {
     ExpectedQuery ended = expected->expected;
     Close(expected);
     return ended;
+}
+
+// Several names have one key when they differ in bytes that queries replace: then the oldest of the
+// very name, else the oldest that has no excuse for having no query.
+EventLedger::Index::iterator EventLedger::BestOf(
+    const std::pair<Index::iterator, Index::iterator>& range, const ModuleOutcome& outcome) {
+    const auto nameOf = [&](const Index::value_type& entry) -> const std::string& {
+        const ExpectedQuery& expected = entry.second->expected;
+        return outcome.bNamesProgram ? expected.strProgram : expected.strFile;
+    };
+    const auto isNamed = [&](const Index::value_type& entry) {
+        return nameOf(entry) == outcome.strName;
+    };
+    const auto isExpected = [](const Index::value_type& entry) {
+        return entry.second->eExcuse == EXCUSE_NONE;
+    };
+    auto best = std::find_if(range.first, range.second, isNamed);
+    best = best != range.second ? best : std::find_if(range.first, range.second, isExpected);
+    return best != range.second ? best : range.first;
 }
 
 void EventLedger::Close(std::list<Open>::iterator expected) {
@@ -182,7 +210,7 @@ void EventLedger::End(uint64_t nStoredMessages) {
 LedgerState EventLedger::State() const {
     const MutexLock lock(m_mutex);
     LedgerState state = m_state;
-    state.nWaitingMessages = m_waiting.size();
+    state.nWaitingMessages = m_waiting.size() + m_nTaken;
     state.nVanished += m_openState.nVanished;
     state.nKnownMaker += m_openState.nKnownMaker;
     state.nMissing += m_openState.nMissing;
@@ -195,7 +223,7 @@ LedgerState EventLedger::FinalState() const {
     {
         const MutexLock lock(m_mutex);
         state = m_state;
-        state.nWaitingMessages = m_waiting.size();
+        state.nWaitingMessages = m_waiting.size() + m_nTaken;
         for (const Open& open : m_open) {
             if (open.eExcuse == EXCUSE_NONE) {
                 unexplained.push_back(open.expected);

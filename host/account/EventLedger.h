@@ -18,6 +18,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "host/base/Mutex.h"
 #include "host/module/ExpectedQueries.h"
@@ -123,6 +124,8 @@ private:
 
     Excuse ExcuseOf(const ExpectedQuery& expected) const;
     std::optional<Message> TakeWaiting(size_t nHash);
+    static Index::iterator BestOf(const std::pair<Index::iterator, Index::iterator>& range,
+                                  const ModuleOutcome& outcome);
     void Close(std::list<Open>::iterator expected) TEV_REQUIRES(m_mutex);
     static void Count(LedgerState& state, Excuse eExcuse, uint64_t nTimes = 1);
     void DropOld(Clock::time_point now) TEV_REQUIRES(m_mutex);
@@ -130,6 +133,8 @@ private:
     const KnownMaker m_fnKnownMaker;
     mutable Mutex m_mutex;
     std::deque<Message> m_waiting TEV_GUARDED_BY(m_mutex);
+    // Messages taken from there whose events are not counted as analysed yet.
+    uint64_t m_nTaken TEV_GUARDED_BY(m_mutex) = 0;
     // In the order of their analysis.
     std::list<Open> m_open TEV_GUARDED_BY(m_mutex);
     // The texts of those, which are held twice.

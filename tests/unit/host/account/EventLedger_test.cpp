@@ -228,6 +228,61 @@ TEST_F(EventLedgerTest, ANameThatIsNotUtf8IsQueriedUnderItsReplacement) {
     EXPECT_EQ("/bin/a\xff\xfez", expected->strFile);
 }
 
+TEST_F(EventLedgerTest, NamesThatDifferOutsideAsciiAreTwo) {
+    m_ledger.Analyse(Launches(1, {"/bin/a\xc3\xa9"}));
+    m_ledger.Analyse(Launches(2, {"/bin/a\xc3\xa8"}));
+    const auto second = m_ledger.Match(Outcome(OUTCOME_QUERIED, EXPECTED_LAUNCH, "/bin/a\xc3\xa8"));
+
+    ASSERT_TRUE(second.has_value());
+    EXPECT_EQ("/bin/a\xc3\xa8", second->strFile);
+    EXPECT_TRUE(m_ledger.Match(Outcome(OUTCOME_QUERIED, EXPECTED_LAUNCH, "/bin/a\xc3\xa9")));
+}
+
+// A program that went away while it was analysed leaves its expected query open; another one whose
+// name reads the same in its query must not be taken for it.
+TEST_F(EventLedgerTest, OfNamesWithOneReplacementTheOneThatIsThereIsMeant) {
+    const std::string strThere = m_dir.WriteFile("a\xfe", "x", 0755);
+    m_ledger.Analyse(Launches(1, {m_dir.Path() + "/a\xff"}));
+    m_ledger.Analyse(Launches(2, {strThere}));
+    const auto queried =
+        m_ledger.Match(Outcome(OUTCOME_QUERIED, EXPECTED_LAUNCH, m_dir.Path() + "/a\xef\xbf\xbd"));
+    ASSERT_TRUE(queried.has_value());
+    EXPECT_EQ(strThere, queried->strFile);
+
+    // A log record has the very bytes.
+    const std::string strSecond = m_dir.WriteFile("a\xfc", "x", 0755);
+    m_ledger.Analyse(Launches(3, {strThere, strSecond}));
+    const auto second = m_ledger.Match(Outcome(OUTCOME_CACHED, EXPECTED_LAUNCH, strSecond));
+    ASSERT_TRUE(second.has_value());
+    EXPECT_EQ(strSecond, second->strFile);
+    const auto logged =
+        m_ledger.Match(Outcome(OUTCOME_CACHED, EXPECTED_LAUNCH, m_dir.Path() + "/a\xff"));
+    ASSERT_TRUE(logged.has_value());
+    EXPECT_EQ(m_dir.Path() + "/a\xff", logged->strFile);
+}
+
+TEST_F(EventLedgerTest, WhileAMessageIsBeingExaminedItsEventsAreWaiting) {
+    const std::string strPipe = m_dir.Path() + "/pipe";
+    ASSERT_EQ(0, mkfifo(strPipe.c_str(), 0600));
+    LedgerState during;
+    EventLedger* pLedger = nullptr;
+    EventLedger ledger([&](const std::string&) {
+        during = pLedger->State();
+        return false;
+    });
+    pLedger = &ledger;
+    const std::string strBody = FileMessage("create", strPipe);
+    ledger.Report(1, strBody, 1);
+    ledger.Analyse(strBody);
+
+    EXPECT_EQ(1u, during.nWaiting);
+    EXPECT_EQ(1u, during.nWaitingMessages);
+    EXPECT_EQ(0u, during.nAnalysed);
+    EXPECT_EQ(0u, ledger.State().nWaiting);
+    EXPECT_EQ(0u, ledger.State().nWaitingMessages);
+    EXPECT_EQ(1u, ledger.State().nAnalysed);
+}
+
 TEST_F(EventLedgerTest, AFileOperationOutsideTheWatchedPlacesIsIgnored) {
     BeginFile(FileMessage("write", "/tmp/x"));
     BeginFile(FileMessage("create", m_strThere));
