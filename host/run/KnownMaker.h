@@ -6,13 +6,18 @@
 #ifndef HOST_RUN_KNOWNMAKER_H
 #define HOST_RUN_KNOWNMAKER_H
 
+#include <functional>
 #include <string>
 
 #include "host/account/EventLedger.h"
 #include "host/verdict/VerdictService.h"
 
-// strCacheFile: the module's cache database.
+// The key of a program, "" when it cannot be read.
+using KeyReader = std::function<std::string(const std::string& strProgram)>;
+
+// strCacheFile: the module's cache database. fnKeyOf: reads the program, unless a test brings its
+// own; what it said of one is kept for some seconds.
 EventLedger::KnownMaker MakeKnownMaker(const VerdictService& service,
-                                       const std::string& strCacheFile);
+                                       const std::string& strCacheFile, KeyReader fnKeyOf = {});
 
 #endif

@@ -65,3 +65,18 @@ TEST_F(KnownMakerTest, AProgramThatCannotBeReadIsNot) {
 
     EXPECT_FALSE(IsKnown(10));
 }
+
+TEST_F(KnownMakerTest, AProgramThatMakesManyPipesIsReadOnce) {
+    int nReads = 0;
+    const VerdictService service;
+    const auto fnKnownMaker = MakeKnownMaker(service, m_strCache, [&](const std::string&) {
+        ++nReads;
+        return std::string(ABC_KEY);
+    });
+    for (int i = 0; i < 25; ++i) {
+        EXPECT_FALSE(fnKnownMaker(m_strProgram));
+    }
+    EXPECT_EQ(1, nReads);
+    EXPECT_FALSE(fnKnownMaker(m_strProgram + "2"));
+    EXPECT_EQ(2, nReads);
+}
