@@ -5,6 +5,31 @@
 
 namespace json_writer {
 
+namespace {
+
+// The code point of a whole UTF-8 sequence.
+unsigned CodePoint(const std::string& strText, size_t nPos, size_t nLength) {
+    static constexpr unsigned FIRST_BITS[] = {0, 0x7f, 0x1f, 0x0f, 0x07};
+    unsigned nPoint = static_cast<unsigned char>(strText[nPos]) & FIRST_BITS[nLength];
+    for (size_t i = 1; i < nLength; ++i) {
+        nPoint = nPoint << 6 | (static_cast<unsigned char>(strText[nPos + i]) & 0x3f);
+    }
+    return nPoint;
+}
+
+// For readers other than the module what steers a terminal, or has text read in another order or
+// line.
+bool IsEscaped(unsigned nPoint, BadBytes eBadBytes) {
+    if (nPoint < 0x20 || eBadBytes == BAD_BYTES_KEEP) {
+        return nPoint < 0x20;
+    }
+    return (nPoint >= 0x7f && nPoint < 0xa0) || nPoint == 0x61c || nPoint == 0x200e ||
+           nPoint == 0x200f || (nPoint >= 0x2028 && nPoint <= 0x202e) ||
+           (nPoint >= 0x2066 && nPoint <= 0x2069);
+}
+
+}  // namespace
+
 std::string Quote(const std::string& strText, BadBytes eBadBytes) {
     std::string strJson = "\"";
     size_t nPos = 0;
@@ -14,8 +39,8 @@ std::string Quote(const std::string& strText, BadBytes eBadBytes) {
         if (c == '"' || c == '\\') {
             strJson += '\\';
             strJson += c;
-        } else if (nLength == 1 && static_cast<unsigned char>(c) < 0x20) {
-            strJson += CStr::stdformat("\\u%04x", static_cast<unsigned>(c));
+        } else if (nLength > 0 && IsEscaped(CodePoint(strText, nPos, nLength), eBadBytes)) {
+            strJson += CStr::stdformat("\\u%04x", CodePoint(strText, nPos, nLength));
         } else if (nLength == 0 && eBadBytes == BAD_BYTES_REPLACE) {
             strJson += "\xEF\xBF\xBD";
         } else {

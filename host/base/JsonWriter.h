@@ -14,7 +14,8 @@ enum BadBytes {
     BAD_BYTES_REPLACE,  // U+FFFD each: the text is to be valid JSON for any reader
 };
 
-// strText as a JSON string with its quotes.
+// strText as a JSON string with its quotes. With BAD_BYTES_REPLACE all is escaped that steers a
+// terminal or turns the order of text, with BAD_BYTES_KEEP only what JSON demands.
 std::string Quote(const std::string& strText, BadBytes eBadBytes = BAD_BYTES_REPLACE);
 
 }  // namespace json_writer

@@ -38,12 +38,27 @@ TEST(JsonWriterTest, MembersStandInTheOrderOfTheirAdding) {
 TEST(JsonWriterTest, EveryControlCharacterIsEscapedAndNoOtherAscii) {
     for (int n = 0; n < 0x80; ++n) {
         const std::string strQuoted = json_writer::Quote(std::string(1, static_cast<char>(n)));
-        const bool bEscaped = n < 0x20 || n == '"' || n == '\\';
+        const bool bEscaped = n < 0x20 || n == 0x7f || n == '"' || n == '\\';
         EXPECT_EQ(bEscaped ? '\\' : static_cast<char>(n), strQuoted[1]) << n;
         Json::Value jsonRead;
         ASSERT_TRUE(json_reader::Parse("{\"a\":" + strQuoted + "}", jsonRead)) << n;
         EXPECT_EQ(std::string(1, static_cast<char>(n)), jsonRead["a"].asString()) << n;
     }
+}
+
+TEST(JsonWriterTest, WhatSteersATerminalOrTurnsTextIsEscapedForEveryReaderButTheModule) {
+    // DEL, two C1 controls, a line separator and the marks of writing direction.
+    const std::string strText =
+        "\x7f\xc2\x80\xc2\x9f\xd8\x9c\xe2\x80\x8e\xe2\x80\xa8\xe2\x80\xae\xe2\x81\xa6\xe2\x81\xa9";
+    EXPECT_EQ(R"("\u007f\u0080\u009f\u061c\u200e\u2028\u202e\u2066\u2069")",
+              json_writer::Quote(strText));
+    EXPECT_EQ('"' + strText + '"', json_writer::Quote(strText, json_writer::BAD_BYTES_KEEP));
+
+    // Their neighbours.
+    const std::string strPlain =
+        "~\xc2\xa0\xd8\x9b\xd8\x9d\xe2\x80\x8d\xe2\x80\x90\xe2\x80\xa7\xe2\x80\xaf\xe2\x81\xa5\xe2"
+        "\x81\xaa\xf0\x9f\x98\x80";
+    EXPECT_EQ('"' + strPlain + '"', json_writer::Quote(strPlain));
 }
 
 TEST(JsonWriterTest, EachByteThatIsNotUtf8IsReplacedByItself) {
