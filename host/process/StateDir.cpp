@@ -43,20 +43,6 @@ bool MakeWithParents(const std::string& strPath, std::string& strError) {
     }
 }
 
-// The directory strPath, whose parent nParent is, made when missing. None with strError set.
-UniqueFd OpenPart(int nParent, const std::string& strPath, std::string& strError) {
-    const std::string strName = strPath.substr(strPath.rfind('/') + 1);
-    if (mkdirat(nParent, strName.c_str(), PRIVATE_DIR) != 0 && errno != EEXIST) {
-        strError = SystemError("cannot make", strPath);
-        return UniqueFd();
-    }
-    UniqueFd fd(openat(nParent, strName.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    if (!fd) {
-        strError = SystemError("cannot open", strPath);
-    }
-    return fd;
-}
-
 bool IsPrivate(int nDirFd, const std::string& strPath, std::string& strError) {
     struct stat status = {};
     if (fstat(nDirFd, &status) != 0) {
@@ -73,6 +59,22 @@ bool IsPrivate(int nDirFd, const std::string& strPath, std::string& strError) {
         return false;
     }
     return true;
+}
+
+// The directory strPath, whose parent nParent is, made when missing. None with strError set.
+UniqueFd OpenPart(int nParent, const std::string& strPath, std::string& strError) {
+    const std::string strName = strPath.substr(strPath.rfind('/') + 1);
+    if (mkdirat(nParent, strName.c_str(), PRIVATE_DIR) != 0 && errno != EEXIST) {
+        strError = SystemError("cannot make", strPath);
+        return UniqueFd();
+    }
+    UniqueFd fd(openat(nParent, strName.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (!fd) {
+        strError = SystemError("cannot open", strPath);
+    } else if (!IsPrivate(fd.Get(), strPath, strError)) {
+        fd.Reset();
+    }
+    return fd;
 }
 
 // Whether nobody else can put another directory or link in the place of strPath. In a directory

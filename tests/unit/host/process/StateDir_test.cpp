@@ -139,6 +139,18 @@ TEST_F(StateDirTest, ADirectoryThatOthersMayWriteIsRefused) {
     EXPECT_THAT(m_strError, HasSubstr("chmod 700"));
 }
 
+TEST_F(StateDirTest, APartThatOthersMayWriteIsRefused) {
+    const std::string strPath = Made("state", 0700);
+    for (const char* const pszPart : {"/data", "/data/db", "/run"}) {
+        ASSERT_EQ(0, mkdir((strPath + pszPart).c_str(), 0700));
+        ASSERT_EQ(0, chmod((strPath + pszPart).c_str(), 0777));
+        EXPECT_FALSE(StateDir().Enter(strPath, m_strError));
+        EXPECT_THAT(m_strError, HasSubstr(strPath + pszPart));
+        ASSERT_EQ(0, chmod((strPath + pszPart).c_str(), 0700));
+    }
+    EXPECT_TRUE(Enter(strPath)) << m_strError;
+}
+
 TEST_F(StateDirTest, AParentThatOthersMayWriteIsRefusedUnlessItIsSticky) {
     using std::filesystem::perms;
     const std::string strParent = m_dir.Path() + "/shared";
