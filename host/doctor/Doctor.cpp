@@ -1,5 +1,6 @@
 #include "host/doctor/Doctor.h"
 
+#include <pwd.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <sys/utsname.h>
@@ -150,8 +151,26 @@ Finding OfSpace(const std::string& strPlace, uint64_t nFreeBytes, uint64_t nFree
     return {FINDING_OK, "free space", strText, ""};
 }
 
+// Who the directory belongs to, when root looks at one of another user to which only that user may
+// write, as the service's is; "" otherwise.
+std::string OtherOwner(const std::string& strPath) {
+    struct stat status = {};
+    if (geteuid() != 0 || lstat(strPath.c_str(), &status) != 0 || !S_ISDIR(status.st_mode) ||
+        status.st_uid == 0 || (status.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
+        return "";
+    }
+    const passwd* const pUser = getpwuid(status.st_uid);
+    return pUser == nullptr ? "number " + std::to_string(status.st_uid) : pUser->pw_name;
+}
+
 Finding OfStateDirectory(const std::string& strPath) {
     std::string strText;
+    const std::string strOwner = OtherOwner(strPath);
+    if (!strOwner.empty()) {
+        return {FINDING_OK, "state directory",
+                strPath + ", of the user " + strOwner + ", as whom the host works there; not root",
+                ""};
+    }
     if (!StateDir::IsUsable(strPath, strText)) {
         return {FINDING_FAILED, "state directory", strText, "do that, then look again"};
     }

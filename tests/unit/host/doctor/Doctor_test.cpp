@@ -97,6 +97,20 @@ TEST_F(DoctorTest, LittleRoomIsAWarningAndNoneAFailure) {
     EXPECT_EQ(FINDING_OK, doctor::OfSpace("/", GIB, 0, 0).eState);  // btrfs counts none
 }
 
+TEST_F(DoctorTest, TheServicesDirectoryIsNoFailureForRoot) {
+    const std::string strPath = m_dir.Path() + "/service";
+    ASSERT_EQ(0, mkdir(strPath.c_str(), 0700));
+    if (chown(strPath.c_str(), 54321, 54321) != 0) {
+        GTEST_SKIP() << "only root can make a directory of another user";
+    }
+    const Finding finding = doctor::OfStateDirectory(strPath);
+    EXPECT_EQ(FINDING_OK, finding.eState);
+    EXPECT_THAT(finding.strText, HasSubstr("of the user number 54321"));
+
+    ASSERT_EQ(0, chmod(strPath.c_str(), 0770));
+    EXPECT_EQ(FINDING_FAILED, doctor::OfStateDirectory(strPath).eState);
+}
+
 TEST_F(DoctorTest, AStateDirectoryIsLookedAtAndNotMade) {
     const std::string strPath = m_dir.Path() + "/a/state";
 
