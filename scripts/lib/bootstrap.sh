@@ -13,6 +13,7 @@ Sets:
   run     compiler, build tools and the libraries the products use
   test    what the tests use, the clang tools for the style tests included
   clang   the clang compiler and its sanitizer runtime (presets clang and fuzz)
+  python  Python, for the scripts that check documents
   bench   Google Benchmark, and the tools that digests are compared with
 
 Options:
@@ -29,6 +30,7 @@ packages_of() {
                 libcli11-dev prometheus-cpp-dev libcap-ng-dev clang libbpf-dev ;;
         test) echo libgtest-dev libgmock-dev sqlite3 python3 python3-jsonschema strace binutils clang-format clang-tidy ;;
         clang) echo clang libclang-rt-14-dev python3 ;;
+        python) echo python3 ;;
         bench) echo libbenchmark-dev python3 rhash hashdeep openssl ;;
         *) return 1 ;;
     esac
