@@ -28,7 +28,7 @@ public:
         if (m_keys.size() >= MOST) {
             m_keys.clear();
         }
-        const std::string strKey = m_fnKeyOf(strProgram);
+        std::string strKey = m_fnKeyOf(strProgram);
         m_keys[strProgram] = {strKey, Clock::now() + KEPT};
         return strKey;
     }
