@@ -80,6 +80,7 @@ struct LaunchReported {
 // No path names its file.
 struct LaunchUnresolved {
     const LaunchEvent& event;
+    const LaunchContext& context;
 };
 
 struct LaunchesLost {

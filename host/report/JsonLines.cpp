@@ -12,6 +12,11 @@ JsonObject Record(const char* pszEvent, int64_t tmWhen) {
     return JsonObject().Add("event", pszEvent).Add("time", tmWhen);
 }
 
+void AddContext(JsonObject& record, const LaunchContext& context) {
+    record.Add("uid", static_cast<uint64_t>(context.nUid)).Add("cgroup", context.strCgroup);
+    record.Add("container", context.strContainer);
+}
+
 }  // namespace
 
 void JsonLines::OnEvent(const RunEvent& event, int64_t tmWhen) {
@@ -78,6 +83,7 @@ void JsonLines::Write(const LaunchReported& event, int64_t tmWhen) {
     record.Add("pid", static_cast<uint64_t>(launch.creation.nPid));
     record.Add("starter", launch.strStarter).Add("origin", ORIGINS[launch.eOrigin]);
     record.Add("script", launch.bScript).Add("args_cut", launch.bArgsCut);
+    AddContext(record, launch.context);
     m_output.Line(record.Text());
 }
 
@@ -86,6 +92,7 @@ void JsonLines::Write(const LaunchUnresolved& event, int64_t tmWhen) {
     JsonObject record = Record("unresolved", tmWhen);
     record.Add("name", launch.PathOrName());
     record.Add("cmd", launch.strCommand).Add("pid", static_cast<uint64_t>(launch.nPid));
+    AddContext(record, event.context);
     m_output.Line(record.Text());
 }
 

@@ -30,8 +30,8 @@ void SensorObserver::OnLaunch(const Launch& launch) {
     m_journal.Record(LaunchReported{launch});
 }
 
-void SensorObserver::OnUnresolved(const LaunchEvent& event) {
-    m_journal.Record(LaunchUnresolved{event});
+void SensorObserver::OnUnresolved(const LaunchEvent& event, const LaunchContext& context) {
+    m_journal.Record(LaunchUnresolved{event, context});
 }
 
 void SensorObserver::OnLost(uint64_t nLost, uint64_t nTotal) {

@@ -36,7 +36,7 @@ public:
     explicit SensorObserver(RunJournal& journal) : m_journal(journal) {}
 
     void OnLaunch(const Launch& launch) override;
-    void OnUnresolved(const LaunchEvent& event) override;
+    void OnUnresolved(const LaunchEvent& event, const LaunchContext& context) override;
     void OnLost(uint64_t nLost, uint64_t nTotal) override;
     void OnCounters(const LaunchCounters& counters) override;
 

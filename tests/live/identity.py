@@ -6,6 +6,8 @@ Usage: identity.py PART HOST [--runs N]
 Parts that are tests; exit code 0: so it was, 1: not, 77: this machine does not allow it:
   reused   while the host stands still a program starts, ends and is removed, and a file that gets its
            inode number is put under its name: the launch must not be reported under that name
+  context  a program of another user starts in a control group that has a container's name: its record names
+           user, group and container
   overlay  over a directory lies an overlay that only another mount namespace has; a program of the
            upper directory has the inode number of the file that everybody else sees under its name
 """
@@ -24,6 +26,7 @@ import launch_kinds
 import livehost
 
 MOST_TRIES = 400  # files made until one has the number; file systems give away freed ones soon
+USER = 65534
 BELOW_FIRST = 10  # numbers that the other tmpfs needs for its directories
 MOST_NUMBER = 20000  # as many files are made to reach an inode number on a tmpfs
 
@@ -154,6 +157,47 @@ def overlay(args, folder):
         subprocess.run(["umount", "--lazy", str(place)], check=True)
 
 
+def context(args, folder):
+    if not launch_kinds.can_own_mounts():
+        livehost.skip("the root here is no mount of its own")
+    launch_kinds.own_mounts()
+    groups = folder / "groups"
+    groups.mkdir()
+    try:
+        launch_kinds.mount("none", str(groups), 0, "cgroup2")
+    except OSError as error:
+        livehost.skip(f"needs to mount cgroup2: {error}")
+    container = os.urandom(32).hex()
+    group = groups / f"docker-{container}.scope"
+    try:
+        group.mkdir()
+        return launch_in(group, container, args, folder)
+    finally:
+        if group.exists():
+            group.rmdir()
+        subprocess.run(["umount", "--lazy", str(groups)], check=True)
+
+
+def launch_in(group, container, args, folder):
+    program = folder / "program"
+    shutil.copy("/bin/true", program)
+
+    def enter():
+        (group / "cgroup.procs").write_text(str(os.getpid()))
+        os.setresuid(USER, USER, USER)
+
+    host = livehost.Host(args.host, folder)
+    for _ in range(args.runs):
+        subprocess.run([str(program)], preexec_fn=enter, check=True)
+    end(host, folder)
+    code = host.stop()
+    launches = [record for record in host.of("launch") if record["path"] == str(program)]
+    wanted = (USER, f"/{group.name}", container)
+    right = sum((record["uid"], record["cgroup"], record["container"]) == wanted for record in launches)
+    print(f"{args.runs} launches, {len(launches)} reported, {right} with user, group and container; exit code {code}")
+    return 0 if right == len(launches) == args.runs and code == 0 else 1
+
+
 def judge(host, folder, tried):
     end(host, folder)
     code = host.stop()
@@ -166,7 +210,7 @@ def judge(host, folder, tried):
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument("part", choices=("reused", "overlay"))
+    parser.add_argument("part", choices=("reused", "overlay", "context"))
     parser.add_argument("host")
     parser.add_argument("--runs", type=int, default=20)
     args = parser.parse_args()
@@ -175,7 +219,7 @@ def main():
     with tempfile.TemporaryDirectory(prefix="tevmon-identity-", dir="/var/tmp") as folder:
         folder = pathlib.Path(folder)
         folder.chmod(0o755)
-        sys.exit({"reused": reused, "overlay": overlay}[args.part](args, folder))
+        sys.exit({"reused": reused, "overlay": overlay, "context": context}[args.part](args, folder))
 
 
 if __name__ == "__main__":

@@ -198,6 +198,7 @@ int on_exec(struct bpf_raw_tracepoint_args* ctx) {
     s->record.life.pid = BPF_CORE_READ(task, tgid);
     s->record.life.ppid = BPF_CORE_READ(task, real_parent, tgid);
     s->record.uid = bpf_get_current_uid_gid();
+    s->record.cgroup = bpf_get_current_cgroup_id();
     s->record.mount_ns = BPF_CORE_READ(task, nsproxy, mnt_ns, ns.inum);
     read_file(s, BPF_CORE_READ(task, mm, exe_file));
     read_names(s, task, (struct linux_binprm*)ctx->args[2]);

@@ -33,6 +33,7 @@ struct launch_record {
     unsigned long long fs_magic; /* of its file system */
     unsigned long long size;     /* in bytes */
     long long changed;           /* its change time, ns since 1970 */
+    unsigned long long cgroup;   /* number of the control group in the unified hierarchy */
     unsigned int device;         /* in the kernel's form: major << 20 | minor */
     unsigned int mount_ns;       /* number of the mount namespace */
     unsigned int mount_id;       /* of the mount that it was started from, as statx names it */

@@ -11,8 +11,16 @@
 #include "host/kernel/launch/LaunchEvent.h"
 #include "host/kernel/launch/LaunchPath.h"
 
+// Who started it and where.
+struct LaunchContext {
+    uint32_t nUid = 0;
+    std::string strCgroup;     // in the unified hierarchy; "" when not known
+    std::string strContainer;  // its id, from the cgroup's name; "" for none
+};
+
 struct Launch {
     event_message::Creation creation;
+    LaunchContext context;
     std::string strStarter;  // path of the program that started it, "" when nobody knows
     LaunchPathOrigin eOrigin = LAUNCH_PATH_NONE;
     bool bScript = false;  // reported in addition to its interpreter's launch
@@ -44,7 +52,7 @@ class ILaunchObserver {
 public:
     virtual ~ILaunchObserver() = default;
     virtual void OnLaunch(const Launch& launch) = 0;
-    virtual void OnUnresolved(const LaunchEvent& event) = 0;
+    virtual void OnUnresolved(const LaunchEvent& event, const LaunchContext& context) = 0;
     // nLost launches more were lost, nTotal since the start.
     virtual void OnLost(uint64_t nLost, uint64_t nTotal) = 0;
     virtual void OnCounters(const LaunchCounters& counters) = 0;

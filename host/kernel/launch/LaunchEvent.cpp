@@ -68,6 +68,7 @@ bool DecodeExec(const launch_record& head, Texts texts, LaunchEvent& event) {
     event.nMountId = head.mount_id;
     event.nSize = head.size;
     event.nChanged = head.changed;
+    event.nCgroup = head.cgroup;
     event.bArgsCut = (head.flags & LAUNCH_ARGS_CUT) != 0;
     event.bArgsUnreadable = (head.flags & LAUNCH_ARGS_UNREADABLE) != 0;
     event.bPathCut = (head.flags & LAUNCH_PATH_CUT) != 0;
@@ -157,6 +158,7 @@ std::string EncodeLaunch(const LaunchEvent& event) {
         head.mount_id = event.nMountId;
         head.size = event.nSize;
         head.changed = event.nChanged;
+        head.cgroup = event.nCgroup;
         head.device = event.nDevice;
         head.mount_ns = event.nMountNs;
         head.uid = event.nUid;

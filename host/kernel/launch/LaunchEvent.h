@@ -17,6 +17,7 @@ struct LaunchEvent {
     // What follows is filled for LAUNCH_KIND_EXEC only.
     uint32_t nUid = 0;
     uint32_t nMountNs = 0;
+    uint64_t nCgroup = 0;  // number of the control group in the unified hierarchy; 0: not known
     uint32_t nDevice = 0;  // in the kernel's form: major << 20 | minor
     uint64_t nInode = 0;
     uint64_t nMagic = 0;  // of the file system

@@ -16,7 +16,7 @@ constexpr const char* INTERPRETERS[] = {"bash", "dash", "python", "python2", "py
 constexpr const char* OWN_PLACES[] = {"/dev/fd/", "/dev/std", "/proc/self/", "/proc/thread-self/"};
 
 // Of some file systems stat names another device than the kernel's records do: there the mount
-// tells. Its number may be one of another namespace.
+// decides. Its number may be one of another namespace.
 bool IsOfFileSystem(const FileStatus& status, const LaunchEvent& event) {
     return process_look::IdOf(status).nDevice == event.nDevice ||
            (event.nMountId != 0 &&

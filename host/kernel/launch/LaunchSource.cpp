@@ -33,6 +33,7 @@ LaunchSource::LaunchSource(std::unique_ptr<ILaunchSensor> pSensor, ILaunchObserv
       m_observer(observer),
       m_images(images),
       m_options(std::move(options)),
+      m_cgroups(m_options.strCgroups ? *m_options.strCgroups : CgroupNames::Root()),
       m_nOwnPid(static_cast<uint32_t>(getpid())),
       m_batches({m_options.nMostLaunches, m_options.nMostBytes, m_options.batchTime}) {
     if (!m_options.fnLookAtScript) {
@@ -90,13 +91,16 @@ void LaunchSource::TakeExec(const LaunchEvent& event) {
     Launch launch;
     launch.strStarter = m_images.StarterOf(event);
     launch.bArgsCut = event.bArgsCut;
+    launch.context.nUid = event.nUid;
+    launch.context.strCgroup = m_cgroups.PathOf(event.nCgroup);
+    launch.context.strContainer = ContainerOf(launch.context.strCgroup);
     LaunchPath path = ChooseLaunchPath(event, m_options.fnLook);
     launch.eOrigin = path.eOrigin;
     launch.creation = {std::move(path.strPath), event.strCommand, event.nPid};
     m_images.Note(event, launch.creation.strPath);
     if (launch.eOrigin == LAUNCH_PATH_NONE) {
         ++m_launches.nUnresolved;
-        m_observer.OnUnresolved(event);
+        m_observer.OnUnresolved(event, launch.context);
     } else {
         ++m_launches.nReported;
         Add(launch);

@@ -20,6 +20,7 @@
 #include "host/event/BatchQueue.h"
 #include "host/event/EventMessage.h"
 #include "host/event/IEventSource.h"
+#include "host/kernel/launch/CgroupNames.h"
 #include "host/kernel/launch/ILaunchSensor.h"
 #include "host/kernel/launch/Launch.h"
 #include "host/kernel/launch/LaunchPath.h"
@@ -35,6 +36,7 @@ struct LaunchSourceOptions {
     FileLook fnLook;                           // stat, unless a test brings its own
     FileLook fnLookAtScript;                   // likewise, but not through a link of /proc
     std::optional<uint32_t> nMountNs;          // the host's, unless a test brings its own
+    std::optional<std::string> strCgroups;     // where cgroup2 is mounted, likewise
 };
 
 class LaunchSource {
@@ -76,6 +78,7 @@ private:
     ILaunchObserver& m_observer;
     ProcessTable& m_images;
     LaunchSourceOptions m_options;
+    CgroupNames m_cgroups;
     const uint32_t m_nOwnPid;
     bool m_bDetached = false;
     BatchQueue<event_message::Creation> m_batches;

@@ -98,9 +98,11 @@ TEST_F(WatchJsonLinesTest, EachRunOfABadProgramHasARecordAnsweredOrKnown) {
 TEST_F(WatchJsonLinesTest, ALaunchIsAJsonRecord) {
     m_report.OnLaunch(Started("/bin/a", "/bin/shell"));
 
-    EXPECT_THAT(LastLine(),
-                HasSubstr(R"("path":"/bin/a","cmd":"/bin/a x","pid":4711,"starter":"/bin/shell")"
-                          R"(,"origin":"invoked","script":false,"args_cut":false})"));
+    EXPECT_THAT(
+        LastLine(),
+        HasSubstr(
+            R"("path":"/bin/a","cmd":"/bin/a x","pid":4711,"starter":"/bin/shell")"
+            R"(,"origin":"invoked","script":false,"args_cut":false,"uid":0,"cgroup":"","container":""})"));
 }
 
 TEST_F(WatchJsonLinesTest, EventsThatTheModuleDidNotGetAreAnnouncedOnce) {
@@ -200,7 +202,8 @@ TEST_F(JsonRecordTest, ForeignBytesLeaveARecordOneValidLine) {
         "{\"event\":\"launch\",\"time\":1700000000,"
         "\"path\":\"/tmp/\xEF\xBF\xBD\\\"}\\u000a{\\\"event\\\":\\\"start\\\"\","
         "\"cmd\":\"x\\\\\\u0009\",\"pid\":4294967295,\"starter\":\"/bin/\xC3\xA4\","
-        "\"origin\":\"invoked\",\"script\":false,\"args_cut\":false}",
+        "\"origin\":\"invoked\",\"script\":false,\"args_cut\":false,"
+        "\"uid\":0,\"cgroup\":\"\",\"container\":\"\"}",
         Written(LaunchReported{launch}));
 }
 
@@ -217,7 +220,15 @@ TEST_F(JsonRecordTest, ALaunchSaysWhereItsPathIsFromAndWhetherItIsAScript) {
     }
     Launch script;
     script.bScript = true;
-    EXPECT_THAT(Written(LaunchReported{script}), HasSubstr(R"("script":true,"args_cut":false})"));
+    EXPECT_THAT(Written(LaunchReported{script}), HasSubstr(R"("script":true,"args_cut":false,)"));
+}
+
+TEST_F(JsonRecordTest, ALaunchSaysWhoStartedItAndWhere) {
+    Launch launch;
+    launch.context = {1000, "/system.slice/docker-x.scope", "x"};
+    EXPECT_THAT(
+        Written(LaunchReported{launch}),
+        HasSubstr(R"(,"uid":1000,"cgroup":"/system.slice/docker-x.scope","container":"x"})"));
 }
 
 TEST_F(JsonRecordTest, AnUnresolvedLaunchIsNamedByItsPathOrAsItWasInvoked) {
@@ -225,12 +236,15 @@ TEST_F(JsonRecordTest, AnUnresolvedLaunchIsNamedByItsPathOrAsItWasInvoked) {
     event.strName = "./a";
     event.strCommand = "./a -x";
     event.nPid = 17;
-    EXPECT_EQ(R"({"event":"unresolved","time":1700000000,"name":"./a","cmd":"./a -x","pid":17})",
-              Written(LaunchUnresolved{event}));
+    const LaunchContext context = {1000, "/a", ""};
+    EXPECT_EQ(R"({"event":"unresolved","time":1700000000,"name":"./a","cmd":"./a -x","pid":17,)"
+              R"("uid":1000,"cgroup":"/a","container":""})",
+              Written(LaunchUnresolved{event, context}));
 
     event.strPath = "/tmp/a";
-    EXPECT_EQ(R"({"event":"unresolved","time":1700000000,"name":"/tmp/a","cmd":"./a -x","pid":17})",
-              Written(LaunchUnresolved{event}));
+    EXPECT_EQ(R"({"event":"unresolved","time":1700000000,"name":"/tmp/a","cmd":"./a -x","pid":17,)"
+              R"("uid":1000,"cgroup":"/a","container":""})",
+              Written(LaunchUnresolved{event, context}));
 }
 
 TEST_F(JsonRecordTest, AFileOperationSaysWhetherItMadeAPipe) {

@@ -61,7 +61,9 @@ public:
         m_journal.Record(CentreRecord{nMsgType, nBytes});
     }
     void OnLaunch(const Launch& launch) { m_journal.Record(LaunchReported{launch}); }
-    void OnUnresolved(const LaunchEvent& event) { m_journal.Record(LaunchUnresolved{event}); }
+    void OnUnresolved(const LaunchEvent& event, const LaunchContext& context = {}) {
+        m_journal.Record(LaunchUnresolved{event, context});
+    }
     void OnLost(uint64_t nLost, uint64_t nTotal) { m_journal.Record(LaunchesLost{nLost, nTotal}); }
     void OnCounters(const LaunchCounters& counters) { m_journal.Record(counters); }
     void OnOperation(const FileOperation& operation) {

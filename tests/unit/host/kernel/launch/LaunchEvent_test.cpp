@@ -133,6 +133,7 @@ TEST(LaunchEventTest, WhatIsEncodedIsDecodedTheSame) {
     event.bArgsUnreadable = true;
     event.bPathCut = true;
     event.nMountId = 31;
+    event.nCgroup = uint64_t{1} << 33;
     event.nSize = uint64_t{1} << 40;
     event.nChanged = int64_t{1700000000} * 1000000000 + 9;
     event.strCommand = "sh a b  \xff ";
@@ -146,6 +147,7 @@ TEST(LaunchEventTest, WhatIsEncodedIsDecodedTheSame) {
     EXPECT_EQ(event.nInode, again.nInode);
     EXPECT_EQ(event.nDevice, again.nDevice);
     EXPECT_EQ(31u, again.nMountId);
+    EXPECT_EQ(uint64_t{1} << 33, again.nCgroup);
     EXPECT_EQ(uint64_t{1} << 40, again.nSize);
     EXPECT_EQ(int64_t{1700000000} * 1000000000 + 9, again.nChanged);
     EXPECT_EQ(event.strPath, again.strPath);

@@ -34,12 +34,16 @@ public:
 class Observer : public ILaunchObserver {
 public:
     void OnLaunch(const Launch& launch) override { m_launches.push_back(launch); }
-    void OnUnresolved(const LaunchEvent& event) override { m_unresolved.push_back(event); }
+    void OnUnresolved(const LaunchEvent& event, const LaunchContext& context) override {
+        m_unresolved.push_back(event);
+        m_contexts.push_back(context);
+    }
     void OnLost(uint64_t nLost, uint64_t nTotal) override { m_lost.push_back({nLost, nTotal}); }
     void OnCounters(const LaunchCounters& counters) override { m_counters = counters; }
     void OnNotice(const std::string& strText) override { m_notices.push_back(strText); }
 
     std::vector<Launch> m_launches;
+    std::vector<LaunchContext> m_contexts;  // of those unresolved
     std::vector<LaunchEvent> m_unresolved;
     std::vector<std::pair<uint64_t, uint64_t>> m_lost;
     std::vector<std::string> m_notices;
@@ -53,6 +57,7 @@ protected:
         m_options.batchTime = milliseconds(0);
         m_options.announce = milliseconds(0);
         m_options.nMountNs = 0;
+        m_options.strCgroups = "";
         // Everything is the file started, but what is below /other.
         m_options.fnLook = [](const std::string& strPath, struct stat& status) {
             status.st_mode = S_IFREG | 0755;
@@ -81,6 +86,7 @@ protected:
         head.life.type = LAUNCH_EXEC;
         head.life.pid = nPid;
         head.life.ppid = 0x7ffffff0;
+        head.uid = 1000;
         head.name_length = static_cast<unsigned short>(strName.size() + 1);
         head.interp_length =
             static_cast<unsigned short>(strInterp.empty() ? 0 : strInterp.size() + 1);
@@ -115,6 +121,18 @@ TEST_F(LaunchSourceTest, ALaunchBecomesAMessageWithOneTaggedElement) {
               m_batch.strBody);
     EXPECT_EQ(2u, m_batch.nEvents);
     EXPECT_EQ(1u, m_batch.nNumber);
+}
+
+TEST_F(LaunchSourceTest, ALaunchHasItsUserAlsoWhenNoPathLeadsToIt) {
+    Capture("/bin/a");
+    Capture("/other/a", 4712);
+    ASSERT_EQ(SOURCE_BATCH, Source().Next(m_batch, minutes(1)));
+
+    ASSERT_EQ(1u, m_observer.m_launches.size());
+    EXPECT_EQ(1000u, m_observer.m_launches[0].context.nUid);
+    ASSERT_EQ(1u, m_observer.m_contexts.size());
+    EXPECT_EQ(1000u, m_observer.m_contexts[0].nUid);
+    EXPECT_EQ("", m_observer.m_contexts[0].strCgroup);
 }
 
 TEST_F(LaunchSourceTest, ABatchEndsWithItsNumberAndTheRestComesNext) {
