@@ -3,8 +3,8 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <unordered_map>
 #include <utility>
-#include <vector>
 
 #include "host/base/EscapedText.h"
 
@@ -68,10 +68,18 @@ void EventLedger::Refuse(uint64_t nNumber) {
 AnalysedMessage EventLedger::Analyse(const std::string& strBody, Clock::time_point now) {
     const std::optional<Message> message = TakeWaiting(std::hash<std::string>()(strBody));
     MessageQueries all = expected_queries::Of(strBody, message ? message->nCopy : 0);
+    const uint64_t nEvents = all.nEvents;
     std::vector<Excuse> excuses;
     for (const ExpectedQuery& expected : all.expected) {
         excuses.push_back(ExcuseOf(expected));
     }
+    Expect(message, std::move(all), excuses, now);
+    DropOld(now);
+    return {message ? message->nNumber : 0, nEvents};
+}
+
+void EventLedger::Expect(const std::optional<Message>& message, MessageQueries all,
+                         const std::vector<Excuse>& excuses, Clock::time_point now) {
     const MutexLock lock(m_mutex);
     if (message) {
         m_state.nWaiting -= message->nEvents;
@@ -81,8 +89,8 @@ AnalysedMessage EventLedger::Analyse(const std::string& strBody, Clock::time_poi
     m_state.nIgnored += all.nIgnored;
     m_state.nExpected += all.expected.size();
     for (size_t i = 0; i < all.expected.size(); ++i) {
-        const auto open =
-            m_open.insert(m_open.end(), {std::move(all.expected[i]), excuses[i], now, {}, {}});
+        const auto open = m_open.insert(
+            m_open.end(), {++m_nOpened, std::move(all.expected[i]), excuses[i], now, {}, {}});
         Count(m_openState, excuses[i]);
         const ExpectedQuery& expected = open->expected;
         m_nOpenBytes += TextsOf(expected);
@@ -92,8 +100,6 @@ AnalysedMessage EventLedger::Analyse(const std::string& strBody, Clock::time_poi
         open->byProgram =
             m_byProgram.emplace(KeyOf(eKind, expected.strOperation, expected.strProgram), open);
     }
-    DropOld(now);
-    return {message ? message->nNumber : 0, all.nEvents};
 }
 
 // Which message of this run it is, or nothing. Those that were reported before it and still wait
@@ -186,13 +192,36 @@ void EventLedger::Count(LedgerState& state, Excuse eExcuse, uint64_t nTimes) {
     state.nMissing += eExcuse == EXCUSE_NONE ? nTimes : 0;
 }
 
-// What is open for so long has no end any more. Few are, so that a look
-// at their files here costs nothing.
+// What is open for so long has no end any more. Their files and programs are examined without the
+// lock.
 void EventLedger::DropOld(Clock::time_point now) {
-    while (!m_open.empty() && (m_open.size() > MOST_EXPECTED || m_nOpenBytes > MOST_BYTES ||
-                               now - m_open.front().begun > LONGEST_OPEN)) {
-        const Open& oldest = m_open.front();
-        Count(m_state, oldest.eExcuse != EXCUSE_NONE ? oldest.eExcuse : ExcuseOf(oldest.expected));
+    uint64_t nLast = 0;
+    std::unordered_map<uint64_t, ExpectedQuery> unexcused;  // by their numbers
+    {
+        const MutexLock lock(m_mutex);
+        size_t nLeft = m_open.size();
+        size_t nBytes = m_nOpenBytes;
+        for (const Open& open : m_open) {
+            if (nLeft <= MOST_EXPECTED && nBytes <= MOST_BYTES &&
+                now - open.begun <= LONGEST_OPEN) {
+                break;
+            }
+            nLast = open.nNumber;
+            --nLeft;
+            nBytes -= TextsOf(open.expected);
+            if (open.eExcuse == EXCUSE_NONE) {
+                unexcused.emplace(open.nNumber, open.expected);
+            }
+        }
+    }
+    std::unordered_map<uint64_t, Excuse> excuses;
+    for (const auto& entry : unexcused) {
+        excuses[entry.first] = ExcuseOf(entry.second);
+    }
+    const MutexLock lock(m_mutex);
+    while (!m_open.empty() && m_open.front().nNumber <= nLast) {
+        const auto found = excuses.find(m_open.front().nNumber);
+        Count(m_state, found == excuses.end() ? m_open.front().eExcuse : found->second);
         Close(m_open.begin());
     }
 }

@@ -19,6 +19,7 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "host/base/Mutex.h"
 #include "host/module/ExpectedQueries.h"
@@ -116,6 +117,7 @@ private:
     struct Open;
     using Index = std::multimap<std::string, std::list<Open>::iterator>;
     struct Open {
+        uint64_t nNumber = 0;  // in their order, from 1
         ExpectedQuery expected;
         Excuse eExcuse = EXCUSE_NONE;  // why there would be no outcome
         Clock::time_point begun;
@@ -128,7 +130,9 @@ private:
                                   const ModuleOutcome& outcome);
     void Close(std::list<Open>::iterator expected) TEV_REQUIRES(m_mutex);
     static void Count(LedgerState& state, Excuse eExcuse, uint64_t nTimes = 1);
-    void DropOld(Clock::time_point now) TEV_REQUIRES(m_mutex);
+    void Expect(const std::optional<Message>& message, MessageQueries all,
+                const std::vector<Excuse>& excuses, Clock::time_point now);
+    void DropOld(Clock::time_point now);
 
     const KnownMaker m_fnKnownMaker;
     mutable Mutex m_mutex;
@@ -137,6 +141,7 @@ private:
     uint64_t m_nTaken TEV_GUARDED_BY(m_mutex) = 0;
     // In the order of their analysis.
     std::list<Open> m_open TEV_GUARDED_BY(m_mutex);
+    uint64_t m_nOpened TEV_GUARDED_BY(m_mutex) = 0;
     // The texts of those, which are held twice.
     size_t m_nOpenBytes TEV_GUARDED_BY(m_mutex) = 0;
     // The excuses of those, counted.

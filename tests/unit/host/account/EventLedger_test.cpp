@@ -261,6 +261,28 @@ TEST_F(EventLedgerTest, OfNamesWithOneReplacementTheOneThatIsThereIsMeant) {
     EXPECT_EQ(m_dir.Path() + "/a\xff", logged->strFile);
 }
 
+// The maker is asked for again when a pipe's query has not come for long: whoever reads a large
+// program for the answer must not hold the books.
+TEST_F(EventLedgerTest, AnOldPipesMakerIsAskedForWithoutALock) {
+    const std::string strPipe = m_dir.Path() + "/pipe";
+    ASSERT_EQ(0, mkfifo(strPipe.c_str(), 0600));
+    int nAsked = 0;
+    EventLedger* pLedger = nullptr;
+    EventLedger ledger([&](const std::string&) {
+        (void)pLedger->State();  // waits for ever under the lock
+        return ++nAsked == 2;
+    });
+    pLedger = &ledger;
+    const auto begun = EventLedger::Clock::now();
+    ledger.Analyse(FileMessage("create", strPipe), begun);
+    EXPECT_EQ(1u, ledger.State().nMissing);
+    ledger.Analyse("{}", begun + EventLedger::LONGEST_OPEN + std::chrono::seconds(1));
+
+    EXPECT_EQ(2, nAsked);
+    EXPECT_EQ(0u, ledger.State().nMissing);
+    EXPECT_EQ(1u, ledger.State().nKnownMaker);
+}
+
 TEST_F(EventLedgerTest, WhileAMessageIsBeingExaminedItsEventsAreWaiting) {
     const std::string strPipe = m_dir.Path() + "/pipe";
     ASSERT_EQ(0, mkfifo(strPipe.c_str(), 0600));
