@@ -28,7 +28,6 @@ struct qstr {
 };
 struct super_block {
     __u32 s_dev;
-    unsigned long s_magic;
 };
 struct timespec64 {
     __s64 tv_sec;

@@ -135,7 +135,6 @@ static __always_inline void read_file(struct scratch* s, struct file* file) {
     s->record.changed = change_time(inode);
     s->record.inode = BPF_CORE_READ(inode, i_ino);
     s->record.device = BPF_CORE_READ(inode, i_sb, s_dev);
-    s->record.fs_magic = BPF_CORE_READ(inode, i_sb, s_magic);
     if (BPF_CORE_READ(inode, i_nlink) == 0) {
         s->record.flags |= LAUNCH_UNLINKED;
     }

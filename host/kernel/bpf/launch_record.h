@@ -29,14 +29,13 @@ struct launch_life {
 struct launch_record {
     struct launch_life life;
     unsigned int flags;
-    unsigned long long inode;    /* of the file that was started */
-    unsigned long long fs_magic; /* of its file system */
-    unsigned long long size;     /* in bytes */
-    long long changed;           /* its change time, ns since 1970 */
-    unsigned long long cgroup;   /* number of the control group in the unified hierarchy */
-    unsigned int device;         /* in the kernel's form: major << 20 | minor */
-    unsigned int mount_ns;       /* number of the mount namespace */
-    unsigned int mount_id;       /* of the mount that it was started from, as statx names it */
+    unsigned long long inode;  /* of the file that was started */
+    unsigned long long size;   /* in bytes */
+    long long changed;         /* its change time, ns since 1970 */
+    unsigned long long cgroup; /* number of the control group in the unified hierarchy */
+    unsigned int device;       /* in the kernel's form: major << 20 | minor */
+    unsigned int mount_ns;     /* number of the mount namespace */
+    unsigned int mount_id;     /* of the mount that it was started from, as statx names it */
     unsigned int uid;
     unsigned int args_length;     /* argument vector, each argument ends in a NUL */
     unsigned short path_length;   /* names from the file up to the root, each ends in a NUL */

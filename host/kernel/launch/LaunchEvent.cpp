@@ -64,7 +64,6 @@ bool DecodeExec(const launch_record& head, Texts texts, LaunchEvent& event) {
     event.nMountNs = head.mount_ns;
     event.nDevice = head.device;
     event.nInode = head.inode;
-    event.nMagic = head.fs_magic;
     event.nMountId = head.mount_id;
     event.nSize = head.size;
     event.nChanged = head.changed;
@@ -154,7 +153,6 @@ std::string EncodeLaunch(const LaunchEvent& event) {
         const std::string strArgs =
             bFits ? WithNul(event.strCommand) : event.strCommand.substr(0, LAUNCH_ARGS_MOST);
         head.inode = event.nInode;
-        head.fs_magic = event.nMagic;
         head.mount_id = event.nMountId;
         head.size = event.nSize;
         head.changed = event.nChanged;

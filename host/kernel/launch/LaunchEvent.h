@@ -20,11 +20,9 @@ struct LaunchEvent {
     uint64_t nCgroup = 0;  // number of the control group in the unified hierarchy; 0: not known
     uint32_t nDevice = 0;  // in the kernel's form: major << 20 | minor
     uint64_t nInode = 0;
-    uint64_t nMagic = 0;  // of the file system
-    uint32_t nMountId =
-        0;                 // of the mount that it was started from, as statx names it; 0: not known
-    uint64_t nSize = 0;    // in bytes
-    int64_t nChanged = 0;  // change time, ns since 1970; 0: neither that nor the size is known
+    uint32_t nMountId = 0;  // of the mount it was started from, as statx names it; 0: not known
+    uint64_t nSize = 0;     // in bytes
+    int64_t nChanged = 0;   // change time, ns since 1970; 0: neither that nor the size is known
     bool bArgsCut = false;
     bool bArgsUnreadable = false;
     bool bPathCut = false;     // strPath, strDirectory or strRoot may lead elsewhere
