@@ -8,8 +8,8 @@
 
 // Begin, progress, passes, balances and the end come on the control thread, a RunBegun before
 // anything of the router and what the module is sent; a sensor's notices and what a module says
-// while it is loaded may come before it. The rest comes on
-// the threads of the module and the router, of several at once.
+// while it is loaded may come before it. The rest comes on the threads of the module and the
+// router, of several at once.
 class IRunListener {
 public:
     virtual ~IRunListener() = default;

@@ -86,7 +86,7 @@ void ModuleStdout::Read() {
 }
 
 // False when nothing is there at the moment. LineReader passes over what is too long and keeps an
-// unfinished line until the descriptor ends; here every byte is told, also when somebody holds the
+// unfinished line until the descriptor ends; here every byte is shown, also when somebody holds the
 // other side open.
 bool ModuleStdout::ReadSome(std::string& strRest) {
     char szBuffer[16384];

@@ -35,8 +35,8 @@ private:
 
 // The container's id, as its runtime names it: the last name on the way that is one
 // ("docker-ID.scope", "libpod-ID.scope", "cri-containerd-ID.scope", "crio-ID.scope", or the bare
-// id), 64 hexadecimal digits.
-// "" for none. A user who may make groups may name one so: the path shows below whom it lies.
+// id), 64 hexadecimal digits; "" for none. A user who may make groups may name one so: the path
+// shows below whom it lies.
 std::string ContainerOf(const std::string& strCgroup);
 
 #endif

@@ -24,8 +24,8 @@ struct LaunchPath {
     LaunchPathOrigin eOrigin = LAUNCH_PATH_NONE;
 };
 
-// The file that a launch started, and what leads to it now. Of the launch only the
-// members about its file are tried. The launch and the look must outlive it.
+// The file that a launch started, and what leads to it now. Of the launch only the members about
+// its file are tried. The launch and the look must outlive it.
 class StartedFile {
 public:
     // strExeLink: /proc/PID/exe of the process.

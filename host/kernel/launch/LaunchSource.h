@@ -33,7 +33,7 @@ struct LaunchSourceOptions {
     std::chrono::milliseconds batchTime{200};  // from its first launch until it is reported
     std::chrono::milliseconds calm{250};       // without a further loss: announced together
     std::chrono::milliseconds announce{1000};  // from a loss to its announcement at the latest
-    FileLook fnLook;                           // stat, unless a test brings its own
+    FileLook fnLook;                           // ByMounts, unless a test brings its own
     FileLook fnLookAtScript;                   // likewise, but not through a link of /proc
     std::optional<uint32_t> nMountNs;          // the host's, unless a test brings its own
     std::optional<std::string> strCgroups;     // where cgroup2 is mounted, likewise
@@ -51,8 +51,7 @@ public:
     LaunchSource& operator=(const LaunchSource&) = delete;
 
     bool Open(std::string& strError);
-    // Takes everything that waits in the ring.
-    // At most nMostRecords of them; false when more may wait.
+    // Takes what waits in the ring, at most nMostRecords; false when more may wait.
     bool Drain();
     // No new launches from now on; records that wait can still be drained.
     void Detach();
