@@ -21,23 +21,24 @@ def rooms():
     database, verdict, cloud = "host/database", "host/verdict", "host/cloud"
     event, module, account = "host/event", "host/module", "host/account"
     bpf, launch, file = "host/kernel/bpf", "host/kernel/launch", "host/kernel/file"
-    connector = "host/kernel/connector"
-    shown = {base, verdict, cloud, event, module, account, launch}
+    connector, program = "host/kernel/connector", "host/program"
+    shown = {base, program, verdict, cloud, event, module, account, launch}
     table = {
         base: set(),
         process: {base},
         transport: {base},
+        program: {base},
         database: {base},
         verdict: {base},
         cloud: {base, transport, database, verdict},
-        event: {base},
+        event: {base, program},
         module: {base, event},
         bpf: set(),
-        launch: {base, process, event, bpf},
-        connector: {base, process, launch},
-        file: {base, process, event, launch},
-        "host/kernel": {base, process, event},
-        account: {base, verdict, cloud, event, module, launch},
+        launch: {base, process, program, event, bpf},
+        connector: {base, process, program, launch},
+        file: {base, process, program, event, launch},
+        "host/kernel": {base, process, program, event},
+        account: {base, program, verdict, cloud, event, module, launch},
         "host/report/text": shown,
         "host/report/screen": {base, verdict, "host/report/text"},
         "host/report/metrics": {base, verdict, account},

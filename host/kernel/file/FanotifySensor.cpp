@@ -15,7 +15,7 @@
 #include "host/base/UniqueFd.h"
 #include "host/kernel/file/FanotifyMarks.h"
 #include "host/kernel/file/FileEvent.h"
-#include "host/kernel/launch/FileLook.h"
+#include "host/program/FileLook.h"
 
 namespace {
 

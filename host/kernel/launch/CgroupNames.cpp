@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "host/base/MountTable.h"
-#include "host/kernel/launch/FileLook.h"
+#include "host/program/FileLook.h"
 
 namespace {
 

@@ -9,7 +9,7 @@
 #include <optional>
 #include <string>
 
-#include "host/kernel/launch/FileLook.h"
+#include "host/program/FileLook.h"
 #include "host/kernel/launch/LaunchEvent.h"
 
 enum LaunchPathOrigin {

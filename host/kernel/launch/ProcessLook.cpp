@@ -9,7 +9,7 @@
 
 #include "host/base/UniqueFd.h"
 #include "host/kernel/bpf/launch_record.h"
-#include "host/kernel/launch/FileLook.h"
+#include "host/program/FileLook.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <string>
 
-#include "host/kernel/launch/FileLook.h"
+#include "host/program/FileLook.h"
 
 // Which file, and in which state; a device in the kernel's form: major << 20 | minor. 0, 0: not
 // known. The rest is as LaunchEvent has it.

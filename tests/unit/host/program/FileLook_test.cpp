@@ -1,4 +1,4 @@
-#include "host/kernel/launch/FileLook.h"
+#include "host/program/FileLook.h"
 
 #include <gtest/gtest.h>
 #include <sys/sysmacros.h>

@@ -1,8 +1,8 @@
 // How the sensors look at a file by its path, and the form in which others look for them.
 //
 // Threads: any; a ByMounts one at a time. Errors: none but std::bad_alloc.
-#ifndef HOST_KERNEL_LAUNCH_FILELOOK_H
-#define HOST_KERNEL_LAUNCH_FILELOOK_H
+#ifndef HOST_PROGRAM_FILELOOK_H
+#define HOST_PROGRAM_FILELOOK_H
 
 #include <fcntl.h>
 #include <sys/stat.h>
