@@ -16,8 +16,10 @@
 #include <exception>
 #include <iterator>
 #include <memory>
+#include <optional>
 #include <utility>
 
+#include "framework/digest/DigestObserver.h"
 #include "framework/digest/DigestPair.h"
 
 namespace {
@@ -165,7 +167,14 @@ std::string HexText(const unsigned char* pBytes, size_t nBytes) {
     return strText;
 }
 
-bool HashFile(const std::string& strPath, unsigned char* pMd5, unsigned char* pSha1) {
+std::optional<struct stat> StatusOf(int nFd) {
+    struct stat status = {};
+    return fstat(nFd, &status) == 0 ? std::optional<struct stat>(status) : std::nullopt;
+}
+
+// pStatus: null, or filled with the status of what was read, if it has one.
+bool HashFile(const std::string& strPath, unsigned char* pMd5, unsigned char* pSha1,
+              std::optional<struct stat>* pStatus) {
     if (strPath.empty() || strPath.find('\0') != std::string::npos) {
         return false;
     }
@@ -185,9 +194,13 @@ bool HashFile(const std::string& strPath, unsigned char* pMd5, unsigned char* pS
         return false;
     }
     CHashKit kit;
-    return (status.st_size > 0 ? AddSized(file.Get(), kit, status.st_size)
-                               : AddSizeless(file.Get(), kit)) &&
-           kit.End(pMd5, pSha1);
+    const bool bHashed = (status.st_size > 0 ? AddSized(file.Get(), kit, status.st_size)
+                                             : AddSizeless(file.Get(), kit)) &&
+                         kit.End(pMd5, pSha1);
+    if (bHashed && pStatus != nullptr) {
+        *pStatus = StatusOf(file.Get());
+    }
+    return bHashed;
 }
 
 }  // namespace
@@ -196,9 +209,13 @@ bool utils::getMD5AndSHA1(const std::string& strPath, std::string& strMd5, std::
     try {
         unsigned char md5[CDigestPair::MD5_SIZE];
         unsigned char sha1[CDigestPair::SHA1_SIZE];
-        if (HashFile(strPath, md5, sha1)) {
+        std::optional<struct stat> status;
+        if (HashFile(strPath, md5, sha1, digest_observer::IsSet() ? &status : nullptr)) {
             std::string strMd5Text = HexText(md5, sizeof(md5));
             std::string strSha1Text = HexText(sha1, sizeof(sha1));
+            if (status) {
+                digest_observer::Call(strPath, *status, strMd5Text, strSha1Text);
+            }
             strMd5 = std::move(strMd5Text);
             strSha1 = std::move(strSha1Text);
             return true;

@@ -27,6 +27,7 @@ constexpr int64_t HASH_SIZELESS_LIMIT = 64LL * 1024 * 1024;
 //
 // Threads: any. Never opens a device, never waits for a FIFO, never maps
 // the file, leaves the access time alone where the system allows that. Nothing throws.
+// An IDigestObserver is called before it returns true.
 HOSTFRAMEWORK_API bool getMD5AndSHA1(const std::string& strPath, std::string& strMd5,
                                      std::string& strSha1);
 

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "framework/digest/DigestObserver.h"
 #include "tests/support/SystemCalls.h"
 #include "tests/support/TestDir.h"
 
@@ -15,6 +16,12 @@ std::string CallsOf(const std::string& strFile) {
     return calls ? Summary(*calls) : "not traced";
 }
 
+class IdleObserver : public IDigestObserver {
+public:
+    void OnDigest(const std::string&, const struct stat&, const std::string&,
+                  const std::string&) noexcept override {}
+};
+
 }  // namespace
 
 TEST(FileHashSystemCallsTest, ADigestOpensAndLooksTwiceAndReadsOncePer64KiB) {
@@ -27,4 +34,18 @@ TEST(FileHashSystemCallsTest, ADigestOpensAndLooksTwiceAndReadsOncePer64KiB) {
 
     EXPECT_EQ("close 2, fstatfs 1, newfstatat 2, openat 2, read 1", CallsOf(strSmall));
     EXPECT_EQ("close 2, fstatfs 1, newfstatat 2, openat 2, read 10", CallsOf(strLarge));
+}
+
+TEST(FileHashSystemCallsTest, AnObserverCostsOneMoreLook) {
+    if (!SystemCallsOf([] {})) {
+        GTEST_SKIP() << "a process may not trace its own child here";
+    }
+    const TestDir dir;
+    const std::string strFile = dir.WriteFile("small", "abc");
+    IdleObserver observer;
+
+    SetDigestObserver(&observer);
+    EXPECT_EQ("close 2, fstatfs 1, newfstatat 3, openat 2, read 1", CallsOf(strFile));
+    SetDigestObserver(nullptr);
+    EXPECT_EQ("close 2, fstatfs 1, newfstatat 2, openat 2, read 1", CallsOf(strFile));
 }

@@ -26,6 +26,7 @@
 #include <thread>
 #include <vector>
 
+#include "framework/digest/DigestObserver.h"
 #include "framework/digest/DigestPair.h"
 #include "tests/support/TestDir.h"
 
@@ -516,6 +517,51 @@ void* Reallocate(void* pOld, size_t nBytes, const char*, int) {
 }
 void Free(void* pMemory, const char*, int) {
     free(pMemory);
+}
+
+class StatusObserver : public IDigestObserver {
+public:
+    void OnDigest(const std::string&, const struct stat& status, const std::string&,
+                  const std::string&) noexcept override {
+        nInode = status.st_ino;
+        nLinks = status.st_nlink;
+    }
+
+    ino_t nInode = 0;
+    nlink_t nLinks = 77;
+};
+
+TEST_F(FileHashTest, TheObservedStatusIsThatOfTheFileThatWasReadAfterReading) {
+    const std::string strAbc = m_dir.WriteFile("abc", "abc");
+    const std::string strOther = m_dir.WriteFile("other", "xyz");
+    struct stat before = {};
+    ASSERT_EQ(0, stat(strAbc.c_str(), &before));
+    StatusObserver observer;
+    SetDigestObserver(&observer);
+    s_readHook = [&](int nFd, void* pBuffer, size_t nBytes) {
+        (void)rename(strOther.c_str(), strAbc.c_str());
+        return RealRead(nFd, pBuffer, nBytes);
+    };
+
+    ExpectHash(strAbc, ABC_MD5, ABC_SHA1);
+    SetDigestObserver(nullptr);
+
+    EXPECT_EQ(before.st_ino, observer.nInode);
+    EXPECT_EQ(0u, observer.nLinks);
+}
+
+TEST_F(FileHashTest, AnObserverThatGoesWhileAFileIsReadIsNotCalled) {
+    const std::string strAbc = m_dir.WriteFile("abc", "abc");
+    StatusObserver observer;
+    SetDigestObserver(&observer);
+    s_readHook = [&](int nFd, void* pBuffer, size_t nBytes) {
+        SetDigestObserver(nullptr);
+        return RealRead(nFd, pBuffer, nBytes);
+    };
+
+    ExpectHash(strAbc, ABC_MD5, ABC_SHA1);
+
+    EXPECT_EQ(77u, observer.nLinks);
 }
 
 TEST_F(FileHashTest, AFirstCallWithoutMemoryDoesNotKeepLaterOnesFromHashing) {
