@@ -20,16 +20,18 @@ struct FileOperation {
     uint32_t nPid = 0;
     bool bPlace = false;  // in a watched place, by its spelling
     bool bPipe = false;   // a created named pipe
+    bool bFound = false;  // by a comparison of the watched places; who did it is not known
     int64_t tmWhen = 0;   // when it was read
 };
 
 struct FileCounters {
-    uint64_t nCaptured = 0;       // operations that the kernel reported, and those made of them
+    uint64_t nCaptured = 0;       // operations that the kernel reported, made of these, or found
     uint64_t nOwn = 0;            // of these: the host's own process
     uint64_t nUnwatched = 0;      // of these: in no watched place and no pipe; not reported
     uint64_t nUnresolved = 0;     // of these: no path, their directory is gone
     uint64_t nReported = 0;       // of these: reported
     uint64_t nBatched = 0;        // reported and in a batch that is not full yet
+    uint64_t nFound = 0;          // of these: found by a comparison, without an event
     uint64_t nNoProgram = 0;      // reported without the acting program
     uint64_t nOverflows = 0;      // times that the kernel's queue was full; what it lost is unknown
     uint64_t nBroken = 0;         // records of the kernel that are no event

@@ -107,7 +107,8 @@ void JsonLines::Write(const FileOperationReported& event, int64_t tmWhen) {
     record.Add("op", event_message::OperationWord(operation.eAct)).Add("path", operation.strPath);
     record.Add("program", operation.strProgram).Add("program_name", operation.strProgramName);
     record.Add("pid", static_cast<uint64_t>(operation.nPid)).Add("fs", operation.strFsType);
-    m_output.Line(record.Add("place", operation.bPlace).Add("pipe", operation.bPipe).Text());
+    record.Add("place", operation.bPlace).Add("pipe", operation.bPipe);
+    m_output.Line(record.Add("found", operation.bFound).Text());
 }
 
 void JsonLines::Write(const FileQueueOverflowed& event, int64_t tmWhen) {

@@ -198,6 +198,11 @@ std::string FanotifyMarks::TypeOf(std::string_view strFsid, bool bOverlay) const
     return "";
 }
 
+std::string FanotifyMarks::TypeAt(const std::string& strPath) const {
+    const MountEntry* const pMount = mount_table::MountOf(m_mounts, strPath);
+    return pMount == nullptr ? "" : pMount->strType;
+}
+
 std::string FanotifyMarks::MarkedPath(std::string_view strHandle) const {
     const auto found = m_marked.find(strHandle);
     return found == m_marked.end() ? "" : found->second;

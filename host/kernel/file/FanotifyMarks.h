@@ -51,6 +51,8 @@ public:
     // says which of the two is meant. Several overlayfs may have their layers on the same one.
     std::vector<std::string> PointsOf(std::string_view strFsid, bool bOverlay) const;
     std::string TypeOf(std::string_view strFsid, bool bOverlay) const;
+    // That of the file system that strPath lies on; "" when not known.
+    std::string TypeAt(const std::string& strPath) const;
     // The path of a directory marked by itself; "" for others.
     std::string MarkedPath(std::string_view strHandle) const;
     bool IsWhole(uint32_t nDevice) const;

@@ -1,6 +1,5 @@
 #include "host/kernel/file/FanotifySensor.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/fanotify.h>
 #include <sys/stat.h>
@@ -13,6 +12,7 @@
 
 #include "host/base/MountTable.h"
 #include "host/base/UniqueFd.h"
+#include "host/kernel/file/DirectoryNames.h"
 #include "host/kernel/file/FanotifyMarks.h"
 #include "host/kernel/file/FileEvent.h"
 #include "host/program/FileLook.h"
@@ -60,15 +60,10 @@ private:
 
 std::vector<std::string> KernelCalls::DirectoriesIn(const std::string& strPath) {
     std::vector<std::string> names;
-    DIR* const pDir = opendir(strPath.c_str());
-    for (const dirent* pEntry = nullptr; pDir != nullptr && (pEntry = readdir(pDir)) != nullptr;) {
-        const std::string strName = pEntry->d_name;
-        if (strName != "." && strName != ".." && IsDirectory(strPath + "/" + strName)) {
-            names.push_back(strName);
+    for (std::string& strName : directory_names::In(strPath, SIZE_MAX)) {
+        if (IsDirectory(strPath + "/" + strName)) {
+            names.push_back(std::move(strName));
         }
-    }
-    if (pDir != nullptr) {
-        (void)closedir(pDir);
     }
     return names;
 }
@@ -104,6 +99,9 @@ public:
     std::string FsTypeOf(std::string_view strHandle) const override {
         return m_pMarks->TypeOf(file_handle_key::FileSystem(strHandle),
                                 file_handle_key::IsOverlay(strHandle));
+    }
+    std::string FsTypeAt(const std::string& strPath) const override {
+        return m_pMarks->TypeAt(strPath);
     }
     bool ReportsStarts(uint32_t nDevice) const override { return m_pMarks->IsWhole(nDevice); }
 

@@ -2,12 +2,10 @@
 
 #include <sys/fanotify.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <ctime>
 #include <utility>
 
-#include "host/event/EventMessage.h"
 #include "host/kernel/file/ThreadTimer.h"
 
 FileSource::FileSource(std::unique_ptr<IFileSensor> pSensor, IFileObserver& observer,
@@ -17,20 +15,22 @@ FileSource::FileSource(std::unique_ptr<IFileSensor> pSensor, IFileObserver& obse
       m_places(places),
       m_images(images),
       m_options(std::move(options)),
-      m_nOwnPid(static_cast<uint32_t>(getpid())),
+      m_reports(*m_pSensor, observer, places, images, m_options),
       m_paths([this](std::string_view strHandle) { return OpenDirectory(strHandle); }),
-      m_buffer(m_options.nReadBytes),
-      m_batches({m_options.nMostOperations, m_options.nMostBytes, m_options.batchTime}) {
-    if (!m_options.fnLook) {
-        m_options.fnLook = file_look::AtItself;
-    }
-    if (!m_options.fnLookThrough) {
-        m_options.fnLookThrough = file_look::AtTarget;
-    }
-}
+      m_comparison(places, m_options.fnLook, m_options.fnNames, m_options.compare),
+      m_buffer(m_options.nReadBytes) {}
 
 bool FileSource::Open(std::string& strError) {
-    return m_pSensor->Open(strError);
+    if (!m_pSensor->Open(strError)) {
+        return false;
+    }
+    m_comparison.Begin();
+    return true;
+}
+
+void FileSource::Detach() {
+    m_pSensor->Detach();
+    m_bDetached = true;
 }
 
 void FileSource::Ignore() {
@@ -48,7 +48,7 @@ bool FileSource::Read() {
     const uint64_t nNoted = m_images.Noted();
     while (m_held.Bytes() < m_options.nMostHeld) {
         const size_t nRead = m_pSensor->Read(m_buffer.data(), m_buffer.size());
-        m_bReadAll = nRead == 0;
+        m_bReadAll = m_bCaughtUp = nRead == 0;
         if (m_bReadAll) {
             m_nNotedBefore = nNoted;
             break;
@@ -63,6 +63,7 @@ void FileSource::Resolve() {
         const ThreadTimer time(m_nCaptureNanos);
         if (m_pSensor->Tend()) {
             m_paths.Clear();
+            m_comparison.Doubt();
         }
         if (IsHolding()) {
             const std::string_view strEvents = m_held.Oldest();
@@ -71,15 +72,17 @@ void FileSource::Resolve() {
             while (reader.Next(event)) {
                 Take(event);
             }
-            m_files.nBroken += reader.Broken();
+            Count().nBroken += reader.Broken();
             m_held.RemoveOldest();
         }
+        if (m_bCaughtUp && !IsHolding()) {
+            m_bCaughtUp = false;
+            m_comparison.CaughtUp(Clock::now(), m_bDetached,
+                                  [this](const FoundFile& found) { m_reports.ReportFound(found); });
+        }
     }
-    m_files.nCaptureMicros = m_nCaptureNanos / 1000;
-    for (const FileOperation& operation : m_reported) {
-        m_observer.OnOperation(operation);
-    }
-    m_reported.clear();
+    Count().nCaptureMicros = m_nCaptureNanos / 1000;
+    m_reports.Observe();
 }
 
 // A directory that is gone by now stood where its own removal, among the later events, says.
@@ -102,7 +105,7 @@ void FileSource::Take(const FileEvent& event) {
         TakeOverflow();
         return;
     }
-    ++m_files.nEvents;
+    ++Count().nEvents;
     if ((event.nMask & FAN_OPEN_EXEC) != 0) {
         m_images.Opened(event.nPid, file_handle_key::Inode(event.strTarget));
     }
@@ -125,9 +128,10 @@ void FileSource::TendDirectory(const std::string& strPath) {
 
 // Moves and starts may be among what was lost.
 void FileSource::TakeOverflow() {
-    ++m_files.nOverflows;
+    ++Count().nOverflows;
     m_paths.Clear();
     m_images.CatchUp();
+    m_comparison.Doubt();
 }
 
 void FileSource::TakeRename(const FileEvent& event) {
@@ -162,7 +166,8 @@ void FileSource::TakeSpot(const FileEvent& event) {
     if ((event.nMask & FAN_MOVED_TO) != 0) {
         TakeMoveOfOldKernel(event, strPath);
     }
-    if ((event.nMask & (FAN_CLOSE_WRITE | FAN_MODIFY)) != 0 && !IsRepeat(event, strPath)) {
+    if ((event.nMask & (FAN_CLOSE_WRITE | FAN_MODIFY)) != 0 &&
+        !m_reports.IsRepeat(event, strPath)) {
         Report(FILE_WRITE, event, strDirectory, strPath);
     }
     if ((event.nMask & FAN_MOVED_FROM) != 0) {
@@ -186,89 +191,24 @@ void FileSource::TakeMoveOfOldKernel(const FileEvent& event, const std::string& 
     Report(bFrom ? FILE_RENAME : FILE_CREATE, event, event.spot.strDirectory, strPath);
 }
 
-// A process that writes in small pieces leads to one operation in a batch, and to one more when it
-// closes the file.
-bool FileSource::IsRepeat(const FileEvent& event, const std::string& strPath) {
-    if ((event.nMask & FAN_CLOSE_WRITE) != 0 || event.nPid == m_nOwnPid ||
-        !WatchedPaths::IsWatched(FILE_WRITE, m_places.Spelled(strPath))) {
-        return false;
-    }
-    if (std::exchange(m_nWrittenIn, m_batches.Number()) != m_batches.Number()) {
-        m_written.clear();
-    }
-    return !m_written.insert(std::to_string(event.nPid) + strPath).second;
-}
-
 void FileSource::Report(FileAct eAct, const FileEvent& event, std::string_view strDirectory,
                         const std::string& strPath) {
-    ++m_files.nCaptured;
-    if (event.nPid == m_nOwnPid) {
-        ++m_files.nOwn;
-        return;
+    if (m_reports.Report(eAct, event, strDirectory, strPath, m_held.OldestRead())) {
+        m_comparison.Reported(strPath);
     }
-    if (strPath.empty()) {
-        ++m_files.nUnresolved;
-        return;
-    }
-    FileOperation operation;
-    FileStatus status;
-    operation.eAct = eAct;
-    operation.strPath = m_places.Spelled(strPath);
-    operation.bPlace = WatchedPaths::IsWatched(eAct, operation.strPath);
-    operation.bPipe =
-        eAct == FILE_CREATE && (event.nMask & FAN_ONDIR) == 0 && IsPipe(strPath, status);
-    if (!operation.bPlace && !operation.bPipe && !m_options.bAll) {
-        ++m_files.nUnwatched;
-        return;
-    }
-    // Of what became of one file between two looks the removal is the last.
-    constexpr uint64_t BEFORE = FAN_CREATE | FAN_CLOSE_WRITE | FAN_MODIFY;
-    const bool bLast = eAct == FILE_REMOVE && (event.nMask & BEFORE) != 0;
-    ActingProgram program = m_images.ActingOf(event.nPid, bLast);
-    operation.strProgram = std::move(program.strPath);
-    operation.strProgramName = std::move(program.strName);
-    operation.strFsType = m_pSensor->FsTypeOf(strDirectory);
-    operation.nInode = status.st_ino != 0 ? status.st_ino : file_handle_key::Inode(event.strTarget);
-    operation.nPid = event.nPid;
-    operation.tmWhen = m_held.OldestRead();
-    m_files.nNoProgram += operation.strProgram.empty() ? 1 : 0;
-    ++m_files.nReported;
-    ++m_files.nBatched;
-    m_reported.push_back(operation);
-    const size_t nBytes = operation.strPath.size() + operation.strProgram.size();
-    m_batches.Add(std::move(operation), nBytes, Clock::now());
-}
-
-// As the module looks: through a link.
-bool FileSource::IsPipe(const std::string& strPath, FileStatus& status) const {
-    if (!m_options.fnLook(strPath, status)) {
-        return false;
-    }
-    FileStatus target;
-    return S_ISFIFO(status.st_mode) ||
-           (S_ISLNK(status.st_mode) && m_options.fnLookThrough(strPath, target) &&
-            S_ISFIFO(target.st_mode));
 }
 
 void FileSource::TakeCounts(bool bLast) {
-    for (const std::string& strNotice : m_pSensor->TakeNotices()) {
-        m_observer.OnNotice(strNotice);
+    for (const auto& notices : {m_pSensor->TakeNotices(), m_comparison.TakeNotices()}) {
+        for (const std::string& strNotice : notices) {
+            m_observer.OnNotice(strNotice);
+        }
     }
     const auto now = Clock::now();
-    if (m_files.nOverflows > m_nAnnounced && (bLast || now >= m_announceDue)) {
-        m_observer.OnOverflow(m_files.nOverflows - m_nAnnounced, m_files.nOverflows);
-        m_nAnnounced = m_files.nOverflows;
+    if (Count().nOverflows > m_nAnnounced && (bLast || now >= m_announceDue)) {
+        m_observer.OnOverflow(Count().nOverflows - m_nAnnounced, Count().nOverflows);
+        m_nAnnounced = Count().nOverflows;
         m_announceDue = now + m_options.announce;
     }
-    m_observer.OnFileCounters(m_files);
-}
-
-void FileSource::TakeBatch(EventBatch& batch, uint64_t nNumber) {
-    const std::vector<FileOperation> operations = m_batches.TakeOldest();
-    batch.strBody = event_message::OperationsOf(operations);
-    batch.nNumber = nNumber;
-    batch.nCopies = 1;
-    batch.nEvents = operations.size();
-    m_files.nBatched -= operations.size();
-    m_observer.OnFileCounters(m_files);
+    m_observer.OnFileCounters(Counters());
 }

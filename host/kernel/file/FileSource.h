@@ -15,29 +15,25 @@
 #include <memory>
 #include <string>
 #include <string_view>
-#include <unordered_set>
 #include <vector>
 
-#include "host/event/BatchQueue.h"
 #include "host/event/FileOperation.h"
 #include "host/event/WatchedPaths.h"
 #include "host/kernel/file/DirectoryPathCache.h"
 #include "host/kernel/file/FileEvent.h"
+#include "host/kernel/file/FileReports.h"
 #include "host/kernel/file/HeldEvents.h"
 #include "host/kernel/file/IFileSensor.h"
+#include "host/kernel/file/PlaceComparison.h"
 #include "host/kernel/launch/ProcessTable.h"
 
-struct FileSourceOptions {
-    bool bAll = false;                // report every operation, not only what the module can act on
-    size_t nMostOperations = 256;     // in one batch
-    size_t nMostBytes = 1024 * 1024;  // of paths, passed by one at most
-    size_t nReadBytes = 256 * 1024;   // taken from the kernel at once
-    size_t nMostHeld = 32 << 20;      // bytes taken from the kernel and not yet decoded
-    std::chrono::milliseconds batchTime{200};  // from its first operation until it is reported
+struct FileSourceOptions : FileReportsOptions {
+    size_t nReadBytes = 256 * 1024;            // taken from the kernel at once
+    size_t nMostHeld = 32 << 20;               // bytes taken from the kernel and not yet decoded
     std::chrono::milliseconds announce{1000};  // between two announcements of losses
+    std::chrono::milliseconds compare{1000};   // between two comparisons of the watched places
     std::vector<std::string> ignored;          // directories of the host's own
-    FileLook fnLook;                           // lstat, unless a test brings its own
-    FileLook fnLookThrough;                    // stat, likewise
+    NamesIn fnNames = directory_names::In;
 };
 
 class FileSource {
@@ -65,18 +61,19 @@ public:
     // Whether the last Read left nothing in the kernel.
     bool HasReadAll() const { return m_bReadAll; }
     // No new events from now on; those that wait can still be read.
-    void Detach() { m_pSensor->Detach(); }
+    void Detach();
     // Gives the observer notices and counters; bLast: and every loss not yet announced.
     void TakeCounts(bool bLast);
 
     // True when a batch is full or its time has come; bAny: or has anything in it.
-    bool HasBatch(Clock::time_point now, bool bAny) const { return m_batches.HasBatch(now, bAny); }
-    bool IsFilling() const { return m_batches.IsFilling(); }
+    bool HasBatch(Clock::time_point now, bool bAny) const { return m_reports.HasBatch(now, bAny); }
+    bool IsFilling() const { return m_reports.IsFilling(); }
     // The oldest batch, under this number.
-    void TakeBatch(EventBatch& batch, uint64_t nNumber);
-    const FileCounters& Counters() const { return m_files; }
+    void TakeBatch(EventBatch& batch, uint64_t nNumber) { m_reports.TakeBatch(batch, nNumber); }
+    const FileCounters& Counters() const { return m_reports.Counters(); }
 
 private:
+    FileCounters& Count() { return m_reports.Counters(); }
     std::string OpenDirectory(std::string_view strHandle);
     void Take(const FileEvent& event);
     void TakeOverflow();
@@ -84,32 +81,27 @@ private:
     void TakeRename(const FileEvent& event);
     void TakeSpot(const FileEvent& event);
     void TakeMoveOfOldKernel(const FileEvent& event, const std::string& strPath);
-    bool IsRepeat(const FileEvent& event, const std::string& strPath);
     void Report(FileAct eAct, const FileEvent& event, std::string_view strDirectory,
                 const std::string& strPath);
-    bool IsPipe(const std::string& strPath, FileStatus& status) const;
 
     const std::unique_ptr<IFileSensor> m_pSensor;
     IFileObserver& m_observer;
     const WatchedPaths& m_places;
     ProcessTable& m_images;
-    FileSourceOptions m_options;
-    const uint32_t m_nOwnPid;
+    const FileSourceOptions m_options;
+    FileReports m_reports;
     DirectoryPathCache m_paths;
+    PlaceComparison m_comparison;
     std::vector<char> m_buffer;  // for one read
     HeldEvents m_held;
     bool m_bReadAll = false;
-    uint64_t m_nNotedBefore = 0;            // starts, before the kernel had nothing more
-    int m_nOpening = 0;                     // directories being opened, one for the sake of another
-    std::vector<FileOperation> m_reported;  // to the observer, once the time was taken
-    BatchQueue<FileOperation> m_batches;
-    // Reported as written, in the batch of that number.
-    std::unordered_set<std::string> m_written;
-    uint64_t m_nWrittenIn = 0;
+    bool m_bCaughtUp = false;  // m_bReadAll, and not compared or settled since
+    bool m_bDetached = false;
+    uint64_t m_nNotedBefore = 0;  // starts, before the kernel had nothing more
+    int m_nOpening = 0;           // directories being opened, one for the sake of another
     uint64_t m_nCaptureNanos = 0;
     uint64_t m_nAnnounced = 0;  // overflows
     Clock::time_point m_announceDue;
-    FileCounters m_files;
 };
 
 #endif

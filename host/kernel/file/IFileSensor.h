@@ -36,6 +36,8 @@ public:
     virtual std::string PathOf(std::string_view strHandle) = 0;
     // The type of the file system that this handle is of; "" when not known.
     virtual std::string FsTypeOf(std::string_view strHandle) const = 0;
+    // That of the file system that this path lies on.
+    virtual std::string FsTypeAt(const std::string& strPath) const = 0;
     // True when starts of programs on this device (major << 20 | minor) are among the events.
     virtual bool ReportsStarts(uint32_t nDevice) const = 0;
 };

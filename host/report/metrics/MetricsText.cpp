@@ -57,6 +57,7 @@ Samples Flaws(const Moment& moment) {
             {{"args_unreadable"}, Value(launches.nArgsUnreadable)},
             {{"processes_lost"}, Value(launches.nOthersLost)},
             {{"files_no_program"}, Value(moment.balance.files.nNoProgram)},
+            {{"files_found"}, Value(moment.balance.files.nFound)},
             {{"files_broken"}, Value(moment.balance.files.nBroken)}};
 }
 

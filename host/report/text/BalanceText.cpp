@@ -144,6 +144,8 @@ std::vector<Remark> Remarks(const Balance& balance) {
          "records about files that are no event"},
         {balance.files.nNoProgram, "file operation without the program that did it",
          "file operations without the program that did them"},
+        {balance.files.nFound, "file operation found by comparing the watched places",
+         "file operations found by comparing the watched places"},
         {launches.nOthersLost, "copy or end of a process lost, so that a starter may be wrong",
          "copies and ends of processes lost, so that a starter may be wrong"},
         {balance.events.nEarlierWaiting, "message of earlier runs waiting in the queue",
@@ -177,6 +179,7 @@ std::string FilesJson(const FileCounters& files) {
         .Add("unwatched", files.nUnwatched);
     object.Add("unresolved", files.nUnresolved).Add("own", files.nOwn);
     object.Add("unread", files.Waiting()).Add("no_program", files.nNoProgram);
+    object.Add("found", files.nFound);
     object.Add("broken", files.nBroken).Add("events", files.nEvents);
     object.Add("capture_us", files.nCaptureMicros);
     return object.Add("overflows", files.nOverflows).Text();

@@ -32,6 +32,7 @@ inline Balance DistinctBalance() {
     files.nBroken = 209;
     files.nEvents = 210;
     files.nCaptureMicros = 2110000;
+    files.nFound = 212;
     LedgerState& events = balance.events;
     events.nSent = 3001;
     events.nRefused = 302;

@@ -67,6 +67,7 @@ public:
         return found == m_state.paths.end() ? "" : found->second;
     }
     std::string FsTypeOf(std::string_view) const override { return m_state.strFsType; }
+    std::string FsTypeAt(const std::string&) const override { return m_state.strFsType; }
     bool ReportsStarts(uint32_t nDevice) const override {
         return nDevice == m_state.starts.value_or(nDevice);
     }

@@ -49,6 +49,9 @@ protected:
         m_options.look = milliseconds(1);
         m_options.gather = milliseconds(1);
         m_options.launches.batchTime = m_options.files.batchTime = milliseconds(0);
+        m_options.files.fnNames = [](const std::string&, size_t) {
+            return std::vector<std::string>();
+        };
         m_options.launches.fnLook = [](const std::string& strPath, struct stat& status) {
             status.st_mode = S_IFREG | 0755;
             status.st_ino = strPath.rfind("/bin/", 0) == 0 ? strPath.size() : 0;

@@ -140,7 +140,7 @@ TEST_F(WatchJsonLinesTest, AFileOperationIsAJsonRecord) {
 
     EXPECT_THAT(LastLine(), HasSubstr(R"("op":"rename","path":"/etc/cron.d/x","program":"/bin/mv",)"
                                       R"("program_name":"/usr/bin/mv","pid":4711,"fs":"ext4",)"
-                                      R"("place":true,"pipe":false})"));
+                                      R"("place":true,"pipe":false,"found":false})"));
 }
 
 TEST_F(JsonRecordTest, TheStartNamesModuleAndStateDirectory) {
@@ -252,7 +252,7 @@ TEST_F(JsonRecordTest, AFileOperationSaysWhetherItMadeAPipe) {
     operation.strPath = "/run/p";
     operation.bPipe = true;
     EXPECT_EQ(R"({"event":"file","time":1700000000,"op":"create","path":"/run/p","program":"",)"
-              R"("program_name":"","pid":0,"fs":"","place":false,"pipe":true})",
+              R"("program_name":"","pid":0,"fs":"","place":false,"pipe":true,"found":false})",
               Written(FileOperationReported{operation}));
     operation.eAct = FILE_REMOVE;
     EXPECT_THAT(Written(FileOperationReported{operation}), HasSubstr(R"("op":"remove")"));

@@ -55,6 +55,10 @@ protected:
                           {Handle(UNITS), "/usr/lib/systemd/system"}};
         m_sensor.starts = DISK;
         m_options.announce = std::chrono::milliseconds(0);
+        m_options.compare = std::chrono::milliseconds(0);
+        m_options.fnNames = [this](const std::string& strDirectory, size_t) {
+            return m_names[strDirectory];
+        };
         m_options.fnLook = [this](const std::string& strPath, struct stat& status) {
             status.st_mode = m_pipes.count(strPath) != 0   ? S_IFIFO
                              : m_links.count(strPath) != 0 ? S_IFLNK
@@ -83,6 +87,7 @@ protected:
         while (m_pSource->Read()) {
             m_pSource->Resolve();
         }
+        m_pSource->Resolve();
         m_pSource->TakeCounts(false);
     }
     const FileCounters& Counters() const { return m_observer.m_counters; }
@@ -105,6 +110,7 @@ protected:
     }
 
     std::map<std::string, int> m_pipes;
+    std::map<std::string, std::vector<std::string>> m_names;  // in a directory
     std::map<std::string, mode_t> m_links;
     std::map<std::string, uint64_t> m_programs;  // path -> inode
     WatchedPaths m_places{

@@ -227,8 +227,7 @@ TEST_F(FileSourceTest, TheInodeIsTheFilesAsItIsNowElseThatOfTheEvent) {
 }
 
 TEST_F(FileSourceTest, WithoutLooksOfATestItLooksAtTheDiskAndNotThroughALinkForItsInode) {
-    m_options.fnLook = nullptr;
-    m_options.fnLookThrough = nullptr;
+    m_options = FileSourceOptions();
     const TestDir dir;
     const std::string strLink = dir.Path() + "/link";
     ASSERT_EQ(0, mkfifo((dir.Path() + "/pipe").c_str(), 0600));
@@ -314,4 +313,89 @@ TEST_F(FileSourceTest, ADirectoryThatWasMadeIsKnownUntilItIsRemoved) {
     EXPECT_THAT(m_observer.m_lines, ElementsAre("create /etc/cron.d/d", "create /etc/cron.d/d/a",
                                                 "remove /etc/cron.d/d"));
     EXPECT_EQ(1u, Counters().nUnresolved);
+}
+
+TEST_F(FileSourceTest, AfterAMountTheWatchedPlacesAreComparedWithWhatWasKnown) {
+    m_names["/etc/cron.d"] = {"job"};
+    std::string strError;
+    ASSERT_TRUE(Source().Open(strError)) << strError;
+    m_names["/etc/cron.d"] = {"job", "mounted"};
+    Capture("");
+    EXPECT_THAT(m_observer.m_lines, IsEmpty());
+
+    m_sensor.bMounted = true;
+    Capture("");
+
+    EXPECT_THAT(m_observer.m_lines, ElementsAre("create /etc/cron.d/mounted"));
+    EXPECT_TRUE(m_observer.m_operations[0].bFound);
+}
+
+TEST_F(FileSourceTest, AfterAnOverflowWhatWasLostIsFoundOnceTheQueueIsEmpty) {
+    std::string strError;
+    ASSERT_TRUE(Source().Open(strError)) << strError;
+    m_names["/etc/cron.d"] = {"lost"};
+
+    Capture(At(FAN_CREATE, 5, CRON, "job") + Event(FAN_Q_OVERFLOW, 0, "") +
+            At(FAN_CREATE, 5, CRON, "after"));
+
+    EXPECT_THAT(m_observer.m_lines,
+                ElementsAre("create /etc/cron.d/job", "create /etc/cron.d/after",
+                            "create /etc/cron.d/lost"));
+    EXPECT_EQ(1u, Counters().nFound);
+    EXPECT_EQ(3u, Counters().nCaptured);
+    EXPECT_EQ(0u, Counters().Waiting());
+}
+
+TEST_F(FileSourceTest, WhileMoreWaitsInTheKernelNothingIsCompared) {
+    std::string strError;
+    m_options.nMostHeld = 1;
+    ASSERT_TRUE(Source().Open(strError)) << strError;
+    m_names["/etc/cron.d"] = {"lost"};
+    m_sensor.reads = {Event(FAN_Q_OVERFLOW, 0, ""), At(FAN_CREATE, 5, CRON, "after")};
+
+    ASSERT_TRUE(m_pSource->Read());
+    m_pSource->Resolve();
+    EXPECT_THAT(m_observer.m_lines, IsEmpty());
+    ASSERT_TRUE(m_pSource->Read());
+    m_pSource->Resolve();
+    EXPECT_THAT(m_observer.m_lines, ElementsAre("create /etc/cron.d/after"));
+    EXPECT_FALSE(m_pSource->Read());
+    m_pSource->Resolve();
+    EXPECT_THAT(m_observer.m_lines,
+                ElementsAre("create /etc/cron.d/after", "create /etc/cron.d/lost"));
+}
+
+TEST_F(FileSourceTest, ADoubtAtTheEndIsComparedWithoutWaiting) {
+    m_options.compare = std::chrono::minutes(10);
+    std::string strError;
+    ASSERT_TRUE(Source().Open(strError)) << strError;
+    Capture(Event(FAN_Q_OVERFLOW, 0, ""));
+    m_names["/etc/cron.d"] = {"lost"};
+    Capture(Event(FAN_Q_OVERFLOW, 0, ""));
+    (void)m_pSource->Read();
+    m_pSource->Resolve();
+    EXPECT_THAT(m_observer.m_lines, IsEmpty());
+
+    m_pSource->Detach();
+    (void)m_pSource->Read();
+    m_pSource->Resolve();
+
+    EXPECT_THAT(m_observer.m_lines, ElementsAre("create /etc/cron.d/lost"));
+}
+
+TEST_F(FileSourceTest, WhatItReportedItDoesNotFindLater) {
+    std::string strError;
+    ASSERT_TRUE(Source().Open(strError)) << strError;
+    m_names["/etc/cron.d"] = {"job"};
+    Capture(At(FAN_CREATE, 5, CRON, "job"));
+    for (int i = 0; i < 2; ++i) {
+        (void)m_pSource->Read();
+        m_pSource->Resolve();
+    }
+
+    Capture(Event(FAN_Q_OVERFLOW, 0, ""));
+    (void)m_pSource->Read();
+    m_pSource->Resolve();
+
+    EXPECT_THAT(m_observer.m_lines, ElementsAre("create /etc/cron.d/job"));
 }
