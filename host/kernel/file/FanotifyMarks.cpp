@@ -12,61 +12,54 @@ namespace {
 
 constexpr uint64_t ON_CHILDREN = FAN_EVENT_ON_CHILD | FAN_ONDIR;
 
-bool IsIn(const std::string& strPath, const std::string& strDirectory) {
-    const size_t nSize = strDirectory == "/" ? 0 : strDirectory.size();
-    return strPath.compare(0, nSize, strDirectory, 0, nSize) == 0 &&
-           (strPath.size() == nSize || strPath[nSize] == '/');
-}
-
-std::string Above(const std::string& strPath) {
-    const size_t nSlash = strPath.rfind('/');
-    return nSlash == 0 || nSlash == std::string::npos ? "/" : strPath.substr(0, nSlash);
-}
-
 }  // namespace
 
 FanotifyMarks::FanotifyMarks(IMarkCalls& calls, WatchedPaths& places, uint64_t nEvents, bool bAll)
-    : m_calls(calls), m_places(places), m_nEvents(nEvents), m_bAll(bAll) {}
+    : m_calls(calls), m_places(places), m_nEvents(nEvents), m_bAll(bAll), m_mounts(calls, places) {}
 
 std::vector<std::string> FanotifyMarks::TakeNotices() {
     return std::exchange(m_notices, {});
 }
 
-// strPath, or the nearest directory above it that is there.
-std::string FanotifyMarks::Existing(const std::string& strPath) const {
-    std::string strFound = strPath;
-    while (strFound != "/" && !m_calls.IsDirectory(strFound)) {
-        strFound = Above(strFound);
-    }
-    return strFound;
-}
-
 // For each device the mount to mark it by: of the whole of it where there is one.
-std::map<uint32_t, MountEntry> FanotifyMarks::Wanted(const std::vector<MountEntry>& mounts) const {
+std::map<uint32_t, MountEntry> FanotifyMarks::Wanted() const {
     std::map<uint32_t, MountEntry> wanted;
     for (const WatchedPaths::Directory& place : m_places.Directories()) {
-        const MountEntry* const pMount = mount_table::MountOf(mounts, Existing(place.strPath));
+        const MountEntry* const pMount = m_mounts.At(place.strPath);
         if (pMount != nullptr) {
             wanted.emplace(pMount->nDevice, *pMount);
         }
     }
-    for (const MountEntry& mount : mounts) {
+    for (const MountEntry& mount : m_mounts.All()) {
         const auto found = wanted.find(mount.nDevice);
         if (found == wanted.end() && m_bAll && mount_table::IsLocal(mount.strType)) {
             wanted.emplace(mount.nDevice, mount);
-        } else if (found != wanted.end() && found->second.strRoot != "/" && mount.strRoot == "/") {
+        } else if (found != wanted.end() && found->second.strRoot != "/" && mount.strRoot == "/" &&
+                   m_mounts.IsReached(mount)) {
             found->second = mount;
         }
     }
     return wanted;
 }
 
-void FanotifyMarks::Refresh() {
-    m_mounts = mount_table::Parse(m_calls.Mounts());
-    m_places.Resolve();
-    const std::map<uint32_t, MountEntry> wanted = Wanted(m_mounts);
+bool FanotifyMarks::ReadMounts() {
+    std::string strChanged;
+    for (const std::string& strPlace : m_mounts.Read()) {
+        strChanged += (strChanged.empty() ? "" : ", ") + strPlace;
+    }
+    if (!strChanged.empty()) {
+        m_notices.push_back(
+            "mounts over or in watched places have changed, the files there are "
+            "compared with what was known: " +
+            strChanged);
+    }
+    return !strChanged.empty();
+}
+
+void FanotifyMarks::ForgetUnmounted() {
+    const std::vector<MountEntry>& mounts = m_mounts.All();
     for (auto at = m_systems.begin(); at != m_systems.end();) {
-        const bool bThere = std::any_of(m_mounts.begin(), m_mounts.end(), [&](const auto& mount) {
+        const bool bThere = std::any_of(mounts.begin(), mounts.end(), [&](const auto& mount) {
             return mount.nDevice == at->first;
         });
         if (!bThere) {
@@ -74,13 +67,21 @@ void FanotifyMarks::Refresh() {
         }
         at = bThere ? std::next(at) : m_systems.erase(at);
     }
-    for (const auto& entry : wanted) {
+}
+
+bool FanotifyMarks::Refresh() {
+    m_places.Resolve();
+    const bool bChanged = ReadMounts();
+    ForgetUnmounted();
+    for (const auto& entry : Wanted()) {
         MarkSystem(entry.second);
+        m_mounts.SetWatched(entry.second);
     }
     m_marked.clear();
     for (const WatchedPaths::Directory& place : m_places.Directories()) {
         MarkPlace(place);
     }
+    return bChanged;
 }
 
 // Also one that is known: between two looks it may have been unmounted, its marks gone with it, and
@@ -108,7 +109,7 @@ bool FanotifyMarks::IsWhole(uint32_t nDevice) const {
 }
 
 uint64_t FanotifyMarks::MaskFor(const WatchedPaths::Directory& place) const {
-    const MountEntry* const pMount = mount_table::MountOf(m_mounts, Existing(place.strPath));
+    const MountEntry* const pMount = m_mounts.At(place.strPath);
     const bool bWhole = pMount != nullptr && IsWhole(pMount->nDevice);
     return (place.bUnits ? 0 : FAN_MODIFY) | (bWhole ? 0 : m_nEvents);
 }
@@ -118,7 +119,7 @@ void FanotifyMarks::MarkPlace(const WatchedPaths::Directory& place) {
     if (m_calls.IsDirectory(place.strPath)) {
         MarkTree(place.strPath, nMask);
     } else if ((nMask & m_nEvents) != 0) {
-        MarkDirectory(Existing(place.strPath), m_nEvents);
+        MarkDirectory(m_mounts.Existing(place.strPath), m_nEvents);
     }
 }
 
@@ -167,9 +168,9 @@ void FanotifyMarks::MarkDirectory(const std::string& strPath, uint64_t nMask) {
 
 void FanotifyMarks::OnDirectory(const std::string& strPath) {
     for (const WatchedPaths::Directory& place : m_places.Directories()) {
-        if (IsIn(place.strPath, strPath)) {
+        if (place_mounts::IsIn(place.strPath, strPath)) {
             MarkPlace(place);
-        } else if (IsIn(strPath, place.strPath) && m_calls.IsDirectory(strPath)) {
+        } else if (place_mounts::IsIn(strPath, place.strPath) && m_calls.IsDirectory(strPath)) {
             MarkTree(strPath, MaskFor(place));
         }
     }
@@ -199,7 +200,7 @@ std::string FanotifyMarks::TypeOf(std::string_view strFsid, bool bOverlay) const
 }
 
 std::string FanotifyMarks::TypeAt(const std::string& strPath) const {
-    const MountEntry* const pMount = mount_table::MountOf(m_mounts, strPath);
+    const MountEntry* const pMount = m_mounts.At(strPath);
     return pMount == nullptr ? "" : pMount->strType;
 }
 

@@ -18,18 +18,8 @@
 
 #include "host/base/MountTable.h"
 #include "host/event/WatchedPaths.h"
-
-// The system calls; a test brings its own.
-class IMarkCalls {
-public:
-    virtual ~IMarkCalls() = default;
-    virtual int Mark(bool bWhole, uint64_t nMask, const std::string& strPath) = 0;  // 0 or errno
-    virtual std::string Mounts() = 0;                          // the text of /proc/self/mountinfo
-    virtual bool IsDirectory(const std::string& strPath) = 0;  // not for a link
-    virtual std::vector<std::string> DirectoriesIn(const std::string& strPath) = 0;
-    virtual std::string FsidOf(const std::string& strPath) = 0;    // as in handles; "" for none
-    virtual std::string HandleOf(const std::string& strPath) = 0;  // as in events; "" for none
-};
+#include "host/kernel/file/IMarkCalls.h"
+#include "host/kernel/file/PlaceMounts.h"
 
 class FanotifyMarks {
 public:
@@ -38,8 +28,9 @@ public:
     // nEvents is the mask of a whole file system. bAll: every local file system.
     FanotifyMarks(IMarkCalls& calls, WatchedPaths& places, uint64_t nEvents, bool bAll);
 
-    // Reads what is mounted, marks it and forgets what is gone.
-    void Refresh();
+    // Reads what is mounted, marks it and forgets what is gone. True when watched places have other
+    // mounts than before, which a notice names.
+    bool Refresh();
     // A directory has appeared: marks it when it is a place, or above or in one.
     void OnDirectory(const std::string& strPath);
 
@@ -56,6 +47,10 @@ public:
     // The path of a directory marked by itself; "" for others.
     std::string MarkedPath(std::string_view strHandle) const;
     bool IsWhole(uint32_t nDevice) const;
+    // As PlaceMounts has it.
+    std::string PathInPlace(const std::string& strPath) const {
+        return m_mounts.PathInPlace(strPath);
+    }
 
 private:
     struct System {
@@ -65,8 +60,9 @@ private:
         bool Is(std::string_view strWanted, bool bOverlay) const;
     };
 
-    std::map<uint32_t, MountEntry> Wanted(const std::vector<MountEntry>& mounts) const;
-    std::string Existing(const std::string& strPath) const;
+    bool ReadMounts();
+    std::map<uint32_t, MountEntry> Wanted() const;
+    void ForgetUnmounted();
     void MarkSystem(const MountEntry& mount);
     void MarkPlace(const WatchedPaths::Directory& place);
     void MarkTree(const std::string& strPath, uint64_t nMask);
@@ -78,7 +74,7 @@ private:
     WatchedPaths& m_places;
     const uint64_t m_nEvents;
     const bool m_bAll;
-    std::vector<MountEntry> m_mounts;
+    PlaceMounts m_mounts;
     std::map<uint32_t, System> m_systems;                      // by device
     std::map<std::string, std::string, std::less<>> m_marked;  // handle -> path
     std::vector<std::string> m_notices;

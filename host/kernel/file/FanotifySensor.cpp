@@ -40,6 +40,10 @@ public:
                                                                                            : errno;
     }
     std::string Mounts() override { return mount_table::Text(); }
+    uint32_t MountIdOf(const std::string& strPath) override {
+        FileStatus status;
+        return file_look::AtItself(strPath, status) ? status.nMountId : 0;
+    }
     bool IsDirectory(const std::string& strPath) override {
         FileStatus status;
         return file_look::AtItself(strPath, status) && S_ISDIR(status.st_mode);
@@ -91,11 +95,14 @@ public:
     int Descriptor() const override { return m_group.Get(); }
     size_t Read(char* pBuffer, size_t nSize) override;
     void Detach() override;
-    bool Tend() override;
+    MountChange Tend() override;
     void OnDirectory(const std::string& strPath) override { m_pMarks->OnDirectory(strPath); }
     void Ignore(const std::string& strDirectory) override;
     std::vector<std::string> TakeNotices() override;
     std::string PathOf(std::string_view strHandle) override;
+    std::string PathInPlace(const std::string& strPath) const override {
+        return m_pMarks->PathInPlace(strPath);
+    }
     std::string FsTypeOf(std::string_view strHandle) const override {
         return m_pMarks->TypeOf(file_handle_key::FileSystem(strHandle),
                                 file_handle_key::IsOverlay(strHandle));
@@ -154,7 +161,7 @@ bool FanotifySensor::Open(std::string& strError) {
     }
     m_mounts = mount_table::Open();
     m_pMarks = std::make_unique<FanotifyMarks>(m_calls, *m_pPlaces, m_nEvents, m_bAll);
-    m_pMarks->Refresh();
+    (void)m_pMarks->Refresh();
     if (m_pMarks->IsEmpty()) {
         strError = "no file system that holds a watched place could be found";
         return false;
@@ -177,12 +184,11 @@ void FanotifySensor::Detach() {
     }
 }
 
-bool FanotifySensor::Tend() {
+MountChange FanotifySensor::Tend() {
     if (!mount_table::HasChanged(m_mounts)) {
-        return false;
+        return NO_MOUNTS;
     }
-    m_pMarks->Refresh();
-    return true;
+    return m_pMarks->Refresh() ? PLACE_MOUNTS : OTHER_MOUNTS;
 }
 
 void FanotifySensor::Ignore(const std::string& strDirectory) {

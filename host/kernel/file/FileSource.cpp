@@ -61,9 +61,10 @@ bool FileSource::Read() {
 void FileSource::Resolve() {
     {
         const ThreadTimer time(m_nCaptureNanos);
-        if (m_pSensor->Tend()) {
+        const MountChange eChange = m_pSensor->Tend();
+        if (eChange != NO_MOUNTS) {
             m_paths.Clear();
-            m_comparison.Doubt();
+            m_comparison.Doubt(eChange == PLACE_MOUNTS);
         }
         if (IsHolding()) {
             const std::string_view strEvents = m_held.Oldest();
@@ -131,16 +132,16 @@ void FileSource::TakeOverflow() {
     ++Count().nOverflows;
     m_paths.Clear();
     m_images.CatchUp();
-    m_comparison.Doubt();
+    m_comparison.Doubt(true);
 }
 
 void FileSource::TakeRename(const FileEvent& event) {
-    const std::string strFrom = m_paths.PathOf(event.from);
+    const std::string strFrom = PathOf(event.from);
     const bool bDirectory = (event.nMask & FAN_ONDIR) != 0;
     if (bDirectory) {
         m_paths.Moved(event.from, event.to, event.strTarget);
     }
-    const std::string strTo = m_paths.PathOf(event.to);
+    const std::string strTo = PathOf(event.to);
     if (bDirectory) {
         TendDirectory(strTo);
     }
@@ -154,7 +155,7 @@ void FileSource::TakeRename(const FileEvent& event) {
 // In the order in which they happen to a file; one event may hold them all.
 void FileSource::TakeSpot(const FileEvent& event) {
     const std::string_view strDirectory = event.spot.strDirectory;
-    const std::string strPath = m_paths.PathOf(event.spot);
+    const std::string strPath = PathOf(event.spot);
     const bool bDirectory = (event.nMask & FAN_ONDIR) != 0;
     if ((event.nMask & FAN_CREATE) != 0) {
         if (bDirectory) {

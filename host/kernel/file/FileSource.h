@@ -75,6 +75,9 @@ public:
 private:
     FileCounters& Count() { return m_reports.Counters(); }
     std::string OpenDirectory(std::string_view strHandle);
+    std::string PathOf(const FileSpot& spot) {
+        return m_pSensor->PathInPlace(m_paths.PathOf(spot));
+    }
     void Take(const FileEvent& event);
     void TakeOverflow();
     void TendDirectory(const std::string& strPath);

@@ -11,6 +11,13 @@
 #include <string_view>
 #include <vector>
 
+// What was mounted or unmounted.
+enum MountChange {
+    NO_MOUNTS,
+    OTHER_MOUNTS,  // and the watched places have theirs as before
+    PLACE_MOUNTS
+};
+
 class IFileSensor {
 public:
     virtual ~IFileSensor() = default;
@@ -23,8 +30,8 @@ public:
     // No new events from now on; those that wait can still be read.
     virtual void Detach() = 0;
 
-    // Looks whether file systems came or went. True when they did: paths may be others now.
-    virtual bool Tend() = 0;
+    // Looks whether file systems came or went since the last call: paths may be others then.
+    virtual MountChange Tend() = 0;
     // A directory has appeared under this path; a watched place may be in it.
     virtual void OnDirectory(const std::string& strPath) = 0;
     // What happens directly in this directory is not reported from now on, where the kernel can.
@@ -34,6 +41,9 @@ public:
 
     // Where the directory with this handle is now; "" when it is gone.
     virtual std::string PathOf(std::string_view strHandle) = 0;
+    // Where a directory or file is mounted in or over a watched place, its path there; else
+    // strPath.
+    virtual std::string PathInPlace(const std::string& strPath) const = 0;
     // The type of the file system that this handle is of; "" when not known.
     virtual std::string FsTypeOf(std::string_view strHandle) const = 0;
     // That of the file system that this path lies on.

@@ -14,14 +14,8 @@ void PlaceComparison::Begin() {
     (void)Compare();
 }
 
-// While a comparison is due, what an event reports does not become known: what was lost may have
-// happened to the same file.
-void PlaceComparison::Reported(const std::string& strPath) {
-    if (!m_bDoubt) {
-        m_files.Reported(strPath);
-    }
-}
-
+// In doubt, what an event reports does not become known: what was lost may have happened to the
+// same file.
 void PlaceComparison::CaughtUp(Clock::time_point now, bool bLast, const Result& fnResult) {
     if (!m_bDoubt) {
         m_files.Settle();
@@ -31,6 +25,10 @@ void PlaceComparison::CaughtUp(Clock::time_point now, bool bLast, const Result& 
         return;
     }
     m_bDoubt = false;
+    if (!std::exchange(m_bChanged, false)) {
+        m_files.Settle();
+        m_files.Settle();
+    }
     m_due = now + m_every;
     for (const FoundFile& found : Compare()) {
         fnResult(found);

@@ -28,9 +28,13 @@ public:
     // What is there now is known.
     void Begin();
     // An operation on strPath, as the kernel spells it, was reported.
-    void Reported(const std::string& strPath);
-    // Something may have happened that no event reports: a comparison is due.
-    void Doubt() { m_bDoubt = true; }
+    void Reported(const std::string& strPath) { m_files.Reported(strPath); }
+    // Something may have happened that no event reports: a comparison is due. bChanged: perhaps to
+    // a file that was just reported as well, which else is known as it is.
+    void Doubt(bool bChanged) {
+        m_bDoubt = true;
+        m_bChanged = m_bChanged || bChanged;
+    }
     // Nothing waits that was reported until now. Compares when that is due, and gives fnResult what
     // it finds; bLast: without waiting for the time.
     void CaughtUp(Clock::time_point now, bool bLast, const Result& fnResult);
@@ -45,6 +49,7 @@ private:
     KnownFiles m_files;
     Clock::time_point m_due;
     bool m_bDoubt = false;
+    bool m_bChanged = false;
     bool m_bFullSaid = false;
     std::vector<std::string> m_notices;
 };

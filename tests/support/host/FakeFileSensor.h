@@ -15,14 +15,15 @@
 
 struct FakeFileState {
     std::deque<std::string> reads;  // bytes of events: a read takes of the first what fits
-    std::map<std::string, std::string> paths;  // handle -> directory
-    std::vector<std::string> notices;          // given once
-    std::string strRefusal;                    // it opens when it has none
-    std::string strFsType = "tmpfs";           // of everything
+    std::map<std::string, std::string> paths;     // handle -> directory
+    std::map<std::string, std::string> inPlaces;  // path -> path by the mount of a place
+    std::vector<std::string> notices;             // given once
+    std::string strRefusal;                       // it opens when it has none
+    std::string strFsType = "tmpfs";              // of everything
     std::optional<uint32_t> starts;  // the one device whose starts it reports; else of all
     std::function<void()> fnOnRead;  // what happens whenever it is read
     int nDescriptor = -1;
-    bool bMounted = false;
+    MountChange eMounted = NO_MOUNTS;
 
     std::vector<std::string> directories;  // that appeared
     std::vector<std::string> ignored;
@@ -54,7 +55,7 @@ public:
         return nTaken;
     }
     void Detach() override { m_state.bDetached = true; }
-    bool Tend() override { return m_state.bMounted; }
+    MountChange Tend() override { return m_state.eMounted; }
     void OnDirectory(const std::string& strPath) override {
         m_state.directories.push_back(strPath);
     }
@@ -65,6 +66,10 @@ public:
     std::string PathOf(std::string_view strHandle) override {
         const auto found = m_state.paths.find(std::string(strHandle));
         return found == m_state.paths.end() ? "" : found->second;
+    }
+    std::string PathInPlace(const std::string& strPath) const override {
+        const auto found = m_state.inPlaces.find(strPath);
+        return found == m_state.inPlaces.end() ? strPath : found->second;
     }
     std::string FsTypeOf(std::string_view) const override { return m_state.strFsType; }
     std::string FsTypeAt(const std::string&) const override { return m_state.strFsType; }

@@ -5,11 +5,13 @@
 #include <sys/fanotify.h>
 
 #include <cerrno>
-#include <map>
-#include <set>
 
+#include "tests/unit/host/kernel/file/FakeMarkCalls.h"
+
+using testing::AllOf;
 using testing::Contains;
 using testing::ElementsAre;
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
@@ -21,48 +23,6 @@ constexpr uint64_t EVENTS = FAN_CREATE | FAN_DELETE | FAN_ONDIR;
 constexpr uint64_t ON_CHILDREN = FAN_EVENT_ON_CHILD | FAN_ONDIR;
 constexpr uint64_t WRITES = FAN_MODIFY | ON_CHILDREN;
 
-class FakeCalls : public IMarkCalls {
-public:
-    int Mark(bool bWhole, uint64_t nMask, const std::string& strPath) override {
-        if (bWhole) {
-            m_whole[strPath] = nMask;
-            return m_errors.count(strPath) == 0 ? 0 : m_errors[strPath];
-        }
-        m_single[strPath] = nMask;
-        return m_directories.count(strPath) == 0 ? ENOENT : 0;
-    }
-    std::string Mounts() override { return m_strMounts; }
-    bool IsDirectory(const std::string& strPath) override {
-        return strPath == "/" || m_directories.count(strPath) != 0;
-    }
-    std::vector<std::string> DirectoriesIn(const std::string& strPath) override {
-        std::vector<std::string> names;
-        for (const std::string& strDirectory : m_directories) {
-            if (strDirectory.rfind(strPath + "/", 0) == 0 &&
-                strDirectory.find('/', strPath.size() + 1) == std::string::npos) {
-                names.push_back(strDirectory.substr(strPath.size() + 1));
-            }
-        }
-        return names;
-    }
-    std::string FsidOf(const std::string& strPath) override {
-        return m_fsids.count(strPath) == 0 ? "fsid" + strPath : m_fsids[strPath];
-    }
-    std::string HandleOf(const std::string& strPath) override {
-        return IsDirectory(strPath) ? "handle" + strPath : "";
-    }
-
-    std::string m_strMounts =
-        "1 0 8:1 / / rw - ext4 x rw\n2 1 0:5 / /run rw - tmpfs x rw\n"
-        "3 1 0:6 / /proc rw - proc x rw\n4 1 8:2 / /srv rw - xfs x rw\n";
-    std::set<std::string> m_directories = {
-        "/etc", "/etc/cron.d", "/etc/systemd", "/etc/systemd/system", "/run", "/srv"};
-    std::map<std::string, std::string> m_fsids;  // where they are others than by the path
-    std::map<std::string, int> m_errors;
-    std::map<std::string, uint64_t> m_whole;
-    std::map<std::string, uint64_t> m_single;
-};
-
 class FanotifyMarksTest : public testing::Test {
 protected:
     FanotifyMarks& Marks() {
@@ -73,7 +33,7 @@ protected:
         return *m_pMarks;
     }
 
-    FakeCalls m_calls;
+    FakeMarkCalls m_calls;
     bool m_bAll = false;
     WatchedPaths m_places{{}, [](const std::string& strPath) { return strPath; }};
     std::unique_ptr<FanotifyMarks> m_pMarks;
@@ -109,9 +69,9 @@ TEST_F(FanotifyMarksTest, WhereAFileSystemCannotBeMarkedThePlacesAreAndThatIsSai
     EXPECT_THAT(m_calls.m_single, Contains(Pair("/etc/systemd/system", EVENTS | ON_CHILDREN)));
     // Places that are not there yet: their making is to be seen.
     EXPECT_THAT(m_calls.m_single, Contains(Pair("/etc", EVENTS | ON_CHILDREN)));
-    EXPECT_THAT(marks.TakeNotices(),
-                ElementsAre(testing::AllOf(HasSubstr("at / (ext4)"),
-                                           HasSubstr("pipes: listed directories only"))));
+    EXPECT_THAT(
+        marks.TakeNotices(),
+        ElementsAre(AllOf(HasSubstr("at / (ext4)"), HasSubstr("pipes: listed directories only"))));
     EXPECT_FALSE(marks.IsWhole(8U << 20 | 1));
 }
 
@@ -246,4 +206,65 @@ TEST_F(FanotifyMarksTest, DirectoriesThatCameAndWentMakeRoomForOthers) {
     EXPECT_THAT(m_calls.m_single, Contains(Pair("/etc/cron.d/last", WRITES)));
     EXPECT_THAT(marks.TakeNotices(), IsEmpty());
     EXPECT_EQ("/etc/cron.d/last", marks.MarkedPath("handle/etc/cron.d/last"));
+}
+
+TEST_F(FanotifyMarksTest, PlacesThatGetOtherMountsAreNamed) {
+    FanotifyMarks& marks = Marks();
+    const std::string strBefore = m_calls.m_strMounts;
+    EXPECT_THAT(marks.TakeNotices(), IsEmpty());
+
+    m_calls.m_strMounts += "5 1 8:2 /jobs /etc/cron.d rw - xfs x rw\n";
+    marks.Refresh();
+    EXPECT_THAT(marks.TakeNotices(), ElementsAre(EndsWith("with what was known: /etc/cron.d")));
+    EXPECT_TRUE(marks.IsWhole(8U << 20 | 2));
+    EXPECT_EQ("xfs", marks.TypeAt("/etc/cron.d/job"));
+
+    marks.Refresh();
+    EXPECT_THAT(marks.TakeNotices(), IsEmpty());
+
+    m_calls.m_strMounts = strBefore;
+    marks.Refresh();
+    EXPECT_THAT(marks.TakeNotices(), ElementsAre(EndsWith("with what was known: /etc/cron.d")));
+}
+
+TEST_F(FanotifyMarksTest, AMountAboveAPlaceAndOneBelowItConcernItAndOneElsewhereDoesNot) {
+    FanotifyMarks& marks = Marks();
+    m_calls.m_strMounts += "5 1 8:2 / /srv/more rw - xfs x rw\n";
+    marks.Refresh();
+    EXPECT_THAT(marks.TakeNotices(), IsEmpty());
+
+    m_calls.m_strMounts += "6 1 8:2 /job /etc/cron.d/job rw - xfs x rw\n";
+    marks.Refresh();
+    EXPECT_THAT(marks.TakeNotices(), ElementsAre(EndsWith("known: /etc/cron.d")));
+
+    m_calls.m_strMounts += "7 1 8:2 /etc /etc rw - xfs x rw\n";
+    marks.Refresh();
+    EXPECT_THAT(marks.TakeNotices(),
+                ElementsAre(AllOf(HasSubstr("/etc/cron.d, "), HasSubstr("/etc/systemd/system"))));
+}
+
+TEST_F(FanotifyMarksTest, APlaceThatADirectoryIsMadeForIsOnTheSameMount) {
+    FanotifyMarks& marks = Marks();
+    m_calls.m_directories.insert({"/etc/cron.daily", "/var"});
+    marks.Refresh();
+
+    EXPECT_THAT(marks.TakeNotices(), IsEmpty());
+}
+
+TEST_F(FanotifyMarksTest, AMountThatIsHiddenByAnotherAboveItIsNotTakenForThePlaces) {
+    m_calls.m_strMounts += "5 1 8:2 / /etc/cron.d rw - xfs x rw\n6 1 8:3 / /etc rw - ext4 x rw\n";
+    m_calls.m_mountIds = {{"/etc/cron.d", 6}, {"/etc", 6}};
+    FanotifyMarks& marks = Marks();
+
+    EXPECT_THAT(m_calls.m_whole, Contains(Pair("/etc", EVENTS)));
+    EXPECT_THAT(m_calls.m_whole, Not(Contains(Pair("/etc/cron.d", EVENTS))));
+    EXPECT_EQ("ext4", marks.TypeAt("/etc/cron.d"));
+}
+
+TEST_F(FanotifyMarksTest, AMountOfAllOfAFileSystemThatIsHiddenIsNotTheOneToMarkItBy) {
+    m_calls.m_strMounts = "1 0 8:1 /sub / rw - ext4 x rw\n2 1 8:1 / /whole rw - ext4 x rw\n";
+    m_calls.m_mountIds = {{"/whole", 3}};
+    (void)Marks();
+
+    EXPECT_THAT(m_calls.m_whole, ElementsAre(Pair("/", EVENTS)));
 }

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "host/kernel/file/FileEvent.h"
+#include "host/program/FileLook.h"
 #include "tests/support/NoPrivilege.h"
 #include "tests/support/TestDir.h"
 #include "tests/support/kernel/FakeKernel.h"
@@ -250,13 +251,13 @@ TEST_F(FanotifySensorTest, OnceDetachedNoMarkIsLeftAndWhatWaitsCanBeRead) {
 TEST_F(FanotifySensorTest, FileSystemsAreLookedAtAnewWhenTheTableOfMountsHasChanged) {
     (void)Opened(true);
     SetMounts("1 0 8:1 / " + m_strRoot + " rw - ext4 x rw\n2 1 8:2 / /srv rw - xfs x rw\n");
-    EXPECT_FALSE(m_pSensor->Tend());
+    EXPECT_EQ(NO_MOUNTS, m_pSensor->Tend());
     EXPECT_FALSE(m_pSensor->ReportsStarts(8U << 20 | 2));
 
     m_kernel.ChangeMounts();
-    EXPECT_TRUE(m_pSensor->Tend());
+    EXPECT_EQ(OTHER_MOUNTS, m_pSensor->Tend());
     EXPECT_TRUE(m_pSensor->ReportsStarts(8U << 20 | 2));
-    EXPECT_FALSE(m_pSensor->Tend());
+    EXPECT_EQ(NO_MOUNTS, m_pSensor->Tend());
 }
 
 TEST_F(FanotifySensorTest, ADirectoryThatAppearsInAPlaceIsMarkedAndALinkIsNot) {
@@ -426,4 +427,35 @@ TEST_F(FanotifySensorTest, ANoticeIsTakenOnceWhoeverGaveIt) {
     EXPECT_THAT(m_pSensor->TakeNotices(), ElementsAre(HasSubstr("older than Linux 5.17"),
                                                       HasSubstr("cannot be watched whole")));
     EXPECT_THAT(m_pSensor->TakeNotices(), IsEmpty());
+}
+
+TEST_F(FanotifySensorTest, TheTypeOfAFileSystemIsKnownByAPathOnIt) {
+    SetMounts("1 0 8:1 / " + m_strRoot + " rw - ext4 x rw\n2 0 8:2 / " + m_strRoot +
+              "/etc rw - xfs x rw\n");
+    (void)Opened();
+
+    EXPECT_EQ("xfs", m_pSensor->FsTypeAt(m_strRoot + "/etc/cron.d/job"));
+    EXPECT_EQ("ext4", m_pSensor->FsTypeAt(m_strRoot + "/var/job"));
+    EXPECT_EQ("", m_pSensor->FsTypeAt("/elsewhere"));
+}
+
+TEST_F(FanotifySensorTest, AFileMountedInAPlaceIsReportedUnderItsNameThere) {
+    FileStatus status;
+    ASSERT_TRUE(file_look::AtItself(m_strRoot, status));
+    SetMounts(std::to_string(status.nMountId) + " 0 8:1 / " + m_strRoot + " rw - ext4 x rw\n" +
+              std::to_string(status.nMountId + 1) + " 0 8:1 /jobs/one " + m_strRoot +
+              "/etc/cron.d/two rw - ext4 x rw\n");
+    (void)Opened();
+
+    EXPECT_EQ(m_strRoot + "/etc/cron.d/two", m_pSensor->PathInPlace(m_strRoot + "/jobs/one"));
+    EXPECT_EQ(m_strRoot + "/jobs/two", m_pSensor->PathInPlace(m_strRoot + "/jobs/two"));
+}
+
+TEST_F(FanotifySensorTest, AMountOverAPlaceIsDistinguishedFromOthers) {
+    (void)Opened();
+    SetMounts("1 0 8:1 / " + m_strRoot + " rw - ext4 x rw\n2 1 8:2 / " + m_strRoot +
+              "/etc/cron.d rw - xfs x rw\n");
+    m_kernel.ChangeMounts();
+
+    EXPECT_EQ(PLACE_MOUNTS, m_pSensor->Tend());
 }

@@ -162,7 +162,7 @@ TEST_F(FileSourceTest, AnOverflowIsAnnouncedOnceAndWhatIsKnownOfPathsEndsThere) 
 TEST_F(FileSourceTest, AfterAMountPathsAreLookedUpAnew) {
     Capture(At(FAN_CREATE, 5, CRON, "job"));
     m_sensor.paths[Handle(CRON)] = "/elsewhere";
-    m_sensor.bMounted = true;
+    m_sensor.eMounted = PLACE_MOUNTS;
     Capture(At(FAN_CREATE, 5, CRON, "job"));
 
     EXPECT_THAT(m_observer.m_lines, ElementsAre("create /etc/cron.d/job"));
@@ -323,7 +323,7 @@ TEST_F(FileSourceTest, AfterAMountTheWatchedPlacesAreComparedWithWhatWasKnown) {
     Capture("");
     EXPECT_THAT(m_observer.m_lines, IsEmpty());
 
-    m_sensor.bMounted = true;
+    m_sensor.eMounted = PLACE_MOUNTS;
     Capture("");
 
     EXPECT_THAT(m_observer.m_lines, ElementsAre("create /etc/cron.d/mounted"));
@@ -398,4 +398,37 @@ TEST_F(FileSourceTest, WhatItReportedItDoesNotFindLater) {
     m_pSource->Resolve();
 
     EXPECT_THAT(m_observer.m_lines, ElementsAre("create /etc/cron.d/job"));
+}
+
+TEST_F(FileSourceTest, WhatHappensToADirectoryMountedOverAPlaceIsReportedAsThePlaces) {
+    m_sensor.inPlaces = {{"/tmp/a", "/etc/cron.d/a"}, {"/tmp/b", "/etc/cron.d/b"}};
+    Capture(At(FAN_CREATE, 5, TMP, "a") + Rename(0, 5, TMP, "a", TMP, "b"));
+
+    EXPECT_THAT(m_observer.m_lines, ElementsAre("create /etc/cron.d/a", "rename /etc/cron.d/a",
+                                                "create /etc/cron.d/b"));
+}
+
+TEST_F(FileSourceTest, AMountElsewhereDoesNotFindWhatWasJustReported) {
+    std::string strError;
+    ASSERT_TRUE(Source().Open(strError)) << strError;
+    m_names["/etc/cron.d"] = {"job"};
+    m_sensor.eMounted = OTHER_MOUNTS;
+    Capture(At(FAN_CREATE, 5, CRON, "job"));
+    (void)m_pSource->Read();
+    m_pSource->Resolve();
+
+    EXPECT_THAT(m_observer.m_lines, ElementsAre("create /etc/cron.d/job"));
+}
+
+TEST_F(FileSourceTest, AMountOverAPlaceMayHaveReplacedWhatWasJustReported) {
+    std::string strError;
+    ASSERT_TRUE(Source().Open(strError)) << strError;
+    m_names["/etc/cron.d"] = {"job"};
+    m_sensor.eMounted = PLACE_MOUNTS;
+    Capture(At(FAN_CREATE, 5, CRON, "job"));
+    (void)m_pSource->Read();
+    m_pSource->Resolve();
+
+    EXPECT_THAT(m_observer.m_lines,
+                ElementsAre("create /etc/cron.d/job", "create /etc/cron.d/job"));
 }

@@ -50,7 +50,7 @@ TEST_F(PlaceComparisonTest, InDoubtEveryPlaceIsComparedOnce) {
     m_tree.files["/usr/lib/systemd/system/b.txt"] = {22};  // nothing acts on it
     m_tree.files["/srv/job"] = {23};
 
-    m_comparison.Doubt();
+    m_comparison.Doubt(true);
 
     EXPECT_THAT(At(0), ElementsAre("/etc/cron.d/new", "/usr/lib/systemd/system/b.service"));
     m_tree.files["/etc/cron.d/later"] = {24};
@@ -59,16 +59,16 @@ TEST_F(PlaceComparisonTest, InDoubtEveryPlaceIsComparedOnce) {
 
 TEST_F(PlaceComparisonTest, BetweenTwoComparisonsIsTheTimeGivenAndAtTheEndNone) {
     m_comparison.Begin();
-    m_comparison.Doubt();
+    m_comparison.Doubt(true);
     (void)At(0);
 
     m_tree.files["/etc/cron.d/new"] = {20};
-    m_comparison.Doubt();
+    m_comparison.Doubt(true);
     EXPECT_THAT(At(999), IsEmpty());
     EXPECT_THAT(At(1000), ElementsAre("/etc/cron.d/new"));
 
     m_tree.files["/etc/cron.d/last"] = {21};
-    m_comparison.Doubt();
+    m_comparison.Doubt(true);
     EXPECT_THAT(At(1001), IsEmpty());
     EXPECT_THAT(At(1001, true), ElementsAre("/etc/cron.d/last"));
 }
@@ -79,7 +79,7 @@ TEST_F(PlaceComparisonTest, WhatAnEventReportsIsKnownAndInDoubtItIsNot) {
     m_comparison.Reported("/etc/cron.d/known");
     (void)At(0);
     (void)At(0);
-    m_comparison.Doubt();
+    m_comparison.Doubt(true);
     m_tree.files["/etc/cron.d/doubted"] = {21};
     m_comparison.Reported("/etc/cron.d/doubted");
 
@@ -93,7 +93,7 @@ TEST_F(PlaceComparisonTest, ThatThereAreMoreFilesThanItKnowsIsSaidOnce) {
     m_comparison.Begin();
     EXPECT_THAT(m_comparison.TakeNotices(), ElementsAre(HasSubstr("more than 20000 files")));
 
-    m_comparison.Doubt();
+    m_comparison.Doubt(true);
     (void)At(0);
 
     EXPECT_THAT(m_comparison.TakeNotices(), IsEmpty());
