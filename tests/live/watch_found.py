@@ -9,11 +9,14 @@ Parts that are tests; exit code 0: so it was, 1: not, 77: this machine does not 
              what happens there later is reported.
   lost       while the host is stopped and the kernel's queue full, files in a watched place are made,
              written and removed: that is found afterwards.
+  links      a file in a watched place has further names elsewhere: what is written to it under these is
+             reported under the watched one, before the closing as well.
 
 The files in /etc/cron.d have a dot in their names, which cron leaves alone, and are removed.
 """
 
 import argparse
+import itertools
 import os
 import pathlib
 import subprocess
@@ -114,7 +117,51 @@ def lost(args, folder):
     return finish(host, code, wrong, 3)
 
 
-PARTS = {"mounts": mounts, "lost": lost}
+def links(args, folder):
+    # On the file system of the place, which that of folder need not be.
+    with tempfile.TemporaryDirectory(prefix="tevmon-live-", dir=PLACE.parent) as name:
+        return write_by_links(args, folder, pathlib.Path(name))
+
+
+def write_by_links(args, folder, elsewhere):
+    job, before, after = PLACE / (MARK + "job"), elsewhere / "before", elsewhere / "after"
+    job.write_text("x")
+    os.link(job, before)
+    host = livehost.Host(args.host, folder)
+    steps, taken = [], 0
+
+    def step(what):
+        nonlocal taken
+        watch_files.mark_end(host)
+        seen = [(record["op"], record["path"]) for record in host.of("file")
+                if record["path"].startswith((f"{PLACE}/{MARK}job", f"{elsewhere}/"))]
+        # A write and its closing are one operation or two.
+        steps.append((what, [each for each, _ in itertools.groupby(seen[taken:])]))
+        taken = len(seen)
+
+    before.write_text("a")
+    step("by a name from before the start")
+    os.link(job, after)
+    step("a further name")
+    with open(after, "ab", buffering=0) as file:
+        step("opened")
+        file.write(b"b")
+        step("written to and open")
+    step("closed")
+    os.unlink(before)
+    os.unlink(job)
+    step("removed")
+    after.write_text("c")
+    step("no name in the place any more")
+    code = host.stop()
+    write, remove = ("write", str(job)), ("remove", str(job))
+    expected = [[write], [], [], [write], [write], [remove], []]
+    wrong = [f"{what}: reported {seen}, expected {each}" for (what, seen), each in zip(steps, expected)
+             if seen != each]
+    return finish(host, code, wrong, 0)
+
+
+PARTS = {"mounts": mounts, "lost": lost, "links": links}
 
 
 def main():

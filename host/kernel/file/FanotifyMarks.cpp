@@ -78,6 +78,7 @@ bool FanotifyMarks::Refresh() {
         m_mounts.SetWatched(entry.second);
     }
     m_marked.clear();
+    m_files.clear();
     for (const WatchedPaths::Directory& place : m_places.Directories()) {
         MarkPlace(place);
     }
@@ -173,6 +174,25 @@ void FanotifyMarks::OnDirectory(const std::string& strPath) {
         } else if (place_mounts::IsIn(strPath, place.strPath) && m_calls.IsDirectory(strPath)) {
             MarkTree(strPath, MaskFor(place));
         }
+    }
+}
+
+// On a file system that is watched whole the closing after writing is reported anyway.
+void FanotifyMarks::OnLinked(const std::string& strPath) {
+    std::string strHandle = m_calls.HandleOf(strPath);
+    if (strHandle.empty() || m_files.count(strHandle) != 0) {
+        return;
+    }
+    if (m_files.size() >= MOST_FILES) {
+        if (!std::exchange(m_bFilesSaid, true)) {
+            m_notices.push_back("more than " + std::to_string(MOST_FILES) +
+                                " files in watched places have further names: of the others those "
+                                "writes are reported at the closing at most");
+        }
+        return;
+    }
+    if (m_calls.MarkFile(FAN_MODIFY | FAN_CLOSE_WRITE, strPath) == 0) {
+        m_files.insert(std::move(strHandle));
     }
 }
 

@@ -5,6 +5,7 @@
 //   directory     each write in the autostart locations, subdirectories included; on a file
 //                 system that cannot be watched whole, everything in the watched places, or in the
 //                 nearest directory above one that does not exist yet
+//   file          in the watched places, one that has further names elsewhere: each write
 //
 // Threads: one. Errors: what cannot be watched is a notice.
 #ifndef HOST_KERNEL_FILE_FANOTIFYMARKS_H
@@ -12,6 +13,7 @@
 
 #include <cstdint>
 #include <map>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -24,6 +26,7 @@
 class FanotifyMarks {
 public:
     static constexpr size_t MOST_DIRECTORIES = 4096;  // marked one by one
+    static constexpr size_t MOST_FILES = 1024;        // likewise
 
     // nEvents is the mask of a whole file system. bAll: every local file system.
     FanotifyMarks(IMarkCalls& calls, WatchedPaths& places, uint64_t nEvents, bool bAll);
@@ -33,6 +36,8 @@ public:
     bool Refresh();
     // A directory has appeared: marks it when it is a place, or above or in one.
     void OnDirectory(const std::string& strPath);
+    // A file in a place has more than one name.
+    void OnLinked(const std::string& strPath);
 
     bool IsEmpty() const { return m_systems.empty(); }  // nothing could be marked
     std::vector<std::string> TakeNotices();
@@ -78,7 +83,9 @@ private:
     std::map<uint32_t, System> m_systems;                      // by device
     std::map<std::string, std::string, std::less<>> m_marked;  // handle -> path
     std::vector<std::string> m_notices;
+    std::set<std::string> m_files;  // marked by themselves, handles
     bool m_bFullSaid = false;
+    bool m_bFilesSaid = false;
 };
 
 #endif

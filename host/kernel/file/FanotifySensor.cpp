@@ -39,6 +39,11 @@ public:
         return fanotify_mark(m_group.Get(), nFlags, nMask, AT_FDCWD, strPath.c_str()) == 0 ? 0
                                                                                            : errno;
     }
+    int MarkFile(uint64_t nMask, const std::string& strPath) override {
+        const unsigned nFlags = FAN_MARK_ADD | FAN_MARK_DONT_FOLLOW;
+        return fanotify_mark(m_group.Get(), nFlags, nMask, AT_FDCWD, strPath.c_str()) == 0 ? 0
+                                                                                           : errno;
+    }
     std::string Mounts() override { return mount_table::Text(); }
     uint32_t MountIdOf(const std::string& strPath) override {
         FileStatus status;
@@ -97,6 +102,10 @@ public:
     void Detach() override;
     MountChange Tend() override;
     void OnDirectory(const std::string& strPath) override { m_pMarks->OnDirectory(strPath); }
+    void OnLinked(const std::string& strPath) override { m_pMarks->OnLinked(strPath); }
+    bool IsFile(const std::string& strPath, std::string_view strHandle) override {
+        return !strHandle.empty() && m_calls.HandleOf(strPath) == strHandle;
+    }
     void Ignore(const std::string& strDirectory) override;
     std::vector<std::string> TakeNotices() override;
     std::string PathOf(std::string_view strHandle) override;

@@ -25,6 +25,7 @@ bool FileSource::Open(std::string& strError) {
         return false;
     }
     m_comparison.Begin();
+    MarkLinked();
     return true;
 }
 
@@ -80,6 +81,7 @@ void FileSource::Resolve() {
             m_bCaughtUp = false;
             m_comparison.CaughtUp(Clock::now(), m_bDetached,
                                   [this](const FoundFile& found) { m_reports.ReportFound(found); });
+            MarkLinked();
         }
     }
     Count().nCaptureMicros = m_nCaptureNanos / 1000;
@@ -117,6 +119,30 @@ void FileSource::Take(const FileEvent& event) {
         FAN_CREATE | FAN_DELETE | FAN_CLOSE_WRITE | FAN_MODIFY | FAN_MOVED_FROM | FAN_MOVED_TO;
     if ((event.nMask & AT_SPOT) != 0) {
         TakeSpot(event);
+    }
+}
+
+// The name in a watched place of a file that was written to under another one; else strPath.
+std::string FileSource::WatchedName(const FileEvent& event, const std::string& strPath) {
+    std::string strName = m_comparison.NameOf(file_handle_key::Inode(event.strTarget));
+    const bool bOther = !strName.empty() && strName != strPath &&
+                        !WatchedPaths::IsWatched(FILE_CREATE, m_places.Spelled(strPath));
+    return bOther && m_pSensor->IsFile(strName, event.strTarget) ? strName : strPath;
+}
+
+// A further name may be one of a file in a watched place, which is examined for that.
+void FileSource::TakeLink(const FileEvent& event, const std::string& strPath) {
+    const std::string strName = m_comparison.NameOf(file_handle_key::Inode(event.strTarget));
+    if (!strName.empty() && strName != strPath) {
+        m_comparison.Reported(strName, 0);
+    }
+}
+
+void FileSource::MarkLinked() {
+    for (const std::string& strPath : m_comparison.TakeLinked()) {
+        if (WatchedPaths::IsWatched(FILE_WRITE, m_places.Spelled(strPath))) {
+            m_pSensor->OnLinked(strPath);
+        }
     }
 }
 
@@ -163,13 +189,16 @@ void FileSource::TakeSpot(const FileEvent& event) {
             TendDirectory(strPath);
         }
         Report(FILE_CREATE, event, strDirectory, strPath);
+        TakeLink(event, strPath);
     }
     if ((event.nMask & FAN_MOVED_TO) != 0) {
         TakeMoveOfOldKernel(event, strPath);
     }
-    if ((event.nMask & (FAN_CLOSE_WRITE | FAN_MODIFY)) != 0 &&
-        !m_reports.IsRepeat(event, strPath)) {
-        Report(FILE_WRITE, event, strDirectory, strPath);
+    if ((event.nMask & (FAN_CLOSE_WRITE | FAN_MODIFY)) != 0) {
+        const std::string strWritten = WatchedName(event, strPath);
+        if (!m_reports.IsRepeat(event, strWritten)) {
+            Report(FILE_WRITE, event, strDirectory, strWritten);
+        }
     }
     if ((event.nMask & FAN_MOVED_FROM) != 0) {
         TakeMoveOfOldKernel(event, strPath);
@@ -195,7 +224,8 @@ void FileSource::TakeMoveOfOldKernel(const FileEvent& event, const std::string& 
 void FileSource::Report(FileAct eAct, const FileEvent& event, std::string_view strDirectory,
                         const std::string& strPath) {
     if (m_reports.Report(eAct, event, strDirectory, strPath, m_held.OldestRead())) {
-        m_comparison.Reported(strPath);
+        const bool bThere = eAct == FILE_CREATE || eAct == FILE_WRITE;
+        m_comparison.Reported(strPath, bThere ? file_handle_key::Inode(event.strTarget) : 0);
     }
 }
 

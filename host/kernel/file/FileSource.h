@@ -80,6 +80,9 @@ private:
     }
     void Take(const FileEvent& event);
     void TakeOverflow();
+    std::string WatchedName(const FileEvent& event, const std::string& strPath);
+    void TakeLink(const FileEvent& event, const std::string& strPath);
+    void MarkLinked();
     void TendDirectory(const std::string& strPath);
     void TakeRename(const FileEvent& event);
     void TakeSpot(const FileEvent& event);

@@ -34,6 +34,11 @@ public:
     virtual MountChange Tend() = 0;
     // A directory has appeared under this path; a watched place may be in it.
     virtual void OnDirectory(const std::string& strPath) = 0;
+    // A file in a watched place has other names as well: what is written to it is reported from now
+    // on whatever its name is.
+    virtual void OnLinked(const std::string& strPath) = 0;
+    // Whether strPath is the file with this handle.
+    virtual bool IsFile(const std::string& strPath, std::string_view strHandle) = 0;
     // What happens directly in this directory is not reported from now on, where the kernel can.
     virtual void Ignore(const std::string& strDirectory) = 0;
     // What there was to say since the last call.

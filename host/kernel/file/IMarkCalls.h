@@ -12,6 +12,7 @@ class IMarkCalls {
 public:
     virtual ~IMarkCalls() = default;
     virtual int Mark(bool bWhole, uint64_t nMask, const std::string& strPath) = 0;  // 0 or errno
+    virtual int MarkFile(uint64_t nMask, const std::string& strPath) = 0;  // likewise; no link
     virtual std::string Mounts() = 0;  // the text of /proc/self/mountinfo
     // Of the mount that strPath leads over, as in that text; 0 when that is not known.
     virtual uint32_t MountIdOf(const std::string& strPath) = 0;

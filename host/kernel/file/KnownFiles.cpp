@@ -29,6 +29,7 @@ std::optional<KnownFiles::Known> KnownFiles::Look(const std::string& strPath,
     known.nSize = static_cast<uint64_t>(status.st_size);
     known.nWritten = status.st_mtim.tv_sec * int64_t{1000000000} + status.st_mtim.tv_nsec;
     known.nChanged = status.Changed();
+    known.bLinked = nKind == S_IFREG && status.st_nlink > 1;
     return known;
 }
 
@@ -62,6 +63,7 @@ void KnownFiles::CompareKnown(std::vector<FoundFile>& found) {
             found.push_back({FILE_WRITE, at->first, now->nInode});
         }
         known = *now;
+        Note(at->first, known);
         ++at;
     }
 }
@@ -89,14 +91,41 @@ bool KnownFiles::Add(const std::string& strPath, const Known& known) {
     const bool bRoom = m_known.size() < m_nMost || m_known.count(strPath) != 0;
     if (bRoom) {
         m_known[strPath] = known;
+        Note(strPath, known);
     }
     m_bFull = m_bFull || !bRoom;
     return bRoom;
 }
 
-void KnownFiles::Reported(const std::string& strPath) {
+void KnownFiles::Note(const std::string& strPath, const Known& known) {
+    AddName(known.nInode, strPath);
+    if (known.bLinked) {
+        m_linked.push_back(strPath);
+    }
+}
+
+// Names of the past are left out when there are as many of them as files.
+void KnownFiles::AddName(uint64_t nInode, const std::string& strPath) {
+    if (m_names.size() >= 2 * m_nMost) {
+        m_names.clear();
+        for (const auto& [strKnown, known] : m_known) {
+            m_names[known.nInode] = strKnown;
+        }
+    }
+    m_names[nInode] = strPath;
+}
+
+std::string KnownFiles::NameOf(uint64_t nInode) const {
+    const auto found = m_names.find(nInode);
+    return found == m_names.end() ? "" : found->second;
+}
+
+void KnownFiles::Reported(const std::string& strPath, uint64_t nInode) {
     if (m_reported.size() < m_nMost) {
         m_reported.insert(strPath);
+    }
+    if (nInode != 0) {
+        AddName(nInode, strPath);
     }
 }
 

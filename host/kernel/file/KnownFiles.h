@@ -17,6 +17,8 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "host/event/FileOperation.h"
@@ -40,11 +42,16 @@ public:
     // known as it is. What was reported before and is not settled yet counts as not known.
     std::vector<FoundFile> Compare(const std::vector<std::string>& directories);
 
-    // An operation on strPath was reported.
-    void Reported(const std::string& strPath);
+    // An operation on strPath was reported; nInode: 0 when it is not known.
+    void Reported(const std::string& strPath, uint64_t nInode = 0);
     // Everything that happened until now was reported, and nothing of it was lost.
     void Settle();
 
+    // The path of a file with this inode number, perhaps of another file system; "" when none is
+    // known. Of several, and of one that is not known yet, the last that was reported.
+    std::string NameOf(uint64_t nInode) const;
+    // The files with more than one link that became known since the last call.
+    std::vector<std::string> TakeLinked() { return std::exchange(m_linked, {}); }
     size_t Size() const { return m_known.size(); }
     bool IsFull() const { return m_bFull; }  // some files are not known
 
@@ -55,12 +62,15 @@ private:
         uint64_t nSize = 0;
         int64_t nWritten = 0;  // ns since 1970
         int64_t nChanged = 0;
+        bool bLinked = false;
     };
 
     std::optional<Known> Look(const std::string& strPath, bool& bDirectory) const;
     void CompareKnown(std::vector<FoundFile>& found);
     void FindNew(std::vector<std::string> directories, std::vector<FoundFile>& found);
+    void Note(const std::string& strPath, const Known& known);
     bool Add(const std::string& strPath, const Known& known);
+    void AddName(uint64_t nInode, const std::string& strPath);
     void Forget(const std::string& strPath);
 
     const FileLook m_fnLook;
@@ -70,6 +80,8 @@ private:
     std::map<std::string, Known> m_known;
     std::set<std::string> m_reported;                      // since the last settlement
     std::map<std::string, std::optional<Known>> m_looked;  // at it; nothing: it is gone
+    std::unordered_map<uint64_t, std::string> m_names;     // by inode; some are of the past
+    std::vector<std::string> m_linked;
     bool m_bFull = false;
 };
 

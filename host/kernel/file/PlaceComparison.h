@@ -27,8 +27,13 @@ public:
 
     // What is there now is known.
     void Begin();
-    // An operation on strPath, as the kernel spells it, was reported.
-    void Reported(const std::string& strPath) { m_files.Reported(strPath); }
+    // An operation on strPath, as the kernel spells it, was reported; nInode: 0 when not known.
+    void Reported(const std::string& strPath, uint64_t nInode) {
+        m_files.Reported(strPath, nInode);
+    }
+    // As KnownFiles has them.
+    std::string NameOf(uint64_t nInode) const { return m_files.NameOf(nInode); }
+    std::vector<std::string> TakeLinked() { return m_files.TakeLinked(); }
     // Something may have happened that no event reports: a comparison is due. bChanged: perhaps to
     // a file that was just reported as well, which else is known as it is.
     void Doubt(bool bChanged) {

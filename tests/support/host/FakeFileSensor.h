@@ -25,7 +25,9 @@ struct FakeFileState {
     int nDescriptor = -1;
     MountChange eMounted = NO_MOUNTS;
 
-    std::vector<std::string> directories;  // that appeared
+    std::map<std::string, std::string> files;  // path -> handle
+    std::vector<std::string> linked;           // to be marked by themselves
+    std::vector<std::string> directories;      // that appeared
     std::vector<std::string> ignored;
     bool bDetached = false;
 };
@@ -58,6 +60,11 @@ public:
     MountChange Tend() override { return m_state.eMounted; }
     void OnDirectory(const std::string& strPath) override {
         m_state.directories.push_back(strPath);
+    }
+    void OnLinked(const std::string& strPath) override { m_state.linked.push_back(strPath); }
+    bool IsFile(const std::string& strPath, std::string_view strHandle) override {
+        const auto found = m_state.files.find(strPath);
+        return found != m_state.files.end() && found->second == strHandle;
     }
     void Ignore(const std::string& strDirectory) override {
         m_state.ignored.push_back(strDirectory);

@@ -63,7 +63,8 @@ protected:
             status.st_mode = m_pipes.count(strPath) != 0   ? S_IFIFO
                              : m_links.count(strPath) != 0 ? S_IFLNK
                                                            : S_IFREG;
-            status.st_ino = 77;
+            status.st_ino = m_inodes.count(strPath) != 0 ? m_inodes[strPath] : 77;
+            status.st_nlink = m_nLinks;
             return true;
         };
         m_options.fnLookThrough = [this](const std::string& strPath, struct stat& status) {
@@ -112,6 +113,8 @@ protected:
     std::map<std::string, int> m_pipes;
     std::map<std::string, std::vector<std::string>> m_names;  // in a directory
     std::map<std::string, mode_t> m_links;
+    std::map<std::string, ino_t> m_inodes;       // of files that do not have 77
+    nlink_t m_nLinks = 1;                        // of every file
     std::map<std::string, uint64_t> m_programs;  // path -> inode
     WatchedPaths m_places{
         {}, [](const std::string& strPath) { return strPath == "/lib" ? "/usr/lib" : ""; }};

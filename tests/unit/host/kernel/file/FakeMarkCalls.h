@@ -20,6 +20,10 @@ public:
         m_single[strPath] = nMask;
         return m_directories.count(strPath) == 0 ? ENOENT : 0;
     }
+    int MarkFile(uint64_t nMask, const std::string& strPath) override {
+        m_files[strPath] = nMask;
+        return m_errors.count(strPath) == 0 ? 0 : m_errors[strPath];
+    }
     std::string Mounts() override { return m_strMounts; }
     uint32_t MountIdOf(const std::string& strPath) override {
         return m_mountIds.count(strPath) == 0 ? 0 : m_mountIds[strPath];
@@ -41,7 +45,9 @@ public:
         return m_fsids.count(strPath) == 0 ? "fsid" + strPath : m_fsids[strPath];
     }
     std::string HandleOf(const std::string& strPath) override {
-        return IsDirectory(strPath) ? "handle" + strPath : "";
+        const auto file = m_handles.find(strPath);
+        return file != m_handles.end() ? file->second
+                                       : (IsDirectory(strPath) ? "handle" + strPath : "");
     }
 
     std::string m_strMounts =
@@ -54,6 +60,8 @@ public:
     std::map<std::string, int> m_errors;
     std::map<std::string, uint64_t> m_whole;
     std::map<std::string, uint64_t> m_single;
+    std::map<std::string, uint64_t> m_files;
+    std::map<std::string, std::string> m_handles;  // of files
 };
 
 #endif

@@ -21,6 +21,7 @@ public:
         int64_t tmWritten = 0;
         int64_t tmChanged = 0;
         uint64_t nDevice = 1;
+        nlink_t nLinks = 1;
     };
 
     FileLook Look() {
@@ -36,6 +37,7 @@ public:
             status.st_mtim.tv_nsec = found->second.tmWritten;
             status.st_ctim.tv_nsec = found->second.tmChanged;
             status.st_dev = found->second.nDevice;
+            status.st_nlink = found->second.nLinks;
             return true;
         };
     }

@@ -268,3 +268,31 @@ TEST_F(FanotifyMarksTest, AMountOfAllOfAFileSystemThatIsHiddenIsNotTheOneToMarkI
 
     EXPECT_THAT(m_calls.m_whole, ElementsAre(Pair("/", EVENTS)));
 }
+
+TEST_F(FanotifyMarksTest, AFileWithFurtherNamesIsMarkedOnceAndAgainWhenMountsChanged) {
+    FanotifyMarks& marks = Marks();
+    m_calls.m_handles["/etc/cron.d/job"] = "job";
+    marks.OnLinked("/etc/cron.d/job");
+    marks.OnLinked("/etc/cron.d/gone");
+    EXPECT_THAT(m_calls.m_files,
+                ElementsAre(Pair("/etc/cron.d/job", FAN_MODIFY | FAN_CLOSE_WRITE)));
+
+    m_calls.m_files.clear();
+    marks.OnLinked("/etc/cron.d/job");
+    EXPECT_THAT(m_calls.m_files, IsEmpty());
+    marks.Refresh();
+    marks.OnLinked("/etc/cron.d/job");
+    EXPECT_EQ(1u, m_calls.m_files.size());
+}
+
+TEST_F(FanotifyMarksTest, TheNumberOfFilesIsBoundedAndThatIsSaidOnce) {
+    FanotifyMarks& marks = Marks();
+    for (size_t i = 0; i < FanotifyMarks::MOST_FILES + 2; ++i) {
+        const std::string strPath = "/etc/cron.d/" + std::to_string(i);
+        m_calls.m_handles[strPath] = strPath;
+        marks.OnLinked(strPath);
+    }
+
+    EXPECT_EQ(FanotifyMarks::MOST_FILES, m_calls.m_files.size());
+    EXPECT_THAT(marks.TakeNotices(), ElementsAre(HasSubstr("more than 1024 files")));
+}

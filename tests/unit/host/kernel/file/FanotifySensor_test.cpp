@@ -459,3 +459,21 @@ TEST_F(FanotifySensorTest, AMountOverAPlaceIsDistinguishedFromOthers) {
 
     EXPECT_EQ(PLACE_MOUNTS, m_pSensor->Tend());
 }
+
+TEST_F(FanotifySensorTest, AFileWithFurtherNamesIsMarkedByItselfForItsWritesAndNoLinkFollowed) {
+    (void)Opened();
+    const std::string strJob = m_dir.WriteFile("root/etc/cron.d/job", "x");
+    const size_t nBefore = m_kernel.Marks().size();
+
+    m_pSensor->OnLinked(strJob);
+
+    EXPECT_THAT(MarksSince(nBefore), ElementsAre(IsMark(FAN_MARK_ADD | FAN_MARK_DONT_FOLLOW,
+                                                        FAN_MODIFY | FAN_CLOSE_WRITE, strJob)));
+}
+
+TEST_F(FanotifySensorTest, AFileThatIsNotThereHasNoHandle) {
+    (void)Opened();
+
+    EXPECT_FALSE(m_pSensor->IsFile(m_strRoot + "/none", ""));
+    EXPECT_FALSE(m_pSensor->IsFile(m_strRoot + "/none", Handle(7)));
+}

@@ -168,3 +168,41 @@ TEST_F(KnownFilesOfThree, ATreeOfDirectoriesWithoutEndIsLeftAtTheBound) {
     EXPECT_TRUE(m_known.IsFull());
     EXPECT_GE(4, m_tree.nLooks);
 }
+
+TEST_F(KnownFilesTest, AFileHasItsNameByItsInode) {
+    EXPECT_EQ("/p/job", m_known.NameOf(10));
+    EXPECT_EQ("", m_known.NameOf(99));
+
+    m_known.Reported("/p/new", 99);
+    m_known.Reported("/p/unknown");
+
+    EXPECT_EQ("/p/new", m_known.NameOf(99));
+    EXPECT_EQ("", m_known.NameOf(0));
+}
+
+TEST_F(KnownFilesTest, FilesWithFurtherLinksAreGivenWhenTheyBecomeKnownAndAtEachComparison) {
+    EXPECT_THAT(m_known.TakeLinked(), IsEmpty());
+    m_tree.files["/p/job"].nLinks = 2;
+    m_tree.files["/p/link"].nLinks = 2;  // no regular file
+    m_known.Reported("/p/job");
+    m_known.Reported("/p/link");
+    m_known.Settle();
+    m_known.Settle();
+    EXPECT_THAT(m_known.TakeLinked(), ElementsAre("/p/job"));
+    EXPECT_THAT(m_known.TakeLinked(), IsEmpty());
+
+    (void)Found();
+    EXPECT_THAT(m_known.TakeLinked(), ElementsAre("/p/job"));
+}
+
+TEST_F(KnownFilesOfThree, NamesOfThePastGoWhenThereAreManyAndThoseOfFilesStay) {
+    for (uint64_t nInode = 100; nInode < 103; ++nInode) {
+        m_known.Reported("/p/past", nInode);
+    }
+    EXPECT_EQ("/p/past", m_known.NameOf(100));
+    m_known.Reported("/p/newest", 103);
+
+    EXPECT_EQ("", m_known.NameOf(100));
+    EXPECT_EQ("/p/newest", m_known.NameOf(103));
+    EXPECT_EQ("/p/job", m_known.NameOf(10));
+}

@@ -76,12 +76,12 @@ TEST_F(PlaceComparisonTest, BetweenTwoComparisonsIsTheTimeGivenAndAtTheEndNone) 
 TEST_F(PlaceComparisonTest, WhatAnEventReportsIsKnownAndInDoubtItIsNot) {
     m_comparison.Begin();
     m_tree.files["/etc/cron.d/known"] = {20};
-    m_comparison.Reported("/etc/cron.d/known");
+    m_comparison.Reported("/etc/cron.d/known", 0);
     (void)At(0);
     (void)At(0);
     m_comparison.Doubt(true);
     m_tree.files["/etc/cron.d/doubted"] = {21};
-    m_comparison.Reported("/etc/cron.d/doubted");
+    m_comparison.Reported("/etc/cron.d/doubted", 0);
 
     EXPECT_THAT(At(0), ElementsAre("/etc/cron.d/doubted"));
 }
