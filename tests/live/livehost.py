@@ -83,6 +83,12 @@ def refused_mark(path, whole=False):
     return refusal
 
 
+def give_name(file, path):
+    """Names an open file that has none; 0 when it has one then."""
+    current, follow_links = -100, 0x400
+    return LIBC.linkat(current, os.fsencode(f"/proc/self/fd/{file}"), current, os.fsencode(path), follow_links)
+
+
 def end_with_the_test():
     """In a child before its program: a test that dies leaves no host running."""
     LIBC.prctl(PR_SET_PDEATHSIG, signal.SIGTERM)

@@ -11,6 +11,8 @@ Parts that are tests; exit code 0: so it was, 1: not, 77: this machine does not 
              written and removed: that is found afterwards.
   links      a file in a watched place has further names elsewhere: what is written to it under these is
              reported under the watched one, before the closing as well.
+  nameless   files are made in a watched place without a name, and one of them is given one: no other is
+             reported.
 
 The files in /etc/cron.d have a dot in their names, which cron leaves alone, and are removed.
 """
@@ -161,7 +163,30 @@ def write_by_links(args, folder, elsewhere):
     return finish(host, code, wrong, 0)
 
 
-PARTS = {"mounts": mounts, "lost": lost, "links": links}
+def nameless(args, folder):
+    host = livehost.Host(args.host, folder, "--all-operations")
+    job = PLACE / (MARK + "job")
+    for name in (None, job):
+        file = os.open(PLACE, os.O_TMPFILE | os.O_RDWR, 0o600)
+        os.write(file, b"x")
+        watch_files.mark_end(host)
+        if name is not None and livehost.give_name(file, name):
+            sys.exit("the file cannot be given a name")
+        watch_files.mark_end(host)
+        os.write(file, b"y")
+        watch_files.mark_end(host)
+        os.close(file)
+    watch_files.mark_end(host)
+    code = host.stop()
+    seen = [(record["op"], record["path"]) for record in host.of("file")
+            if record["path"].startswith((f"{PLACE}/{MARK}job", f"{PLACE}/#"))]
+    # A write and its closing are one operation or two.
+    seen = [each for each, _ in itertools.groupby(seen)]
+    expected = [("create", str(job)), ("write", str(job))]
+    return finish(host, code, [] if seen == expected else [f"reported {seen}, expected {expected}"], 0)
+
+
+PARTS = {"mounts": mounts, "lost": lost, "links": links, "nameless": nameless}
 
 
 def main():

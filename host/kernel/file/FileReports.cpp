@@ -69,6 +69,11 @@ bool FileReports::Report(FileAct eAct, const FileEvent& event, std::string_view 
     return bInPlace;
 }
 
+void FileReports::CountUnwatched(const FileEvent& event) {
+    ++m_files.nCaptured;
+    ++(event.nPid == m_nOwnPid ? m_files.nOwn : m_files.nUnwatched);
+}
+
 void FileReports::ReportFound(const FoundFile& found) {
     FileOperation operation;
     FileStatus status;

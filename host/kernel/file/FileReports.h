@@ -41,6 +41,8 @@ public:
     // directory; tmRead: when the event was read. True when the path is in a watched place.
     bool Report(FileAct eAct, const FileEvent& event, std::string_view strDirectory,
                 const std::string& strPath, int64_t tmRead);
+    // What happened to a file that has no path.
+    void CountUnwatched(const FileEvent& event);
     // What no event reported, or one that was lost.
     void ReportFound(const FoundFile& found);
     // Whether a write without a closure was reported in this batch already: a process that writes

@@ -122,12 +122,37 @@ void FileSource::Take(const FileEvent& event) {
     }
 }
 
-// The name in a watched place of a file that was written to under another one; else strPath.
-std::string FileSource::WatchedName(const FileEvent& event, const std::string& strPath) {
+// The name in a watched place of a file that was written to under another one or under none; else
+// strPath.
+std::string FileSource::WatchedName(const FileEvent& event, const std::string& strPath,
+                                    bool bNameless) {
     std::string strName = m_comparison.NameOf(file_handle_key::Inode(event.strTarget));
-    const bool bOther = !strName.empty() && strName != strPath &&
-                        !WatchedPaths::IsWatched(FILE_CREATE, m_places.Spelled(strPath));
+    const bool bOther =
+        !strName.empty() && strName != strPath &&
+        (bNameless || !WatchedPaths::IsWatched(FILE_CREATE, m_places.Spelled(strPath)));
     return bOther && m_pSensor->IsFile(strName, event.strTarget) ? strName : strPath;
+}
+
+// A file that is made without a name (O_TMPFILE) has "#" and its inode for one in the events of its
+// writers, also when it was given another one since.
+bool FileSource::IsNameless(const FileEvent& event, const std::string& strPath) const {
+    if (event.spot.strName.substr(0, 1) != "#") {
+        return false;
+    }
+    const uint64_t nInode = file_handle_key::Inode(event.strTarget);
+    FileStatus status;
+    return nInode != 0 && event.spot.strName.substr(1) == std::to_string(nInode) &&
+           !(m_options.fnLook(strPath, status) && status.st_ino == nInode);
+}
+
+void FileSource::TakeWrite(const FileEvent& event, const std::string& strPath) {
+    const bool bNameless = IsNameless(event, strPath);
+    const std::string strWritten = WatchedName(event, strPath, bNameless);
+    if (bNameless && strWritten == strPath) {
+        m_reports.CountUnwatched(event);
+    } else if (!m_reports.IsRepeat(event, strWritten)) {
+        Report(FILE_WRITE, event, event.spot.strDirectory, strWritten);
+    }
 }
 
 // A further name may be one of a file in a watched place, which is examined for that.
@@ -195,10 +220,7 @@ void FileSource::TakeSpot(const FileEvent& event) {
         TakeMoveOfOldKernel(event, strPath);
     }
     if ((event.nMask & (FAN_CLOSE_WRITE | FAN_MODIFY)) != 0) {
-        const std::string strWritten = WatchedName(event, strPath);
-        if (!m_reports.IsRepeat(event, strWritten)) {
-            Report(FILE_WRITE, event, strDirectory, strWritten);
-        }
+        TakeWrite(event, strPath);
     }
     if ((event.nMask & FAN_MOVED_FROM) != 0) {
         TakeMoveOfOldKernel(event, strPath);

@@ -80,7 +80,9 @@ private:
     }
     void Take(const FileEvent& event);
     void TakeOverflow();
-    std::string WatchedName(const FileEvent& event, const std::string& strPath);
+    std::string WatchedName(const FileEvent& event, const std::string& strPath, bool bNameless);
+    bool IsNameless(const FileEvent& event, const std::string& strPath) const;
+    void TakeWrite(const FileEvent& event, const std::string& strPath);
     void TakeLink(const FileEvent& event, const std::string& strPath);
     void MarkLinked();
     void TendDirectory(const std::string& strPath);

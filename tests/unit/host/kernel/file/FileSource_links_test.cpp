@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/fanotify.h>
+#include <unistd.h>
 
 #include "host/kernel/file/FileSource.h"
 #include "tests/unit/host/kernel/file/CapturedFiles.h"
@@ -89,4 +90,38 @@ TEST_F(FileSourceLinksTest, FilesWithFurtherNamesAreMarkedAtTheStart) {
     Open();
 
     EXPECT_THAT(m_sensor.linked, ElementsAre("/etc/cron.d/job"));
+}
+
+TEST_F(FileSourceLinksTest, AFileWithoutANameIsInNoPlaceUntilItIsGivenOne) {
+    m_options.bAll = true;
+    Open();
+    m_sensor.files["/etc/cron.d/named"] = Handle(50);
+
+    Capture(At(FAN_CLOSE_WRITE, 5, CRON, "#50", 50) + At(FAN_CREATE, 5, CRON, "named", 50) +
+            At(FAN_CLOSE_WRITE, 5, CRON, "#50", 50) + At(FAN_CLOSE_WRITE, 5, CRON, "#51", 51));
+
+    EXPECT_THAT(m_observer.m_lines,
+                ElementsAre("create /etc/cron.d/named", "write /etc/cron.d/named"));
+    EXPECT_EQ(2u, Counters().nUnwatched);
+    EXPECT_EQ(4u, Counters().nCaptured);
+}
+
+TEST_F(FileSourceLinksTest, AFileThatIsReallyCalledSoHasAName) {
+    Open();
+    m_inodes["/etc/cron.d/#50"] = 50;
+
+    Capture(At(FAN_CLOSE_WRITE, 5, CRON, "#50", 50) + At(FAN_CLOSE_WRITE, 5, CRON, "#51", 52) +
+            At(FAN_CLOSE_WRITE, 5, CRON, "#x", 53) + At(FAN_CLOSE_WRITE, 5, CRON, "50", 50));
+
+    EXPECT_THAT(m_observer.m_lines, ElementsAre("write /etc/cron.d/#50", "write /etc/cron.d/#51",
+                                                "write /etc/cron.d/#x", "write /etc/cron.d/50"));
+}
+
+TEST_F(FileSourceLinksTest, WhatTheHostWritesWithoutANameIsItsOwn) {
+    Open();
+
+    Capture(At(FAN_CLOSE_WRITE, getpid(), CRON, "#50", 50));
+
+    EXPECT_EQ(1u, Counters().nOwn);
+    EXPECT_EQ(0u, Counters().Waiting());
 }
