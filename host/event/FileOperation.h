@@ -32,6 +32,7 @@ struct FileCounters {
     uint64_t nReported = 0;       // of these: reported
     uint64_t nBatched = 0;        // reported and in a batch that is not full yet
     uint64_t nFound = 0;          // of these: found by a comparison, without an event
+    uint64_t nGone = 0;           // files made and gone before their kind was known; pipes perhaps
     uint64_t nNoProgram = 0;      // reported without the acting program
     uint64_t nOverflows = 0;      // times that the kernel's queue was full; what it lost is unknown
     uint64_t nBroken = 0;         // records of the kernel that are no event

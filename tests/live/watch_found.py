@@ -11,6 +11,8 @@ Parts that are tests; exit code 0: so it was, 1: not, 77: this machine does not 
              written and removed: that is found afterwards.
   links      a file in a watched place has further names elsewhere: what is written to it under these is
              reported under the watched one, before the closing as well.
+  pipes      while the host is stopped pipes are renamed and removed: the renamed one is reported as a pipe,
+             the other one counted as gone.
   nameless   files are made in a watched place without a name, and one of them is given one: no other is
              reported.
 
@@ -186,7 +188,31 @@ def nameless(args, folder):
     return finish(host, code, [] if seen == expected else [f"reported {seen}, expected {expected}"], 0)
 
 
-PARTS = {"mounts": mounts, "lost": lost, "links": links, "nameless": nameless}
+def pipes(args, folder):
+    host = livehost.Host(args.host, folder)
+    work = folder / "work"
+    work.mkdir()
+    watch_files.mark_end(host)
+    host.process.send_signal(livehost.signal.SIGSTOP)
+    for name in ("renamed", "removed"):
+        os.mkfifo(work / name)
+    os.rename(work / "renamed", work / "other")
+    os.unlink(work / "removed")
+    (work / "file").write_text("x")
+    os.rename(work / "file", work / "moved")
+    host.process.send_signal(livehost.signal.SIGCONT)
+    watch_files.mark_end(host)
+    code = host.stop()
+    seen = [(record["op"], record["path"], record["pipe"]) for record in host.of("file")
+            if record["path"].startswith(f"{work}/")]
+    expected = [("create", str(work / "renamed"), True)]
+    wrong = [] if seen == expected else [f"reported {seen}, expected {expected}"]
+    if host.balance()["files"]["gone"] < 1:
+        wrong.append("the pipe that was removed is not counted")
+    return finish(host, code, wrong, 0)
+
+
+PARTS = {"pipes": pipes, "mounts": mounts, "lost": lost, "links": links, "nameless": nameless}
 
 
 def main():

@@ -112,17 +112,17 @@ public:
     std::string PathInPlace(const std::string& strPath) const override {
         return m_pMarks->PathInPlace(strPath);
     }
-    std::string FsTypeOf(std::string_view strHandle) const override {
-        return m_pMarks->TypeOf(file_handle_key::FileSystem(strHandle),
-                                file_handle_key::IsOverlay(strHandle));
+    std::string FsTypeOf(std::string_view strHandle, const std::string& strPath) const override {
+        return strHandle.empty() ? m_pMarks->TypeAt(strPath)
+                                 : m_pMarks->TypeOf(file_handle_key::FileSystem(strHandle),
+                                                    file_handle_key::IsOverlay(strHandle));
     }
-    std::string FsTypeAt(const std::string& strPath) const override {
-        return m_pMarks->TypeAt(strPath);
-    }
+    uint32_t KindOf(std::string_view strHandle) const override;
     bool ReportsStarts(uint32_t nDevice) const override { return m_pMarks->IsWhole(nDevice); }
 
 private:
     bool MayWatch() const;
+    UniqueFd OpenHandle(std::string_view strHandle) const;
     std::string OpenedPath(std::string_view strHandle) const;
 
     const std::shared_ptr<WatchedPaths> m_pPlaces;
@@ -226,11 +226,11 @@ std::string FanotifySensor::PathOf(std::string_view strHandle) {
 }
 
 // No mount is held open: that would keep it from being unmounted.
-std::string FanotifySensor::OpenedPath(std::string_view strHandle) const {
+UniqueFd FanotifySensor::OpenHandle(std::string_view strHandle) const {
     const size_t nHandle = strHandle.size() - file_handle_key::FSID_BYTES;
     alignas(file_handle) char szHandle[sizeof(file_handle) + MAX_HANDLE_SZ] = {};
     if (nHandle > sizeof(szHandle)) {
-        return "";
+        return {};
     }
     std::memcpy(szHandle, strHandle.data() + file_handle_key::FSID_BYTES, nHandle);
     UniqueFd directory;
@@ -243,6 +243,17 @@ std::string FanotifySensor::OpenedPath(std::string_view strHandle) const {
             break;
         }
     }
+    return directory;
+}
+
+uint32_t FanotifySensor::KindOf(std::string_view strHandle) const {
+    const UniqueFd file = OpenHandle(strHandle);
+    struct stat status = {};
+    return file && fstat(file.Get(), &status) == 0 ? status.st_mode & S_IFMT : 0;
+}
+
+std::string FanotifySensor::OpenedPath(std::string_view strHandle) const {
+    const UniqueFd directory = OpenHandle(strHandle);
     struct stat status = {};
     if (!directory || fstat(directory.Get(), &status) != 0 || status.st_nlink == 0) {
         return "";

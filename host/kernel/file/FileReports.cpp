@@ -47,8 +47,8 @@ bool FileReports::Report(FileAct eAct, const FileEvent& event, std::string_view 
     operation.eAct = eAct;
     operation.strPath = m_places.Spelled(strPath);
     operation.bPlace = WatchedPaths::IsWatched(eAct, operation.strPath);
-    operation.bPipe =
-        eAct == FILE_CREATE && (event.nMask & FAN_ONDIR) == 0 && IsPipe(strPath, status);
+    operation.bPipe = eAct == FILE_CREATE && (event.nMask & FAN_ONDIR) == 0 &&
+                      IsCreatedPipe(event, strPath, status);
     const bool bInPlace =
         operation.bPlace || WatchedPaths::IsWatched(FILE_CREATE, operation.strPath);
     if (!operation.bPlace && !operation.bPipe && !m_options.bAll) {
@@ -61,7 +61,7 @@ bool FileReports::Report(FileAct eAct, const FileEvent& event, std::string_view 
     ActingProgram program = m_images.ActingOf(event.nPid, bLast);
     operation.strProgram = std::move(program.strPath);
     operation.strProgramName = std::move(program.strName);
-    operation.strFsType = m_sensor.FsTypeOf(strDirectory);
+    operation.strFsType = m_sensor.FsTypeOf(strDirectory, strPath);
     operation.nInode = status.st_ino != 0 ? status.st_ino : file_handle_key::Inode(event.strTarget);
     operation.nPid = event.nPid;
     operation.tmWhen = tmRead;
@@ -85,7 +85,7 @@ void FileReports::ReportFound(const FoundFile& found) {
     if (!operation.bPlace && !operation.bPipe && !m_options.bAll) {
         return;
     }
-    operation.strFsType = m_sensor.FsTypeAt(found.strPath);
+    operation.strFsType = m_sensor.FsTypeOf("", found.strPath);
     operation.nInode = found.nInode;
     operation.tmWhen = static_cast<int64_t>(::time(nullptr));
     ++m_files.nCaptured;
@@ -109,9 +109,29 @@ void FileReports::Observe() {
     m_reported.clear();
 }
 
+// A pipe that has another name by now, or whose name another file has, is known by its handle.
+bool FileReports::IsCreatedPipe(const FileEvent& event, const std::string& strPath,
+                                FileStatus& status) {
+    const bool bPipe = IsPipe(strPath, status);
+    const uint64_t nInode = file_handle_key::Inode(event.strTarget);
+    if (status.st_ino != 0 && (nInode == 0 || nInode == status.st_ino)) {
+        return bPipe;
+    }
+    // Removed under the same name: the handle leads nowhere, and asking has its price.
+    const bool bRemoved = (event.nMask & FAN_DELETE) != 0;
+    const uint32_t nKind = bRemoved ? 0 : m_sensor.KindOf(event.strTarget);
+    if (nKind == 0) {
+        m_files.nGone += status.st_ino == 0 ? 1 : 0;
+        return bPipe;
+    }
+    status = FileStatus();  // of another file
+    return nKind == S_IFIFO;
+}
+
 // As the module looks: through a link.
 bool FileReports::IsPipe(const std::string& strPath, FileStatus& status) const {
     if (!m_options.fnLook(strPath, status)) {
+        status = FileStatus();
         return false;
     }
     FileStatus target;

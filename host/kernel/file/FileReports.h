@@ -60,6 +60,7 @@ public:
 
 private:
     void Add(FileOperation operation);
+    bool IsCreatedPipe(const FileEvent& event, const std::string& strPath, FileStatus& status);
     bool IsPipe(const std::string& strPath, FileStatus& status) const;
 
     const IFileSensor& m_sensor;

@@ -49,10 +49,11 @@ public:
     // Where a directory or file is mounted in or over a watched place, its path there; else
     // strPath.
     virtual std::string PathInPlace(const std::string& strPath) const = 0;
-    // The type of the file system that this handle is of; "" when not known.
-    virtual std::string FsTypeOf(std::string_view strHandle) const = 0;
-    // That of the file system that this path lies on.
-    virtual std::string FsTypeAt(const std::string& strPath) const = 0;
+    // The type of the file system that this handle is of, or without one that strPath lies on; ""
+    // when not known.
+    virtual std::string FsTypeOf(std::string_view strHandle, const std::string& strPath) const = 0;
+    // The kind of the file with this handle, as in st_mode; 0 when it is gone.
+    virtual uint32_t KindOf(std::string_view strHandle) const = 0;
     // True when starts of programs on this device (major << 20 | minor) are among the events.
     virtual bool ReportsStarts(uint32_t nDevice) const = 0;
 };

@@ -58,6 +58,7 @@ Samples Flaws(const Moment& moment) {
             {{"processes_lost"}, Value(launches.nOthersLost)},
             {{"files_no_program"}, Value(moment.balance.files.nNoProgram)},
             {{"files_found"}, Value(moment.balance.files.nFound)},
+            {{"files_gone"}, Value(moment.balance.files.nGone)},
             {{"files_broken"}, Value(moment.balance.files.nBroken)}};
 }
 

@@ -146,6 +146,8 @@ std::vector<Remark> Remarks(const Balance& balance) {
          "file operations without the program that did them"},
         {balance.files.nFound, "file operation found by comparing the watched places",
          "file operations found by comparing the watched places"},
+        {balance.files.nGone, "file made and gone before it was examined, perhaps a pipe",
+         "files made and gone before they were examined, perhaps pipes"},
         {launches.nOthersLost, "copy or end of a process lost, so that a starter may be wrong",
          "copies and ends of processes lost, so that a starter may be wrong"},
         {balance.events.nEarlierWaiting, "message of earlier runs waiting in the queue",
@@ -179,7 +181,7 @@ std::string FilesJson(const FileCounters& files) {
         .Add("unwatched", files.nUnwatched);
     object.Add("unresolved", files.nUnresolved).Add("own", files.nOwn);
     object.Add("unread", files.Waiting()).Add("no_program", files.nNoProgram);
-    object.Add("found", files.nFound);
+    object.Add("found", files.nFound).Add("gone", files.nGone);
     object.Add("broken", files.nBroken).Add("events", files.nEvents);
     object.Add("capture_us", files.nCaptureMicros);
     return object.Add("overflows", files.nOverflows).Text();

@@ -33,6 +33,7 @@ inline Balance DistinctBalance() {
     files.nEvents = 210;
     files.nCaptureMicros = 2110000;
     files.nFound = 212;
+    files.nGone = 213;
     LedgerState& events = balance.events;
     events.nSent = 3001;
     events.nRefused = 302;

@@ -25,6 +25,7 @@ struct FakeFileState {
     int nDescriptor = -1;
     MountChange eMounted = NO_MOUNTS;
 
+    std::map<std::string, uint32_t> kinds;     // handle -> kind, of files that are not gone
     std::map<std::string, std::string> files;  // path -> handle
     std::vector<std::string> linked;           // to be marked by themselves
     std::vector<std::string> directories;      // that appeared
@@ -78,8 +79,13 @@ public:
         const auto found = m_state.inPlaces.find(strPath);
         return found == m_state.inPlaces.end() ? strPath : found->second;
     }
-    std::string FsTypeOf(std::string_view) const override { return m_state.strFsType; }
-    std::string FsTypeAt(const std::string&) const override { return m_state.strFsType; }
+    std::string FsTypeOf(std::string_view, const std::string&) const override {
+        return m_state.strFsType;
+    }
+    uint32_t KindOf(std::string_view strHandle) const override {
+        const auto found = m_state.kinds.find(std::string(strHandle));
+        return found == m_state.kinds.end() ? 0 : found->second;
+    }
     bool ReportsStarts(uint32_t nDevice) const override {
         return nDevice == m_state.starts.value_or(nDevice);
     }

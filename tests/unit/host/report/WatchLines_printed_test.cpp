@@ -166,7 +166,8 @@ private:
         counters.nCaptured = 7;
         counters.nOwn = counters.nUnwatched = counters.nUnresolved = 1;
         counters.nReported = 4;
-        counters.nNoProgram = counters.nFound = counters.nOverflows = counters.nBroken = 1;
+        counters.nNoProgram = counters.nFound = counters.nGone = counters.nOverflows =
+            counters.nBroken = 1;
         counters.nEvents = 9;
         counters.nCaptureMicros = 1500000;
         report.OnFileCounters(counters);

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <sys/fanotify.h>
 #include <sys/prctl.h>
+#include <sys/stat.h>
 #include <sys/vfs.h>
 #include <unistd.h>
 
@@ -313,7 +314,7 @@ TEST_F(FanotifySensorTest, AHandleLeadsToWhereItsDirectoryIsNow) {
     const std::string strHandle = HandleOf(7, strFrom);
 
     EXPECT_EQ(strFrom, m_pSensor->PathOf(strHandle));
-    EXPECT_EQ("ext4", m_pSensor->FsTypeOf(strHandle));
+    EXPECT_EQ("ext4", m_pSensor->FsTypeOf(strHandle, ""));
 }
 
 TEST_F(FanotifySensorTest, AHandleThatTheKernelDoesNotKnowHasNoPath) {
@@ -323,7 +324,7 @@ TEST_F(FanotifySensorTest, AHandleThatTheKernelDoesNotKnowHasNoPath) {
 
     EXPECT_EQ("", m_pSensor->PathOf(Handle(8, Fsid())));
     EXPECT_EQ("", m_pSensor->PathOf(strElsewhere));  // of a file system that is mounted nowhere
-    EXPECT_EQ("", m_pSensor->FsTypeOf(strElsewhere));
+    EXPECT_EQ("", m_pSensor->FsTypeOf(strElsewhere, ""));
 }
 
 TEST_F(FanotifySensorTest, AHandleOfADirectoryThatWasRemovedHasNoPath) {
@@ -434,9 +435,9 @@ TEST_F(FanotifySensorTest, TheTypeOfAFileSystemIsKnownByAPathOnIt) {
               "/etc rw - xfs x rw\n");
     (void)Opened();
 
-    EXPECT_EQ("xfs", m_pSensor->FsTypeAt(m_strRoot + "/etc/cron.d/job"));
-    EXPECT_EQ("ext4", m_pSensor->FsTypeAt(m_strRoot + "/var/job"));
-    EXPECT_EQ("", m_pSensor->FsTypeAt("/elsewhere"));
+    EXPECT_EQ("xfs", m_pSensor->FsTypeOf("", m_strRoot + "/etc/cron.d/job"));
+    EXPECT_EQ("ext4", m_pSensor->FsTypeOf("", m_strRoot + "/var/job"));
+    EXPECT_EQ("", m_pSensor->FsTypeOf("", "/elsewhere"));
 }
 
 TEST_F(FanotifySensorTest, AFileMountedInAPlaceIsReportedUnderItsNameThere) {
@@ -476,4 +477,15 @@ TEST_F(FanotifySensorTest, AFileThatIsNotThereHasNoHandle) {
 
     EXPECT_FALSE(m_pSensor->IsFile(m_strRoot + "/none", ""));
     EXPECT_FALSE(m_pSensor->IsFile(m_strRoot + "/none", Handle(7)));
+}
+
+TEST_F(FanotifySensorTest, TheKindOfAFileIsKnownByItsHandleWhateverItsNameIs) {
+    (void)Opened();
+    const std::string strPipe = m_strRoot + "/pipe";
+    ASSERT_EQ(0, mkfifo(strPipe.c_str(), 0600));
+
+    EXPECT_EQ(static_cast<uint32_t>(S_IFIFO), m_pSensor->KindOf(HandleOf(7, strPipe)));
+    EXPECT_EQ(static_cast<uint32_t>(S_IFDIR), m_pSensor->KindOf(HandleOf(8, m_strRoot)));
+    EXPECT_EQ(0u, m_pSensor->KindOf(HandleOf(9, m_strRoot + "/none")));
+    EXPECT_EQ(0u, m_pSensor->KindOf(""));
 }

@@ -108,3 +108,64 @@ TEST_F(FileReportsTest, OfWhatHappensInAWatchedPlaceItSaysSoWhetherOrNotItIsRepo
     EXPECT_EQ(1u, Reports().Counters().nReported);
     EXPECT_EQ(6u, Reports().Counters().nCaptured);
 }
+
+TEST_F(FileReportsTest, APipeThatHasAnotherNameByNowIsKnownByItsHandle) {
+    m_options.fnLook = [](const std::string& strPath, struct stat& status) {
+        status.st_ino = 60;
+        status.st_mode = S_IFREG;
+        return strPath == "/tmp/replaced";
+    };
+    m_sensor.kinds = {{Handle(50), S_IFIFO}, {Handle(51), S_IFREG}};
+    const auto make = [this](const std::string& strPath, uint32_t nInode) {
+        FileEvent event;
+        const std::string strHandle = Handle(nInode);
+        event.nMask = FAN_CREATE;
+        event.nPid = 5;
+        event.strTarget = strHandle;
+        (void)Reports().Report(FILE_CREATE, event, "", strPath, 1000);
+        m_pReports->Observe();
+    };
+
+    make("/tmp/renamed", 50);
+    make("/tmp/file", 51);
+    make("/tmp/replaced", 50);
+    make("/tmp/removed", 52);
+    make("/tmp/replaced", 53);
+
+    EXPECT_THAT(m_observer.m_lines, ElementsAre("create /tmp/renamed", "create /tmp/replaced"));
+    EXPECT_TRUE(m_observer.m_operations[0].bPipe);
+    EXPECT_EQ(50u, m_observer.m_operations[0].nInode);
+    EXPECT_EQ(50u, m_observer.m_operations[1].nInode);
+    EXPECT_EQ(1u, Reports().Counters().nGone);
+    EXPECT_EQ(3u, Reports().Counters().nUnwatched);
+}
+
+TEST_F(FileReportsTest, AFileThatIsThereIsLookedAtByItsPathAlone) {
+    m_sensor.kinds = {{Handle(77), S_IFIFO}};
+    FileEvent event;
+    const std::string strHandle = Handle(77);
+    event.nMask = FAN_CREATE;
+    event.strTarget = strHandle;
+
+    (void)Reports().Report(FILE_CREATE, event, "", "/tmp/file", 1000);
+    event.strTarget = "";  // not known
+    m_sensor.kinds[""] = S_IFIFO;
+    (void)Reports().Report(FILE_CREATE, event, "", "/tmp/file", 1000);
+
+    EXPECT_EQ(2u, Reports().Counters().nUnwatched);
+    EXPECT_EQ(0u, Reports().Counters().nGone);
+}
+
+TEST_F(FileReportsTest, AFileWhoseRemovalIsInTheSameEventIsGone) {
+    m_options.fnLook = [](const std::string&, struct stat&) { return false; };
+    m_sensor.kinds = {{Handle(50), S_IFIFO}};
+    const std::string strHandle = Handle(50);
+    FileEvent event;
+    event.nMask = FAN_CREATE | FAN_DELETE;
+    event.strTarget = strHandle;
+
+    (void)Reports().Report(FILE_CREATE, event, "", "/tmp/pipe", 1000);
+
+    EXPECT_EQ(1u, Reports().Counters().nGone);
+    EXPECT_EQ(1u, Reports().Counters().nUnwatched);
+}

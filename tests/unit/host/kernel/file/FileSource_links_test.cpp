@@ -111,10 +111,12 @@ TEST_F(FileSourceLinksTest, AFileThatIsReallyCalledSoHasAName) {
     m_inodes["/etc/cron.d/#50"] = 50;
 
     Capture(At(FAN_CLOSE_WRITE, 5, CRON, "#50", 50) + At(FAN_CLOSE_WRITE, 5, CRON, "#51", 52) +
-            At(FAN_CLOSE_WRITE, 5, CRON, "#x", 53) + At(FAN_CLOSE_WRITE, 5, CRON, "50", 50));
+            At(FAN_CLOSE_WRITE, 5, CRON, "#x", 53) + At(FAN_CLOSE_WRITE, 5, CRON, "50", 50) +
+            At(FAN_CLOSE_WRITE, 5, CRON, "#0", 0));
 
     EXPECT_THAT(m_observer.m_lines, ElementsAre("write /etc/cron.d/#50", "write /etc/cron.d/#51",
-                                                "write /etc/cron.d/#x", "write /etc/cron.d/50"));
+                                                "write /etc/cron.d/#x", "write /etc/cron.d/50",
+                                                "write /etc/cron.d/#0"));
 }
 
 TEST_F(FileSourceLinksTest, WhatTheHostWritesWithoutANameIsItsOwn) {

@@ -104,6 +104,7 @@ tevmon_flaws_total{flaw="args_unreadable"} 111
 tevmon_flaws_total{flaw="processes_lost"} 112
 tevmon_flaws_total{flaw="files_no_program"} 207
 tevmon_flaws_total{flaw="files_found"} 212
+tevmon_flaws_total{flaw="files_gone"} 213
 tevmon_flaws_total{flaw="files_broken"} 209
 tevmon_reported_total{kind="launch"} 106
 tevmon_reported_total{kind="script"} 107

@@ -74,6 +74,7 @@ TEST(BalanceTextTest, EveryNumberHasItsPlace) {
         "                      209 records about files that are no event\n"
         "                      207 file operations without the program that did them\n"
         "                      212 file operations found by comparing the watched places\n"
+        "                      213 files made and gone before they were examined, perhaps pipes\n"
         "                      112 copies and ends of processes lost, so that a starter may be "
         "wrong\n"
         "                      307 messages of earlier runs waiting in the queue\n"
@@ -110,7 +111,7 @@ TEST(BalanceTextTest, EverySumStandsWithWhatItIsMadeOf) {
 TEST(BalanceTextTest, OneOfAKindHasTheWordOfOne) {
     Balance balance;
     balance.files.nOverflows = balance.files.nBroken = balance.files.nNoProgram = 1;
-    balance.files.nFound = 1;
+    balance.files.nFound = balance.files.nGone = 1;
     balance.launches.nScripts = balance.launches.nScriptsUnreported = 1;
     balance.launches.nArgsCut = balance.launches.nArgsUnreadable = 1;
     balance.launches.nOthersLost = balance.events.nEarlierWaiting = balance.events.nUnmatched = 1;
@@ -129,6 +130,7 @@ TEST(BalanceTextTest, OneOfAKindHasTheWordOfOne) {
             "                        1 record about files that is no event\n"
             "                        1 file operation without the program that did it\n"
             "                        1 file operation found by comparing the watched places\n"
+            "                        1 file made and gone before it was examined, perhaps a pipe\n"
             "                        1 copy or end of a process lost, so that a starter may "
             "be wrong\n"
             "                        1 message of earlier runs waiting in the queue\n"
@@ -172,7 +174,7 @@ TEST(BalanceTextTest, TheJsonHasTheSameNumbers) {
         R"("unread":0,"scripts":3,"scripts_unreported":0,"args_cut":0,"args_unreadable":0,)"
         R"("processes_lost":0},)"
         R"("files":{"captured":25,"reported":5,"unwatched":20,"unresolved":0,"own":0,"unread":0,)"
-        R"("no_program":0,"found":0,"broken":0,"events":0,"capture_us":0,"overflows":1},)"
+        R"("no_program":0,"found":0,"gone":0,"broken":0,"events":0,"capture_us":0,"overflows":1},)"
         R"("reported":1015,"batched":0,"delivered":1013,"refused":2,)"
         R"("not_stored":1,"waiting":10,"analysed":1002,"analysed_earlier":0,)"
         R"("earlier_messages_waiting":0,"ignored":1,"expected":1002,"queried":4,"cached":996,)"
@@ -259,7 +261,7 @@ TEST(BalanceTextTest, EveryNumberIsAMemberOfTheJson) {
         R"("broken":103,"unread":0,"scripts":107,"scripts_unreported":109,"args_cut":110,)"
         R"("args_unreadable":111,"processes_lost":112},)"
         R"("files":{"captured":201,"reported":205,"unwatched":203,"unresolved":204,"own":202,)"
-        R"("unread":0,"no_program":207,"found":212,"broken":209,"events":210,"capture_us":2110000,)"
+        R"("unread":0,"no_program":207,"found":212,"gone":213,"broken":209,"events":210,"capture_us":2110000,)"
         R"("overflows":208},"reported":418,"batched":314,"delivered":2699,"refused":302,)"
         R"("not_stored":305,"waiting":303,"analysed":306,"analysed_earlier":308,)"
         R"("earlier_messages_waiting":307,"ignored":309,"expected":310,"queried":311,)"
