@@ -5,7 +5,8 @@
 // Errors: Open's text says what is missing. What cannot be reported is counted.
 // Ownership: owns the sensor; everything else that it is given must outlive it.
 //
-// Memory is bounded by what one Read takes as long as no more is read before what was returned.
+// Memory is bounded by what one Read takes and one comparison finds, as long as no more is read
+// before what was returned.
 #ifndef HOST_KERNEL_FILE_FILESOURCE_H
 #define HOST_KERNEL_FILE_FILESOURCE_H
 
