@@ -15,6 +15,7 @@
 #include "host/kernel/file/DirectoryNames.h"
 #include "host/kernel/file/FanotifyMarks.h"
 #include "host/kernel/file/FileEvent.h"
+#include "host/kernel/file/WorkPace.h"
 #include "host/program/FileLook.h"
 
 namespace {
@@ -129,6 +130,7 @@ private:
     const bool m_bAll;
     UniqueFd m_group;
     UniqueFd m_mounts;  // the mount table
+    WorkPace m_pace;    // of looks at it
     KernelCalls m_calls;
     std::unique_ptr<FanotifyMarks> m_pMarks;
     uint64_t m_nEvents = EVENTS;
@@ -194,10 +196,13 @@ void FanotifySensor::Detach() {
 }
 
 MountChange FanotifySensor::Tend() {
-    if (!mount_table::HasChanged(m_mounts)) {
+    const auto begin = WorkPace::Clock::now();
+    if (!m_pace.MayBegin(begin) || !mount_table::HasChanged(m_mounts)) {
         return NO_MOUNTS;
     }
-    return m_pMarks->Refresh() ? PLACE_MOUNTS : OTHER_MOUNTS;
+    const bool bPlaces = m_pMarks->Refresh();
+    m_pace.Ended(begin, WorkPace::Clock::now());
+    return bPlaces ? PLACE_MOUNTS : OTHER_MOUNTS;
 }
 
 void FanotifySensor::Ignore(const std::string& strDirectory) {

@@ -489,3 +489,16 @@ TEST_F(FanotifySensorTest, TheKindOfAFileIsKnownByItsHandleWhateverItsNameIs) {
     EXPECT_EQ(0u, m_pSensor->KindOf(HandleOf(9, m_strRoot + "/none")));
     EXPECT_EQ(0u, m_pSensor->KindOf(""));
 }
+
+TEST_F(FanotifySensorTest, MountsThatChangeAllTheTimeAreLookedAtNowAndThen) {
+    (void)Opened();
+    constexpr int CHANGES = 200;
+    int nLooks = 0;
+    for (int i = 0; i < CHANGES; ++i) {
+        m_kernel.ChangeMounts();
+        nLooks += m_pSensor->Tend() == NO_MOUNTS ? 0 : 1;
+    }
+
+    EXPECT_LE(1, nLooks);
+    EXPECT_GT(CHANGES / 2, nLooks);
+}
