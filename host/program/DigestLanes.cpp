@@ -154,8 +154,11 @@ void DigestLanes::Serve(DigestReader& reader, const Job& job) {
     digest.eEnd = reader.Read(
         *job.pFile, [this, &job] { return StillRunsNow(job); }, bytes);
     try {
-        if (digest.eEnd == DIGEST_DONE) {
+        const bool bRead = bytes.md5 != DigestBytes().md5;
+        if (digest.eEnd == DIGEST_DONE || (digest.eEnd == DIGEST_CHANGED && bRead)) {
+            const DigestEnd eEnd = digest.eEnd;
             digest = bytes.Text();
+            digest.eEnd = eEnd;
         }
     } catch (const std::exception&) {  // no memory: a file that could not be read
         digest.eEnd = DIGEST_UNREADABLE;

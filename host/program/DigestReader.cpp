@@ -34,7 +34,7 @@ DigestEnd Compare(const HeldFile& file, const StillRuns& fnStillRuns) {
     if (now.st_size != held.st_size || !IsSame(now.st_mtim, held.st_mtim)) {
         return DIGEST_CHANGED;
     }
-    if (IsSame(now.st_ctim, held.st_ctim)) {
+    if (IsSame(now.st_ctim, held.st_ctim) && file.Version().nFresh == 0) {
         return DIGEST_DONE;
     }
     try {
@@ -92,11 +92,12 @@ DigestEnd DigestReader::Read(const HeldFile& file, const StillRuns& fnStillRuns,
     if (file.Status().st_size > utils::HASH_SIZE_LIMIT) {
         return DIGEST_TOO_LARGE;
     }
-    DigestEnd eEnd = Compare(file, fnStillRuns);
-    if (eEnd == DIGEST_DONE) {
-        eEnd = ReadContent(file, bytes);
+    const DigestEnd eBefore = Compare(file, fnStillRuns);
+    const DigestEnd eRead = eBefore == DIGEST_UNREADABLE ? eBefore : ReadContent(file, bytes);
+    if (eRead != DIGEST_DONE) {
+        return eRead;
     }
-    return eEnd == DIGEST_DONE ? Compare(file, fnStillRuns) : eEnd;
+    return eBefore == DIGEST_DONE && file.IsSure() ? Compare(file, fnStillRuns) : DIGEST_CHANGED;
 }
 
 DigestEnd DigestReader::ReadContent(const HeldFile& file, DigestBytes& bytes) {

@@ -3,8 +3,8 @@
 //
 // The content is that of the start when size, modification and change time still are those of the
 // held file's status. When the change time alone differs, the file's name was removed or changed,
-// or its mode: its content is then known only while a process still runs it, which keeps everyone
-// from writing to it.
+// or its mode; when the file was fresh at its start, its times say nothing: its content is then
+// known only while a process still runs it, which keeps everyone from writing to it.
 //
 // Threads: one at a time; a stop from any. Errors: as DigestEnd; the constructor throws
 // std::bad_alloc, Read nothing. A read that the file's server never answers (FUSE, NFS) does not
@@ -39,7 +39,8 @@ public:
     DigestReader(const DigestReader&) = delete;
     DigestReader& operator=(const DigestReader&) = delete;
 
-    // Fills bytes when the end is DIGEST_DONE. DIGEST_LEFT_OUT: stopped. DIGEST_UNREADABLE: also
+    // Fills bytes when the end is DIGEST_DONE, or DIGEST_CHANGED and the file could be read to its
+    // end all the same. DIGEST_LEFT_OUT: stopped. DIGEST_UNREADABLE: also
     // what is no regular file, and where OpenSSL cannot work. fnStillRuns may be empty; it is asked
     // before the file is read, so as not to read in vain, and after, each time only if the answer
     // counts.

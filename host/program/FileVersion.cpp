@@ -23,7 +23,7 @@ size_t FileVersionHash::operator()(const FileVersion& version) const {
     constexpr uint64_t SPREAD = 0x9E3779B97F4A7C15;
     uint64_t nHash = version.nDevice;
     for (const uint64_t nPart :
-         {version.nInode, version.nSize, static_cast<uint64_t>(version.nChanged)}) {
+         {version.nInode, version.nSize, static_cast<uint64_t>(version.nChanged), version.nFresh}) {
         nHash = (nHash ^ nPart) * SPREAD;
         nHash ^= nHash >> 32;
     }

@@ -15,13 +15,17 @@ struct FileVersion {
     uint64_t nInode = 0;
     uint64_t nSize = 0;    // in bytes
     int64_t nChanged = 0;  // change time, ns since 1970; 0: neither that nor the size is known
+    // Another number for each start of a file that was changed just before, so that another content
+    // of it may have the same time; else 0.
+    uint64_t nFresh = 0;
 
     bool IsKnown() const { return nChanged != 0; }
 };
 
 inline bool operator==(const FileVersion& left, const FileVersion& right) {
     return left.nDevice == right.nDevice && left.nInode == right.nInode &&
-           left.nSize == right.nSize && left.nChanged == right.nChanged;
+           left.nSize == right.nSize && left.nChanged == right.nChanged &&
+           left.nFresh == right.nFresh;
 }
 
 struct FileVersionHash {
@@ -30,7 +34,7 @@ struct FileVersionHash {
 
 namespace file_version {
 
-// Four decimal numbers with ":" between them, in the order of the members.
+// Four decimal numbers with ":" between them, in the order of the members; without nFresh.
 std::string Text(const FileVersion& version);
 std::optional<FileVersion> Parse(const std::string& strText);
 

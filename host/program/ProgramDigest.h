@@ -10,7 +10,7 @@
 
 enum DigestEnd {
     DIGEST_DONE,        // of the version that was started
-    DIGEST_CHANGED,     // the file was written to after its start: its content then is not known
+    DIGEST_CHANGED,     // the file may have been written to after its start
     DIGEST_UNREADABLE,  // it cannot be read
     DIGEST_TOO_LARGE,   // above utils::HASH_SIZE_LIMIT, or without a size and above its limit
     DIGEST_LEFT_OUT,    // too many waited, or the run has ended
@@ -18,8 +18,9 @@ enum DigestEnd {
 
 struct ProgramDigest {
     DigestEnd eEnd = DIGEST_LEFT_OUT;
-    std::string strKey;     // SHA-1 and MD5 one after the other, lower case; "" unless done
-    std::string strSha256;  // lower case; "" unless done
+    // Lower case; "" unless done, or changed: then of what the file holds now.
+    std::string strKey;  // SHA-1 and MD5 one after the other
+    std::string strSha256;
 };
 
 struct DigestBytes {

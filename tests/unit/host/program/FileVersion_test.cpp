@@ -24,12 +24,13 @@ TEST(FileVersionTest, AnotherTextIsNone) {
 TEST(FileVersionTest, EachMemberDistinguishes) {
     const FileVersion version = {1, 2, 3, 4};
     std::unordered_set<size_t> hashes = {FileVersionHash()(version)};
-    for (const FileVersion& other : {FileVersion{2, 2, 3, 4}, FileVersion{1, 3, 3, 4},
-                                     FileVersion{1, 2, 4, 4}, FileVersion{1, 2, 3, 5}}) {
+    for (const FileVersion& other :
+         {FileVersion{2, 2, 3, 4}, FileVersion{1, 3, 3, 4}, FileVersion{1, 2, 4, 4},
+          FileVersion{1, 2, 3, 5}, FileVersion{1, 2, 3, 4, 1}}) {
         EXPECT_FALSE(version == other);
         hashes.insert(FileVersionHash()(other));
     }
-    EXPECT_EQ(hashes.size(), 5u);
+    EXPECT_EQ(hashes.size(), 6u);
     EXPECT_TRUE(version.IsKnown());
     EXPECT_FALSE((FileVersion{1, 2, 3, 0}).IsKnown());
 }
