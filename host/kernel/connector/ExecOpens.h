@@ -14,8 +14,8 @@
 #include <unordered_map>
 #include <vector>
 
-#include "host/base/UniqueFd.h"
 #include "host/kernel/connector/OpenedImage.h"
+#include "host/kernel/launch/ExecNotices.h"
 
 class ExecOpens {
 public:
@@ -24,27 +24,23 @@ public:
     ExecOpens(const ExecOpens&) = delete;
     ExecOpens& operator=(const ExecOpens&) = delete;
 
-    // Marks every local file system that is mounted.
-    bool Open(std::string& strError);
+    // As ExecNotices.
+    bool Open(std::string& strError) { return m_notices.Open(strError); }
     // Takes what waits in the kernel's queue, and marks what was mounted since.
     void Read();
     // The files opened for process nPid since the last call for it.
     std::vector<OpenedFile> Take(uint32_t nPid);
     void Forget(uint32_t nPid) { m_files.erase(nPid); }
     // File systems that could not be marked, for people; "" when there is none.
-    const std::string& Unmarked() const { return m_strUnmarked; }
+    const std::string& Unmarked() const { return m_notices.Unmarked(); }
 
 private:
     static constexpr size_t MOST_PROCESSES = 4096;
     static constexpr size_t MOST_FILES = 64;  // of one process
 
-    void Mark();
-    void TakeEvents(const char* pBytes, size_t nSize);
     void TakeFile(uint32_t nPid, int nFd);
 
-    UniqueFd m_group;
-    UniqueFd m_mounts;  // the mount table
-    std::string m_strUnmarked;
+    ExecNotices m_notices;
     std::unordered_map<uint32_t, std::vector<OpenedFile>> m_files;  // by process
 };
 

@@ -11,9 +11,9 @@
 #include "tests/support/Event.h"
 #include "tests/support/NoPrivilege.h"
 #include "tests/support/TestDir.h"
+#include "tests/support/host/ExecNoticeBytes.h"
 #include "tests/support/kernel/FakeKernel.h"
 #include "tests/unit/host/kernel/connector/ConnectorBytes.h"
-#include "tests/unit/host/kernel/connector/ExecOpenBytes.h"
 
 using namespace connector_bytes;
 using namespace exec_open_bytes;

@@ -12,8 +12,8 @@
 
 #include "tests/support/NoPrivilege.h"
 #include "tests/support/TestDir.h"
+#include "tests/support/host/ExecNoticeBytes.h"
 #include "tests/support/kernel/FakeKernel.h"
-#include "tests/unit/host/kernel/connector/ExecOpenBytes.h"
 
 using namespace exec_open_bytes;
 using testing::ElementsAre;

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/unit/host/kernel/connector/ExecOpenBytes.h"
+#include "tests/support/host/ExecNoticeBytes.h"
 
 using exec_open_bytes::ElfHead;
 

@@ -1,0 +1,57 @@
+#include "host/kernel/launch/ExecNotices.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/fanotify.h>
+#include <unistd.h>
+
+#include <utility>
+#include <vector>
+
+#include "tests/support/TestDir.h"
+#include "tests/support/host/ExecNoticeBytes.h"
+#include "tests/support/kernel/FakeKernel.h"
+
+namespace {
+
+class ExecNoticesTest : public testing::Test {
+protected:
+    void Open() {
+        m_kernel.paths["/proc/self/mountinfo"] = m_dir.WriteFile("mountinfo", "");
+        std::string strError;
+        ASSERT_TRUE(m_notices.Open(strError)) << strError;
+    }
+    int FdOf(const std::string& strName) {
+        return open(m_dir.WriteFile(strName, "x").c_str(), O_RDONLY | O_CLOEXEC);
+    }
+
+    FakeKernel m_kernel;
+    TestDir m_dir;
+    ExecNotices m_notices;
+};
+
+}  // namespace
+
+TEST_F(ExecNoticesTest, EachFileIsHandedOverWithItsProcess) {
+    Open();
+    const int nFirst = FdOf("first");
+    const int nSecond = FdOf("second");
+    m_kernel.Tell({},
+                  {{exec_open_bytes::Opened(7, nFirst)}, {exec_open_bytes::Opened(8, nSecond)}});
+
+    std::vector<std::pair<uint32_t, int>> taken;
+    m_notices.Read([&taken](uint32_t nPid, UniqueFd fd) { taken.emplace_back(nPid, fd.Get()); });
+
+    const std::vector<std::pair<uint32_t, int>> expected = {{7, nFirst}, {8, nSecond}};
+    EXPECT_EQ(expected, taken);
+    EXPECT_EQ(-1, fcntl(nFirst, F_GETFD));  // nobody kept it
+    EXPECT_EQ(-1, fcntl(nSecond, F_GETFD));
+}
+
+TEST_F(ExecNoticesTest, AFullQueueIsSaidByNoFile) {
+    Open();
+    m_kernel.Tell({}, {{exec_open_bytes::Overflow()}});
+    int nNone = 0;
+    m_notices.Read([&nNone](uint32_t, const UniqueFd& fd) { nNone += fd ? 0 : 1; });
+    EXPECT_EQ(1, nNone);
+}
