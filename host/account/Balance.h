@@ -28,7 +28,8 @@ struct Balance {
 
     // Programs, scripts and file operations that were reported.
     uint64_t Reported() const {
-        return input.value_or(launches.nReported + launches.nScripts + files.nReported);
+        return input.value_or(launches.nReported + launches.nScripts + launches.nAgain +
+                              files.nReported);
     }
     // Of these: in a batch that is not full yet.
     uint64_t Batched() const { return launches.nBatched + files.nBatched; }

@@ -1,7 +1,5 @@
 #include "host/account/EventLedger.h"
 
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <unordered_map>
 #include <utility>
@@ -31,10 +29,6 @@ size_t TextsOf(const ExpectedQuery& expected) {
     return 2 * (expected.strFile.size() + expected.strProgram.size());
 }
 
-bool Stat(const std::string& strPath, struct stat& status) {
-    return strPath.find('\0') == std::string::npos && stat(strPath.c_str(), &status) == 0;
-}
-
 }  // namespace
 
 void EventLedger::SetEarlier(uint64_t nMessages) {
@@ -43,13 +37,13 @@ void EventLedger::SetEarlier(uint64_t nMessages) {
 }
 
 void EventLedger::Report(uint64_t nNumber, const std::string& strBody, uint64_t nEvents,
-                         uint64_t nCopies) {
+                         uint64_t nCopies, const std::vector<HeldFileRef>& files) {
     const size_t nHash = std::hash<std::string>()(strBody);
     const MutexLock lock(m_mutex);
     m_state.nSent += nEvents;
     m_state.nWaiting += nEvents;
     for (uint64_t i = 0; i < nCopies; ++i) {
-        m_waiting.push_back({nNumber, nHash, nEvents / nCopies, i});
+        m_waiting.push_back({nNumber, nHash, nEvents / nCopies, i, files});
     }
 }
 
@@ -66,19 +60,30 @@ void EventLedger::Refuse(uint64_t nNumber) {
 }
 
 AnalysedMessage EventLedger::Analyse(const std::string& strBody, Clock::time_point now) {
-    const std::optional<Message> message = TakeWaiting(std::hash<std::string>()(strBody));
+    std::optional<Message> message = TakeWaiting(std::hash<std::string>()(strBody));
     MessageQueries all = expected_queries::Of(strBody, message ? message->nCopy : 0);
-    const uint64_t nEvents = all.nEvents;
+    AnalysedMessage analysed = {message ? message->nNumber : 0, all.nEvents, {}};
     std::vector<Excuse> excuses;
     for (const ExpectedQuery& expected : all.expected) {
-        excuses.push_back(ExcuseOf(expected));
+        excuses.push_back(m_excuses.Of(expected));
+        const HeldFileRef pFile = message ? FileOf(*message, expected) : nullptr;
+        if (excuses.back() == EXCUSE_VANISHED && pFile != nullptr) {
+            analysed.gone.push_back({expected.nElement, expected.strFile, pFile});
+        }
     }
-    Expect(message, std::move(all), excuses, now);
+    Expect(std::move(message), std::move(all), excuses, now);
     DropOld(now);
-    return {message ? message->nNumber : 0, nEvents};
+    return analysed;
 }
 
-void EventLedger::Expect(const std::optional<Message>& message, MessageQueries all,
+// Of a launch; null when none is held.
+HeldFileRef EventLedger::FileOf(const Message& message, const ExpectedQuery& expected) {
+    const bool bHeld =
+        expected.eKind == EXPECTED_LAUNCH && expected.nElement < message.files.size();
+    return bHeld ? message.files[expected.nElement] : nullptr;
+}
+
+void EventLedger::Expect(std::optional<Message> message, MessageQueries all,
                          const std::vector<Excuse>& excuses, Clock::time_point now) {
     const MutexLock lock(m_mutex);
     if (message) {
@@ -88,11 +93,14 @@ void EventLedger::Expect(const std::optional<Message>& message, MessageQueries a
     (message ? m_state.nAnalysed : m_state.nEarlierAnalysed) += all.nEvents;
     m_state.nIgnored += all.nIgnored;
     m_state.nExpected += all.expected.size();
+    ++m_nMessages;
     for (size_t i = 0; i < all.expected.size(); ++i) {
         const auto open = m_open.insert(
             m_open.end(), {++m_nOpened, std::move(all.expected[i]), excuses[i], now, {}, {}});
         Count(m_openState, excuses[i]);
         const ExpectedQuery& expected = open->expected;
+        open->pFile = message ? FileOf(*message, expected) : nullptr;
+        open->nMessage = m_nMessages;
         m_nOpenBytes += TextsOf(expected);
         const ExpectedKind eKind = expected.eKind;
         open->byFile =
@@ -124,22 +132,7 @@ std::optional<EventLedger::Message> EventLedger::TakeWaiting(size_t nHash) {
     return message;
 }
 
-EventLedger::Excuse EventLedger::ExcuseOf(const ExpectedQuery& expected) const {
-    struct stat status = {};
-    if (expected.eKind == EXPECTED_LAUNCH) {
-        const bool bThere = Stat(expected.strFile, status) && S_ISREG(status.st_mode);
-        return bThere ? EXCUSE_NONE : EXCUSE_VANISHED;
-    }
-    if (expected.eKind != EXPECTED_PIPE) {
-        return EXCUSE_NONE;
-    }
-    if (Stat(expected.strFile, status) && !S_ISFIFO(status.st_mode)) {
-        return EXCUSE_VANISHED;
-    }
-    return m_fnKnownMaker && m_fnKnownMaker(expected.strProgram) ? EXCUSE_KNOWN_MAKER : EXCUSE_NONE;
-}
-
-std::optional<ExpectedQuery> EventLedger::Match(const ModuleOutcome& outcome) {
+std::optional<EndedQuery> EventLedger::Match(const ModuleOutcome& outcome) {
     const std::string strKey = KeyOf(outcome.eKind, outcome.strOperation, outcome.strName);
     const MutexLock lock(m_mutex);
     Index& index = outcome.bNamesProgram ? m_byProgram : m_byFile;
@@ -153,9 +146,43 @@ std::optional<ExpectedQuery> EventLedger::Match(const ModuleOutcome& outcome) {
                                            &LedgerState::nUnreadable, &LedgerState::nStatFailed};
     ++(m_state.*ENDS[outcome.eEnd]);
     const auto expected = found->second;
-    ExpectedQuery ended = expected->expected;
+    EndedQuery ended = {expected->expected, expected->pFile, expected->bChanged};
     Close(expected);
     return ended;
+}
+
+// Of one name they are hashed in their order, and each one before its query or log record.
+std::optional<StrayLaunch> EventLedger::Hashed(const std::string& strFile, const IsSame& fnIsSame) {
+    const std::string strKey = KeyOf(EXPECTED_LAUNCH, "", strFile);
+    StrayLaunch launch;
+    std::optional<FileVersion> version;
+    uint64_t nNumber = 0;
+    {
+        const MutexLock lock(m_mutex);
+        const auto range = m_byFile.equal_range(strKey);
+        const auto found = std::find_if(range.first, range.second, [&](const auto& entry) {
+            const Open& open = *entry.second;
+            return open.nMessage == m_nMessages && !open.bHashed &&
+                   open.expected.strFile == strFile;
+        });
+        if (found == range.second) {
+            return std::nullopt;
+        }
+        Open& open = *found->second;
+        open.bHashed = true;
+        nNumber = open.nNumber;
+        version = open.expected.version;
+        launch = {open.expected.nElement, strFile, open.pFile};
+    }
+    if (fnIsSame(launch.pFile.get(), version)) {
+        return std::nullopt;
+    }
+    const MutexLock lock(m_mutex);
+    const auto range = m_byFile.equal_range(strKey);
+    for (auto it = range.first; it != range.second; ++it) {
+        it->second->bChanged = it->second->bChanged || it->second->nNumber == nNumber;
+    }
+    return launch;
 }
 
 // Several names have one key when they differ in bytes that queries replace: then the oldest of the
@@ -216,7 +243,7 @@ void EventLedger::DropOld(Clock::time_point now) {
     }
     std::unordered_map<uint64_t, Excuse> excuses;
     for (const auto& entry : unexcused) {
-        excuses[entry.first] = ExcuseOf(entry.second);
+        excuses[entry.first] = m_excuses.Of(entry.second);
     }
     const MutexLock lock(m_mutex);
     while (!m_open.empty() && m_open.front().nNumber <= nLast) {
@@ -262,7 +289,7 @@ LedgerState EventLedger::FinalState() const {
         }
     }
     for (const ExpectedQuery& expected : unexplained) {
-        Count(state, ExcuseOf(expected));
+        Count(state, m_excuses.Of(expected));
     }
     return state;
 }

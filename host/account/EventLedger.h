@@ -16,13 +16,17 @@
 #include <functional>
 #include <list>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "host/account/EventExcuse.h"
+#include "host/account/ModuleOutcome.h"
 #include "host/base/Mutex.h"
 #include "host/module/ExpectedQueries.h"
+#include "host/program/HeldFile.h"
 
 struct LedgerState {
     uint64_t nSent = 0;             // events in messages that were sent, or refused before that
@@ -54,48 +58,55 @@ struct LedgerState {
     }
 };
 
+// A launch of the message in hand whose file the module does not find, or not as it was started.
+struct StrayLaunch {
+    size_t nElement = 0;  // of the message
+    std::string strFile;  // its path there
+    HeldFileRef pFile;    // null when it is not held any more
+};
+
 // A message whose analysis has begun.
 struct AnalysedMessage {
     uint64_t nNumber = 0;  // 0: of an earlier run, or once more
     uint64_t nEvents = 0;
+    std::vector<StrayLaunch> gone = {};  // those that nothing leads to; held
 };
 
-enum OutcomeKind { OUTCOME_QUERIED, OUTCOME_CACHED, OUTCOME_UNREADABLE, OUTCOME_STAT_FAILED };
-
-// How the module ended an expected query, by its query or a record of its log.
-struct ModuleOutcome {
-    OutcomeKind eEnd = OUTCOME_QUERIED;
-    ExpectedKind eKind = EXPECTED_NONE;
-    std::string strName;       // the file concerned, or the program
-    std::string strOperation;  // of EXPECTED_FILE
-    bool bNamesProgram = false;
+// An expected query that has ended.
+struct EndedQuery {
+    ExpectedQuery expected;
+    HeldFileRef pFile;      // of a launch; null when it is not held
+    bool bChanged = false;  // of a launch: what the module hashed is not what was started
 };
 
 class EventLedger {
 public:
     using Clock = std::chrono::steady_clock;
-    // Whether the module skips a pipe of this program without a log record. Called without any
-    // lock.
-    using KnownMaker = std::function<bool(const std::string& strProgram)>;
+    using KnownMaker = EventExcuse::KnownMaker;
 
     // Expected queries held at most, and for how long; beyond it they count as they stand.
     static constexpr size_t MOST_EXPECTED = 100000;
     static constexpr size_t MOST_BYTES = 64 << 20;  // of their texts, without one message's
     static constexpr std::chrono::seconds LONGEST_OPEN{120};
 
-    explicit EventLedger(KnownMaker fnKnownMaker = {}) : m_fnKnownMaker(std::move(fnKnownMaker)) {}
+    explicit EventLedger(KnownMaker fnKnownMaker = {}) : m_excuses(std::move(fnKnownMaker)) {}
 
     // Before the module starts: messages that wait from earlier runs.
     void SetEarlier(uint64_t nMessages);
     // Before message nNumber is given to the router, which will be stored nCopies times with so
     // many events in all.
     void Report(uint64_t nNumber, const std::string& strBody, uint64_t nEvents,
-                uint64_t nCopies = 1);
+                uint64_t nCopies = 1, const std::vector<HeldFileRef>& files = {});
     void Refuse(uint64_t nNumber);
     // [the module's thread] The module begins to analyse this message now. Which one it is.
     AnalysedMessage Analyse(const std::string& strBody, Clock::time_point now = Clock::now());
     // The expected query that this ends; nothing when none matches.
-    std::optional<ExpectedQuery> Match(const ModuleOutcome& outcome);
+    std::optional<EndedQuery> Match(const ModuleOutcome& outcome);
+    // [the module's thread] The module has hashed strFile for the message in hand. The launch that
+    // it did this for, where fnIsSame says that it is not the file that was started.
+    using IsSame =
+        std::function<bool(const HeldFile* pFile, const std::optional<FileVersion>& version)>;
+    std::optional<StrayLaunch> Hashed(const std::string& strFile, const IsSame& fnIsSame);
     // So many messages are in the queue now that the module has stopped: the others that wait
     // were not stored.
     void End(uint64_t nStoredMessages);
@@ -107,12 +118,12 @@ public:
     LedgerState FinalState() const;
 
 private:
-    enum Excuse { EXCUSE_NONE, EXCUSE_VANISHED, EXCUSE_KNOWN_MAKER };
     struct Message {
         uint64_t nNumber;
         size_t nHash;  // of its text
         uint64_t nEvents;
-        uint64_t nCopy;  // which one of the message, from 0
+        uint64_t nCopy;                  // which one of the message, from 0
+        std::vector<HeldFileRef> files;  // of its elements; empty for none
     };
     struct Open;
     using Index = std::multimap<std::string, std::list<Open>::iterator>;
@@ -122,19 +133,23 @@ private:
         Excuse eExcuse = EXCUSE_NONE;  // why there would be no outcome
         Clock::time_point begun;
         Index::iterator byFile, byProgram;
+        HeldFileRef pFile = nullptr;  // of a launch
+        uint64_t nMessage = 0;        // in the order of their analysis
+        bool bHashed = false;
+        bool bChanged = false;
     };
 
-    Excuse ExcuseOf(const ExpectedQuery& expected) const;
+    static HeldFileRef FileOf(const Message& message, const ExpectedQuery& expected);
     std::optional<Message> TakeWaiting(size_t nHash);
     static Index::iterator BestOf(const std::pair<Index::iterator, Index::iterator>& range,
                                   const ModuleOutcome& outcome);
     void Close(std::list<Open>::iterator expected) TEV_REQUIRES(m_mutex);
     static void Count(LedgerState& state, Excuse eExcuse, uint64_t nTimes = 1);
-    void Expect(const std::optional<Message>& message, MessageQueries all,
+    void Expect(std::optional<Message> message, MessageQueries all,
                 const std::vector<Excuse>& excuses, Clock::time_point now);
     void DropOld(Clock::time_point now);
 
-    const KnownMaker m_fnKnownMaker;
+    const EventExcuse m_excuses;
     mutable Mutex m_mutex;
     std::deque<Message> m_waiting TEV_GUARDED_BY(m_mutex);
     // Messages taken from there whose events are not counted as analysed yet.
@@ -142,6 +157,7 @@ private:
     // In the order of their analysis.
     std::list<Open> m_open TEV_GUARDED_BY(m_mutex);
     uint64_t m_nOpened TEV_GUARDED_BY(m_mutex) = 0;
+    uint64_t m_nMessages TEV_GUARDED_BY(m_mutex) = 0;  // whose analysis has begun
     // The texts of those, which are held twice.
     size_t m_nOpenBytes TEV_GUARDED_BY(m_mutex) = 0;
     // The excuses of those, counted.

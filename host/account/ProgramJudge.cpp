@@ -4,6 +4,10 @@ void ProgramJudge::Note(const Launch& launch) {
     m_programs.SetStarter(launch.creation.strPath, launch.strStarter);
 }
 
+Judgement ProgramJudge::Launched(const std::string& strPath, const Verdict& verdict) const {
+    return {"launch", strPath, strPath, m_programs.Starter(strPath), verdict};
+}
+
 Judgement ProgramJudge::Judge(const CloudQuery& query, QueryFate eFate, const Verdict& verdict,
                               const ModuleOutcome& outcome,
                               const std::optional<ExpectedQuery>& expected) {

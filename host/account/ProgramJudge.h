@@ -29,6 +29,8 @@ public:
     // Of a launch: who started the program last.
     void Note(const Launch& launch);
 
+    // Of a launch with this verdict.
+    Judgement Launched(const std::string& strPath, const Verdict& verdict) const;
     // A query was answered with verdict, or needs no answer. outcome is what it ends, expected the
     // expected query among the events that it ended, if there was one.
     Judgement Judge(const CloudQuery& query, QueryFate eFate, const Verdict& verdict,

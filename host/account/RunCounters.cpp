@@ -50,12 +50,13 @@ void RunCounters::CountNote(ModuleNote eNote) {
 
 void RunCounters::Add(const RunCounters& other) {
     uint64_t RunCounters::*const NUMBERS[] = {
-        &RunCounters::nMessages,     &RunCounters::nCopies,      &RunCounters::nEvents,
-        &RunCounters::nNotDelivered, &RunCounters::nUnusable,    &RunCounters::nAnalysed,
-        &RunCounters::nQueries,      &RunCounters::nAnswers,     &RunCounters::nKnown,
-        &RunCounters::nNoKey,        &RunCounters::nLost,        &RunCounters::nNotSent,
-        &RunCounters::nCached,       &RunCounters::nStatFailed,  &RunCounters::nUnreadable,
-        &RunCounters::nBadRuns,      &RunCounters::nHashedBytes, &RunCounters::nCentre};
+        &RunCounters::nMessages,     &RunCounters::nCopies,     &RunCounters::nEvents,
+        &RunCounters::nNotDelivered, &RunCounters::nUnusable,   &RunCounters::nAnalysed,
+        &RunCounters::nQueries,      &RunCounters::nAnswers,    &RunCounters::nKnown,
+        &RunCounters::nNoKey,        &RunCounters::nLost,       &RunCounters::nNotSent,
+        &RunCounters::nCached,       &RunCounters::nStatFailed, &RunCounters::nUnreadable,
+        &RunCounters::nChanged,      &RunCounters::nBadRuns,    &RunCounters::nHashedBytes,
+        &RunCounters::nCentre};
     for (uint64_t RunCounters::*const pNumber : NUMBERS) {
         this->*pNumber += other.*pNumber;
     }

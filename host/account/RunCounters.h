@@ -35,6 +35,7 @@ struct RunCounters {
     uint64_t nUnreadable = 0;   // likewise: program cannot be read
     uint64_t nHashedBytes = 0;  // sizes of the programs hashed, as far as they are named
     uint64_t nCentre = 0;       // records sent to the centre
+    uint64_t nChanged = 0;      // launches whose file was another when the module hashed it
     uint64_t nBadRuns = 0;      // times that a program with a bad verdict was launched or acted
 
     std::map<int, uint64_t> queriesByLevel;  // queries with a key, by verdict

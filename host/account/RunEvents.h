@@ -12,10 +12,10 @@
 
 #include "host/account/Balance.h"
 #include "host/account/RunFacts.h"
+#include "host/account/RunLaunchEvents.h"
 #include "host/cloud/CloudQuery.h"
 #include "host/event/FileOperation.h"
 #include "host/event/IEventSource.h"
-#include "host/kernel/launch/Launch.h"
 #include "host/module/ModuleLog.h"
 #include "host/module/QueueLimiter.h"
 #include "host/verdict/IVerdictSource.h"
@@ -70,22 +70,6 @@ struct InputUnusable {
     const std::string& strSource;
     uint64_t nNumber;  // its line, 0 when it has none
     const std::string& strReason;
-};
-
-// It was made part of a message.
-struct LaunchReported {
-    const Launch& launch;
-};
-
-// No path names its file.
-struct LaunchUnresolved {
-    const LaunchEvent& event;
-    const LaunchContext& context;
-};
-
-struct LaunchesLost {
-    uint64_t nLaunches;
-    uint64_t nTotal;  // since the start
 };
 
 // It was made part of a message.
@@ -144,6 +128,8 @@ struct QueryReceived {
     const CloudQuery& query;
     QueryFate eFate;
     const Verdict& verdict;
+    // Of a launch: on another content than the one that was started, or on what may be another.
+    bool bChanged = false;
 };
 
 // The answer reached the module, or did not.
@@ -155,6 +141,7 @@ struct AnswerEnded {
 
 struct ModuleNoted {
     const ModuleRecord& note;
+    bool bChanged = false;  // likewise
 };
 
 // A line of the module's log that is shown.
@@ -193,6 +180,7 @@ using RunEvent =
                  LaunchUnresolved, LaunchesLost, LaunchCounters, FileOperationReported,
                  FileQueueOverflowed, FileCounters, SensorNotice, BatchTaken, BatchSent, BatchEnded,
                  BatchUnsent, EventsDropped, QueueChanged, QueryReceived, AnswerEnded, ModuleNoted,
-                 ModuleLogged, ModulePrinted, MessageAnalysed, ProgramJudged, CentreRecord>;
+                 ModuleLogged, ModulePrinted, MessageAnalysed, ProgramJudged, LaunchChanged,
+                 CentreRecord>;
 
 #endif

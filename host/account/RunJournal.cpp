@@ -1,56 +1,63 @@
 #include "host/account/RunJournal.h"
 
-#include <sys/stat.h>
-
-#include <algorithm>
 #include <ctime>
 #include <limits>
 #include <optional>
+#include <thread>
 #include <utility>
-
-#include "host/base/ModuleFacts.h"
-#include "host/verdict/VerdictLevel.h"
 
 namespace {
 
 constexpr std::chrono::seconds BETWEEN_DROPS(1);  // announced together
 
-uint64_t FileSize(const std::string& strPath) {
-    struct stat status = {};
-    const bool bKnown = stat(strPath.c_str(), &status) == 0 && S_ISREG(status.st_mode);
-    return bKnown ? static_cast<uint64_t>(status.st_size) : 0;
-}
+// What the host hashes while the module waits for it is not the module's.
+thread_local int g_nInHost = 0;
 
-ModuleOutcome OutcomeOf(const CloudQuery& query) {
-    ModuleOutcome outcome;
-    outcome.eKind = expected_queries::KindOfEvent(query.strEvent, outcome.strOperation);
-    outcome.strName = query.strPath;
-    outcome.bNamesProgram = outcome.eKind == EXPECTED_PIPE || outcome.eKind == EXPECTED_UNIT;
-    return outcome;
-}
+class InHost {
+public:
+    InHost() { ++g_nInHost; }
+    ~InHost() { --g_nInHost; }
 
-ModuleOutcome OutcomeOf(const ModuleRecord& note) {
-    ModuleOutcome outcome;
-    outcome.eEnd = note.eNote == NOTE_CACHED       ? OUTCOME_CACHED
-                   : note.eNote == NOTE_UNREADABLE ? OUTCOME_UNREADABLE
-                                                   : OUTCOME_STAT_FAILED;
-    outcome.eKind = note.eExpected;
-    outcome.strName = note.strText;
-    outcome.strOperation = note.strOperation;
-    outcome.bNamesProgram = note.bNamesProgram;
-    return outcome;
-}
+    InHost(const InHost&) = delete;
+    InHost& operator=(const InHost&) = delete;
+};
 
 }  // namespace
 
 RunJournal::RunJournal(const VerdictService& service, EventLedger::KnownMaker fnKnownMaker,
-                       bool bWatch, uint64_t nLargestBatch)
+                       bool bWatch, uint64_t nLargestBatch, LaunchHolding* pHolding)
     : m_judge(service),
       m_ledger(std::move(fnKnownMaker)),
+      m_pHolding(pHolding),
       m_bWatch(bWatch),
       m_nLargestBatch(nLargestBatch),
       m_passBegun(Clock::now()),
-      m_runBegun(m_passBegun) {}
+      m_runBegun(m_passBegun) {
+    if (pHolding != nullptr) {
+        const auto fnChanged = [this](const LaunchChange& change) {
+            Record(
+                LaunchChanged{change.strFile, change.strHashedKey, change.strKey, change.bAgain});
+        };
+        m_pAudit = std::make_unique<LaunchAudit>(
+            service, *pHolding,
+            LaunchAudit::Hooks{[this](const Judgement& judgement) { Announce(judgement, false); },
+                               fnChanged});
+    }
+}
+
+void RunJournal::Digested(const FileVersion& version, const ProgramDigest& digest) {
+    m_pAudit->Digested(version, digest);
+}
+
+void RunJournal::Hashed(const std::string& strPath, const struct stat& status,
+                        const std::string& strKey) {
+    if (g_nInHost > 0 || m_moduleThread != std::this_thread::get_id()) {
+        return;
+    }
+    if (const auto stray = m_ledger.Hashed(strPath, m_pAudit->SameAs(status, strKey))) {
+        m_pAudit->Changed(*stray, strKey);
+    }
+}
 
 void RunJournal::Publish(const RunEvent& event) {
     const auto tmWhen = static_cast<int64_t>(time(nullptr));
@@ -67,21 +74,12 @@ void RunJournal::Begin(const std::string& strModule, uint64_t nEarlier) {
 void RunJournal::BeginPass(const PassInfo& pass) {
     m_pass = pass;
     m_passBegun = Clock::now();
-    {
-        const MutexLock lock(m_mutex);
-        m_nInputBefore = m_nInput;
-    }
     Publish(PassBegun{m_pass});
 }
 
 void RunJournal::EndPass(bool bDrained) {
     PassResult result;
-    {
-        const MutexLock lock(m_mutex);
-        result.counters = m_counters;
-        m_total.Add(m_counters);
-        m_counters = RunCounters();
-    }
+    result.counters = m_books.EndPass();
     result.dSeconds = std::chrono::duration<double>(Clock::now() - m_passBegun).count();
     if (m_passes.size() < PASSES_KEPT) {
         m_passes.push_back(result);
@@ -114,28 +112,9 @@ Balance RunJournal::CurrentBalance(bool bFinal) const {
     Balance balance;
     balance.bFinal = bFinal;
     balance.nLargestBatch = m_nLargestBatch;
-    balance.module = TotalCounters();
     balance.events = bFinal ? m_ledger.FinalState() : m_ledger.State();
-    const MutexLock lock(m_mutex);
-    balance.launches = m_launches;
-    balance.files = m_files;
-    if (!m_bWatch) {
-        balance.input = m_nInput;
-        balance.nUnsent = bFinal ? m_nUnsent : m_nTaken - std::min(m_nTaken, balance.events.nSent);
-    }
+    m_books.Fill(balance, m_bWatch);
     return balance;
-}
-
-RunCounters RunJournal::PassCounters() const {
-    const MutexLock lock(m_mutex);
-    return m_counters;
-}
-
-RunCounters RunJournal::TotalCounters() const {
-    const MutexLock lock(m_mutex);
-    RunCounters total = m_total;
-    total.Add(m_counters);
-    return total;
 }
 
 // What was captured and reported, and never came into the module's queue.
@@ -159,113 +138,107 @@ void RunJournal::AnnounceDropped(DropReason eReason, uint64_t nTotal, uint64_t& 
     }
 }
 
-void RunJournal::Count(const InputUnusable&) {
-    const MutexLock lock(m_mutex);
-    ++m_counters.nUnusable;
-}
-
-void RunJournal::Count(const LaunchCounters& counters) {
-    const MutexLock lock(m_mutex);
-    m_launches = counters;
-}
-
-void RunJournal::Count(const FileCounters& counters) {
-    const MutexLock lock(m_mutex);
-    m_files = counters;
-}
-
 void RunJournal::Count(const LaunchReported& event) {
-    m_judge.Note(event.launch);
+    const Launch& launch = event.launch;
+    m_judge.Note(launch);
+    if (m_pAudit != nullptr && launch.pEvent != nullptr) {
+        m_pAudit->Note(launch.creation.strPath, launch.strStarter, launch.pFile, *launch.pEvent);
+    }
 }
 
-void RunJournal::Count(const BatchTaken& event) {
-    const MutexLock lock(m_mutex);
-    m_nInput = m_nInputBefore + event.nSourceEvents;
-    m_nTaken += event.batch.nEvents;
+void RunJournal::Count(const LaunchUnresolved& event) {
+    if (m_pAudit != nullptr) {
+        m_pAudit->Note(event.event.PathOrName(), "", event.pFile, event.event);
+    }
 }
 
 void RunJournal::Count(const BatchSent& event) {
     const EventBatch& batch = event.batch;
-    m_ledger.Report(batch.nNumber, batch.strBody, batch.nEvents, batch.nCopies);
-}
-
-void RunJournal::Count(const BatchUnsent& event) {
-    const MutexLock lock(m_mutex);
-    m_nUnsent += event.batch.nEvents;
-    ++m_counters.nNotDelivered;
+    m_ledger.Report(batch.nNumber, batch.strBody, batch.nEvents, batch.nCopies, batch.files);
 }
 
 void RunJournal::Count(const BatchEnded& event) {
     if (event.nResult != 0) {
         m_ledger.Refuse(event.batch.nNumber);
     }
-    const MutexLock lock(m_mutex);
-    m_counters.CountDelivery(event.batch, event.nResult == 0);
-}
-
-void RunJournal::Count(const QueryReceived& event) {
-    const CloudQuery& query = event.query;
-    const bool bHashed = query.strFunc == module_facts::CONTEXT_LAUNCHES ||
-                         query.strFunc == module_facts::FUNC_MAKER;
-    const uint64_t nBytes = bHashed ? FileSize(query.strPath) : 0;
-    const MutexLock lock(m_mutex);
-    m_counters.CountQuery(event.eFate, event.verdict);
-    m_counters.nHashedBytes += nBytes;
-    m_counters.lastWork = Clock::now();
-}
-
-void RunJournal::Count(const ModuleNoted& event) {
-    const ModuleNote eNote = event.note.eNote;
-    const bool bHashed = eNote == NOTE_CACHED && event.note.eExpected == EXPECTED_LAUNCH;
-    const uint64_t nBytes = bHashed ? FileSize(event.note.strText) : 0;
-    const MutexLock lock(m_mutex);
-    m_counters.CountNote(eNote);
-    m_counters.nHashedBytes += nBytes;
-    m_counters.lastWork = Clock::now();
-    if (!m_counters.firstWork) {
-        m_counters.firstWork = m_counters.lastWork;
-    }
-}
-
-void RunJournal::Count(const CentreRecord&) {
-    const MutexLock lock(m_mutex);
-    ++m_counters.nCentre;
 }
 
 void RunJournal::Take(const QueryReceived& event) {
-    Count(event);
+    m_books.Count(event);
     const ModuleOutcome outcome = OutcomeOf(event.query);
-    const std::optional<ExpectedQuery> expected = m_ledger.Match(outcome);
-    Publish(event);
+    const std::optional<EndedQuery> ended = m_ledger.Match(outcome);
+    CloudQuery query = event.query;
+    query.strPath = TrueName(query.strPath);
+    Publish(QueryReceived{query, event.eFate, event.verdict, IsDoubtful(ended)});
     if (m_bWatch && !IsLost(event.eFate)) {
-        Announce(m_judge.Judge(event.query, event.eFate, event.verdict, outcome, expected), false);
+        Judge(ended, false, [&](const std::optional<ExpectedQuery>& expected) {
+            return m_judge.Judge(query, event.eFate, event.verdict, outcome, expected);
+        });
     }
 }
 
 void RunJournal::Take(const ModuleNoted& event) {
+    const InHost inHost;
     const ModuleRecord& note = event.note;
-    Count(event);
+    m_books.Count(event);
     if (note.eNote == NOTE_ANALYSED) {
+        m_moduleThread = std::this_thread::get_id();
         const AnalysedMessage message = m_ledger.Analyse(note.strText);
+        if (m_pAudit != nullptr) {
+            m_pAudit->Begin(note.strText, message.gone);
+        }
         Publish(event);
         Publish(MessageAnalysed{message});
         return;
     }
-    std::optional<ExpectedQuery> expected;
+    std::optional<EndedQuery> ended;
     if (note.eNote != NOTE_NOT_SENT) {  // that names nothing
-        expected = m_ledger.Match(OutcomeOf(note));
+        ended = m_ledger.Match(OutcomeOf(note));
     }
-    Publish(event);
+    ModuleRecord shown = note;
+    shown.strText = TrueName(note.strText);
+    Publish(ModuleNoted{shown, IsDoubtful(ended)});
     if (m_bWatch && note.eNote == NOTE_CACHED) {
-        Announce(m_judge.Judge(note, expected), true);
+        Judge(ended, true, [&](const std::optional<ExpectedQuery>& expected) {
+            return m_judge.Judge(shown, expected);
+        });
     }
 }
 
-void RunJournal::Announce(const Judgement& judgement, bool bCached) {
-    if (verdict_level::ClassOf(judgement.verdict.nLevel) == verdict_level::CLASS_BAD) {
-        const MutexLock lock(m_mutex);
-        ++m_counters.nBadRuns;
+void RunJournal::Take(const ModuleLogged& event) {
+    ModuleLine line = event.line;
+    line.strText = TrueName(line.strText);
+    Publish(ModuleLogged{line});
+}
+
+// By its own file where that is known: then nothing else is read or kept for it.
+void RunJournal::Judge(
+    const std::optional<EndedQuery>& ended, bool bCached,
+    const std::function<Judgement(const std::optional<ExpectedQuery>&)>& fnJudge) {
+    std::optional<ExpectedQuery> expected;
+    LaunchAudit::Known known;
+    if (ended) {
+        expected = ended->expected;
+        expected->strFile = TrueName(expected->strFile);
+        known = m_pAudit != nullptr && expected->eKind == EXPECTED_LAUNCH ? m_pAudit->Of(*ended)
+                                                                          : LaunchAudit::Known();
     }
-    Publish(ProgramJudged{judgement.strWhat, judgement.strSubject, judgement.strProgram,
-                          judgement.strBy, judgement.verdict, bCached});
+    if (known.verdict) {
+        Announce(m_judge.Launched(expected->strFile, *known.verdict), bCached);
+    } else if (!known.bSettled) {
+        Announce(fnJudge(expected), bCached);
+    }
+}
+
+bool RunJournal::IsDoubtful(const std::optional<EndedQuery>& ended) const {
+    return ended && (ended->bChanged || (m_pAudit != nullptr && m_pAudit->IsDoubtful(*ended)));
+}
+
+std::string RunJournal::TrueName(const std::string& strPath) const {
+    return m_pHolding != nullptr ? m_pHolding->pLinks->TrueNames(strPath) : strPath;
+}
+
+void RunJournal::Announce(const Judgement& judgement, bool bCached) {
+    Take(ProgramJudged{judgement.strWhat, judgement.strSubject, judgement.strProgram,
+                       judgement.strBy, judgement.verdict, bCached});
 }

@@ -11,14 +11,18 @@
 
 #include <atomic>
 #include <chrono>
+#include <functional>
+#include <memory>
 #include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "host/account/EventLedger.h"
 #include "host/account/IRunListener.h"
+#include "host/account/LaunchAudit.h"
 #include "host/account/ProgramJudge.h"
-#include "host/base/Mutex.h"
+#include "host/account/RunBooks.h"
 
 class RunJournal {
 public:
@@ -27,8 +31,9 @@ public:
 
     // bWatch: sensors count what they captured, and ProgramJudged follows from queries and skips,
     // which costs a look at the program, and its digest where the verdict on it is not known here.
+    // pHolding: launches are held against the files that were started; must outlive it.
     RunJournal(const VerdictService& service, EventLedger::KnownMaker fnKnownMaker, bool bWatch,
-               uint64_t nLargestBatch = 0);
+               uint64_t nLargestBatch = 0, LaunchHolding* pHolding = nullptr);
 
     RunJournal(const RunJournal&) = delete;
     RunJournal& operator=(const RunJournal&) = delete;
@@ -42,6 +47,10 @@ public:
     }
 
     // nEarlier: messages that wait from earlier runs.
+    // [lanes] The digest of a held file is there.
+    void Digested(const FileVersion& version, const ProgramDigest& digest);
+    // [any] Somebody has hashed strPath; what counts is the module's thread.
+    void Hashed(const std::string& strPath, const struct stat& status, const std::string& strKey);
     void Begin(const std::string& strModule, uint64_t nEarlier);
     void BeginPass(const PassInfo& pass);
     void EndPass(bool bDrained);
@@ -52,43 +61,45 @@ public:
     // bFinal: the module has stopped; files are examined then for what has no outcome.
     Balance CurrentBalance(bool bFinal) const;
     bool HasEnded() const { return m_bEnded; }
-    RunCounters PassCounters() const;
+    RunCounters PassCounters() const { return m_books.Pass(); }
 
 private:
     using Clock = RunCounters::Clock;
 
     template <class Event>
     void Take(const Event& event) {
+        m_books.Count(event);
         Count(event);
         Publish(event);
     }
     // The books first, for all of it: what a listener does must not keep anything from them.
     void Take(const QueryReceived& event);
     void Take(const ModuleNoted& event);
+    void Take(const ModuleLogged& event);
 
     template <class Event>
-    void Count(const Event&) {}  // of what no book is kept
-    void Count(const InputUnusable& event);
-    void Count(const LaunchCounters& counters);
-    void Count(const FileCounters& counters);
+    void Count(const Event&) {}
     void Count(const LaunchReported& event);
-    void Count(const BatchTaken& event);
+    void Count(const LaunchUnresolved& event);
     void Count(const BatchSent& event);
     void Count(const BatchEnded& event);
-    void Count(const BatchUnsent& event);
-    void Count(const QueryReceived& event);
-    void Count(const ModuleNoted& event);
-    void Count(const CentreRecord& event);
 
+    void Judge(const std::optional<EndedQuery>& ended, bool bCached,
+               const std::function<Judgement(const std::optional<ExpectedQuery>&)>& fnJudge);
     void Announce(const Judgement& judgement, bool bCached);
+    bool IsDoubtful(const std::optional<EndedQuery>& ended) const;
+    std::string TrueName(const std::string& strPath) const;
     void Publish(const RunEvent& event);
-    RunCounters TotalCounters() const;
     void AnnounceDropped(bool bLast);
     void AnnounceDropped(DropReason eReason, uint64_t nTotal, uint64_t& nAnnounced);
 
     std::vector<IRunListener*> m_listeners;
     ProgramJudge m_judge;
     EventLedger m_ledger;
+    RunBooks m_books;
+    std::atomic<std::thread::id> m_moduleThread{};  // that analyses messages
+    const LaunchHolding* const m_pHolding;
+    std::unique_ptr<LaunchAudit> m_pAudit;  // null without a holding
     const bool m_bWatch;
     const uint64_t m_nLargestBatch;
     std::atomic<bool> m_bEnded{false};
@@ -100,16 +111,6 @@ private:
     uint64_t m_nRefusedAnnounced = 0;
     uint64_t m_nNotStoredAnnounced = 0;
     std::chrono::steady_clock::time_point m_announced;
-    mutable Mutex m_mutex;
-    RunCounters m_counters TEV_GUARDED_BY(m_mutex);  // of the pass
-    RunCounters m_total TEV_GUARDED_BY(m_mutex);     // of the passes before
-    LaunchCounters m_launches TEV_GUARDED_BY(m_mutex);
-    FileCounters m_files TEV_GUARDED_BY(m_mutex);
-    // Events that the sources say they gave, in all and before this pass; and those taken.
-    uint64_t m_nInput TEV_GUARDED_BY(m_mutex) = 0;
-    uint64_t m_nInputBefore TEV_GUARDED_BY(m_mutex) = 0;
-    uint64_t m_nTaken TEV_GUARDED_BY(m_mutex) = 0;
-    uint64_t m_nUnsent TEV_GUARDED_BY(m_mutex) = 0;  // of these: the run ended before
 };
 
 #endif

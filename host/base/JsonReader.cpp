@@ -32,4 +32,9 @@ std::string Text(const Json::Value& jsonValue, const char* pszKey) {
     return pMember != nullptr && pMember->isString() ? pMember->asString() : std::string();
 }
 
+uint64_t Number(const Json::Value& jsonValue, const char* pszKey) {
+    const Json::Value* const pMember = Member(jsonValue, pszKey);
+    return pMember != nullptr && pMember->isUInt64() ? pMember->asUInt64() : 0;
+}
+
 }  // namespace json_reader

@@ -20,6 +20,9 @@ const Json::Value* Member(const Json::Value& jsonValue, const char* pszKey);
 // The text of that member, "" when it is absent or no text.
 std::string Text(const Json::Value& jsonValue, const char* pszKey);
 
+// The whole number under pszKey, 0 unless it is one from 0 on.
+uint64_t Number(const Json::Value& jsonValue, const char* pszKey);
+
 }  // namespace json_reader
 
 #endif

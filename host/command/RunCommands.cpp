@@ -28,7 +28,8 @@ void AddReplayCommand(Command& program, const HostOptions& options, int& nExitCo
         }
         pArguments->run.strUnit = "line";
         const std::string strFile = pArguments->strFile;
-        pArguments->run.fnMakeSource = [strFile](SourceRemark fnRemark, SensorObserver&) {
+        pArguments->run.fnMakeSource = [strFile](SourceRemark fnRemark, SensorObserver&,
+                                                 const LaunchHolding&) {
             return std::make_unique<ReplaySource>(strFile, std::move(fnRemark));
         };
         nExitCode = RunNow(options, *pArguments);
@@ -58,7 +59,8 @@ void AddScanCommand(Command& program, const HostOptions& options, int& nExitCode
         pArguments->run.strUnit = "batch";
         // By reference: RunNow makes the paths absolute before the first source is made.
         RunArguments* const pHeld = pArguments.get();
-        pArguments->run.fnMakeSource = [pHeld](SourceRemark fnRemark, SensorObserver&) {
+        pArguments->run.fnMakeSource = [pHeld](SourceRemark fnRemark, SensorObserver&,
+                                               const LaunchHolding&) {
             return std::make_unique<ScanSource>(pHeld->paths, pHeld->nBatch, std::move(fnRemark));
         };
         nExitCode = RunNow(options, *pArguments);

@@ -83,7 +83,8 @@ std::string CheckAlias(const std::string& strText) {
 }
 
 std::unique_ptr<IEventSource> MakeSource(const WatchArguments& arguments,
-                                         const HostOptions& options, SensorObserver& observer) {
+                                         const HostOptions& options, SensorObserver& observer,
+                                         const LaunchHolding& holding) {
     KernelSourceOptions kernel;
     kernel.pPlaces = std::make_shared<WatchedPaths>(AliasesOf(arguments.aliases));
     kernel.files.bAll = arguments.bAllOperations;
@@ -91,6 +92,8 @@ std::unique_ptr<IEventSource> MakeSource(const WatchArguments& arguments,
     kernel.files.batchTime = std::chrono::milliseconds(arguments.nBatchMs);
     kernel.launches.nMostLaunches = arguments.nBatch;
     kernel.launches.batchTime = std::chrono::milliseconds(arguments.nBatchMs);
+    kernel.launches.pLinks = holding.pLinks;
+    kernel.launches.pAgain = holding.pAgain;
     kernel.files.ignored = state_layout::Directories(options.strStateDir);
     std::unique_ptr<ILaunchSensor> pLaunches;
     std::unique_ptr<IFileSensor> pFiles;
@@ -124,8 +127,9 @@ int WatchNow(const HostOptions& options, WatchArguments& arguments) {
                                   const RunJournal& journal) {
         return MakeWatchListeners(output, global, journal, watch);
     };
-    run.fnMakeSource = [arguments, &options](const SourceRemark&, SensorObserver& observer) {
-        return MakeSource(arguments, options, observer);
+    run.fnMakeSource = [arguments, &options](const SourceRemark&, SensorObserver& observer,
+                                             const LaunchHolding& holding) {
+        return MakeSource(arguments, options, observer, holding);
     };
     return RunNow(options, *arguments.shared);
 }

@@ -63,7 +63,7 @@ std::string ProcessCreations(const std::vector<std::string>& paths) {
     std::vector<Creation> creations;
     creations.reserve(paths.size());
     for (const std::string& strPath : paths) {
-        creations.push_back({strPath, strPath, 0});
+        creations.push_back({strPath, strPath});
     }
     return CreationsOf(creations);
 }
@@ -80,6 +80,9 @@ std::string CreationsOf(const std::vector<Creation>& creations) {
         element.AddJson("cmd",
                         json_writer::Quote(creation.strCommand, json_writer::BAD_BYTES_KEEP));
         element.Add("pid", static_cast<uint64_t>(creation.nPid));
+        if (!creation.strVersion.empty()) {
+            element.Add(MEMBER_VERSION, creation.strVersion);
+        }
         strElements += (strElements.empty() ? "" : ",") + element.Text();
     }
     return strElements.empty() ? "" : "{\"param\":[" + strElements + "]}";

@@ -13,6 +13,10 @@
 
 namespace event_message {
 
+// Of a launch: which version of its file was started. The module does not read it; it comes back
+// with the message, also after a restart.
+constexpr const char* MEMBER_VERSION = "version";
+
 // True when the module would queue strBody: a JSON object whose "param" array has an element of
 // group "cloudquery" with context "cloudad" or "cloudfd". Each such element has the module queue
 // the whole message once: nCopies is their number, nEvents that of all elements times nCopies.
@@ -29,6 +33,7 @@ struct Creation {
     std::string strPath;
     std::string strCommand;
     uint32_t nPid = 0;
+    std::string strVersion = {};  // of the program's file, as file_version::Text; "" when not known
 };
 // Likewise, with the command line and the number of each process.
 std::string CreationsOf(const std::vector<Creation>& creations);

@@ -11,13 +11,21 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
+#include <vector>
+
+class HeldFile;
 
 struct EventBatch {
     std::string strBody;   // the whole message
     uint64_t nNumber = 0;  // counts from 1: the line of a recording, the batch of a walk
     uint64_t nCopies = 1;  // how often the module queues it
     uint64_t nEvents = 0;  // events that the module will look at because of it
+    // Of each element the file of its program, null where none is held; empty for none at all.
+    std::vector<std::shared_ptr<const HeldFile>> files = {};
+    // The message for others, with names where strBody has links; "": it has none.
+    std::string strTrueBody = {};
 };
 
 struct SourceCounters {

@@ -112,6 +112,7 @@ bool KernelSource::Look(bool bLast) {
         const bool bNeeded = bFiles && m_eKnowledge == KNOWS_ALL;
         const bool bCaughtUp = !bNeeded || m_pLaunches->CatchUp(CATCH_UP);
         m_nLooksBehind = m_pLaunches->Drain() ? 0 : m_nLooksBehind + 1;
+        m_pLaunches->TakeAgain();
         m_pLaunches->TakeCounts(bLast);
         Judge(bCaughtUp && m_nLooksBehind < MOST_LOOKS_BEHIND);
     }
@@ -147,19 +148,25 @@ void KernelSource::Judge(bool bCaughtUp) {
     m_images.SetDoubt(m_eKnowledge != KNOWS_ALL);
 }
 
-// While something happens it is gathered, so that not every event wakes the host; at rest the
-// first file operation ends the sleep. The ring wakes nobody and is looked into.
+// Each launch ends the sleep, so that its file is held before anybody can put another in its place.
+// File operations are gathered while something happens; at rest the first one ends the sleep.
 void KernelSource::Sleep(bool bBusy, Clock::time_point due) const {
-    pollfd fds[] = {{m_wake.Fd(), POLLIN, 0}, {-1, POLLIN, 0}};
+    pollfd fds[] = {{m_wake.Fd(), POLLIN, 0}, {-1, POLLIN, 0}, {-1, POLLIN, 0}};
+    bool bAtRest = !bBusy;
+    if (m_pLaunches != nullptr) {
+        fds[2].fd = m_pLaunches->Descriptor();
+        bAtRest = bAtRest && fds[2].fd >= 0 && !m_pLaunches->IsFilling();
+    }
     if (m_pFiles != nullptr && !bBusy) {
         fds[1].fd = m_pFiles->Descriptor();
     }
     const bool bFilling = m_pFiles != nullptr && m_pFiles->IsFilling();
-    milliseconds sleep = bBusy ? m_options.gather : m_options.look;
+    bAtRest = bAtRest && !bFilling;
+    milliseconds sleep = bBusy ? m_options.gather : bAtRest ? m_options.rest : m_options.look;
     if (m_pLaunches == nullptr && !bFilling && !bBusy) {
         sleep = std::max(std::chrono::duration_cast<milliseconds>(due - Clock::now()), sleep);
     }
-    (void)poll(fds, 2, static_cast<int>(sleep.count()));  // a signal: look earlier
+    (void)poll(fds, 3, static_cast<int>(sleep.count()));  // a signal: look earlier
 }
 
 bool KernelSource::TakeBatch(EventBatch& batch, bool bAny) {

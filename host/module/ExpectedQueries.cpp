@@ -9,6 +9,7 @@
 #include "framework/base/file_utils.h"
 #include "host/base/JsonReader.h"
 #include "host/base/ModuleFacts.h"
+#include "host/event/EventMessage.h"
 #include "host/event/WatchedPaths.h"
 
 namespace expected_queries {
@@ -95,13 +96,15 @@ MessageQueries Of(const std::string& strBody, uint64_t nCopy) {
     const bool bFiles = IsOfFiles(*pParam, nCopy);
     for (const Json::Value& jsonElement : *pParam) {
         const size_t nBefore = all.expected.size();
-        ++all.nEvents;
+        const size_t nElement = all.nEvents++;
         if (json_reader::Member(jsonElement, "path") != nullptr) {
             if (bFiles) {
                 AddFile(jsonElement, all);
             } else {
-                all.expected.push_back(
-                    {EXPECTED_LAUNCH, json_reader::Text(jsonElement, "path"), "", ""});
+                all.expected.push_back({EXPECTED_LAUNCH, json_reader::Text(jsonElement, "path"), "",
+                                        "", nElement,
+                                        file_version::Parse(json_reader::Text(
+                                            jsonElement, event_message::MEMBER_VERSION))});
             }
         }
         all.nIgnored += all.expected.size() == nBefore ? 1 : 0;

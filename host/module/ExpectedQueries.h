@@ -8,9 +8,13 @@
 #ifndef HOST_MODULE_EXPECTEDQUERIES_H
 #define HOST_MODULE_EXPECTEDQUERIES_H
 
+#include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
+
+#include "host/program/FileVersion.h"
 
 enum ExpectedKind {
     EXPECTED_NONE,
@@ -25,6 +29,9 @@ struct ExpectedQuery {
     std::string strFile;       // the program of a launch, else the file that was changed
     std::string strProgram;    // the acting program; "" for a launch
     std::string strOperation;  // of EXPECTED_FILE: "create", "write", "rename" or "remove"
+    size_t nElement = 0;       // of the message
+    // Of a launch: which version of the file was started, as the message names it.
+    std::optional<FileVersion> version = {};
 };
 
 struct MessageQueries {

@@ -76,7 +76,7 @@ void JsonLines::Write(const InputUnusable& event, int64_t tmWhen) {
 }
 
 void JsonLines::Write(const LaunchReported& event, int64_t tmWhen) {
-    static const char* const ORIGINS[] = {"none", "invoked", "resolved", "proc"};
+    static const char* const ORIGINS[] = {"none", "invoked", "resolved", "proc", "held"};
     const Launch& launch = event.launch;
     JsonObject record = Record("launch", tmWhen);
     record.Add("path", launch.creation.strPath).Add("cmd", launch.creation.strCommand);
@@ -150,8 +150,11 @@ void JsonLines::Write(const QueryReceived& event, int64_t tmWhen) {
     JsonObject record = Record("query", tmWhen);
     record.Add("path", query.strPath).Add("func", query.strFunc).Add("what", query.strEvent);
     record.Add("key", query.strKey).Add("fate", FATES[event.eFate]);
+    if (event.bChanged) {
+        record.Add("changed", true);
+    }
     m_output.Line(record.Text());
-    if (event.eFate == QUERY_ANSWERED) {
+    if (event.eFate == QUERY_ANSWERED && !event.bChanged) {
         const Verdict& verdict = event.verdict;
         JsonObject answer = Record("verdict", tmWhen);
         answer.Add("path", query.strPath).Add("key", query.strKey).Add("level", verdict.nLevel);
@@ -167,6 +170,9 @@ void JsonLines::Write(const ModuleNoted& event, int64_t tmWhen) {
     } else if (event.note.eNote != NOTE_ANALYSED) {
         JsonObject record = Record("skip", tmWhen);
         record.Add("path", event.note.strText).Add("reason", REASONS[event.note.eNote]);
+        if (event.bChanged) {
+            record.Add("changed", true);
+        }
         m_output.Line(record.Text());
     }
 }
@@ -186,6 +192,12 @@ void JsonLines::Write(const ProgramJudged& event, int64_t tmWhen) {
         record.Add("path", event.strProgram).Add("level", nLevel).Add("what", event.strWhat);
         m_output.Line(record.Add("file", event.strSubject).Add("cached", event.bCached).Text());
     }
+}
+
+void JsonLines::Write(const LaunchChanged& event, int64_t tmWhen) {
+    JsonObject record = Record("changed", tmWhen);
+    record.Add("path", event.strFile).Add("hashed_key", event.strHashedKey);
+    m_output.Line(record.Add("key", event.strKey).Add("again", event.bAgain).Text());
 }
 
 void JsonLines::Write(const CentreRecord& event, int64_t tmWhen) {

@@ -42,6 +42,7 @@ private:
     void Write(const ModuleNoted& event, int64_t tmWhen);
     void Write(const MessageAnalysed& event, int64_t tmWhen);
     void Write(const ProgramJudged& event, int64_t tmWhen);
+    void Write(const LaunchChanged& event, int64_t tmWhen);
     void Write(const CentreRecord& event, int64_t tmWhen);
     void WriteBalance(const Balance& balance, int64_t tmWhen);
 

@@ -99,6 +99,15 @@ bool WatchLines::Take(const ProgramJudged& event) {
     return true;
 }
 
+bool WatchLines::Take(const LaunchChanged& event) {
+    Show(verdict_row::Unjudged("changed", "launch", event.strFile,
+                               event.bAgain ? "another file was there when it was analysed; its "
+                                              "own is reported again"
+                                            : "another file was there when it was analysed, so it "
+                                              "is not judged"));
+    return true;
+}
+
 void WatchLines::Show(const VerdictRow& row) {
     if (m_pScreen != nullptr) {
         m_pScreen->Add(row);

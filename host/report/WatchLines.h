@@ -42,6 +42,7 @@ private:
     bool Take(const QueryReceived& event);
     bool Take(const ModuleNoted& event);
     bool Take(const ProgramJudged& event);
+    bool Take(const LaunchChanged& event);
 
     void Show(const VerdictRow& row);
     ScreenNumbers HeadNumbers() const;

@@ -26,12 +26,38 @@ std::string ModuleObserver::OnMessage(const Guid& /*sender*/, int64_t nMsgType,
     return "";
 }
 
+void DigestRun::Begin() {
+    m_lanes.Begin([this](const FileVersion& version, const ProgramDigest& digest) {
+        m_journal.Digested(version, digest);
+    });
+    m_bBegun = true;
+    SetDigestObserver(this);
+}
+
+void DigestRun::End() {
+    if (m_bBegun) {
+        m_bBegun = false;
+        SetDigestObserver(nullptr);
+        m_lanes.End();
+    }
+}
+
+void DigestRun::OnDigest(const std::string& strPath, const struct stat& status,
+                         const std::string& strMd5, const std::string& strSha1) noexcept {
+    try {
+        m_journal.Hashed(strPath, status, strSha1 + strMd5);
+    } catch (...) {
+        // No memory: the launch counts as hashed as it was started.
+    }
+}
+
 void SensorObserver::OnLaunch(const Launch& launch) {
     m_journal.Record(LaunchReported{launch});
 }
 
-void SensorObserver::OnUnresolved(const LaunchEvent& event, const LaunchContext& context) {
-    m_journal.Record(LaunchUnresolved{event, context});
+void SensorObserver::OnUnresolved(const LaunchEvent& event, const LaunchContext& context,
+                                  const std::shared_ptr<const HeldFile>& pFile) {
+    m_journal.Record(LaunchUnresolved{event, context, pFile});
 }
 
 void SensorObserver::OnLost(uint64_t nLost, uint64_t nTotal) {

@@ -31,7 +31,9 @@ struct RunOptions {
     bool bWatch = false;           // as RunJournal has it
     uint64_t nLargestBatch = 0;    // events in one message at most, where a watch reports them
     // A new source for each pass.
-    std::function<std::unique_ptr<IEventSource>(SourceRemark, SensorObserver&)> fnMakeSource;
+    std::function<std::unique_ptr<IEventSource>(SourceRemark, SensorObserver&,
+                                                const LaunchHolding&)>
+        fnMakeSource;
     std::function<RunListeners(Console&, const HostOptions&, const RunJournal&)> fnMakeListeners =
         MakeRunListeners;
 };

@@ -22,7 +22,7 @@ RunSession::RunSession(const HostOptions& global, RunOptions options)
     : m_global(global),
       m_options(std::move(options)),
       m_journal(m_service, MakeKnownMaker(m_service, m_global.CacheDatabase()), m_options.bWatch,
-                m_options.nLargestBatch),
+                m_options.nLargestBatch, m_options.bWatch ? &m_holding : nullptr),
       m_listeners(m_options.fnMakeListeners(m_output, m_global, m_journal)),
       m_queue(m_global.ChannelDatabase(), m_options.queue, m_journal) {
     for (const auto& pListener : m_listeners) {
@@ -51,6 +51,9 @@ int RunSession::Run() {
     if (!stateDir.Enter(m_global.strStateDir, strError)) {
         return Fail(EXIT_CODE_STATE, strError);
     }
+    if (!m_holding.Open(m_global.strStateDir, strError)) {
+        return Fail(EXIT_CODE_STATE, strError);
+    }
     if (!StartSource()) {
         return m_options.nNoSourceCode;
     }
@@ -68,7 +71,7 @@ bool RunSession::StartSource() {
         [this](uint64_t nNumber, const std::string& strText) {
             m_journal.Record(InputUnusable{m_pass.strName, nNumber, strText});
         },
-        m_sensorObserver);
+        m_sensorObserver, m_holding);
     m_pass.strName = m_pSource->Name();
     std::string strError;
     if (!m_pSource->Start(strError)) {
@@ -89,6 +92,9 @@ int RunSession::RunModule() {
     auto held = run_databases::Hold(m_global);
     m_journal.Begin(module.File(), m_queue.Depth().value_or(0));
     m_queue.Begin();
+    if (m_options.bWatch) {
+        m_digests.Begin();
+    }
     module.Start();
     if (m_options.dForSeconds > 0) {
         m_control.EndAfter(m_options.dForSeconds);
@@ -98,6 +104,7 @@ int RunSession::RunModule() {
     m_signs.Stopping();
     m_output.Progress("");
     module.End();
+    m_digests.End();
     held = {};
     run_databases::TidyUp(m_global, m_output);
     Summarise();

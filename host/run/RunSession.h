@@ -38,12 +38,14 @@ private:
     Console m_output;
     RunControl m_control{m_output};
     VerdictService m_service;
+    LaunchHolding m_holding;
     RunJournal m_journal;
     ManagerSigns m_signs{m_journal};
     const RunListeners m_listeners;
     ModuleObserver m_moduleObserver{m_journal};
     SensorObserver m_sensorObserver{m_journal};
     QueueMonitor m_queue;
+    DigestRun m_digests{m_holding.lanes, m_journal};  // ends before what its threads call
     std::unique_ptr<IEventSource> m_pSource;
     std::chrono::steady_clock::time_point m_shown;  // when the progress was recorded
     PassInfo m_pass;

@@ -32,7 +32,7 @@ def rooms():
         verdict: {base},
         cloud: {base, transport, database, verdict},
         event: {base, program},
-        module: {base, event},
+        module: {base, program, event},
         bpf: set(),
         launch: {base, process, program, event, bpf},
         connector: {base, process, program, launch},

@@ -18,7 +18,7 @@ typedef __u64 __be64;
 typedef __u32 __wsum;
 
 enum { BPF_MAP_TYPE_ARRAY = 2, BPF_MAP_TYPE_PERCPU_ARRAY = 6, BPF_MAP_TYPE_RINGBUF = 27 };
-enum { BPF_RB_NO_WAKEUP = 1 };
+enum { BPF_RB_NO_WAKEUP = 1, BPF_RB_FORCE_WAKEUP = 2 };
 
 #ifdef __bpf__
 #pragma clang attribute push(__attribute__((preserve_access_index)), apply_to = record)
@@ -26,8 +26,13 @@ enum { BPF_RB_NO_WAKEUP = 1 };
 struct qstr {
     const unsigned char* name;
 };
+struct user_namespace {
+    int level; /* 0: the first one */
+};
 struct super_block {
     __u32 s_dev;
+    unsigned long s_magic;
+    struct user_namespace* s_user_ns;
 };
 struct timespec64 {
     __s64 tv_sec;

@@ -126,6 +126,26 @@ static __always_inline __s64 change_time(struct inode* inode) {
     return BPF_CORE_READ(oldest, i_ctime.tv_sec) * NANOS + BPF_CORE_READ(oldest, i_ctime.tv_nsec);
 }
 
+/* The numbers of linux/magic.h, which not every version of it has. */
+static __always_inline int is_served(struct super_block* super) {
+    switch (BPF_CORE_READ(super, s_magic)) {
+        case 0x65735546: /* FUSE */
+        case 0x6969:     /* NFS */
+        case 0xff534d42: /* CIFS */
+        case 0xfe534d42: /* SMB2 */
+        case 0x00c36400: /* Ceph */
+        case 0x01021997: /* 9P */
+        case 0x5346414f: /* AFS, both of them */
+        case 0x6b414653:
+        case 0x73757245: /* Coda */
+            return 1;
+        case 0x794c7630: /* overlay */
+            return BPF_CORE_READ(super, s_user_ns, level) != 0;
+        default:
+            return 0;
+    }
+}
+
 static __always_inline void read_file(struct scratch* s, struct file* file) {
     struct inode* inode = BPF_CORE_READ(file, f_inode);
     struct mount* mount =
@@ -137,6 +157,9 @@ static __always_inline void read_file(struct scratch* s, struct file* file) {
     s->record.device = BPF_CORE_READ(inode, i_sb, s_dev);
     if (BPF_CORE_READ(inode, i_nlink) == 0) {
         s->record.flags |= LAUNCH_UNLINKED;
+    }
+    if (is_served(BPF_CORE_READ(inode, i_sb))) {
+        s->record.flags |= LAUNCH_SERVED;
     }
     s->record.path_length = walk(s, &file->f_path);
 }
@@ -196,6 +219,7 @@ int on_exec(struct bpf_raw_tracepoint_args* ctx) {
     s->record.flags = 0;
     s->record.life.pid = BPF_CORE_READ(task, tgid);
     s->record.life.ppid = BPF_CORE_READ(task, real_parent, tgid);
+    s->record.started = bpf_ktime_get_boot_ns();
     s->record.uid = bpf_get_current_uid_gid();
     s->record.cgroup = bpf_get_current_cgroup_id();
     s->record.mount_ns = BPF_CORE_READ(task, nsproxy, mnt_ns, ns.inum);
@@ -204,7 +228,8 @@ int on_exec(struct bpf_raw_tracepoint_args* ctx) {
     read_args(s, task);
     __u64 size =
         sizeof(s->record) + ((s->offset & TEXT_MASK) + (s->record.args_length & TEXT_MASK));
-    if (bpf_ringbuf_output(&ring, &s->record, size, BPF_RB_NO_WAKEUP)) {
+    /* Whoever reads is to hold the file before anybody can put another in its place. */
+    if (bpf_ringbuf_output(&ring, &s->record, size, BPF_RB_FORCE_WAKEUP)) {
         count(LAUNCH_COUNT_LOST);
     }
     return 0;

@@ -12,7 +12,10 @@ enum {
     LAUNCH_ARGS_UNREADABLE = 2, /* the arguments could not be read; none follow */
     LAUNCH_PATH_CUT = 4,        /* path, directory or root is incomplete, or the directory is one of
                                    another mount namespace */
-    LAUNCH_UNLINKED = 8         /* the file has no name any more, or never had one */
+    LAUNCH_UNLINKED = 8,        /* the file has no name any more, or never had one */
+    LAUNCH_SERVED = 16          /* its content is somebody's answer, for which a reader waits: a
+                                   program's (FUSE) or another machine's; it is there also for an
+                                   overlay that a user may have made, over who knows what */
 };
 
 enum { LAUNCH_ARGS_MOST = 16384, LAUNCH_TEXTS_MOST = 0x10000 };
@@ -29,13 +32,14 @@ struct launch_life {
 struct launch_record {
     struct launch_life life;
     unsigned int flags;
-    unsigned long long inode;  /* of the file that was started */
-    unsigned long long size;   /* in bytes */
-    long long changed;         /* its change time, ns since 1970 */
-    unsigned long long cgroup; /* number of the control group in the unified hierarchy */
-    unsigned int device;       /* in the kernel's form: major << 20 | minor */
-    unsigned int mount_ns;     /* number of the mount namespace */
-    unsigned int mount_id;     /* of the mount that it was started from, as statx names it */
+    unsigned long long inode;   /* of the file that was started */
+    unsigned long long size;    /* in bytes */
+    long long changed;          /* its change time, ns since 1970 */
+    unsigned long long cgroup;  /* number of the control group in the unified hierarchy */
+    unsigned long long started; /* ns since the boot, time asleep included; 0: not known */
+    unsigned int device;        /* in the kernel's form: major << 20 | minor */
+    unsigned int mount_ns;      /* number of the mount namespace */
+    unsigned int mount_id;      /* of the mount that it was started from, as statx names it */
     unsigned int uid;
     unsigned int args_length;     /* argument vector, each argument ends in a NUL */
     unsigned short path_length;   /* names from the file up to the root, each ends in a NUL */

@@ -33,6 +33,9 @@ public:
     // Whether each record names the file that was started, in the order of the starts; else it may
     // name one that the same process started later.
     virtual bool IsExact() const { return true; }
+    // Readable when a launch waits that Drain has not seen; below 0 where there is no such one.
+    // The sensor owns it.
+    virtual int Descriptor() const { return -1; }
     // No new launches from now on; records that wait can still be drained.
     virtual void Detach() = 0;
     virtual SensorCounts Counts() const = 0;

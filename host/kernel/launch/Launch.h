@@ -3,6 +3,7 @@
 #define HOST_KERNEL_LAUNCH_LAUNCH_H
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -10,6 +11,7 @@
 #include "host/event/IEventSource.h"
 #include "host/kernel/launch/LaunchEvent.h"
 #include "host/kernel/launch/LaunchPath.h"
+#include "host/program/HeldFile.h"
 
 // Who started it and where.
 struct LaunchContext {
@@ -19,10 +21,14 @@ struct LaunchContext {
 };
 
 struct Launch {
-    event_message::Creation creation;
+    event_message::Creation creation;  // under the file's own name
+    HeldFileRef pFile = nullptr;       // null when it is not held
+    std::string strLink = {};          // LAUNCH_PATH_HELD: the path that the module gets
     LaunchContext context;
     std::string strStarter;  // path of the program that started it, "" when nobody knows
     LaunchPathOrigin eOrigin = LAUNCH_PATH_NONE;
+    // Of its file; there for the call only, null for a script.
+    const LaunchEvent* pEvent = nullptr;
     bool bScript = false;  // reported in addition to its interpreter's launch
     bool bArgsCut = false;
 };
@@ -35,6 +41,9 @@ struct LaunchCounters {
     uint64_t nUnresolved = 0;  // of these: no path names the file
     uint64_t nReported = 0;    // of these: reported
     uint64_t nScripts = 0;     // reported in addition
+    uint64_t nAgain = 0;       // reported once more, by a link to the held file
+    uint64_t nFresh = 0;       // of the reported ones: only if it is bad is known what they held
+    uint64_t nNotHeld = 0;     // of the reported ones: their files are not held
     uint64_t nBatched = 0;     // programs and scripts in a batch that is not full yet
     uint64_t nScriptsUnreported = 0;
     uint64_t nArgsCut = 0;
@@ -52,7 +61,9 @@ class ILaunchObserver {
 public:
     virtual ~ILaunchObserver() = default;
     virtual void OnLaunch(const Launch& launch) = 0;
-    virtual void OnUnresolved(const LaunchEvent& event, const LaunchContext& context) = 0;
+    // pFile: held all the same; may be null.
+    virtual void OnUnresolved(const LaunchEvent& event, const LaunchContext& context,
+                              const HeldFileRef& pFile) = 0;
     // nLost launches more were lost, nTotal since the start.
     virtual void OnLost(uint64_t nLost, uint64_t nTotal) = 0;
     virtual void OnCounters(const LaunchCounters& counters) = 0;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <ctime>
 #include <utility>
 
 #include "host/kernel/bpf/launch_record.h"
@@ -53,6 +54,22 @@ std::string JoinArguments(std::string strArgs) {
     return strArgs;
 }
 
+int64_t Nanos(clockid_t nClock) {
+    timespec now = {};
+    (void)clock_gettime(nClock, &now);
+    return now.tv_sec * int64_t{1000000000} + now.tv_nsec;
+}
+
+// The kernel stamps files by a clock that goes on up to ten milliseconds at once.
+bool IsFresh(const launch_record& head) {
+    constexpr int64_t LONGEST_TICK = 20 * 1000000;
+    if (head.started == 0) {
+        return false;
+    }
+    const int64_t nBoot = Nanos(CLOCK_REALTIME) - Nanos(CLOCK_BOOTTIME);
+    return nBoot + static_cast<int64_t>(head.started) - head.changed < LONGEST_TICK;
+}
+
 bool DecodeExec(const launch_record& head, Texts texts, LaunchEvent& event) {
     std::string strPath, strName, strInterp, strDirectory, strRoot, strArgs;
     if (!texts.Take(head.path_length, strPath) || !texts.Take(head.name_length, strName) ||
@@ -68,9 +85,11 @@ bool DecodeExec(const launch_record& head, Texts texts, LaunchEvent& event) {
     event.nSize = head.size;
     event.nChanged = head.changed;
     event.nCgroup = head.cgroup;
+    event.bFresh = IsFresh(head);
     event.bArgsCut = (head.flags & LAUNCH_ARGS_CUT) != 0;
     event.bArgsUnreadable = (head.flags & LAUNCH_ARGS_UNREADABLE) != 0;
     event.bPathCut = (head.flags & LAUNCH_PATH_CUT) != 0;
+    event.bServed = (head.flags & LAUNCH_SERVED) != 0;
     event.strPath = PathOf(strPath);
     event.strName = UntilNul(strName);
     event.strInterp = UntilNul(strInterp);
@@ -165,7 +184,8 @@ std::string EncodeLaunch(const LaunchEvent& event) {
                  ? static_cast<unsigned int>(LAUNCH_ARGS_CUT)
                  : 0U) |
             (event.bArgsUnreadable ? static_cast<unsigned int>(LAUNCH_ARGS_UNREADABLE) : 0U) |
-            (event.bPathCut ? static_cast<unsigned int>(LAUNCH_PATH_CUT) : 0U);
+            (event.bPathCut ? static_cast<unsigned int>(LAUNCH_PATH_CUT) : 0U) |
+            (event.bServed ? static_cast<unsigned int>(LAUNCH_SERVED) : 0U);
         head.path_length = Length(strPath);
         head.name_length = Length(strName);
         head.interp_length = Length(strInterp);

@@ -23,9 +23,13 @@ struct LaunchEvent {
     uint32_t nMountId = 0;  // of the mount it was started from, as statx names it; 0: not known
     uint64_t nSize = 0;     // in bytes
     int64_t nChanged = 0;   // change time, ns since 1970; 0: neither that nor the size is known
+    // The file was changed so shortly before the start that a change after it may have the same
+    // time: what it held is known only while the process runs.
+    bool bFresh = false;
     bool bArgsCut = false;
     bool bArgsUnreadable = false;
     bool bPathCut = false;     // strPath, strDirectory or strRoot may lead elsewhere
+    bool bServed = false;      // a reader of the file may wait for whoever serves its content
     std::string strPath;       // as its mount namespace spells it; "" for a file that is in no tree
     std::string strName;       // as invoked: absolute or relative, a script where there is one
     std::string strInterp;     // a script's interpreter as the script names it; "" without one

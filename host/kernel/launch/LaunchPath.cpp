@@ -68,8 +68,15 @@ StartedFile::StartedFile(const LaunchEvent& event, std::string strExeLink, const
 
 bool StartedFile::IsAt(const std::string& strPath) {
     FileStatus status;
-    return !strPath.empty() && strPath[0] == '/' && m_fnLook(strPath, status) &&
-           IsFile(status, m_event) && (IsUnchanged(status, m_event) || IsRunning());
+    return !strPath.empty() && strPath[0] == '/' && m_fnLook(strPath, status) && Is(status);
+}
+
+bool StartedFile::Is(const FileStatus& status) {
+    return IsFile(status, m_event) && (IsUnchanged(status, m_event) || IsRunning());
+}
+
+bool StartedFile::IsInode(const FileStatus& status) const {
+    return IsFile(status, m_event);
 }
 
 bool StartedFile::IsRunning() {
@@ -80,6 +87,22 @@ bool StartedFile::IsRunning() {
             (IsUnchanged(status, m_event) || status.nBorn == 0 || status.nBorn <= m_event.nChanged);
     }
     return *m_running;
+}
+
+std::function<bool()> RunsStill(const LaunchEvent& event) {
+    LaunchEvent file;
+    file.nPid = event.nPid;
+    file.nDevice = event.nDevice;
+    file.nInode = event.nInode;
+    file.nMountId = event.nMountId;
+    file.nSize = event.nSize;
+    file.nChanged = event.nChanged;
+    file.bFresh = event.bFresh;
+    return [file] {
+        return StartedFile(file, "/proc/" + std::to_string(file.nPid) + "/exe",
+                           file_look::ByMounts())
+            .IsRunning();
+    };
 }
 
 LaunchPath ChooseLaunchPath(const LaunchEvent& event, const FileLook& fnLook) {

@@ -6,17 +6,19 @@
 #define HOST_KERNEL_LAUNCH_LAUNCHPATH_H
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 
-#include "host/program/FileLook.h"
 #include "host/kernel/launch/LaunchEvent.h"
+#include "host/program/FileLook.h"
 
 enum LaunchPathOrigin {
     LAUNCH_PATH_NONE,      // no path names the file
     LAUNCH_PATH_INVOKED,   // the name it was started by, made absolute
     LAUNCH_PATH_RESOLVED,  // the kernel's spelling, links followed
-    LAUNCH_PATH_PROC       // /proc/PID/exe; good while the process lives
+    LAUNCH_PATH_PROC,      // /proc/PID/exe; good while the process lives
+    LAUNCH_PATH_HELD       // a link to the held file: no name leads there
 };
 
 struct LaunchPath {
@@ -37,6 +39,10 @@ public:
     // Whether the process runs it still, by the first look: it may have been renamed or removed. An
     // inode that was born after the start is another file.
     bool IsRunning();
+    // Likewise of a file already examined.
+    bool Is(const FileStatus& status);
+    // Whether it has the inode that was started, in whichever state it is now.
+    bool IsInode(const FileStatus& status) const;
 
 private:
     const LaunchEvent& m_event;
@@ -44,6 +50,10 @@ private:
     const FileLook& m_fnLook;
     std::optional<bool> m_running;
 };
+
+// Whether the launch's process runs its file still, whenever it is asked; on any thread, one at a
+// time.
+std::function<bool()> RunsStill(const LaunchEvent& event);
 
 // The name as invoked where stat says that it is the file started, else the resolved path where
 // that is, else /proc/PID/exe. Only where the resolved name alone is one by which the module

@@ -65,6 +65,7 @@ public:
 
     bool Open(std::string& strError) override;
     void Drain(const Sink& fnSink) override;
+    int Descriptor() const override { return ring_buffer__epoll_fd(m_pRing); }
     void Detach() override;
     SensorCounts Counts() const override;
     std::string Name() const override { return "eBPF"; }

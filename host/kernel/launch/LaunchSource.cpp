@@ -25,6 +25,18 @@ bool LookWithoutMagic(const std::string& strPath, FileStatus& status) {
     return file_look::AtDescriptor(fd.Get(), status);
 }
 
+std::string ExeLink(const LaunchEvent& event) {
+    return "/proc/" + std::to_string(event.nPid) + "/exe";
+}
+
+// What it is held as: the name it is reported by, else what the kernel calls it.
+std::string NameOf(const LaunchEvent& event, const Launch& launch) {
+    const bool bOwn =
+        launch.eOrigin == LAUNCH_PATH_INVOKED || launch.eOrigin == LAUNCH_PATH_RESOLVED;
+    const std::string& strName = bOwn ? launch.creation.strPath : event.PathOrName();
+    return !strName.empty() && strName[0] == '/' ? strName : "/" + strName;
+}
+
 }  // namespace
 
 LaunchSource::LaunchSource(std::unique_ptr<ILaunchSensor> pSensor, ILaunchObserver& observer,
@@ -35,6 +47,7 @@ LaunchSource::LaunchSource(std::unique_ptr<ILaunchSensor> pSensor, ILaunchObserv
       m_options(std::move(options)),
       m_cgroups(m_options.strCgroups ? *m_options.strCgroups : CgroupNames::Root()),
       m_nOwnPid(static_cast<uint32_t>(getpid())),
+      m_held(m_options.nMostHeld),
       m_batches({m_options.nMostLaunches, m_options.nMostBytes, m_options.batchTime}) {
     if (!m_options.fnLookAtScript) {
         m_options.fnLookAtScript = m_options.fnLook ? m_options.fnLook : LookWithoutMagic;
@@ -51,12 +64,22 @@ bool LaunchSource::Open(std::string& strError) {
     if (!m_pSensor->Open(strError)) {
         return false;
     }
+    std::string strRefused;
+    if (m_options.pLinks != nullptr && m_pSensor->IsExact()) {
+        m_pOpened = std::make_unique<OpenedFiles>();
+        if (!m_pOpened->Open(strRefused)) {
+            m_pOpened.reset();
+        }
+    }
     m_observer.OnNotice("launches are captured by " + m_pSensor->Name() + ": " +
                         m_pSensor->Limits());
     return true;
 }
 
 bool LaunchSource::Drain() {
+    if (m_pOpened != nullptr) {
+        m_pOpened->Read(Clock::now());
+    }
     size_t nRecords = 0;
     m_pSensor->Drain([&](const void* pData, size_t nSize) {
         TakeRecord(pData, nSize);
@@ -91,17 +114,21 @@ void LaunchSource::TakeExec(const LaunchEvent& event) {
     Launch launch;
     launch.strStarter = m_images.StarterOf(event);
     launch.bArgsCut = event.bArgsCut;
+    launch.pEvent = &event;
     launch.context.nUid = event.nUid;
     launch.context.strCgroup = m_cgroups.PathOf(event.nCgroup);
     launch.context.strContainer = ContainerOf(launch.context.strCgroup);
     LaunchPath path = ChooseLaunchPath(event, m_options.fnLook);
     launch.eOrigin = path.eOrigin;
     launch.creation = {std::move(path.strPath), event.strCommand, event.nPid};
+    Hold(event, launch);
     m_images.Note(event, launch.creation.strPath);
     if (launch.eOrigin == LAUNCH_PATH_NONE) {
         ++m_launches.nUnresolved;
-        m_observer.OnUnresolved(event, launch.context);
+        m_observer.OnUnresolved(event, launch.context, launch.pFile);
     } else {
+        m_launches.nNotHeld += launch.pFile == nullptr ? 1 : 0;
+        m_launches.nFresh += launch.pFile != nullptr && !launch.pFile->IsSure() ? 1 : 0;
         ++m_launches.nReported;
         Add(launch);
     }
@@ -110,8 +137,63 @@ void LaunchSource::TakeExec(const LaunchEvent& event) {
     }
 }
 
+// One version of a file is held once. What only the process leads to is reported by a link: the
+// number of a process is given away again.
+void LaunchSource::Hold(const LaunchEvent& event, Launch& launch) {
+    const FileVersion version = VersionOf(event);
+    launch.creation.strVersion = version.IsKnown() ? file_version::Text(version) : "";
+    // What a user's program serves is not held: opening and reading it would wait for him.
+    if (m_options.pLinks == nullptr || event.bServed) {
+        return;
+    }
+    const std::string strName = NameOf(event, launch);
+    launch.pFile = m_held.Find(version);
+    if (launch.pFile == nullptr) {
+        launch.pFile = Held(event, launch, version, strName);
+    }
+    if (launch.eOrigin == LAUNCH_PATH_NONE || launch.eOrigin == LAUNCH_PATH_PROC) {
+        const bool bSure = launch.pFile != nullptr && launch.pFile->IsSure();
+        launch.strLink = bSure ? launch.pFile->LinkIn(*m_options.pLinks, strName) : "";
+        launch.eOrigin = launch.strLink.empty() ? LAUNCH_PATH_NONE : LAUNCH_PATH_HELD;
+        launch.creation.strPath = launch.pFile == nullptr ? "" : strName;
+    }
+}
+
+FileVersion LaunchSource::VersionOf(const LaunchEvent& event) {
+    return {event.nDevice, event.nInode, event.nSize, event.nChanged,
+            event.bFresh ? ++m_nFresh : 0};
+}
+
+// By a path that leads to it, else by what was opened for the start.
+HeldFileRef LaunchSource::Held(const LaunchEvent& event, const Launch& launch,
+                               const FileVersion& version, const std::string& strName) {
+    const bool bPath = launch.eOrigin != LAUNCH_PATH_NONE;
+    const std::string strPath = bPath                  ? launch.creation.strPath
+                                : m_pOpened != nullptr ? m_pOpened->PathOf(event, m_options.fnLook)
+                                                       : "";
+    if (strPath.empty()) {
+        return nullptr;
+    }
+    StartedFile file(event, ExeLink(event), m_options.fnLook);
+    return m_held.Hold(version, strPath, strName,
+                       [&](const std::string& strFile, FileStatus& status) {
+                           const bool bThere = m_options.fnLook(strFile, status);
+                           if (!bThere || !file.IsInode(status)) {
+                               return HeldFiles::MATCH_NONE;
+                           }
+                           const bool bSure = event.bFresh ? file.IsRunning() : file.Is(status);
+                           return bSure                    ? HeldFiles::MATCH_SURE
+                                  : bPath && !event.bFresh ? HeldFiles::MATCH_NONE
+                                                           : HeldFiles::MATCH_INODE;
+                       });
+}
+
 void LaunchSource::TakeScript(const LaunchEvent& event, const Launch& launch) {
     Launch script = launch;
+    script.pFile = nullptr;
+    script.pEvent = nullptr;
+    script.strLink.clear();
+    script.creation.strVersion.clear();
     script.creation.strPath = ScriptPath(event, *m_options.nMountNs, m_options.fnLookAtScript);
     if (script.creation.strPath.empty()) {
         ++m_launches.nScriptsUnreported;
@@ -125,9 +207,30 @@ void LaunchSource::TakeScript(const LaunchEvent& event, const Launch& launch) {
 
 void LaunchSource::Add(Launch launch) {
     m_observer.OnLaunch(launch);
-    const size_t nBytes = launch.creation.strPath.size() + launch.creation.strCommand.size();
-    m_batches.Add(std::move(launch.creation), nBytes, Clock::now());
+    Batch(std::move(launch.creation), std::move(launch.strLink), std::move(launch.pFile));
+}
+
+void LaunchSource::Batch(event_message::Creation creation, std::string strLink,
+                         std::shared_ptr<const HeldFile> pFile) {
+    const size_t nBytes = creation.strPath.size() + creation.strCommand.size() + 2 * strLink.size();
+    m_batches.Add({std::move(creation), std::move(strLink), std::move(pFile)}, nBytes,
+                  Clock::now());
     ++m_launches.nBatched;
+}
+
+void LaunchSource::TakeAgain() {
+    if (m_options.pAgain == nullptr || m_options.pLinks == nullptr) {
+        return;
+    }
+    for (LaunchAgain& launch : m_options.pAgain->TakeAll()) {
+        std::string strLink = launch.pFile->LinkIn(*m_options.pLinks, launch.creation.strPath);
+        if (!strLink.empty()) {
+            ++m_launches.nAgain;
+            Batch(std::move(launch.creation), std::move(strLink), std::move(launch.pFile));
+        } else {
+            ++m_launches.nNotHeld;
+        }
+    }
 }
 
 void LaunchSource::TakeCounts(bool bLast) {
@@ -152,7 +255,24 @@ void LaunchSource::TakeCounts(bool bLast) {
 }
 
 void LaunchSource::TakeBatch(EventBatch& batch, uint64_t nNumber) {
-    const std::vector<event_message::Creation> creations = m_batches.TakeOldest();
+    std::vector<event_message::Creation> creations;
+    batch.files.clear();
+    batch.strTrueBody.clear();
+    std::vector<Batched> items = m_batches.TakeOldest();
+    bool bLinks = false;
+    for (Batched& item : items) {
+        creations.push_back(std::move(item.creation));
+        batch.files.push_back(std::move(item.pFile));
+        bLinks = bLinks || !item.strLink.empty();
+    }
+    if (bLinks) {
+        batch.strTrueBody = event_message::CreationsOf(creations);
+        for (size_t i = 0; i < items.size(); ++i) {
+            if (!items[i].strLink.empty()) {
+                creations[i].strPath = std::move(items[i].strLink);
+            }
+        }
+    }
     batch.strBody = event_message::CreationsOf(creations);
     batch.nNumber = nNumber;
     batch.nCopies = 1;

@@ -20,11 +20,14 @@
 #include "host/event/BatchQueue.h"
 #include "host/event/EventMessage.h"
 #include "host/event/IEventSource.h"
+#include "host/event/LaunchesAgain.h"
 #include "host/kernel/launch/CgroupNames.h"
 #include "host/kernel/launch/ILaunchSensor.h"
 #include "host/kernel/launch/Launch.h"
 #include "host/kernel/launch/LaunchPath.h"
+#include "host/kernel/launch/OpenedFiles.h"
 #include "host/kernel/launch/ProcessTable.h"
+#include "host/program/HeldFiles.h"
 
 struct LaunchSourceOptions {
     size_t nMostLaunches = 256;                // in one batch
@@ -37,6 +40,10 @@ struct LaunchSourceOptions {
     FileLook fnLookAtScript;                   // likewise, but not through a link of /proc
     std::optional<uint32_t> nMountNs;          // the host's, unless a test brings its own
     std::optional<std::string> strCgroups;     // where cgroup2 is mounted, likewise
+    // Where links to held files are made; null: no file is held. Must outlive what is held.
+    std::shared_ptr<PinDirectory> pLinks;
+    std::shared_ptr<LaunchesAgain> pAgain;  // null: none
+    size_t nMostHeld = 0;                   // as HeldFiles
 };
 
 class LaunchSource {
@@ -53,6 +60,8 @@ public:
     bool Open(std::string& strError);
     // Takes what waits in the ring, at most nMostRecords; false when more may wait.
     bool Drain();
+    // Batches what is to be reported once more.
+    void TakeAgain();
     // No new launches from now on; records that wait can still be drained.
     void Detach();
     // Gives the observer the counters; bLast: and every loss that is not yet announced.
@@ -60,18 +69,32 @@ public:
     // As the sensor.
     bool CatchUp(std::chrono::milliseconds wait) { return m_pSensor->CatchUp(wait); }
     bool IsExact() const { return m_pSensor->IsExact(); }
+    int Descriptor() const { return m_pSensor->Descriptor(); }
 
     // True when a batch is full or its time has come; bAny: or has anything in it.
     bool HasBatch(Clock::time_point now, bool bAny) const { return m_batches.HasBatch(now, bAny); }
+    bool IsFilling() const { return m_batches.IsFilling(); }
     // The oldest batch, under this number.
     void TakeBatch(EventBatch& batch, uint64_t nNumber);
     const LaunchCounters& Counters() const { return m_launches; }
 
 private:
+    struct Batched {
+        event_message::Creation creation;  // under its own name
+        std::string strLink;               // what the module gets instead; "" for none
+        std::shared_ptr<const HeldFile> pFile;
+    };
+
     void TakeRecord(const void* pData, size_t nSize);
     void TakeExec(const LaunchEvent& event);
+    void Hold(const LaunchEvent& event, Launch& launch);
+    FileVersion VersionOf(const LaunchEvent& event);
+    HeldFileRef Held(const LaunchEvent& event, const Launch& launch, const FileVersion& version,
+                     const std::string& strName);
     void TakeScript(const LaunchEvent& event, const Launch& launch);
     void Add(Launch launch);
+    void Batch(event_message::Creation creation, std::string strLink,
+               std::shared_ptr<const HeldFile> pFile);
 
     const std::unique_ptr<ILaunchSensor> m_pSensor;
     ILaunchObserver& m_observer;
@@ -80,7 +103,10 @@ private:
     CgroupNames m_cgroups;
     const uint32_t m_nOwnPid;
     bool m_bDetached = false;
-    BatchQueue<event_message::Creation> m_batches;
+    uint64_t m_nFresh = 0;  // starts of files that were changed just before
+    HeldFiles m_held;
+    std::unique_ptr<OpenedFiles> m_pOpened;  // null where it is of no use, or refused
+    BatchQueue<Batched> m_batches;
     uint64_t m_nAnnounced = 0;  // losses
     uint64_t m_nLostSeen = 0;
     Clock::time_point m_lossBegun;  // of those not announced yet

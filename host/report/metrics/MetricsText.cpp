@@ -56,6 +56,9 @@ Samples Flaws(const Moment& moment) {
             {{"args_cut"}, Value(launches.nArgsCut)},
             {{"args_unreadable"}, Value(launches.nArgsUnreadable)},
             {{"processes_lost"}, Value(launches.nOthersLost)},
+            {{"changed"}, Value(moment.balance.module.nChanged)},
+            {{"not_held"}, Value(launches.nNotHeld)},
+            {{"fresh"}, Value(launches.nFresh)},
             {{"files_no_program"}, Value(moment.balance.files.nNoProgram)},
             {{"files_found"}, Value(moment.balance.files.nFound)},
             {{"files_gone"}, Value(moment.balance.files.nGone)},
@@ -73,6 +76,7 @@ Samples FileSeconds(const Moment& moment) {
 Samples Reported(const Moment& moment) {
     return {{{"launch"}, Value(moment.balance.launches.nReported)},
             {{"script"}, Value(moment.balance.launches.nScripts)},
+            {{"again"}, Value(moment.balance.launches.nAgain)},
             {{"file"}, Value(moment.balance.files.nReported)}};
 }
 

@@ -136,6 +136,13 @@ std::vector<Remark> Remarks(const Balance& balance) {
          "times the kernel's queue of file operations was full; what it lost is not known"},
         {launches.nScripts, "script reported in addition to its interpreter",
          "scripts reported in addition to their interpreters"},
+        {launches.nAgain, "launch reported once more, by a link to its file",
+         "launches reported once more, by links to their files"},
+        {balance.module.nChanged, "launch whose file was another when the module hashed it",
+         "launches whose files were others when the module hashed them"},
+        {launches.nFresh, "launch of a file written just before, judged only if it is bad",
+         "launches of files written just before, judged only if they are bad"},
+        {launches.nNotHeld, "launch whose file is not held", "launches whose files are not held"},
         {launches.nScriptsUnreported, "script not reported", "scripts not reported"},
         {launches.nArgsCut, "launch with arguments cut", "launches with arguments cut"},
         {launches.nArgsUnreadable, "launch with arguments unreadable",
@@ -197,6 +204,8 @@ void AddCaptured(JsonObject& record, const Balance& balance) {
     object.Add("scripts_unreported", launches.nScriptsUnreported);
     object.Add("args_cut", launches.nArgsCut).Add("args_unreadable", launches.nArgsUnreadable);
     object.Add("processes_lost", launches.nOthersLost);
+    object.Add("again", launches.nAgain).Add("not_held", launches.nNotHeld);
+    object.Add("fresh", launches.nFresh);
     record.AddJson("launches", object.Text()).AddJson("files", FilesJson(balance.files));
 }
 
@@ -232,6 +241,7 @@ JsonObject& AddNumbers(JsonObject& record, const Balance& balance) {
     record.Add("unreadable", events.nUnreadable).Add("stat_failed", events.nStatFailed);
     record.Add("known_maker", events.nKnownMaker).Add("missing", events.nMissing);
     record.Add("unmatched", events.nUnmatched).Add("queries_not_sent", module.nNotSent);
+    record.Add("changed", module.nChanged);
     record.Add("queries", module.nQueries).Add("answers", module.nAnswers);
     record.AddJson("answers_by_level", verdict_row::LevelsJson(module.answersByLevel));
     record.Add("known", module.nKnown)

@@ -20,6 +20,9 @@ inline Balance DistinctBalance() {
     launches.nArgsCut = 110;
     launches.nArgsUnreadable = 111;
     launches.nOthersLost = 112;
+    launches.nAgain = 113;
+    launches.nNotHeld = 114;
+    launches.nFresh = 115;
     FileCounters& files = balance.files;
     files.nCaptured = 201;
     files.nOwn = 202;
@@ -63,6 +66,7 @@ inline Balance DistinctBalance() {
     module.nCached = 406;
     module.nHashedBytes = 407;
     module.nBadRuns = 408;
+    module.nChanged = 409;
     module.answersByLevel = {{10, 411}, {20, 412}, {40, 413}, {70, 414}};
     return balance;
 }

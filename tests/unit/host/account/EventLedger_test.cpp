@@ -225,7 +225,7 @@ TEST_F(EventLedgerTest, ANameThatIsNotUtf8IsQueriedUnderItsReplacement) {
         Outcome(OUTCOME_QUERIED, EXPECTED_LAUNCH, "/bin/a\xef\xbf\xbd\xef\xbf\xbdz"));
 
     ASSERT_TRUE(expected.has_value());
-    EXPECT_EQ("/bin/a\xff\xfez", expected->strFile);
+    EXPECT_EQ("/bin/a\xff\xfez", expected->expected.strFile);
 }
 
 TEST_F(EventLedgerTest, NamesThatDifferOutsideAsciiAreTwo) {
@@ -234,7 +234,7 @@ TEST_F(EventLedgerTest, NamesThatDifferOutsideAsciiAreTwo) {
     const auto second = m_ledger.Match(Outcome(OUTCOME_QUERIED, EXPECTED_LAUNCH, "/bin/a\xc3\xa8"));
 
     ASSERT_TRUE(second.has_value());
-    EXPECT_EQ("/bin/a\xc3\xa8", second->strFile);
+    EXPECT_EQ("/bin/a\xc3\xa8", second->expected.strFile);
     EXPECT_TRUE(m_ledger.Match(Outcome(OUTCOME_QUERIED, EXPECTED_LAUNCH, "/bin/a\xc3\xa9")));
 }
 
@@ -247,18 +247,18 @@ TEST_F(EventLedgerTest, OfNamesWithOneReplacementTheOneThatIsThereIsMeant) {
     const auto queried =
         m_ledger.Match(Outcome(OUTCOME_QUERIED, EXPECTED_LAUNCH, m_dir.Path() + "/a\xef\xbf\xbd"));
     ASSERT_TRUE(queried.has_value());
-    EXPECT_EQ(strThere, queried->strFile);
+    EXPECT_EQ(strThere, queried->expected.strFile);
 
     // A log record has the very bytes.
     const std::string strSecond = m_dir.WriteFile("a\xfc", "x", 0755);
     m_ledger.Analyse(Launches(3, {strThere, strSecond}));
     const auto second = m_ledger.Match(Outcome(OUTCOME_CACHED, EXPECTED_LAUNCH, strSecond));
     ASSERT_TRUE(second.has_value());
-    EXPECT_EQ(strSecond, second->strFile);
+    EXPECT_EQ(strSecond, second->expected.strFile);
     const auto logged =
         m_ledger.Match(Outcome(OUTCOME_CACHED, EXPECTED_LAUNCH, m_dir.Path() + "/a\xff"));
     ASSERT_TRUE(logged.has_value());
-    EXPECT_EQ(m_dir.Path() + "/a\xff", logged->strFile);
+    EXPECT_EQ(m_dir.Path() + "/a\xff", logged->expected.strFile);
 }
 
 // The maker is asked for again when a pipe's query has not come for long: whoever reads a large
@@ -331,8 +331,8 @@ TEST_F(EventLedgerTest, ASignNamesTheProgramOrTheFileOfAFileOperation) {
     const auto unit = m_ledger.Match(OfProgram(OUTCOME_QUERIED, EXPECTED_UNIT, "/bin/actor"));
 
     ASSERT_TRUE(write && unit);
-    EXPECT_EQ("/etc/cron.d/a", write->strFile);
-    EXPECT_EQ("/etc/systemd/system/x.service", unit->strFile);
+    EXPECT_EQ("/etc/cron.d/a", write->expected.strFile);
+    EXPECT_EQ("/etc/systemd/system/x.service", unit->expected.strFile);
     EXPECT_EQ(0u, m_ledger.FinalState().nMissing);
     EXPECT_EQ(1u, m_ledger.FinalState().nUnreadable);
 }

@@ -27,7 +27,8 @@ constexpr uint32_t NOBODY = 0x7ffffff0;  // beyond every process number
 class Observer : public ILaunchObserver, public IFileObserver {
 public:
     void OnLaunch(const Launch&) override {}
-    void OnUnresolved(const LaunchEvent&, const LaunchContext&) override {}
+    void OnUnresolved(const LaunchEvent&, const LaunchContext&,
+                      const std::shared_ptr<const HeldFile>&) override {}
     void OnLost(uint64_t, uint64_t) override {}
     void OnCounters(const LaunchCounters&) override {}
     void OnOperation(const FileOperation& operation) override { m_operations.push_back(operation); }

@@ -41,7 +41,7 @@ protected:
 TEST_F(JournalObserversTest, EverythingThatASensorReportsIsAnEventOfItsOwn) {
     SensorObserver observer(m_journal);
     observer.OnLaunch(Started("/bin/a", "/bin/b"));
-    observer.OnUnresolved(LaunchEvent(), LaunchContext());
+    observer.OnUnresolved(LaunchEvent(), LaunchContext(), nullptr);
     observer.OnLost(1, 2);
     observer.OnCounters(LaunchCounters());
     observer.OnOperation(FileOperation());

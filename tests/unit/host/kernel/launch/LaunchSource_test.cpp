@@ -34,9 +34,11 @@ public:
 class Observer : public ILaunchObserver {
 public:
     void OnLaunch(const Launch& launch) override { m_launches.push_back(launch); }
-    void OnUnresolved(const LaunchEvent& event, const LaunchContext& context) override {
+    void OnUnresolved(const LaunchEvent& event, const LaunchContext& context,
+                      const HeldFileRef& pFile) override {
         m_unresolved.push_back(event);
         m_contexts.push_back(context);
+        m_held.push_back(pFile);
     }
     void OnLost(uint64_t nLost, uint64_t nTotal) override { m_lost.push_back({nLost, nTotal}); }
     void OnCounters(const LaunchCounters& counters) override { m_counters = counters; }
@@ -44,6 +46,7 @@ public:
 
     std::vector<Launch> m_launches;
     std::vector<LaunchContext> m_contexts;  // of those unresolved
+    std::vector<HeldFileRef> m_held;
     std::vector<LaunchEvent> m_unresolved;
     std::vector<std::pair<uint64_t, uint64_t>> m_lost;
     std::vector<std::string> m_notices;

@@ -102,12 +102,16 @@ tevmon_flaws_total{flaw="script_unreported"} 109
 tevmon_flaws_total{flaw="args_cut"} 110
 tevmon_flaws_total{flaw="args_unreadable"} 111
 tevmon_flaws_total{flaw="processes_lost"} 112
+tevmon_flaws_total{flaw="changed"} 409
+tevmon_flaws_total{flaw="not_held"} 114
+tevmon_flaws_total{flaw="fresh"} 115
 tevmon_flaws_total{flaw="files_no_program"} 207
 tevmon_flaws_total{flaw="files_found"} 212
 tevmon_flaws_total{flaw="files_gone"} 213
 tevmon_flaws_total{flaw="files_broken"} 209
 tevmon_reported_total{kind="launch"} 106
 tevmon_reported_total{kind="script"} 107
+tevmon_reported_total{kind="again"} 113
 tevmon_reported_total{kind="file"} 205
 tevmon_events_total{fate="refused"} 302
 tevmon_events_total{fate="not_stored"} 305
@@ -137,7 +141,7 @@ tevmon_answers_total{level="70"} 414
 tevmon_queries_outstanding 400
 tevmon_bad_runs_total 408
 tevmon_hashed_bytes_total 407
-tevmon_unexplained 7602
+tevmon_unexplained 7489
 tevmon_start_time_seconds 1700000000
 )",
         Samples(metrics_text::Text(DistinctBalance(), 1700000000)));

@@ -1,0 +1,45 @@
+// Launches that the module analysed too late, when another file lay under their names: they wait
+// here to be reported once more, by links to the files that are held.
+//
+// Threads: any; one mutex. Errors: none but std::bad_alloc.
+#ifndef HOST_EVENT_LAUNCHESAGAIN_H
+#define HOST_EVENT_LAUNCHESAGAIN_H
+
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include "host/base/Mutex.h"
+#include "host/event/EventMessage.h"
+#include "host/program/HeldFile.h"
+
+struct LaunchAgain {
+    event_message::Creation creation;  // as it was reported
+    std::shared_ptr<const HeldFile> pFile;
+};
+
+class LaunchesAgain {
+public:
+    static constexpr size_t MOST = 16384;
+
+    // False when too many wait.
+    bool Add(LaunchAgain launch) {
+        const MutexLock lock(m_mutex);
+        if (m_launches.size() >= MOST) {
+            return false;
+        }
+        m_launches.push_back(std::move(launch));
+        return true;
+    }
+
+    std::vector<LaunchAgain> TakeAll() {
+        const MutexLock lock(m_mutex);
+        return std::exchange(m_launches, {});
+    }
+
+private:
+    Mutex m_mutex;
+    std::vector<LaunchAgain> m_launches TEV_GUARDED_BY(m_mutex);
+};
+
+#endif

@@ -1,0 +1,181 @@
+#!/usr/bin/env python3
+"""Swaps, overwrites and removes programs that were started, and looks whose verdict they got.
+
+Usage: verdicts.py HOST [--runs N] [--kinds KIND,...]
+
+Each program has the content of one on the bad list. It must be shown as bad, once, whatever lies under its
+name by the time it is analysed, and no verdict on anything else may stand under its name. Exit code 0: so it
+was, 1: not, 77: this machine does not allow it.
+"""
+
+import argparse
+import hashlib
+import pathlib
+import shutil
+import subprocess
+import sys
+import tempfile
+import time
+
+import livehost
+
+GOOD = "/bin/true"
+SOURCE = """#include <unistd.h>
+static const char CONTENT[] = "bad %s";
+int main(void) {
+    char byte;
+    return write(1, CONTENT, 1) != 1 || read(0, &byte, 1) != 0;
+}
+"""
+
+
+def end(process):
+    if process.returncode is None:
+        process.communicate()
+
+
+def put_good_over(path):
+    shutil.copy(GOOD, path.with_name("good"))
+    path.with_name("good").rename(path)
+
+
+def renamed(host, name, path, process):
+    put_good_over(path)
+
+
+def overwritten(host, name, path, process):
+    if not host.wait_for(lambda r: r["event"] == "bad_run" and r["file"] == str(path)):
+        sys.exit(f"{path} was not shown while it ran: {host.said()}")
+    end(process)
+    shutil.copyfile(GOOD, path)
+
+
+def overwritten_at_once(host, name, path, process):
+    end(process)
+    shutil.copyfile(GOOD, path)
+
+
+def retargeted(host, name, path, process):
+    name.with_name("next").symlink_to(GOOD)
+    name.with_name("next").rename(name)
+
+
+def directory(host, name, path, process):
+    path.parent.rename(path.parent.with_name(path.parent.name + ".moved"))
+    path.parent.mkdir()
+    shutil.copy(GOOD, path)
+
+
+def unlinked(host, name, path, process):
+    path.unlink()
+
+
+def renamed_at_once(host, name, path, process):
+    put_good_over(path)
+
+
+def unlinked_at_once(host, name, path, process):
+    path.unlink()
+
+
+KINDS = (renamed, overwritten, retargeted, directory, unlinked, renamed_at_once, unlinked_at_once,
+         overwritten_at_once)
+# Its content is gone when it is looked for: it may be unresolved or unjudged, and nothing else.
+MAY_MISS = (overwritten_at_once,)
+AT_ONCE = (renamed_at_once, unlinked_at_once, overwritten_at_once)
+
+
+def build_bad(folder):
+    source = folder / "bad.c"
+    source.write_text(SOURCE % folder.name)
+    compiler = shutil.which("cc") or livehost.skip("needs a C compiler for its helpers")
+    subprocess.run([compiler, "-O2", "-static", "-o", str(folder / "bad"), str(source)], check=True)
+    content = (folder / "bad").read_bytes()
+    md5 = hashlib.md5(content).hexdigest()
+    (folder / "list").write_text(f"{md5}  bad\n")
+    return hashlib.sha1(content).hexdigest() + md5
+
+
+def start(host, folder, kind, number):
+    """Its paths: of the name and of the file; when it was started."""
+    place = folder / f"{kind.__name__}{number}"
+    place.mkdir()
+    path = place / "program"
+    shutil.copy(folder / "bad", path)
+    name = path
+    if kind is retargeted:
+        name = place / "link"
+        name.symlink_to("program")
+    at_once = kind in AT_ONCE
+    begun = time.time()
+    process = subprocess.Popen([str(name)], stdout=subprocess.PIPE,
+                               stdin=subprocess.DEVNULL if at_once else subprocess.PIPE)
+    if not at_once:
+        process.stdout.read(1)  # it runs, and goes on until its input ends
+    kind(host, name, path, process)
+    end(process)
+    return {str(name), str(path)}, begun
+
+
+def judge(host, started, key):
+    """What was shown of each; the number of complaints."""
+    complaints = 0
+    for kind in KINDS:
+        names = {name for name, of in started.items() if of is kind}
+        places = {str(pathlib.Path(name).parent) for name in names}
+        if not names:
+            continue
+        bad = [str(pathlib.Path(r["file"]).parent) for r in host.of("bad_run") if r["file"] in names]
+        others = [r for r in host.of("query", "verdict")
+                  if r["path"] in names and r["key"] not in ("", key) and not r.get("changed")]
+        missing, twice = places - set(bad), len(bad) - len(set(bad))
+        print(f"{kind.__name__:19} {len(set(bad))} of {len(places)} shown as bad, {twice} twice, "
+              f"{len(others)} with another's verdict")
+        complaints += twice + len(others) + (0 if kind in MAY_MISS else len(missing))
+        for place in sorted(missing)[:0 if kind in MAY_MISS else 3]:
+            print("  not shown:", [r for r in host.records if place + "/" in str(r)][:6])
+        for record in others[:3]:
+            print("  another's:", record)
+    return complaints
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    parser.add_argument("host")
+    parser.add_argument("--runs", type=int, default=20)
+    parser.add_argument("--kinds", default=",".join(kind.__name__ for kind in KINDS))
+    args = parser.parse_args()
+    livehost.check_machine()
+    kinds = [kind for kind in KINDS if kind.__name__ in args.kinds.split(",")]
+    with tempfile.TemporaryDirectory(prefix="tevmon-verdicts-", dir="/var/tmp") as name:
+        folder = pathlib.Path(name)
+        key = build_bad(folder)
+        host = livehost.Host(args.host, folder, "--bad", str(folder / "list"))
+        started, begun = {}, {}
+        for number in range(args.runs):
+            for kind in kinds:
+                names, when = start(host, folder, kind, number)
+                for name in names:
+                    started[name], begun[name] = kind, when
+        # What was reported once more is analysed as well: the last of it is a file of its own.
+        for last in ("last", "verylast"):
+            shutil.copy(GOOD, folder / last)
+            subprocess.run([str(folder / last)], check=True)
+            host.judged(folder / last)
+        code = host.stop()
+        balance = host.balance()
+        complaints = judge(host, started, key)
+        delays = sorted(r["time"] - begun[r["file"]] for r in host.of("bad_run")
+                        if r["file"] in begun)
+        left = list((folder / "state" / "run").iterdir())
+        print(f"exit code {code}, unexplained {balance['unexplained']}, changed {balance['changed']}, "
+              f"again {balance['launches']['again']}, left behind {left}")
+        if delays:
+            print(f"shown {max(delays[-1], 0):.1f} s after the start at the latest, in whole seconds")
+        good = code == 0 and balance["unexplained"] == 0 and not left and complaints == 0
+        seen = balance["changed"] > 0 and balance["launches"]["again"] > 0
+        return 0 if good and seen else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main())
