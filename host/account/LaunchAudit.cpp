@@ -19,6 +19,10 @@ bool IsSameFile(const struct stat& left, const struct stat& right) {
            left.st_size == right.st_size && ChangedOf(left) == ChangedOf(right);
 }
 
+bool IsSameInode(const struct stat& left, const struct stat& right) {
+    return left.st_dev == right.st_dev && left.st_ino == right.st_ino;
+}
+
 // Of some file systems stat names another device than the kernel's records do.
 bool IsVersion(const struct stat& status, const FileVersion& version) {
     const uint64_t nDevice = uint64_t{major(status.st_dev)} << MINOR_BITS | minor(status.st_dev);
@@ -42,13 +46,14 @@ LaunchAudit::LaunchAudit(const VerdictService& service, LaunchHolding& holding, 
       m_hooks(std::move(hooks)) {}
 
 void LaunchAudit::Note(const std::string& strName, const std::string& strStarter,
-                       const HeldFileRef& pFile, const LaunchEvent& event) {
+                       const HeldFileRef& pFile) {
     if (pFile == nullptr || !pFile->Version().IsKnown()) {
         return;
     }
     {
         const MutexLock lock(m_mutex);
         WaitingFile& file = m_waiting[pFile->Version()];
+        file.pFile = pFile;
         if (file.launches.empty() || m_nWaiting < MOST_WAITING) {
             file.launches.push_back({strName, strStarter});
             ++m_nWaiting;
@@ -56,7 +61,10 @@ void LaunchAudit::Note(const std::string& strName, const std::string& strStarter
             ++file.nMore;
         }
     }
-    if (const std::optional<ProgramDigest> digest = m_lanes.Ask(pFile, RunsStill(event))) {
+    if (const std::optional<ProgramDigest> digest = m_lanes.Ask(pFile)) {
+        if (digest->eEnd != DIGEST_DONE) {
+            pFile->AddUnjudged();
+        }
         Digested(pFile->Version(), *digest);
     }
 }
@@ -75,7 +83,9 @@ void LaunchAudit::Digested(const FileVersion& version, const ProgramDigest& dige
     }
     // What may have been written to is bad where it is now, and is not known to be good.
     const Verdict verdict = m_service.Decide(digest.strKey);
-    if (IsBad(verdict)) {
+    // Without a digest of its own the module's verdict counts as well; both are shown once.
+    const auto isFirst = [&] { return digest.eEnd == DIGEST_DONE || file.pFile->MarkShown(); };
+    if (IsBad(verdict) && (isFirst() || file.pFile->IsSure())) {
         for (const Waiting& launch : file.launches) {
             Judge(launch, verdict);
         }
@@ -102,35 +112,40 @@ void LaunchAudit::Begin(const std::string& strBody, const std::vector<StrayLaunc
     }
 }
 
-EventLedger::IsSame LaunchAudit::SameAs(const struct stat& status,
-                                        const std::string& strKey) const {
-    return
-        [this, status, strKey](const HeldFile* pFile, const std::optional<FileVersion>& version) {
-            if (pFile == nullptr && !version) {
-                return true;  // nothing is known of it
-            }
-            if (pFile != nullptr && pFile->Version().nFresh != 0) {
-                const std::optional<ProgramDigest> digest = m_lanes.Known(pFile->Version());
-                return !digest || digest->strKey == strKey;  // its times say nothing
-            }
-            const bool bSame = pFile != nullptr ? IsSameFile(status, pFile->Status())
-                                                : IsVersion(status, *version);
-            if (bSame) {
-                return true;
-            }
-            // A name that is removed or changed changes the time, not the content.
-            const std::optional<ProgramDigest> known =
-                m_lanes.Known(pFile != nullptr ? pFile->Version() : *version);
-            return known && known->strKey == strKey;
-        };
+EventLedger::IsSame LaunchAudit::SameAs(const struct stat& status, const std::string& strKey) {
+    {
+        const MutexLock lock(m_mutex);
+        m_strLastKey = strKey;
+    }
+    return [this, status, strKey](const HeldFile* pFile,
+                                  const std::optional<FileVersion>& version) {
+        if (pFile == nullptr && !version) {
+            return true;  // nothing is known of it
+        }
+        // The content decides where it is known: a change of the name or mode changes the time, and
+        // some writes do not.
+        const std::optional<ProgramDigest> known =
+            m_lanes.Known(pFile != nullptr ? pFile->Version() : *version);
+        if (known) {
+            return known->strKey == strKey;
+        }
+        return pFile != nullptr ? IsSameFile(status, pFile->Status()) : IsVersion(status, *version);
+    };
 }
 
-void LaunchAudit::Changed(const StrayLaunch& launch, const std::string& strHashedKey) {
+void LaunchAudit::Changed(const StrayLaunch& launch, const struct stat& status,
+                          const std::string& strHashedKey) {
     const std::optional<ProgramDigest> known =
         launch.pFile != nullptr ? m_lanes.Known(launch.pFile->Version()) : std::nullopt;
+    const std::string strName = m_links.TrueNames(launch.strFile);
     const bool bAgain = ReportAgain(launch);
-    m_hooks.fnChanged(
-        {m_links.TrueNames(launch.strFile), strHashedKey, known ? known->strKey : "", bAgain});
+    m_hooks.fnChanged({strName, strHashedKey, known ? known->strKey : "", bAgain});
+    // The very file that was started, with a bad content.
+    const bool bOwn = launch.pFile != nullptr && IsSameInode(status, launch.pFile->Status());
+    const Verdict verdict = m_service.Decide(strHashedKey);
+    if (bOwn && IsBad(verdict) && launch.pFile->MarkShown()) {
+        Judge({strName, ""}, verdict);
+    }
 }
 
 // Once: what was reported by a link leads to its file or to none.
@@ -158,29 +173,43 @@ std::optional<event_message::Creation> LaunchAudit::CreationOf(const StrayLaunch
                                    json_reader::Text(jsonElement, event_message::MEMBER_VERSION)};
 }
 
-bool LaunchAudit::IsDoubtful(const EndedQuery& ended) const {
-    return ended.pFile != nullptr && ended.pFile->Version().nFresh != 0 &&
-           !m_lanes.Known(ended.pFile->Version());
+bool LaunchAudit::IsDoubtful(const EndedQuery& ended) {
+    return ended.pFile != nullptr && !ended.pFile->IsSure();
 }
 
-LaunchAudit::Known LaunchAudit::Of(const EndedQuery& ended) {
-    const FileVersion version = ended.pFile != nullptr ? ended.pFile->Version() : FileVersion();
-    if (!version.IsKnown()) {
-        return {ended.bChanged, {}};
+Verdict LaunchAudit::LastHashed() const {
+    std::string strKey;
+    {
+        const MutexLock lock(m_mutex);
+        strKey = m_strLastKey;
     }
-    if (const std::optional<ProgramDigest> known = m_lanes.Known(version)) {
+    return m_service.Decide(strKey);
+}
+
+std::optional<Verdict> LaunchAudit::Of(const EndedQuery& ended, const Verdict& moduleVerdict) {
+    const HeldFile& file = *ended.pFile;
+    if (!file.IsSure()) {
+        return IsBad(moduleVerdict) && !ended.bChanged && file.MarkShown()
+                   ? std::optional<Verdict>(moduleVerdict)
+                   : std::nullopt;
+    }
+    if (const std::optional<ProgramDigest> known = m_lanes.Known(file.Version())) {
         const Verdict verdict = m_service.Decide(known->strKey);
-        // A bad program was announced when its digest was there.
-        const bool bShown = !ended.bChanged && !IsBad(verdict);
-        return {true, bShown ? std::optional<Verdict>(verdict) : std::nullopt};
+        // A bad program was announced when its digest was there, if that was asked for in time.
+        const bool bShown = IsBad(verdict) ? file.TakeUnjudged() : !ended.bChanged;
+        return bShown ? std::optional<Verdict>(verdict) : std::nullopt;
     }
-    const MutexLock lock(m_mutex);
-    const auto found = m_waiting.find(version);
-    if (found == m_waiting.end()) {
-        return {ended.bChanged || version.nFresh != 0, {}};
+    {
+        const MutexLock lock(m_mutex);
+        const auto found = m_waiting.find(file.Version());
+        if (found != m_waiting.end()) {
+            if (!ended.bChanged) {
+                found->second.strEnded = file.Name();
+            }
+            return std::nullopt;
+        }
     }
-    if (!ended.bChanged) {
-        found->second.strEnded = ended.pFile->Name();
-    }
-    return {true, {}};
+    const bool bShown =
+        !ended.bChanged && (!IsBad(moduleVerdict) || file.TakeUnjudged() || file.MarkShown());
+    return bShown ? std::optional<Verdict>(moduleVerdict) : std::nullopt;
 }

@@ -72,28 +72,26 @@ public:
     LaunchAudit& operator=(const LaunchAudit&) = delete;
 
     // A launch was reported, or could not be but is held: its digest is asked for.
-    void Note(const std::string& strName, const std::string& strStarter, const HeldFileRef& pFile,
-              const LaunchEvent& event);
+    void Note(const std::string& strName, const std::string& strStarter, const HeldFileRef& pFile);
     // [lanes] Its digest is there, or will never be.
     void Digested(const FileVersion& version, const ProgramDigest& digest);
 
     // The module begins with this message; what it does not find there is reported once more.
     void Begin(const std::string& strBody, const std::vector<StrayLaunch>& gone);
     // What is in the module's hand, for EventLedger::Hashed.
-    EventLedger::IsSame SameAs(const struct stat& status, const std::string& strKey) const;
+    EventLedger::IsSame SameAs(const struct stat& status, const std::string& strKey);
     // It was another file: reported once more, if it is still held.
-    void Changed(const StrayLaunch& launch, const std::string& strHashedKey);
+    // status: of what the module hashed.
+    void Changed(const StrayLaunch& launch, const struct stat& status,
+                 const std::string& strHashedKey);
 
-    // Of a launch that the module has ended: what is known of its own file. Nothing when the
-    // module's own digest has to do.
-    struct Known {
-        bool bSettled = false;  // judged by its own file, or in no way
-        std::optional<Verdict> verdict = {};
-    };
-    Known Of(const EndedQuery& ended);
-    // Whether what the module hashed may be another content, and nobody can know: the file was
-    // changed just before its start, and its process had ended before it was read.
-    bool IsDoubtful(const EndedQuery& ended) const;
+    // Of a launch whose file is held, when the module has ended with it: the verdict to be shown
+    // then. moduleVerdict: on what the module hashed.
+    std::optional<Verdict> Of(const EndedQuery& ended, const Verdict& moduleVerdict);
+    // Whether what the file held at its start is not known: it may have changed without a trace.
+    static bool IsDoubtful(const EndedQuery& ended);
+    // [the module's thread] The verdict on what it hashed last.
+    Verdict LastHashed() const;
 
 private:
     struct Waiting {
@@ -102,6 +100,7 @@ private:
     };
     struct WaitingFile {
         std::vector<Waiting> launches;
+        HeldFileRef pFile;
         uint64_t nMore = 0;    // of which no name is kept
         std::string strEnded;  // by the module; the name of the last
     };
@@ -121,6 +120,7 @@ private:
     // Of the message in the module's hand; read when something of it is asked for.
     std::string m_strBody TEV_GUARDED_BY(m_mutex);
     Json::Value m_jsonMessage TEV_GUARDED_BY(m_mutex);
+    std::string m_strLastKey TEV_GUARDED_BY(m_mutex);  // that the module hashed
 };
 
 #endif

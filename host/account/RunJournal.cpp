@@ -55,7 +55,7 @@ void RunJournal::Hashed(const std::string& strPath, const struct stat& status,
         return;
     }
     if (const auto stray = m_ledger.Hashed(strPath, m_pAudit->SameAs(status, strKey))) {
-        m_pAudit->Changed(*stray, strKey);
+        m_pAudit->Changed(*stray, status, strKey);
     }
 }
 
@@ -141,14 +141,14 @@ void RunJournal::AnnounceDropped(DropReason eReason, uint64_t nTotal, uint64_t& 
 void RunJournal::Count(const LaunchReported& event) {
     const Launch& launch = event.launch;
     m_judge.Note(launch);
-    if (m_pAudit != nullptr && launch.pEvent != nullptr) {
-        m_pAudit->Note(launch.creation.strPath, launch.strStarter, launch.pFile, *launch.pEvent);
+    if (m_pAudit != nullptr) {
+        m_pAudit->Note(launch.creation.strPath, launch.strStarter, launch.pFile);
     }
 }
 
 void RunJournal::Count(const LaunchUnresolved& event) {
     if (m_pAudit != nullptr) {
-        m_pAudit->Note(event.event.PathOrName(), "", event.pFile, event.event);
+        m_pAudit->Note(event.event.PathOrName(), "", event.pFile);
     }
 }
 
@@ -171,7 +171,7 @@ void RunJournal::Take(const QueryReceived& event) {
     query.strPath = TrueName(query.strPath);
     Publish(QueryReceived{query, event.eFate, event.verdict, IsDoubtful(ended)});
     if (m_bWatch && !IsLost(event.eFate)) {
-        Judge(ended, false, [&](const std::optional<ExpectedQuery>& expected) {
+        Judge(ended, event.verdict, false, [&](const std::optional<ExpectedQuery>& expected) {
             return m_judge.Judge(query, event.eFate, event.verdict, outcome, expected);
         });
     }
@@ -199,9 +199,10 @@ void RunJournal::Take(const ModuleNoted& event) {
     shown.strText = TrueName(note.strText);
     Publish(ModuleNoted{shown, IsDoubtful(ended)});
     if (m_bWatch && note.eNote == NOTE_CACHED) {
-        Judge(ended, true, [&](const std::optional<ExpectedQuery>& expected) {
-            return m_judge.Judge(shown, expected);
-        });
+        Judge(ended, m_pAudit != nullptr ? m_pAudit->LastHashed() : Verdict(), true,
+              [&](const std::optional<ExpectedQuery>& expected) {
+                  return m_judge.Judge(shown, expected);
+              });
     }
 }
 
@@ -213,25 +214,24 @@ void RunJournal::Take(const ModuleLogged& event) {
 
 // By its own file where that is known: then nothing else is read or kept for it.
 void RunJournal::Judge(
-    const std::optional<EndedQuery>& ended, bool bCached,
+    const std::optional<EndedQuery>& ended, const Verdict& moduleVerdict, bool bCached,
     const std::function<Judgement(const std::optional<ExpectedQuery>&)>& fnJudge) {
     std::optional<ExpectedQuery> expected;
-    LaunchAudit::Known known;
     if (ended) {
         expected = ended->expected;
         expected->strFile = TrueName(expected->strFile);
-        known = m_pAudit != nullptr && expected->eKind == EXPECTED_LAUNCH ? m_pAudit->Of(*ended)
-                                                                          : LaunchAudit::Known();
     }
-    if (known.verdict) {
-        Announce(m_judge.Launched(expected->strFile, *known.verdict), bCached);
-    } else if (!known.bSettled) {
+    if (ended && m_pAudit != nullptr && ended->pFile != nullptr) {
+        if (const std::optional<Verdict> verdict = m_pAudit->Of(*ended, moduleVerdict)) {
+            Announce(m_judge.Launched(expected->strFile, *verdict), bCached);
+        }
+    } else if (!ended || !ended->bChanged) {
         Announce(fnJudge(expected), bCached);
     }
 }
 
-bool RunJournal::IsDoubtful(const std::optional<EndedQuery>& ended) const {
-    return ended && (ended->bChanged || (m_pAudit != nullptr && m_pAudit->IsDoubtful(*ended)));
+bool RunJournal::IsDoubtful(const std::optional<EndedQuery>& ended) {
+    return ended && (ended->bChanged || LaunchAudit::IsDoubtful(*ended));
 }
 
 std::string RunJournal::TrueName(const std::string& strPath) const {

@@ -84,10 +84,10 @@ private:
     void Count(const BatchSent& event);
     void Count(const BatchEnded& event);
 
-    void Judge(const std::optional<EndedQuery>& ended, bool bCached,
+    void Judge(const std::optional<EndedQuery>& ended, const Verdict& moduleVerdict, bool bCached,
                const std::function<Judgement(const std::optional<ExpectedQuery>&)>& fnJudge);
     void Announce(const Judgement& judgement, bool bCached);
-    bool IsDoubtful(const std::optional<EndedQuery>& ended) const;
+    static bool IsDoubtful(const std::optional<EndedQuery>& ended);
     std::string TrueName(const std::string& strPath) const;
     void Publish(const RunEvent& event);
     void AnnounceDropped(bool bLast);

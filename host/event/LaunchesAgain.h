@@ -5,6 +5,8 @@
 #ifndef HOST_EVENT_LAUNCHESAGAIN_H
 #define HOST_EVENT_LAUNCHESAGAIN_H
 
+#include <cstddef>
+#include <deque>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -22,24 +24,35 @@ class LaunchesAgain {
 public:
     static constexpr size_t MOST = 16384;
 
-    // False when too many wait.
+    // False when too many wait, or nobody takes them any more.
     bool Add(LaunchAgain launch) {
         const MutexLock lock(m_mutex);
-        if (m_launches.size() >= MOST) {
+        if (m_bClosed || m_launches.size() >= MOST) {
             return false;
         }
         m_launches.push_back(std::move(launch));
         return true;
     }
 
-    std::vector<LaunchAgain> TakeAll() {
+    // The oldest, at most so many.
+    std::vector<LaunchAgain> Take(size_t nMost = MOST) {
         const MutexLock lock(m_mutex);
-        return std::exchange(m_launches, {});
+        std::vector<LaunchAgain> taken;
+        for (; !m_launches.empty() && taken.size() < nMost; m_launches.pop_front()) {
+            taken.push_back(std::move(m_launches.front()));
+        }
+        return taken;
+    }
+    // The source of launches has ended.
+    void Close() {
+        const MutexLock lock(m_mutex);
+        m_bClosed = true;
     }
 
 private:
     Mutex m_mutex;
-    std::vector<LaunchAgain> m_launches TEV_GUARDED_BY(m_mutex);
+    std::deque<LaunchAgain> m_launches TEV_GUARDED_BY(m_mutex);
+    bool m_bClosed TEV_GUARDED_BY(m_mutex) = false;
 };
 
 #endif

@@ -6,6 +6,8 @@
 #define HOST_PROGRAM_HELDFILE_H
 
 #include <algorithm>
+#include <atomic>
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <utility>
@@ -40,6 +42,17 @@ public:
     bool IsSure() const { return m_bSure; }
     const std::string& Name() const { return m_strName; }
 
+    // True once: a bad verdict on it was shown that is not that of its digest.
+    bool MarkShown() const { return !m_bShown.exchange(true); }
+    // Launches of it that nobody judged by its own digest, because too many waited.
+    void AddUnjudged() const { ++m_nUnjudged; }
+    bool TakeUnjudged() const {
+        uint32_t nUnjudged = m_nUnjudged;
+        while (nUnjudged > 0 && !m_nUnjudged.compare_exchange_weak(nUnjudged, nUnjudged - 1)) {
+        }
+        return nUnjudged > 0;
+    }
+
     // The path under strName that leads to it whatever becomes of its names, made on first use; ""
     // when there can be none. On one thread.
     std::string LinkIn(PinDirectory& directory, const std::string& strName) const {
@@ -64,6 +77,8 @@ private:
     const FileStatus m_status;
     const bool m_bSure;
     const std::string m_strName;
+    mutable std::atomic<uint32_t> m_nUnjudged{0};
+    mutable std::atomic<bool> m_bShown{false};
     mutable std::vector<Link> m_links;  // last: they go before the descriptor
 };
 

@@ -21,7 +21,7 @@ size_t MostByDescriptors() {
     if (limit.rlim_cur < limit.rlim_max && setrlimit(RLIMIT_NOFILE, &raised) == 0) {
         limit = raised;
     }
-    return limit.rlim_cur / HeldFiles::DESCRIPTORS_PART;
+    return std::min<size_t>(limit.rlim_cur / HeldFiles::DESCRIPTORS_PART, HeldFiles::MOST_FILES);
 }
 
 std::string LinkOf(const UniqueFd& fd) {

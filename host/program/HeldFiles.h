@@ -20,6 +20,7 @@ class HeldFiles {
 public:
     // Of the process's descriptors this part is for held files at most.
     static constexpr size_t DESCRIPTORS_PART = 2;
+    static constexpr size_t MOST_FILES = 65536;  // however many descriptors there may be
 
     enum Match { MATCH_NONE, MATCH_INODE, MATCH_SURE };  // as HeldFile has it
     // Whether what the path leads to is the file that was started; fills status.

@@ -73,6 +73,7 @@ std::vector<std::string> NamesOf(const std::string& strPath) {
 }  // namespace
 
 PinLink::~PinLink() {
+    --*m_pCount;
     (void)unlink(m_strPath.c_str());
     // Each directory holds nothing but the next.
     for (std::string strPath = m_strPath; strPath.size() > m_strRoot.size();) {
@@ -110,7 +111,8 @@ std::unique_ptr<PinLink> PinDirectory::Make(int nFd, const std::string& strName)
         return strPart.size() > MOST_NAME_BYTES || strPart.find('\0') != std::string::npos;
     });
     if (m_strDirectory.empty() || strName.empty() || strName.front() != '/' || names.empty() ||
-        names.size() > MOST_NAMES || strName.size() > MOST_BYTES || bLong) {
+        names.size() > MOST_NAMES || *m_pCount >= MOST_LINKS || strName.size() > MOST_BYTES ||
+        bLong) {
         return nullptr;
     }
     const std::string strRoot = m_strDirectory + "/" + std::to_string(++m_nMade);
@@ -126,7 +128,8 @@ std::unique_ptr<PinLink> PinDirectory::Make(int nFd, const std::string& strName)
         (void)RemoveAll(strRoot);
         return nullptr;
     }
-    return std::make_unique<PinLink>(strRoot, strPath);
+    ++*m_pCount;
+    return std::make_unique<PinLink>(strRoot, strPath, m_pCount);
 }
 
 std::string PinDirectory::TrueNames(const std::string& strText) const {

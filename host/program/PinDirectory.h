@@ -13,15 +13,21 @@
 #ifndef HOST_PROGRAM_PINDIRECTORY_H
 #define HOST_PROGRAM_PINDIRECTORY_H
 
+#include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <utility>
 
 // One link, with the directories above it; they go with it.
 class PinLink {
 public:
-    PinLink(std::string strRoot, std::string strPath)
-        : m_strRoot(std::move(strRoot)), m_strPath(std::move(strPath)) {}
+    // pCount: goes down by one with it.
+    PinLink(std::string strRoot, std::string strPath, std::shared_ptr<std::atomic<size_t>> pCount)
+        : m_strRoot(std::move(strRoot)),
+          m_strPath(std::move(strPath)),
+          m_pCount(std::move(pCount)) {}
     ~PinLink();
 
     PinLink(const PinLink&) = delete;
@@ -32,14 +38,15 @@ public:
 private:
     const std::string m_strRoot;  // of this link alone
     const std::string m_strPath;
+    const std::shared_ptr<std::atomic<size_t>> m_pCount;
 };
 
 class PinDirectory {
 public:
-    // Names in a path at most, and bytes: a path of a thousand names would cost as many
-    // directories.
-    static constexpr size_t MOST_NAMES = 48;
+    // Names in a path at most, and bytes: each name costs a directory.
+    static constexpr size_t MOST_NAMES = 20;
     static constexpr size_t MOST_BYTES = 3500;
+    static constexpr size_t MOST_LINKS = 4096;  // at once
 
     PinDirectory() = default;
     ~PinDirectory();
@@ -51,7 +58,7 @@ public:
     bool Open(const std::string& strParent, std::string& strError);
 
     // A link to descriptor nFd of this process. Null when strName is no absolute path, has too many
-    // or too long names, or the link cannot be made.
+    // or too long names, when too many links are there, or it cannot be made.
     std::unique_ptr<PinLink> Make(int nFd, const std::string& strName);
 
     // strText, in which paths of links are put back to the files' own, also where names before them
@@ -62,6 +69,7 @@ private:
     std::string m_strDirectory;
     std::string m_strMark;  // "/pins-<random>/"
     uint64_t m_nMade = 0;
+    const std::shared_ptr<std::atomic<size_t>> m_pCount = std::make_shared<std::atomic<size_t>>(0);
 };
 
 #endif

@@ -50,7 +50,9 @@ bool WatchLines::Take(const RunEnding&) {
 
 bool WatchLines::Take(const LaunchUnresolved& event) {
     Show(verdict_row::Unjudged("unresolved", "launch", event.event.PathOrName(),
-                               "no path names its file, so it is not judged"));
+                               event.pFile != nullptr
+                                   ? "no name leads to its file any more; judged only if it is bad"
+                                   : "no path names its file, so it is not judged"));
     return true;
 }
 
@@ -101,9 +103,9 @@ bool WatchLines::Take(const ProgramJudged& event) {
 
 bool WatchLines::Take(const LaunchChanged& event) {
     Show(verdict_row::Unjudged("changed", "launch", event.strFile,
-                               event.bAgain ? "another file was there when it was analysed; its "
+                               event.bAgain ? "it was another file when it was analysed; its "
                                               "own is reported again"
-                                            : "another file was there when it was analysed, so it "
+                                            : "it was another file when it was analysed, so it "
                                               "is not judged"));
     return true;
 }

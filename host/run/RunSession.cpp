@@ -149,6 +149,9 @@ int RunSession::RunPasses(ModuleSession& module, EventDelivery& delivery) {
 void RunSession::Deliver(EventDelivery& delivery) {
     m_shown = steady_clock::now();
     delivery.DeliverAll(*m_pSource, [this](const std::string& strDoing) { Turn(strDoing); });
+    if (m_options.bWatch) {
+        m_holding.pAgain->Close();
+    }
     if (m_options.dSettleSeconds > 0) {
         m_control.EndAfter(m_options.dSettleSeconds);
     }

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Swaps, overwrites and removes programs that were started, and looks whose verdict they got.
 
-Usage: verdicts.py HOST [--runs N] [--kinds KIND,...]
+Usage: verdicts.py HOST [--runs N] [--kinds KIND,...] [--place DIR]
 
 Each program has the content of one on the bad list. It must be shown as bad, once, whatever lies under its
 name by the time it is analysed, and no verdict on anything else may stand under its name. Exit code 0: so it
@@ -96,25 +96,28 @@ def build_bad(folder):
     return hashlib.sha1(content).hexdigest() + md5
 
 
-def start(host, folder, kind, number):
-    """Its paths: of the name and of the file; when it was started."""
+def prepare(folder, kind, number):
+    """A program, and the name that it is to be started by."""
     place = folder / f"{kind.__name__}{number}"
     place.mkdir()
     path = place / "program"
     shutil.copy(folder / "bad", path)
-    name = path
-    if kind is retargeted:
-        name = place / "link"
-        name.symlink_to("program")
-    at_once = kind in AT_ONCE
+    if kind is not retargeted:
+        return path, path
+    (place / "link").symlink_to("program")
+    return path, place / "link"
+
+
+def start(host, kind, path, name):
+    """When it was started."""
     begun = time.time()
     process = subprocess.Popen([str(name)], stdout=subprocess.PIPE,
-                               stdin=subprocess.DEVNULL if at_once else subprocess.PIPE)
-    if not at_once:
+                               stdin=subprocess.DEVNULL if kind in AT_ONCE else subprocess.PIPE)
+    if kind not in AT_ONCE:
         process.stdout.read(1)  # it runs, and goes on until its input ends
     kind(host, name, path, process)
     end(process)
-    return {str(name), str(path)}, begun
+    return begun
 
 
 def judge(host, started, key):
@@ -143,23 +146,27 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("host")
     parser.add_argument("--runs", type=int, default=20)
+    parser.add_argument("--place", default="/var/tmp", help="where the programs lie")
     parser.add_argument("--kinds", default=",".join(kind.__name__ for kind in KINDS))
     args = parser.parse_args()
     livehost.check_machine()
     kinds = [kind for kind in KINDS if kind.__name__ in args.kinds.split(",")]
-    with tempfile.TemporaryDirectory(prefix="tevmon-verdicts-", dir="/var/tmp") as name:
+    with tempfile.TemporaryDirectory(prefix="tevmon-verdicts-", dir=args.place) as name:
         folder = pathlib.Path(name)
         key = build_bad(folder)
-        host = livehost.Host(args.host, folder, "--bad", str(folder / "list"))
-        started, begun = {}, {}
-        for number in range(args.runs):
-            for kind in kinds:
-                names, when = start(host, folder, kind, number)
-                for name in names:
-                    started[name], begun[name] = kind, when
-        # What was reported once more is analysed as well: the last of it is a file of its own.
         for last in ("last", "verylast"):
             shutil.copy(GOOD, folder / last)
+        # Made before the first is started: a file changed just before its start is another matter.
+        made = [(kind, *prepare(folder, kind, number))
+                for number in range(args.runs) for kind in kinds]
+        host = livehost.Host(args.host, folder, "--bad", str(folder / "list"))
+        started, begun = {}, {}
+        for kind, path, name in made:
+            when = start(host, kind, path, name)
+            for each in {str(path), str(name)}:
+                started[each], begun[each] = kind, when
+        # What was reported once more is analysed as well: the last of it is a file of its own.
+        for last in ("last", "verylast"):
             subprocess.run([str(folder / last)], check=True)
             host.judged(folder / last)
         code = host.stop()

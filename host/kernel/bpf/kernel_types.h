@@ -32,6 +32,7 @@ struct user_namespace {
 struct super_block {
     __u32 s_dev;
     unsigned long s_magic;
+    __u32 s_time_gran; /* of its time stamps, in ns */
     struct user_namespace* s_user_ns;
 };
 struct timespec64 {

@@ -146,6 +146,19 @@ static __always_inline int is_served(struct super_block* super) {
     }
 }
 
+static __always_inline int has_loose_times(struct super_block* super) {
+    switch (BPF_CORE_READ(super, s_magic)) {
+        case 0x01021994: /* tmpfs, memfd */
+        case 0x858458f6: /* ramfs */
+        case 0x958458f6: /* hugetlbfs */
+        case 0x4d44:     /* FAT */
+        case 0x2011bab0: /* exFAT */
+            return 1;
+        default:
+            return BPF_CORE_READ(super, s_time_gran) > 1000000;
+    }
+}
+
 static __always_inline void read_file(struct scratch* s, struct file* file) {
     struct inode* inode = BPF_CORE_READ(file, f_inode);
     struct mount* mount =
@@ -160,6 +173,9 @@ static __always_inline void read_file(struct scratch* s, struct file* file) {
     }
     if (is_served(BPF_CORE_READ(inode, i_sb))) {
         s->record.flags |= LAUNCH_SERVED;
+    }
+    if (has_loose_times(BPF_CORE_READ(inode, i_sb))) {
+        s->record.flags |= LAUNCH_LOOSE_TIMES;
     }
     s->record.path_length = walk(s, &file->f_path);
 }

@@ -13,6 +13,8 @@ enum {
     LAUNCH_PATH_CUT = 4,        /* path, directory or root is incomplete, or the directory is one of
                                    another mount namespace */
     LAUNCH_UNLINKED = 8,        /* the file has no name any more, or never had one */
+    LAUNCH_LOOSE_TIMES = 32,    /* its content may change without its change time: its file system
+                                   stamps coarsely, or takes writes through a mapping unseen */
     LAUNCH_SERVED = 16          /* its content is somebody's answer, for which a reader waits: a
                                    program's (FUSE) or another machine's; it is there also for an
                                    overlay that a user may have made, over who knows what */

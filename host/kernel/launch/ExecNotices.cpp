@@ -17,7 +17,6 @@
 namespace {
 
 constexpr size_t EVENT_BYTES = 16384;
-constexpr int MOST_READS = 64;
 
 }  // namespace
 
@@ -55,13 +54,13 @@ void ExecNotices::Mark() {
     }
 }
 
-void ExecNotices::Read(const Sink& fnSink) {
+void ExecNotices::Read(const Sink& fnSink, int nMostReads) {
     if (mount_table::HasChanged(m_mounts)) {
         Mark();
     }
     alignas(fanotify_event_metadata) char bytes[EVENT_BYTES];
     // No more than the kernel keeps: who opens faster than this reads does not hold it.
-    for (int i = 0; i < MOST_READS; ++i) {
+    for (int i = 0; i < nMostReads; ++i) {
         const ssize_t nRead = read(m_group.Get(), bytes, sizeof(bytes));
         if (nRead > 0) {
             TakeEvents(bytes, static_cast<size_t>(nRead), fnSink);

@@ -28,8 +28,10 @@ public:
 
     // Marks every local file system that is mounted.
     bool Open(std::string& strError);
+    static constexpr int MOST_READS = 64;  // more than the kernel keeps; some hundred files each
+
     // Takes what waits in the kernel's queue, and marks what was mounted since.
-    void Read(const Sink& fnSink);
+    void Read(const Sink& fnSink, int nMostReads = MOST_READS);
     // File systems that could not be marked, for people; "" when there is none.
     const std::string& Unmarked() const { return m_strUnmarked; }
 

@@ -27,8 +27,6 @@ struct Launch {
     LaunchContext context;
     std::string strStarter;  // path of the program that started it, "" when nobody knows
     LaunchPathOrigin eOrigin = LAUNCH_PATH_NONE;
-    // Of its file; there for the call only, null for a script.
-    const LaunchEvent* pEvent = nullptr;
     bool bScript = false;  // reported in addition to its interpreter's launch
     bool bArgsCut = false;
 };

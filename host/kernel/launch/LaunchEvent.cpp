@@ -66,8 +66,10 @@ bool IsFresh(const launch_record& head) {
     if (head.started == 0) {
         return false;
     }
-    const int64_t nBoot = Nanos(CLOCK_REALTIME) - Nanos(CLOCK_BOOTTIME);
-    return nBoot + static_cast<int64_t>(head.started) - head.changed < LONGEST_TICK;
+    // Records may hold any number: sums wrap.
+    const auto nBoot = static_cast<uint64_t>(Nanos(CLOCK_REALTIME) - Nanos(CLOCK_BOOTTIME));
+    return static_cast<int64_t>(nBoot + head.started - static_cast<uint64_t>(head.changed)) <
+           LONGEST_TICK;
 }
 
 bool DecodeExec(const launch_record& head, Texts texts, LaunchEvent& event) {
@@ -85,7 +87,7 @@ bool DecodeExec(const launch_record& head, Texts texts, LaunchEvent& event) {
     event.nSize = head.size;
     event.nChanged = head.changed;
     event.nCgroup = head.cgroup;
-    event.bFresh = IsFresh(head);
+    event.bFresh = IsFresh(head) || (head.flags & LAUNCH_LOOSE_TIMES) != 0;
     event.bArgsCut = (head.flags & LAUNCH_ARGS_CUT) != 0;
     event.bArgsUnreadable = (head.flags & LAUNCH_ARGS_UNREADABLE) != 0;
     event.bPathCut = (head.flags & LAUNCH_PATH_CUT) != 0;

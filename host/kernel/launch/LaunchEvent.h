@@ -23,8 +23,8 @@ struct LaunchEvent {
     uint32_t nMountId = 0;  // of the mount it was started from, as statx names it; 0: not known
     uint64_t nSize = 0;     // in bytes
     int64_t nChanged = 0;   // change time, ns since 1970; 0: neither that nor the size is known
-    // The file was changed so shortly before the start that a change after it may have the same
-    // time: what it held is known only while the process runs.
+    // A change after the start may have the same time: the file was changed just before, or its
+    // file system stamps loosely.
     bool bFresh = false;
     bool bArgsCut = false;
     bool bArgsUnreadable = false;

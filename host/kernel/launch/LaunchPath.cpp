@@ -31,7 +31,7 @@ bool IsFile(const FileStatus& status, const LaunchEvent& event) {
 
 // An inode's number is given to another file when it is free, and its content may be another one:
 // both change its time, which nobody can set back.
-bool IsUnchanged(const FileStatus& status, const LaunchEvent& event) {
+bool HasTimesOf(const FileStatus& status, const LaunchEvent& event) {
     return event.nChanged == 0 || (status.Changed() == event.nChanged &&
                                    static_cast<uint64_t>(status.st_size) == event.nSize);
 }
@@ -72,11 +72,15 @@ bool StartedFile::IsAt(const std::string& strPath) {
 }
 
 bool StartedFile::Is(const FileStatus& status) {
-    return IsFile(status, m_event) && (IsUnchanged(status, m_event) || IsRunning());
+    return IsFile(status, m_event) && (HasTimesOf(status, m_event) || IsRunning());
 }
 
 bool StartedFile::IsInode(const FileStatus& status) const {
     return IsFile(status, m_event);
+}
+
+bool StartedFile::IsUnchanged(const FileStatus& status) const {
+    return HasTimesOf(status, m_event);
 }
 
 bool StartedFile::IsRunning() {
@@ -84,25 +88,9 @@ bool StartedFile::IsRunning() {
         FileStatus status;
         m_running =
             m_fnLook(m_strExeLink, status) && IsFile(status, m_event) &&
-            (IsUnchanged(status, m_event) || status.nBorn == 0 || status.nBorn <= m_event.nChanged);
+            (HasTimesOf(status, m_event) || status.nBorn == 0 || status.nBorn <= m_event.nChanged);
     }
     return *m_running;
-}
-
-std::function<bool()> RunsStill(const LaunchEvent& event) {
-    LaunchEvent file;
-    file.nPid = event.nPid;
-    file.nDevice = event.nDevice;
-    file.nInode = event.nInode;
-    file.nMountId = event.nMountId;
-    file.nSize = event.nSize;
-    file.nChanged = event.nChanged;
-    file.bFresh = event.bFresh;
-    return [file] {
-        return StartedFile(file, "/proc/" + std::to_string(file.nPid) + "/exe",
-                           file_look::ByMounts())
-            .IsRunning();
-    };
 }
 
 LaunchPath ChooseLaunchPath(const LaunchEvent& event, const FileLook& fnLook) {

@@ -6,7 +6,6 @@
 #define HOST_KERNEL_LAUNCH_LAUNCHPATH_H
 
 #include <cstdint>
-#include <functional>
 #include <optional>
 #include <string>
 
@@ -43,6 +42,8 @@ public:
     bool Is(const FileStatus& status);
     // Whether it has the inode that was started, in whichever state it is now.
     bool IsInode(const FileStatus& status) const;
+    // Of its inode: whether its times and size are those of the start.
+    bool IsUnchanged(const FileStatus& status) const;
 
 private:
     const LaunchEvent& m_event;
@@ -50,10 +51,6 @@ private:
     const FileLook& m_fnLook;
     std::optional<bool> m_running;
 };
-
-// Whether the launch's process runs its file still, whenever it is asked; on any thread, one at a
-// time.
-std::function<bool()> RunsStill(const LaunchEvent& event);
 
 // The name as invoked where stat says that it is the file started, else the resolved path where
 // that is, else /proc/PID/exe. Only where the resolved name alone is one by which the module

@@ -114,7 +114,6 @@ void LaunchSource::TakeExec(const LaunchEvent& event) {
     Launch launch;
     launch.strStarter = m_images.StarterOf(event);
     launch.bArgsCut = event.bArgsCut;
-    launch.pEvent = &event;
     launch.context.nUid = event.nUid;
     launch.context.strCgroup = m_cgroups.PathOf(event.nCgroup);
     launch.context.strContainer = ContainerOf(launch.context.strCgroup);
@@ -167,31 +166,30 @@ FileVersion LaunchSource::VersionOf(const LaunchEvent& event) {
 // By a path that leads to it, else by what was opened for the start.
 HeldFileRef LaunchSource::Held(const LaunchEvent& event, const Launch& launch,
                                const FileVersion& version, const std::string& strName) {
-    const bool bPath = launch.eOrigin != LAUNCH_PATH_NONE;
-    const std::string strPath = bPath                  ? launch.creation.strPath
-                                : m_pOpened != nullptr ? m_pOpened->PathOf(event, m_options.fnLook)
-                                                       : "";
-    if (strPath.empty()) {
-        return nullptr;
-    }
     StartedFile file(event, ExeLink(event), m_options.fnLook);
-    return m_held.Hold(version, strPath, strName,
-                       [&](const std::string& strFile, FileStatus& status) {
-                           const bool bThere = m_options.fnLook(strFile, status);
-                           if (!bThere || !file.IsInode(status)) {
-                               return HeldFiles::MATCH_NONE;
-                           }
-                           const bool bSure = event.bFresh ? file.IsRunning() : file.Is(status);
-                           return bSure                    ? HeldFiles::MATCH_SURE
-                                  : bPath && !event.bFresh ? HeldFiles::MATCH_NONE
-                                                           : HeldFiles::MATCH_INODE;
-                       });
+    const auto fnMatchOf = [&](const std::string& strFile, FileStatus& status) {
+        const bool bInode = m_options.fnLook(strFile, status) && file.IsInode(status);
+        // That a process runs it proves nothing: it may have started another program, that one have
+        // written to the file, and started it again.
+        const bool bSure = bInode && !event.bFresh && file.IsUnchanged(status);
+        return bSure    ? HeldFiles::MATCH_SURE
+               : bInode ? HeldFiles::MATCH_INODE
+                        : HeldFiles::MATCH_NONE;
+    };
+    HeldFileRef pFile;
+    if (launch.eOrigin != LAUNCH_PATH_NONE) {
+        pFile = m_held.Hold(version, launch.creation.strPath, strName, fnMatchOf);
+    }
+    if (pFile == nullptr && m_pOpened != nullptr) {
+        const std::string strPath = m_pOpened->PathOf(event, m_options.fnLook);
+        pFile = strPath.empty() ? nullptr : m_held.Hold(version, strPath, strName, fnMatchOf);
+    }
+    return pFile;
 }
 
 void LaunchSource::TakeScript(const LaunchEvent& event, const Launch& launch) {
     Launch script = launch;
     script.pFile = nullptr;
-    script.pEvent = nullptr;
     script.strLink.clear();
     script.creation.strVersion.clear();
     script.creation.strPath = ScriptPath(event, *m_options.nMountNs, m_options.fnLookAtScript);
@@ -222,7 +220,7 @@ void LaunchSource::TakeAgain() {
     if (m_options.pAgain == nullptr || m_options.pLinks == nullptr) {
         return;
     }
-    for (LaunchAgain& launch : m_options.pAgain->TakeAll()) {
+    for (LaunchAgain& launch : m_options.pAgain->Take(m_options.nMostLaunches)) {
         std::string strLink = launch.pFile->LinkIn(*m_options.pLinks, launch.creation.strPath);
         if (!strLink.empty()) {
             ++m_launches.nAgain;

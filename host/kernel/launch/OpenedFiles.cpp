@@ -3,14 +3,15 @@
 #include <utility>
 
 void OpenedFiles::Read(Clock::time_point now) {
-    m_notices.Read([this, now](uint32_t nPid, UniqueFd fd) {
+    const auto fnTake = [this, now](uint32_t nPid, UniqueFd fd) {
         if (fd) {
             m_files.push_back({nPid, std::move(fd), now});
         }
         if (m_files.size() > MOST_FILES) {
             m_files.pop_front();
         }
-    });
+    };
+    m_notices.Read(fnTake, MOST_READS);
     while (!m_files.empty() && now - m_files.front().when > KEPT) {
         m_files.pop_front();
     }

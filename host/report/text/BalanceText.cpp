@@ -140,8 +140,8 @@ std::vector<Remark> Remarks(const Balance& balance) {
          "launches reported once more, by links to their files"},
         {balance.module.nChanged, "launch whose file was another when the module hashed it",
          "launches whose files were others when the module hashed them"},
-        {launches.nFresh, "launch of a file written just before, judged only if it is bad",
-         "launches of files written just before, judged only if they are bad"},
+        {launches.nFresh, "launch of a file perhaps written to since, judged only if it is bad",
+         "launches of files perhaps written to since, judged only if they are bad"},
         {launches.nNotHeld, "launch whose file is not held", "launches whose files are not held"},
         {launches.nScriptsUnreported, "script not reported", "scripts not reported"},
         {launches.nArgsCut, "launch with arguments cut", "launches with arguments cut"},
@@ -241,7 +241,6 @@ JsonObject& AddNumbers(JsonObject& record, const Balance& balance) {
     record.Add("unreadable", events.nUnreadable).Add("stat_failed", events.nStatFailed);
     record.Add("known_maker", events.nKnownMaker).Add("missing", events.nMissing);
     record.Add("unmatched", events.nUnmatched).Add("queries_not_sent", module.nNotSent);
-    record.Add("changed", module.nChanged);
     record.Add("queries", module.nQueries).Add("answers", module.nAnswers);
     record.AddJson("answers_by_level", verdict_row::LevelsJson(module.answersByLevel));
     record.Add("known", module.nKnown)
@@ -249,7 +248,7 @@ JsonObject& AddNumbers(JsonObject& record, const Balance& balance) {
         .Add("queries_lost", module.nLost);
     record.Add("outstanding", balance.Outstanding());
     if (!balance.input) {
-        record.Add("bad_runs", module.nBadRuns);
+        record.Add("bad_runs", module.nBadRuns).Add("changed", module.nChanged);
     }
     return record.Add("unexplained", balance.Unexplained());
 }

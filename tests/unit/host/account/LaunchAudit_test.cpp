@@ -35,7 +35,7 @@ protected:
         return m_judged;
     }
     void Note(const std::string& strName, const HeldFileRef& pFile) {
-        m_audit.Note(strName, "/bin/shell", pFile, LaunchEvent());
+        m_audit.Note(strName, "/bin/shell", pFile);
     }
     struct stat StatusOf(const std::string& strPath) {
         struct stat status = {};
@@ -45,6 +45,13 @@ protected:
     bool IsSame(const std::string& strPath, const HeldFile* pFile,
                 const std::optional<FileVersion>& version = {}) {
         return m_audit.SameAs(StatusOf(strPath), ProgramVerdicts::KeyOf(strPath))(pFile, version);
+    }
+    // The level that is shown when the module has ended with it, by a verdict of that level; 0:
+    // none.
+    int Shown(const HeldFileRef& pFile, int nModuleLevel = 40, bool bChanged = false) {
+        const std::optional<Verdict> verdict =
+            m_audit.Of(Ended(pFile, bChanged), Verdict{nModuleLevel, "module", ""});
+        return verdict ? verdict->nLevel : 0;
     }
     static EndedQuery Ended(const HeldFileRef& pFile, bool bChanged = false) {
         EndedQuery ended;
@@ -62,6 +69,7 @@ protected:
     std::vector<std::string> m_judged;  // of one thread at a time: lanes, or the test's
     std::vector<LaunchChange> m_changes;
     std::atomic<int> m_nDigests{0};
+    uint64_t m_nFresh = 0;
     LaunchHolding m_holding;
     LaunchAudit m_audit{
         m_service, m_holding,
@@ -97,24 +105,28 @@ TEST_F(LaunchAuditTest, ItsVerdictIsShownOnceAndAnothersWhenTheModuleIsDone) {
     Note("/b", pOther);
     ASSERT_TRUE(Wait(2));
 
-    const LaunchAudit::Known bad = m_audit.Of(Ended(m_pFile));
-    EXPECT_TRUE(bad.bSettled);
-    EXPECT_FALSE(bad.verdict);
-    const LaunchAudit::Known good = m_audit.Of(Ended(pOther));
-    ASSERT_TRUE(good.verdict);
-    EXPECT_EQ(20, good.verdict->nLevel);
-    const LaunchAudit::Known changed = m_audit.Of(Ended(pOther, true));
-    EXPECT_TRUE(changed.bSettled);
-    EXPECT_FALSE(changed.verdict);
+    EXPECT_EQ(0, Shown(m_pFile, 70));
+    EXPECT_EQ(20, Shown(pOther, 40));  // its own, whatever the module had
+    EXPECT_EQ(0, Shown(pOther, 70, true));
     EXPECT_EQ(1u, Judged().size());
 }
 
 TEST_F(LaunchAuditTest, WithoutADigestTheModulesHasToDo) {
     Note("/a", m_pFile);  // no lane runs
-    EXPECT_FALSE(m_audit.Of(Ended(m_pFile)).bSettled);
-    EXPECT_TRUE(m_audit.Of(Ended(m_pFile, true)).bSettled);
-    EXPECT_FALSE(m_audit.Of(Ended(nullptr)).bSettled);
-    EXPECT_TRUE(m_audit.Of(Ended(nullptr, true)).bSettled);
+    EXPECT_EQ(40, Shown(m_pFile, 40));
+    EXPECT_EQ(70, Shown(m_pFile, 70));
+    EXPECT_EQ(0, Shown(m_pFile, 70, true));
+}
+
+TEST_F(LaunchAuditTest, ABadProgramThatWasNotJudgedInTimeIsWhenTheModuleIsDone) {
+    Give(m_strFile, 70);
+    Note("/a", m_pFile);  // no lane runs
+    Begin();
+    Note("/b", m_pFile);
+    ASSERT_TRUE(Wait(1));
+    EXPECT_EQ(70, Shown(m_pFile));
+    EXPECT_EQ(0, Shown(m_pFile));
+    EXPECT_EQ(std::vector<std::string>{"/b by /bin/shell 70"}, Judged());
 }
 
 TEST_F(LaunchAuditTest, WhatMayHaveBeenWrittenToIsBadOrNotKnown) {
@@ -129,17 +141,16 @@ TEST_F(LaunchAuditTest, WhatMayHaveBeenWrittenToIsBadOrNotKnown) {
     Note("/b", pOther);
     ASSERT_TRUE(Wait(2));
 
-    EXPECT_FALSE(m_audit.Of(Ended(pOther)).verdict);
+    EXPECT_EQ(0, Shown(m_pFile, 70));  // it was shown
+    EXPECT_EQ(70, Shown(pOther, 70));  // what the module found is bad
     EXPECT_EQ(std::vector<std::string>{"/a by /bin/shell 70"}, Judged());
 }
 
 TEST_F(LaunchAuditTest, AModuleThatIsDoneBeforeTheDigestIsWaitedFor) {
-    m_audit.Note("/a", "", nullptr, LaunchEvent());
+    m_audit.Note("/a", "", nullptr);
     Give(m_strFile, 20);
-    const HeldFileRef pUnknown = HoldUnknown(m_strFile);
-    EXPECT_FALSE(m_audit.Of(Ended(pUnknown)).bSettled);
+    EXPECT_EQ(40, Shown(HoldUnknown(m_strFile)));
 
-    // The lane waits for who answers whether the process still runs.
     ASSERT_EQ(0, chmod(m_strFile.c_str(), 0700));
     Event asked, answer;
     m_holding.lanes.Begin([&](const FileVersion& version, const ProgramDigest& digest) {
@@ -149,9 +160,7 @@ TEST_F(LaunchAuditTest, AModuleThatIsDoneBeforeTheDigestIsWaitedFor) {
     });
     Note("/a", m_pFile);
     asked.Wait();
-    const LaunchAudit::Known known = m_audit.Of(Ended(m_pFile));
-    EXPECT_TRUE(known.bSettled);
-    EXPECT_FALSE(known.verdict);
+    EXPECT_EQ(0, Shown(m_pFile));
     answer.Set();
     EXPECT_EQ(std::vector<std::string>{m_strFile + " by /bin/shell 20"}, Judged());
 }
@@ -178,7 +187,7 @@ TEST_F(LaunchAuditTest, AStrayLaunchIsReportedOnceMoreAsItWas) {
         R"({"param":[{"path":"/a"},{"path":"/b","cmd":"/b x","pid":7,"version":"1:2:3:4"}]})";
     m_audit.Begin(strBody, {{1, "/b", m_pFile}, {1, "/b", nullptr}, {2, "/c", m_pFile}});
 
-    const std::vector<LaunchAgain> again = m_holding.pAgain->TakeAll();
+    const std::vector<LaunchAgain> again = m_holding.pAgain->Take();
     ASSERT_EQ(1u, again.size());
     EXPECT_EQ("/b", again[0].creation.strPath);
     EXPECT_EQ("/b x", again[0].creation.strCommand);
@@ -193,9 +202,10 @@ TEST_F(LaunchAuditTest, AChangeIsToldWithBothKeysAndALinkIsNotReportedAgain) {
     ASSERT_TRUE(Wait(1));
     const std::string strLink = m_pFile->LinkIn(*m_holding.pLinks, "/a");
     m_audit.Begin(R"({"param":[{"path":"/a"}]})", {});
-    m_audit.Changed({0, "/a", m_pFile}, "other");
-    m_audit.Changed({0, strLink, m_pFile}, "other");
-    m_audit.Changed({0, "/a", nullptr}, "other");
+    const struct stat status = {};
+    m_audit.Changed({0, "/a", m_pFile}, status, "other");
+    m_audit.Changed({0, strLink, m_pFile}, status, "other");
+    m_audit.Changed({0, "/a", nullptr}, status, "other");
 
     ASSERT_EQ(3u, m_changes.size());
     EXPECT_EQ("/a", m_changes[0].strFile);
@@ -205,24 +215,48 @@ TEST_F(LaunchAuditTest, AChangeIsToldWithBothKeysAndALinkIsNotReportedAgain) {
     EXPECT_EQ("/a", m_changes[1].strFile);
     EXPECT_FALSE(m_changes[1].bAgain);
     EXPECT_EQ("", m_changes[2].strKey);
-    EXPECT_EQ(1u, m_holding.pAgain->TakeAll().size());
+    EXPECT_EQ(1u, m_holding.pAgain->Take().size());
 }
 
-TEST_F(LaunchAuditTest, AFreshFileIsJudgedByItsOwnDigestOrNotAtAll) {
-    FileVersion version = m_pFile->Version();
-    version.nFresh = 1;
-    const auto pFresh = std::make_shared<HeldFile>(
-        UniqueFd(open(m_strFile.c_str(), O_RDONLY | O_CLOEXEC)), version, m_pFile->Status(), "/a");
-    const std::string strOther = m_dir.WriteFile("other", "good", 0755);
-    Begin();
-    Note("/a", pFresh);
-    ASSERT_TRUE(Wait(1));
+TEST_F(LaunchAuditTest, AnUnsureFileIsShownOnceIfItIsBadAndNeverElse) {
+    const auto unsure = [this] {
+        FileVersion version = m_pFile->Version();
+        version.nFresh = ++m_nFresh;
+        return std::make_shared<HeldFile>(UniqueFd(open(m_strFile.c_str(), O_RDONLY | O_CLOEXEC)),
+                                          version, m_pFile->Status(), "/a", false);
+    };
+    const auto pGood = unsure();
+    EXPECT_TRUE(LaunchAudit::IsDoubtful(Ended(pGood)));
+    EXPECT_FALSE(LaunchAudit::IsDoubtful(Ended(m_pFile)));
+    EXPECT_FALSE(LaunchAudit::IsDoubtful(Ended(nullptr)));
+    EXPECT_EQ(0, Shown(pGood, 10));
+    EXPECT_EQ(70, Shown(pGood, 70));  // by the module, which is better than nobody
+    EXPECT_EQ(0, Shown(pGood, 70));
 
-    // No process runs it any more: nobody knows what it held.
-    EXPECT_TRUE(IsSame(strOther, pFresh.get()));
-    EXPECT_TRUE(m_audit.IsDoubtful(Ended(pFresh)));
-    EXPECT_TRUE(m_audit.Of(Ended(pFresh)).bSettled);
-    EXPECT_FALSE(m_audit.Of(Ended(pFresh)).verdict);
-    EXPECT_FALSE(m_audit.IsDoubtful(Ended(m_pFile)));
-    EXPECT_FALSE(m_audit.IsDoubtful(Ended(nullptr)));
+    Give(m_strFile, 70);
+    const auto pBad = unsure();
+    Begin();
+    Note("/b", pBad);
+    ASSERT_TRUE(Wait(1));
+    EXPECT_EQ(0, Shown(pBad, 70));
+    EXPECT_EQ(std::vector<std::string>{"/b by /bin/shell 70"}, Judged());
+}
+
+TEST_F(LaunchAuditTest, ABadContentOfTheStartedFileIsShownWhoeverHashedIt) {
+    Begin();
+    Note("/a", m_pFile);
+    ASSERT_TRUE(Wait(1));
+    const std::string strOther = m_dir.WriteFile("other", "bad now", 0755);
+    Give(strOther, 70);
+    const std::string strBadKey = ProgramVerdicts::KeyOf(strOther);
+
+    // The state says that it is the same, the content that it is not.
+    const struct stat status = StatusOf(m_strFile);
+    EXPECT_FALSE(m_audit.SameAs(status, strBadKey)(m_pFile.get(), std::nullopt));
+    m_audit.Changed({0, "/a", m_pFile}, StatusOf(strOther), strBadKey);  // another file
+    EXPECT_TRUE(m_judged.empty());
+    m_audit.Changed({0, "/a", m_pFile}, status, strBadKey);
+    m_audit.Changed({0, "/a", m_pFile}, status, strBadKey);
+    EXPECT_EQ(std::vector<std::string>{"/a by  70"}, Judged());
+    EXPECT_EQ(70, m_audit.LastHashed().nLevel);
 }

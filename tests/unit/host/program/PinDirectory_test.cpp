@@ -7,6 +7,8 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <memory>
+#include <vector>
 
 #include "host/base/UniqueFd.h"
 #include "tests/support/FileText.h"
@@ -90,6 +92,17 @@ TEST_F(PinDirectoryTest, APathThatCostsTooMuchGetsNoLink) {
     EXPECT_EQ(0u, Entries(Own()));
     strDeep.resize(strDeep.size() - 2);
     EXPECT_NE(nullptr, m_pins.Make(m_fd.Get(), strDeep));
+}
+
+TEST_F(PinDirectoryTest, ThereIsABoundOnLinks) {
+    std::vector<std::unique_ptr<PinLink>> links;
+    for (size_t i = 0; i < PinDirectory::MOST_LINKS; ++i) {
+        links.push_back(m_pins.Make(m_fd.Get(), "/a"));
+        ASSERT_NE(nullptr, links.back());
+    }
+    EXPECT_EQ(nullptr, m_pins.Make(m_fd.Get(), "/a"));
+    links.pop_back();
+    EXPECT_NE(nullptr, m_pins.Make(m_fd.Get(), "/a"));
 }
 
 TEST_F(PinDirectoryTest, WhatAnEarlierRunLeftIsGoneBeforeThisOneBegins) {

@@ -170,7 +170,8 @@ TEST_F(JsonRecordTest, TheBalanceStandsBeforeTheSummaryAndOnDemand) {
     end.nSignal = 15;
     const std::string strBalance = Written(BalanceRequested{DistinctBalance()});
     EXPECT_THAT(strBalance, StartsWith(R"({"event":"balance","time":1700000000,"launches":{)"));
-    EXPECT_THAT(strBalance, EndsWith(R"(,"outstanding":400,"bad_runs":408,"unexplained":7489})"));
+    EXPECT_THAT(strBalance,
+                EndsWith(R"(,"outstanding":400,"bad_runs":408,"changed":409,"unexplained":7489})"));
 
     EXPECT_THAT(Written(RunEnded{end, PassResult(), {}, DistinctBalance()}),
                 StartsWith(strBalance + "\n" +

@@ -60,7 +60,7 @@ TEST_F(DigestRunTest, AnotherFileUnderTheNameIsSeenWhenTheModuleHashesIt) {
     Hash(m_strFile);
 
     EXPECT_EQ(1, m_nChanged);
-    EXPECT_EQ(1u, m_holding.pAgain->TakeAll().size());
+    EXPECT_EQ(1u, m_holding.pAgain->Take().size());
     Hash(m_strFile);  // for somebody else: the launch was hashed
     EXPECT_EQ(1, m_nChanged);
 }
@@ -71,7 +71,7 @@ TEST_F(DigestRunTest, TheFileThatWasStartedIsNoChange) {
     Analyse(Body(m_strFile, *pFile), {pFile});
     Hash(m_strFile);
     EXPECT_EQ(0, m_nChanged);
-    EXPECT_EQ(0u, m_holding.pAgain->TakeAll().size());
+    EXPECT_EQ(0u, m_holding.pAgain->Take().size());
 }
 
 TEST_F(DigestRunTest, AMessageOfAnEarlierRunKnowsItsFileByItsVersion) {
@@ -83,7 +83,7 @@ TEST_F(DigestRunTest, AMessageOfAnEarlierRunKnowsItsFileByItsVersion) {
     ASSERT_EQ(0, rename((m_dir.Path() + "/next").c_str(), m_strFile.c_str()));
     Hash(m_strFile);
     EXPECT_EQ(1, m_nChanged);
-    EXPECT_EQ(0u, m_holding.pAgain->TakeAll().size());
+    EXPECT_EQ(0u, m_holding.pAgain->Take().size());
 }
 
 TEST_F(DigestRunTest, AFileThatIsGoneIsReportedAgain) {
@@ -92,7 +92,7 @@ TEST_F(DigestRunTest, AFileThatIsGoneIsReportedAgain) {
     ASSERT_EQ(0, unlink(m_strFile.c_str()));
     Analyse(Body(m_strFile, *pFile), {pFile});
     EXPECT_EQ(0, m_nChanged);
-    EXPECT_EQ(1u, m_holding.pAgain->TakeAll().size());
+    EXPECT_EQ(1u, m_holding.pAgain->Take().size());
 }
 
 TEST_F(DigestRunTest, WhatAnotherThreadHashesIsNotTheModules) {

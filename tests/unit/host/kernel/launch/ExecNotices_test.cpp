@@ -55,3 +55,18 @@ TEST_F(ExecNoticesTest, AFullQueueIsSaidByNoFile) {
     m_notices.Read([&nNone](uint32_t, const UniqueFd& fd) { nNone += fd ? 0 : 1; });
     EXPECT_EQ(1, nNone);
 }
+
+TEST_F(ExecNoticesTest, AFloodIsTakenInParts) {
+    Open();
+    std::vector<FakeKernel::Told> told;
+    for (int i = 0; i < 3; ++i) {
+        told.push_back({exec_open_bytes::Opened(i + 1, FdOf(std::to_string(i)))});
+    }
+    m_kernel.Tell({}, told);
+    std::vector<uint32_t> taken;
+    const auto fnTake = [&taken](uint32_t nPid, const UniqueFd&) { taken.push_back(nPid); };
+    m_notices.Read(fnTake, 2);
+    EXPECT_EQ((std::vector<uint32_t>{1, 2}), taken);
+    m_notices.Read(fnTake);
+    EXPECT_EQ((std::vector<uint32_t>{1, 2, 3}), taken);
+}

@@ -241,7 +241,7 @@ TEST_F(LaunchSourceHoldTest, WithoutLinksNothingIsHeld) {
     EXPECT_TRUE(m_kernel.Marks().empty());
 }
 
-TEST_F(LaunchSourceHoldTest, AFileChangedJustBeforeItsStartIsUnsureWhenItsProcessHasEnded) {
+TEST_F(LaunchSourceHoldTest, AFileChangedJustBeforeItsStartIsUnsure) {
     CaptureFresh(EventOf(m_strFile));
 
     ASSERT_EQ(1u, m_observer.launches.size());
@@ -268,6 +268,19 @@ TEST_F(LaunchSourceHoldTest, AFileChangedJustBeforeItsStartIsAnotherVersionEachT
 
     ASSERT_EQ(2u, m_observer.launches.size());
     ASSERT_NE(nullptr, m_observer.launches[0].pFile);
-    EXPECT_TRUE(m_observer.launches[0].pFile->IsSure());
+    EXPECT_FALSE(m_observer.launches[0].pFile->IsSure());  // it runs, which proves nothing
     EXPECT_NE(m_observer.launches[0].pFile, m_observer.launches[1].pFile);
+}
+
+TEST_F(LaunchSourceHoldTest, AFileSystemThatStampsLooselyMakesItsFilesUnsure) {
+    std::string strRecord = EncodeLaunch(EventOf(m_strFile));
+    launch_record head = {};
+    std::memcpy(&head, strRecord.data(), sizeof(head));
+    head.flags |= LAUNCH_LOOSE_TIMES;
+    std::memcpy(strRecord.data(), &head, sizeof(head));
+    m_state.records.push_back(strRecord);
+    (void)Source().Drain();
+    ASSERT_EQ(1u, m_observer.launches.size());
+    ASSERT_NE(nullptr, m_observer.launches[0].pFile);
+    EXPECT_FALSE(m_observer.launches[0].pFile->IsSure());
 }
