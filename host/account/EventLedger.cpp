@@ -159,11 +159,11 @@ std::optional<StrayLaunch> EventLedger::Hashed(const std::string& strFile, const
     uint64_t nNumber = 0;
     {
         const MutexLock lock(m_mutex);
+        const uint64_t nInHand = m_nMessages;
         const auto range = m_byFile.equal_range(strKey);
         const auto found = std::find_if(range.first, range.second, [&](const auto& entry) {
             const Open& open = *entry.second;
-            return open.nMessage == m_nMessages && !open.bHashed &&
-                   open.expected.strFile == strFile;
+            return open.nMessage == nInHand && !open.bHashed && open.expected.strFile == strFile;
         });
         if (found == range.second) {
             return std::nullopt;
