@@ -80,24 +80,19 @@ size_t DigestLanes::LaneOf(const HeldFile& file) const {
     return nSize > m_options.nSmallSize && nSize <= utils::HASH_SIZE_LIMIT ? LARGE : SMALL;
 }
 
-std::optional<ProgramDigest> DigestLanes::Ask(std::shared_ptr<const HeldFile> pFile,
-                                              StillRuns fnStillRuns) {
+std::optional<ProgramDigest> DigestLanes::Ask(HeldFileRef pFile) {
     const size_t nLane = LaneOf(*pFile);
     const size_t nMost = nLane == SMALL ? m_options.nMostSmall : m_options.nMostLarge;
     const FileVersion version = pFile->Version();
-    std::list<Job> added;
-    added.push_back({std::move(pFile), {}});
+    std::list<HeldFileRef> added;
+    added.push_back(std::move(pFile));
 
     const MutexLock lock(m_mutex);
     if (version.IsKnown()) {
         if (const DigestBytes* const pBytes = m_recent.Find(version)) {
             return pBytes->Text();
         }
-        const auto open = m_open.find(version);
-        if (open != m_open.end()) {
-            if (fnStillRuns) {
-                open->second.swap(fnStillRuns);
-            }
+        if (m_open.count(version) != 0) {
             return std::nullopt;
         }
     }
@@ -106,9 +101,7 @@ std::optional<ProgramDigest> DigestLanes::Ask(std::shared_ptr<const HeldFile> pF
         return ProgramDigest();
     }
     if (version.IsKnown()) {
-        m_open.emplace(version, std::move(fnStillRuns));
-    } else {
-        added.front().fnStillRuns = std::move(fnStillRuns);
+        m_open.insert(version);
     }
     m_waiting[nLane].splice(m_waiting[nLane].end(), added);
     m_changed.NotifyAll();
@@ -138,21 +131,20 @@ void DigestLanes::Run(size_t nLane) {
         if (m_waiting[nLane].empty()) {
             return;
         }
-        std::list<Job> inHand;
+        std::list<HeldFileRef> inHand;
         inHand.splice(inHand.end(), m_waiting[nLane], m_waiting[nLane].begin());
         lock.Unlock();
-        Serve(*m_readers[nLane], inHand.front());
+        Serve(*m_readers[nLane], *inHand.front());
         inHand.clear();  // closes the file before the lock is taken again
         lock.Lock();
     }
 }
 
-void DigestLanes::Serve(DigestReader& reader, const Job& job) {
-    const FileVersion& version = job.pFile->Version();
+void DigestLanes::Serve(DigestReader& reader, const HeldFile& file) {
+    const FileVersion& version = file.Version();
     DigestBytes bytes;
     ProgramDigest digest;
-    digest.eEnd = reader.Read(
-        *job.pFile, [this, &job] { return StillRunsNow(job); }, bytes);
+    digest.eEnd = reader.Read(file, bytes);
     try {
         const bool bRead = bytes.md5 != DigestBytes().md5;
         if (digest.eEnd == DIGEST_DONE || (digest.eEnd == DIGEST_CHANGED && bRead)) {
@@ -170,26 +162,9 @@ void DigestLanes::Serve(DigestReader& reader, const Job& job) {
     }
 }
 
-bool DigestLanes::StillRunsNow(const Job& job) const {
-    StillRuns fnStillRuns = job.fnStillRuns;
-    {
-        const MutexLock lock(m_mutex);
-        const auto open = m_open.find(job.pFile->Version());
-        if (open != m_open.end()) {
-            fnStillRuns = open->second;
-        }
-    }
-    return fnStillRuns && fnStillRuns();
-}
-
 void DigestLanes::Close(const FileVersion& version, DigestEnd eEnd, const DigestBytes& bytes) {
-    StillRuns fnStillRuns;  // goes when the lock is free again
     const MutexLock lock(m_mutex);
-    const auto open = m_open.find(version);
-    if (open != m_open.end()) {
-        fnStillRuns.swap(open->second);
-        m_open.erase(open);
-    }
+    m_open.erase(version);
     ++(eEnd == DIGEST_LEFT_OUT ? m_nLeftOut : m_nFiles);
     if (eEnd != DIGEST_DONE || !version.IsKnown()) {
         return;

@@ -21,7 +21,7 @@
 #include <memory>
 #include <optional>
 #include <thread>
-#include <unordered_map>
+#include <unordered_set>
 
 #include "host/base/MonotonicCondition.h"
 #include "host/base/Mutex.h"
@@ -68,10 +68,7 @@ public:
     // A digest is the answer, and fnDone is not called: DIGEST_DONE is remembered; DIGEST_LEFT_OUT
     // was not taken, because too many wait or the threads do not run. None: fnDone is called once
     // for the version, however many ask until then.
-    // fnStillRuns: as DigestReader asks it. Of all who ask for a version the last one's counts, if
-    // it is not empty.
-    std::optional<ProgramDigest> Ask(std::shared_ptr<const HeldFile> pFile,
-                                     StillRuns fnStillRuns = {});
+    std::optional<ProgramDigest> Ask(HeldFileRef pFile);
     // When it is remembered; DIGEST_DONE.
     std::optional<ProgramDigest> Known(const FileVersion& version) const;
 
@@ -82,15 +79,9 @@ private:
     static constexpr size_t LARGE = 1;
     static constexpr size_t LANES = 2;
 
-    struct Job {
-        std::shared_ptr<const HeldFile> pFile;
-        StillRuns fnStillRuns;  // of a version that is not known; the others' stand in m_open
-    };
-
     size_t LaneOf(const HeldFile& file) const;
     void Run(size_t nLane);
-    void Serve(DigestReader& reader, const Job& job);
-    bool StillRunsNow(const Job& job) const;
+    void Serve(DigestReader& reader, const HeldFile& file);
     void Close(const FileVersion& version, DigestEnd eEnd, const DigestBytes& bytes);
 
     const DigestLanesOptions m_options;
@@ -103,9 +94,9 @@ private:
     mutable Mutex m_mutex;
     MonotonicCondition m_changed;
     bool m_bRunning TEV_GUARDED_BY(m_mutex) = false;
-    std::array<std::list<Job>, LANES> m_waiting TEV_GUARDED_BY(m_mutex);
+    std::array<std::list<HeldFileRef>, LANES> m_waiting TEV_GUARDED_BY(m_mutex);
     // Known versions that wait or are in hand.
-    std::unordered_map<FileVersion, StillRuns, FileVersionHash> m_open TEV_GUARDED_BY(m_mutex);
+    std::unordered_set<FileVersion, FileVersionHash> m_open TEV_GUARDED_BY(m_mutex);
     mutable RecentDigests m_recent TEV_GUARDED_BY(m_mutex);
     uint64_t m_nFiles TEV_GUARDED_BY(m_mutex) = 0;
     uint64_t m_nLeftOut TEV_GUARDED_BY(m_mutex) = 0;

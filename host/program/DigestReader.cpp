@@ -25,23 +25,15 @@ bool IsSame(const timespec& left, const timespec& right) {
 }
 
 // DIGEST_DONE when the descriptor's file still has the content of file's status.
-DigestEnd Compare(const HeldFile& file, const StillRuns& fnStillRuns) {
+DigestEnd Compare(const HeldFile& file) {
     const FileStatus& held = file.Status();
     FileStatus now;
     if (!file_look::AtDescriptor(file.Descriptor(), now)) {
         return DIGEST_UNREADABLE;
     }
-    if (now.st_size != held.st_size || !IsSame(now.st_mtim, held.st_mtim)) {
-        return DIGEST_CHANGED;
-    }
-    if (IsSame(now.st_ctim, held.st_ctim) && file.Version().nFresh == 0) {
-        return DIGEST_DONE;
-    }
-    try {
-        return fnStillRuns && fnStillRuns() ? DIGEST_DONE : DIGEST_CHANGED;
-    } catch (const std::exception&) {
-        return DIGEST_CHANGED;
-    }
+    const bool bSame = now.st_size == held.st_size && IsSame(now.st_mtim, held.st_mtim) &&
+                       IsSame(now.st_ctim, held.st_ctim) && file.Version().nFresh == 0;
+    return bSame ? DIGEST_DONE : DIGEST_CHANGED;
 }
 
 }  // namespace
@@ -80,8 +72,7 @@ DigestReader::DigestReader(ReadAt fnRead, const std::atomic<bool>& bStop,
 
 DigestReader::~DigestReader() = default;
 
-DigestEnd DigestReader::Read(const HeldFile& file, const StillRuns& fnStillRuns,
-                             DigestBytes& bytes) {
+DigestEnd DigestReader::Read(const HeldFile& file, DigestBytes& bytes) {
     if (m_bStop) {
         return DIGEST_LEFT_OUT;
     }
@@ -92,12 +83,12 @@ DigestEnd DigestReader::Read(const HeldFile& file, const StillRuns& fnStillRuns,
     if (file.Status().st_size > utils::HASH_SIZE_LIMIT) {
         return DIGEST_TOO_LARGE;
     }
-    const DigestEnd eBefore = Compare(file, fnStillRuns);
+    const DigestEnd eBefore = Compare(file);
     const DigestEnd eRead = eBefore == DIGEST_UNREADABLE ? eBefore : ReadContent(file, bytes);
     if (eRead != DIGEST_DONE) {
         return eRead;
     }
-    return eBefore == DIGEST_DONE && file.IsSure() ? Compare(file, fnStillRuns) : DIGEST_CHANGED;
+    return eBefore == DIGEST_DONE && file.IsSure() ? Compare(file) : DIGEST_CHANGED;
 }
 
 DigestEnd DigestReader::ReadContent(const HeldFile& file, DigestBytes& bytes) {

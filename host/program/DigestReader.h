@@ -1,10 +1,9 @@
 // Reads a held file once, from its descriptor and never by its path, for SHA-1, MD5 and SHA-256,
 // and finds out whether what it read is still what was started.
 //
-// The content is that of the start when size, modification and change time still are those of the
-// held file's status. When the change time alone differs, the file's name was removed or changed,
-// or its mode; when the file was fresh at its start, its times say nothing: its content is then
-// known only while a process still runs it, which keeps everyone from writing to it.
+// The content is that of the start when the held file is sure, and size, modification and change
+// time still are those of its status. Another name or mode changes the time as well, and that a
+// process runs the file says nothing: it may have written to it and started it again.
 //
 // Threads: one at a time; a stop from any. Errors: as DigestEnd; the constructor throws
 // std::bad_alloc, Read nothing. A read that the file's server never answers (FUSE, NFS) does not
@@ -25,9 +24,6 @@
 
 // pread's arguments and results.
 using ReadAt = std::function<ssize_t(int nFd, void* pBytes, size_t nBytes, off_t nOffset)>;
-// Whether a process that ran the file when its status was taken has run it ever since. One that
-// throws says no.
-using StillRuns = std::function<bool()>;
 
 class DigestReader {
 public:
@@ -40,11 +36,9 @@ public:
     DigestReader& operator=(const DigestReader&) = delete;
 
     // Fills bytes when the end is DIGEST_DONE, or DIGEST_CHANGED and the file could be read to its
-    // end all the same. DIGEST_LEFT_OUT: stopped. DIGEST_UNREADABLE: also
-    // what is no regular file, and where OpenSSL cannot work. fnStillRuns may be empty; it is asked
-    // before the file is read, so as not to read in vain, and after, each time only if the answer
-    // counts.
-    DigestEnd Read(const HeldFile& file, const StillRuns& fnStillRuns, DigestBytes& bytes);
+    // end all the same. DIGEST_LEFT_OUT: stopped. DIGEST_UNREADABLE: also what is no regular file,
+    // and where OpenSSL cannot work.
+    DigestEnd Read(const HeldFile& file, DigestBytes& bytes);
 
 private:
     struct Kit;

@@ -33,7 +33,7 @@ public:
     StartedFile(const LaunchEvent& event, std::string strExeLink, const FileLook& fnLook);
 
     // Whether strPath, absolute, leads to it. A file that has changed since is only taken while the
-    // process runs it: then nobody can write to it (but on Linux 6.11 and 6.12).
+    // process runs it; what it held at the start is not known then (HeldFile::IsSure).
     bool IsAt(const std::string& strPath);
     // Whether the process runs it still, by the first look: it may have been renamed or removed. An
     // inode that was born after the start is another file.

@@ -284,40 +284,6 @@ TEST_F(DigestLanesTest, WhatHasNoDigestIsCalledBackAndComputedAgainWhenAsked) {
     EXPECT_EQ(0u, lanes.Counts().nLeftOut);
 }
 
-TEST_F(DigestLanesTest, TheLastProcessThatIsNamedVouchesForTheFile) {
-    const File pFile = Small("program");
-    HoldReadOf(pFile);
-    DigestLanes& lanes = Begin();
-    EXPECT_FALSE(lanes.Ask(pFile, [] { return false; }));
-    ASSERT_TRUE(m_held.HasBegun());
-    ASSERT_EQ(0, unlink(pFile->Name().c_str()));
-
-    EXPECT_FALSE(lanes.Ask(pFile, [] { return true; }));
-    EXPECT_FALSE(lanes.Ask(pFile));
-    m_held.GoOn();
-
-    EXPECT_EQ(DIGEST_DONE, m_inbox.End(pFile));
-}
-
-TEST_F(DigestLanesTest, AVersionThatIsNotKnownHasItsOwnProcess) {
-    const std::string strPath = m_dir.WriteFile("program", "abc");
-    const File pFile = HoldUnknown(strPath);
-    ASSERT_EQ(0, chmod(strPath.c_str(), 0500));
-    DigestLanes& lanes = Begin();
-
-    EXPECT_FALSE(lanes.Ask(pFile, [this] {
-        m_held.Hold();
-        return false;
-    }));
-    ASSERT_TRUE(m_held.HasBegun());
-    EXPECT_FALSE(lanes.Ask(pFile, [] { return true; }));
-    m_held.GoOn();
-    ASSERT_TRUE(Eventually([this] { return m_inbox.Size() == 2; }));
-
-    EXPECT_EQ(DIGEST_CHANGED, m_inbox.Of(pFile).front().eEnd);
-    EXPECT_EQ(DIGEST_DONE, m_inbox.Of(pFile).back().eEnd);
-}
-
 TEST_F(DigestLanesTest, WhatFindsNoRoomIsLeftOutAndCounted) {
     const File pInHand = Small("in hand");
     std::vector<File> waiting;
@@ -432,7 +398,7 @@ TEST_F(DigestLanesTest, CallbacksThatThrowEndNothing) {
     });
 
     EXPECT_FALSE(lanes.Ask(pFirst));
-    EXPECT_FALSE(lanes.Ask(pRemoved, []() -> bool { throw std::runtime_error("nobody knows"); }));
+    EXPECT_FALSE(lanes.Ask(pRemoved));
     EXPECT_FALSE(lanes.Ask(pLast));
 
     EXPECT_EQ(DIGEST_DONE, m_inbox.End(pFirst));

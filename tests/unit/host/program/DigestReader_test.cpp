@@ -30,9 +30,7 @@ protected:
                         : pread(nFd, pBytes, nBytes, nOffset);
     }
 
-    DigestEnd Read(const HeldFile& file, const StillRuns& fnStillRuns = {}) {
-        return m_reader.Read(file, fnStillRuns, m_bytes);
-    }
+    DigestEnd Read(const HeldFile& file) { return m_reader.Read(file, m_bytes); }
 
     TestDir m_dir;
     const std::string m_strFile = m_dir.WriteFile("program", "abc");
@@ -126,91 +124,49 @@ TEST_F(DigestReaderTest, TheKeyIsTheOneByPath) {
     EXPECT_EQ(strSha1 + strMd5, m_bytes.Text().strKey);
 }
 
-TEST_F(DigestReaderTest, AnUnchangedFileNeedsNoProcess) {
-    bool bAsked = false;
-
-    EXPECT_EQ(DIGEST_DONE, Read(*HoldFile(m_strFile), [&bAsked] { return bAsked = true; }));
-
-    EXPECT_FALSE(bAsked);
-}
-
-TEST_F(DigestReaderTest, AnotherNameOrModeIsTheSameContentWhileAProcessRunsIt) {
+TEST_F(DigestReaderTest, AnotherNameOrModeIsAChangeAndTheContentIsReadAllTheSame) {
     for (const Change& change : TO_THE_NAME_OR_MODE) {
         const std::string strPath = m_dir.WriteFile(change.pszName, "abc");
         const auto pFile = HoldFile(strPath);
         change.fnChange(strPath);
         m_bytes = {};
 
-        EXPECT_EQ(DIGEST_DONE, Read(*pFile, [] { return true; })) << change.pszName;
+        EXPECT_EQ(DIGEST_CHANGED, Read(*pFile)) << change.pszName;
 
         EXPECT_EQ(KEY_OF_ABC, m_bytes.Text().strKey) << change.pszName;
         EXPECT_EQ(SHA256_OF_ABC, m_bytes.Text().strSha256) << change.pszName;
     }
 }
 
-TEST_F(DigestReaderTest, AnotherNameOrModeIsAChangeWhenNoProcessIsKnownToRunIt) {
-    const StillRuns NOBODY[] = {
-        {}, [] { return false; }, []() -> bool { throw std::runtime_error("nobody knows"); }};
-    int nFile = 0;
-    for (const Change& change : TO_THE_NAME_OR_MODE) {
-        for (const StillRuns& fnStillRuns : NOBODY) {
-            const std::string strPath = m_dir.WriteFile(std::to_string(++nFile), "abc");
-            const auto pFile = HoldFile(strPath);
-            change.fnChange(strPath);
-
-            EXPECT_EQ(DIGEST_CHANGED, Read(*pFile, fnStillRuns)) << change.pszName;
-        }
-    }
-    EXPECT_EQ(nFile, m_nReads);  // what it holds now may be bad
-}
-
-TEST_F(DigestReaderTest, AFileThatWasFreshIsKnownOnlyWhileAProcessRunsIt) {
+TEST_F(DigestReaderTest, WhatAFreshFileHeldIsNotKnown) {
     const auto pHeld = HoldFile(m_strFile);
     FileVersion version = pHeld->Version();
     version.nFresh = 1;
     const HeldFile fresh(UniqueFd(open(m_strFile.c_str(), O_RDONLY | O_CLOEXEC)), version,
                          pHeld->Status(), m_strFile);
 
-    EXPECT_EQ(DIGEST_DONE, Read(fresh, [] { return true; }));
-    EXPECT_EQ(DIGEST_CHANGED, Read(fresh, [] { return false; }));
-}
-
-TEST_F(DigestReaderTest, AProcessThatEndsWhileItsFileIsReadVouchesForNothing) {
-    const auto pFile = HoldFile(m_strFile);
-    ASSERT_EQ(0, unlink(m_strFile.c_str()));
-
-    EXPECT_EQ(DIGEST_CHANGED, Read(*pFile, [this] { return m_nReads == 0; }));
-
+    EXPECT_EQ(DIGEST_CHANGED, Read(fresh));
     EXPECT_EQ(1, m_nReads);
 }
 
-TEST_F(DigestReaderTest, AFileThatLosesItsNameWhileItIsReadIsAskedAboutAfterwards) {
-    for (const bool bRuns : {true, false}) {
-        const std::string strPath = m_dir.WriteFile("removed", "abc");
-        const auto pFile = HoldFile(strPath);
-        m_fnRead = [&strPath](int nFd, void* pBytes, size_t nBytes, off_t nOffset) {
-            EXPECT_EQ(0, unlink(strPath.c_str()));
-            return pread(nFd, pBytes, nBytes, nOffset);
-        };
-        int nAsked = 0;
+TEST_F(DigestReaderTest, AFileThatLosesItsNameWhileItIsReadIsAChange) {
+    const std::string strPath = m_dir.WriteFile("removed", "abc");
+    const auto pFile = HoldFile(strPath);
+    m_fnRead = [&strPath](int nFd, void* pBytes, size_t nBytes, off_t nOffset) {
+        EXPECT_EQ(0, unlink(strPath.c_str()));
+        return pread(nFd, pBytes, nBytes, nOffset);
+    };
 
-        const DigestEnd eEnd = Read(*pFile, [&nAsked, bRuns] {
-            ++nAsked;
-            return bRuns;
-        });
-
-        EXPECT_EQ(bRuns ? DIGEST_DONE : DIGEST_CHANGED, eEnd);
-        EXPECT_EQ(1, nAsked);
-    }
+    EXPECT_EQ(DIGEST_CHANGED, Read(*pFile));
 }
 
-TEST_F(DigestReaderTest, AnotherContentIsAChangeWhoeverRunsIt) {
+TEST_F(DigestReaderTest, AnotherContentIsAChange) {
     for (const Change& change : TO_THE_CONTENT) {
         const std::string strPath = m_dir.WriteFile(change.pszName, "abc");
         const auto pFile = HoldFile(strPath);
         change.fnChange(strPath);
 
-        EXPECT_EQ(DIGEST_CHANGED, Read(*pFile, [] { return true; })) << change.pszName;
+        EXPECT_EQ(DIGEST_CHANGED, Read(*pFile)) << change.pszName;
     }
 }
 
@@ -219,7 +175,7 @@ TEST_F(DigestReaderTest, AFileThatMayHaveChangedBeforeItWasHeldIsAChange) {
     const HeldFile unsure(UniqueFd(open(m_strFile.c_str(), O_RDONLY | O_CLOEXEC)), pHeld->Version(),
                           pHeld->Status(), m_strFile, false);
 
-    EXPECT_EQ(DIGEST_CHANGED, Read(unsure, [] { return true; }));
+    EXPECT_EQ(DIGEST_CHANGED, Read(unsure));
     EXPECT_EQ(1, m_nReads);
 }
 
@@ -233,7 +189,7 @@ TEST_F(DigestReaderTest, AnotherContentWhileItIsReadIsAChange) {
             return nRead;
         };
 
-        EXPECT_EQ(DIGEST_CHANGED, Read(*pFile, [] { return true; })) << change.pszName;
+        EXPECT_EQ(DIGEST_CHANGED, Read(*pFile)) << change.pszName;
     }
 }
 
@@ -246,7 +202,7 @@ TEST_F(DigestReaderTest, AFileThatIsCutWhileItIsReadIsAChange) {
         return nRead;
     };
 
-    EXPECT_EQ(DIGEST_CHANGED, Read(*pFile, [] { return true; }));
+    EXPECT_EQ(DIGEST_CHANGED, Read(*pFile));
 
     EXPECT_EQ(2, m_nReads);  // the second one found the end
 }
