@@ -28,7 +28,7 @@ HOSTFRAMEWORK_API void SetDigestObserver(IDigestObserver* pObserver);
 
 namespace digest_observer {
 
-bool IsSet();  // one atomic load
+bool IsSet();  // without a lock: hashing costs no more while nobody observes
 void Call(const std::string& strPath, const struct stat& status, const std::string& strMd5,
           const std::string& strSha1);
 

@@ -149,12 +149,7 @@ void CLogDebug::SetLevel(int nLevel) {
 }
 
 void CLogDebug::SetSink(ILogSink* pSink) {
-    const std::lock_guard<std::mutex> setLock(m_setMutex);
-    std::unique_lock<std::mutex> lock(m_callMutex);
-    m_pSink = pSink;
-    const int nOldSide = m_nSide;
-    m_nSide = 1 - nOldSide;
-    m_callReturned.wait(lock, [&] { return m_nCalls[nOldSide] == 0; });
+    m_sink.Set(pSink);
 }
 
 uint64_t CLogDebug::DroppedLines() const {
@@ -169,19 +164,9 @@ int CLogDebug::Hand(const LogRecord& record, va_list args) {
                             record.nLine,
                             TextOf(record.pszFormat)};
     const int nOldErrno = errno;  // a caller may log between a failure and its report
-    std::unique_lock<std::mutex> lock(m_callMutex);
-    ILogSink* pSink = m_pSink;
-    const int nSide = m_nSide;
-    ++m_nCalls[nSide];
-    lock.unlock();
-
-    const int nResult = pSink == nullptr ? WriteLine(safe, args) : CallSink(*pSink, safe, args);
-
-    lock.lock();
-    if (--m_nCalls[nSide] == 0) {
-        m_callReturned.notify_all();
-    }
-    lock.unlock();
+    const int nResult = m_sink.With([&](ILogSink* pSink) {
+        return pSink == nullptr ? WriteLine(safe, args) : CallSink(*pSink, safe, args);
+    });
     errno = nOldErrno;
     return nResult;
 }

@@ -15,13 +15,12 @@
 #define FRAMEWORK_LOG_CLOGDEBUG_H
 
 #include <atomic>
-#include <condition_variable>
 #include <cstdarg>
 #include <cstdint>
-#include <mutex>
 #include <string>
 
 #include "framework/abi/Export.h"
+#include "framework/base/ObserverSlot.h"
 
 // One record, valid during the call. Texts are never null.
 struct LogRecord {
@@ -78,14 +77,7 @@ private:
     std::atomic<int> m_nLevel;
     std::atomic<uint64_t> m_nDropped{0};
 
-    // Each sink's calls are counted on the side in use while it stood; SetSink changes the side and
-    // waits for the other to empty. Calls that keep coming so never hold it up.
-    std::mutex m_setMutex;   // one SetSink at a time; taken before m_callMutex
-    std::mutex m_callMutex;  // guards what follows; not held during a call
-    std::condition_variable m_callReturned;
-    ILogSink* m_pSink = nullptr;
-    int m_nSide = 0;
-    int m_nCalls[2] = {0, 0};
+    ObserverSlot<ILogSink> m_sink;
 };
 
 #endif
