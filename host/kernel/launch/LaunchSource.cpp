@@ -73,6 +73,13 @@ bool LaunchSource::Open(std::string& strError) {
     }
     m_observer.OnNotice("launches are captured by " + m_pSensor->Name() + ": " +
                         m_pSensor->Limits());
+    if (!strRefused.empty()) {
+        m_observer.OnNotice(strRefused +
+                            "; programs that end at once are held by their paths alone");
+    } else if (m_pOpened != nullptr && !m_pOpened->Unmarked().empty()) {
+        m_observer.OnNotice("programs that end at once are held by their paths alone on " +
+                            m_pOpened->Unmarked());
+    }
     return true;
 }
 

@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
 #include <ctime>
 
@@ -31,10 +32,11 @@ public:
     }
     void OnLost(uint64_t, uint64_t) override {}
     void OnCounters(const LaunchCounters& now) override { counters = now; }
-    void OnNotice(const std::string&) override {}
+    void OnNotice(const std::string& strText) override { notices.push_back(strText); }
 
     std::vector<Launch> launches;
     std::vector<HeldFileRef> unresolved;
+    std::vector<std::string> notices;
     LaunchCounters counters;
 };
 
@@ -283,4 +285,23 @@ TEST_F(LaunchSourceHoldTest, AFileSystemThatStampsLooselyMakesItsFilesUnsure) {
     ASSERT_EQ(1u, m_observer.launches.size());
     ASSERT_NE(nullptr, m_observer.launches[0].pFile);
     EXPECT_FALSE(m_observer.launches[0].pFile->IsSure());
+}
+
+TEST_F(LaunchSourceHoldTest, AFileSystemThatCannotBeMarkedIsNamed) {
+    m_kernel.paths["/proc/self/mountinfo"] =
+        m_dir.WriteFile("mountinfo", "1 0 8:1 / /one rw - ext4 x rw\n");
+    m_kernel.markErrors = {{"/one", EXDEV}};
+    (void)Source();
+    ASSERT_EQ(2u, m_observer.notices.size());
+    EXPECT_EQ("programs that end at once are held by their paths alone on /one",
+              m_observer.notices[1]);
+}
+
+TEST_F(LaunchSourceHoldTest, WithoutNoticesOfExecutedFilesItSaysSoAndGoesOn) {
+    m_kernel.groupErrors = {EPERM};
+    Capture(EventOf(m_strFile));
+    ASSERT_EQ(2u, m_observer.notices.size());
+    EXPECT_THAT(m_observer.notices[1], HasSubstr("held by their paths alone"));
+    ASSERT_EQ(1u, m_observer.launches.size());
+    EXPECT_NE(nullptr, m_observer.launches[0].pFile);
 }
