@@ -140,8 +140,11 @@ void LaunchAudit::Changed(const StrayLaunch& launch, const struct stat& status,
     const std::string strName = m_links.TrueNames(launch.strFile);
     const bool bAgain = ReportAgain(launch);
     m_hooks.fnChanged({strName, strHashedKey, known ? known->strKey : "", bAgain});
-    // The very file that was started, with a bad content.
-    const bool bOwn = launch.pFile != nullptr && IsSameInode(status, launch.pFile->Status());
+    // The very file that was started, with a bad content that it may have had then: either nobody
+    // knows what it held, or it does not look changed.
+    const bool bOwn =
+        launch.pFile != nullptr && IsSameInode(status, launch.pFile->Status()) &&
+        (!known || !launch.pFile->IsSure() || IsSameFile(status, launch.pFile->Status()));
     const Verdict verdict = m_service.Decide(strHashedKey);
     if (bOwn && IsBad(verdict) && launch.pFile->MarkShown()) {
         Judge({strName, ""}, verdict);

@@ -4,6 +4,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <fstream>
+
 #include "host/verdict/ProgramVerdicts.h"
 #include "tests/support/Event.h"
 #include "tests/support/TestDir.h"
@@ -240,6 +242,21 @@ TEST_F(LaunchAuditTest, AnUnsureFileIsShownOnceIfItIsBadAndNeverElse) {
     ASSERT_TRUE(Wait(1));
     EXPECT_EQ(0, Shown(pBad, 70));
     EXPECT_EQ(std::vector<std::string>{"/b by /bin/shell 70"}, Judged());
+}
+
+TEST_F(LaunchAuditTest, ABadContentThatWasWrittenLaterIsNotWhatWasStarted) {
+    const HeldFileRef pUnread = HoldFile(m_dir.WriteFile("unread", "evil too", 0755));
+    Begin();
+    Note("/a", m_pFile);
+    ASSERT_TRUE(Wait(1));
+    for (const std::string& strFile : {m_strFile, pUnread->Name()}) {
+        std::ofstream(strFile) << "bad later";
+    }
+    Give(m_strFile, 70);
+    const std::string strBadKey = ProgramVerdicts::KeyOf(m_strFile);
+    m_audit.Changed({0, "/a", m_pFile}, StatusOf(m_strFile), strBadKey);
+    m_audit.Changed({0, "/b", pUnread}, StatusOf(pUnread->Name()), strBadKey);  // perhaps
+    EXPECT_EQ(std::vector<std::string>{"/b by  70"}, Judged());
 }
 
 TEST_F(LaunchAuditTest, ABadContentOfTheStartedFileIsShownWhoeverHashedIt) {
