@@ -16,8 +16,8 @@ uint64_t Balance::Outstanding() const {
 }
 
 uint64_t Balance::Unexplained() const {
-    const uint64_t nLaunches = launches.nReported + launches.nUnresolved + launches.nLost +
-                               launches.nOwn + launches.nBroken;
+    const uint64_t nLaunches = launches.nReported + launches.nRepeated + launches.nUnresolved +
+                               launches.nLost + launches.nOwn + launches.nBroken;
     const uint64_t nFiles = files.nOwn + files.nUnwatched + files.nUnresolved + files.nReported;
     const uint64_t nTooMany = nLaunches - std::min(launches.nCaptured, nLaunches) +
                               (nFiles - std::min(files.nCaptured, nFiles));

@@ -83,6 +83,9 @@ void LaunchAudit::Digested(const FileVersion& version, const ProgramDigest& dige
     }
     // What may have been written to is bad where it is now, and is not known to be good.
     const Verdict verdict = m_service.Decide(digest.strKey);
+    if (digest.eEnd == DIGEST_DONE && file.pFile->IsSure() && !IsBad(verdict)) {
+        file.pFile->Settle();
+    }
     // Without a digest of its own the module's verdict counts as well; both are shown once.
     const auto isFirst = [&] { return digest.eEnd == DIGEST_DONE || file.pFile->MarkShown(); };
     if (IsBad(verdict) && (isFirst() || file.pFile->IsSure())) {

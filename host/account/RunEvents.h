@@ -177,10 +177,10 @@ struct CentreRecord {
 using RunEvent =
     std::variant<RunBegun, PassBegun, PassEnded, RunProgressed, InputDelivered, QueueStalled,
                  ModuleSilent, BalanceRequested, RunEnding, RunEnded, InputUnusable, LaunchReported,
-                 LaunchUnresolved, LaunchesLost, LaunchCounters, FileOperationReported,
-                 FileQueueOverflowed, FileCounters, SensorNotice, BatchTaken, BatchSent, BatchEnded,
-                 BatchUnsent, EventsDropped, QueueChanged, QueryReceived, AnswerEnded, ModuleNoted,
-                 ModuleLogged, ModulePrinted, MessageAnalysed, ProgramJudged, LaunchChanged,
-                 CentreRecord>;
+                 LaunchUnresolved, LaunchRepeated, LaunchesLost, LaunchCounters,
+                 FileOperationReported, FileQueueOverflowed, FileCounters, SensorNotice, BatchTaken,
+                 BatchSent, BatchEnded, BatchUnsent, EventsDropped, QueueChanged, QueryReceived,
+                 AnswerEnded, ModuleNoted, ModuleLogged, ModulePrinted, MessageAnalysed,
+                 ProgramJudged, LaunchChanged, CentreRecord>;
 
 #endif

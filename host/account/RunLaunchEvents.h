@@ -15,6 +15,11 @@ struct LaunchReported {
     const Launch& launch;
 };
 
+// It is not reported: an earlier report of the same program does for it.
+struct LaunchRepeated {
+    const Launch& launch;
+};
+
 // No path names its file.
 struct LaunchUnresolved {
     const LaunchEvent& event;

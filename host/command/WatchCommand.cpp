@@ -36,12 +36,14 @@ struct WatchArguments {
     bool bNoFiles = false;
     bool bAllFilesystems = false;
     bool bAllOperations = false;
+    bool bEveryLaunch = false;
     size_t nBatch = 256;
     int64_t nBatchMs = 200;
     SensorMakers makers;
 };
 
-constexpr double SETTLE_SECONDS = 60;  // for the module to analyse what was captured last
+constexpr std::chrono::seconds REPEATS(5);  // of a program that is well known
+constexpr double SETTLE_SECONDS = 60;       // for the module to analyse what was captured last
 
 // Null and nothing said when no recording is wanted; false when it cannot be made.
 bool OpenRecording(const std::string& strFile, std::shared_ptr<FILE>& pRecord) {
@@ -94,6 +96,7 @@ std::unique_ptr<IEventSource> MakeSource(const WatchArguments& arguments,
     kernel.launches.batchTime = std::chrono::milliseconds(arguments.nBatchMs);
     kernel.launches.pLinks = holding.pLinks;
     kernel.launches.pAgain = holding.pAgain;
+    kernel.launches.repeats = arguments.bEveryLaunch ? std::chrono::seconds(0) : REPEATS;
     kernel.files.ignored = state_layout::Directories(options.strStateDir);
     std::unique_ptr<ILaunchSensor> pLaunches;
     std::unique_ptr<IFileSensor> pFiles;
@@ -163,6 +166,9 @@ void AddBatchOptions(Command& command, WatchArguments& arguments) {
         .TypeName("MS")
         .InRange(1, 60000)
         .ShowDefault();
+    command.AddFlag("--every-launch", arguments.bEveryLaunch,
+                    "Report every launch, also of a program that was just reported for the same "
+                    "user and starter");
 }
 
 void AddFileOptions(Command& command, WatchArguments& arguments) {

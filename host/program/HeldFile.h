@@ -53,6 +53,10 @@ public:
         return nUnjudged > 0;
     }
 
+    // Its own digest is known, and no bad program's: it is judged already.
+    void Settle() const { m_bSettled = true; }
+    bool IsSettled() const { return m_bSettled; }
+
     // The path under strName that leads to it whatever becomes of its names, made on first use; ""
     // when there can be none. On one thread.
     std::string LinkIn(PinDirectory& directory, const std::string& strName) const {
@@ -79,6 +83,7 @@ private:
     const std::string m_strName;
     mutable std::atomic<uint32_t> m_nUnjudged{0};
     mutable std::atomic<bool> m_bShown{false};
+    mutable std::atomic<bool> m_bSettled{false};
     mutable std::vector<Link> m_links;  // last: they go before the descriptor
 };
 

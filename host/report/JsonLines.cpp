@@ -76,15 +76,22 @@ void JsonLines::Write(const InputUnusable& event, int64_t tmWhen) {
 }
 
 void JsonLines::Write(const LaunchReported& event, int64_t tmWhen) {
+    WriteLaunch(event.launch, false, tmWhen);
+}
+
+void JsonLines::Write(const LaunchRepeated& event, int64_t tmWhen) {
+    WriteLaunch(event.launch, true, tmWhen);
+}
+
+void JsonLines::WriteLaunch(const Launch& launch, bool bRepeated, int64_t tmWhen) {
     static const char* const ORIGINS[] = {"none", "invoked", "resolved", "proc", "held"};
-    const Launch& launch = event.launch;
     JsonObject record = Record("launch", tmWhen);
     record.Add("path", launch.creation.strPath).Add("cmd", launch.creation.strCommand);
     record.Add("pid", static_cast<uint64_t>(launch.creation.nPid));
     record.Add("starter", launch.strStarter).Add("origin", ORIGINS[launch.eOrigin]);
     record.Add("script", launch.bScript).Add("args_cut", launch.bArgsCut);
     AddContext(record, launch.context);
-    m_output.Line(record.Text());
+    m_output.Line(record.Add("repeated", bRepeated).Text());
 }
 
 void JsonLines::Write(const LaunchUnresolved& event, int64_t tmWhen) {

@@ -30,6 +30,7 @@ private:
     void Write(const RunEnded& event, int64_t tmWhen);
     void Write(const InputUnusable& event, int64_t tmWhen);
     void Write(const LaunchReported& event, int64_t tmWhen);
+    void Write(const LaunchRepeated& event, int64_t tmWhen);
     void Write(const LaunchUnresolved& event, int64_t tmWhen);
     void Write(const LaunchesLost& event, int64_t tmWhen);
     void Write(const FileOperationReported& event, int64_t tmWhen);
@@ -44,6 +45,7 @@ private:
     void Write(const ProgramJudged& event, int64_t tmWhen);
     void Write(const LaunchChanged& event, int64_t tmWhen);
     void Write(const CentreRecord& event, int64_t tmWhen);
+    void WriteLaunch(const Launch& launch, bool bRepeated, int64_t tmWhen);
     void WriteBalance(const Balance& balance, int64_t tmWhen);
 
     Console& m_output;

@@ -60,6 +60,10 @@ void SensorObserver::OnUnresolved(const LaunchEvent& event, const LaunchContext&
     m_journal.Record(LaunchUnresolved{event, context, pFile});
 }
 
+void SensorObserver::OnRepeat(const Launch& launch) {
+    m_journal.Record(LaunchRepeated{launch});
+}
+
 void SensorObserver::OnLost(uint64_t nLost, uint64_t nTotal) {
     m_journal.Record(LaunchesLost{nLost, nTotal});
 }

@@ -64,6 +64,7 @@ public:
     void OnLaunch(const Launch& launch) override;
     void OnUnresolved(const LaunchEvent& event, const LaunchContext& context,
                       const std::shared_ptr<const HeldFile>& pFile) override;
+    void OnRepeat(const Launch& launch) override;
     void OnLost(uint64_t nLost, uint64_t nTotal) override;
     void OnCounters(const LaunchCounters& counters) override;
 

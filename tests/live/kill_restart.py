@@ -157,7 +157,7 @@ def account(truth, first, waiting, second, prefix):
 def run(args, folder):
     generators = Generators(folder)
     truth = streams(args.launches, args.files)
-    first = livehost.Host(args.host, folder, "--record", str(folder / "first"))
+    first = livehost.Host(args.host, folder, "--record", str(folder / "first"), repeats=False)
     finish(generators.start("rest", AT_REST, AT_REST, REST_RATE))
     all_judged(first, folder, generators.prefix)
     rush = generators.start("rush", args.launches, args.files)
@@ -172,7 +172,7 @@ def run(args, folder):
     # Recorded, not delivered and not in the queue: the kill met them on their way.
     on_the_way = [body for number, body in enumerate(bodies, 1)
                   if number not in stored_by_record and body not in waiting]
-    second = livehost.Host(args.host, folder, "--record", str(folder / "second"))
+    second = livehost.Host(args.host, folder, "--record", str(folder / "second"), repeats=False)
     finish(rush)  # on a slow host it has ended before
     finish(generators.start("resumed", AT_REST, AT_REST, REST_RATE))
     all_judged(second, folder, generators.prefix)

@@ -38,6 +38,7 @@ struct LaunchCounters {
     uint64_t nOwn = 0;         // of these: the host's own process
     uint64_t nUnresolved = 0;  // of these: no path names the file
     uint64_t nReported = 0;    // of these: reported
+    uint64_t nRepeated = 0;    // of these: an earlier report of the same does for it
     uint64_t nScripts = 0;     // reported in addition
     uint64_t nAgain = 0;       // reported once more, by a link to the held file
     uint64_t nFresh = 0;       // of the reported ones: only if it is bad is known what they held
@@ -50,7 +51,7 @@ struct LaunchCounters {
 
     // Captured, and neither reported nor counted for a reason.
     uint64_t Waiting() const {
-        const uint64_t nKnown = nLost + nBroken + nOwn + nUnresolved + nReported;
+        const uint64_t nKnown = nLost + nBroken + nOwn + nUnresolved + nReported + nRepeated;
         return nCaptured > nKnown ? nCaptured - nKnown : 0;
     }
 };
@@ -62,6 +63,8 @@ public:
     // pFile: held all the same; may be null.
     virtual void OnUnresolved(const LaunchEvent& event, const LaunchContext& context,
                               const HeldFileRef& pFile) = 0;
+    // Likewise, and it is not reported: an earlier report does for it.
+    virtual void OnRepeat(const Launch& launch) = 0;
     // nLost launches more were lost, nTotal since the start.
     virtual void OnLost(uint64_t nLost, uint64_t nTotal) = 0;
     virtual void OnCounters(const LaunchCounters& counters) = 0;

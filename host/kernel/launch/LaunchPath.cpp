@@ -36,12 +36,6 @@ bool HasTimesOf(const FileStatus& status, const LaunchEvent& event) {
                                    static_cast<uint64_t>(status.st_size) == event.nSize);
 }
 
-bool IsInterpreter(const std::string& strPath) {
-    const std::string strName = strPath.substr(strPath.rfind('/') + 1);
-    return std::find(std::begin(INTERPRETERS), std::end(INTERPRETERS), strName) !=
-           std::end(INTERPRETERS);
-}
-
 // "" when there is none, or when it means another file here than there.
 std::string Absolute(std::string strName, const LaunchEvent& event) {
     if (strName.empty()) {
@@ -91,6 +85,12 @@ bool StartedFile::IsRunning() {
             (HasTimesOf(status, m_event) || status.nBorn == 0 || status.nBorn <= m_event.nChanged);
     }
     return *m_running;
+}
+
+bool IsInterpreter(const std::string& strPath) {
+    const std::string strName = strPath.substr(strPath.rfind('/') + 1);
+    return std::find(std::begin(INTERPRETERS), std::end(INTERPRETERS), strName) !=
+           std::end(INTERPRETERS);
 }
 
 LaunchPath ChooseLaunchPath(const LaunchEvent& event, const FileLook& fnLook) {

@@ -52,6 +52,9 @@ private:
     std::optional<bool> m_running;
 };
 
+// Whether the module knows an interpreter by this path: what it runs stands in the arguments.
+bool IsInterpreter(const std::string& strPath);
+
 // The name as invoked where stat says that it is the file started, else the resolved path where
 // that is, else /proc/PID/exe. Only where the resolved name alone is one by which the module
 // knows an interpreter, that comes first: sh is dash.

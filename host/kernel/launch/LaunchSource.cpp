@@ -48,6 +48,7 @@ LaunchSource::LaunchSource(std::unique_ptr<ILaunchSensor> pSensor, ILaunchObserv
       m_cgroups(m_options.strCgroups ? *m_options.strCgroups : CgroupNames::Root()),
       m_nOwnPid(static_cast<uint32_t>(getpid())),
       m_held(m_options.nMostHeld),
+      m_repeats(m_options.repeats),
       m_batches({m_options.nMostLaunches, m_options.nMostBytes, m_options.batchTime}) {
     if (!m_options.fnLookAtScript) {
         m_options.fnLookAtScript = m_options.fnLook ? m_options.fnLook : LookWithoutMagic;
@@ -120,6 +121,13 @@ void LaunchSource::TakeExec(const LaunchEvent& event) {
     m_launches.nArgsUnreadable += event.bArgsUnreadable ? 1 : 0;
     Launch launch;
     launch.strStarter = m_images.StarterOf(event);
+    const auto now = Clock::now();
+    if (const std::optional<Launch> repeat = m_repeats.Find(event, launch.strStarter, now)) {
+        ++m_launches.nRepeated;
+        m_images.Note(event, repeat->creation.strPath);
+        m_observer.OnRepeat(*repeat);
+        return;
+    }
     launch.bArgsCut = event.bArgsCut;
     launch.context.nUid = event.nUid;
     launch.context.strCgroup = m_cgroups.PathOf(event.nCgroup);
@@ -136,6 +144,9 @@ void LaunchSource::TakeExec(const LaunchEvent& event) {
         m_launches.nNotHeld += launch.pFile == nullptr ? 1 : 0;
         m_launches.nFresh += launch.pFile != nullptr && !launch.pFile->IsSure() ? 1 : 0;
         ++m_launches.nReported;
+        if (m_pSensor->IsExact()) {
+            m_repeats.Reported(event, launch, now);
+        }
         Add(launch);
     }
     if (!event.strInterp.empty()) {

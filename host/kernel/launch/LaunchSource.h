@@ -27,6 +27,7 @@
 #include "host/kernel/launch/LaunchPath.h"
 #include "host/kernel/launch/OpenedFiles.h"
 #include "host/kernel/launch/ProcessTable.h"
+#include "host/kernel/launch/RepeatedLaunches.h"
 #include "host/program/HeldFiles.h"
 
 struct LaunchSourceOptions {
@@ -44,6 +45,8 @@ struct LaunchSourceOptions {
     std::shared_ptr<PinDirectory> pLinks;
     std::shared_ptr<LaunchesAgain> pAgain;  // null: none
     size_t nMostHeld = 0;                   // as HeldFiles
+    // After the report of a program: others like it are counted only. 0: every one is reported.
+    std::chrono::milliseconds repeats{0};
 };
 
 class LaunchSource {
@@ -106,6 +109,7 @@ private:
     uint64_t m_nFresh = 0;  // starts of files that were changed just before
     HeldFiles m_held;
     std::unique_ptr<OpenedFiles> m_pOpened;  // null where it is of no use, or refused
+    RepeatedLaunches m_repeats;
     BatchQueue<Batched> m_batches;
     uint64_t m_nAnnounced = 0;  // losses
     uint64_t m_nLostSeen = 0;

@@ -36,6 +36,7 @@ Samples CapturedFates(const Moment& moment) {
     const LaunchCounters& launches = moment.balance.launches;
     const FileCounters& files = moment.balance.files;
     return {{{"launch", "reported"}, Value(launches.nReported)},
+            {{"launch", "repeated"}, Value(launches.nRepeated)},
             {{"launch", "unresolved"}, Value(launches.nUnresolved)},
             {{"launch", "lost"}, Value(launches.nLost)},
             {{"launch", "own"}, Value(launches.nOwn)},

@@ -41,6 +41,7 @@ std::string CapturedText(const Balance& balance) {
     const FileCounters& files = balance.files;
     return Sum("captured", launches.nCaptured, "launch", "launches")
                .Add(launches.nReported, "reported")
+               .AddSome(launches.nRepeated, "repeated")
                .Add(launches.nUnresolved, "unresolved")
                .Add(launches.nLost, "lost")
                .AddSome(launches.nOwn, "the host's own")
@@ -198,6 +199,7 @@ void AddCaptured(JsonObject& record, const Balance& balance) {
     const LaunchCounters& launches = balance.launches;
     JsonObject object;
     object.Add("captured", launches.nCaptured).Add("reported", launches.nReported);
+    object.Add("repeated", launches.nRepeated);
     object.Add("unresolved", launches.nUnresolved).Add("lost", launches.nLost);
     object.Add("own", launches.nOwn).Add("broken", launches.nBroken);
     object.Add("unread", launches.Waiting()).Add("scripts", launches.nScripts);

@@ -23,6 +23,7 @@ inline Balance DistinctBalance() {
     launches.nAgain = 113;
     launches.nNotHeld = 114;
     launches.nFresh = 115;
+    launches.nRepeated = 116;
     FileCounters& files = balance.files;
     files.nCaptured = 201;
     files.nOwn = 202;

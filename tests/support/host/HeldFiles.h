@@ -39,4 +39,13 @@ inline std::shared_ptr<const HeldFile> HoldUnknown(const std::string& strPath) {
                                       version, pKnown->Status(), strPath);
 }
 
+// The same file, of which nobody knows what it held at the start; a version of its own.
+inline std::shared_ptr<const HeldFile> HoldUnsure(const std::string& strPath, uint64_t nFresh) {
+    const auto pKnown = HoldFile(strPath);
+    FileVersion version = pKnown->Version();
+    version.nFresh = nFresh;
+    return std::make_shared<HeldFile>(UniqueFd(open(strPath.c_str(), O_RDONLY | O_CLOEXEC)),
+                                      version, pKnown->Status(), strPath, false);
+}
+
 #endif

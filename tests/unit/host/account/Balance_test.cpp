@@ -28,9 +28,9 @@ TEST(BalanceTest, WhatAddsUpIsExplained) {
 }
 
 TEST(BalanceTest, EachEventThatAppearsOrVanishesOnTheWayIsUnexplained) {
-    uint64_t LaunchCounters::*const LAUNCHES[] = {&LaunchCounters::nLost, &LaunchCounters::nOwn,
-                                                  &LaunchCounters::nBroken,
-                                                  &LaunchCounters::nUnresolved};
+    uint64_t LaunchCounters::*const LAUNCHES[] = {
+        &LaunchCounters::nLost, &LaunchCounters::nOwn, &LaunchCounters::nBroken,
+        &LaunchCounters::nUnresolved, &LaunchCounters::nRepeated};
     for (const auto pCounter : LAUNCHES) {
         Balance balance = Clean();
         ++(balance.launches.*pCounter);  // one end more than there were launches

@@ -97,6 +97,21 @@ TEST_F(LaunchAuditTest, ABadProgramIsJudgedByItsOwnDigestForEachLaunch) {
     EXPECT_EQ(expected, Judged());
 }
 
+TEST_F(LaunchAuditTest, AProgramThatIsNotBadNeedsNoFurtherReport) {
+    Give(m_strFile, 70);
+    const HeldFileRef pGood = HoldFile(m_dir.WriteFile("good", "good", 0755));
+    const HeldFileRef pUnsure = HoldUnsure(m_dir.WriteFile("unsure", "unsure", 0755), 1);
+    Begin();
+    for (const HeldFileRef& pFile : {m_pFile, pGood, pUnsure}) {
+        EXPECT_FALSE(pFile->IsSettled());
+        Note("/a", pFile);
+    }
+    ASSERT_TRUE(Wait(3));
+    EXPECT_FALSE(m_pFile->IsSettled());
+    EXPECT_TRUE(pGood->IsSettled());
+    EXPECT_FALSE(pUnsure->IsSettled());  // nobody knows what it held
+}
+
 TEST_F(LaunchAuditTest, ItsVerdictIsShownOnceAndAnothersWhenTheModuleIsDone) {
     Give(m_strFile, 70);
     const std::string strOther = m_dir.WriteFile("other", "good", 0755);

@@ -29,6 +29,7 @@ public:
     void OnLaunch(const Launch&) override {}
     void OnUnresolved(const LaunchEvent&, const LaunchContext&,
                       const std::shared_ptr<const HeldFile>&) override {}
+    void OnRepeat(const Launch&) override {}
     void OnLost(uint64_t, uint64_t) override {}
     void OnCounters(const LaunchCounters&) override {}
     void OnOperation(const FileOperation& operation) override { m_operations.push_back(operation); }

@@ -102,7 +102,8 @@ TEST_F(WatchJsonLinesTest, ALaunchIsAJsonRecord) {
         LastLine(),
         HasSubstr(
             R"("path":"/bin/a","cmd":"/bin/a x","pid":4711,"starter":"/bin/shell")"
-            R"(,"origin":"invoked","script":false,"args_cut":false,"uid":0,"cgroup":"","container":""})"));
+            R"(,"origin":"invoked","script":false,"args_cut":false,"uid":0,"cgroup":"","container":"",)"
+            R"("repeated":false})"));
 }
 
 TEST_F(WatchJsonLinesTest, EventsThatTheModuleDidNotGetAreAnnouncedOnce) {
@@ -171,7 +172,7 @@ TEST_F(JsonRecordTest, TheBalanceStandsBeforeTheSummaryAndOnDemand) {
     const std::string strBalance = Written(BalanceRequested{DistinctBalance()});
     EXPECT_THAT(strBalance, StartsWith(R"({"event":"balance","time":1700000000,"launches":{)"));
     EXPECT_THAT(strBalance,
-                EndsWith(R"(,"outstanding":400,"bad_runs":408,"changed":409,"unexplained":7489})"));
+                EndsWith(R"(,"outstanding":400,"bad_runs":408,"changed":409,"unexplained":7605})"));
 
     EXPECT_THAT(Written(RunEnded{end, PassResult(), {}, DistinctBalance()}),
                 StartsWith(strBalance + "\n" +
@@ -204,7 +205,7 @@ TEST_F(JsonRecordTest, ForeignBytesLeaveARecordOneValidLine) {
         "\"path\":\"/tmp/\xEF\xBF\xBD\\\"}\\u000a{\\\"event\\\":\\\"start\\\"\","
         "\"cmd\":\"x\\\\\\u0009\",\"pid\":4294967295,\"starter\":\"/bin/\xC3\xA4\","
         "\"origin\":\"invoked\",\"script\":false,\"args_cut\":false,"
-        "\"uid\":0,\"cgroup\":\"\",\"container\":\"\"}",
+        "\"uid\":0,\"cgroup\":\"\",\"container\":\"\",\"repeated\":false}",
         Written(LaunchReported{launch}));
 }
 
@@ -229,7 +230,16 @@ TEST_F(JsonRecordTest, ALaunchSaysWhoStartedItAndWhere) {
     launch.context = {1000, "/system.slice/docker-x.scope", "x"};
     EXPECT_THAT(
         Written(LaunchReported{launch}),
-        HasSubstr(R"(,"uid":1000,"cgroup":"/system.slice/docker-x.scope","container":"x"})"));
+        HasSubstr(R"(,"uid":1000,"cgroup":"/system.slice/docker-x.scope","container":"x",)"));
+}
+
+TEST_F(JsonRecordTest, ARepeatIsALaunchThatSaysSo) {
+    Launch launch;
+    launch.creation.strPath = "/bin/a";
+    EXPECT_THAT(Written(LaunchReported{launch}), HasSubstr(R"("event":"launch",)"));
+    EXPECT_THAT(Written(LaunchReported{launch}), EndsWith(R"(,"repeated":false})"));
+    EXPECT_THAT(Written(LaunchRepeated{launch}), HasSubstr(R"("event":"launch",)"));
+    EXPECT_THAT(Written(LaunchRepeated{launch}), EndsWith(R"(,"repeated":true})"));
 }
 
 TEST_F(JsonRecordTest, AnUnresolvedLaunchIsNamedByItsPathOrAsItWasInvoked) {

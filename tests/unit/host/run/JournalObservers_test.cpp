@@ -41,6 +41,7 @@ protected:
 TEST_F(JournalObserversTest, EverythingThatASensorReportsIsAnEventOfItsOwn) {
     SensorObserver observer(m_journal);
     observer.OnLaunch(Started("/bin/a", "/bin/b"));
+    observer.OnRepeat(Started("/bin/a", "/bin/b"));
     observer.OnUnresolved(LaunchEvent(), LaunchContext(), nullptr);
     observer.OnLost(1, 2);
     observer.OnCounters(LaunchCounters());
@@ -49,8 +50,8 @@ TEST_F(JournalObserversTest, EverythingThatASensorReportsIsAnEventOfItsOwn) {
     observer.OnFileCounters(FileCounters());
     observer.OnNotice("text");
 
-    EXPECT_EQ(8u, m_published.size());
-    EXPECT_EQ(8u, std::set<size_t>(m_published.begin(), m_published.end()).size());
+    EXPECT_EQ(9u, m_published.size());
+    EXPECT_EQ(9u, std::set<size_t>(m_published.begin(), m_published.end()).size());
 }
 
 TEST_F(JournalObserversTest, NumbersKeepTheirPlaces) {

@@ -30,6 +30,7 @@ public:
     void OnUnresolved(const LaunchEvent&, const LaunchContext&, const HeldFileRef& pFile) override {
         unresolved.push_back(pFile);
     }
+    void OnRepeat(const Launch& launch) override { repeats.push_back(launch); }
     void OnLost(uint64_t, uint64_t) override {}
     void OnCounters(const LaunchCounters& now) override { counters = now; }
     void OnNotice(const std::string& strText) override { notices.push_back(strText); }
@@ -37,6 +38,7 @@ public:
     std::vector<Launch> launches;
     std::vector<HeldFileRef> unresolved;
     std::vector<std::string> notices;
+    std::vector<Launch> repeats;
     LaunchCounters counters;
 };
 
@@ -304,4 +306,56 @@ TEST_F(LaunchSourceHoldTest, WithoutNoticesOfExecutedFilesItSaysSoAndGoesOn) {
     EXPECT_THAT(m_observer.notices[1], HasSubstr("held by their paths alone"));
     ASSERT_EQ(1u, m_observer.launches.size());
     EXPECT_NE(nullptr, m_observer.launches[0].pFile);
+}
+
+TEST_F(LaunchSourceHoldTest, TheReportOfAProgramThatIsJudgedDoesForItsOtherLaunches) {
+    m_options.repeats = std::chrono::hours(1);
+    Capture(EventOf(m_strFile));
+    Capture(EventOf(m_strFile));  // nobody has said yet that it is no bad one
+    ASSERT_EQ(2u, m_observer.launches.size());
+    m_observer.launches[0].pFile->Settle();
+    LaunchEvent again = EventOf(m_strFile, 0x7ffffff1);
+    again.strCommand = "other arguments";
+    again.bArgsCut = true;
+    Capture(again);
+    EXPECT_EQ(2u, m_observer.launches.size());
+    EXPECT_EQ(2u, Taken().nEvents);
+    ASSERT_EQ(1u, m_observer.repeats.size());
+    const Launch& repeat = m_observer.repeats[0];
+    EXPECT_EQ(m_strFile, repeat.creation.strPath);
+    EXPECT_EQ("other arguments", repeat.creation.strCommand);
+    EXPECT_EQ(0x7ffffff1u, repeat.creation.nPid);
+    EXPECT_TRUE(repeat.bArgsCut);
+    EXPECT_EQ(LAUNCH_PATH_INVOKED, repeat.eOrigin);
+    EXPECT_EQ(m_observer.launches[0].context.nUid, repeat.context.nUid);
+
+    Source().TakeCounts(true);
+    EXPECT_EQ(2u, m_observer.counters.nReported);
+    EXPECT_EQ(1u, m_observer.counters.nRepeated);
+    EXPECT_EQ(0u, m_observer.counters.Waiting());
+}
+
+TEST_F(LaunchSourceHoldTest, ARepeatIsKnownAsTheStarterOfOthers) {
+    m_options.repeats = std::chrono::hours(1);
+    m_images.SetExact(true);
+    Capture(EventOf(m_strFile));
+    ASSERT_EQ(1u, m_observer.launches.size());
+    m_observer.launches[0].pFile->Settle();
+    LaunchEvent again = EventOf(m_strFile, 0x7ffffff1);
+    Capture(again);
+    EXPECT_EQ(1u, m_observer.launches.size());
+    LaunchEvent child = EventOf(m_dir.WriteFile("bin/child", "other", 0755), 0x7ffffff2);
+    child.nPpid = again.nPid;
+    Capture(child);
+    ASSERT_EQ(2u, m_observer.launches.size());
+    EXPECT_EQ(m_strFile, m_observer.launches[1].strStarter);
+}
+
+TEST_F(LaunchSourceHoldTest, WithoutRepeatsEveryLaunchIsReported) {
+    Capture(EventOf(m_strFile));
+    ASSERT_EQ(1u, m_observer.launches.size());
+    m_observer.launches[0].pFile->Settle();
+    Capture(EventOf(m_strFile));
+    EXPECT_EQ(2u, m_observer.launches.size());
+    EXPECT_EQ(0u, m_observer.counters.nRepeated);
 }

@@ -40,6 +40,7 @@ public:
         m_contexts.push_back(context);
         m_held.push_back(pFile);
     }
+    void OnRepeat(const Launch&) override {}
     void OnLost(uint64_t nLost, uint64_t nTotal) override { m_lost.push_back({nLost, nTotal}); }
     void OnCounters(const LaunchCounters& counters) override { m_counters = counters; }
     void OnNotice(const std::string& strText) override { m_notices.push_back(strText); }

@@ -87,6 +87,7 @@ TEST(MetricsTextTest, EveryNumberHasASampleOfItsOwn) {
         R"(tevmon_captured_total{source="launch"} 101
 tevmon_captured_total{source="file"} 201
 tevmon_captured_fate_total{source="launch",fate="reported"} 106
+tevmon_captured_fate_total{source="launch",fate="repeated"} 116
 tevmon_captured_fate_total{source="launch",fate="unresolved"} 105
 tevmon_captured_fate_total{source="launch",fate="lost"} 102
 tevmon_captured_fate_total{source="launch",fate="own"} 104
@@ -141,7 +142,7 @@ tevmon_answers_total{level="70"} 414
 tevmon_queries_outstanding 400
 tevmon_bad_runs_total 408
 tevmon_hashed_bytes_total 407
-tevmon_unexplained 7489
+tevmon_unexplained 7605
 tevmon_start_time_seconds 1700000000
 )",
         Samples(metrics_text::Text(DistinctBalance(), 1700000000)));
