@@ -25,6 +25,7 @@ public:
     void Drain(const Sink& fnSink) override { m_pSensor->Drain(fnSink); }
     bool CatchUp(std::chrono::milliseconds wait) override { return m_pSensor->CatchUp(wait); }
     bool IsExact() const override { return m_pSensor->IsExact(); }
+    int Descriptor() const override { return m_pSensor->Descriptor(); }
     void Detach() override { m_pSensor->Detach(); }
     SensorCounts Counts() const override { return m_pSensor->Counts(); }
     std::string Name() const override { return m_pSensor->Name(); }

@@ -21,6 +21,7 @@ struct FakeLaunchState {
     size_t nCatchUps = 0;
     bool bExact = true;
     bool bDetached = false;
+    int nDescriptor = -1;
 };
 
 class FakeLaunchSensor : public ILaunchSensor {
@@ -47,6 +48,7 @@ public:
         return m_state.bCaughtUp;
     }
     bool IsExact() const override { return m_state.bExact; }
+    int Descriptor() const override { return m_state.nDescriptor; }
     void Detach() override { m_state.bDetached = true; }
     SensorCounts Counts() const override { return m_state.counts; }
     std::string Name() const override { return m_state.strName; }

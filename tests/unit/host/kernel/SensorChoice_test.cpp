@@ -57,6 +57,22 @@ TEST_F(SensorChoiceTest, AFallbackSaysWhyItWasChosen) {
     EXPECT_EQ(3u, choice.Counts().nCaptured);
 }
 
+// Each of its own words: what is left out of the passing on would be the interface's default.
+TEST_F(SensorChoiceTest, EverythingIsAskedOfTheChosenOne) {
+    SensorChoice choice({Fake("best", "")});
+    m_states[0].nDescriptor = 17;
+    m_states[0].bExact = false;
+    m_states[0].bCaughtUp = false;
+    std::string strError;
+    ASSERT_TRUE(choice.Open(strError));
+    EXPECT_EQ(17, choice.Descriptor());
+    EXPECT_FALSE(choice.IsExact());
+    EXPECT_FALSE(choice.CatchUp(std::chrono::milliseconds(1)));
+    EXPECT_EQ(1u, m_states[0].nCatchUps);
+    choice.Detach();
+    EXPECT_TRUE(m_states[0].bDetached);
+}
+
 TEST_F(SensorChoiceTest, WhenNoneOpensEachRefusalIsReported) {
     SensorChoice choice({Fake("best", "no room"), Fake("second", "no time")});
     std::string strError;
