@@ -13,6 +13,8 @@ using std::chrono::milliseconds;
 
 // After the sensor was detached it may still be at work on another processor for a moment.
 constexpr milliseconds LAST_RECORDS(200);
+// Launches that come faster than this are gathered: each would cost the machine an interrupt.
+constexpr std::chrono::microseconds STORM(500);
 constexpr milliseconds CATCH_UP(100);      // for records that a sensor of this process makes
 constexpr milliseconds RENEW_EVERY(1000);  // at most: it looks at every process
 constexpr int MOST_LOOKS_BEHIND = 64;      // take more launches than the sensor has room for
@@ -150,7 +152,7 @@ void KernelSource::Judge(bool bCaughtUp) {
 
 // Each launch ends the sleep, so that its file is held before anybody can put another in its place.
 // File operations are gathered while something happens; at rest the first one ends the sleep.
-void KernelSource::Sleep(bool bBusy, Clock::time_point due) const {
+void KernelSource::Sleep(bool bBusy, Clock::time_point due) {
     pollfd fds[] = {{m_wake.Fd(), POLLIN, 0}, {-1, POLLIN, 0}, {-1, POLLIN, 0}};
     bool bAtRest = !bBusy;
     if (m_pLaunches != nullptr) {
@@ -166,7 +168,20 @@ void KernelSource::Sleep(bool bBusy, Clock::time_point due) const {
     if (m_pLaunches == nullptr && !bFilling && !bBusy) {
         sleep = std::max(std::chrono::duration_cast<milliseconds>(due - Clock::now()), sleep);
     }
-    (void)poll(fds, 3, static_cast<int>(sleep.count()));  // a signal: look earlier
+    if (m_pLaunches == nullptr) {
+        (void)poll(fds, 3, static_cast<int>(sleep.count()));  // a signal: look earlier
+        return;
+    }
+    const auto now = Clock::now();
+    const bool bSoon = now - std::exchange(m_fellAsleep, now) < STORM;
+    const uint64_t nNew = m_pLaunches->Starts() - std::exchange(m_nStarts, m_pLaunches->Starts());
+    if (nNew > 1 || (nNew > 0 && bSoon)) {
+        const timespec nap = {0, std::chrono::nanoseconds(STORM).count()};
+        (void)ppoll(fds, 1, &nap, nullptr);
+    } else if (m_pLaunches->FallAsleep()) {
+        (void)poll(fds, 3, static_cast<int>(sleep.count()));
+    }
+    m_pLaunches->WakeUp();
 }
 
 bool KernelSource::TakeBatch(EventBatch& batch, bool bAny) {

@@ -64,7 +64,7 @@ private:
     void Judge(bool bCaughtUp);
     bool Look(bool bLast);
     bool TakeBatch(EventBatch& batch, bool bAny);
-    void Sleep(bool bBusy, Clock::time_point due) const;
+    void Sleep(bool bBusy, Clock::time_point due);
     SourceResult Rest(EventBatch& batch);
 
     const KernelSourceOptions m_options;
@@ -78,6 +78,8 @@ private:
     Knowledge m_eKnowledge = KNOWS_ALL;
     uint64_t m_nMissing = 0;  // records of launches, copies and ends, when it was last looked at
     Clock::time_point m_renewDue;
+    Clock::time_point m_fellAsleep;
+    uint64_t m_nStarts = 0;  // launches that were taken by then
     bool m_bBegun = false;
     bool m_bDetached = false;
     std::string m_strNotice;  // to be reported when the run has begun

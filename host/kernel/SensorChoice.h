@@ -26,6 +26,7 @@ public:
     bool CatchUp(std::chrono::milliseconds wait) override { return m_pSensor->CatchUp(wait); }
     bool IsExact() const override { return m_pSensor->IsExact(); }
     int Descriptor() const override { return m_pSensor->Descriptor(); }
+    void SetSleeping(bool bSleeping) override { m_pSensor->SetSleeping(bSleeping); }
     void Detach() override { m_pSensor->Detach(); }
     SensorCounts Counts() const override { return m_pSensor->Counts(); }
     std::string Name() const override { return m_pSensor->Name(); }

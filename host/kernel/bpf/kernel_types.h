@@ -19,6 +19,7 @@ typedef __u32 __wsum;
 
 enum { BPF_MAP_TYPE_ARRAY = 2, BPF_MAP_TYPE_PERCPU_ARRAY = 6, BPF_MAP_TYPE_RINGBUF = 27 };
 enum { BPF_RB_NO_WAKEUP = 1, BPF_RB_FORCE_WAKEUP = 2 };
+enum { BPF_F_MMAPABLE = 1024 };
 
 #ifdef __bpf__
 #pragma clang attribute push(__attribute__((preserve_access_index)), apply_to = record)

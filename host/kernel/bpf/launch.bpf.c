@@ -1,6 +1,5 @@
 /* SPDX-License-Identifier: GPL-2.0-only OR BSD-2-Clause */
-/* Reports every start, copy and end of a process, from raw tracepoints, into one ring buffer. The
- * ring wakes nobody up; its reader looks into it every few milliseconds. */
+/* Reports every start, copy and end of a process, from raw tracepoints, into one ring buffer. */
 #include "host/kernel/bpf/kernel_types.h"
 
 #include <bpf/bpf_core_read.h>
@@ -49,6 +48,15 @@ struct {
     __type(key, __u32);
     __type(value, __u64);
 } counts SEC(".maps");
+
+/* Whether the reader sleeps. It sets this before, and whoever wakes it clears it. */
+struct {
+    __uint(type, BPF_MAP_TYPE_ARRAY);
+    __uint(map_flags, BPF_F_MMAPABLE);
+    __uint(max_entries, 1);
+    __type(key, __u32);
+    __type(value, __u32);
+} reader SEC(".maps");
 
 static __always_inline void count(__u32 which) {
     __u64* value = bpf_map_lookup_elem(&counts, &which);
@@ -220,6 +228,22 @@ static __always_inline void read_args(struct scratch* s, struct task_struct* tas
     s->record.args_length = length;
 }
 
+/* Whoever reads is to hold the file before anybody can put another in its place. An interrupt costs
+ * more than the record: only a reader that sleeps is woken, and only once. */
+static __always_inline void write_and_wake(struct scratch* s, __u64 size) {
+    __u32 key = 0;
+    volatile __u32* sleeps = bpf_map_lookup_elem(&reader, &key);
+    __u64 wake = sleeps && *sleeps ? (*sleeps = 0, BPF_RB_FORCE_WAKEUP) : BPF_RB_NO_WAKEUP;
+    if (bpf_ringbuf_output(&ring, &s->record, size, wake)) {
+        count(LAUNCH_COUNT_LOST);
+    }
+    if (sleeps && *sleeps) { /* it fell asleep since it was asked, without having seen this */
+        struct launch_life nothing = {.type = LAUNCH_WAKE};
+        *sleeps = 0;
+        bpf_ringbuf_output(&ring, &nothing, sizeof(nothing), BPF_RB_FORCE_WAKEUP);
+    }
+}
+
 SEC("raw_tp/sched_process_exec")
 int on_exec(struct bpf_raw_tracepoint_args* ctx) {
     struct task_struct* task = (struct task_struct*)ctx->args[0];
@@ -244,10 +268,7 @@ int on_exec(struct bpf_raw_tracepoint_args* ctx) {
     read_args(s, task);
     __u64 size =
         sizeof(s->record) + ((s->offset & TEXT_MASK) + (s->record.args_length & TEXT_MASK));
-    /* Whoever reads is to hold the file before anybody can put another in its place. */
-    if (bpf_ringbuf_output(&ring, &s->record, size, BPF_RB_FORCE_WAKEUP)) {
-        count(LAUNCH_COUNT_LOST);
-    }
+    write_and_wake(s, size);
     return 0;
 }
 

@@ -5,7 +5,12 @@
 #ifndef HOST_KERNEL_BPF_LAUNCH_RECORD_H
 #define HOST_KERNEL_BPF_LAUNCH_RECORD_H
 
-enum { LAUNCH_EXEC = 1, LAUNCH_FORK = 2, LAUNCH_EXIT = 3 };
+enum {
+    LAUNCH_EXEC = 1,
+    LAUNCH_FORK = 2,
+    LAUNCH_EXIT = 3,
+    LAUNCH_WAKE = 4 /* says nothing; it wakes a reader that fell asleep as a record was written */
+};
 
 enum {
     LAUNCH_ARGS_CUT = 1,        /* more arguments than LAUNCH_ARGS_MOST bytes */

@@ -36,6 +36,9 @@ public:
     // Readable when a launch waits that Drain has not seen; below 0 where there is no such one.
     // The sensor owns it.
     virtual int Descriptor() const { return -1; }
+    // Before and after the reader sleeps: only while it does a launch makes the descriptor
+    // readable. One that was written before does not: the reader drains once more in between.
+    virtual void SetSleeping(bool /*bSleeping*/) {}
     // No new launches from now on; records that wait can still be drained.
     virtual void Detach() = 0;
     virtual SensorCounts Counts() const = 0;

@@ -30,6 +30,7 @@ std::string LaunchRefusal(int nError, bool bTypes, const std::string& strLockdow
 #include <bpf/bpf.h>
 #include <bpf/libbpf.h>
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <new>
@@ -45,6 +46,7 @@ alignas(8) constexpr unsigned char OBJECT[] = {
 };
 
 constexpr const char* PROGRAMS[] = {"on_exec", "on_fork", "on_exit"};
+constexpr size_t READER_BYTES = sizeof(uint32_t);  // of the map: its first page is mapped
 constexpr size_t PROGRAM_COUNT = sizeof(PROGRAMS) / sizeof(PROGRAMS[0]);
 
 int PrintNothing(libbpf_print_level /*eLevel*/, const char* /*pszFormat*/, va_list /*args*/) {
@@ -57,6 +59,9 @@ public:
     ~KernelSensor() override {
         Detach();
         ring_buffer__free(m_pRing);
+        if (m_pSleeps != MAP_FAILED) {
+            (void)munmap(m_pSleeps, READER_BYTES);
+        }
         bpf_object__close(m_pObject);
     }
 
@@ -66,6 +71,9 @@ public:
     bool Open(std::string& strError) override;
     void Drain(const Sink& fnSink) override;
     int Descriptor() const override { return ring_buffer__epoll_fd(m_pRing); }
+    void SetSleeping(bool bSleeping) override {
+        __atomic_store_n(static_cast<uint32_t*>(m_pSleeps), bSleeping ? 1u : 0u, __ATOMIC_SEQ_CST);
+    }
     void Detach() override;
     SensorCounts Counts() const override;
     std::string Name() const override { return "eBPF"; }
@@ -84,6 +92,7 @@ private:
     bpf_object* m_pObject = nullptr;
     ring_buffer* m_pRing = nullptr;
     bpf_link* m_links[PROGRAM_COUNT] = {};
+    void* m_pSleeps = MAP_FAILED;  // a word that the kernel's program reads
     int m_nExecProgram = -1;
     int m_nCounts = -1;
 };
@@ -118,7 +127,9 @@ bool KernelSensor::Load(std::string& strError) {
         return false;
     }
     m_nCounts = MapFd("counts");
-    m_pRing = ring_buffer__new(MapFd("ring"), OnRecord, this, nullptr);
+    m_pSleeps = mmap(nullptr, READER_BYTES, PROT_READ | PROT_WRITE, MAP_SHARED, MapFd("reader"), 0);
+    m_pRing = m_pSleeps == MAP_FAILED ? nullptr
+                                      : ring_buffer__new(MapFd("ring"), OnRecord, this, nullptr);
     if (m_pRing == nullptr) {
         strError = Refusal(errno);
         return false;
@@ -153,6 +164,13 @@ thread_local Draining* g_pDraining = nullptr;
 
 // No exception may pass through the library's frames.
 int KernelSensor::OnRecord(void* /*pContext*/, void* pData, size_t nSize) {
+    launch_life head = {};
+    if (nSize == sizeof(head)) {
+        std::memcpy(&head, pData, sizeof(head));
+    }
+    if (head.type == LAUNCH_WAKE) {
+        return 0;
+    }
     try {
         return (*g_pDraining->pSink)(pData, nSize) ? 0 : -ECANCELED;
     } catch (...) {

@@ -117,6 +117,7 @@ void LaunchSource::TakeRecord(const void* pData, size_t nSize) {
 }
 
 void LaunchSource::TakeExec(const LaunchEvent& event) {
+    ++m_nStarts;
     m_launches.nArgsCut += event.bArgsCut ? 1 : 0;
     m_launches.nArgsUnreadable += event.bArgsUnreadable ? 1 : 0;
     Launch launch;

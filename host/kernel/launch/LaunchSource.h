@@ -73,6 +73,14 @@ public:
     bool CatchUp(std::chrono::milliseconds wait) { return m_pSensor->CatchUp(wait); }
     bool IsExact() const { return m_pSensor->IsExact(); }
     int Descriptor() const { return m_pSensor->Descriptor(); }
+    // From now on a launch makes the descriptor readable; false: one was taken just now.
+    bool FallAsleep() {
+        m_pSensor->SetSleeping(true);
+        const uint64_t nStarts = m_nStarts;
+        return Drain() && m_nStarts == nStarts;
+    }
+    uint64_t Starts() const { return m_nStarts; }  // taken so far
+    void WakeUp() { m_pSensor->SetSleeping(false); }
 
     // True when a batch is full or its time has come; bAny: or has anything in it.
     bool HasBatch(Clock::time_point now, bool bAny) const { return m_batches.HasBatch(now, bAny); }
@@ -106,7 +114,8 @@ private:
     CgroupNames m_cgroups;
     const uint32_t m_nOwnPid;
     bool m_bDetached = false;
-    uint64_t m_nFresh = 0;  // starts of files that were changed just before
+    uint64_t m_nStarts = 0;  // records of starts that were taken
+    uint64_t m_nFresh = 0;   // starts of files that were changed just before
     HeldFiles m_held;
     std::unique_ptr<OpenedFiles> m_pOpened;  // null where it is of no use, or refused
     RepeatedLaunches m_repeats;

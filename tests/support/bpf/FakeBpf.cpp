@@ -3,9 +3,12 @@
 #include <bpf/bpf.h>
 #include <bpf/libbpf.h>
 #include <dlfcn.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 
 // The library's types are only named in its headers; these are what a FakeBpf hands out.
@@ -57,11 +60,15 @@ int Told(const ring_buffer& ring, std::string& strRecord) {
 
 }  // namespace
 
-FakeBpf::FakeBpf() {
+FakeBpf::FakeBpf() : nReader(memfd_create("reader", MFD_CLOEXEC)) {
     g_pFake = this;
+    if (nReader < 0 || ftruncate(nReader, sizeof(uint32_t)) != 0) {
+        std::abort();
+    }
 }
 
 FakeBpf::~FakeBpf() {
+    (void)close(nReader);
     g_pFake = nullptr;
 }
 
@@ -124,6 +131,9 @@ int bpf_map__set_max_entries(bpf_map* pMap, __u32 nEntries) {
 int bpf_map__fd(const bpf_map* pMap) {
     if (g_pFake == nullptr) {
         return REAL(bpf_map__fd)(pMap);
+    }
+    if (pMap->strName == "reader") {
+        return g_pFake->bReaderRefused ? -ENOENT : g_pFake->nReader;
     }
     return pMap->strName == "ring" ? RING_FD : pMap->strName == "counts" ? COUNTS_FD : -ENOENT;
 }

@@ -28,6 +28,7 @@ public:
     int nOpenError = 0;
     int nLoadError = 0;
     int nRingError = 0;
+    bool bReaderRefused = false;                       // the word that says whether it sleeps
     std::map<std::string, int> attachErrors;           // by program
     int nProcessors = 2;                               // or a negative error number
     std::deque<std::string> records;                   // those that wait in the ring
@@ -45,7 +46,8 @@ public:
     int nObjects = 0;                            // opened and not closed
     int nRings = 0;                              // made and not freed
     int nLoads = 0;
-    int nLeaks = 0;  // exceptions that left a callback, through the library's frames
+    int nReader = -1;  // the memory behind that word
+    int nLeaks = 0;    // exceptions that left a callback, through the library's frames
 };
 
 #endif

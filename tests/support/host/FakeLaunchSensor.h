@@ -7,6 +7,7 @@
 #include <functional>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "host/kernel/launch/ILaunchSensor.h"
 
@@ -22,6 +23,7 @@ struct FakeLaunchState {
     bool bExact = true;
     bool bDetached = false;
     int nDescriptor = -1;
+    std::vector<bool> sleeps;  // as it was told, in that order
 };
 
 class FakeLaunchSensor : public ILaunchSensor {
@@ -49,6 +51,7 @@ public:
     }
     bool IsExact() const override { return m_state.bExact; }
     int Descriptor() const override { return m_state.nDescriptor; }
+    void SetSleeping(bool bSleeping) override { m_state.sleeps.push_back(bSleeping); }
     void Detach() override { m_state.bDetached = true; }
     SensorCounts Counts() const override { return m_state.counts; }
     std::string Name() const override { return m_state.strName; }

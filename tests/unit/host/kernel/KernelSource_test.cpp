@@ -395,3 +395,48 @@ TEST_F(KernelSourceTest, StopEndsAWaitAndReportsWhatWasCaptured) {
     EXPECT_EQ(0u, m_observer.m_files.Waiting());
     EXPECT_EQ(0u, m_observer.m_files.nBatched);
 }
+
+// Nothing but that launch would end the sleep: the descriptor says nothing of it.
+TEST_F(KernelSourceTest, ALaunchWrittenAsItFallsAsleepIsTakenAtOnce) {
+    int pipeEnds[2];
+    ASSERT_EQ(0, pipe(pipeEnds));
+    m_launches.nDescriptor = pipeEnds[0];
+    m_options.look = m_options.rest = std::chrono::hours(1);
+    size_t nDrains = 0;
+    m_launches.fnOnDrain = [&] {
+        if (++nDrains == 2) {
+            EXPECT_EQ(std::vector<bool>{true}, m_launches.sleeps);
+            Start(NOBODY, "/bin/tool");
+        }
+    };
+    KernelSource& source = Started(true, false);
+    EventBatch batch;
+    ASSERT_EQ(SOURCE_BATCH, source.Next(batch, minutes(1)));
+    EXPECT_EQ(2u, nDrains);
+    EXPECT_EQ((std::vector<bool>{true, false}), m_launches.sleeps);
+    (void)close(pipeEnds[0]);
+    (void)close(pipeEnds[1]);
+}
+
+TEST_F(KernelSourceTest, LaunchesThatComeTogetherAreGatheredWithoutAWakeUp) {
+    m_options.launches.batchTime = std::chrono::hours(1);
+    m_options.launches.nMostLaunches = 100;
+    std::vector<std::vector<bool>> sleeps;  // before each drain
+    m_launches.fnOnDrain = [&] {
+        sleeps.push_back(m_launches.sleeps);
+        if (sleeps.size() == 1) {
+            Start(NOBODY, "/bin/tool");
+            Start(NOBODY, "/bin/tool");
+        } else if (sleeps.size() == 3) {
+            m_pSource->Stop();
+        }
+    };
+    KernelSource& source = Started(true, false);
+    EventBatch batch;
+    ASSERT_EQ(SOURCE_BATCH, source.Next(batch, minutes(1)));
+    EXPECT_EQ(2u, batch.nEvents);
+    ASSERT_LE(3u, sleeps.size());
+    EXPECT_EQ(std::vector<bool>{}, sleeps[0]);
+    EXPECT_EQ(std::vector<bool>{false}, sleeps[1]);  // it slept without asking to be woken
+    EXPECT_EQ((std::vector<bool>{false, true}), sleeps[2]);
+}

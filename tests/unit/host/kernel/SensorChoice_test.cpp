@@ -69,6 +69,9 @@ TEST_F(SensorChoiceTest, EverythingIsAskedOfTheChosenOne) {
     EXPECT_FALSE(choice.IsExact());
     EXPECT_FALSE(choice.CatchUp(std::chrono::milliseconds(1)));
     EXPECT_EQ(1u, m_states[0].nCatchUps);
+    choice.SetSleeping(true);
+    choice.SetSleeping(false);
+    EXPECT_EQ((std::vector<bool>{true, false}), m_states[0].sleeps);
     choice.Detach();
     EXPECT_TRUE(m_states[0].bDetached);
 }

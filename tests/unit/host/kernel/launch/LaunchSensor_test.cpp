@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <memory>
@@ -135,6 +136,36 @@ TEST_F(LaunchSensorTest, AProgramThatCannotBeReadOrHasNoRingIsRefusedWithTheReas
     m_pSensor = MakeLaunchSensor();
     ExpectRefused();
     EXPECT_THAT(m_strError, HasSubstr("Too many open files"));
+}
+
+TEST_F(LaunchSensorTest, WithoutAWordThatSaysWhetherItSleepsItIsRefused) {
+    m_kernel.bReaderRefused = true;
+    ExpectRefused();
+    EXPECT_THAT(m_strError, HasSubstr("Bad file descriptor"));
+}
+
+TEST_F(LaunchSensorTest, TheKernelReadsWhetherItSleeps) {
+    ASSERT_TRUE(Open());
+    const auto word = [this] {
+        uint32_t nWord = 99;
+        EXPECT_EQ(4, pread(m_kernel.nReader, &nWord, sizeof(nWord), 0));
+        return nWord;
+    };
+    EXPECT_EQ(0u, word());
+    m_pSensor->SetSleeping(true);
+    EXPECT_EQ(1u, word());
+    m_pSensor->SetSleeping(false);
+    EXPECT_EQ(0u, word());
+}
+
+TEST_F(LaunchSensorTest, WhatOnlyWakesItIsNoRecord) {
+    ASSERT_TRUE(Open());
+    const auto life = [](unsigned int nType) {
+        const launch_life head = {nType, 1, 2};
+        return std::string(reinterpret_cast<const char*>(&head), sizeof(head));
+    };
+    m_kernel.records = {life(LAUNCH_WAKE), life(LAUNCH_FORK), life(LAUNCH_WAKE)};
+    EXPECT_EQ(std::vector<std::string>{life(LAUNCH_FORK)}, Drained());
 }
 
 TEST_F(LaunchSensorTest, WhereTheProcessorsCannotBeCountedNothingIsLoaded) {
