@@ -22,6 +22,7 @@ def rooms():
     event, module, account = "host/event", "host/module", "host/account"
     bpf, launch, file = "host/kernel/bpf", "host/kernel/launch", "host/kernel/file"
     connector, program = "host/kernel/connector", "host/program"
+    script = "host/kernel/script"
     shown = {base, program, verdict, cloud, event, module, account, launch}
     table = {
         base: set(),
@@ -34,7 +35,8 @@ def rooms():
         event: {base, program},
         module: {base, program, event},
         bpf: set(),
-        launch: {base, process, program, event, bpf},
+        script: {base, program},
+        launch: {base, process, program, event, bpf, script},
         connector: {base, process, program, launch},
         file: {base, process, program, event, launch},
         "host/kernel": {base, process, program, event},
@@ -204,6 +206,7 @@ BAD = [
     (using("host/event/A.cpp", "host/module/B.h"), "may not use"),
     (using("host/module/A.cpp", "host/account/B.h"), "may not use"),
     (using("host/kernel/bpf/A.h", "host/base/B.h"), "may not use"),
+    (using("host/kernel/script/A.cpp", "host/kernel/launch/B.h"), "may not use"),
     (using("host/kernel/launch/A.cpp", "host/kernel/file/B.h"), "may not use"),
     (using("host/kernel/connector/A.cpp", "host/event/B.h"), "may not use"),
     (using("host/kernel/file/A.cpp", "host/kernel/B.h"), "may not use"),
