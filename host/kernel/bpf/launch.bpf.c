@@ -194,6 +194,15 @@ static __always_inline int is_foreign(struct task_struct* task, struct vfsmount*
     return BPF_CORE_READ(mount, mnt_ns) != BPF_CORE_READ(task, nsproxy, mnt_ns);
 }
 
+/* By the file's name, "ld-linux-x86-64.so.2" or "libc.so": what it loads is an argument, which may
+ * be relative. A copy under another name is known too late for that. */
+static __always_inline int may_be_loader(struct task_struct* task) {
+    char name[2] = {};
+    bpf_probe_read_kernel(name, sizeof(name),
+                          BPF_CORE_READ(task, mm, exe_file, f_path.dentry, d_name.name));
+    return name[0] == 'l' && (name[1] == 'd' || name[1] == 'i');
+}
+
 static __always_inline void read_names(struct scratch* s, struct task_struct* task,
                                        struct linux_binprm* binprm) {
     const char* filename = BPF_CORE_READ(binprm, filename);
@@ -205,6 +214,7 @@ static __always_inline void read_names(struct scratch* s, struct task_struct* ta
         s->record.interp_length = append(s, interp);
         relative |= is_relative(s, s->record.interp_length);
     }
+    relative |= may_be_loader(task);
     struct fs_struct* fs = BPF_CORE_READ(task, fs);
     s->record.cwd_length = relative ? walk(s, &fs->pwd) : 0;
     if (relative && is_foreign(task, BPF_CORE_READ(fs, pwd.mnt))) {

@@ -52,7 +52,8 @@ struct launch_record {
     unsigned short path_length;   /* names from the file up to the root, each ends in a NUL */
     unsigned short name_length;   /* as invoked, with its NUL; a script where there is one */
     unsigned short interp_length; /* a script's interpreter as it names it, with its NUL; or 0 */
-    unsigned short cwd_length;    /* like path; only when one of the two names is relative */
+    unsigned short cwd_length;    /* like path; only when one of the two names is relative, or
+                                     the program's file has the name of an ELF loader */
     unsigned short root_length;   /* like path; 0 unless the process has a root of its own */
     unsigned short reserved;
 };

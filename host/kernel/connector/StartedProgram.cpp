@@ -21,6 +21,7 @@ std::string InvokedName(const std::string& strFirstArg, const std::string& strPa
 void TakeArguments(const ProcessState& state, LaunchEvent& event) {
     event.bArgsUnreadable = false;
     event.bArgsCut = state.bArgsCut;
+    event.strArguments = state.strArgs;
     event.strCommand = state.strArgs;
     if (!event.strCommand.empty() && event.strCommand.back() == '\0') {
         event.strCommand.pop_back();

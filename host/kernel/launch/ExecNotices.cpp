@@ -7,7 +7,6 @@
 
 #include <cerrno>
 #include <cstring>
-#include <set>
 #include <utility>
 
 #include "host/base/MountTable.h"
@@ -36,10 +35,10 @@ bool ExecNotices::Open(std::string& strError) {
 }
 
 void ExecNotices::Mark() {
-    std::set<uint32_t> devices;
+    m_devices.clear();
     m_strUnmarked.clear();
     for (const MountEntry& mount : mount_table::Parse(mount_table::Text())) {
-        if (!mount_table::IsLocal(mount.strType) || devices.count(mount.nDevice) != 0) {
+        if (!mount_table::IsLocal(mount.strType) || m_devices.count(mount.nDevice) != 0) {
             continue;
         }
         const char* const pszPoint = mount.strPoint.c_str();
@@ -49,7 +48,7 @@ void ExecNotices::Mark() {
                           AT_FDCWD, pszPoint) != 0) {
             m_strUnmarked += (m_strUnmarked.empty() ? "" : ", ") + mount.strPoint;
         } else if (file_look::AtTarget(mount.strPoint, status)) {
-            devices.insert(process_look::IdOf(status).nDevice);
+            m_devices.insert(process_look::IdOf(status).nDevice);
         }
     }
 }

@@ -12,6 +12,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <set>
 #include <string>
 
 #include "host/base/UniqueFd.h"
@@ -34,6 +35,9 @@ public:
     void Read(const Sink& fnSink, int nMostReads = MOST_READS);
     // File systems that could not be marked, for people; "" when there is none.
     const std::string& Unmarked() const { return m_strUnmarked; }
+    // Whether what is executed on the file system of this device (as stat's, in the kernel's form)
+    // is reported.
+    bool IsMarked(uint32_t nDevice) const { return m_devices.count(nDevice) != 0; }
 
 private:
     void Mark();
@@ -42,6 +46,7 @@ private:
     UniqueFd m_group;
     UniqueFd m_mounts;  // the mount table
     std::string m_strUnmarked;
+    std::set<uint32_t> m_devices;
 };
 
 #endif

@@ -60,16 +60,10 @@ int64_t Nanos(clockid_t nClock) {
     return now.tv_sec * int64_t{1000000000} + now.tv_nsec;
 }
 
-// The kernel stamps files by a clock that goes on up to ten milliseconds at once.
-bool IsFresh(const launch_record& head) {
-    constexpr int64_t LONGEST_TICK = 20 * 1000000;
-    if (head.started == 0) {
-        return false;
-    }
+int64_t StartedAt(const launch_record& head) {
     // Records may hold any number: sums wrap.
     const auto nBoot = static_cast<uint64_t>(Nanos(CLOCK_REALTIME) - Nanos(CLOCK_BOOTTIME));
-    return static_cast<int64_t>(nBoot + head.started - static_cast<uint64_t>(head.changed)) <
-           LONGEST_TICK;
+    return head.started == 0 ? 0 : static_cast<int64_t>(nBoot + head.started);
 }
 
 bool DecodeExec(const launch_record& head, Texts texts, LaunchEvent& event) {
@@ -87,7 +81,9 @@ bool DecodeExec(const launch_record& head, Texts texts, LaunchEvent& event) {
     event.nSize = head.size;
     event.nChanged = head.changed;
     event.nCgroup = head.cgroup;
-    event.bFresh = IsFresh(head) || (head.flags & LAUNCH_LOOSE_TIMES) != 0;
+    event.nStarted = StartedAt(head);
+    event.bFresh = (event.nStarted != 0 && event.IsJustAfter(head.changed)) ||
+                   (head.flags & LAUNCH_LOOSE_TIMES) != 0;
     event.bArgsCut = (head.flags & LAUNCH_ARGS_CUT) != 0;
     event.bArgsUnreadable = (head.flags & LAUNCH_ARGS_UNREADABLE) != 0;
     event.bPathCut = (head.flags & LAUNCH_PATH_CUT) != 0;
@@ -97,6 +93,7 @@ bool DecodeExec(const launch_record& head, Texts texts, LaunchEvent& event) {
     event.strInterp = UntilNul(strInterp);
     event.strDirectory = PathOf(strDirectory);
     event.strRoot = PathOf(strRoot);
+    event.strArguments = strArgs;
     event.strCommand = JoinArguments(std::move(strArgs));
     return true;
 }
@@ -170,9 +167,9 @@ std::string EncodeLaunch(const LaunchEvent& event) {
         const std::string strInterp = WithNul(event.strInterp);
         const std::string strDirectory = NamesOf(event.strDirectory);
         const std::string strRoot = NamesOf(event.strRoot);
-        const bool bFits = event.strCommand.size() < LAUNCH_ARGS_MOST;
-        const std::string strArgs =
-            bFits ? WithNul(event.strCommand) : event.strCommand.substr(0, LAUNCH_ARGS_MOST);
+        std::string strArgs =
+            event.strArguments.empty() ? WithNul(event.strCommand) : event.strArguments;
+        strArgs.resize(std::min<size_t>(strArgs.size(), LAUNCH_ARGS_MOST));
         head.inode = event.nInode;
         head.mount_id = event.nMountId;
         head.size = event.nSize;

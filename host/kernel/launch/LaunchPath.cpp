@@ -6,6 +6,7 @@
 #include <iterator>
 
 #include "host/kernel/launch/ProcessLook.h"
+#include "host/kernel/script/ScriptFile.h"
 
 namespace {
 
@@ -37,7 +38,7 @@ bool HasTimesOf(const FileStatus& status, const LaunchEvent& event) {
 }
 
 // "" when there is none, or when it means another file here than there.
-std::string Absolute(std::string strName, const LaunchEvent& event) {
+std::string Absolute(const std::string& strName, const LaunchEvent& event) {
     if (strName.empty()) {
         return "";
     }
@@ -49,10 +50,7 @@ std::string Absolute(std::string strName, const LaunchEvent& event) {
         }
         return event.strRoot + strName;
     }
-    while (strName.rfind("./", 0) == 0) {
-        strName.erase(0, strName.find_first_not_of('/', 2));
-    }
-    return event.strDirectory + "/" + strName;
+    return script_file::Joined(event.strDirectory, strName);
 }
 
 }  // namespace
@@ -115,15 +113,16 @@ LaunchPath ChooseLaunchPath(const LaunchEvent& event, const FileLook& fnLook) {
     return {};
 }
 
+std::string AbsoluteName(const std::string& strName, const LaunchEvent& event) {
+    // Which file was executed is not known, so a doubtful directory is one too many.
+    return event.bPathCut && strName.rfind('/', 0) != 0 ? "" : Absolute(strName, event);
+}
+
 std::string ScriptPath(const LaunchEvent& event, uint32_t nOwnMountNs, const FileLook& fnLook) {
     if (event.strInterp.empty() || event.nMountNs != nOwnMountNs || !event.strRoot.empty()) {
         return "";
     }
-    // Which file was executed is not known, so a doubtful directory is one too many.
-    if (event.bPathCut && event.strName.rfind('/', 0) != 0) {
-        return "";
-    }
-    const std::string strPath = Absolute(event.strName, event);
+    const std::string strPath = AbsoluteName(event.strName, event);
     FileStatus status;
     return !strPath.empty() && fnLook(strPath, status) && S_ISREG(status.st_mode) ? strPath : "";
 }

@@ -60,6 +60,10 @@ bool IsInterpreter(const std::string& strPath);
 // knows an interpreter, that comes first: sh is dash.
 LaunchPath ChooseLaunchPath(const LaunchEvent& event, const FileLook& fnLook);
 
+// A name of the start made absolute by its root and directory. "" when it means a file of whoever
+// opens it, and when the directory is not known for sure.
+std::string AbsoluteName(const std::string& strName, const LaunchEvent& event);
+
 // The script that the launch runs by its first line, absolute. "" when it runs none, and when it
 // cannot be known which file that is: with a root or mount namespace of its own (nOwnMountNs is
 // HostMountNs), from a directory that may lead elsewhere, or by a name that means another file in

@@ -11,10 +11,12 @@
 #include <cstdint>
 #include <deque>
 #include <string>
+#include <vector>
 
 #include "host/base/UniqueFd.h"
 #include "host/kernel/launch/ExecNotices.h"
 #include "host/kernel/launch/LaunchPath.h"
+#include "host/kernel/script/OpenedScript.h"
 
 class OpenedFiles {
 public:
@@ -32,19 +34,30 @@ public:
     // A path of this process that leads to the file which event's process opened and started; ""
     // when there is none. Good until the next Read.
     std::string PathOf(const LaunchEvent& event, const FileLook& fnLook);
+    // What event's process opened to start it, oldest first; also what it could not start before,
+    // and what it has started since. Without that of its earlier starts, by Started. Good until the
+    // next Read.
+    std::vector<OpenedForStart> FilesOf(const LaunchEvent& event, const FileLook& fnLook);
+    // Event has been handled: what its process opened up to its program is of no later start.
+    void Started(const LaunchEvent& event, const FileLook& fnLook);
     const std::string& Unmarked() const { return m_notices.Unmarked(); }
+    // As ExecNotices.
+    bool IsMarked(uint32_t nDevice) const { return m_notices.IsMarked(nDevice); }
 
 private:
     struct File {
         uint32_t nPid;
         UniqueFd fd;
         Clock::time_point when;
+        bool bStarted = false;  // of a start that has been handled
     };
+    using FileAt = std::deque<File>::iterator;
 
     std::string Find(const LaunchEvent& event, const FileLook& fnLook) const;
+    FileAt FindStart(const LaunchEvent& event, const FileLook& fnLook);
 
     ExecNotices m_notices;
-    std::deque<File> m_files;  // oldest first
+    std::deque<File> m_files;  // oldest first; without a descriptor: some are missing there
 };
 
 #endif

@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/kernel/launch/ProcessLook.h"
 #include "tests/support/TestDir.h"
 #include "tests/support/host/ExecNoticeBytes.h"
 #include "tests/support/kernel/FakeKernel.h"
@@ -69,4 +70,19 @@ TEST_F(ExecNoticesTest, AFloodIsTakenInParts) {
     EXPECT_EQ((std::vector<uint32_t>{1, 2}), taken);
     m_notices.Read(fnTake);
     EXPECT_EQ((std::vector<uint32_t>{1, 2, 3}), taken);
+}
+
+TEST_F(ExecNoticesTest, AMarkedFileSystemIsKnownByItsDevice) {
+    FileStatus status;
+    ASSERT_TRUE(file_look::AtTarget(m_dir.Path(), status));
+    const uint32_t nDevice = process_look::IdOf(status).nDevice;
+    Open();
+    EXPECT_FALSE(m_notices.IsMarked(nDevice));
+
+    ExecNotices marked;
+    m_kernel.paths["/proc/self/mountinfo"] =
+        m_dir.WriteFile("mountinfo", "1 0 8:1 / " + m_dir.Path() + " rw - ext4 x rw\n");
+    std::string strError;
+    ASSERT_TRUE(marked.Open(strError)) << strError;
+    EXPECT_TRUE(marked.IsMarked(nDevice));
 }

@@ -136,7 +136,7 @@ TEST(LaunchEventTest, WhatIsEncodedIsDecodedTheSame) {
     event.nCgroup = uint64_t{1} << 33;
     event.nSize = uint64_t{1} << 40;
     event.nChanged = int64_t{1700000000} * 1000000000 + 9;
-    event.strCommand = "sh a b  \xff ";
+    event.strArguments = "sh" + NUL + "a b" + NUL + NUL + "\xff " + NUL;
 
     const std::string strAgain = EncodeLaunch(event);
     LaunchEvent again;
@@ -156,9 +156,30 @@ TEST(LaunchEventTest, WhatIsEncodedIsDecodedTheSame) {
     EXPECT_EQ(event.strDirectory, again.strDirectory);
     EXPECT_EQ(event.strRoot, again.strRoot);
     EXPECT_EQ("sh a b  \xff ", again.strCommand);
+    EXPECT_EQ(event.strArguments, again.strArguments);
     EXPECT_TRUE(again.bArgsCut);
     EXPECT_TRUE(again.bArgsUnreadable);
     EXPECT_TRUE(again.bPathCut);
+}
+
+TEST(LaunchEventTest, ArgumentsKnownByTheirTextAloneAreEncodedAsOne) {
+    LaunchEvent event;
+    event.strCommand = "sh a b";
+    const std::string strBytes = EncodeLaunch(event);
+    LaunchEvent again;
+    ASSERT_TRUE(DecodeLaunch(strBytes.data(), strBytes.size(), again));
+    EXPECT_EQ("sh a b", again.strCommand);
+    EXPECT_EQ("sh a b" + NUL, again.strArguments);
+}
+
+TEST(LaunchEventTest, AStartIsJustAfterAChangeOfTheSameTick) {
+    constexpr int64_t MILLISECOND = 1000000;
+    LaunchEvent event;
+    event.nStarted = 1000 * MILLISECOND;
+    EXPECT_TRUE(event.IsJustAfter(2000 * MILLISECOND));
+    EXPECT_TRUE(event.IsJustAfter(980 * MILLISECOND + 1));
+    EXPECT_FALSE(event.IsJustAfter(980 * MILLISECOND));
+    EXPECT_FALSE(event.IsJustAfter(0));
 }
 
 TEST(LaunchEventTest, CopiesAndEndsAreEncodedWithTheirProcesses) {

@@ -5,6 +5,8 @@
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
+#include <vector>
+
 #include "tests/support/FileText.h"
 #include "tests/support/TestDir.h"
 #include "tests/support/host/ExecNoticeBytes.h"
@@ -34,10 +36,21 @@ protected:
         event.nChanged = status.Changed();
         return event;
     }
+    // What is known of the launch, each with a "!" where it is its program.
+    std::vector<std::string> FilesOf(const LaunchEvent& event) {
+        std::vector<std::string> names;
+        for (const OpenedForStart& file : m_opened.FilesOf(event, file_look::AtTarget)) {
+            names.push_back(FileText("/proc/self/fd/" + std::to_string(file.nFd)).substr(11) +
+                            (file.bInterpreter ? "!" : ""));
+        }
+        return names;
+    }
     std::string ContentOf(const LaunchEvent& event) {
         const std::string strPath = m_opened.PathOf(event, file_look::AtTarget);
         return strPath.empty() ? "none" : FileText(strPath);
     }
+
+    using Names = std::vector<std::string>;
 
     FakeKernel m_kernel;
     TestDir m_dir;
@@ -85,4 +98,37 @@ TEST_F(OpenedFilesTest, BeyondTheBoundTheOldestGo) {
     }
     EXPECT_EQ("none", ContentOf(oldest));
     EXPECT_EQ("content of file0", ContentOf(second));
+}
+
+TEST_F(OpenedFilesTest, TheFilesOfALaunchAreThoseOfItsProcessInTheirOrder) {
+    (void)Start(7, "script");
+    (void)Start(8, "other");
+    m_opened.Read(m_now);
+    const LaunchEvent event = Start(7, "shell");
+    (void)Start(7, "loader");
+    EXPECT_EQ((Names{"script", "shell!", "loader"}), FilesOf(event));
+}
+
+TEST_F(OpenedFilesTest, WhatAnEarlierStartOpenedIsOfNoLaterOne) {
+    (void)Start(7, "failed");
+    const LaunchEvent first = Start(7, "first");
+    const LaunchEvent other = Start(8, "other");
+    (void)Start(7, "script");
+    const LaunchEvent second = Start(7, "second");
+    m_opened.Started(first, file_look::AtTarget);
+    EXPECT_EQ((Names{"script", "second!"}), FilesOf(second));
+    EXPECT_EQ((Names{"other!"}), FilesOf(other));
+    EXPECT_EQ("content of first", ContentOf(first));  // it is kept all the same
+    m_opened.Started(first, file_look::AtTarget);
+    EXPECT_EQ((Names{"script", "second!"}), FilesOf(second));
+}
+
+TEST_F(OpenedFilesTest, WhatWasOpenedBeforeSomeWereLostIsNotOfTheLaunch) {
+    (void)Start(7, "script");
+    m_opened.Read(m_now);
+    m_kernel.Tell({}, {{exec_open_bytes::Overflow()}});
+    m_opened.Read(m_now);
+    const LaunchEvent event = Start(7, "shell");
+    EXPECT_EQ((Names{"shell!"}), FilesOf(event));
+    EXPECT_EQ("content of shell", ContentOf(event));
 }
