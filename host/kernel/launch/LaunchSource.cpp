@@ -1,29 +1,10 @@
 #include "host/kernel/launch/LaunchSource.h"
 
-#include <fcntl.h>
-#include <linux/openat2.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <utility>
 
-#include "host/base/UniqueFd.h"
-
 namespace {
-
-// A name that leads over /proc/self/cwd or the like is another file for each process.
-bool LookWithoutMagic(const std::string& strPath, FileStatus& status) {
-    open_how how = {};
-    how.flags = O_PATH | O_CLOEXEC;
-    how.resolve = RESOLVE_NO_MAGICLINKS;
-    const UniqueFd fd(
-        static_cast<int>(syscall(SYS_openat2, AT_FDCWD, strPath.c_str(), &how, sizeof(how))));
-    if (!fd) {
-        return errno == ENOSYS && file_look::AtTarget(strPath, status);  // before Linux 5.6
-    }
-    return file_look::AtDescriptor(fd.Get(), status);
-}
 
 std::string ExeLink(const LaunchEvent& event) {
     return "/proc/" + std::to_string(event.nPid) + "/exe";
@@ -51,7 +32,7 @@ LaunchSource::LaunchSource(std::unique_ptr<ILaunchSensor> pSensor, ILaunchObserv
       m_repeats(m_options.repeats),
       m_batches({m_options.nMostLaunches, m_options.nMostBytes, m_options.batchTime}) {
     if (!m_options.fnLookAtScript) {
-        m_options.fnLookAtScript = m_options.fnLook ? m_options.fnLook : LookWithoutMagic;
+        m_options.fnLookAtScript = m_options.fnLook;
     }
     if (!m_options.fnLook) {
         m_options.fnLook = file_look::ByMounts();
@@ -59,6 +40,12 @@ LaunchSource::LaunchSource(std::unique_ptr<ILaunchSensor> pSensor, ILaunchObserv
     if (!m_options.nMountNs) {
         m_options.nMountNs = HostMountNs(file_look::AtTarget);
     }
+    FurtherOptions further;
+    further.fnLook = m_options.fnLook;
+    further.fnLookAtScript = m_options.fnLookAtScript;
+    further.nMountNs = *m_options.nMountNs;
+    further.pLinks = m_options.pLinks;
+    m_pFurther = std::make_unique<FurtherLaunches>(further, m_held);
 }
 
 bool LaunchSource::Open(std::string& strError) {
@@ -150,8 +137,8 @@ void LaunchSource::TakeExec(const LaunchEvent& event) {
         }
         Add(launch);
     }
-    if (!event.strInterp.empty()) {
-        TakeScript(event, launch);
+    for (Launch& further : m_pFurther->Of(event, launch, m_pOpened.get(), m_launches)) {
+        Add(std::move(further));
     }
 }
 
@@ -204,22 +191,6 @@ HeldFileRef LaunchSource::Held(const LaunchEvent& event, const Launch& launch,
         pFile = strPath.empty() ? nullptr : m_held.Hold(version, strPath, strName, fnMatchOf);
     }
     return pFile;
-}
-
-void LaunchSource::TakeScript(const LaunchEvent& event, const Launch& launch) {
-    Launch script = launch;
-    script.pFile = nullptr;
-    script.strLink.clear();
-    script.creation.strVersion.clear();
-    script.creation.strPath = ScriptPath(event, *m_options.nMountNs, m_options.fnLookAtScript);
-    if (script.creation.strPath.empty()) {
-        ++m_launches.nScriptsUnreported;
-        return;
-    }
-    script.eOrigin = LAUNCH_PATH_INVOKED;
-    script.bScript = true;
-    ++m_launches.nScripts;
-    Add(std::move(script));
 }
 
 void LaunchSource::Add(Launch launch) {

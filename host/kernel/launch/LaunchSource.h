@@ -22,6 +22,7 @@
 #include "host/event/IEventSource.h"
 #include "host/event/LaunchesAgain.h"
 #include "host/kernel/launch/CgroupNames.h"
+#include "host/kernel/launch/FurtherLaunches.h"
 #include "host/kernel/launch/ILaunchSensor.h"
 #include "host/kernel/launch/Launch.h"
 #include "host/kernel/launch/LaunchPath.h"
@@ -38,7 +39,7 @@ struct LaunchSourceOptions {
     std::chrono::milliseconds calm{250};       // without a further loss: announced together
     std::chrono::milliseconds announce{1000};  // from a loss to its announcement at the latest
     FileLook fnLook;                           // ByMounts, unless a test brings its own
-    FileLook fnLookAtScript;                   // likewise, but not through a link of /proc
+    FileLook fnLookAtScript;                   // as FurtherLaunches; null: as fnLook
     std::optional<uint32_t> nMountNs;          // the host's, unless a test brings its own
     std::optional<std::string> strCgroups;     // where cgroup2 is mounted, likewise
     // Where links to held files are made; null: no file is held. Must outlive what is held.
@@ -102,7 +103,6 @@ private:
     FileVersion VersionOf(const LaunchEvent& event);
     HeldFileRef Held(const LaunchEvent& event, const Launch& launch, const FileVersion& version,
                      const std::string& strName);
-    void TakeScript(const LaunchEvent& event, const Launch& launch);
     void Add(Launch launch);
     void Batch(event_message::Creation creation, std::string strLink,
                std::shared_ptr<const HeldFile> pFile);
@@ -119,6 +119,7 @@ private:
     HeldFiles m_held;
     std::unique_ptr<OpenedFiles> m_pOpened;  // null where it is of no use, or refused
     RepeatedLaunches m_repeats;
+    std::unique_ptr<FurtherLaunches> m_pFurther;
     BatchQueue<Batched> m_batches;
     uint64_t m_nAnnounced = 0;  // losses
     uint64_t m_nLostSeen = 0;

@@ -1,0 +1,200 @@
+#include "host/kernel/launch/FurtherLaunches.h"
+
+#include <sys/stat.h>
+
+#include <utility>
+
+#include "host/kernel/launch/ProcessLook.h"
+
+namespace {
+
+using script_file::IsSameFile;
+using script_file::LinkOf;
+
+constexpr uint64_t FIRST_FRESH = uint64_t{1} << 63;
+
+FileVersion VersionOf(const FileStatus& status, uint64_t nFresh) {
+    const FileId id = process_look::IdOf(status);
+    return {id.nDevice, id.nInode, id.nSize, id.nChanged, nFresh};
+}
+
+}  // namespace
+
+FurtherLaunches::FurtherLaunches(FurtherOptions options, HeldFiles& held)
+    : m_options(std::move(options)), m_held(held), m_nFresh(FIRST_FRESH) {
+    if (!m_options.fnLookAtScript) {
+        m_options.fnLookAtScript = script_file::LookWithoutMagic;
+    }
+}
+
+std::vector<Launch> FurtherLaunches::Of(const LaunchEvent& event, const Launch& launch,
+                                        OpenedFiles* pOpened, LaunchCounters& counters) {
+    std::vector<Launch> all;
+    const auto fnAdd = [&](bool bFound, Launch further) {
+        counters.nScripts += bFound ? 1 : 0;
+        counters.nScriptsUnreported += bFound ? 0 : 1;
+        counters.nNotHeld += bFound && further.pFile == nullptr ? 1 : 0;
+        counters.nFresh += bFound && further.pFile != nullptr && !further.pFile->IsSure() ? 1 : 0;
+        if (bFound) {
+            all.push_back(std::move(further));
+        }
+    };
+    Launch blank;
+    if (!event.strInterp.empty() || launch.pFile != nullptr) {
+        blank = launch;
+        blank.pFile = nullptr;
+        blank.strLink.clear();
+        blank.creation.strVersion.clear();
+        blank.bScript = true;
+    }
+    if (!event.strInterp.empty()) {
+        Launch script = blank;
+        const bool bFound = TakeScript(event, pOpened, script);
+        fnAdd(bFound, std::move(script));
+    }
+    const LoaderKind eLoader =
+        launch.pFile == nullptr
+            ? LOADER_NONE
+            : m_loaders.KindOf(*launch.pFile,
+                               event.strInterp.empty() ? event.strName : event.strInterp);
+    const std::string strGiven = loader_arguments::ProgramOf(eLoader, event.strArguments);
+    if (!strGiven.empty()) {
+        bool bElf = true;
+        const bool bFound = TakeProgram(event, strGiven, blank, bElf);
+        if (bElf) {  // the loader starts nothing else
+            fnAdd(bFound, std::move(blank));
+        }
+    }
+    if (pOpened != nullptr) {
+        pOpened->Started(event, m_options.fnLook);
+    }
+    return all;
+}
+
+bool FurtherLaunches::TakeScript(const LaunchEvent& event, OpenedFiles* pOpened, Launch& script) {
+    const std::string strPath = ScriptPath(event, m_options.nMountNs, m_options.fnLookAtScript);
+    if (pOpened == nullptr || m_options.pLinks == nullptr) {
+        return TakeByPath(strPath, script);
+    }
+    const std::vector<OpenedForStart> files = pOpened->FilesOf(event, m_options.fnLook);
+    const std::optional<FileStatus> named = Named(event, strPath);
+    const OpenedScripts scripts(files, [this](const std::string& strFile, const FileStatus& file) {
+        FileStatus status;
+        return m_options.fnLook(strFile, status) && IsSameFile(status, file);
+    });
+    const std::optional<OpenedScript> found = scripts.Find(event.strInterp, named);
+    const bool bSilent = named && !pOpened->IsMarked(process_look::IdOf(*named).nDevice);
+    if (found && (found->bNamed || !bSilent)) {
+        return TakeOpened(event, files[found->nFile], found->bNamed, script);
+    }
+    // The kernel would have reported it: it was put there since.
+    const bool bOther = scripts.Reported() && !bSilent;
+    return !bOther && TakeByPath(strPath, script);
+}
+
+// What the name of the start leads to now: for the host, else for the process.
+std::optional<FileStatus> FurtherLaunches::Named(const LaunchEvent& event,
+                                                 const std::string& strPath) const {
+    FileStatus status;
+    if (!strPath.empty() && m_options.fnLookAtScript(strPath, status)) {
+        return status;
+    }
+    const UniqueFd place =
+        quiet_open::PlaceOf(event.nPid, event.strName, quiet_open::MountsOf(event.nPid));
+    return place && quiet_open::Look(place.Get(), status) ? std::optional<FileStatus>(status)
+                                                          : std::nullopt;
+}
+
+bool FurtherLaunches::TakeOpened(const LaunchEvent& event, const OpenedForStart& file, bool bNamed,
+                                 Launch& script) {
+    const int64_t nChanged = file.status.Changed();
+    const bool bSure = bNamed && event.nStarted != 0 && !event.IsJustAfter(nChanged) &&
+                       !m_options.fnHasLooseTimes(file.nFd, nChanged);
+    const FileVersion version = VersionOf(file.status, bSure ? 0 : ++m_nFresh);
+    const std::string strInvoked = AbsoluteName(event.strName, event);
+    const std::string strName = strInvoked.empty() ? script_file::KernelName(file.nFd) : strInvoked;
+    script.pFile = m_held.Find(version);
+    if (script.pFile == nullptr) {
+        const auto fnMatchOf = [&](const std::string& strFile, FileStatus& status) {
+            if (!m_options.fnLook(strFile, status) || !IsSameFile(status, file.status)) {
+                return HeldFiles::MATCH_NONE;
+            }
+            const bool bSame =
+                status.Changed() == nChanged && status.st_size == file.status.st_size;
+            return bSure && bSame ? HeldFiles::MATCH_SURE : HeldFiles::MATCH_INODE;
+        };
+        script.pFile = m_held.Hold(version, LinkOf(file.nFd), strName, fnMatchOf);
+    }
+    return script.pFile != nullptr && Name(script, file.status, strName);
+}
+
+bool FurtherLaunches::TakeByPath(const std::string& strPath, Launch& script) {
+    if (strPath.empty()) {
+        return false;
+    }
+    script.creation.strPath = strPath;
+    script.eOrigin = LAUNCH_PATH_INVOKED;
+    const PlacedFile place =
+        m_options.pLinks == nullptr ? PlacedFile() : placed_file::Here(strPath);
+    if (place.bLocal) {
+        script.pFile = HoldUnsure(place);
+    }
+    if (script.pFile != nullptr) {
+        script.creation.strVersion = file_version::Text(script.pFile->Version());
+    }
+    return true;
+}
+
+// Where the program that the loader was given is. The loader opens it later than it is started.
+PlacedFile FurtherLaunches::PlaceOf(const LaunchEvent& event, const std::string& strGiven) const {
+    const std::string strProc = "/proc/" + std::to_string(event.nPid);
+    const bool bAbsolute = strGiven[0] == '/';
+    const bool bDirectory = !event.strDirectory.empty() && !event.bPathCut;
+    const std::string strPath =
+        IsOfHost(event) && (bAbsolute || bDirectory) ? AbsoluteName(strGiven, event) : "";
+    if (!strPath.empty()) {
+        return placed_file::Here(strPath);
+    }
+    // Only while it runs: later the number may be another process's.
+    StartedFile loader(event, strProc + "/exe", m_options.fnLook);
+    if (!loader.IsRunning()) {
+        return {};
+    }
+    const std::string strDirectory =
+        IsOfHost(event) && !bAbsolute ? file_look::LinkText(strProc + "/cwd") : "";
+    return strDirectory.empty() ? placed_file::OfProcess(event.nPid, strGiven)
+                                : placed_file::Here(script_file::Joined(strDirectory, strGiven));
+}
+
+bool FurtherLaunches::TakeProgram(const LaunchEvent& event, const std::string& strGiven,
+                                  Launch& program, bool& bElf) {
+    if (m_options.pLinks == nullptr) {
+        return false;
+    }
+    const PlacedFile place = PlaceOf(event, strGiven);
+    program.pFile = place.bLocal ? HoldUnsure(place) : nullptr;
+    bElf = program.pFile == nullptr || elf_file::IsElf(program.pFile->Descriptor());
+    return bElf && program.pFile != nullptr && Name(program, place.status, place.strName);
+}
+
+HeldFileRef FurtherLaunches::HoldUnsure(const PlacedFile& place) {
+    const auto fnMatchOf = [&](const std::string& strFile, FileStatus& status) {
+        const bool bFile = m_options.fnLook(strFile, status) && S_ISREG(status.st_mode);
+        return bFile && IsSameFile(status, place.status) ? HeldFiles::MATCH_INODE
+                                                         : HeldFiles::MATCH_NONE;
+    };
+    return m_held.Hold(VersionOf(place.status, ++m_nFresh), LinkOf(place.fd.Get()), place.strName,
+                       fnMatchOf);
+}
+
+// The path that the module gets: the name where it leads to the file, else a link.
+bool FurtherLaunches::Name(Launch& further, const FileStatus& status,
+                           const std::string& strName) const {
+    FileStatus found;
+    const bool bLeads = m_options.fnLookAtScript(strName, found) && IsSameFile(found, status);
+    further.creation.strPath = strName;
+    further.creation.strVersion = file_version::Text(further.pFile->Version());
+    further.strLink = bLeads ? "" : further.pFile->LinkIn(*m_options.pLinks, strName);
+    further.eOrigin = bLeads ? LAUNCH_PATH_INVOKED : LAUNCH_PATH_HELD;
+    return bLeads || !further.strLink.empty();
+}

@@ -1,0 +1,66 @@
+// What a launch starts besides its program: the script that the program interprets, or the program
+// that an ELF loader was given ("ld-linux-x86-64.so.2 ./program"). Each is a launch of its own.
+//
+// A script is known by what the kernel opened for the start, so that it is held and judged as any
+// program is. What is known by its path alone is held as unsure, and so is a loader's program: it
+// may have been put there since, and is judged only if it is bad.
+//
+// Threads: one. Errors: none but std::bad_alloc; what cannot be known is counted.
+// Ownership: held must outlive it.
+#ifndef HOST_KERNEL_LAUNCH_FURTHERLAUNCHES_H
+#define HOST_KERNEL_LAUNCH_FURTHERLAUNCHES_H
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/kernel/launch/Launch.h"
+#include "host/kernel/launch/OpenedFiles.h"
+#include "host/kernel/script/ElfLoader.h"
+#include "host/kernel/script/QuietOpen.h"
+#include "host/kernel/script/ScriptFile.h"
+#include "host/program/HeldFiles.h"
+
+struct FurtherOptions {
+    FileLook fnLook;
+    FileLook fnLookAtScript;  // a look that follows no link of /proc; null: the kernel's
+    uint32_t nMountNs = 0;    // as ScriptPath
+    std::shared_ptr<PinDirectory> pLinks;  // null: nothing is held
+    // As script_file::HasLooseTimes, unless a test brings its own.
+    std::function<bool(int nFd, int64_t nChanged)> fnHasLooseTimes = script_file::HasLooseTimes;
+};
+
+class FurtherLaunches {
+public:
+    FurtherLaunches(FurtherOptions options, HeldFiles& held);
+
+    // Those of the launch, whose file may be held. Counts them, and what is not known. Each start
+    // is to be given, in order. pOpened: null where the kernel does not report what is opened.
+    std::vector<Launch> Of(const LaunchEvent& event, const Launch& launch, OpenedFiles* pOpened,
+                           LaunchCounters& counters);
+
+private:
+    bool TakeScript(const LaunchEvent& event, OpenedFiles* pOpened, Launch& script);
+    bool TakeOpened(const LaunchEvent& event, const OpenedForStart& file, bool bNamed,
+                    Launch& script);
+    bool TakeByPath(const std::string& strPath, Launch& script);
+    bool TakeProgram(const LaunchEvent& event, const std::string& strGiven, Launch& program,
+                     bool& bElf);
+    std::optional<FileStatus> Named(const LaunchEvent& event, const std::string& strPath) const;
+    PlacedFile PlaceOf(const LaunchEvent& event, const std::string& strGiven) const;
+    HeldFileRef HoldUnsure(const PlacedFile& place);
+    bool Name(Launch& further, const FileStatus& status, const std::string& strName) const;
+    bool IsOfHost(const LaunchEvent& event) const {
+        return event.nMountNs == m_options.nMountNs && event.strRoot.empty();
+    }
+
+    FurtherOptions m_options;
+    HeldFiles& m_held;
+    ElfLoaders m_loaders;
+    uint64_t m_nFresh;  // FileVersion::nFresh, of numbers that no program has
+};
+
+#endif
