@@ -108,8 +108,8 @@ std::optional<FileStatus> FurtherLaunches::Named(const LaunchEvent& event,
 bool FurtherLaunches::TakeOpened(const LaunchEvent& event, const OpenedForStart& file, bool bNamed,
                                  Launch& script) {
     const int64_t nChanged = file.status.Changed();
-    const bool bSure = bNamed && event.nStarted != 0 && !event.IsJustAfter(nChanged) &&
-                       !m_options.fnHasLooseTimes(file.nFd, nChanged);
+    const bool bSure =
+        bNamed && !event.IsJustAfter(nChanged) && !m_options.fnHasLooseTimes(file.nFd, nChanged);
     const FileVersion version = VersionOf(file.status, bSure ? 0 : ++m_nFresh);
     const std::string strInvoked = AbsoluteName(event.strName, event);
     const std::string strName = strInvoked.empty() ? script_file::KernelName(file.nFd) : strInvoked;

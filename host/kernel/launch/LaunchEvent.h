@@ -41,7 +41,8 @@ struct LaunchEvent {
     std::string strArguments;  // the same, each ending in a NUL
 
     // Whether a file that was changed at this time may have been changed again with the same one:
-    // the kernel stamps files by a clock that goes on up to ten milliseconds at once.
+    // the kernel stamps files by a clock that goes on up to ten milliseconds at once. Also when the
+    // time of the start is not known.
     bool IsJustAfter(int64_t nChange) const {
         constexpr int64_t LONGEST_TICK = 20 * 1000000;
         // Records may hold any number: differences wrap.

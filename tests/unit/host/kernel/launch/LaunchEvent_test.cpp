@@ -180,6 +180,8 @@ TEST(LaunchEventTest, AStartIsJustAfterAChangeOfTheSameTick) {
     EXPECT_TRUE(event.IsJustAfter(980 * MILLISECOND + 1));
     EXPECT_FALSE(event.IsJustAfter(980 * MILLISECOND));
     EXPECT_FALSE(event.IsJustAfter(0));
+    event.nStarted = 0;
+    EXPECT_TRUE(event.IsJustAfter(980 * MILLISECOND));
 }
 
 TEST(LaunchEventTest, CopiesAndEndsAreEncodedWithTheirProcesses) {

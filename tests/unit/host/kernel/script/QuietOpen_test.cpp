@@ -63,6 +63,10 @@ TEST_F(QuietOpenTest, ALinkOfProcIsNotFollowed) {
     ASSERT_EQ(0, symlink("/proc/self/cwd", (m_dir.Path() + "/link").c_str()));
     EXPECT_EQ("none", InodeOf(Place(m_dir.Path() + "/link", {})));
     EXPECT_EQ("none", InodeOf(Place("/proc/self/root" + m_strFile, {})));
+    // Nor where it stays on one mount that may be asked.
+    const UniqueFd status(open("/proc/self/status", O_RDONLY | O_CLOEXEC));
+    const std::string strLink = "/proc/self/fd/" + std::to_string(status.Get());
+    EXPECT_EQ("none", InodeOf(Place(strLink, MountOf("/proc", "ext4"))));
 }
 
 TEST_F(QuietOpenTest, APipeIsNotWaitedFor) {
