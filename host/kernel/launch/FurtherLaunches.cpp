@@ -18,6 +18,16 @@ FileVersion VersionOf(const FileStatus& status, uint64_t nFresh) {
     return {id.nDevice, id.nInode, id.nSize, id.nChanged, nFresh};
 }
 
+// Of the same start, without a file.
+Launch Blank(const Launch& launch) {
+    Launch blank = launch;
+    blank.pFile = nullptr;
+    blank.strLink.clear();
+    blank.creation.strVersion.clear();
+    blank.bScript = true;
+    return blank;
+}
+
 }  // namespace
 
 FurtherLaunches::FurtherLaunches(FurtherOptions options, HeldFiles& held)
@@ -39,16 +49,8 @@ std::vector<Launch> FurtherLaunches::Of(const LaunchEvent& event, const Launch& 
             all.push_back(std::move(further));
         }
     };
-    Launch blank;
-    if (!event.strInterp.empty() || launch.pFile != nullptr) {
-        blank = launch;
-        blank.pFile = nullptr;
-        blank.strLink.clear();
-        blank.creation.strVersion.clear();
-        blank.bScript = true;
-    }
     if (!event.strInterp.empty()) {
-        Launch script = blank;
+        Launch script = Blank(launch);
         const bool bFound = TakeScript(event, pOpened, script);
         fnAdd(bFound, std::move(script));
     }
@@ -59,10 +61,11 @@ std::vector<Launch> FurtherLaunches::Of(const LaunchEvent& event, const Launch& 
                                event.strInterp.empty() ? event.strName : event.strInterp);
     const std::string strGiven = loader_arguments::ProgramOf(eLoader, event.strArguments);
     if (!strGiven.empty()) {
+        Launch program = Blank(launch);
         bool bElf = true;
-        const bool bFound = TakeProgram(event, strGiven, blank, bElf);
+        const bool bFound = TakeProgram(event, strGiven, program, bElf);
         if (bElf) {  // the loader starts nothing else
-            fnAdd(bFound, std::move(blank));
+            fnAdd(bFound, std::move(program));
         }
     }
     if (pOpened != nullptr) {
@@ -85,7 +88,8 @@ bool FurtherLaunches::TakeScript(const LaunchEvent& event, OpenedFiles* pOpened,
     const std::optional<OpenedScript> found = scripts.Find(event.strInterp, named);
     const bool bSilent = named && !pOpened->IsMarked(process_look::IdOf(*named).nDevice);
     if (found && (found->bNamed || !bSilent)) {
-        return TakeOpened(event, files[found->nFile], found->bNamed, script);
+        return TakeOpened(event, files[found->nFile], found->bNamed, script) ||
+               (found->bNamed && TakeByPath(strPath, script));  // too many are held
     }
     // The kernel would have reported it: it was put there since.
     const bool bOther = scripts.Reported() && !bSilent;
@@ -125,7 +129,8 @@ bool FurtherLaunches::TakeOpened(const LaunchEvent& event, const OpenedForStart&
         };
         script.pFile = m_held.Hold(version, LinkOf(file.nFd), strName, fnMatchOf);
     }
-    return script.pFile != nullptr && Name(script, file.status, strName);
+    return script.pFile != nullptr &&
+           Name(script, strName, LeadsTo(strName, file.status, IsOfHost(event)));
 }
 
 bool FurtherLaunches::TakeByPath(const std::string& strPath, Launch& script) {
@@ -136,9 +141,7 @@ bool FurtherLaunches::TakeByPath(const std::string& strPath, Launch& script) {
     script.eOrigin = LAUNCH_PATH_INVOKED;
     const PlacedFile place =
         m_options.pLinks == nullptr ? PlacedFile() : placed_file::Here(strPath);
-    if (place.bLocal) {
-        script.pFile = HoldUnsure(place);
-    }
+    script.pFile = place.bLocal ? HoldUnsure(place) : nullptr;
     if (script.pFile != nullptr) {
         script.creation.strVersion = file_version::Text(script.pFile->Version());
     }
@@ -174,7 +177,11 @@ bool FurtherLaunches::TakeProgram(const LaunchEvent& event, const std::string& s
     const PlacedFile place = PlaceOf(event, strGiven);
     program.pFile = place.bLocal ? HoldUnsure(place) : nullptr;
     bElf = program.pFile == nullptr || elf_file::IsElf(program.pFile->Descriptor());
-    return bElf && program.pFile != nullptr && Name(program, place.status, place.strName);
+    if (!bElf || program.pFile == nullptr) {
+        return false;
+    }
+    const bool bHere = place.bHere || LeadsTo(place.strName, place.status, false);
+    return Name(program, place.strName, bHere);
 }
 
 HeldFileRef FurtherLaunches::HoldUnsure(const PlacedFile& place) {
@@ -187,11 +194,20 @@ HeldFileRef FurtherLaunches::HoldUnsure(const PlacedFile& place) {
                        fnMatchOf);
 }
 
-// The path that the module gets: the name where it leads to the file, else a link.
-bool FurtherLaunches::Name(Launch& further, const FileStatus& status,
-                           const std::string& strName) const {
+// Whether the name leads the host to the file. A name of a process elsewhere may be one here that
+// somebody serves.
+bool FurtherLaunches::LeadsTo(const std::string& strName, const FileStatus& status,
+                              bool bOfHost) const {
     FileStatus found;
-    const bool bLeads = m_options.fnLookAtScript(strName, found) && IsSameFile(found, status);
+    if (bOfHost) {
+        return m_options.fnLookAtScript(strName, found) && IsSameFile(found, status);
+    }
+    const UniqueFd place = quiet_open::Place(strName, {});
+    return place && quiet_open::Look(place.Get(), found) && IsSameFile(found, status);
+}
+
+// The path that the module gets: the name where it leads to the file, else a link.
+bool FurtherLaunches::Name(Launch& further, const std::string& strName, bool bLeads) const {
     further.creation.strPath = strName;
     further.creation.strVersion = file_version::Text(further.pFile->Version());
     further.strLink = bLeads ? "" : further.pFile->LinkIn(*m_options.pLinks, strName);

@@ -52,7 +52,8 @@ private:
     std::optional<FileStatus> Named(const LaunchEvent& event, const std::string& strPath) const;
     PlacedFile PlaceOf(const LaunchEvent& event, const std::string& strGiven) const;
     HeldFileRef HoldUnsure(const PlacedFile& place);
-    bool Name(Launch& further, const FileStatus& status, const std::string& strName) const;
+    bool LeadsTo(const std::string& strName, const FileStatus& status, bool bOfHost) const;
+    bool Name(Launch& further, const std::string& strName, bool bLeads) const;
     bool IsOfHost(const LaunchEvent& event) const {
         return event.nMountNs == m_options.nMountNs && event.strRoot.empty();
     }

@@ -321,6 +321,44 @@ TEST_F(FurtherLaunchesTest, AScriptOfAnotherMountNamespaceIsKnownByItsProcess) {
     EXPECT_EQ("/a.sh unsure", Told(Of(event)));
 }
 
+TEST_F(FurtherLaunchesTest, AScriptWhoseDirectoryWasMovedIsKnownByItsProcess) {
+    const auto nPid = static_cast<uint32_t>(getpid());
+    const std::string strScript = Script("sub/a.sh");
+    const std::string strDirectory = m_dir.Path() + "/sub";
+    ASSERT_EQ(0, chdir(strDirectory.c_str()));
+    OpenNotices();
+    OpenAllFor(nPid, strScript);
+    ASSERT_EQ(0, rename(strDirectory.c_str(), (m_dir.Path() + "/moved").c_str()));
+    ASSERT_NE("", Script("sub/a.sh", "another"));
+    LaunchEvent event = ScriptStart("./a.sh", nPid);
+    event.strDirectory = strDirectory;
+    // The name leads the host to the other one.
+    EXPECT_EQ("/sub/a.sh held unsure", Told(Of(event)));
+
+    OpenAllFor(nPid, m_dir.Path() + "/moved/a.sh");
+    ASSERT_EQ(0, unlink(strScript.c_str()));
+    const auto launches = Of(event);
+    ASSERT_EQ("/sub/a.sh held sure", Told(launches));
+    EXPECT_EQ("#!" + m_strShell + "\n:\n", FileText(launches[0].strLink));
+}
+
+TEST_F(FurtherLaunchesTest, BeyondTheBoundAScriptIsReportedByItsName) {
+    const std::string strScript = Script("a.sh");
+    HeldFiles full(1);
+    const auto fnAny = [](const std::string& strFile, FileStatus& status) {
+        return file_look::AtTarget(strFile, status) ? HeldFiles::MATCH_SURE : HeldFiles::MATCH_NONE;
+    };
+    const HeldFileRef pOther = full.Hold({}, m_strShell, m_strShell, fnAny);
+    m_pFurther = std::make_unique<FurtherLaunches>(m_options, full);
+    OpenNotices();
+    OpenAllFor(ENDED, strScript);
+    EXPECT_EQ("/a.sh open", Told(Of(ScriptStart(strScript))));
+    EXPECT_EQ(1u, m_counters.nNotHeld);
+    OpenAllFor(ENDED, strScript);
+    EXPECT_EQ("0 launches", Told(Of(ScriptStart("/dev/fd/3"))));
+    m_pFurther.reset();
+}
+
 TEST_F(FurtherLaunchesTest, AScriptByADescriptorIsKnownByItsProcess) {
     const auto nPid = static_cast<uint32_t>(getpid());
     const std::string strScript = Script("a.sh");
