@@ -69,7 +69,7 @@ std::vector<Launch> FurtherLaunches::Of(const LaunchEvent& event, const Launch& 
         }
     }
     if (pOpened != nullptr) {
-        pOpened->Started(event, m_options.fnLook);
+        pOpened->Started(event);
     }
     return all;
 }
@@ -79,7 +79,7 @@ bool FurtherLaunches::TakeScript(const LaunchEvent& event, OpenedFiles* pOpened,
     if (pOpened == nullptr || m_options.pLinks == nullptr) {
         return TakeByPath(strPath, script);
     }
-    const std::vector<OpenedForStart> files = pOpened->FilesOf(event, m_options.fnLook);
+    const std::vector<OpenedForStart> files = pOpened->FilesOf(event);
     const std::optional<FileStatus> named = Named(event, strPath);
     const OpenedScripts scripts(files, [this](const std::string& strFile, const FileStatus& file) {
         FileStatus status;

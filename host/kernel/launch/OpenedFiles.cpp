@@ -3,25 +3,17 @@
 #include <algorithm>
 #include <utility>
 
-namespace {
-
-std::string PathOfDescriptor(const UniqueFd& fd) {
-    return "/proc/self/fd/" + std::to_string(fd.Get());
-}
-
-}  // namespace
-
 void OpenedFiles::Read(Clock::time_point now) {
-    const auto fnTake = [this, now](uint32_t nPid, UniqueFd fd) {
-        m_files.push_back({nPid, std::move(fd), now});
-        if (m_files.size() > MOST_FILES) {
-            m_files.pop_front();
-        }
-    };
-    m_notices.Read(fnTake, MOST_READS);
-    while (!m_files.empty() && now - m_files.front().when > KEPT) {
-        m_files.pop_front();
-    }
+    m_notices.Read(
+        [this, now](uint32_t nPid, UniqueFd fd) {
+            if (fd) {
+                m_files.Add(nPid, std::move(fd), now);
+            } else {
+                m_files.AddGap();
+            }
+        },
+        MOST_READS);
+    m_files.DropBefore(now - KEPT);
 }
 
 std::string OpenedFiles::PathOf(const LaunchEvent& event, const FileLook& fnLook) {
@@ -34,12 +26,10 @@ std::string OpenedFiles::PathOf(const LaunchEvent& event, const FileLook& fnLook
 }
 
 // The last one of the process: an inode that is held is nobody else's.
-std::string OpenedFiles::Find(const LaunchEvent& event, const FileLook& fnLook) const {
-    for (auto it = m_files.rbegin(); it != m_files.rend(); ++it) {
-        if (it->nPid != event.nPid || !it->fd) {
-            continue;
-        }
-        std::string strPath = PathOfDescriptor(it->fd);
+std::string OpenedFiles::Find(const LaunchEvent& event, const FileLook& fnLook) {
+    const std::vector<File*> files = m_files.Of(event.nPid);
+    for (auto it = files.rbegin(); it != files.rend(); ++it) {
+        std::string strPath = "/proc/self/fd/" + std::to_string((*it)->fd.Get());
         FileStatus status;
         if (fnLook(strPath, status) && StartedFile(event, "", fnLook).IsInode(status)) {
             return strPath;
@@ -48,48 +38,57 @@ std::string OpenedFiles::Find(const LaunchEvent& event, const FileLook& fnLook) 
     return "";
 }
 
-// The first one of the process that is its program, of those of no start handled before.
-OpenedFiles::FileAt OpenedFiles::FindStart(const LaunchEvent& event, const FileLook& fnLook) {
-    return std::find_if(m_files.begin(), m_files.end(), [&](const File& file) {
-        FileStatus status;
-        return file.nPid == event.nPid && !file.bStarted && file.fd &&
-               fnLook(PathOfDescriptor(file.fd), status) &&
-               StartedFile(event, "", fnLook).IsInode(status);
-    });
+// By its mount where its file system has several devices: it was opened over the one that it was
+// started from.
+bool OpenedFiles::IsProgramOf(const LaunchEvent& event, File& file) {
+    FileStatus status;
+    if (file.nInode == 0 && file_look::AtDescriptor(file.fd.Get(), status)) {
+        file.nInode = status.st_ino;
+    }
+    return file.nInode == event.nInode && file_look::AtDescriptor(file.fd.Get(), status) &&
+           StartedFile(event, "", {}).IsInode(status);
 }
 
-std::vector<OpenedForStart> OpenedFiles::FilesOf(const LaunchEvent& event, const FileLook& fnLook) {
-    if (FindStart(event, fnLook) == m_files.end()) {
+std::vector<OpenedForStart> OpenedFiles::FilesOf(const LaunchEvent& event) {
+    const auto fnIsProgram = [&](File* pFile) {
+        return !pFile->bStarted && IsProgramOf(event, *pFile);
+    };
+    std::vector<File*> all = m_files.Of(event.nPid);
+    if (std::none_of(all.begin(), all.end(), fnIsProgram)) {
         Read(Clock::now());
+        all = m_files.Of(event.nPid);
     }
+    all.erase(all.begin(), all.end() - static_cast<long>(std::min(all.size(), MOST_OF_ONE)));
     std::vector<OpenedForStart> files;
-    for (const File& file : m_files) {
-        if (!file.fd) {
-            files.clear();  // what is missing would be taken for another start's
-            continue;
-        }
+    for (File* const pFile : all) {
         OpenedForStart opened;
-        if (file.nPid != event.nPid || file.bStarted ||
-            !fnLook(PathOfDescriptor(file.fd), opened.status)) {
-            continue;
+        // Before one that is missing nothing is known to be of this start.
+        if (!pFile->bStarted && m_files.IsComplete(*pFile) &&
+            file_look::AtDescriptor(pFile->fd.Get(), opened.status)) {
+            opened.nFd = pFile->fd.Get();
+            opened.bInterpreter = IsProgramOf(event, *pFile);
+            files.push_back(opened);
         }
-        opened.nFd = file.fd.Get();
-        opened.bInterpreter = StartedFile(event, "", fnLook).IsInode(opened.status);
-        files.push_back(opened);
     }
     return files;
 }
 
-void OpenedFiles::Started(const LaunchEvent& event, const FileLook& fnLook) {
-    auto start = FindStart(event, fnLook);
-    if (start == m_files.end()) {
+void OpenedFiles::Started(const LaunchEvent& event) {
+    if (!MarkStarted(event)) {
         Read(Clock::now());
-        start = FindStart(event, fnLook);
+        (void)MarkStarted(event);  // one that was not reported leaves nothing to mark
     }
-    if (start == m_files.end()) {
-        return;
+}
+
+// Up to the first that is its program, of those of no start handled before.
+bool OpenedFiles::MarkStarted(const LaunchEvent& event) {
+    const std::vector<File*> files = m_files.Of(event.nPid);
+    const auto start = std::find_if(files.begin(), files.end(), [&](File* pFile) {
+        return !pFile->bStarted && IsProgramOf(event, *pFile);
+    });
+    if (start == files.end()) {
+        return false;
     }
-    for (auto it = m_files.begin(); it <= start; ++it) {
-        it->bStarted = it->bStarted || it->nPid == event.nPid;
-    }
+    std::for_each(files.begin(), start + 1, [](File* pFile) { pFile->bStarted = true; });
+    return true;
 }

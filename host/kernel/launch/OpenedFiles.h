@@ -8,14 +8,12 @@
 #define HOST_KERNEL_LAUNCH_OPENEDFILES_H
 
 #include <chrono>
-#include <cstdint>
-#include <deque>
 #include <string>
 #include <vector>
 
-#include "host/base/UniqueFd.h"
 #include "host/kernel/launch/ExecNotices.h"
 #include "host/kernel/launch/LaunchPath.h"
+#include "host/kernel/script/FilesByProcess.h"
 #include "host/kernel/script/OpenedScript.h"
 
 class OpenedFiles {
@@ -23,6 +21,7 @@ public:
     using Clock = std::chrono::steady_clock;
 
     static constexpr size_t MOST_FILES = 1024;
+    static constexpr size_t MOST_OF_ONE = 64;
     static constexpr std::chrono::milliseconds KEPT{500};
     // At once: starts that fail are reported as well, and a flood of them is not to hold the
     // launches' reader.
@@ -35,29 +34,24 @@ public:
     // when there is none. Good until the next Read.
     std::string PathOf(const LaunchEvent& event, const FileLook& fnLook);
     // What event's process opened to start it, oldest first; also what it could not start before,
-    // and what it has started since. Without that of its earlier starts, by Started. Good until the
-    // next Read.
-    std::vector<OpenedForStart> FilesOf(const LaunchEvent& event, const FileLook& fnLook);
+    // and what it has started since; the newest MOST_OF_ONE. Without that of its earlier starts, by
+    // Started. Good until the next Read.
+    std::vector<OpenedForStart> FilesOf(const LaunchEvent& event);
     // Event has been handled: what its process opened up to its program is of no later start.
-    void Started(const LaunchEvent& event, const FileLook& fnLook);
+    void Started(const LaunchEvent& event);
     const std::string& Unmarked() const { return m_notices.Unmarked(); }
     // As ExecNotices.
     bool IsMarked(uint32_t nDevice) const { return m_notices.IsMarked(nDevice); }
 
 private:
-    struct File {
-        uint32_t nPid;
-        UniqueFd fd;
-        Clock::time_point when;
-        bool bStarted = false;  // of a start that has been handled
-    };
-    using FileAt = std::deque<File>::iterator;
+    using File = FilesByProcess::File;
 
-    std::string Find(const LaunchEvent& event, const FileLook& fnLook) const;
-    FileAt FindStart(const LaunchEvent& event, const FileLook& fnLook);
+    static bool IsProgramOf(const LaunchEvent& event, File& file);
+    std::string Find(const LaunchEvent& event, const FileLook& fnLook);
+    bool MarkStarted(const LaunchEvent& event);
 
     ExecNotices m_notices;
-    std::deque<File> m_files;  // oldest first; without a descriptor: some are missing there
+    FilesByProcess m_files{MOST_FILES};
 };
 
 #endif

@@ -39,7 +39,7 @@ protected:
     // What is known of the launch, each with a "!" where it is its program.
     std::vector<std::string> FilesOf(const LaunchEvent& event) {
         std::vector<std::string> names;
-        for (const OpenedForStart& file : m_opened.FilesOf(event, file_look::AtTarget)) {
+        for (const OpenedForStart& file : m_opened.FilesOf(event)) {
             names.push_back(FileText("/proc/self/fd/" + std::to_string(file.nFd)).substr(11) +
                             (file.bInterpreter ? "!" : ""));
         }
@@ -115,11 +115,11 @@ TEST_F(OpenedFilesTest, WhatAnEarlierStartOpenedIsOfNoLaterOne) {
     const LaunchEvent other = Start(8, "other");
     (void)Start(7, "script");
     const LaunchEvent second = Start(7, "second");
-    m_opened.Started(first, file_look::AtTarget);
+    m_opened.Started(first);
     EXPECT_EQ((Names{"script", "second!"}), FilesOf(second));
     EXPECT_EQ((Names{"other!"}), FilesOf(other));
     EXPECT_EQ("content of first", ContentOf(first));  // it is kept all the same
-    m_opened.Started(first, file_look::AtTarget);
+    m_opened.Started(first);
     EXPECT_EQ((Names{"script", "second!"}), FilesOf(second));
 }
 
@@ -131,4 +131,19 @@ TEST_F(OpenedFilesTest, WhatWasOpenedBeforeSomeWereLostIsNotOfTheLaunch) {
     const LaunchEvent event = Start(7, "shell");
     EXPECT_EQ((Names{"shell!"}), FilesOf(event));
     EXPECT_EQ("content of shell", ContentOf(event));
+}
+
+TEST_F(OpenedFilesTest, OfOneProcessTheNewestFilesAreLookedAt) {
+    m_now += std::chrono::hours(1);  // however long this takes, none of them is old
+    (void)Start(7, "oldest");
+    for (size_t i = 0; i < OpenedFiles::MOST_OF_ONE - 1; ++i) {
+        (void)Start(7, "failed");
+        m_opened.Read(m_now);
+    }
+    const LaunchEvent event = Start(7, "program");
+    m_opened.Read(m_now);
+    const Names names = FilesOf(event);
+    ASSERT_EQ(OpenedFiles::MOST_OF_ONE, names.size());
+    EXPECT_EQ("failed", names.front());
+    EXPECT_EQ("program!", names.back());
 }
