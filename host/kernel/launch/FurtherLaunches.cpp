@@ -180,8 +180,7 @@ bool FurtherLaunches::TakeProgram(const LaunchEvent& event, const std::string& s
     if (!bElf || program.pFile == nullptr) {
         return false;
     }
-    const bool bHere = place.bHere || LeadsTo(place.strName, place.status, false);
-    return Name(program, place.strName, bHere);
+    return Name(program, place.strName, LeadsTo(place.strName, place.status, false));
 }
 
 HeldFileRef FurtherLaunches::HoldUnsure(const PlacedFile& place) {

@@ -39,6 +39,7 @@ public:
 
     // Those of a process, oldest first; good until the next change.
     std::vector<File*> Of(uint32_t nPid);
+    size_t Processes() const { return m_numbers.size(); }  // that have files here
     // Whether none is missing since.
     bool IsComplete(const File& file) const { return file.nNumber >= m_nComplete; }
 

@@ -151,7 +151,6 @@ PlacedFile placed_file::Here(const std::string& strPath) {
     PlacedFile place;
     place.fd = quiet_open::Place(strPath, mounts);
     place.strName = strPath;
-    place.bHere = true;
     place.bLocal = place.fd && quiet_open::Look(place.fd.Get(), place.status) &&
                    quiet_open::IsLocal(place.fd.Get(), mounts);
     return place;

@@ -52,7 +52,6 @@ struct PlacedFile {
     FileStatus status;
     std::string strName;  // the path for people
     bool bLocal = false;  // opening and reading it asks nobody
-    bool bHere = false;   // strName leads this process to it
 };
 
 namespace placed_file {

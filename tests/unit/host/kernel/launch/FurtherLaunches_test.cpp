@@ -396,6 +396,12 @@ TEST_F(FurtherLaunchesTest, ALoadersProgramInADirectoryIsFoundWhileItRuns) {
     EXPECT_EQ("/bin/sh unsure", Told(Of(event, m_strLoader)));
 }
 
+TEST_F(FurtherLaunchesTest, ALoadersProgramBehindALinkKeepsItsName) {
+    ASSERT_NE("", m_dir.WriteFile("sub/evil", "\177ELF evil", 0755));
+    ASSERT_EQ(0, symlink("sub", (m_dir.Path() + "/link").c_str()));
+    EXPECT_EQ("/link/evil unsure", Told(Of(LoaderStart(m_dir.Path() + "/link/evil"), m_strLoader)));
+}
+
 TEST_F(FurtherLaunchesTest, ALoadersProgramOfAnotherMountNamespaceIsFoundByItsProcess) {
     const std::string strProgram = m_dir.WriteFile("evil", "\177ELF evil", 0755);
     LaunchEvent event = LoaderStart(strProgram, static_cast<uint32_t>(getpid()));

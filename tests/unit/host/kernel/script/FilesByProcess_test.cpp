@@ -62,8 +62,10 @@ TEST_F(FilesByProcessTest, WhatIsOldIsClosed) {
     m_files.DropBefore(m_now);
     EXPECT_EQ(Fds{nNew}, Of(7));
     EXPECT_EQ(-1, fcntl(nOld, F_GETFD));
+    EXPECT_EQ(1u, m_files.Processes());
     m_files.DropBefore(m_now + seconds(1));
     EXPECT_EQ(Fds{}, Of(7));
+    EXPECT_EQ(0u, m_files.Processes());
 }
 
 TEST_F(FilesByProcessTest, AGapIsBetweenWhatStandsBeforeAndBehindIt) {
