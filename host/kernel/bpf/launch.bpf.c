@@ -136,35 +136,19 @@ static __always_inline __s64 change_time(struct inode* inode) {
 
 /* The numbers of linux/magic.h, which not every version of it has. */
 static __always_inline int is_served(struct super_block* super) {
-    switch (BPF_CORE_READ(super, s_magic)) {
-        case 0x65735546: /* FUSE */
-        case 0x6969:     /* NFS */
-        case 0xff534d42: /* CIFS */
-        case 0xfe534d42: /* SMB2 */
-        case 0x00c36400: /* Ceph */
-        case 0x01021997: /* 9P */
-        case 0x5346414f: /* AFS, both of them */
-        case 0x6b414653:
-        case 0x73757245: /* Coda */
-            return 1;
-        case 0x794c7630: /* overlay */
-            return BPF_CORE_READ(super, s_user_ns, level) != 0;
-        default:
-            return 0;
-    }
+    __u64 magic = BPF_CORE_READ(super, s_magic);
+    /* FUSE, NFS, CIFS, SMB2, Ceph, 9P, AFS twice, Coda; an overlay that a user may have made */
+    return magic == 0x65735546 || magic == 0x6969 || magic == 0xff534d42 || magic == 0xfe534d42 ||
+           magic == 0x00c36400 || magic == 0x01021997 || magic == 0x5346414f ||
+           magic == 0x6b414653 || magic == 0x73757245 ||
+           (magic == 0x794c7630 && BPF_CORE_READ(super, s_user_ns, level) != 0);
 }
 
 static __always_inline int has_loose_times(struct super_block* super) {
-    switch (BPF_CORE_READ(super, s_magic)) {
-        case 0x01021994: /* tmpfs, memfd */
-        case 0x858458f6: /* ramfs */
-        case 0x958458f6: /* hugetlbfs */
-        case 0x4d44:     /* FAT */
-        case 0x2011bab0: /* exFAT */
-            return 1;
-        default:
-            return BPF_CORE_READ(super, s_time_gran) > 1000000;
-    }
+    __u64 magic = BPF_CORE_READ(super, s_magic);
+    /* tmpfs and memfd, ramfs, hugetlbfs, FAT, exFAT */
+    return magic == 0x01021994 || magic == 0x858458f6 || magic == 0x958458f6 || magic == 0x4d44 ||
+           magic == 0x2011bab0 || BPF_CORE_READ(super, s_time_gran) > 1000000;
 }
 
 static __always_inline void read_file(struct scratch* s, struct file* file) {

@@ -54,12 +54,8 @@ std::vector<Launch> FurtherLaunches::Of(const LaunchEvent& event, const Launch& 
         const bool bFound = TakeScript(event, pOpened, script);
         fnAdd(bFound, std::move(script));
     }
-    const LoaderKind eLoader =
-        launch.pFile == nullptr
-            ? LOADER_NONE
-            : m_loaders.KindOf(*launch.pFile,
-                               event.strInterp.empty() ? event.strName : event.strInterp);
-    const std::string strGiven = loader_arguments::ProgramOf(eLoader, event.strArguments);
+    const std::string strGiven =
+        loader_arguments::ProgramOf(KindOf(event, launch), event.strArguments);
     if (!strGiven.empty()) {
         Launch program = Blank(launch);
         bool bElf = true;
@@ -72,6 +68,11 @@ std::vector<Launch> FurtherLaunches::Of(const LaunchEvent& event, const Launch& 
         pOpened->Started(event);
     }
     return all;
+}
+
+LoaderKind FurtherLaunches::KindOf(const LaunchEvent& event, const Launch& launch) {
+    const std::string& strName = event.strInterp.empty() ? event.strName : event.strInterp;
+    return launch.pFile == nullptr ? LOADER_NONE : m_loaders.KindOf(*launch.pFile, strName);
 }
 
 bool FurtherLaunches::TakeScript(const LaunchEvent& event, OpenedFiles* pOpened, Launch& script) {

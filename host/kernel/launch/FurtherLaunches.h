@@ -42,7 +42,13 @@ public:
     std::vector<Launch> Of(const LaunchEvent& event, const Launch& launch, OpenedFiles* pOpened,
                            LaunchCounters& counters);
 
+    // Whether the launch's file is an ELF loader: what it starts is an argument.
+    bool IsLoader(const LaunchEvent& event, const Launch& launch) {
+        return KindOf(event, launch) != LOADER_NONE;
+    }
+
 private:
+    LoaderKind KindOf(const LaunchEvent& event, const Launch& launch);
     bool TakeScript(const LaunchEvent& event, OpenedFiles* pOpened, Launch& script);
     bool TakeOpened(const LaunchEvent& event, const OpenedForStart& file, bool bNamed,
                     Launch& script);

@@ -114,6 +114,9 @@ void LaunchSource::TakeExec(const LaunchEvent& event) {
         ++m_launches.nRepeated;
         m_images.Note(event, repeat->creation.strPath);
         m_observer.OnRepeat(*repeat);
+        if (m_pOpened != nullptr) {
+            m_pOpened->Started(event);
+        }
         return;
     }
     launch.bArgsCut = event.bArgsCut;
@@ -132,7 +135,7 @@ void LaunchSource::TakeExec(const LaunchEvent& event) {
         m_launches.nNotHeld += launch.pFile == nullptr ? 1 : 0;
         m_launches.nFresh += launch.pFile != nullptr && !launch.pFile->IsSure() ? 1 : 0;
         ++m_launches.nReported;
-        if (m_pSensor->IsExact()) {
+        if (m_pSensor->IsExact() && !m_pFurther->IsLoader(event, launch)) {
             m_repeats.Reported(event, launch, now);
         }
         Add(launch);
