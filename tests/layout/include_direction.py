@@ -22,7 +22,7 @@ def rooms():
     event, module, account = "host/event", "host/module", "host/account"
     bpf, launch, file = "host/kernel/bpf", "host/kernel/launch", "host/kernel/file"
     connector, program = "host/kernel/connector", "host/program"
-    script = "host/kernel/script"
+    script, container = "host/kernel/script", "host/kernel/container"
     shown = {base, program, verdict, cloud, event, module, account, launch}
     table = {
         base: set(),
@@ -36,7 +36,8 @@ def rooms():
         module: {base, program, event},
         bpf: set(),
         script: {base, program},
-        launch: {base, process, program, event, bpf, script},
+        container: {base, program},
+        launch: {base, process, program, event, bpf, script, container},
         connector: {base, process, program, launch},
         file: {base, process, program, event, launch},
         "host/kernel": {base, process, program, event},

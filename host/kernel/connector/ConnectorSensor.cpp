@@ -22,9 +22,9 @@
 #include "host/base/WakeFd.h"
 #include "host/kernel/connector/ConnectorFeed.h"
 #include "host/kernel/connector/ExecOpens.h"
+#include "host/kernel/connector/LaunchRecords.h"
 #include "host/kernel/connector/StartedProgram.h"
 #include "host/kernel/launch/LaunchPath.h"
-#include "host/kernel/launch/LaunchRecords.h"
 #include "host/process/Privileges.h"
 
 namespace {

@@ -21,7 +21,7 @@
 #include "host/event/EventMessage.h"
 #include "host/event/IEventSource.h"
 #include "host/event/LaunchesAgain.h"
-#include "host/kernel/launch/CgroupNames.h"
+#include "host/kernel/container/CgroupNames.h"
 #include "host/kernel/launch/FurtherLaunches.h"
 #include "host/kernel/launch/ILaunchSensor.h"
 #include "host/kernel/launch/Launch.h"

@@ -1,4 +1,4 @@
-#include "host/kernel/launch/CgroupNames.h"
+#include "host/kernel/container/CgroupNames.h"
 
 #include <gtest/gtest.h>
 

@@ -4,8 +4,8 @@
 // Threads: any. Errors: none but std::bad_alloc.
 //
 // Memory is bounded: a record that finds no room is counted as lost.
-#ifndef HOST_KERNEL_LAUNCH_LAUNCHRECORDS_H
-#define HOST_KERNEL_LAUNCH_LAUNCHRECORDS_H
+#ifndef HOST_KERNEL_CONNECTOR_LAUNCHRECORDS_H
+#define HOST_KERNEL_CONNECTOR_LAUNCHRECORDS_H
 
 #include <cstddef>
 #include <cstdint>

@@ -1,4 +1,4 @@
-#include "host/kernel/launch/LaunchRecords.h"
+#include "host/kernel/connector/LaunchRecords.h"
 
 #include <utility>
 

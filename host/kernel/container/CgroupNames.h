@@ -2,8 +2,8 @@
 // whose name it has.
 //
 // Threads: one object, one thread. Errors: none but std::bad_alloc; what is not known is "".
-#ifndef HOST_KERNEL_LAUNCH_CGROUPNAMES_H
-#define HOST_KERNEL_LAUNCH_CGROUPNAMES_H
+#ifndef HOST_KERNEL_CONTAINER_CGROUPNAMES_H
+#define HOST_KERNEL_CONTAINER_CGROUPNAMES_H
 
 #include <cstdint>
 #include <string>
