@@ -25,7 +25,7 @@ public:
         UniqueFd fd;
         Clock::time_point when;
         uint64_t nNumber;
-        ino_t nInode = 0;       // for the owner; 0: not looked at yet
+        ino_t nInode = 0;       // for the owner; 0: not examined yet
         bool bStarted = false;  // likewise: of a start that has been handled
     };
 

@@ -18,7 +18,7 @@ constexpr Option GLIBC[] = {{"--inhibit-cache", false},    {"--library-path", tr
                             {"--glibc-hwcaps-mask", true}, {"--glibc-hwcaps-prepend", true}};
 constexpr Option MUSL[] = {{"--library-path", true}, {"--preload", true}, {"--argv0", true}};
 
-// More are not looked at: what comes behind them is of the program.
+// More are not examined: what comes behind them is of the program.
 constexpr size_t MOST_ARGUMENTS = 64;
 
 std::vector<std::string> Split(const std::string& strArguments) {

@@ -23,7 +23,7 @@ struct FakeLaunchState {
     bool bExact = true;
     bool bDetached = false;
     int nDescriptor = -1;
-    std::vector<bool> sleeps;  // as it was told, in that order
+    std::vector<bool> sleeps;  // what was set, in that order
 };
 
 class FakeLaunchSensor : public ILaunchSensor {
