@@ -1,16 +1,16 @@
 #!/usr/bin/env python3
 """What it costs to know of every program that starts: tevmon-host watch with the module, Debian's
-auditd with a rule for execve, and sysdig, each under the same load.
+auditd with a rule for execve, bpftrace's execsnoop and sysdig, each under the same load.
 
-Usage: watch_cost.py HOST [--seconds 20] [--rate 1000] [--install]          (root)
+Usage: watch_cost.py HOST [--seconds 20] [--rate 1000] [--bytes N] [--install]          (root)
        watch_cost.py HOST --against HOST [--pairs 5]     two builds in turn, and the ratio
 
 Each tool runs alone while a static program is started at that rate. Printed, side by side: processor
 seconds of the tool's own processes; those of the whole machine above the same load without a tool,
 which also hold what the kernel does for the tool (other work on the machine disturbs them); launches
-reported and lost; and the ratios to tevmon-host. --install gets the packages auditd and sysdig by apt-get.
-What cannot run here is said with its reason. The time of tevmon-host includes hashing, queue, verdicts
-and the module; the other two write a line for each launch and judge nothing.
+reported and lost; and the ratio of tevmon-host to each. --bytes gives the program that size. --install gets
+the packages by apt-get. What cannot run here is said with its reason. The time of tevmon-host includes
+hashing, queue, verdicts and the module; the others write a line for each launch and judge nothing.
 """
 
 import argparse
@@ -30,7 +30,8 @@ import livehost  # noqa: E402
 
 WORKERS = 2
 KEY = "tevmon-cost"
-PACKAGES = ("auditd", "sysdig")
+PACKAGES = ("auditd", "bpftrace", "sysdig")
+EXECSNOOP = "/usr/sbin/execsnoop.bt"
 
 
 class CannotRun(Exception):
@@ -67,6 +68,9 @@ class Load:
     def __init__(self, folder, args):
         self.spawner = livehost.build(folder, "spawner", "-pthread")
         self.program = livehost.build_tiny(folder)
+        size = os.path.getsize(self.program)
+        with open(self.program, "ab") as program:
+            program.write(bytes(max(0, args.bytes - size)))
         self.count = args.seconds * args.rate
         self.rate = args.rate
 
@@ -187,6 +191,27 @@ def control(*arguments):
         raise CannotRun(f"auditctl {arguments[0]}: {(done.stderr or done.stdout).strip()}")
 
 
+def execsnoop(load, folder, _args):
+    result = Result("execsnoop")
+    if not shutil.which("bpftrace") or not os.path.exists(EXECSNOOP):
+        raise CannotRun("bpftrace is not installed (--install gets it)")
+    output, errors = folder / "output.bpftrace", folder / "errors"
+    with open(output, "w") as text, open(errors, "w") as said:
+        tool = subprocess.Popen(["bpftrace", EXECSNOOP], stdout=text, stderr=said)
+        wait_until(lambda: "TIME(ms)" in output.read_text(errors="replace"), tool, errors, 30)
+        before, begun = machine_busy(), process_seconds(tool.pid)
+        load.run("b")
+        time.sleep(2)
+        result.own = process_seconds(tool.pid) - begun
+        result.machine = machine_busy() - before
+        tool.send_signal(signal.SIGINT)
+        tool.wait(20)
+    result.told = sum(" b-" in line for line in output.read_text(errors="replace").splitlines())
+    lost = re.search(r"Lost (\d+) events", errors.read_text() + output.read_text(errors="replace"))
+    result.lost = lost.group(1) if lost else "0"
+    return result
+
+
 def sysdig(load, folder, _args):
     result = Result("sysdig")
     if not shutil.which("sysdig"):
@@ -228,7 +253,7 @@ def show(results, load):
     ours = next((each for each in results if each.name == "tevmon-host"), None)
     print(f"{'':<12} {'own s':>8} {'machine s':>10} {'reported':>8} {'of':>8} {'lost':>8} {'ratio':>7}")
     for each in results:
-        ratio = f"{each.own / ours.own:.2f}" if ours and ours.own and each.own else "-"
+        ratio = f"{ours.own / each.own:.2f}" if ours and each.own else "-"
         above = each.machine - base if each.name != "no tool" else each.machine
         print(f"{each.name:<12} {each.own:>8.2f} {above:>10.2f} {each.told:>8} {load.count:>8} "
               f"{each.lost:>8} {ratio:>7}")
@@ -257,6 +282,7 @@ def main():
     parser.add_argument("host")
     parser.add_argument("--seconds", type=int, default=20)
     parser.add_argument("--rate", type=int, default=1000)
+    parser.add_argument("--bytes", type=int, default=0, help="size of the program, if it is larger")
     parser.add_argument("--install", action="store_true")
     parser.add_argument("--against", metavar="HOST", type=os.path.abspath)
     parser.add_argument("--pairs", type=int, default=5)
@@ -270,7 +296,7 @@ def main():
         load = Load(pathlib.Path(name), args)
         if args.against:
             return compare(load, pathlib.Path(name), args)
-        for tool in (without_tool, tevmon, auditd, sysdig):
+        for tool in (without_tool, tevmon, auditd, execsnoop, sysdig):
             folder = pathlib.Path(name) / tool.__name__
             folder.mkdir()
             try:

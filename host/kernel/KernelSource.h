@@ -25,8 +25,8 @@
 
 struct KernelSourceOptions {
     std::chrono::milliseconds look{15};  // between two looks at the sensors
-    std::chrono::milliseconds rest{
-        100};  // likewise while nothing waits and a launch ends the sleep
+    // Likewise while nothing waits and a launch ends the sleep.
+    std::chrono::milliseconds rest{500};
     std::chrono::milliseconds gather{5};  // between two looks while something happens
     std::shared_ptr<WatchedPaths> pPlaces = std::make_shared<WatchedPaths>();
     LaunchSourceOptions launches;
