@@ -83,7 +83,7 @@ void LaunchAudit::Digested(const FileVersion& version, const ProgramDigest& dige
     }
     // What may have been written to is bad where it is now, and is not known to be good.
     const Verdict verdict = m_service.Decide(digest.strKey);
-    if (digest.eEnd == DIGEST_DONE && file.pFile->IsSure() && !IsBad(verdict)) {
+    if (digest.eEnd == DIGEST_DONE && !IsBad(verdict)) {
         file.pFile->Settle();
     }
     // Without a digest of its own the module's verdict counts as well; both are shown once.
@@ -145,9 +145,8 @@ void LaunchAudit::Changed(const StrayLaunch& launch, const struct stat& status,
     m_hooks.fnChanged({strName, strHashedKey, known ? known->strKey : "", bAgain});
     // The very file that was started, with a bad content that it may have had then: either nobody
     // knows what it held, or it does not look changed.
-    const bool bOwn =
-        launch.pFile != nullptr && IsSameInode(status, launch.pFile->Status()) &&
-        (!known || !launch.pFile->IsSure() || IsSameFile(status, launch.pFile->Status()));
+    const bool bOwn = launch.pFile != nullptr && IsSameInode(status, launch.pFile->Status()) &&
+                      (!known || IsSameFile(status, launch.pFile->Status()));
     const Verdict verdict = m_service.Decide(strHashedKey);
     if (bOwn && IsBad(verdict) && launch.pFile->MarkShown()) {
         Judge({strName, ""}, verdict);

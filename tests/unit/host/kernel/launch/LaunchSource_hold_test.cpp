@@ -359,3 +359,51 @@ TEST_F(LaunchSourceHoldTest, WithoutRepeatsEveryLaunchIsReported) {
     EXPECT_EQ(2u, m_observer.launches.size());
     EXPECT_EQ(0u, m_observer.counters.nRepeated);
 }
+
+TEST_F(LaunchSourceHoldTest, ASensorThatIsNotExactHasEveryLaunchReported) {
+    m_options.repeats = std::chrono::hours(1);
+    m_state.bExact = false;
+    Capture(EventOf(m_strFile));
+    ASSERT_EQ(1u, m_observer.launches.size());
+    ASSERT_NE(nullptr, m_observer.launches[0].pFile);
+    m_observer.launches[0].pFile->Settle();
+    Capture(EventOf(m_strFile));
+    EXPECT_EQ(2u, m_observer.launches.size());
+}
+
+// What it runs is an argument.
+TEST_F(LaunchSourceHoldTest, EveryLaunchOfALoaderIsReported) {
+    m_options.repeats = std::chrono::hours(1);
+    const std::string strLoader =
+        m_dir.WriteFile("bin/tool", FileText("/lib64/ld-linux-x86-64.so.2"), 0755);
+    Capture(EventOf(strLoader));
+    ASSERT_FALSE(m_observer.launches.empty());
+    const HeldFileRef pFile = m_observer.launches[0].pFile;
+    ASSERT_NE(nullptr, pFile);
+    pFile->Settle();
+    m_observer.launches.clear();
+    Capture(EventOf(strLoader));
+    ASSERT_FALSE(m_observer.launches.empty());
+    EXPECT_EQ(strLoader, m_observer.launches[0].creation.strPath);
+    EXPECT_TRUE(m_observer.repeats.empty());
+}
+
+TEST_F(LaunchSourceHoldTest, WhatARepeatOpenedIsOfNoLaterScript) {
+    m_options.repeats = std::chrono::hours(1);
+    constexpr uint32_t PID = 0x7ffffff0;
+    const std::string strScript = m_dir.WriteFile("bin/script", "#!" + m_strFile + "\n", 0755);
+    Capture(EventOf(m_strFile));
+    ASSERT_EQ(1u, m_observer.launches.size());
+    m_observer.launches[0].pFile->Settle();
+    OpenFor(PID, strScript);  // and could not start it: nobody says so
+    OpenFor(PID, m_strFile);
+    Capture(EventOf(m_strFile, PID));
+    ASSERT_EQ(1u, m_observer.repeats.size());
+    OpenFor(PID, m_strFile);
+    LaunchEvent event = EventOf(m_strFile, PID);
+    event.strName = m_dir.Path() + "/bin/gone";
+    event.strInterp = m_strFile;
+    Capture(event);
+    ASSERT_EQ(2u, m_observer.launches.size());  // of the script nothing is known
+    EXPECT_FALSE(m_observer.launches[1].bScript);
+}
