@@ -42,7 +42,7 @@ struct WatchArguments {
     SensorMakers makers;
 };
 
-constexpr std::chrono::seconds REPEATS(5);  // of a program that is well known
+constexpr std::chrono::seconds REPEATS(5);  // of a program that is judged already
 constexpr double SETTLE_SECONDS = 60;       // for the module to analyse what was captured last
 
 // Null and nothing said when no recording is wanted; false when it cannot be made.

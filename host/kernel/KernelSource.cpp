@@ -150,7 +150,8 @@ void KernelSource::Judge(bool bCaughtUp) {
     m_images.SetDoubt(m_eKnowledge != KNOWS_ALL);
 }
 
-// Each launch ends the sleep, so that its file is held before anybody can put another in its place.
+// With eBPF a launch ends the sleep, so that its file is held before anybody can put another in its
+// place.
 // File operations are gathered while something happens; at rest the first one ends the sleep.
 void KernelSource::Sleep(bool bBusy, Clock::time_point due) {
     pollfd fds[] = {{m_wake.Fd(), POLLIN, 0}, {-1, POLLIN, 0}, {-1, POLLIN, 0}};
@@ -179,6 +180,8 @@ void KernelSource::Sleep(bool bBusy, Clock::time_point due) {
         const timespec nap = {0, std::chrono::nanoseconds(STORM).count()};
         (void)ppoll(fds, 1, &nap, nullptr);
     } else if (m_pLaunches->FallAsleep()) {
+        const auto left = std::chrono::duration_cast<milliseconds>(due - now) + milliseconds(1);
+        sleep = std::min(sleep, std::max(left, milliseconds(0)));
         (void)poll(fds, 3, static_cast<int>(sleep.count()));
     }
     m_pLaunches->WakeUp();

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Starts well-known programs again and again, and looks whether each start is reported or counted.
+"""Starts the same programs again and again, and looks whether each start is reported or counted.
 
 Usage: watch_repeats.py HOST [--runs N]
 

@@ -50,19 +50,19 @@ std::vector<Launch> FurtherLaunches::Of(const LaunchEvent& event, const Launch& 
         }
     };
     if (!event.strInterp.empty()) {
-        Launch script = Blank(launch);
-        const bool bFound = TakeScript(event, pOpened, script);
-        fnAdd(bFound, std::move(script));
-    }
-    const std::string strGiven =
-        loader_arguments::ProgramOf(KindOf(event, launch), event.strArguments);
-    if (!strGiven.empty()) {
-        Launch program = Blank(launch);
-        bool bElf = true;
-        const bool bFound = TakeProgram(event, strGiven, program, bElf);
-        if (bElf) {  // the loader starts nothing else
-            fnAdd(bFound, std::move(program));
+        std::vector<Launch> scripts = ScriptsOf(event, Blank(launch), pOpened);
+        for (Launch& script : scripts) {
+            fnAdd(true, std::move(script));
         }
+        counters.nScriptsUnreported += scripts.empty() ? 1 : 0;
+    }
+    const GivenProgram given = loader_arguments::ProgramOf(
+        KindOf(event, launch), event.strArguments, event.bArgsCut || event.bArgsUnreadable);
+    counters.nScriptsUnreported += given.bUnknown ? 1 : 0;
+    if (!given.strPath.empty()) {
+        Launch program = Blank(launch);
+        const bool bFound = TakeProgram(event, given.strPath, program);
+        fnAdd(bFound, std::move(program));
     }
     if (pOpened != nullptr) {
         pOpened->Started(event);
@@ -75,10 +75,15 @@ LoaderKind FurtherLaunches::KindOf(const LaunchEvent& event, const Launch& launc
     return launch.pFile == nullptr ? LOADER_NONE : m_loaders.KindOf(*launch.pFile, strName);
 }
 
-bool FurtherLaunches::TakeScript(const LaunchEvent& event, OpenedFiles* pOpened, Launch& script) {
+std::vector<Launch> FurtherLaunches::ScriptsOf(const LaunchEvent& event, const Launch& blank,
+                                               OpenedFiles* pOpened) {
     const std::string strPath = ScriptPath(event, m_options.nMountNs, m_options.fnLookAtScript);
+    Launch script = blank;
+    const auto fnOnly = [&](bool bFound) {
+        return bFound ? std::vector<Launch>{std::move(script)} : std::vector<Launch>();
+    };
     if (pOpened == nullptr || m_options.pLinks == nullptr) {
-        return TakeByPath(strPath, script);
+        return fnOnly(TakeByPath(strPath, script));
     }
     const std::vector<OpenedForStart> files = pOpened->FilesOf(event);
     const std::optional<FileStatus> named = Named(event, strPath);
@@ -86,15 +91,27 @@ bool FurtherLaunches::TakeScript(const LaunchEvent& event, OpenedFiles* pOpened,
         FileStatus status;
         return m_options.fnLook(strFile, status) && IsSameFile(status, file);
     });
-    const std::optional<OpenedScript> found = scripts.Find(event.strInterp, named);
+    const std::vector<OpenedScript> found = scripts.Find(event.strInterp, named);
+    if (found.size() > 1) {  // one of them is it
+        std::vector<Launch> all;
+        for (const OpenedScript& each : found) {
+            all.push_back(blank);
+            if (!TakeOpened(event, files[each.nFile], false, "", all.back())) {
+                all.pop_back();
+            }
+        }
+        return all;
+    }
     const bool bSilent = named && !pOpened->IsMarked(process_look::IdOf(*named).nDevice);
-    if (found && (found->bNamed || !bSilent)) {
-        return TakeOpened(event, files[found->nFile], found->bNamed, script) ||
-               (found->bNamed && TakeByPath(strPath, script));  // too many are held
+    if (!found.empty() && (found[0].bNamed || !bSilent)) {
+        const bool bNamed = found[0].bNamed;
+        const OpenedForStart& file = files[found[0].nFile];
+        return fnOnly(TakeOpened(event, file, bNamed, AbsoluteName(event.strName, event), script) ||
+                      (bNamed && TakeByPath(strPath, script)));  // too many are held
     }
     // The kernel would have reported it: it was put there since.
     const bool bOther = scripts.Reported() && !bSilent;
-    return !bOther && TakeByPath(strPath, script);
+    return fnOnly(!bOther && TakeByPath(strPath, script));
 }
 
 // What the name of the start leads to now: for the host, else for the process.
@@ -110,13 +127,13 @@ std::optional<FileStatus> FurtherLaunches::Named(const LaunchEvent& event,
                                                           : std::nullopt;
 }
 
+// strInvoked: its name, absolute; "": as the kernel spells it.
 bool FurtherLaunches::TakeOpened(const LaunchEvent& event, const OpenedForStart& file, bool bNamed,
-                                 Launch& script) {
+                                 const std::string& strInvoked, Launch& script) {
     const int64_t nChanged = file.status.Changed();
-    const bool bSure =
-        bNamed && !event.IsJustAfter(nChanged) && !m_options.fnHasLooseTimes(file.nFd, nChanged);
+    const bool bSure = bNamed && !event.IsJustAfter(nChanged) &&
+                       !m_options.fnHasLooseTimes(file.nFd, nChanged, event.nStarted);
     const FileVersion version = VersionOf(file.status, bSure ? 0 : ++m_nFresh);
-    const std::string strInvoked = AbsoluteName(event.strName, event);
     const std::string strName = strInvoked.empty() ? script_file::KernelName(file.nFd) : strInvoked;
     script.pFile = m_held.Find(version);
     if (script.pFile == nullptr) {
@@ -171,14 +188,13 @@ PlacedFile FurtherLaunches::PlaceOf(const LaunchEvent& event, const std::string&
 }
 
 bool FurtherLaunches::TakeProgram(const LaunchEvent& event, const std::string& strGiven,
-                                  Launch& program, bool& bElf) {
+                                  Launch& program) {
     if (m_options.pLinks == nullptr) {
         return false;
     }
     const PlacedFile place = PlaceOf(event, strGiven);
     program.pFile = place.bLocal ? HoldUnsure(place) : nullptr;
-    bElf = program.pFile == nullptr || elf_file::IsElf(program.pFile->Descriptor());
-    if (!bElf || program.pFile == nullptr) {
+    if (program.pFile == nullptr || !elf_file::IsElf(program.pFile->Descriptor())) {
         return false;
     }
     return Name(program, place.strName, LeadsTo(place.strName, place.status, false));

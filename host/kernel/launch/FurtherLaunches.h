@@ -30,7 +30,8 @@ struct FurtherOptions {
     uint32_t nMountNs = 0;    // as ScriptPath
     std::shared_ptr<PinDirectory> pLinks;  // null: nothing is held
     // As script_file::HasLooseTimes, unless a test brings its own.
-    std::function<bool(int nFd, int64_t nChanged)> fnHasLooseTimes = script_file::HasLooseTimes;
+    std::function<bool(int nFd, int64_t nChanged, int64_t nStarted)> fnHasLooseTimes =
+        script_file::HasLooseTimes;
 };
 
 class FurtherLaunches {
@@ -38,7 +39,8 @@ public:
     FurtherLaunches(FurtherOptions options, HeldFiles& held);
 
     // Those of the launch, whose file may be held. Counts them, and what is not known. Each start
-    // is to be given, in order. pOpened: null where the kernel does not report what is opened.
+    // that is reported is to be given, in order; of the others OpenedFiles::Started is to know.
+    // pOpened: null where the kernel does not report what is opened.
     std::vector<Launch> Of(const LaunchEvent& event, const Launch& launch, OpenedFiles* pOpened,
                            LaunchCounters& counters);
 
@@ -49,12 +51,12 @@ public:
 
 private:
     LoaderKind KindOf(const LaunchEvent& event, const Launch& launch);
-    bool TakeScript(const LaunchEvent& event, OpenedFiles* pOpened, Launch& script);
+    std::vector<Launch> ScriptsOf(const LaunchEvent& event, const Launch& blank,
+                                  OpenedFiles* pOpened);
     bool TakeOpened(const LaunchEvent& event, const OpenedForStart& file, bool bNamed,
-                    Launch& script);
+                    const std::string& strInvoked, Launch& script);
     bool TakeByPath(const std::string& strPath, Launch& script);
-    bool TakeProgram(const LaunchEvent& event, const std::string& strGiven, Launch& program,
-                     bool& bElf);
+    bool TakeProgram(const LaunchEvent& event, const std::string& strGiven, Launch& program);
     std::optional<FileStatus> Named(const LaunchEvent& event, const std::string& strPath) const;
     PlacedFile PlaceOf(const LaunchEvent& event, const std::string& strGiven) const;
     HeldFileRef HoldUnsure(const PlacedFile& place);

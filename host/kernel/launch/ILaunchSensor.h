@@ -33,8 +33,8 @@ public:
     // Whether each record names the file that was started, in the order of the starts; else it may
     // name one that the same process started later.
     virtual bool IsExact() const { return true; }
-    // Readable when a launch waits that Drain has not seen; below 0 where there is no such one.
-    // The sensor owns it.
+    // Readable when a launch came while the reader slept (SetSleeping); below 0 where there is no
+    // such one. The sensor owns it.
     virtual int Descriptor() const { return -1; }
     // Before and after the reader sleeps: only while it does a launch makes the descriptor
     // readable. One that was written before does not: the reader drains once more in between.

@@ -63,7 +63,7 @@ public:
     // pFile: held all the same; may be null.
     virtual void OnUnresolved(const LaunchEvent& event, const LaunchContext& context,
                               const HeldFileRef& pFile) = 0;
-    // Likewise, and it is not reported: an earlier report does for it.
+    // It is not reported, because an earlier report does for it; its pFile is null.
     virtual void OnRepeat(const Launch& launch) = 0;
     // nLost launches more were lost, nTotal since the start.
     virtual void OnLost(uint64_t nLost, uint64_t nTotal) = 0;

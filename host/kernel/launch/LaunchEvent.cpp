@@ -62,7 +62,8 @@ int64_t Nanos(clockid_t nClock) {
 
 int64_t StartedAt(const launch_record& head) {
     // Records may hold any number: sums wrap.
-    const auto nBoot = static_cast<uint64_t>(Nanos(CLOCK_REALTIME) - Nanos(CLOCK_BOOTTIME));
+    const int64_t nReal = Nanos(CLOCK_REALTIME);  // first: what passes in between makes it earlier
+    const auto nBoot = static_cast<uint64_t>(nReal - Nanos(CLOCK_BOOTTIME));
     return head.started == 0 ? 0 : static_cast<int64_t>(nBoot + head.started);
 }
 

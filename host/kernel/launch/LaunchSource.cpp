@@ -75,6 +75,7 @@ bool LaunchSource::Drain() {
     if (m_pOpened != nullptr) {
         m_pOpened->Read(Clock::now());
     }
+    m_repeats.Expire(Clock::now());
     size_t nRecords = 0;
     m_pSensor->Drain([&](const void* pData, size_t nSize) {
         TakeRecord(pData, nSize);

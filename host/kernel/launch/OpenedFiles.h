@@ -3,7 +3,8 @@
 //
 // Threads: one. Errors: Open's text says what is missing; nothing throws but std::bad_alloc.
 //
-// A thousand are kept, for half a second: each start opens two, and those that fail one.
+// A thousand are kept, for half a second: each start opens two, a script's three, and those that
+// fail one.
 #ifndef HOST_KERNEL_LAUNCH_OPENEDFILES_H
 #define HOST_KERNEL_LAUNCH_OPENEDFILES_H
 

@@ -34,9 +34,7 @@ std::string KeyOf(const LaunchEvent& event, const std::string& strStarter) {
 
 std::optional<Launch> RepeatedLaunches::Find(const LaunchEvent& event,
                                              const std::string& strStarter, Clock::time_point now) {
-    for (; !m_order.empty() && now - m_order.front()->second.when > m_window; m_order.pop_front()) {
-        m_reports.erase(m_reports.find(m_order.front()->first));
-    }
+    Expire(now);
     if (m_reports.empty() || !IsOfItsFile(event)) {
         return std::nullopt;
     }
@@ -54,6 +52,12 @@ std::optional<Launch> RepeatedLaunches::Find(const LaunchEvent& event,
     return launch;
 }
 
+void RepeatedLaunches::Expire(Clock::time_point now) {
+    for (; !m_order.empty() && now - m_order.front()->second.when > m_window; m_order.pop_front()) {
+        m_reports.erase(m_reports.find(m_order.front()->first));
+    }
+}
+
 void RepeatedLaunches::Reported(const LaunchEvent& event, const Launch& launch,
                                 Clock::time_point now) {
     const bool bNamed =
@@ -65,6 +69,7 @@ void RepeatedLaunches::Reported(const LaunchEvent& event, const Launch& launch,
     const auto added = m_reports.try_emplace(KeyOf(event, launch.strStarter));
     if (added.second) {
         added.first->second.launch = launch;
+        added.first->second.launch.creation.strCommand.clear();
         added.first->second.when = now;
         m_order.push_back(&*added.first);
     }

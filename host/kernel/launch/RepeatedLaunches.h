@@ -20,7 +20,7 @@ class RepeatedLaunches {
 public:
     using Clock = std::chrono::steady_clock;
 
-    static constexpr size_t MOST = 4096;  // reports that do for others
+    static constexpr size_t MOST = 1024;  // reports that do for others
 
     // window: for how long after a report; 0: every launch is reported.
     explicit RepeatedLaunches(std::chrono::milliseconds window) : m_window(window) {}
@@ -28,6 +28,8 @@ public:
     // This launch, when an earlier report does for it; nothing when it needs one of its own.
     std::optional<Launch> Find(const LaunchEvent& event, const std::string& strStarter,
                                Clock::time_point now);
+    // Lets go of what is over. A source does so at rest as well: the files stay held until then.
+    void Expire(Clock::time_point now);
     // It was reported, and is held.
     void Reported(const LaunchEvent& event, const Launch& launch, Clock::time_point now);
 

@@ -8,12 +8,17 @@
 
 enum LoaderKind { LOADER_NONE, LOADER_GLIBC, LOADER_MUSL };
 
+struct GivenProgram {
+    std::string strPath;    // as it was given; "" when the loader starts none, or it is not known
+    bool bUnknown = false;  // it may start one, and nobody knows which
+};
+
 namespace loader_arguments {
 
-// The program's path as it was given. strArguments: each ends in a NUL, the loader's own name among
-// them. "" when the loader starts none (--list, --verify, an option that it does not know), and
-// when it is not known which: a name that glibc looks for in its libraries' directories.
-std::string ProgramOf(LoaderKind eKind, const std::string& strArguments);
+// strArguments: each ends in a NUL, the loader's own name among them. bCut: there are more. Not
+// known is a name that glibc looks for in its libraries' directories, what comes behind an option
+// that is not known here, and what was cut.
+GivenProgram ProgramOf(LoaderKind eKind, const std::string& strArguments, bool bCut = false);
 
 }  // namespace loader_arguments
 

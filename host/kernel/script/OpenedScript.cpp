@@ -45,21 +45,40 @@ OpenedScripts::OpenedScripts(const std::vector<OpenedForStart>& files, LeadsTo f
     m_nFirstScript = static_cast<size_t>(script - m_interps.begin());
 }
 
-std::optional<OpenedScript> OpenedScripts::Find(const std::string& strInterp,
-                                                const std::optional<FileStatus>& named) const {
+std::vector<OpenedScript> OpenedScripts::Find(const std::string& strInterp,
+                                              const std::optional<FileStatus>& named) const {
+    std::vector<OpenedScript> several = BeforeInterpreters(strInterp);
+    if (several.size() > 1) {
+        return several;
+    }
     if (named) {
         if (const auto found = FindNamed(strInterp, *named)) {
-            return found;
+            return {*found};
         }
     }
     if (m_nInterpreter == 0 || m_nInterpreter >= m_files.size()) {
-        return std::nullopt;
+        return {};
     }
     // What failed before may be a script as well, or the first of several.
     const size_t nLast = m_nInterpreter - 1;
     const bool bOnly = nLast == 0 || !IsScript(nLast - 1);
-    return bOnly && m_interps[nLast] == strInterp ? std::optional<OpenedScript>({nLast, false})
-                                                  : std::nullopt;
+    return bOnly && m_interps[nLast] == strInterp ? std::vector<OpenedScript>{{nLast, false}}
+                                                  : std::vector<OpenedScript>();
+}
+
+// The scripts that stand directly before an opening of the interpreter, each file once.
+std::vector<OpenedScript> OpenedScripts::BeforeInterpreters(const std::string& strInterp) const {
+    std::vector<OpenedScript> scripts;
+    for (size_t i = 1; i < m_files.size(); ++i) {
+        const auto isThis = [&](const OpenedScript& script) {
+            return IsSameFile(m_files[script.nFile].status, m_files[i - 1].status);
+        };
+        if (m_files[i].bInterpreter && m_interps[i - 1] == strInterp &&
+            std::none_of(scripts.begin(), scripts.end(), isThis)) {
+            scripts.push_back({i - 1, false});
+        }
+    }
+    return scripts;
 }
 
 std::optional<OpenedScript> OpenedScripts::FindNamed(const std::string& strInterp,
@@ -71,7 +90,7 @@ std::optional<OpenedScript> OpenedScripts::FindNamed(const std::string& strInter
         }
         if (m_nInterpreter < m_files.size()) {
             if (LeadsToInterpreter(i)) {
-                return OpenedScript{i, true};
+                return OpenedScript{i, i + 1 == m_nInterpreter};
             }
         } else if (m_interps[i] == strInterp && i == m_nFirstScript) {
             // Its interpreter was reported with an earlier start, as one of both.
@@ -83,6 +102,9 @@ std::optional<OpenedScript> OpenedScripts::FindNamed(const std::string& strInter
 
 // Directly, or by scripts that each lead to the next.
 bool OpenedScripts::LeadsToInterpreter(size_t nFile) const {
+    if (m_nInterpreter - nFile > MOST_SCRIPTS) {
+        return false;
+    }
     for (; nFile + 1 < m_nInterpreter; ++nFile) {
         if (!IsScript(nFile) || !IsScript(nFile + 1) ||
             !m_fnLeadsTo(m_interps[nFile], m_files[nFile + 1].status)) {

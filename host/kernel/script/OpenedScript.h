@@ -39,13 +39,19 @@ public:
 
     // strInterp: as the last script names it. named: what the name of the start leads to. None when
     // it is not known which. Without a name only one directly before its interpreter, with no
-    // other script before it.
-    std::optional<OpenedScript> Find(const std::string& strInterp,
-                                     const std::optional<FileStatus>& named) const;
+    // other script before it. Several when the interpreter was opened several times: a start may
+    // have failed after that, and nobody says which. The name decides nothing then, nor where one
+    // script leads to another.
+    std::vector<OpenedScript> Find(const std::string& strInterp,
+                                   const std::optional<FileStatus>& named) const;
     // Whether the kernel reported of this start: then a file that it did not report is not it.
     bool Reported() const { return std::min(m_nInterpreter, m_nFirstScript) < m_files.size(); }
 
 private:
+    // The kernel follows no more.
+    static constexpr size_t MOST_SCRIPTS = 6;
+
+    std::vector<OpenedScript> BeforeInterpreters(const std::string& strInterp) const;
     bool LeadsToInterpreter(size_t nFile) const;
     bool IsScript(size_t nFile) const { return !m_interps[nFile].empty(); }
     std::optional<OpenedScript> FindNamed(const std::string& strInterp,

@@ -14,7 +14,7 @@
 
 namespace {
 
-constexpr size_t MOST_TABLE = 1 << 20;  // bytes of a table of mounts
+constexpr size_t MOST_TABLE = size_t{64} << 10;  // of a process's mounts, which a user makes
 
 UniqueFd Open(int nDir, const std::string& strPath, uint64_t nResolve, int nFlags = 0) {
     open_how how = {};

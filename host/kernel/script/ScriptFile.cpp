@@ -37,11 +37,14 @@ bool script_file::IsSameFile(const FileStatus& left, const FileStatus& right) {
     return left.st_dev == right.st_dev && left.st_ino == right.st_ino;
 }
 
-// A stamp of a coarse clock has no part of a millisecond.
-bool script_file::HasLooseTimes(int nFd, int64_t nChanged) {
+// A stamp of a coarse clock has no part of a millisecond, and no such clock stands still for longer
+// than two seconds. An older stamp like that is of whoever made the file system's image.
+bool script_file::HasLooseTimes(int nFd, int64_t nChanged, int64_t nStarted) {
     constexpr int64_t MILLISECOND = 1000000;
+    constexpr int64_t COARSEST = 3000 * MILLISECOND;
     struct statfs fileSystem = {};
-    if (fstatfs(nFd, &fileSystem) != 0 || nChanged % MILLISECOND == 0) {
+    const bool bCoarse = nChanged % MILLISECOND == 0 && nStarted - nChanged < COARSEST;
+    if (fstatfs(nFd, &fileSystem) != 0 || bCoarse) {
         return true;
     }
     switch (static_cast<uint32_t>(fileSystem.f_type)) {

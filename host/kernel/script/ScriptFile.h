@@ -23,10 +23,10 @@ bool LookWithoutMagic(const std::string& strPath, FileStatus& status);
 
 bool IsSameFile(const FileStatus& left, const FileStatus& right);
 
-// Whether its content may change without another change time than nChanged (ns since 1970): its
-// file system stamps coarsely, or takes writes through a mapping unseen. As the kernel's records
-// say it of programs; of a local file system only.
-bool HasLooseTimes(int nFd, int64_t nChanged);
+// Whether its content may have changed around the start, both in ns since 1970, with no other
+// change time than nChanged: its file system stamps by a coarse clock, or takes writes through a
+// mapping unseen. As the kernel's records say it of programs; of a local file system only.
+bool HasLooseTimes(int nFd, int64_t nChanged, int64_t nStarted);
 
 // Its path as the kernel spells it, also when that name is gone; "" when it cannot be read.
 std::string KernelName(int nFd);

@@ -29,7 +29,7 @@ protected:
         Mount("ext4");
         m_options.fnLook = file_look::AtTarget;
         m_options.pLinks = std::make_shared<PinDirectory>();
-        m_options.fnHasLooseTimes = [](int, int64_t) { return false; };
+        m_options.fnHasLooseTimes = [](int, int64_t, int64_t) { return false; };
         std::string strError;
         EXPECT_TRUE(m_options.pLinks->Open(m_dir.Path() + "/run", strError)) << strError;
     }
@@ -168,7 +168,7 @@ TEST_F(FurtherLaunchesTest, AScriptChangedJustBeforeItsStartIsUnsure) {
 
 TEST_F(FurtherLaunchesTest, AScriptOfAFileSystemThatStampsLooselyIsUnsure) {
     const std::string strScript = Script("a.sh");
-    m_options.fnHasLooseTimes = [](int, int64_t) { return true; };
+    m_options.fnHasLooseTimes = [](int, int64_t, int64_t) { return true; };
     OpenNotices();
     OpenAllFor(ENDED, strScript);
     EXPECT_EQ("/a.sh unsure", Told(Of(ScriptStart(strScript))));
@@ -264,13 +264,29 @@ TEST_F(FurtherLaunchesTest, WhatWouldHaveBeenReportedIsNotTakenByItsPath) {
     EXPECT_EQ(1u, m_counters.nScriptsUnreported);
 }
 
+// A start may fail after its interpreter was opened, for want of that one's own.
+TEST_F(FurtherLaunchesTest, OfTwoScriptsWithTheirInterpreterEachMayBeIt) {
+    const std::string strFailed = Script("good.sh");
+    const std::string strScript = Script("bad.sh", "evil");
+    OpenNotices();
+    OpenFor(ENDED, strFailed);
+    OpenFor(ENDED, m_strShell);
+    OpenAllFor(ENDED, strScript);
+    const auto launches = Of(ScriptStart(strScript));
+    ASSERT_EQ(2u, launches.size());
+    EXPECT_EQ("/good.sh unsure", Told({launches[0]}));
+    EXPECT_EQ("/bad.sh unsure", Told({launches[1]}));
+    EXPECT_EQ(2u, m_counters.nScripts);
+    EXPECT_EQ(0u, m_counters.nScriptsUnreported);
+}
+
 TEST_F(FurtherLaunchesTest, TheFirstOfAChainIsTheScript) {
     const std::string strSecond = Script("second.sh");
     const std::string strFirst = m_dir.WriteFile("first.sh", "#!" + strSecond + "\n", 0755);
     OpenNotices();
     OpenFor(ENDED, strFirst);
     OpenAllFor(ENDED, strSecond);
-    EXPECT_EQ("/first.sh sure", Told(Of(ScriptStart(strFirst))));
+    EXPECT_EQ("/first.sh unsure", Told(Of(ScriptStart(strFirst))));  // a name leads on
 }
 
 TEST_F(FurtherLaunchesTest, WithoutAReportAScriptIsHeldByItsPathAndUnsure) {
@@ -415,12 +431,26 @@ TEST_F(FurtherLaunchesTest, ALoadersProgramOfAnotherMountNamespaceIsFoundByItsPr
 
 TEST_F(FurtherLaunchesTest, WhatALoaderCannotStartIsNotItsProgram) {
     EXPECT_EQ("0 launches", Told(Of(LoaderStart(Script("a.sh")), m_strLoader)));
-    EXPECT_EQ(0u, m_counters.nScriptsUnreported);
+    EXPECT_EQ(1u, m_counters.nScriptsUnreported);  // a program may have been there before
     EXPECT_EQ("0 launches", Told(Of(LoaderStart(m_dir.Path() + "/none"), m_strLoader)));
     EXPECT_EQ("0 launches", Told(Of(LoaderStart(m_dir.Path()), m_strLoader)));
-    EXPECT_EQ(2u, m_counters.nScriptsUnreported);
+    EXPECT_EQ(3u, m_counters.nScriptsUnreported);
     EXPECT_EQ("0 launches", Told(Of(LoaderStart("--list"), m_strLoader)));
-    EXPECT_EQ(2u, m_counters.nScriptsUnreported);
+    EXPECT_EQ(3u, m_counters.nScriptsUnreported);
+}
+
+TEST_F(FurtherLaunchesTest, WhatNobodyKnowsOfALoaderIsCounted) {
+    EXPECT_EQ("0 launches", Told(Of(LoaderStart("name"), m_strLoader)));
+    EXPECT_EQ(1u, m_counters.nScriptsUnreported);
+    LaunchEvent cut = LoaderStart("--argv0");
+    EXPECT_EQ("0 launches", Told(Of(cut, m_strLoader)));
+    EXPECT_EQ(1u, m_counters.nScriptsUnreported);
+    cut.bArgsCut = true;
+    EXPECT_EQ("0 launches", Told(Of(cut, m_strLoader)));
+    cut.bArgsCut = false;
+    cut.bArgsUnreadable = true;
+    EXPECT_EQ("0 launches", Told(Of(cut, m_strLoader)));
+    EXPECT_EQ(3u, m_counters.nScriptsUnreported);
 }
 
 TEST_F(FurtherLaunchesTest, ALoadersProgramThatSomebodyServesIsNotOpened) {

@@ -71,6 +71,18 @@ TEST_F(RepeatedLaunchesTest, OneThatWasReportedStandsForThoseLikeItUntilItsTimeI
     EXPECT_TRUE(IsRepeat(m_event));
 }
 
+TEST_F(RepeatedLaunchesTest, ItsFileIsHeldUntilItsTimeIsOverAndNoLonger) {
+    const long nOthers = m_pFile.use_count();
+    m_launch.pFile = nullptr;
+    Launch launch = Launched(m_pFile);
+    m_repeats.Reported(m_event, launch, m_now);
+    launch.pFile = nullptr;
+    m_repeats.Expire(m_now + seconds(5));
+    EXPECT_EQ(nOthers, m_pFile.use_count());  // m_launch's went, its own came
+    m_repeats.Expire(m_now + seconds(6));
+    EXPECT_EQ(nOthers - 1, m_pFile.use_count());
+}
+
 TEST_F(RepeatedLaunchesTest, WithoutATimeEachIsReported) {
     RepeatedLaunches repeats{seconds(0)};
     repeats.Reported(m_event, m_launch, m_now);

@@ -6,12 +6,17 @@
 
 namespace {
 
-std::string Given(LoaderKind eKind, const std::vector<std::string>& arguments) {
+// The program, or "?" when it is not known which.
+std::string TextOf(const GivenProgram& program) {
+    return program.bUnknown ? "?" + program.strPath : program.strPath;
+}
+
+std::string Given(LoaderKind eKind, const std::vector<std::string>& arguments, bool bCut = false) {
     std::string strArguments;
     for (const std::string& strArgument : arguments) {
         strArguments += strArgument + std::string(1, '\0');
     }
-    return loader_arguments::ProgramOf(eKind, strArguments);
+    return TextOf(loader_arguments::ProgramOf(eKind, strArguments, bCut));
 }
 
 std::string OfGlibc(std::vector<std::string> arguments) {
@@ -56,34 +61,53 @@ TEST(LoaderArgumentsTest, OptionsOfMuslAreTakenInBothForms) {
         EXPECT_EQ("./a", OfMusl({strOption, "/x", "./a"})) << strOption;
         EXPECT_EQ("./a", OfMusl({strOption + "=/x", "./a"})) << strOption;
         EXPECT_EQ("", OfMusl({strOption, "./a"})) << strOption;
-        EXPECT_EQ("", OfGlibc({strOption + "=/x", "./a"})) << strOption;
+        EXPECT_EQ("?", OfGlibc({strOption + "=/x", "./a"})) << strOption;
     }
     EXPECT_EQ("--a", OfMusl({"--", "--a"}));
     EXPECT_EQ("", OfMusl({"--"}));
 }
 
 TEST(LoaderArgumentsTest, WhatStartsNoProgramHasNone) {
-    for (const char* pszOption : {"--list", "--verify", "--list-tunables", "--list-diagnostics",
-                                  "--help", "--version", "--unknown", "--"}) {
+    for (const char* pszOption :
+         {"--list", "--verify", "--list-tunables", "--list-diagnostics", "--help", "--version"}) {
         EXPECT_EQ("", OfGlibc({pszOption, "./a"})) << pszOption;
     }
     EXPECT_EQ("", OfMusl({"--list", "./a"}));
-    EXPECT_EQ("", OfMusl({"--unknown", "./a"}));
     EXPECT_EQ("", Given(LOADER_MUSL, {"/usr/bin/ldd", "./a"}));
     EXPECT_EQ("", Given(LOADER_NONE, {"ld.so", "./a"}));
     EXPECT_EQ("", OfGlibc({}));
-    EXPECT_EQ("", loader_arguments::ProgramOf(LOADER_MUSL, ""));
+    EXPECT_EQ("", Given(LOADER_MUSL, {}));
 }
 
 TEST(LoaderArgumentsTest, ANameThatGlibcLooksForIsNotKnown) {
-    EXPECT_EQ("", OfGlibc({"a"}));
-    EXPECT_EQ("", OfGlibc({"$ORIGIN/a"}));
+    EXPECT_EQ("?", OfGlibc({"a"}));
+    EXPECT_EQ("?", OfGlibc({"$ORIGIN/a"}));
     EXPECT_EQ("a", OfMusl({"a"}));
 }
 
-TEST(LoaderArgumentsTest, AnArgumentThatWasCutIsNone) {
+TEST(LoaderArgumentsTest, WhatComesBehindAnUnknownOptionIsNotKnown) {
+    EXPECT_EQ("?", OfGlibc({"--unknown", "./a"}));
+    EXPECT_EQ("?", OfGlibc({"--", "./a"}));
+    EXPECT_EQ("?", OfMusl({"--unknown", "./a"}));
+}
+
+TEST(LoaderArgumentsTest, WhatWasCutIsNotKnown) {
     const std::string strNul(1, '\0');
-    EXPECT_EQ("", loader_arguments::ProgramOf(LOADER_GLIBC, "ld.so" + strNul + "/bin/a"));
-    EXPECT_EQ("/bin/a", loader_arguments::ProgramOf(LOADER_GLIBC,
-                                                    "ld.so" + strNul + "/bin/a" + strNul + "x"));
+    const auto ofText = [](const std::string& strArguments) {
+        return TextOf(loader_arguments::ProgramOf(LOADER_GLIBC, strArguments));
+    };
+    EXPECT_EQ("?", ofText("ld.so" + strNul + "/bin/a"));
+    EXPECT_EQ("/bin/a", ofText("ld.so" + strNul + "/bin/a" + strNul + "x"));
+    EXPECT_EQ("?", Given(LOADER_GLIBC, {"ld.so", "--inhibit-cache"}, true));
+    EXPECT_EQ("?", Given(LOADER_MUSL, {"ld.so", "--preload"}, true));
+    EXPECT_EQ("/bin/a", Given(LOADER_GLIBC, {"ld.so", "/bin/a", "x"}, true));
+    EXPECT_EQ("", Given(LOADER_NONE, {"ld.so", "--inhibit-cache"}, true));
+}
+
+TEST(LoaderArgumentsTest, HoweverManyOptionsStandBeforeItTheProgramIsFoundOrCounted) {
+    std::vector<std::string> arguments(4000, "--inhibit-cache");
+    arguments.emplace_back("./a");
+    EXPECT_EQ("./a", OfGlibc(arguments));
+    arguments.insert(arguments.begin(), 200, "--inhibit-cache");
+    EXPECT_EQ("?", OfGlibc(arguments));
 }

@@ -32,7 +32,7 @@ protected:
         m_nTarget = m_files[nFile].status.st_ino;
     }
 
-    std::optional<OpenedScript> Find(std::optional<size_t> named) {
+    std::vector<OpenedScript> Find(std::optional<size_t> named) {
         const OpenedScripts scripts(m_files,
                                     [this](const std::string& strPath, const FileStatus& status) {
                                         return strPath == m_strPath && status.st_ino == m_nTarget;
@@ -42,8 +42,12 @@ protected:
     }
     // "2 named" for the third file, to which the name leads.
     std::string Found(std::optional<size_t> named) {
-        const auto found = Find(named);
-        return found ? std::to_string(found->nFile) + (found->bNamed ? " named" : "") : "none";
+        std::string strFound;
+        for (const OpenedScript& script : Find(named)) {
+            strFound += (strFound.empty() ? "" : ", ") + std::to_string(script.nFile) +
+                        (script.bNamed ? " named" : "");
+        }
+        return strFound.empty() ? "none" : strFound;
     }
 
     const TestDir m_dir;
@@ -98,10 +102,41 @@ TEST_F(OpenedScriptTest, TheFirstOfSeveralScriptsIsIt) {
     const size_t nSecond = OpenShellScript();
     OpenInterpreter();
     LinkTo("/srv/second", nSecond);
-    EXPECT_EQ("0 named", Found(nFirst));
+    EXPECT_EQ("0", Found(nFirst));  // a name leads on, which may lead elsewhere by now
     EXPECT_EQ("none", Found(std::nullopt));
     LinkTo("/srv/second", nFirst);
     EXPECT_EQ("none", Found(nFirst));
+}
+
+TEST_F(OpenedScriptTest, AfterAFailedStartWithTheSameInterpreterEitherMayBeIt) {
+    const size_t nFailed = OpenShellScript();
+    OpenInterpreter();
+    const size_t nScript = OpenShellScript();
+    OpenInterpreter();
+    OpenLoader();
+    for (const std::optional<size_t> named :
+         {std::optional<size_t>(), std::optional<size_t>(nFailed),
+          std::optional<size_t>(nScript)}) {
+        EXPECT_EQ("0, 2", Found(named));
+    }
+}
+
+TEST_F(OpenedScriptTest, TheSameScriptTwiceIsOne) {
+    const size_t nScript = OpenShellScript();
+    OpenInterpreter();
+    m_files.push_back(m_files[nScript]);
+    OpenInterpreter();
+    EXPECT_EQ("0 named", Found(nScript));
+}
+
+TEST_F(OpenedScriptTest, AChainIsNoLongerThanTheKernelFollows) {
+    const size_t nScript = Open("#! /srv/next\n");
+    LinkTo("/srv/next", nScript);
+    m_files.resize(6, m_files[nScript]);
+    OpenInterpreter();
+    EXPECT_EQ("0", Found(nScript));
+    m_files.insert(m_files.begin(), m_files[nScript]);
+    EXPECT_EQ("1", Found(nScript));
 }
 
 TEST_F(OpenedScriptTest, WhatWasOpenedAfterTheInterpreterIsOfALaterStart) {

@@ -35,10 +35,12 @@ TEST(ScriptFileTest, ATimeWithoutAPartOfAMillisecondMayBeOfACoarseClock) {
     const TestDir dir;
     const UniqueFd memory(memfd_create("script", MFD_CLOEXEC));
     const UniqueFd proc(open("/proc/self/status", O_RDONLY | O_CLOEXEC));
-    EXPECT_TRUE(script_file::HasLooseTimes(memory.Get(), SECOND + 1));
-    EXPECT_FALSE(script_file::HasLooseTimes(proc.Get(), SECOND + 1));
-    EXPECT_TRUE(script_file::HasLooseTimes(proc.Get(), SECOND));
-    EXPECT_TRUE(script_file::HasLooseTimes(-1, SECOND + 1));
+    EXPECT_TRUE(script_file::HasLooseTimes(memory.Get(), SECOND + 1, 99 * SECOND));
+    EXPECT_FALSE(script_file::HasLooseTimes(proc.Get(), SECOND + 1, 2 * SECOND));
+    EXPECT_TRUE(script_file::HasLooseTimes(proc.Get(), SECOND, 2 * SECOND));
+    EXPECT_TRUE(script_file::HasLooseTimes(proc.Get(), 2 * SECOND, SECOND));
+    EXPECT_FALSE(script_file::HasLooseTimes(proc.Get(), SECOND, 4 * SECOND));
+    EXPECT_TRUE(script_file::HasLooseTimes(-1, SECOND + 1, 99 * SECOND));
 }
 
 TEST(ScriptFileTest, TheKernelsNameIsThereWithoutTheFile) {
